@@ -1,0 +1,30 @@
+// The abort flag: a request to stop a running tune, kept in the tune preference file so that it crosses processes.
+#pragma once
+
+#include <memory>
+
+#include "korvane/platform.h"
+
+namespace korvane {
+
+/// Errors: -901 preference file unusable, -904 no `AbortFlag` element or the save failed, -905 no root element.
+class KORVANE_API AbortHelper {
+public:
+    explicit AbortHelper(Platform platform = Platform::process_default());
+    ~AbortHelper();
+    AbortHelper(AbortHelper&&) noexcept;
+    AbortHelper& operator=(AbortHelper&&) noexcept;
+
+    /// Clears the request.
+    void Reset();
+    /// Makes the request.
+    void TriggerAbort();
+    /// Reads the file anew; any flag text but "0" is a request.
+    bool UserHasClickedAbort();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace korvane

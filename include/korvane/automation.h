@@ -1,0 +1,86 @@
+// The six classes as automation objects: created by ProgID, called by name or number with arguments by position, by
+// name, omitted, and by reference. The same tables serve the Windows server, so that both faces agree.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "korvane/automation_value.h"
+#include "korvane/platform.h"
+
+namespace korvane::automation {
+
+/// The arguments of a call. A parameter that is passed by reference and changed leaves its new value here.
+struct Arguments {
+    std::vector<Value> positional;  ///< `Missing` leaves one out
+    std::vector<std::pair<std::string, Value>> named;
+};
+
+/// How a member is used. `call` runs a method or reads a property.
+enum class Access { call, get, put };
+
+/// An object whose members are found when they are called.
+class KORVANE_API LateBound {
+public:
+    virtual ~LateBound() = default;
+
+    /// "TuneGlobals", "PeakList", ...
+    virtual std::string class_name() const = 0;
+    /// Number of a member, whatever its case. Error 438 naming an unknown one.
+    virtual std::int32_t dispid_of(std::string_view member) const = 0;
+    /// Calls a member. Raises what the member raises, and before it: 438 unknown number or a use that the member does
+    /// not have, 448 unknown named argument, 449 a required argument left out, 450 too many, 13, 6 and 94 arguments
+    /// that do not convert, each naming member or parameter. Arguments change only when the call succeeds.
+    virtual Value invoke(std::int32_t dispid, Arguments& arguments, Access access) = 0;
+
+    Value invoke(std::string_view member, Arguments& arguments, Access access = Access::call) {
+        return invoke(dispid_of(member), arguments, access);
+    }
+    Value call(std::string_view member, std::vector<Value> positional = {}) {
+        Arguments arguments{std::move(positional), {}};
+        return invoke(member, arguments, Access::call);
+    }
+    Value get(std::string_view property) {
+        Arguments none;
+        return invoke(property, none, Access::get);
+    }
+    void put(std::string_view property, Value value) {
+        Arguments arguments{{std::move(value)}, {}};
+        invoke(property, arguments, Access::put);
+    }
+};
+
+/// A new object of a class such as "Korvane.TuneGlobals", on the process's own platform or a given one. Error 429
+/// naming an unknown class; whatever the class raises at its creation.
+KORVANE_API Object create_object(std::string_view prog_id);
+KORVANE_API Object create_object(std::string_view prog_id, const Platform& platform);
+
+/// A member as the automation interface shows it.
+struct MemberSummary {
+    std::string class_name;
+    std::string name;
+    std::int32_t dispid = 0;
+    std::string signature;  ///< "Function GetMetaValue(SetpointExternalName As String) As Double"
+    std::string help;
+};
+/// The members of the six classes and of the objects that they return, class by class in the order of their tables.
+KORVANE_API std::vector<MemberSummary> member_summaries();
+
+/// The interface in the interface definition language; the type library is made of it.
+KORVANE_API std::string idl_text();
+/// The reference page of the automation interface, Markdown.
+KORVANE_API std::string reference_text();
+
+/// A late-bound call from texts. `member` is "CLASS.MEMBER" or "CLASS.PROPERTY=" (a put). An argument is JSON (numbers,
+/// texts, booleans, null, arrays, records as objects of their fields, {"call": "CLASS.MEMBER", "arguments": [...]} for
+/// an object) or else plain text; "name=..." with a parameter's name passes it by name. Returns a JSON object with
+/// "result" and, where there are any, "by_reference" with the new values of the arguments that were changed.
+/// Errors as `LateBound::invoke`; 5 naming an argument that is malformed JSON of an array or object.
+KORVANE_API std::string call_from_texts(const Platform& platform, const std::string& member,
+                                        const std::vector<std::string>& arguments);
+
+}  // namespace korvane::automation

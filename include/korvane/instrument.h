@@ -1,0 +1,150 @@
+// Seam: the instrument layer. Whoever connects an instrument implements these interfaces; the embedded simulator does.
+// Faults are raised as `Error`.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "korvane/export.h"
+#include "korvane/mass_time.h"
+#include "korvane/peak_finder.h"
+#include "korvane/records.h"
+
+namespace korvane {
+
+/// The setpoint table. An index that the instrument does not have is error 9 naming it.
+class KORVANE_API SetpointTable {
+public:
+    virtual ~SetpointTable() = default;
+
+    virtual InstrumentValue value(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment) = 0;
+    virtual void write(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment,
+                       const SetpointValue& value) = 0;
+    virtual double lower_limit(std::int32_t index) = 0;
+    virtual double upper_limit(std::int32_t index) = 0;
+    virtual double resolution(std::int32_t index) = 0;
+    /// How close a read-back must come to count as reached (strictly less than this).
+    virtual double tolerance(std::int32_t index) = 0;
+    /// 4 double, 3 32-bit integer, 6 16-bit integer.
+    virtual std::int32_t variable_type(std::int32_t index) = 0;
+    /// The name under which the setpoint occurs in spectrum metadata.
+    virtual std::string external_name(std::int32_t index) = 0;
+    virtual std::string internal_name(std::int32_t index) = 0;
+    /// Error 5 naming an unknown name.
+    virtual std::int32_t index_of(const std::string& internal_name) = 0;
+    /// All indexes, ascending.
+    virtual std::vector<std::int32_t> indexes() = 0;
+};
+
+/// One acquired spectrum. An array that the instrument did not fill stays empty.
+struct AcquiredSpectrum {
+    double first_unused = 0;
+    double retention_time = 0;
+    std::int32_t experiment = 0;
+    VariantArray<double> mass_data;           ///< amu of every sample
+    VariantArray<double> y_data;              ///< abundance of every sample, counts
+    VariantArray<InstrumentValue> meta_data;  ///< one value per entry of the metadata description
+    double start_time_ns = 0;                 ///< flight time of the first sample
+    double last_unused = 0;
+};
+
+class KORVANE_API InstrumentControl {
+public:
+    virtual ~InstrumentControl() = default;
+
+    /// Waits for and fills in the next spectrum; the three arrays come in empty.
+    virtual void GetNextSpectrum(AcquiredSpectrum& spectrum) = 0;
+    virtual VariantArray<std::string> GetMetaDescription() = 0;
+    /// Waits for the next spectrum and returns its metadata as name/value items.
+    virtual std::vector<MetaItem> next_spectrum_metadata() = 0;
+    virtual double read_register(const std::string& path) = 0;
+};
+
+class KORVANE_API CalibrationStore {
+public:
+    virtual ~CalibrationStore() = default;
+
+    /// The object that the instrument lends for a polarity (0 positive, 1 negative): changes show in the store's copy.
+    virtual CalibrationObject calibration(std::int32_t polarity) = 0;
+    virtual void store(std::int32_t polarity, const MassTimeCalibration& calibration) = 0;
+};
+
+class KORVANE_API HardwareQueries {
+public:
+    virtual ~HardwareQueries() = default;
+
+    /// 160 cm flight tube, which is the extended mass range.
+    virtual bool has_160cm_flight_tube() = 0;
+    virtual std::string option_name(std::int32_t option_code) = 0;
+    virtual bool option_present(const std::string& option_name) = 0;
+    /// The second query of the pulse-height target: positive ions are post-accelerated.
+    virtual bool has_positive_post_acceleration() = 0;
+    virtual std::int16_t abundance_reduction_setting() = 0;
+    virtual std::string model() = 0;
+};
+
+class KORVANE_API FirmwareChannels {
+public:
+    virtual ~FirmwareChannels() = default;
+
+    /// Returns the firmware's status.
+    virtual std::int32_t write(std::int32_t channel, float value) = 0;
+    virtual double read(std::int32_t channel) = 0;
+};
+
+/// One client's view of the instrument. References stay valid as long as the object.
+class KORVANE_API InstrumentGlobals {
+public:
+    virtual ~InstrumentGlobals() = default;
+
+    virtual void initialise() = 0;
+    virtual void refresh() = 0;
+    virtual SetpointTable& setpoints() = 0;
+    virtual CalibrationStore& calibrations() = 0;
+    virtual HardwareQueries& hardware() = 0;
+    virtual FirmwareChannels& firmware() = 0;
+    /// Null where no instrument control is connected.
+    virtual InstrumentControl* control() = 0;
+    /// Data dictionary item; error 5 naming an unknown item.
+    virtual InstrumentValue dictionary_item(const std::string& name) = 0;
+    /// Name of a parameter of the catalogue; 23 is the experiment.
+    virtual std::string parameter_name(std::int32_t index) = 0;
+    /// Current value of an instrument register such as "ACTUAL.NDR[NRDYSTATE]".
+    virtual InstrumentValue actual_value(const std::string& path, const std::string& type) = 0;
+    virtual double sampling_interval_seconds() = 0;
+    /// Texts: the ion source ("ESI", "Dual ESI", ...), the same as the tune parameter file writes it, a time stamp for
+    /// setpoint log lines, and the title of the instrument.
+    virtual std::string source_type() = 0;
+    virtual std::string source_word() = 0;
+    virtual std::string time_stamp() = 0;
+    virtual std::string title() = 0;
+};
+
+class KORVANE_API PathInformation {
+public:
+    virtual ~PathInformation() = default;
+    /// The base folder, with or without a trailing separator.
+    virtual std::string base_folder() = 0;
+};
+
+class KORVANE_API LogbookEntry {
+public:
+    virtual ~LogbookEntry() = default;
+    virtual void write(std::int32_t kind, const std::string& message, std::int32_t code, std::int32_t first,
+                       std::int32_t second, const std::string& text) = 0;
+};
+
+/// The instrument layer: makes the objects above. Every globals object made by one layer is a view of one instrument.
+class KORVANE_API InstrumentLayer {
+public:
+    virtual ~InstrumentLayer() = default;
+
+    virtual std::unique_ptr<InstrumentGlobals> create_globals() = 0;
+    virtual std::unique_ptr<PathInformation> create_path_information() = 0;
+    virtual std::unique_ptr<LogbookEntry> create_logbook_entry() = 0;
+    virtual std::unique_ptr<PeakFinder> create_peak_finder() = 0;
+};
+
+}  // namespace korvane

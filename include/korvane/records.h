@@ -1,0 +1,101 @@
+// Records and values that cross the public face and the instrument seam.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <variant>
+
+#include "korvane/variant_array.h"
+
+namespace korvane {
+
+/// Positions, in a spectrum's metadata, of the experiment entry and the polarity entry.
+struct META_INDEX {
+    std::int32_t lExpIndex = 0;
+    std::int32_t lPolarityIndex = 0;
+};
+
+/// The peak finder's record of eight doubles. Positions on the axis (apex, start, centroid, end) and the width are in
+/// nanoseconds, or in amu after conversion; area is in counts x samples, height in counts, resolution is m / FWHM.
+struct PeakInfo {
+    double pkApexX = 0;       ///< 0: apex of the interpolated peak
+    double pkStart = 0;       ///< 1: where the peak rises from the baseline or from the valley to its neighbour
+    double pkArea = 0;        ///< 2: sum of the samples above the baseline
+    double pkCentroid = 0;    ///< 3: background-corrected centre of gravity
+    double pkWidth = 0;       ///< 4: full width at half maximum
+    double pkHeight = 0;      ///< 5: height above the baseline
+    double pkResolution = 0;  ///< 6: m / (full width at half maximum in mass)
+    double pkEnd = 0;         ///< 7: where the peak ends
+
+    static constexpr std::size_t value_count = 8;
+    /// The value at a record position 0 to 7; error 9 outside.
+    double value(std::int32_t position) const {
+        const std::array<double, value_count> values{pkApexX, pkStart,  pkArea,       pkCentroid,
+                                                     pkWidth, pkHeight, pkResolution, pkEnd};
+        if (position < 0 || position >= static_cast<std::int32_t>(value_count))
+            raise_runtime_fault(error_number::subscript, "peak record position " + std::to_string(position));
+        return values[static_cast<std::size_t>(position)];
+    }
+    friend bool operator==(const PeakInfo&, const PeakInfo&) = default;
+};
+
+/// Names of the eight record values, in record order.
+inline constexpr std::array<const char*, PeakInfo::value_count> peak_info_names{
+    "pkApexX", "pkStart", "pkArea", "pkCentroid", "pkWidth", "pkHeight", "pkResolution", "pkEnd"};
+
+/// Standard errors (one standard deviation) that a peak finder may state beside a record, in the record's own units.
+struct PeakUncertainty {
+    double centroid = 0;
+    double height = 0;
+    double width = 0;
+    double area = 0;
+    double ions = 0;  ///< estimated number of ions in the peak
+};
+
+/// Calibration coefficients: m = (A (t - B))^2 + used terms c t^p. In nanoseconds or microseconds, by convention of the
+/// routine that carries the record.
+struct CalibrationCoefficients {
+    double A = 0, B = 0, C = 0, D = 0, E = 0, F = 0, G = 0, H = 0;
+    friend bool operator==(const CalibrationCoefficients&, const CalibrationCoefficients&) = default;
+};
+
+struct CalibrationSettings {
+    std::int32_t CalReserved1 = 0;
+    std::int32_t CalTraditionalWeighting = 0;
+    std::int32_t CalPolynomialWeighting = 0;
+    friend bool operator==(const CalibrationSettings&, const CalibrationSettings&) = default;
+};
+
+/// Peak attributes of `GetPeakAttribute`; any other value yields 0.
+enum class PeakCalcType : std::int32_t {
+    TimeCentroid = 1,
+    MassCentroid = 2,
+    Resolution = 3,
+    Width = 4,
+    Height = 5,
+    Area = 6
+};
+
+/// The polarity setpoint's value as the instrument interface names it.
+enum class PolaritySetpoint : std::int32_t { Positive = 0, Negative = 1 };
+
+/// One value of a spectrum's metadata, of the data dictionary or of an actual-value read: nothing, a number, or a text.
+using InstrumentValue = std::variant<std::monostate, std::int32_t, double, std::string>;
+
+/// One name/value item of a spectrum's metadata list.
+struct MetaItem {
+    std::string name;
+    InstrumentValue value;
+};
+
+/// A setpoint value in the type in which it is written.
+using SetpointValue = std::variant<double, std::int32_t, std::int16_t>;
+
+/// Marks an optional bound or step of the abundance search as not given.
+inline constexpr double search_value_not_given = -123456789.0;
+/// Marks a setpoint's new value as not given.
+inline constexpr double setpoint_value_not_given = -999999.0;
+
+}  // namespace korvane

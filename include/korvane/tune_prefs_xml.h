@@ -1,0 +1,30 @@
+// The tune preference store: single text values in "TunePreferences.xml".
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "korvane/platform.h"
+
+namespace korvane {
+
+/// Errors of every member: -901 the file cannot be opened, -904 no such element or the save failed three times,
+/// -905 no root element.
+class KORVANE_API clsTunePrefsXML {
+public:
+    explicit clsTunePrefsXML(Platform platform = Platform::process_default());
+    ~clsTunePrefsXML();
+    clsTunePrefsXML(clsTunePrefsXML&&) noexcept;
+    clsTunePrefsXML& operator=(clsTunePrefsXML&&) noexcept;
+
+    /// Text of a preference, from the copy already loaded unless a reload is asked for.
+    std::string GetTunePreference(const std::string& ParamName, bool bReOpenXMLFile = false);
+    /// Reloads, sets an existing preference, saves.
+    void WriteTunePreference(const std::string& strParamName, const std::string& strNewParameterValue);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace korvane
