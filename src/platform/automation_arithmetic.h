@@ -1,0 +1,47 @@
+// Numbers, texts and dates by the rules of automation: halves to even, overflow is an error, shortest texts.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "korvane/records.h"
+#include "platform/clock.h"
+
+namespace korvane {
+
+/// Nearest integer, halves to the even one; error 6 out of range or not a number. Independent of the thread's rounding
+/// mode.
+std::int32_t to_int32(double value);
+std::int16_t to_int16(double value);
+
+/// Numbers out of instrument values; a text is converted by the rules of the current locale. Error 13 where there is
+/// no number.
+double to_double(const InstrumentValue& value);
+std::int32_t to_int32(const InstrumentValue& value);
+std::int16_t to_int16(const InstrumentValue& value);
+
+/// Text to number by the current locale's rules: blanks around, a sign, the locale's decimal separator, an exponent.
+/// Error 13 naming the text for anything else (grouping separators included: a wrong number is worse than an error),
+/// 6 where it exceeds a double.
+double parse_double(std::string_view text);
+
+/// Shortest text that reads back as the same number, independent of the locale, as automation prints it: plain decimals
+/// for exponents -5 to 15 ("0.0001", "123456"), else "1E+20", "1.5E-07"; no "-0".
+std::string number_text(double value);
+std::string number_text(float value);
+inline std::string number_text(std::int32_t value) {
+    return std::to_string(value);
+}
+std::string number_text(const InstrumentValue& value);
+/// Appends the same without a temporary.
+void append_number(std::string& out, double value);
+
+/// "20261121", "083015", "261121".
+std::string date_yyyymmdd(const LocalTime& time);
+std::string time_hhmmss(const LocalTime& time);
+std::string date_yymmdd(const LocalTime& time);
+/// The system's general date format; where the system has none, "11/21/2026 8:30:15 AM".
+std::string general_date_text(const LocalTime& time);
+
+}  // namespace korvane

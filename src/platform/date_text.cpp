@@ -1,0 +1,54 @@
+#include <fmt/format.h>
+
+#include "platform/automation_arithmetic.h"
+#include "platform/windows_text.h"
+#ifdef _WIN32
+#include <oleauto.h>
+#endif
+
+namespace korvane {
+
+std::string date_yyyymmdd(const LocalTime& time) {
+    return fmt::format("{:04}{:02}{:02}", time.year, time.month, time.day);
+}
+
+std::string time_hhmmss(const LocalTime& time) {
+    return fmt::format("{:02}{:02}{:02}", time.hour, time.minute, time.second);
+}
+
+std::string date_yymmdd(const LocalTime& time) {
+    return fmt::format("{:02}{:02}{:02}", time.year % 100, time.month, time.day);
+}
+
+#ifdef _WIN32
+
+std::string general_date_text(const LocalTime& time) {
+    SYSTEMTIME parts{};
+    parts.wYear = static_cast<WORD>(time.year);
+    parts.wMonth = static_cast<WORD>(time.month);
+    parts.wDay = static_cast<WORD>(time.day);
+    parts.wHour = static_cast<WORD>(time.hour);
+    parts.wMinute = static_cast<WORD>(time.minute);
+    parts.wSecond = static_cast<WORD>(time.second);
+    DATE date = 0;
+    BSTR text = nullptr;
+    if (!SystemTimeToVariantTime(&parts, &date) || FAILED(VarBstrFromDate(date, LOCALE_USER_DEFAULT, 0, &text)))
+        raise_runtime_fault(error_number::type_mismatch, date_yyyymmdd(time) + " " + time_hhmmss(time));
+    const std::string result = utf8_from_utf16(std::wstring_view(text, SysStringLen(text)));
+    SysFreeString(text);
+    return result;
+}
+
+#else
+
+std::string general_date_text(const LocalTime& time) {
+    const std::string date = fmt::format("{}/{}/{}", time.month, time.day, time.year);
+    // The general format leaves midnight out: it stands for a date without a time.
+    if (time.hour == 0 && time.minute == 0 && time.second == 0) return date;
+    const int hour = time.hour % 12 == 0 ? 12 : time.hour % 12;
+    return fmt::format("{} {}:{:02}:{:02} {}", date, hour, time.minute, time.second, time.hour < 12 ? "AM" : "PM");
+}
+
+#endif
+
+}  // namespace korvane

@@ -1,0 +1,288 @@
+#ifndef _WIN32
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
+
+#include "platform/files.h"
+#ifdef __linux__
+#include <sys/xattr.h>
+#endif
+
+namespace korvane {
+
+namespace {
+
+constexpr std::size_t smallest_read = 4096;
+constexpr std::size_t largest_read = std::size_t{1} << 30;
+
+FileErrorKind kind_of(int code) {
+    switch (code) {
+        case ENOENT:
+        case ENOTDIR:
+            return FileErrorKind::not_found;
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return FileErrorKind::access_denied;
+        case EBUSY:
+        case ETXTBSY:
+        case EAGAIN:
+            return FileErrorKind::sharing_violation;
+        case ENOSPC:
+        case EDQUOT:
+            return FileErrorKind::no_space;
+        case EIO:
+        case ENXIO:
+            return FileErrorKind::input_output;
+        default:
+            return FileErrorKind::other;
+    }
+}
+
+[[noreturn]] void fail(const char* operation, const std::string& path, int code) {
+    throw FileError(kind_of(code), code,
+                    std::string("Cannot ") + operation + " [" + path + "]: " + std::generic_category().message(code));
+}
+
+/// Repeats a call that a signal interrupted.
+template <class Call>
+auto retried(Call call) {
+    auto result = call();
+    while (result == -1 && errno == EINTR) result = call();
+    return result;
+}
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (number_ >= 0) ::close(number_);
+    }
+    int number() const { return number_; }
+    int release() { return std::exchange(number_, -1); }
+
+private:
+    int number_;
+};
+
+int open_or_fail(const char* operation, const std::string& path, int flags, mode_t mode = 0666) {
+    const int number = retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); });
+    if (number < 0) fail(operation, path, errno);
+    return number;
+}
+
+class PosixOutputFile final : public OutputFile {
+public:
+    PosixOutputFile(int number, std::string path) : descriptor_(number), path_(std::move(path)) {}
+
+    void write(std::string_view bytes) override {
+        while (!bytes.empty()) {
+            const ssize_t count = retried([&] { return ::write(descriptor_.number(), bytes.data(), bytes.size()); });
+            if (count < 0) fail("write to", path_, errno);
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        }
+    }
+
+    void flush_to_disk() override {
+        if (retried([&] { return ::fsync(descriptor_.number()); }) != 0) fail("flush", path_, errno);
+    }
+
+    void close() override {
+        // After an interrupted close the descriptor is gone all the same: closing again could hit another file.
+        if (::close(descriptor_.release()) != 0 && errno != EINTR) fail("close", path_, errno);
+    }
+
+private:
+    Descriptor descriptor_;
+    std::string path_;
+};
+
+bool stat_if_there(const char* operation, const std::string& path, struct stat& found) {
+    if (retried([&] { return ::stat(path.c_str(), &found); }) == 0) return true;
+    if (errno != ENOENT && errno != ENOTDIR) fail(operation, path, errno);
+    return false;
+}
+
+void copy_extended_attributes(const std::string& from, int to) {
+#ifdef __linux__
+    std::array<char, 4096> names;
+    const ssize_t length = ::listxattr(from.c_str(), names.data(), names.size());
+    const char* const end = names.data() + std::max<ssize_t>(length, 0);
+    for (const char* name = names.data(); name < end; name += std::char_traits<char>::length(name) + 1) {
+        std::array<char, 4096> value;
+        const ssize_t size = ::getxattr(from.c_str(), name, value.data(), value.size());
+        if (size >= 0 && ::fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0) != 0) continue;
+    }
+#else
+    (void)from;
+    (void)to;
+#endif
+}
+
+/// Owner and attributes as far as the system lets this user give them; the mode always.
+void take_after(const std::string& like, const struct stat& like_status, const Descriptor& made,
+                const std::string& path) {
+    struct stat made_status;
+    if (::fstat(made.number(), &made_status) != 0) fail("make", path, errno);
+    if (made_status.st_uid != like_status.st_uid || made_status.st_gid != like_status.st_gid) {
+        if (::fchown(made.number(), like_status.st_uid, like_status.st_gid) != 0 &&
+            ::fchown(made.number(), static_cast<uid_t>(-1), like_status.st_gid) != 0) {
+            // A file of somebody else: the content is saved under the own name.
+        }
+    }
+    if (::fchmod(made.number(), like_status.st_mode & 07777) != 0) fail("make", path, errno);
+    copy_extended_attributes(like, made.number());
+}
+
+/// Where the link `path` points, or nothing.
+std::string link_target(const std::string& path) {
+    std::array<char, PATH_MAX> target;
+    const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+    if (length <= 0) return {};
+    const std::string text(target.data(), static_cast<std::size_t>(length));
+    if (text.front() == '/') return text;
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? text : path.substr(0, slash + 1) + text;
+}
+
+bool real_path(const std::string& path, std::string& resolved) {
+    char* const found = ::realpath(path.c_str(), nullptr);
+    if (found == nullptr) return false;
+    resolved = found;
+    std::free(found);
+    return true;
+}
+
+class PosixFiles final : public Files {
+public:
+    void read(const std::string& path, std::string& bytes) override {
+        const Descriptor file(open_or_fail("read", path, O_RDONLY));
+        std::size_t filled = 0;
+        // Most files fit into the buffer of the last read: the size is asked for only when one does not.
+        bytes.resize(std::max(bytes.capacity(), smallest_read));
+        for (;;) {
+            const ssize_t count =
+                retried([&] { return ::read(file.number(), bytes.data() + filled, bytes.size() - filled); });
+            if (count < 0) fail("read", path, errno);
+            filled += static_cast<std::size_t>(count);
+            if (count == 0) break;
+            if (filled < bytes.size()) continue;
+            if (filled >= largest_read) fail("read", path, EFBIG);
+            bytes.resize(larger_size(file, filled));
+        }
+        bytes.resize(filled);
+    }
+
+    FileStatus status(const std::string& path) override {
+        struct stat found;
+        FileStatus result;
+        if (!stat_if_there("look at", path, found)) return result;
+        result.exists = true;
+        result.is_folder = S_ISDIR(found.st_mode);
+        // Not access(): it tells the superuser that everything is writable.
+        result.read_only = (found.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
+        return result;
+    }
+
+    void clear_read_only(const std::string& path) override {
+        struct stat found;
+        if (retried([&] { return ::stat(path.c_str(), &found); }) != 0) fail("look at", path, errno);
+        if (::chmod(path.c_str(), (found.st_mode & 07777) | S_IWUSR) != 0) fail("make writable", path, errno);
+    }
+
+    std::unique_ptr<OutputFile> open_append(const std::string& path) override {
+        const int number = open_or_fail("open", path, O_WRONLY | O_APPEND | O_CREAT);
+        return std::make_unique<PosixOutputFile>(number, path);
+    }
+
+    std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override {
+        struct stat like_status;
+        const bool has_model = stat_if_there("look at", like, like_status);
+        // Nobody else may read the new file before it has the rights of the old one.
+        Descriptor made(open_or_fail("make", path, O_WRONLY | O_CREAT | O_EXCL, has_model ? 0600 : 0666));
+        try {
+            if (has_model) take_after(like, like_status, made, path);
+            return std::make_unique<PosixOutputFile>(made.release(), path);
+        } catch (...) {
+            ::unlink(path.c_str());
+            throw;
+        }
+    }
+
+    void replace(const std::string& from, const std::string& to) override {
+        if (::rename(from.c_str(), to.c_str()) != 0) fail("replace", to, errno);
+    }
+
+    void flush_folder(const std::string& folder) override {
+        const Descriptor opened(
+            open_or_fail("flush the folder", folder.empty() ? std::string(".") : folder, O_RDONLY | O_DIRECTORY));
+        // EINVAL: a file system that has no such operation.
+        if (retried([&] { return ::fsync(opened.number()); }) != 0 && errno != EINVAL)
+            fail("flush the folder", folder, errno);
+    }
+
+    void remove(const std::string& path) override {
+        if (::unlink(path.c_str()) != 0) fail("remove", path, errno);
+    }
+
+    std::vector<std::string> list(const std::string& folder) override {
+        DIR* const opened = ::opendir(folder.empty() ? "." : folder.c_str());
+        if (opened == nullptr) fail("list the folder", folder, errno);
+        const std::unique_ptr<DIR, int (*)(DIR*)> guard(opened, ::closedir);
+        std::vector<std::string> names;
+        for (;;) {
+            errno = 0;
+            const dirent* const entry = ::readdir(opened);
+            if (entry == nullptr) break;
+            const std::string name = entry->d_name;
+            if (name != "." && name != "..") names.push_back(name);
+        }
+        if (errno != 0) fail("list the folder", folder, errno);
+        return names;
+    }
+
+    std::string resolve(const std::string& path) override {
+        constexpr int most_links = 40;
+        std::string current = path;
+        std::string resolved;
+        for (int followed = 0; followed <= most_links; ++followed) {
+            if (real_path(current, resolved)) return resolved;
+            if (errno != ENOENT) fail("resolve", path, errno);
+            std::string next = link_target(current);
+            if (next.empty()) return current;
+            current = std::move(next);
+        }
+        fail("resolve", path, ELOOP);
+    }
+
+private:
+    static std::size_t larger_size(const Descriptor& file, std::size_t filled) {
+        struct stat found;
+        const bool known = ::fstat(file.number(), &found) == 0 && S_ISREG(found.st_mode) &&
+                           static_cast<std::size_t>(found.st_size) >= filled;
+        const std::size_t wanted = known ? static_cast<std::size_t>(found.st_size) + 1 : filled * 2;
+        return std::min(std::max(wanted, filled + smallest_read), largest_read);
+    }
+};
+
+}  // namespace
+
+std::shared_ptr<Files> make_system_files() {
+    return std::make_shared<PosixFiles>();
+}
+
+}  // namespace korvane
+
+#endif

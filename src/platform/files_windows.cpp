@@ -1,0 +1,258 @@
+#ifdef _WIN32
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "platform/files.h"
+#include "platform/windows_text.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr std::size_t smallest_read = 4096;
+constexpr std::size_t largest_read = std::size_t{1} << 30;
+constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+FileErrorKind kind_of(DWORD code) {
+    switch (code) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+        case ERROR_BAD_NETPATH:
+        case ERROR_INVALID_DRIVE:
+            return FileErrorKind::not_found;
+        case ERROR_ACCESS_DENIED:
+        case ERROR_WRITE_PROTECT:
+            return FileErrorKind::access_denied;
+        case ERROR_SHARING_VIOLATION:
+        case ERROR_LOCK_VIOLATION:
+        case ERROR_USER_MAPPED_FILE:
+            return FileErrorKind::sharing_violation;
+        case ERROR_DISK_FULL:
+        case ERROR_HANDLE_DISK_FULL:
+            return FileErrorKind::no_space;
+        case ERROR_CRC:
+        case ERROR_IO_DEVICE:
+        case ERROR_NOT_READY:
+        case ERROR_WRITE_FAULT:
+        case ERROR_READ_FAULT:
+            return FileErrorKind::input_output;
+        default:
+            return FileErrorKind::other;
+    }
+}
+
+std::string system_message(DWORD code) {
+    std::array<wchar_t, 512> text;
+    const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0,
+                                        text.data(), static_cast<DWORD>(text.size()), nullptr);
+    std::wstring_view message(text.data(), length);
+    while (!message.empty() && (message.back() == L'\r' || message.back() == L'\n' || message.back() == L' '))
+        message.remove_suffix(1);
+    return message.empty() ? "system error " + std::to_string(code) : utf8_from_utf16(message);
+}
+
+[[noreturn]] void fail(const char* operation, const std::string& path, DWORD code) {
+    throw FileError(kind_of(code), static_cast<int>(code),
+                    std::string("Cannot ").append(operation) + " [" + path + "]: " + system_message(code));
+}
+
+class Handle {
+public:
+    explicit Handle(HANDLE handle) : handle_(handle) {}
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    ~Handle() {
+        if (handle_ != INVALID_HANDLE_VALUE) CloseHandle(handle_);
+    }
+    HANDLE get() const { return handle_; }
+    HANDLE release() { return std::exchange(handle_, INVALID_HANDLE_VALUE); }
+
+private:
+    HANDLE handle_;
+};
+
+HANDLE open_or_fail(const char* operation, const std::string& path, DWORD access, DWORD share, DWORD disposition) {
+    const HANDLE handle =
+        CreateFileW(utf16_from_utf8(path).c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) fail(operation, path, GetLastError());
+    return handle;
+}
+
+class WindowsOutputFile final : public OutputFile {
+public:
+    WindowsOutputFile(HANDLE handle, std::string path) : handle_(handle), path_(std::move(path)) {}
+
+    void write(std::string_view bytes) override {
+        while (!bytes.empty()) {
+            const DWORD wanted = static_cast<DWORD>(std::min(bytes.size(), largest_read));
+            DWORD written = 0;
+            if (!WriteFile(handle_.get(), bytes.data(), wanted, &written, nullptr))
+                fail("write to", path_, GetLastError());
+            bytes.remove_prefix(written);
+        }
+    }
+
+    void flush_to_disk() override {
+        if (!FlushFileBuffers(handle_.get())) fail("flush", path_, GetLastError());
+    }
+
+    void close() override {
+        if (!CloseHandle(handle_.release())) fail("close", path_, GetLastError());
+    }
+
+private:
+    Handle handle_;
+    std::string path_;
+};
+
+/// Attributes and access rights as far as the system lets this user give them; never the read-only attribute, which
+/// would stand in the way of writing.
+void take_after(const std::wstring& like, DWORD attributes, const std::wstring& made) {
+    constexpr DWORD kept =
+        FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+    if ((attributes & kept) != 0) SetFileAttributesW(made.c_str(), attributes & kept);
+    DWORD size = 0;
+    GetFileSecurityW(like.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    std::string rights(size, '\0');
+    if (size > 0 && GetFileSecurityW(like.c_str(), DACL_SECURITY_INFORMATION, rights.data(), size, &size))
+        SetFileSecurityW(made.c_str(), DACL_SECURITY_INFORMATION, rights.data());
+}
+
+std::string without_device_prefix(std::wstring_view path) {
+    constexpr std::wstring_view device = L"\\\\?\\";
+    constexpr std::wstring_view share = L"\\\\?\\UNC\\";
+    if (path.starts_with(share)) return "\\\\" + utf8_from_utf16(path.substr(share.size()));
+    if (path.starts_with(device)) path.remove_prefix(device.size());
+    return utf8_from_utf16(path);
+}
+
+bool is_missing(DWORD code) {
+    return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
+}
+
+class WindowsFiles final : public Files {
+public:
+    void read(const std::string& path, std::string& bytes) override {
+        const Handle file(open_or_fail("read", path, GENERIC_READ, share_all, OPEN_EXISTING));
+        std::size_t filled = 0;
+        bytes.resize(std::max(bytes.capacity(), smallest_read));
+        for (;;) {
+            DWORD count = 0;
+            const DWORD wanted = static_cast<DWORD>(std::min(bytes.size() - filled, largest_read));
+            if (!ReadFile(file.get(), bytes.data() + filled, wanted, &count, nullptr))
+                fail("read", path, GetLastError());
+            filled += count;
+            if (count == 0) break;
+            if (filled < bytes.size()) continue;
+            if (filled >= largest_read) fail("read", path, ERROR_FILE_TOO_LARGE);
+            bytes.resize(larger_size(file, filled));
+        }
+        bytes.resize(filled);
+    }
+
+    FileStatus status(const std::string& path) override {
+        FileStatus result;
+        const DWORD attributes = GetFileAttributesW(utf16_from_utf8(path).c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES) {
+            const DWORD code = GetLastError();
+            if (!is_missing(code)) fail("look at", path, code);
+            return result;
+        }
+        result.exists = true;
+        result.is_folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        result.read_only = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+        return result;
+    }
+
+    void clear_read_only(const std::string& path) override {
+        const std::wstring wide = utf16_from_utf8(path);
+        const DWORD attributes = GetFileAttributesW(wide.c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES) fail("look at", path, GetLastError());
+        const DWORD left = attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
+        if (!SetFileAttributesW(wide.c_str(), left == 0 ? FILE_ATTRIBUTE_NORMAL : left))
+            fail("make writable", path, GetLastError());
+    }
+
+    std::unique_ptr<OutputFile> open_append(const std::string& path) override {
+        const HANDLE handle = open_or_fail("open", path, FILE_APPEND_DATA, share_all, OPEN_ALWAYS);
+        return std::make_unique<WindowsOutputFile>(handle, path);
+    }
+
+    std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override {
+        Handle made(open_or_fail("make", path, GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW));
+        const std::wstring wide_like = utf16_from_utf8(like);
+        const DWORD attributes = GetFileAttributesW(wide_like.c_str());
+        if (attributes != INVALID_FILE_ATTRIBUTES) take_after(wide_like, attributes, utf16_from_utf8(path));
+        return std::make_unique<WindowsOutputFile>(made.release(), path);
+    }
+
+    void replace(const std::string& from, const std::string& to) override {
+        constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+        if (!MoveFileExW(utf16_from_utf8(from).c_str(), utf16_from_utf8(to).c_str(), flags))
+            fail("replace", to, GetLastError());
+    }
+
+    /// Nothing to do: a folder cannot be flushed, and the replacement was written through.
+    void flush_folder(const std::string&) override {}
+
+    void remove(const std::string& path) override {
+        if (!DeleteFileW(utf16_from_utf8(path).c_str())) fail("remove", path, GetLastError());
+    }
+
+    std::vector<std::string> list(const std::string& folder) override {
+        const std::wstring pattern = utf16_from_utf8(join_path(folder.empty() ? "." : folder, "*"));
+        WIN32_FIND_DATAW entry;
+        const HANDLE search = FindFirstFileW(pattern.c_str(), &entry);
+        if (search == INVALID_HANDLE_VALUE) {
+            if (GetLastError() == ERROR_FILE_NOT_FOUND) return {};
+            fail("list the folder", folder, GetLastError());
+        }
+        std::vector<std::string> names;
+        do {
+            const std::string name = utf8_from_utf16(entry.cFileName);
+            if (name != "." && name != "..") names.push_back(name);
+        } while (FindNextFileW(search, &entry));
+        const DWORD code = GetLastError();
+        FindClose(search);
+        if (code != ERROR_NO_MORE_FILES) fail("list the folder", folder, code);
+        return names;
+    }
+
+    std::string resolve(const std::string& path) override {
+        // No access is asked for, so that a file that others hold open resolves too.
+        const Handle file(CreateFileW(utf16_from_utf8(path).c_str(), 0, share_all, nullptr, OPEN_EXISTING,
+                                      FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+        if (file.get() == INVALID_HANDLE_VALUE) {
+            const DWORD code = GetLastError();
+            if (!is_missing(code)) fail("resolve", path, code);
+            return path;
+        }
+        const DWORD length = GetFinalPathNameByHandleW(file.get(), nullptr, 0, FILE_NAME_NORMALIZED);
+        std::wstring found(length, L'\0');
+        const DWORD written = GetFinalPathNameByHandleW(file.get(), found.data(), length, FILE_NAME_NORMALIZED);
+        if (written == 0 || written >= length) return path;  // a file system without such names
+        found.resize(written);
+        return without_device_prefix(found);
+    }
+
+private:
+    static std::size_t larger_size(const Handle& file, std::size_t filled) {
+        LARGE_INTEGER size;
+        const bool known = GetFileSizeEx(file.get(), &size) && size.QuadPart >= static_cast<LONGLONG>(filled) &&
+                           size.QuadPart < static_cast<LONGLONG>(largest_read);
+        const std::size_t wanted = known ? static_cast<std::size_t>(size.QuadPart) + 1 : filled * 2;
+        return std::min(std::max(wanted, filled + smallest_read), largest_read);
+    }
+};
+
+}  // namespace
+
+std::shared_ptr<Files> make_system_files() {
+    return std::make_shared<WindowsFiles>();
+}
+
+}  // namespace korvane
+
+#endif

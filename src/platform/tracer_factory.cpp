@@ -1,0 +1,13 @@
+#include <atomic>
+
+#include "platform/tracer.h"
+
+namespace korvane {
+
+namespace {
+std::atomic<std::uint64_t> factories_made{0};
+}  // namespace
+
+TracerFactory::TracerFactory() : id_(++factories_made) {}
+
+}  // namespace korvane

@@ -1,0 +1,95 @@
+// An XML document that is read with XPath and edited in place: a save changes what was edited and no other byte.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/files.h"
+
+namespace korvane {
+
+/// Outcome of a load. Code 0 is success; the codes are the parser's own, from 100 on the document's: too large (64
+/// MiB), unknown encoding, bytes that are no characters, text outside the root element, several root elements. File
+/// faults are the system's code, negative.
+struct XmlParseError {
+    std::int32_t code = 0;
+    std::string reason;
+    explicit operator bool() const noexcept { return code != 0; }
+};
+
+class XmlDocument;
+
+/// An element of a document. Valid until the document is edited, loaded again or destroyed.
+class XmlElement {
+public:
+    std::string name() const;
+    /// The element's text: all its character data, children included, unchanged. White space that stands between two
+    /// pieces of markup is layout and no part of it, unless it is all that an element holds.
+    std::string text() const;
+    /// The attribute's value; empty where there is none.
+    std::string attribute(std::string_view name) const;
+    std::optional<XmlElement> child(std::string_view name) const;
+    /// First node of an XPath relative to this element. Raises as `XmlDocument::select` does.
+    std::optional<XmlElement> select(const std::string& xpath) const;
+    std::vector<XmlElement> select_all(const std::string& xpath) const;
+
+private:
+    friend class XmlDocument;
+    XmlElement(const XmlDocument* document, void* node) : document_(document), node_(node) {}
+    const XmlDocument* document_;
+    void* node_;
+};
+
+/// A new element to put into a document: attributes and either text or children.
+struct XmlNewElement {
+    std::string name;
+    std::vector<std::pair<std::string, std::string>> attributes;
+    std::string text;
+    std::vector<XmlNewElement> children;
+};
+
+class XmlDocument {
+public:
+    XmlDocument();
+    ~XmlDocument();
+    XmlDocument(XmlDocument&&) noexcept;
+    XmlDocument& operator=(XmlDocument&&) noexcept;
+
+    /// Reads and parses a file; on failure the document is empty. `for_editing` keeps the source bytes. Nothing outside
+    /// the file is touched: a DTD is passed over and external entities stay unresolved. Memory is kept between loads.
+    /// Encodings: UTF-8, UTF-16, US-ASCII, ISO-8859-1, windows-1252.
+    XmlParseError load(Files& files, const std::string& path, bool for_editing = false);
+    /// The same from bytes.
+    XmlParseError parse(std::string bytes, bool for_editing = false);
+
+    /// First element of an XPath 1.0 node set, if any. Error -2147467259 naming the query where it is not a query for
+    /// elements or nests too deep (64 brackets).
+    std::optional<XmlElement> select(const std::string& xpath) const;
+    std::vector<XmlElement> select_all(const std::string& xpath) const;
+
+    // Edits. They invalidate all elements and raise error 5 on a document not loaded for editing, for an element of
+    // another document and for characters and names that XML does not allow; the document is then unchanged.
+    /// Children are replaced too. A text that the element has already changes nothing.
+    void set_text(const XmlElement& element, const std::string& text);
+    /// Puts `replacement` after the last child of `parent` and takes `old`, a child of it, away. New elements are laid
+    /// out like their siblings.
+    void replace_child(const XmlElement& parent, const XmlElement& old, const XmlNewElement& replacement);
+    void append_child(const XmlElement& parent, const XmlNewElement& addition);
+
+    /// The document in the encoding it was read in, byte order mark included.
+    std::string bytes() const;
+    /// Checks that the bytes parse back, then saves them safely. Raises `FileError`.
+    void save(Files& files, const std::string& path) const;
+
+private:
+    friend class XmlElement;
+    void require_editable(const XmlElement& element) const;
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace korvane
