@@ -1,0 +1,98 @@
+#include "config/config_document.h"
+
+#include <algorithm>
+
+#include "frame/located_number.h"
+#include "platform/clock.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr int attempts = 3;
+constexpr int retry_pause_milliseconds = 200;
+
+bool is_letter(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+}
+
+bool is_plain_name(std::string_view query) {
+    if (query.empty() || !is_letter(query.front())) return false;
+    return std::all_of(query.begin(), query.end(), [](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
+}
+
+}  // namespace
+
+std::optional<XmlElement> select_child(const XmlElement& parent, const std::string& query) {
+    return is_plain_name(query) ? parent.child(query) : parent.select(query);
+}
+
+std::string ConfigDocument::path() const {
+    return join_path(platform_.instrument->create_path_information()->base_folder(), std::string(file_.name));
+}
+
+void ConfigDocument::load(TraceObj& record, bool for_editing) {
+    opened_ = true;
+    loaded_ = false;
+    const std::string file_path = path();
+    for (int attempt = 1;; ++attempt) {
+        parse_error_ = document_.load(*platform_.files, file_path, for_editing);
+        loaded_ = !parse_error_;
+        if (loaded_) return;
+        if (attempt == attempts) give_up(record, file_.load_failed_trace, file_path);
+        before_next_attempt(record);
+    }
+}
+
+void ConfigDocument::write(TraceObj& record, const XmlElement& element, const std::string& text) {
+    document_.set_text(element, text);
+    save(record, path());
+}
+
+void ConfigDocument::save(TraceObj& record, const std::string& path) {
+    for (int attempt = 1; !try_save(record, path); ++attempt) {
+        if (attempt == attempts) give_up(record, file_.save_failed_trace, path);
+        before_next_attempt(record);
+    }
+}
+
+bool ConfigDocument::try_save(TraceObj& record, const std::string& path) {
+    try {
+        clear_read_only(record, path);
+        document_.save(*platform_.files, path);
+        return true;
+    } catch (const FileError&) {
+        return false;
+    } catch (const Error&) {
+        return false;
+    }
+}
+
+void ConfigDocument::clear_read_only(TraceObj& record, const std::string& path) {
+    const FileStatus status = platform_.files->status(path);
+    if (!status.exists || !status.read_only) return;
+    if (!file_.cleared_read_only_trace.empty()) record.TR_PRINT(file_.cleared_read_only_trace);
+    platform_.files->clear_read_only(path);
+}
+
+void ConfigDocument::before_next_attempt(TraceObj& record) const {
+    record.TR_PRINT("XML load failed; parseError[", parse_error_.code, "]");
+    platform_.clock->sleep_milliseconds(retry_pause_milliseconds);
+}
+
+void ConfigDocument::give_up(TraceObj& record, std::string_view trace, const std::string& path) const {
+    record.TR_PRINT(trace, path, "; parseError[", parse_error_.code, "]");
+    throw Error(error_number::file_or_element, std::string(config_reader_source),
+                text_of(file_.failed_description, path, "; parseError[", parse_error_.code, "]"));
+}
+
+std::optional<XmlElement> ConfigDocument::select(const std::string& xpath) const {
+    static const XmlDocument empty;
+    return (loaded_ ? document_ : empty).select(xpath);
+}
+
+double ConfigDocument::number(const XmlElement& element, std::string_view item) const {
+    return located_number(element.text(), [&] { return text_of("Item[", item, "] of ", path()); });
+}
+
+}  // namespace korvane

@@ -1,0 +1,61 @@
+// The document behind a configuration store: where it lies, how often its load and save are tried, what is said then.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "frame/routine.h"
+#include "korvane/platform.h"
+#include "platform/xml_document.h"
+
+namespace korvane {
+
+inline constexpr std::string_view config_reader_source = "AutotuneParameterXMLConfigFileReader";
+
+/// What tells the stores' files apart.
+struct ConfigFile {
+    std::string_view name;
+    std::string_view load_failed_trace;
+    std::string_view save_failed_trace;
+    std::string_view failed_description;
+    std::string_view cleared_read_only_trace;  ///< empty: nothing is traced
+};
+
+class ConfigDocument {
+public:
+    ConfigDocument(const Platform& platform, const ConfigFile& file) : platform_(platform), file_(file) {}
+
+    /// Whether a load was ever tried. After a failed one the document is there, and empty.
+    bool is_open() const { return opened_; }
+
+    /// Reads the file, three times at most; then -904. Memory is kept between loads.
+    void load(TraceObj& record, bool for_editing);
+    /// Sets an element's text and saves, three times at most; then -904. A read-only attribute is cleared first.
+    void write(TraceObj& record, const XmlElement& element, const std::string& text);
+
+    /// First element of an XPath query.
+    std::optional<XmlElement> select(const std::string& xpath) const;
+    /// The element's number; a text that is none is an error that names item and file.
+    double number(const XmlElement& element, std::string_view item) const;
+
+private:
+    std::string path() const;
+    void save(TraceObj& record, const std::string& path);
+    bool try_save(TraceObj& record, const std::string& path);
+    void clear_read_only(TraceObj& record, const std::string& path);
+    void before_next_attempt(TraceObj& record) const;
+    [[noreturn]] void give_up(TraceObj& record, std::string_view trace, const std::string& path) const;
+
+    Platform platform_;
+    ConfigFile file_;
+    XmlDocument document_;
+    XmlParseError parse_error_;
+    bool opened_ = false;
+    bool loaded_ = false;
+};
+
+/// First node of a relative query. A plain name is looked up without the XPath engine, which would find the same.
+std::optional<XmlElement> select_child(const XmlElement& parent, const std::string& query);
+
+}  // namespace korvane

@@ -1,0 +1,69 @@
+#include "korvane/tune_prefs_xml.h"
+
+#include "config/config_document.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr ConfigFile preference_file{"TunePreferences.xml",
+                                     "TunePrefsXML: Failed to load XML: ", "TunePrefsXML: Failed to load XML: ",
+                                     "TunePrefsXML: Failed to load XML file: ", ""};
+
+const std::string root_path = "/TunePreferences";
+
+Error preferences_unavailable() {
+    return {error_number::preferences_unavailable, std::string(config_reader_source),
+            "TunePreferences XML file doesn't exist"};
+}
+
+}  // namespace
+
+struct clsTunePrefsXML::Impl {
+    explicit Impl(const Platform& platform) : trace(platform.tracers), document(platform, preference_file) {}
+
+    void open(bool for_editing) {
+        static const Error unavailable = preferences_unavailable();
+        replacing_routine(trace, {"OpenTunePrefsXML"},
+                          ErrorLine{"OpenTunePrefsXML: error[", ", ", "] opening Tune Prefs XML"}, unavailable,
+                          [&](TraceObj& record) { document.load(record, for_editing); });
+    }
+
+    XmlElement preference(const std::string& name) const {
+        const std::optional<XmlElement> root = document.select(root_path);
+        if (!root)
+            throw Error(error_number::group_node, std::string(config_reader_source),
+                        "ChosenTunePreferencesRootNode is nothing");
+        const std::optional<XmlElement> element = select_child(*root, name);
+        if (!element)
+            throw Error(error_number::file_or_element, std::string(config_reader_source),
+                        text_of("Item[", name, "] not found in Tune XML config file"));
+        return *element;
+    }
+
+    Trace trace;
+    ConfigDocument document;
+};
+
+clsTunePrefsXML::clsTunePrefsXML(Platform platform) : impl_(std::make_unique<Impl>(platform)) {}
+clsTunePrefsXML::~clsTunePrefsXML() = default;
+clsTunePrefsXML::clsTunePrefsXML(clsTunePrefsXML&&) noexcept = default;
+clsTunePrefsXML& clsTunePrefsXML::operator=(clsTunePrefsXML&&) noexcept = default;
+
+std::string clsTunePrefsXML::GetTunePreference(const std::string& ParamName, bool bReOpenXMLFile) {
+    const ErrorLine line{"GetTunePreference: error[", ", ", "] querying for element[", ParamName, "]"};
+    return routine(impl_->trace, {"GetTunePreference"}, line, [&](TraceObj&) {
+        if (bReOpenXMLFile || !impl_->document.is_open()) impl_->open(false);
+        return impl_->preference(ParamName).text();
+    });
+}
+
+void clsTunePrefsXML::WriteTunePreference(const std::string& strParamName, const std::string& strNewParameterValue) {
+    const ErrorLine line{"WriteTunePreference: error[", ", ", "] writing element[", strParamName, "]"};
+    routine(impl_->trace, {"WriteTunePreference"}, line, [&](TraceObj& record) {
+        impl_->open(true);
+        impl_->document.write(record, impl_->preference(strParamName), strNewParameterValue);
+    });
+}
+
+}  // namespace korvane

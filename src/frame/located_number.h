@@ -1,0 +1,23 @@
+// Numbers out of stored texts, with an error that says where the text stands.
+#pragma once
+
+#include <string_view>
+#include <utility>
+
+#include "frame/text.h"
+#include "korvane/error.h"
+
+namespace korvane {
+
+/// `parse_double`; its error gets the text of `where()` added, which is not called otherwise.
+template <class Where>
+double located_number(std::string_view text, Where&& where) {
+    try {
+        return parse_double(text);
+    } catch (const Error& error) {
+        throw Error(error.number(), error.source(),
+                    text_of(error.description(), " (", std::forward<Where>(where)(), ")"));
+    }
+}
+
+}  // namespace korvane

@@ -1,0 +1,44 @@
+// Texts put together from pieces: strings as they are, numbers in their shortest text, booleans as "True" and "False".
+#pragma once
+
+#include <charconv>
+#include <concepts>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "platform/automation_arithmetic.h"
+
+namespace korvane {
+
+template <class Piece>
+void append_piece(std::string& out, const Piece& piece) {
+    if constexpr (std::is_same_v<Piece, bool>) {
+        out += piece ? "True" : "False";
+    } else if constexpr (std::is_same_v<Piece, char>) {
+        out += piece;
+    } else if constexpr (std::integral<Piece>) {
+        char digits[24];
+        out.append(digits, std::to_chars(digits, digits + sizeof digits, piece).ptr);
+    } else if constexpr (std::is_same_v<Piece, double>) {
+        append_number(out, piece);
+    } else if constexpr (std::is_same_v<Piece, float> || std::is_same_v<Piece, InstrumentValue>) {
+        out += number_text(piece);
+    } else {
+        out += std::string_view(piece);
+    }
+}
+
+template <class... Pieces>
+void append_text(std::string& out, const Pieces&... pieces) {
+    (append_piece(out, pieces), ...);
+}
+
+template <class... Pieces>
+std::string text_of(const Pieces&... pieces) {
+    std::string out;
+    append_text(out, pieces...);
+    return out;
+}
+
+}  // namespace korvane

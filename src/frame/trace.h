@@ -1,0 +1,71 @@
+// Tracing: per-thread state of the tracer, and the record that every routine makes at its entry.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "frame/text.h"
+#include "platform/tracer.h"
+
+namespace korvane {
+
+/// What one thread knows of one tracer. The flag is read once, when the tracer is created.
+struct ThreadTrace {
+    std::uint64_t factory_id = 0;
+    std::unique_ptr<Tracer> tracer;
+    bool flag = false;
+    std::vector<std::pair<std::string, std::int32_t>> call_stack;  // newest last
+};
+
+/// The way to the current thread's tracer; a class keeps one and hands it to its routines.
+class Trace {
+public:
+    explicit Trace(std::shared_ptr<TracerFactory> factory) : factory_(std::move(factory)) {}
+
+    /// The thread's state, made (with its tracer) at the first call on the thread.
+    ThreadTrace& thread() const {
+        ThreadTrace* recent = recent_;
+        return recent && recent->factory_id == factory_->id() ? *recent : start_up();
+    }
+
+private:
+    ThreadTrace& start_up() const;
+
+    static thread_local ThreadTrace* recent_;
+    std::shared_ptr<TracerFactory> factory_;
+};
+
+/// One routine's trace record. Records of a thread are released in reverse order of their making.
+class TraceObj {
+public:
+    explicit TraceObj(const Trace& trace) : state_(trace.thread()) {}
+    ~TraceObj() {
+        if (state_.flag && entered_) TR_EXIT();
+    }
+    TraceObj(const TraceObj&) = delete;
+    TraceObj& operator=(const TraceObj&) = delete;
+
+    void TR_ENTRY(std::int32_t level, std::string_view funcName) {
+        if (state_.flag) enter(level, funcName);
+    }
+
+    /// Traces the pieces put together; they are not looked at when tracing is off.
+    template <class... Pieces>
+    void TR_PRINT(const Pieces&... pieces) {
+        if (state_.flag) print(text_of(pieces...));
+    }
+
+private:
+    void enter(std::int32_t level, std::string_view routine);
+    void print(std::string_view text);
+    void TR_EXIT() noexcept;
+
+    ThreadTrace& state_;
+    bool entered_ = false;
+};
+
+}  // namespace korvane

@@ -1,0 +1,175 @@
+#include "globals/detector_defaults.h"
+
+#include "globals/instrument_model.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr std::int32_t digitiser_option = 4;
+constexpr std::int32_t dual_source_option = 13;
+constexpr std::int32_t dual_sgf_source = 11;
+
+constexpr double full_scale_sample = 255;  // of 8 bits
+constexpr double transients_of_unit_scale = 10000;
+constexpr std::int32_t shortest_spectrum_us = 10;
+constexpr double ns_per_us = 1000;
+
+}  // namespace
+
+bool DetectorDefaults::has_option(std::int32_t code) {
+    HardwareQueries& hardware = instrument_.hardware();
+    return hardware.option_present(hardware.option_name(code));
+}
+
+bool DetectorDefaults::has_digitiser() {
+    return has_option(digitiser_option);
+}
+
+bool DetectorDefaults::is_dual_source() {
+    return has_option(dual_source_option);
+}
+
+double DetectorDefaults::preamp_ramp_start(bool low_gain) {
+    return routines_.guarded({"GetPreAmpOffsetRampStart"},
+                             [&](TraceObj&) { return preamp_ramp_end("PreAmpOffsetRampStart", low_gain); });
+}
+
+double DetectorDefaults::preamp_ramp_stop(bool low_gain) {
+    return routines_.guarded({"GetPreAmpOffsetRampStop"},
+                             [&](TraceObj&) { return preamp_ramp_end("PreAmpOffsetRampStop", low_gain); });
+}
+
+double DetectorDefaults::preamp_ramp_end(const std::string& key, bool low_gain) {
+    if (!has_digitiser()) return gain_parameter(key);
+    return gain_parameter(key + (has_long_tube() ? "_160cm" : "_4GHz") + (low_gain ? "_LowGain" : "_HighGain"));
+}
+
+// Start and stop take the channel from the caller, the step from the setpoint.
+double DetectorDefaults::preamp_ramp_step() {
+    return routines_.guarded({"GetPreAmpOffsetRampStep"}, [&](TraceObj&) {
+        if (!has_digitiser()) return gain_parameter("amp_step");
+        const bool low_gain = setpoints_.value(setpoint_index::preamp_gain_mode) == low_gain_mode;
+        if (low_gain)
+            return gain_parameter(has_long_tube() ? "PreAmpOffset_step_LowGain_160cm" : "PreAmpOffset_step_LowGain");
+        return gain_parameter(has_long_tube() ? "amp_step_160cm" : "amp_step_4GHz");
+    });
+}
+
+double DetectorDefaults::pulse_height_target() {
+    return routines_.guarded({"GetPulseHeightTarget"}, [&](TraceObj&) {
+        if (has_long_tube()) return gain_parameter("CntPerIon_160cm");
+        if (has_digitiser()) return gain_parameter("CntPerIon_Sigma4");
+        const bool post_accelerated =
+            source_.polarity_abbreviation() == "pos" && instrument_.hardware().has_positive_post_acceleration();
+        return gain_parameter(post_accelerated ? "CntPerIon_Sigma1QTOFPos" : "CntPerIon_Sigma1");
+    });
+}
+
+double DetectorDefaults::baseline_cutoff() {
+    return routines_.guarded({"GetBaselineCutoff"}, [&](TraceObj&) {
+        return gain_parameter(has_long_tube() || has_digitiser() ? "PHDTransmission_Sigma4" : "PHDTransmission_Sigma1");
+    });
+}
+
+double DetectorDefaults::transients() {
+    return setpoints_.value(source_.transients_setpoint());
+}
+
+double DetectorDefaults::transients_scaling_factor() {
+    return routines_.guarded({"GetNumTransScalingFactor"},
+                             [&](TraceObj&) { return transients() / transients_of_unit_scale; });
+}
+
+double DetectorDefaults::full_saturation_abundance() {
+    return routines_.guarded({"GetAbForFullDetectorSaturation"},
+                             [&](TraceObj&) { return transients() * full_scale_sample; });
+}
+
+double DetectorDefaults::hard_saturation_threshold(std::string_view routine_name) {
+    return routines_.guarded({routine_name}, [&](TraceObj&) { return full_saturation_abundance(); });
+}
+
+double DetectorDefaults::max_abundance_before_saturation() {
+    return routines_.guarded({"GetMaxAbBeforeSaturationOccurs"}, [&](TraceObj&) {
+        const double per_unit_scale =
+            parameters_.GetAutotuneLimitValue("Calibration", "MaxAbBeforeSaturationOccursOnHiGainChannel");
+        return per_unit_scale * transients_scaling_factor();
+    });
+}
+
+double DetectorDefaults::saturation_begin() {
+    return routines_.guarded({"GetSaturationThreshold_Begin"},
+                             [&](TraceObj&) { return max_abundance_before_saturation(); });
+}
+
+std::int32_t DetectorDefaults::min_spectrum_time_us() {
+    return routines_.guarded({"GetMinSpectrumTime_usec"}, [&](TraceObj&) { return shortest_spectrum_us; });
+}
+
+std::int32_t DetectorDefaults::max_spectrum_time_us() {
+    return routines_.guarded({"GetMaxSpectrumTime_usec"}, [&](TraceObj&) {
+        const double highest_mass = mass_range_.highest_mass();
+        return to_int32(calibration_.current()->time_from_mass(highest_mass) / ns_per_us);
+    });
+}
+
+bool DetectorDefaults::abundance_reduction_enabled() {
+    return routines_.guarded({"EnableAbundanceReductionTechnology"},
+                             [&](TraceObj&) { return instrument_.hardware().abundance_reduction_setting() != 0; });
+}
+
+bool DetectorDefaults::is_abundance_adjustable(const VariantArray<double>& masses) {
+    return routines_.guarded({"ThisIsAnAbundanceAdjustableRamp"}, [&](TraceObj&) { return masses.upper_bound() == 0; });
+}
+
+double DetectorDefaults::initial_value(const std::string& internal_name) {
+    return routines_.guarded({"GetAutotuneSetpointInitValue"}, [&](TraceObj& record) {
+        const char* const polarity = setpoints_.is_positive() ? "pos" : "neg";
+        const std::string path = text_of("/QTOFTuneParams/Mode/Tune[@polarity=\"", polarity, "\" and @source=\"",
+                                         instrument_.source_word(), "\"]/InitialAutotuneStartingSetpointValues");
+        record.TR_PRINT("Querying XML for \"", path);
+        return parameters_.GetTuneParamByXMLPath(path, text_of("Param[@internalName=\"", internal_name, "\"]"));
+    });
+}
+
+double DetectorDefaults::initial_value_of_state(const std::string& internal_name) {
+    return routines_.guarded({"GetInitSP"}, [&](TraceObj&) { return initial_value(internal_name); });
+}
+
+double DetectorDefaults::fragmentor() {
+    return routines_.guarded({"GetDefaultFragmentorValue"}, [&](TraceObj&) { return initial_value("FragmentTune"); });
+}
+
+double DetectorDefaults::drying_gas_temperature() {
+    return routines_.guarded({"GetDefaultGasTempValue"}, [&](TraceObj&) {
+        if (!is_dual_source()) return initial_value("GasTemp");
+        const bool sgf = setpoints_.code(setpoint_index::source_type) == dual_sgf_source;
+        return limit(sgf ? "DualSGF_DefaultDryingGasTemp_4410_DualSGF" : "DualSGF_DefaultDryingGasTemp_4410_DualESI");
+    });
+}
+
+double DetectorDefaults::drying_gas_pressure() {
+    return routines_.guarded({"GetDefaultDryingGasValue"}, [&](TraceObj&) {
+        return is_dual_source() ? limit("DualSGF_DefaultDryingGasPressure") : initial_value("DryingGas");
+    });
+}
+
+double DetectorDefaults::sheath_gas_temperature() {
+    return routines_.guarded({"GetDefaultSheathGasTempValue"}, [&](TraceObj&) {
+        return sheath_gas("DualSGF_DefaultSheathGasTemp", setpoint_index::sheath_gas_temperature);
+    });
+}
+
+double DetectorDefaults::sheath_gas_pressure() {
+    return routines_.guarded({"GetDefaultSheathGasPressureValue"}, [&](TraceObj&) {
+        return sheath_gas("DualSGF_DefaultSheathGasPressure", setpoint_index::sheath_gas_pressure);
+    });
+}
+
+double DetectorDefaults::sheath_gas(const std::string& key, std::int32_t fallback_setpoint) {
+    if (!is_dual_source()) return setpoints_.value(fallback_setpoint);
+    return limit(is_model_4410(instrument_.hardware()) ? key + "_4410" : key);
+}
+
+}  // namespace korvane

@@ -1,0 +1,43 @@
+// A text log below the base folder: opened by name, appended to line by line.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "korvane/platform.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+
+namespace korvane {
+
+/// Lines reach the operating system when written, each in one write. Errors are `FileError`.
+class LogFile {
+public:
+    LogFile(std::shared_ptr<InstrumentLayer> instrument, std::shared_ptr<Files> files)
+        : instrument_(std::move(instrument)), files_(std::move(files)) {}
+    explicit LogFile(const Platform& platform) : LogFile(platform.instrument, platform.files) {}
+
+    bool is_open() const { return file_ != nullptr; }
+    /// Opens "Logfiles/`name`" of the base folder for appending (the folder is not made) and writes `header`, if any.
+    /// When the header fails, the file stays open.
+    void open(const std::string& name, std::string_view header = {});
+    /// Text is UTF-8; it is stored in the system's own narrow encoding.
+    void write_line(std::string_view line);
+    /// Forgets the file, whether its close succeeds or not.
+    void close() noexcept;
+    /// Of the file open now, else of the last one.
+    const std::string& path() const { return path_; }
+
+private:
+    std::shared_ptr<InstrumentLayer> instrument_;
+    std::shared_ptr<Files> files_;
+    std::unique_ptr<OutputFile> file_;
+    std::string path_;
+    std::string line_;  // kept for its memory
+};
+
+/// "`stem`_YYYYMMDD_HHmmss.txt".
+std::string dated_log_name(std::string_view stem, const LocalTime& time);
+
+}  // namespace korvane

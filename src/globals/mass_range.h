@@ -1,0 +1,36 @@
+// The mass range the instrument is set to, and the calibrant masses within it.
+#pragma once
+
+#include <string>
+
+#include "globals/current_setpoints.h"
+#include "globals/tune_routines.h"
+#include "korvane/enumerations.h"
+#include "korvane/platform.h"
+
+namespace korvane {
+
+class MassRange {
+public:
+    MassRange(TuneRoutines& routines, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+              PathInformation& paths, const Platform& platform)
+        : routines_(routines), instrument_(instrument), setpoints_(setpoints), paths_(paths), platform_(platform) {}
+
+    double highest_mass();
+    bool contains(double mass);
+    /// The file's list, cut to as many masses as lie below the highest mass.
+    VariantArray<double> default_mass_list(const std::string& source_type, const std::string& polarity);
+    double largest_of(const VariantArray<double>& masses);
+
+private:
+    MassRangeComboBoxSelection selection() const;
+    std::size_t count_below(const VariantArray<double>& masses, double limit) const;
+
+    TuneRoutines& routines_;
+    InstrumentGlobals& instrument_;
+    const CurrentSetpoints& setpoints_;
+    PathInformation& paths_;
+    const Platform& platform_;
+};
+
+}  // namespace korvane

@@ -1,0 +1,191 @@
+#include "globals/source_and_polarity.h"
+
+#include <algorithm>
+#include <array>
+
+namespace korvane {
+
+namespace {
+
+constexpr std::int32_t corona_positive = 125;
+constexpr std::int32_t corona_negative = 126;
+constexpr std::int32_t vaporizer_apci = 123;
+constexpr std::int32_t vaporizer_multimode = 124;
+
+struct CapillaryVoltage {
+    const char* trace;
+    std::int32_t index;
+};
+constexpr CapillaryVoltage vcap_esi{"Selecting ESI", 104};
+constexpr CapillaryVoltage vcap_sgf{"Selecting SGF", 165};
+constexpr CapillaryVoltage vcap_nano{"Selecting nanoESI", 106};
+constexpr CapillaryVoltage vcap_tile{"Selecting HPLC-Tile", 116};
+constexpr CapillaryVoltage vcap_multimode{"Selecting MultiMode", 105};
+constexpr CapillaryVoltage vcap_apci{"Selecting APCI", 121};
+constexpr CapillaryVoltage vcap_appi{"Selecting APPI", 107};
+constexpr CapillaryVoltage vcap_unknown{nullptr, vcap_esi.index};
+
+struct Source {
+    const char* name;
+    CapillaryVoltage capillary_voltage;
+};
+// By source type code.
+constexpr std::array<Source, 12> sources{{{"ESI", vcap_esi},
+                                          {"HPLC-Tile", vcap_tile},
+                                          {"nanoESI", vcap_nano},
+                                          {"MALDI", vcap_unknown},
+                                          {"Multimode", vcap_multimode},
+                                          {"ESI", vcap_esi},
+                                          {"nanoESI", vcap_nano},
+                                          {"APCI", vcap_apci},
+                                          {"APPI", vcap_appi},
+                                          {"ESI", vcap_sgf},
+                                          {"GC-APCI", vcap_apci},
+                                          {"ESI", vcap_sgf}}};
+
+Source source_of(std::int32_t code) {
+    const bool known = code >= 0 && code < static_cast<std::int32_t>(sources.size());
+    return known ? sources[static_cast<std::size_t>(code)] : Source{"", vcap_unknown};
+}
+
+std::int32_t traced(TraceObj& record, const char* text, std::int32_t index) {
+    record.TR_PRINT(text);
+    return index;
+}
+
+}  // namespace
+
+std::string SourceAndPolarity::polarity() {
+    return routines_.guarded(
+        {"GetPolarityStr"}, [&](TraceObj&) { return std::string(setpoints_.is_positive() ? "Positive" : "Negative"); });
+}
+
+std::string SourceAndPolarity::polarity_abbreviation() {
+    return routines_.guarded({"GetPolarity3LetterAbbreviation"},
+                             [&](TraceObj&) { return std::string(setpoints_.is_positive() ? "pos" : "neg"); });
+}
+
+PolaritySetpoint SourceAndPolarity::polarity_setpoint() {
+    return routines_.guarded({"GetPolarityTuneSetpointValue"}, [&](TraceObj&) {
+        return setpoints_.is_positive() ? PolaritySetpoint::Positive : PolaritySetpoint::Negative;
+    });
+}
+
+std::int32_t SourceAndPolarity::corona_setpoint() {
+    return routines_.guarded({"GetPolaritySpecificCoronaSetpointIndex"},
+                             [&](TraceObj&) { return polarity() == "Positive" ? corona_positive : corona_negative; });
+}
+
+std::string SourceAndPolarity::source() {
+    return routines_.guarded({"GetSourceTypeStr"}, [&](TraceObj&) {
+        return std::string(source_of(setpoints_.code(setpoint_index::source_type)).name);
+    });
+}
+
+std::string SourceAndPolarity::mass_list_type(const std::string& source_type) {
+    static const std::array<std::string, 4> esi_like{"Unknown", "SGF ESI", "Dual SGF ESI", "Dual ESI"};
+    return routines_.guarded({"GetMassListTypeFromSourceTypeString"}, [&](TraceObj&) -> std::string {
+        if (std::find(esi_like.begin(), esi_like.end(), source_type) != esi_like.end()) return "ESI";
+        return source_type == "Dual nanoESI" ? "nanoESI" : source_type;
+    });
+}
+
+std::int32_t SourceAndPolarity::vaporizer_setpoint() {
+    return routines_.guarded({"GetSourceSpecificVaporizerSetpointIndex"}, [&](TraceObj& record) {
+        const std::string name = source();
+        if (name == "APPI") return traced(record, "Selecting APPI", vaporizer_apci);
+        if (name == "APCI") return traced(record, "Selecting APCI", vaporizer_apci);
+        if (name == "Multimode") return traced(record, "Selecting Multimode", vaporizer_multimode);
+        record.TR_PRINT("Vaporizer-less Source Type selected [", name, "]; defaulting to MultiMode Vaporizer");
+        return vaporizer_multimode;
+    });
+}
+
+std::int32_t SourceAndPolarity::capillary_voltage_setpoint() {
+    return routines_.guarded({"GetSourceSpecificVCapSetpointIndex"}, [&](TraceObj& record) {
+        const std::int32_t code = setpoints_.code(setpoint_index::source_type);
+        const CapillaryVoltage found = source_of(code).capillary_voltage;
+        if (found.trace)
+            record.TR_PRINT(found.trace);
+        else
+            record.TR_PRINT("Unrecognized Source Type selected [", code, "]; defaulting VCap actual to ESI VCap");
+        return found.index;
+    });
+}
+
+std::int32_t SourceAndPolarity::transients_setpoint() {
+    constexpr std::int32_t at_1_ghz = 127, at_2_ghz = 160, at_4_ghz = 161;
+    return routines_.guarded({"GetNumTransTuneSPForCurrentSamplingRate"}, [&](TraceObj& record) {
+        switch (setpoints_.code(setpoint_index::sampling_rate)) {
+            case sampling_rate_1_ghz:
+                return at_1_ghz;
+            case sampling_rate_2_ghz:
+                return at_2_ghz;
+            case sampling_rate_4_ghz:
+                return at_4_ghz;
+            default:
+                record.TR_PRINT("Error: invalid Sample Rate; defaulting to 1GHz");
+                return at_1_ghz;
+        }
+    });
+}
+
+enumQuadType SourceAndPolarity::quadrupole_type() {
+    return routines_.guarded({"QuadType"}, [&](TraceObj&) {
+        const double max_mass = parameters_.GetTuneParamByXMLPath("/QTOFTuneParams/Misc", "QuadMaxMass");
+        if (max_mass == 4000) return enumQuadType::MaxMass4k;
+        return max_mass == 8000 ? enumQuadType::MaxMass8k : enumQuadType{};
+    });
+}
+
+std::string SourceAndPolarity::instrument_state() {
+    return routines_.guarded({"GetCurrentInstrumentStateAsString"}, [&](TraceObj&) {
+        const std::int32_t rate = setpoints_.code(setpoint_index::sampling_rate);
+        return rate_text(rate) + mass_range_text(rate);
+    });
+}
+
+std::string SourceAndPolarity::rate_text(std::int32_t rate) {
+    switch (rate) {
+        case sampling_rate_1_ghz:
+            return "Minimum Storage Size (1 GHz)";
+        case sampling_rate_2_ghz:
+            return gain_text("2 GHz");
+        case sampling_rate_4_ghz:
+            return setpoints_.value(setpoint_index::high_resolution) != 0 ? "4 GHz, High Resolution" : "4 GHz";
+        default:
+            return {};
+    }
+}
+
+std::string SourceAndPolarity::gain_text(std::string rate_text) {
+    constexpr std::int32_t standard = 0, high = 1, extended = 3;
+    switch (setpoints_.code(setpoint_index::preamp_gain_mode)) {
+        case standard:
+            return rate_text + (instrument_.hardware().has_160cm_flight_tube() ? ", Extended Mass Range"
+                                                                               : ", Extended Dynamic Range Disabled");
+        case extended:
+            return "Extended Dynamic Range (2 GHz)";
+        case high:
+            return rate_text + ", High Gain";
+        case low_gain_mode:
+            return rate_text + ", Low Gain";
+        default:
+            return rate_text;
+    }
+}
+
+std::string SourceAndPolarity::mass_range_text(std::int32_t rate) {
+    switch (static_cast<MassRangeComboBoxSelection>(setpoints_.code(setpoint_index::mass_range))) {
+        case MassRangeComboBoxSelection::MassRangeComboBoxSelection_Low:
+            return " in 1700 m/z Mass Range";
+        case MassRangeComboBoxSelection::MassRangeComboBoxSelection_Standard:
+            return " in 3200 m/z Mass Range";
+        default:
+            return instrument_.hardware().has_160cm_flight_tube() && rate == sampling_rate_2_ghz
+                       ? " in 10,000 m/z Mass Range"
+                       : " in 20,000 m/z Mass Range";
+    }
+}
+
+}  // namespace korvane

@@ -1,0 +1,68 @@
+#include "globals/tune_logs.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr const char* setpoint_log_name = "SetpointLog.txt";
+
+// Set by the logbook's owner; passed on as they are.
+constexpr std::int32_t logbook_entry_kind = 32;
+constexpr std::int32_t logbook_code = 5;
+constexpr std::int32_t logbook_trace_level = 4;
+
+constexpr auto no_note = [](const Error&) {};
+
+}  // namespace
+
+void TuneLogs::open(LogFile& log, const std::string& name, const LocalTime& now) const {
+    log.open(name, text_of("===TUNE ", general_date_text(now), "==="));
+}
+
+void TuneLogs::write_tune_line(const std::string& message) {
+    const auto body = [&](TraceObj&) {
+        if (!tune_log_.is_open()) {
+            const LocalTime now = platform_.clock->now();
+            open(tune_log_, dated_log_name("TuneLog", now), now);
+        }
+        tune_log_.write_line(message);
+    };
+    routines_.swallowing({"WriteLineToTuneLogFile"}, ErrorLine{"error[", "] in WriteLineToTuneLogFile(): "}, body,
+                         no_note);
+}
+
+void TuneLogs::write_error_line(const std::string& message) {
+    const auto body = [&](TraceObj&) {
+        LogFile log(platform_);
+        const LocalTime now = platform_.clock->now();
+        open(log, dated_log_name("TuneErrorLog", now), now);
+        log.write_line(message);
+    };
+    routines_.swallowing({"WriteLineToTuneErrorLogFile"}, ErrorLine{"error[", "] in WriteLineToTuneErrorLogFile(): "},
+                         body, no_note);
+}
+
+void TuneLogs::write_setpoint_line(const std::string& message) {
+    const auto body = [&](TraceObj&) {
+        if (!log_setpoint_traffic_) return;
+        const LocalTime now = platform_.clock->now();
+        if (!setpoint_log_.is_open()) open(setpoint_log_, setpoint_log_name, now);
+        setpoint_log_.write_line(text_of(date_yymmdd(now), " ", instrument_.time_stamp(), "==> ", message));
+    };
+    routines_.swallowing({"WriteLineToSetpointLogFile"}, ErrorLine{"error[", "] in WriteLineToSetpointLogFile(): "},
+                         body, no_note);
+}
+
+void TuneLogs::release_tune_log() {
+    routines_.unguarded({"ReleaseTuneLogFile"}, [&](TraceObj&) { tune_log_.close(); });
+}
+
+void TuneLogs::report_to_logbook(const std::string& message, bool with_message_box, bool with_trace) {
+    routines_.unguarded({"ReportStatusToLogbook", logbook_trace_level}, [&](TraceObj& record) {
+        if (with_trace) record.TR_PRINT(message);
+        platform_.instrument->create_logbook_entry()->write(logbook_entry_kind, message, logbook_code, 0, 0, "");
+        if (with_message_box) platform_.message_box->show(message, instrument_.title() + " Setpoint Editor - Tune");
+    });
+}
+
+}  // namespace korvane

@@ -1,0 +1,131 @@
+#include "korvane/cal_mass_list.h"
+
+#include <map>
+
+#include "frame/located_number.h"
+#include "frame/text.h"
+#include "masslist/mass_list_document.h"
+#include "masslist/mass_list_text.h"
+
+namespace korvane {
+
+namespace {
+
+struct MassListEntry {
+    MassListName name;
+    std::string text;
+    bool dirty = false;
+};
+
+using MassLists = std::map<std::string, MassListEntry>;
+
+MassLists lists_of(const MassListDocument& document) {
+    MassLists lists;
+    for (const XmlElement& configuration : document.configurations()) {
+        MassListEntry entry;
+        entry.name = {configuration.attribute("IonSource"), configuration.attribute("IonPolarity")};
+        entry.text = mass_list_text(configuration.select_all("MassList/mass"));
+        const std::string key = entry.name.key();
+        lists[key] = std::move(entry);
+    }
+    return lists;
+}
+
+}  // namespace
+
+struct CalMassList::Impl {
+    explicit Impl(const Platform& platform) : files(platform.files) {}
+
+    struct OpenFile {
+        MassListDocument document;
+        MassLists lists;
+    };
+
+    OpenFile& require_open() {
+        if (!open) raise_runtime_fault(error_number::object_not_set, "no mass list file is open");
+        return *open;
+    }
+    MassListEntry& entry(const std::string& source, const std::string& polarity) {
+        MassLists& lists = require_open().lists;
+        const auto known = lists.find(MassListName{source, polarity}.key());
+        if (known == lists.end())
+            raise_runtime_fault(error_number::subscript, text_of("no mass list for [", source, "|", polarity, "]"));
+        return known->second;
+    }
+
+    std::shared_ptr<Files> files;
+    std::optional<OpenFile> open;
+    bool any_dirty = false;
+};
+
+CalMassList::CalMassList(Platform platform) : impl_(std::make_unique<Impl>(platform)) {}
+CalMassList::~CalMassList() = default;
+CalMassList::CalMassList(CalMassList&&) noexcept = default;
+CalMassList& CalMassList::operator=(CalMassList&&) noexcept = default;
+
+VariantArray<double> CalMassList::GetMassListArrayFromFile(const std::string& fileName, const std::string& sourceType,
+                                                           const std::string& polarity) {
+    const MassListDocument document(*impl_->files, fileName, false);
+    std::vector<double> masses;
+    for (const XmlElement& mass : document.masses({sourceType, polarity}))
+        masses.push_back(located_number(mass.text(), [&] {
+            return text_of("Mass list for source ", sourceType, " and ", polarity, " polarity of ", fileName);
+        }));
+    return masses;
+}
+
+void CalMassList::OpenMassListFile(const std::string& fileName) {
+    MassListDocument document(*impl_->files, fileName, true);
+    MassLists lists = lists_of(document);
+    impl_->open.emplace(Impl::OpenFile{std::move(document), std::move(lists)});
+    impl_->any_dirty = false;
+}
+
+void CalMassList::CloseMassListFile() {
+    impl_->open.reset();
+    impl_->any_dirty = false;
+}
+
+void CalMassList::SaveMassListToFile(const std::string& fileName) {
+    if (fileName.empty())
+        raise_mass_list_error("Save mass list file: A file name other than the default was not specified");
+    auto& [document, lists] = impl_->require_open();
+    // Everything is checked before the first edit, so that a list that cannot be written leaves the others as they are.
+    std::vector<std::pair<MassListEntry*, XmlNewElement>> rewrites;
+    for (auto& [key, entry] : lists) {
+        if (!entry.dirty) continue;
+        rewrites.emplace_back(&entry, mass_list_element(entry.text, key));
+        document.require_rewritable(entry.name);
+    }
+    for (const auto& [entry, element] : rewrites) document.rewrite(entry->name, element);
+    document.save(*impl_->files, fileName);
+    for (const auto& [entry, element] : rewrites) entry->dirty = false;
+    impl_->any_dirty = false;
+}
+
+VariantArray<std::string> CalMassList::GetMassListArray(const std::string& sourceType, const std::string& polarity) {
+    return split_lines(impl_->entry(sourceType, polarity).text);
+}
+
+std::string CalMassList::GetMassList(const std::string& sourceType, const std::string& polarity) {
+    return impl_->entry(sourceType, polarity).text;
+}
+
+void CalMassList::UpdateMassList(const std::string& sourceType, const std::string& polarity,
+                                 const std::string& massList) {
+    MassListEntry& entry = impl_->entry(sourceType, polarity);
+    if (entry.text == massList) return;
+    entry.text = massList;
+    entry.dirty = true;
+    impl_->any_dirty = true;
+}
+
+bool CalMassList::IsMassListDirty(const std::string& sourceType, const std::string& polarity) {
+    return impl_->entry(sourceType, polarity).dirty;
+}
+
+bool CalMassList::AnyMassListsDirty() {
+    return impl_->any_dirty;
+}
+
+}  // namespace korvane

@@ -1,0 +1,47 @@
+// A loaded mass-list file: its configurations and the rewriting of one.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/xml_document.h"
+
+namespace korvane {
+
+/// An ion source and a polarity, as the file writes them.
+struct MassListName {
+    std::string source;
+    std::string polarity;
+
+    std::string key() const { return source + "|" + polarity; }
+    std::string xpath() const {
+        return "/QTOF_MassListConfiguration/Configuration[@IonSource='" + source + "' and @IonPolarity='" + polarity +
+               "']";
+    }
+};
+
+[[noreturn]] void raise_mass_list_error(const std::string& description);
+
+class MassListDocument {
+public:
+    /// Error -1 for a file that cannot be read or is not a mass-list file.
+    MassListDocument(Files& files, const std::string& file_name, bool for_editing);
+
+    const std::string& file_name() const { return file_name_; }
+    std::vector<XmlElement> configurations() const;
+    /// Error -1 where the configuration is missing or has no masses.
+    std::vector<XmlElement> masses(const MassListName& name) const;
+
+    /// Error -1 unless exactly one configuration of that name with at most one `MassList` exists.
+    void require_rewritable(const MassListName& name) const;
+    /// Puts `list` in the place of the configuration's `MassList`, as its last child.
+    void rewrite(const MassListName& name, const XmlNewElement& list);
+    /// Error -1 naming the file when it cannot be written.
+    void save(Files& files, const std::string& file_name) const;
+
+private:
+    std::string file_name_;
+    XmlDocument document_;
+};
+
+}  // namespace korvane
