@@ -1,0 +1,99 @@
+#include "spectrum/mass_time_windows.h"
+
+#include <cmath>
+
+namespace korvane {
+
+namespace {
+
+constexpr std::string_view search_rule = "---------------------------------------------";
+
+std::vector<double> mass_bounds(TraceObj& record, const VariantArray<double>& masses, double delta_mass) {
+    std::vector<double> bounds;
+    for (std::int32_t i = 0; i <= masses.upper_bound(); ++i) {
+        const double mass = masses.at(i);
+        bounds.push_back(mass - delta_mass);
+        bounds.push_back(mass + delta_mass);
+        record.TR_PRINT("MassWindow(", i, ") = [", mass - delta_mass, ", ", mass + delta_mass, "]");
+    }
+    return bounds;
+}
+
+}  // namespace
+
+/// Bounds of +-`percent` percent of flight time, as masses.
+std::vector<double> MassTimeWindows::percentage_bounds(TraceObj& record, const MassTimeCalibration& calibration,
+                                                       const VariantArray<double>& masses, double percent) const {
+    const auto listed = masses.elements();
+    const std::vector<double> times = calibration.times_from_masses({listed.begin(), listed.end()});
+    std::vector<double> time_range_list;
+    for (std::int32_t i = 0; i <= masses.upper_bound(); ++i) {
+        const double mass = masses.at(i);
+        const double time = times[static_cast<std::size_t>(i)];
+        time_range_list.push_back(time - percent * time / 100);
+        time_range_list.push_back(time + percent * time / 100);
+        record.TR_PRINT("Masses(", i, ") = ", mass, "; Times(", i, ") = ", time);
+        for (const std::int32_t bound : {2 * i, 2 * i + 1})
+            record.TR_PRINT("timeRangeList(", bound, "); mList(", i, "); times(", i,
+                            ") = ", time_range_list[static_cast<std::size_t>(bound)]);
+    }
+    std::vector<double> bounds = calibration.masses_from_times(time_range_list);
+    for (std::size_t i = 0; 2 * i + 1 < bounds.size(); ++i) {
+        record.TR_PRINT("TimeWindow(", i, ") = [", time_range_list[2 * i], ", ", time_range_list[2 * i + 1], "]");
+        record.TR_PRINT("MassWindow(", i, ") = [", bounds[2 * i], ", ", bounds[2 * i + 1], "]");
+    }
+    return bounds;
+}
+
+void MassTimeWindows::CalculateTimeIndex(const VariantArray<double>& vMassData, const CalibrationObject& mtDLL,
+                                         const VariantArray<double>& mList, double deltaMass, float percentT) {
+    routine(trace_, {"CalculateTimeIndex"}, ErrorLine{"Error[", "] in CalculateTimeIndex(): "}, [&](TraceObj& record) {
+        std::vector<double> bounds;
+        if (percentT > 0) {
+            record.TR_PRINT("Using %T window");
+            if (!mtDLL) raise_runtime_fault(error_number::object_not_set, "mass-time calibration");
+            bounds = percentage_bounds(record, *mtDLL, mList, static_cast<double>(percentT));
+        } else if (deltaMass >= 0.0) {
+            record.TR_PRINT("Using deltaMass window");
+            bounds = mass_bounds(record, mList, deltaMass);
+        } else {
+            throw Error(error_number::routine_detected, "CalculateTimeIndex", "Invalid delta mass or percentage time");
+        }
+        table_.assign(bounds.size() / 2, IndexRange{});
+        for (std::size_t i = 0; i < table_.size(); ++i)
+            table_[i] = {static_cast<double>(GetMassArrayIndexForThisMass(vMassData, bounds[2 * i])),
+                         static_cast<double>(GetMassArrayIndexForThisMass(vMassData, bounds[2 * i + 1]))};
+    });
+}
+
+std::int32_t MassTimeWindows::GetMassArrayIndexForThisMass(const VariantArray<double>& vMassData, double mass) {
+    return routine(trace_, {"GetMassArrayIndexForThisMass"},
+                   ErrorLine{"Error[", "] in GetMassArrayIndexForThisMass(): "}, [&](TraceObj& record) {
+                       record.TR_PRINT(search_rule);
+                       record.TR_PRINT("searching mass index for mass ", mass);
+                       std::int32_t result = -1;
+                       std::int32_t low = 0, high = vMassData.upper_bound(), middle = 0;
+                       do {
+                           middle = to_int32((high - low) / 2.0 + low);
+                           const double here = vMassData.at(middle);
+                           const double next = vMassData.at(middle + 1);  // an axis of one sample fails here
+                           if (here < mass && next > mass) {
+                               result = std::abs(mass - next) < std::abs(mass - here) ? middle + 1 : middle;
+                               break;
+                           }
+                           (mass > here ? low : high) = middle;
+                       } while (low + 1 < high);
+                       if (result < 0 && vMassData.at(middle) == mass) result = middle;
+                       if (result >= 0) record.TR_PRINT("mass index for mass ", mass, "Is ", result);
+                       record.TR_PRINT(search_rule);
+                       return result;
+                   });
+}
+
+const IndexRange& MassTimeWindows::range(std::int32_t position) const {
+    if (position < 0 || static_cast<std::size_t>(position) >= table_.size())
+        raise_runtime_fault(error_number::subscript, "calibrant position " + std::to_string(position));
+    return table_[static_cast<std::size_t>(position)];
+}
+
+}  // namespace korvane

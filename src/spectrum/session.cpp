@@ -1,0 +1,60 @@
+#include "spectrum/session.h"
+
+#include <cfloat>
+#include <cmath>
+
+#include "platform/clock.h"
+#include "platform/tracer.h"
+
+namespace korvane {
+
+namespace {
+
+std::unique_ptr<InstrumentGlobals> initialised_globals(InstrumentLayer& layer) {
+    auto globals = layer.create_globals();
+    globals->initialise();
+    return globals;
+}
+
+}  // namespace
+
+Session::Session(const Platform& world)
+    : platform(world),
+      trace(world.tracers),
+      instrument(initialised_globals(*world.instrument)),
+      tune(world),
+      params(world),
+      prefs(world),
+      abort(world) {}
+
+InstrumentControl& Session::control() const {
+    InstrumentControl* connected = instrument->control();
+    if (!connected) raise_runtime_fault(error_number::object_not_set, "instrument control");
+    return *connected;
+}
+
+CalibrationObject Session::calibration_of_current_polarity() const {
+    const Segments segments = current_segments();
+    const std::int32_t polarity = CurrentSetpoints(*instrument, segments).is_positive() ? 0 : 1;
+    CalibrationObject calibration = instrument->calibrations().calibration(polarity);
+    if (!calibration) raise_runtime_fault(error_number::object_not_set, "mass-time calibration");
+    return calibration;
+}
+
+void Session::raise_if_aborted() {
+    if (abort.UserHasClickedAbort()) throw Error(error_number::user_aborted, "", "User aborted");
+}
+
+double checked_quotient(double value, double divisor) {
+    if (divisor == 0) raise_runtime_fault(error_number::division_by_zero);
+    return value / divisor;
+}
+
+float to_single(double value) {
+    // The first double that no longer rounds to a single-precision number.
+    constexpr double beyond = FLT_MAX + 0x1p103;
+    if (std::abs(value) >= beyond) raise_runtime_fault(error_number::overflow, number_text(value));
+    return static_cast<float>(value);
+}
+
+}  // namespace korvane
