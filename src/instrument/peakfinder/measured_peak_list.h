@@ -1,0 +1,39 @@
+// The list that the embedded peak finder returns.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "korvane/peak_finder.h"
+
+namespace korvane {
+
+/// One peak in ns, with its standard errors.
+struct MeasuredPeak {
+    PeakInfo record;
+    PeakUncertainty uncertainty;
+};
+
+/// Peaks in the order of flight time until `order` is called.
+class MeasuredPeakList final : public PeakList {
+public:
+    explicit MeasuredPeakList(std::vector<MeasuredPeak> peaks_ns) : peaks_ns_(std::move(peaks_ns)) {}
+
+    std::int32_t count() const override { return static_cast<std::int32_t>(peaks_ns_.size()); }
+    /// Ties keep their order.
+    void order(std::int32_t position, std::int32_t direction) override;
+    PeakInfo GetPeakAttributeInfo(std::int32_t index, bool current_units) const override;
+    void convert(const MassTimeCalibration& calibration, std::int32_t mode) override;
+    std::optional<PeakUncertainty> uncertainty(std::int32_t index) const override;
+
+private:
+    const std::vector<MeasuredPeak>& current_peaks() const { return converted_ ? peaks_amu_ : peaks_ns_; }
+    std::size_t checked_index(std::int32_t index) const;
+
+    std::vector<MeasuredPeak> peaks_ns_;
+    std::vector<MeasuredPeak> peaks_amu_;
+    bool converted_ = false;
+};
+
+}  // namespace korvane

@@ -1,0 +1,31 @@
+// The binary arrays of mzML: little-endian floating point, perhaps compressed with zlib, in base64.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "instrument/replay/recording_fault.h"
+
+namespace korvane::replay {
+
+struct BinaryEncoding {
+    bool is_64_bit = true;  ///< else 32-bit
+    bool is_zlib = true;    ///< else not compressed
+};
+
+/// Decodes exactly `count` numbers; white space in the text is passed over. Never allocates more than `count` numbers
+/// and the text need, whatever the compressed data unpack to. Fails at `place` naming `array` for text that is not
+/// base64, data that zlib refuses, and any other length.
+std::vector<double> decode_numbers(std::string_view base64, const BinaryEncoding& encoding, std::size_t count,
+                                   const RecordingPlace& place, const std::string& array);
+
+/// The inverse; 32-bit rounds.
+std::string encode_numbers(std::span<const double> numbers, const BinaryEncoding& encoding);
+
+/// True when every number is a 32-bit float exactly.
+bool fits_32_bit(std::span<const double> numbers);
+
+}  // namespace korvane::replay

@@ -1,0 +1,49 @@
+// The content of a recording, as the file states it.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "instrument/peakfinder/peak_finder_options.h"
+#include "korvane/records.h"
+
+namespace korvane::replay {
+
+/// A mass-time law: coefficients in nanoseconds and the use flags, element p for the power p.
+struct StatedCalibration {
+    CalibrationCoefficients coefficients;
+    std::vector<std::int32_t> use_flags;
+    friend bool operator==(const StatedCalibration&, const StatedCalibration&) = default;
+};
+
+struct RecordedSpectrum {
+    std::string id;
+    PolaritySetpoint polarity = PolaritySetpoint::Positive;
+    double scan_start_minutes = 0;
+    std::vector<double> mz;         ///< ascending; samples of zero counts may be left out
+    std::vector<double> intensity;  ///< counts, one per m/z
+    std::optional<double> sampling_interval_ns;
+    // What only recordings of our own state.
+    std::optional<double> first_flight_time_ns;
+    std::optional<StatedCalibration> calibration;
+    PeakFinderOptions peak_finder;  ///< what the instrument told its peak finder
+};
+
+struct Recording {
+    std::string file;
+    std::string instrument_model;
+    std::int32_t source_code = 0;                ///< as setpoint 117 has it
+    std::optional<double> sampling_interval_ns;  ///< of the digitiser, where the file states its frequency
+    std::map<std::string, double> setpoints;     ///< by internal name; only recordings of our own state them
+    std::vector<RecordedSpectrum> spectra;
+};
+
+/// Samples of one spectrum, and of all spectra of a recording, beyond which a file is refused: its arrays would not fit
+/// into memory, and no flight tube gives them.
+inline constexpr std::int64_t largest_spectrum_samples = 10'000'000;
+inline constexpr std::int64_t largest_recording_samples = 200'000'000;
+
+}  // namespace korvane::replay

@@ -1,0 +1,29 @@
+// The embedded instrument: a simulated quadrupole time-of-flight mass spectrometer. docs/simulator.md describes it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "korvane/instrument.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+
+namespace korvane {
+
+/// Paths are UTF-8.
+struct SimulatorOptions {
+    std::string base_folder;                ///< its Logfiles folder takes the logbook
+    std::uint64_t seed = 1;                 ///< same seed, same spectra
+    std::optional<std::string> scene_path;  ///< without it the default scene
+    /// File that keeps setpoints, calibrations and slicer hours between programs, which use it one after the other.
+    std::optional<std::string> state_path;
+};
+
+/// Every globals object that the layer makes is a view of the one instrument; it keeps the instrument alive.
+/// Errors: -904 naming the item and the file for a scene or state file that cannot be read or is not one.
+std::shared_ptr<InstrumentLayer> make_simulator(const SimulatorOptions& options, std::shared_ptr<Files> files,
+                                                std::shared_ptr<Clock> clock);
+
+}  // namespace korvane

@@ -1,0 +1,222 @@
+#include "instrument/replay/mzml_reader.h"
+
+#include <gmock/gmock.h>
+
+#include <random>
+
+#include "recording_text.h"
+
+namespace korvane {
+
+namespace {
+
+using replay::read_recording;
+using replay::RecordedSpectrum;
+using replay::Recording;
+using testing::HasSubstr;
+
+class MzmlReader : public testing::Test {
+protected:
+    Recording read(const std::string& text) {
+        write_text(file, text);
+        return read_recording(*files, file);
+    }
+    Recording read(const SpectrumText& spectrum) { return read(RecordingText{{spectrum}, {}, false}.text()); }
+
+    /// The text of the one error that every bad recording ends in.
+    std::string fault(const std::string& text) {
+        const Error error = error_of([&] { read(text); });
+        EXPECT_EQ(error.number(), -904);
+        EXPECT_EQ(error.source(), "RecordingReader");
+        EXPECT_THAT(error.description(), HasSubstr("[" + file + "]"));
+        return error.description();
+    }
+
+    TemporaryFolder folder;
+    std::string file = folder.file("recording.mzML");
+    std::shared_ptr<Files> files = make_system_files();
+};
+
+std::string replaced(std::string text, const std::string& old, const std::string& by) {
+    const auto at = text.find(old);
+    EXPECT_NE(at, std::string::npos) << old;
+    return at == std::string::npos ? text : text.replace(at, old.size(), by);
+}
+
+TEST_F(MzmlReader, ReadsNumbersEncodedByAnotherProgram) {
+    // 100.25, 101.5, 102.75 as 64-bit floats through zlib; 1, 2.5, 1e10 as 32-bit floats, not compressed.
+    const std::string text = R"(<mzML><run><spectrumList><spectrum id="s" defaultArrayLength="3">
+        <cvParam accession="MS:1000511" value="1"/><cvParam accession="MS:1000128"/><cvParam accession="MS:1000129"/>
+        <binaryDataArrayList><binaryDataArray><cvParam accession="MS:1000521"/><cvParam accession="MS:1000576"/>
+        <cvParam accession="MS:1000515"/><binary> AACAP
+        wAAIED5AhVQ </binary></binaryDataArray><binaryDataArray><cvParam accession="MS:1000523"/>
+        <cvParam accession="MS:1000574"/><cvParam accession="MS:1000514"/>
+        <binary>@MZ@</binary></binaryDataArray></binaryDataArrayList></spectrum></spectrumList></run></mzML>)";
+    const Recording recording = read(replaced(text, "@MZ@", "eJxjYAACgUgHEMWQAKU3RDoAABimAuw="));
+    ASSERT_EQ(recording.spectra.size(), 1u);
+    EXPECT_EQ(recording.spectra[0].mz, (std::vector<double>{100.25, 101.5, 102.75}));
+    EXPECT_EQ(recording.spectra[0].intensity, (std::vector<double>{1, 2.5, 1e10}));
+    EXPECT_EQ(recording.spectra[0].polarity, PolaritySetpoint::Negative);
+    EXPECT_EQ(recording.spectra[0].scan_start_minutes, 0);
+}
+
+TEST_F(MzmlReader, ReadsTheSameFromEveryEncodingAndWrapping) {
+    for (const bool mz_64 : {true, false})
+        for (const bool counts_64 : {true, false})
+            for (const bool zlib : {true, false})
+                for (const bool indexed : {true, false}) {
+                    SpectrumText spectrum = plain_spectrum();
+                    spectrum.mz_encoding = {mz_64, zlib};
+                    spectrum.intensity_encoding = {counts_64, zlib};
+                    const Recording recording = read(RecordingText{{spectrum}, {}, indexed}.text());
+                    ASSERT_EQ(recording.spectra.size(), 1u);
+                    const RecordedSpectrum& read_back = recording.spectra[0];
+                    EXPECT_EQ(read_back.intensity, spectrum.intensity);
+                    EXPECT_EQ(read_back.scan_start_minutes, 1.5);
+                    for (std::size_t i = 0; i < spectrum.mz.size(); ++i)
+                        ASSERT_EQ(read_back.mz[i],
+                                  mz_64 ? spectrum.mz[i] : static_cast<double>(static_cast<float>(spectrum.mz[i])));
+                }
+}
+
+TEST_F(MzmlReader, ResolvesGroupsAndTheInstrument) {
+    SpectrumText spectrum = plain_spectrum();
+    spectrum.parameters = R"(<referenceableParamGroupRef ref="g"/><cvParam accession="MS:1000129"/>)";
+    const std::string head = R"(<referenceableParamGroupList count="1"><referenceableParamGroup id="g">
+        <cvParam accession="MS:1000579"/><cvParam accession="MS:1000128"/></referenceableParamGroup>
+        </referenceableParamGroupList><instrumentConfigurationList><instrumentConfiguration id="i"><componentList>
+        <source order="1"><cvParam accession="MS:1000075"/></source><detector order="2">
+        <cvParam accession="MS:1000029" value="2e9" unitAccession="UO:0000106"/></detector>
+        </componentList></instrumentConfiguration></instrumentConfigurationList>)";
+    const Recording recording = read(RecordingText{{spectrum}, head, false}.text());
+    EXPECT_EQ(recording.source_code, 3);
+    EXPECT_EQ(recording.spectra.at(0).polarity, PolaritySetpoint::Negative);
+    EXPECT_EQ(recording.spectra.at(0).sampling_interval_ns, 0.5);
+}
+
+TEST_F(MzmlReader, LeavesOutOtherLevelsWithoutDecodingThem) {
+    SpectrumText fragments = plain_spectrum();
+    fragments.id = "fragments";
+    fragments.parameters = R"(<cvParam accession="MS:1000511" value="2"/><cvParam accession="MS:1000127"/>)";
+    fragments.array_parameters = R"(<cvParam accession="MS:1002312" name="MS-Numpress linear"/>)";
+    const Recording recording = read(RecordingText{{fragments, plain_spectrum()}, {}, false}.text());
+    ASSERT_EQ(recording.spectra.size(), 1u);
+    EXPECT_EQ(recording.spectra[0].id, "scan=1");
+    EXPECT_THAT(fault(RecordingText{{fragments}, {}, false}.text()), HasSubstr("no spectrum of ms level 1"));
+}
+
+TEST_F(MzmlReader, NamesWhatIsWrongWithTheFile) {
+    EXPECT_THAT(fault(""), HasSubstr("empty"));
+    EXPECT_THAT(fault("PK\x03\x04 not a recording"), HasSubstr("not XML"));
+    EXPECT_THAT(fault("<mzXML/>"), HasSubstr("root element is [mzXML]"));
+    EXPECT_THAT(fault("<indexedmzML><index/></indexedmzML>"), HasSubstr("not mzML"));
+    EXPECT_THAT(fault("<mzML/>"), HasSubstr("no spectrum"));
+    const std::string whole = RecordingText{{plain_spectrum()}, {}, false}.text();
+    EXPECT_THAT(fault(whole.substr(0, whole.size() - 20)), HasSubstr("not XML"));
+    for (const std::string& path : {folder.file("missing.mzML"), folder.path().string()}) {
+        const Error error = error_of([&] { read_recording(*files, path); });
+        EXPECT_EQ(error.number(), -904);
+        EXPECT_THAT(error.description(), HasSubstr("[" + path + "]"));
+    }
+}
+
+struct Damage {
+    std::string from, to, named;
+};
+
+TEST_F(MzmlReader, NamesWhatIsWrongWithASpectrum) {
+    const std::string level = R"(<cvParam accession="MS:1000511" value="1"/>)";
+    const std::string length = R"(defaultArrayLength="400")";
+    const std::vector<Damage> damages{
+        {level, "", "ms level"},
+        {"value=\"1\"/>", "value=\"one\"/>", "[one] is not a number"},
+        {R"(<cvParam accession="MS:1000128"/>)", "", "MS:1000128"},
+        {"MS:1000128", "MS:1000127", "centroid"},
+        {R"(<cvParam accession="MS:1000130"/>)", "", "polarity"},
+        {R"(<cvParam accession="MS:1000130"/>)",
+         R"(<cvParam accession="MS:1000130"/><cvParam accession="MS:1000129"/>)", "both polarities"},
+        {"UO:0000031", "UO:0000032", "UO:0000032"},
+        {"value=\"1.5\"", "value=\"\"", "scan start time [] is not a number"},
+        {length, R"(defaultArrayLength="399")", "3192"},
+        {length, R"(defaultArrayLength="401")", "3208"},
+        {length, R"(defaultArrayLength="99999999999")", "99999999999"},
+        {length, R"(defaultArrayLength="-400")", "[-400]"},
+        {length, "", "defaultArrayLength"},
+        {length, R"(defaultArrayLength="0")", "no samples"},
+        {"MS:1000514", "MS:1000786", "no m/z array"},
+        {"MS:1000515", "MS:1000786", "no intensity array"},
+        {R"(<cvParam accession="MS:1000574"/>)", "", "compression"},
+        {R"(<cvParam accession="MS:1000523"/>)", "", "64-bit float"},
+        {"MS:1000523", "MS:1000522", "MS:1000522"},
+        {R"(<cvParam accession="MS:1000574"/>)", R"(<cvParam accession="MS:1002312" name="MS-Numpress linear"/>)",
+         "MS:1002312 (MS-Numpress linear)"},
+        {"MS:1000574", "MS:1000576", "not the 3200"},
+        {"<binaryDataArray>", "<binaryDataArray encodedLength=\"17\">", "encodedLength 17"},
+        {"<binaryDataArray>", "<binaryDataArray arrayLength=\"17\">", "arrayLength 17"},
+        {"<binary>", "<binary>*", "cut off"},
+        {"<binary>", "<binary>****", "character 1 is not base64"},
+        {"<binary>", "<binary>AAAA", "zlib refuses"},
+        {"<binary>", "<binary/><binary>", "zlib refuses"},
+        {level, R"(<referenceableParamGroupRef ref="nowhere"/>)", "[nowhere]"},
+        {"<spectrumList count=\"1\">", "<spectrumList count=\"2\">", "count 2"},
+    };
+    const std::string whole = RecordingText{{plain_spectrum()}, {}, false}.text();
+    for (const auto& [from, to, named] : damages)
+        EXPECT_THAT(fault(replaced(whole, from, to)), HasSubstr(named)) << from << " -> " << to;
+}
+
+TEST_F(MzmlReader, RefusesAxesThatDoNotAscendAndNumbersThatAreNone) {
+    const double none = std::numeric_limits<double>::quiet_NaN();
+    const double infinite = std::numeric_limits<double>::infinity();
+    for (const double bad : {none, infinite, -1.0, 0.0, 1.0}) {
+        SpectrumText spectrum = plain_spectrum();
+        spectrum.mz[7] = bad;
+        EXPECT_THAT(fault(RecordingText{{spectrum}, {}, false}.text()), HasSubstr("[scan=1]"));
+    }
+    SpectrumText spectrum = plain_spectrum();
+    spectrum.intensity[9] = none;
+    EXPECT_THAT(fault(RecordingText{{spectrum}, {}, false}.text()), HasSubstr("intensity of sample 9"));
+}
+
+TEST_F(MzmlReader, DoesNotUnpackMoreThanTheSpectrumStates) {
+    SpectrumText bomb = plain_spectrum();
+    bomb.intensity.assign(400'000, 0.0);
+    EXPECT_LT(replay::encode_numbers(bomb.intensity, {}).size(), 5'000u);
+    const std::string text = fault(RecordingText{{bomb}, {}, false}.text());
+    EXPECT_THAT(text, HasSubstr("intensity array"));
+    EXPECT_THAT(text, HasSubstr("3200 bytes"));
+}
+
+TEST_F(MzmlReader, RefusesBytesAfterTheCompressedOnes) {
+    SpectrumText spectrum = plain_spectrum();
+    while (replay::encode_numbers(spectrum.intensity, {}).ends_with('=')) {
+        spectrum.mz.pop_back();
+        spectrum.intensity.pop_back();
+    }
+    std::string text = RecordingText{{spectrum}, {}, false}.text();
+    text.insert(text.rfind("</binary>"), "AAAA");
+    EXPECT_THAT(fault(text), HasSubstr("intensity array: bytes follow"));
+}
+
+TEST_F(MzmlReader, EndsEveryDamagedFileInItsOwnError) {
+    std::mt19937 random(20261121);
+    const std::string whole = RecordingText{{plain_spectrum()}, {}, true}.text();
+    int refused = 0;
+    for (int trial = 0; trial < 400; ++trial) {
+        std::string damaged = whole;
+        for (int i = 0; i < 1 + trial % 3; ++i) damaged[random() % damaged.size()] = static_cast<char>(random() % 256);
+        if (trial % 4 == 0) damaged.resize(random() % damaged.size());
+        try {
+            read(damaged);
+        } catch (const Error& error) {
+            ++refused;
+            ASSERT_EQ(error.number(), -904) << error.what();
+            ASSERT_THAT(error.description(), HasSubstr("[" + file + "]"));
+        }
+    }
+    EXPECT_GT(refused, 300);
+}
+
+}  // namespace
+
+}  // namespace korvane

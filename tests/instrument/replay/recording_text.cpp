@@ -1,0 +1,67 @@
+#include "recording_text.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace korvane {
+
+namespace {
+
+std::string array_text(const std::vector<double>& numbers, const replay::BinaryEncoding& encoding,
+                       const std::string& parameters) {
+    return "<binaryDataArray>" +
+           std::string(encoding.is_64_bit ? R"(<cvParam accession="MS:1000523"/>)"
+                                          : R"(<cvParam accession="MS:1000521"/>)") +
+           (encoding.is_zlib ? R"(<cvParam accession="MS:1000574"/>)" : R"(<cvParam accession="MS:1000576"/>)") +
+           parameters + "<binary>" + replay::encode_numbers(numbers, encoding) + "</binary></binaryDataArray>\n";
+}
+
+}  // namespace
+
+std::string SpectrumText::text() const {
+    return "<spectrum index=\"0\" id=\"" + id + "\" defaultArrayLength=\"" + std::to_string(mz.size()) + "\">" +
+           parameters + "<scanList count=\"1\"><scan>" + scan +
+           "</scan></scanList>\n<binaryDataArrayList count=\"2\">" +
+           array_text(mz, mz_encoding, array_parameters + R"(<cvParam accession="MS:1000514"/>)") +
+           array_text(intensity, intensity_encoding, array_parameters + R"(<cvParam accession="MS:1000515"/>)") +
+           "</binaryDataArrayList></spectrum>\n";
+}
+
+std::string RecordingText::text() const {
+    std::string list;
+    for (const SpectrumText& spectrum : spectra) list += spectrum.text();
+    const std::string mzml = "<mzML xmlns=\"http://psi.hupo.org/ms/mzml\" version=\"1.1.0\">" + before_run +
+                             "<run id=\"r\"><spectrumList count=\"" + std::to_string(spectra.size()) + "\">\n" + list +
+                             "</spectrumList></run></mzML>";
+    const std::string head = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+    return head + (indexed ? "<indexedmzML>" + mzml + "<indexListOffset>1</indexListOffset></indexedmzML>" : mzml);
+}
+
+std::vector<double> masses_at(double start_ns, double interval_ns, std::size_t count,
+                              const std::function<double(double)>& mass_of_time) {
+    std::vector<double> masses(count);
+    for (std::size_t i = 0; i < count; ++i) masses[i] = mass_of_time(start_ns + static_cast<double>(i) * interval_ns);
+    return masses;
+}
+
+SpectrumText plain_spectrum() {
+    SpectrumText spectrum;
+    spectrum.mz = masses_at(40000, 1, 400, [](double t) { return std::pow(4.5e-4 * t, 2); });
+    for (int i = 0; i < 400; ++i)
+        spectrum.intensity.push_back(std::round(30 + 9000 * std::exp(-0.1 * std::pow(i - 120.3, 2)) +
+                                                4000 * std::exp(-0.1 * std::pow(i - 300.7, 2))));
+    return spectrum;
+}
+
+Error error_of(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const Error& error) {
+        return error;
+    }
+    ADD_FAILURE() << "no error was raised";
+    return Error(0, "", "");
+}
+
+}  // namespace korvane

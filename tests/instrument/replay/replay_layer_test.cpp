@@ -1,0 +1,205 @@
+#include "instrument/replay/replay_layer.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+
+#include "recording_text.h"
+#include "support/virtual_clock.h"
+
+namespace korvane {
+
+namespace {
+
+class Replay : public testing::Test {
+protected:
+    void play(const std::vector<SpectrumText>& spectra, const std::string& before_run = {}) {
+        const std::string file = folder.file("recording.mzML");
+        write_text(file, RecordingText{spectra, before_run, false}.text());
+        layer = make_replay({file, folder.path()}, make_system_files(), clock);
+        globals = layer->create_globals();
+        globals->initialise();
+    }
+
+    AcquiredSpectrum next() {
+        AcquiredSpectrum spectrum;
+        globals->control()->GetNextSpectrum(spectrum);
+        return spectrum;
+    }
+
+    TemporaryFolder folder;
+    std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
+    std::shared_ptr<InstrumentLayer> layer;
+    std::unique_ptr<InstrumentGlobals> globals;
+};
+
+SpectrumText spectrum_number(int number, double seconds) {
+    SpectrumText spectrum = plain_spectrum();
+    spectrum.id = "scan=" + std::to_string(number);
+    spectrum.intensity[0] = number;
+    spectrum.scan =
+        R"(<cvParam accession="MS:1000016" value=")" + std::to_string(seconds) + R"(" unitAccession="UO:0000010"/>)";
+    return spectrum;
+}
+
+std::string negative(std::string parameters) {
+    return parameters.replace(parameters.find("MS:1000130"), 10, "MS:1000129");
+}
+
+TEST_F(Replay, ShowsSpectraInOrderAndThenAroundAgainAtTheirPace) {
+    play({spectrum_number(1, 30), spectrum_number(2, 30.3), spectrum_number(3, 480)});
+    const double start = clock->total_seconds();
+    std::vector<double> shown, seconds, times;
+    for (int i = 0; i < 7; ++i) {
+        const AcquiredSpectrum spectrum = next();
+        shown.push_back(spectrum.y_data.at(0));
+        times.push_back(spectrum.retention_time);
+        seconds.push_back(clock->total_seconds() - start);
+    }
+    EXPECT_THAT(shown, testing::ElementsAre(1, 2, 3, 1, 2, 3, 1));
+    EXPECT_THAT(times,
+                testing::Pointwise(testing::DoubleNear(1e-9), std::vector<double>{0.5, 0.505, 8, 0.5, 0.505, 8, 0.5}));
+    EXPECT_THAT(seconds,
+                testing::Pointwise(testing::DoubleNear(1e-6), std::vector<double>{0, 0.3, 1.3, 1.4, 1.7, 2.7, 2.8}));
+}
+
+TEST_F(Replay, ViewsOfOneRecordingShareItsPlace) {
+    play({spectrum_number(1, 0), spectrum_number(2, 1)});
+    const auto other = layer->create_globals();
+    EXPECT_EQ(next().y_data.at(0), 1);
+    other->setpoints().write(69, 0, 0, std::int16_t{1});
+    other->control()->next_spectrum_metadata();
+    EXPECT_EQ(next().y_data.at(0), 1);
+    EXPECT_EQ(std::get<std::int32_t>(globals->setpoints().value(69, 0, 0)), 1);
+}
+
+TEST_F(Replay, PutsBackLeftOutSamplesAsZeros) {
+    const SpectrumText whole = plain_spectrum();
+    SpectrumText sparse = whole;
+    sparse.mz.clear();
+    sparse.intensity.clear();
+    std::vector<double> expected(whole.intensity.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        if (i % 100 > 60 || i % 100 == 30) continue;
+        sparse.mz.push_back(whole.mz[i]);
+        sparse.intensity.push_back(whole.intensity[i]);
+        expected[i] = whole.intensity[i];
+    }
+    expected.resize(361);  // the last sample that is there
+    play({sparse});
+    const AcquiredSpectrum spectrum = next();
+    EXPECT_THAT(spectrum.y_data.elements(), testing::ElementsAreArray(expected));
+    ASSERT_EQ(spectrum.mass_data.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_NEAR(spectrum.mass_data.elements()[i], whole.mz[i], 0.01 * (whole.mz[1] - whole.mz[0]));
+}
+
+TEST_F(Replay, KeepsTheLawForSpectraThatStartElsewhere) {
+    const SpectrumText whole = spectrum_number(1, 0);
+    SpectrumText part = spectrum_number(2, 1);
+    part.mz.assign(whole.mz.begin() + 150, whole.mz.begin() + 170);
+    part.intensity.assign(20, 7);
+    play({whole, part});
+    const double start_ns = next().start_time_ns;
+    const auto law = globals->calibrations().calibration(0);
+    const AcquiredSpectrum second = next();
+    EXPECT_EQ(globals->calibrations().calibration(0), law);
+    EXPECT_EQ(second.mass_data.size(), 20u);
+    EXPECT_NEAR(second.start_time_ns, start_ns + 150 * globals->sampling_interval_seconds() * 1e9, 1e-6);
+}
+
+TEST_F(Replay, TellsThePolarityOfEachSpectrumWhateverIsWritten) {
+    SpectrumText second = spectrum_number(2, 1);
+    second.parameters = negative(second.parameters);
+    play({spectrum_number(1, 0), second});
+    const std::string name = globals->setpoints().external_name(119);
+    const auto description = globals->control()->GetMetaDescription();
+    std::int32_t place = -1, experiment = -1;
+    for (std::int32_t i = 0; i <= description.upper_bound(); ++i) {
+        if (description.at(i).find(name) != std::string::npos && description.at(i).find("(S)") != std::string::npos) {
+            EXPECT_EQ(place, -1);
+            place = i;
+        }
+        if (description.at(i).find(globals->parameter_name(23)) == std::string::npos) continue;
+        EXPECT_EQ(experiment, -1);
+        experiment = i;
+    }
+    EXPECT_EQ(std::get<std::int32_t>(globals->setpoints().value(119, 0, 0)), 0);
+    globals->setpoints().write(119, 0, 0, std::int32_t{1});
+    EXPECT_EQ(std::get<std::int32_t>(globals->setpoints().value(119, 0, 0)), 1);
+    for (const std::int32_t polarity : {0, 1, 0}) {
+        const AcquiredSpectrum spectrum = next();
+        ASSERT_EQ(spectrum.meta_data.size(), description.size());
+        EXPECT_EQ(std::get<std::int32_t>(spectrum.meta_data.at(place)), polarity);
+    }
+}
+
+TEST_F(Replay, LendsCalibrationsThatClientsMayReplace) {
+    SpectrumText second = spectrum_number(2, 1);
+    for (double& mass : second.mz) mass *= 1.01;  // another law
+    play({spectrum_number(1, 0), second});
+    const auto mass_at_start = [&](const AcquiredSpectrum& spectrum) {
+        return globals->calibrations().calibration(0)->mass_from_time(spectrum.start_time_ns);
+    };
+    for (int i = 0; i < 4; ++i) {
+        const AcquiredSpectrum spectrum = next();
+        EXPECT_NEAR(mass_at_start(spectrum) / spectrum.mass_data.at(0), 1, 1e-7) << i;
+    }
+    CalibrationCoefficients own = globals->calibrations().calibration(0)->coefficients();
+    own.A *= 1.1;
+    globals->calibrations().calibration(0)->set_coefficients(own);
+    next();
+    next();
+    EXPECT_EQ(globals->calibrations().calibration(0)->coefficients(), own);
+}
+
+TEST_F(Replay, StartsWithTheInstrumentOfTheRecording) {
+    SpectrumText spectrum = plain_spectrum();
+    spectrum.parameters = negative(spectrum.parameters);
+    play({spectrum}, R"(<instrumentConfigurationList><instrumentConfiguration><componentList>
+        <source><cvParam accession="MS:1000070"/></source><detector>
+        <cvParam accession="MS:1000029" value="2000000000" unitAccession="UO:0000106"/></detector></componentList>
+        </instrumentConfiguration></instrumentConfigurationList>)");
+    SetpointTable& setpoints = globals->setpoints();
+    EXPECT_EQ(std::get<std::int32_t>(setpoints.value(119, 0, 0)), 1);
+    EXPECT_EQ(std::get<std::int32_t>(setpoints.value(117, 0, 0)), 7);
+    EXPECT_EQ(std::get<std::int32_t>(setpoints.value(18, 0, 0)), 2);
+    EXPECT_EQ(globals->source_type(), "APCI");
+    EXPECT_DOUBLE_EQ(globals->sampling_interval_seconds(), 0.5e-9);
+    for (const std::int32_t index : setpoints.indexes()) {
+        EXPECT_EQ(setpoints.index_of(setpoints.internal_name(index)), index);
+        EXPECT_LE(setpoints.lower_limit(index), setpoints.upper_limit(index));
+    }
+    EXPECT_EQ(error_of([&] { setpoints.value(9999, 0, 0); }).number(), 9);
+    EXPECT_EQ(error_of([&] { setpoints.write(117, 0, 0, std::int32_t{12}); }).number(), 5);
+    EXPECT_EQ(std::get<std::int32_t>(setpoints.value(117, 0, 0)), 7);
+    EXPECT_EQ(globals->firmware().write(22, 2.5F), 0);
+    EXPECT_EQ(globals->firmware().read(22), 2.5);
+}
+
+TEST_F(Replay, NamesTheRecordingThatItCannotPlay) {
+    SpectrumText jumping = plain_spectrum();
+    for (std::size_t i = 200; i < 400; ++i) jumping.mz[i] += 0.4 * (jumping.mz[1] - jumping.mz[0]);
+    const Error error = error_of([&] { play({plain_spectrum(), jumping}); });
+    EXPECT_EQ(error.number(), -904);
+    EXPECT_THAT(error.description(), testing::HasSubstr("recording.mzML"));
+    for (const char* setpoint : {R"(name="setpoint Warp" value="1")", R"(name="setpoint MassRange" value="1e12")",
+                                 R"(name="setpoint MassRange" value="low")"}) {
+        RecordingText recording{{plain_spectrum()}, {}, false};
+        std::string text = recording.text();
+        text.insert(text.find("<spectrumList"), "<userParam " + std::string(setpoint) + "/>");
+        const std::string file = folder.file("setpoints.mzML");
+        write_text(file, text);
+        const Error refused = error_of([&] { make_replay({file, folder.path()}, make_system_files(), clock); });
+        EXPECT_EQ(refused.number(), -904);
+        EXPECT_THAT(refused.description(), testing::AllOf(testing::HasSubstr(file), testing::HasSubstr("setpoint")));
+    }
+    SpectrumText wide = plain_spectrum();
+    wide.mz = {100, 100.0009, 100.0018, 1e12};
+    wide.intensity = {1, 2, 3, 4};
+    EXPECT_EQ(error_of([&] { play({wide}); }).number(), -904);
+}
+
+}  // namespace
+
+}  // namespace korvane

@@ -1,0 +1,84 @@
+// A simulator on a disk in memory and a clock that does not wait.
+#pragma once
+
+#include <cmath>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "instrument/simulator/simulator.h"
+#include "support/memory_disk.h"
+#include "support/virtual_clock.h"
+
+namespace korvane {
+
+struct SimulatorBench {
+    /// An empty scene text is the default scene; `seed` and the state file carry over to the next one when given.
+    explicit SimulatorBench(const std::string& scene = "", std::uint64_t seed = 1,
+                            std::shared_ptr<MemoryDisk> shared_disk = std::make_shared<MemoryDisk>())
+        : disk(std::move(shared_disk)) {
+        options.base_folder = "/base";
+        options.seed = seed;
+        options.state_path = "/base/state.json";
+        disk->put("/base/Logfiles/present.txt", "");
+        if (!scene.empty()) {
+            disk->put("/base/scene.json", scene);
+            options.scene_path = "/base/scene.json";
+        }
+        layer = make_simulator(options, disk, clock);
+        globals = layer->create_globals();
+    }
+
+    AcquiredSpectrum acquire() {
+        AcquiredSpectrum spectrum;
+        globals->control()->GetNextSpectrum(spectrum);
+        return spectrum;
+    }
+    void set(const std::string& name, double value) {
+        auto& table = globals->setpoints();
+        table.write(table.index_of(name), 0, 0, value);
+    }
+    double get(const std::string& name) {
+        auto& table = globals->setpoints();
+        const InstrumentValue value = table.value(table.index_of(name), 0, 0);
+        return std::holds_alternative<double>(value) ? std::get<double>(value) : std::get<std::int32_t>(value);
+    }
+    /// Value of a metadata item by its name; NaN where there is none.
+    double metadata(const std::string& name) {
+        for (const MetaItem& item : globals->control()->next_spectrum_metadata()) {
+            if (item.name != name) continue;
+            if (const auto* number = std::get_if<double>(&item.value)) return *number;
+            return std::get<std::int32_t>(item.value);
+        }
+        return std::nan("");
+    }
+
+    std::shared_ptr<MemoryDisk> disk;
+    std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
+    SimulatorOptions options;
+    std::shared_ptr<InstrumentLayer> layer;
+    std::unique_ptr<InstrumentGlobals> globals;
+};
+
+/// Mean and variance of numbers.
+struct Moments {
+    explicit Moments(const std::vector<double>& values) {
+        for (const double value : values) mean += value / static_cast<double>(values.size());
+        for (const double value : values)
+            variance += (value - mean) * (value - mean) / static_cast<double>(values.size() - 1);
+    }
+    double mean = 0, variance = 0;
+};
+
+/// Number and description of the error that an action raises; number 0 where it raises none.
+template <class Action>
+Error error_of(const Action& action) {
+    try {
+        action();
+    } catch (const Error& fault) {
+        return fault;
+    }
+    return {0, "", ""};
+}
+
+}  // namespace korvane

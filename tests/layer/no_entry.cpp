@@ -1,0 +1,4 @@
+// A library that is no instrument layer.
+extern "C" __attribute__((visibility("default"))) int something_else() {
+    return 0;
+}

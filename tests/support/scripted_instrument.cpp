@@ -1,0 +1,321 @@
+#include "support/scripted_instrument.h"
+
+#include <algorithm>
+
+#include "frame/text.h"
+
+namespace korvane {
+
+void ScriptedState::call() {
+    ++calls;
+    if (on_call) on_call(calls);
+    if (fault_at && (calls == *fault_at || (fault_stays && calls > *fault_at))) throw fault;
+}
+
+ScriptedSetpoint& ScriptedState::setpoint(std::int32_t index) {
+    const auto known = setpoints.find(index);
+    if (known == setpoints.end()) raise_runtime_fault(error_number::subscript, "setpoint " + std::to_string(index));
+    return known->second;
+}
+
+namespace {
+
+using State = std::shared_ptr<ScriptedState>;
+
+class ScriptedTable final : public SetpointTable {
+public:
+    explicit ScriptedTable(State state) : state_(std::move(state)) {}
+
+    InstrumentValue value(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment) override {
+        note_segments(time_segment, scan_segment);
+        return called(index).value;
+    }
+    void write(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment,
+               const SetpointValue& value) override {
+        note_segments(time_segment, scan_segment);
+        static const char* const types[] = {"double", "int32", "int16"};
+        const double number = std::visit([](auto typed) { return static_cast<double>(typed); }, value);
+        called(index).value = number;
+        state_->journal.push_back(text_of("write ", index, " = ", number, " (", types[value.index()], ")"));
+        if (state_->on_write) state_->on_write(index, number);
+    }
+    double lower_limit(std::int32_t index) override { return called(index).lower; }
+    double upper_limit(std::int32_t index) override { return called(index).upper; }
+    double resolution(std::int32_t index) override { return called(index).resolution; }
+    double tolerance(std::int32_t index) override { return called(index).tolerance; }
+    std::int32_t variable_type(std::int32_t index) override { return called(index).type; }
+    std::string external_name(std::int32_t index) override { return called(index).name; }
+    std::string internal_name(std::int32_t index) override { return called(index).name; }
+    std::int32_t index_of(const std::string& internal_name) override {
+        state_->call();
+        for (const auto& [index, setpoint] : state_->setpoints)
+            if (setpoint.name == internal_name) return index;
+        raise_runtime_fault(error_number::invalid_call, internal_name);
+    }
+    std::vector<std::int32_t> indexes() override {
+        std::vector<std::int32_t> all;
+        for (const auto& [index, setpoint] : state_->setpoints) all.push_back(index);
+        return all;
+    }
+
+private:
+    void note_segments(std::int32_t time_segment, std::int32_t scan_segment) {
+        state_->time_segment = time_segment;
+        state_->scan_segment = scan_segment;
+    }
+    ScriptedSetpoint& called(std::int32_t index) {
+        state_->call();
+        return state_->setpoint(index);
+    }
+    State state_;
+};
+
+class ScriptedControl final : public InstrumentControl {
+public:
+    explicit ScriptedControl(State state) : state_(std::move(state)) {}
+
+    void GetNextSpectrum(AcquiredSpectrum& spectrum) override {
+        state_->call();
+        ++state_->spectra;
+        state_->journal.push_back("spectrum " + std::to_string(state_->spectra));
+        if (state_->acquire) state_->acquire(spectrum, state_->spectra);
+    }
+    VariantArray<std::string> GetMetaDescription() override {
+        state_->call();
+        return state_->meta_description;
+    }
+    std::vector<MetaItem> next_spectrum_metadata() override {
+        state_->call();
+        ++state_->spectra;
+        state_->journal.push_back("spectrum " + std::to_string(state_->spectra));
+        if (state_->metadata_items) return state_->metadata_items();
+        std::vector<MetaItem> items;
+        for (const auto& [index, setpoint] : state_->setpoints) items.push_back({setpoint.name, setpoint.value});
+        return items;
+    }
+    double read_register(const std::string& path) override {
+        state_->call();
+        return to_double(state_->registers.at(path));
+    }
+
+private:
+    State state_;
+};
+
+class ScriptedCalibrations final : public CalibrationStore {
+public:
+    explicit ScriptedCalibrations(State state) : state_(std::move(state)) {}
+
+    CalibrationObject calibration(std::int32_t polarity) override {
+        state_->call();
+        return state_->calibrations[polarity];
+    }
+    void store(std::int32_t polarity, const MassTimeCalibration& calibration) override {
+        state_->call();
+        state_->journal.push_back("store calibration " + std::to_string(polarity));
+        state_->calibrations[polarity] = calibration.clone();
+    }
+
+private:
+    State state_;
+};
+
+class ScriptedHardware final : public HardwareQueries {
+public:
+    explicit ScriptedHardware(State state) : state_(std::move(state)) {}
+
+    bool has_160cm_flight_tube() override { return answer(state_->flight_tube_160cm); }
+    std::string option_name(std::int32_t option_code) override {
+        const auto known = state_->options.find(option_code);
+        return answer(known == state_->options.end() ? "absent " + std::to_string(option_code) : known->second);
+    }
+    bool option_present(const std::string& option_name) override {
+        return answer(std::any_of(state_->options.begin(), state_->options.end(),
+                                  [&](const auto& option) { return option.second == option_name; }));
+    }
+    bool has_positive_post_acceleration() override { return answer(state_->positive_post_acceleration); }
+    std::int16_t abundance_reduction_setting() override { return answer(state_->abundance_reduction); }
+    std::string model() override { return answer(state_->model); }
+
+private:
+    template <class T>
+    T answer(T value) {
+        state_->call();
+        return value;
+    }
+    State state_;
+};
+
+class ScriptedFirmware final : public FirmwareChannels {
+public:
+    explicit ScriptedFirmware(State state) : state_(std::move(state)) {}
+
+    std::int32_t write(std::int32_t channel, float value) override {
+        state_->call();
+        state_->firmware[channel] = static_cast<double>(value);
+        state_->journal.push_back(text_of("firmware ", channel, " = ", value));
+        if (state_->on_write) state_->on_write(-channel, static_cast<double>(value));
+        return 0;
+    }
+    double read(std::int32_t channel) override {
+        state_->call();
+        return state_->firmware[channel];
+    }
+
+private:
+    State state_;
+};
+
+class ScriptedGlobals final : public InstrumentGlobals {
+public:
+    explicit ScriptedGlobals(const State& state)
+        : state_(state), setpoints_(state), control_(state), calibrations_(state), hardware_(state), firmware_(state) {}
+
+    void initialise() override { state_->call(); }
+    void refresh() override { state_->call(); }
+    SetpointTable& setpoints() override { return setpoints_; }
+    CalibrationStore& calibrations() override { return calibrations_; }
+    HardwareQueries& hardware() override { return hardware_; }
+    FirmwareChannels& firmware() override { return firmware_; }
+    InstrumentControl* control() override { return state_->has_control ? &control_ : nullptr; }
+    InstrumentValue dictionary_item(const std::string& name) override {
+        state_->call();
+        const auto known = state_->dictionary.find(name);
+        if (known == state_->dictionary.end()) raise_runtime_fault(error_number::invalid_call, name);
+        return known->second;
+    }
+    std::string parameter_name(std::int32_t index) override {
+        state_->call();
+        return index == 23 ? "Experiment" : "parameter " + std::to_string(index);
+    }
+    InstrumentValue actual_value(const std::string& path, const std::string&) override {
+        state_->call();
+        return state_->registers.at(path);
+    }
+    double sampling_interval_seconds() override {
+        state_->call();
+        return state_->sampling_interval_seconds;
+    }
+    std::string source_type() override { return state_->source_type; }
+    std::string source_word() override { return state_->source_word; }
+    std::string time_stamp() override { return state_->time_stamp; }
+    std::string title() override { return state_->title; }
+
+private:
+    State state_;
+    ScriptedTable setpoints_;
+    ScriptedControl control_;
+    ScriptedCalibrations calibrations_;
+    ScriptedHardware hardware_;
+    ScriptedFirmware firmware_;
+};
+
+class ScriptedPath final : public PathInformation {
+public:
+    explicit ScriptedPath(State state) : state_(std::move(state)) {}
+    std::string base_folder() override { return state_->base_folder; }
+
+private:
+    State state_;
+};
+
+class ScriptedLogbook final : public LogbookEntry {
+public:
+    explicit ScriptedLogbook(State state) : state_(std::move(state)) {}
+    void write(std::int32_t kind, const std::string& message, std::int32_t code, std::int32_t first,
+               std::int32_t second, const std::string& text) override {
+        state_->call();
+        state_->logbook.push_back(text_of(kind, "|", message, "|", code, "|", first, "|", second, "|", text));
+    }
+
+private:
+    State state_;
+};
+
+class ScriptedList final : public PeakList {
+public:
+    ScriptedList(std::vector<PeakInfo> peaks, std::optional<PeakUncertainty> uncertainty_ns)
+        : ns_(std::move(peaks)), shown_(ns_), uncertainty_ns_(uncertainty_ns) {}
+
+    std::int32_t count() const override { return static_cast<std::int32_t>(ns_.size()); }
+    void order(std::int32_t position, std::int32_t direction) override {
+        const auto before = [&](const PeakInfo& a, const PeakInfo& b) {
+            return direction == 0 ? a.value(position) > b.value(position) : a.value(position) < b.value(position);
+        };
+        std::stable_sort(ns_.begin(), ns_.end(), before);
+        std::stable_sort(shown_.begin(), shown_.end(), before);
+    }
+    PeakInfo GetPeakAttributeInfo(std::int32_t index, bool current_units) const override {
+        if (index < 0 || index >= count())
+            raise_runtime_fault(error_number::subscript, "peak " + std::to_string(index));
+        return (current_units ? shown_ : ns_)[static_cast<std::size_t>(index)];
+    }
+    void convert(const MassTimeCalibration& calibration, std::int32_t mode) override {
+        if (mode != convert_to_amu_mode) raise_runtime_fault(error_number::invalid_call, "conversion mode");
+        uncertainty_ns_.reset();
+        shown_ = ns_;
+        for (PeakInfo& peak : shown_) {
+            for (double* position : {&peak.pkApexX, &peak.pkStart, &peak.pkCentroid, &peak.pkEnd})
+                *position = calibration.mass_from_time(*position);
+        }
+    }
+    std::optional<PeakUncertainty> uncertainty(std::int32_t) const override { return uncertainty_ns_; }
+
+private:
+    std::vector<PeakInfo> ns_;
+    std::vector<PeakInfo> shown_;
+    std::optional<PeakUncertainty> uncertainty_ns_;
+};
+
+class ScriptedFinder final : public PeakFinder {
+public:
+    explicit ScriptedFinder(ScriptedPeaks& script) : script_(script) {}
+
+    void set_sampling_interval_ns(double interval_ns) override { note("interval ", interval_ns); }
+    void set_minimum_samples(std::int32_t samples) override { note("minimum samples ", samples); }
+    void set_baseline_removal(std::int32_t on) override { note("baseline removal ", on); }
+    void set_search_start_ns(double time_ns) override { note("start ", start_ = time_ns); }
+    void set_search_end_ns(double time_ns) override { note("end ", end_ = time_ns); }
+    void set_samples(std::span<const std::int32_t> counts) override { note("samples ", counts.size()); }
+    PeakListObject run(double start_time_ns) override {
+        note("run ", start_time_ns);
+        if (script_.returns_no_list) return nullptr;
+        std::vector<PeakInfo> inside;
+        for (const PeakInfo& peak : script_.peaks)
+            if (peak.pkCentroid >= start_ && peak.pkCentroid <= end_) inside.push_back(peak);
+        return std::make_shared<ScriptedList>(std::move(inside), script_.uncertainty);
+    }
+    double baseline() const override { return script_.baseline; }
+
+private:
+    template <class... Pieces>
+    void note(const Pieces&... pieces) {
+        script_.journal.push_back(text_of(pieces...));
+    }
+    ScriptedPeaks& script_;
+    double start_ = 0;
+    double end_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<InstrumentGlobals> ScriptedLayer::create_globals() {
+    return std::make_unique<ScriptedGlobals>(state);
+}
+std::unique_ptr<PathInformation> ScriptedLayer::create_path_information() {
+    return std::make_unique<ScriptedPath>(state);
+}
+std::unique_ptr<LogbookEntry> ScriptedLayer::create_logbook_entry() {
+    return std::make_unique<ScriptedLogbook>(state);
+}
+std::unique_ptr<PeakFinder> ScriptedLayer::create_peak_finder() {
+    if (state->make_finder) return state->make_finder();
+    static ScriptedPeaks none;
+    return none.make();
+}
+
+std::unique_ptr<PeakFinder> ScriptedPeaks::make() {
+    return std::make_unique<ScriptedFinder>(*this);
+}
+
+}  // namespace korvane

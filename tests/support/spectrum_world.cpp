@@ -1,0 +1,116 @@
+#include "support/spectrum_world.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "frame/text.h"
+#include "instrument/masstime/square_law_calibration.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr int sample_count = 5500;
+constexpr double calibration_a = 1e-3;
+
+CalibrationObject square_law() {
+    CalibrationCoefficients coefficients;
+    coefficients.A = calibration_a;
+    return std::make_shared<SquareLawCalibration>(
+        coefficients, VariantArray<std::int32_t>(std::vector<std::int32_t>(8, 0)), CalibrationSettings{});
+}
+
+void add_setpoints(ScriptedState& state) {
+    const auto add = [&](int index, const char* name, double value) {
+        state.setpoints[index].name = name;
+        state.setpoints[index].value = value;
+    };
+    add(18, "SamplingRate", 1);
+    add(69, "Scint", 0);
+    add(SpectrumWorld::capillary_voltage_setpoint, "VCap", 4000);
+    add(117, "Source", 0);
+    add(119, "Polarity", 0);
+    add(SpectrumWorld::transients_setpoint, "NumTrans", 10000);
+    add(128, "MassRange", 1);
+    add(149, "GainMode", 0);
+    add(162, "Averaging", 0);
+    add(SpectrumWorld::adjustable_setpoint, "Lens", 70);
+    auto& lens = state.setpoints[SpectrumWorld::adjustable_setpoint];
+    lens.lower = 0;
+    lens.upper = 100;
+    lens.resolution = 1;
+}
+
+void add_configuration(TestPlatform& test) {
+    for (const char* name :
+         {"AIC_RunFastVersion", "BinarySearchLoggingEnabled", "WaitForReady_SkipAll", "WaitDialogHandlesRunStateAlso",
+          "TriggerError_VerifyInstrumentIsShowingValidCalibrantSpectrum"})
+        test.preference(name, "No");
+    test.limit("Calibration", "AIC_SearchSpeedUpFactor", "10");
+    test.limit("Calibration", "BinarySearchAbTolerance", "20000");
+    test.limit("Calibration", "MaxAbBeforeSaturationOccursOnHiGainChannel", "100000");
+}
+
+std::string mass_list_file(const std::vector<double>& masses) {
+    std::string text =
+        "<QTOF_MassListConfiguration><Configuration IonSource=\"ESI\" IonPolarity=\"Positive\"><MassList>\n";
+    for (const double mass : masses) append_text(text, "<mass Used=\"1\">", mass, "</mass>\n");
+    return text + "</MassList></Configuration></QTOF_MassListConfiguration>\n";
+}
+
+}  // namespace
+
+std::string joined(const std::vector<std::string>& lines) {
+    std::string text = "\n";
+    for (const std::string& line : lines) append_text(text, line, "\n");
+    return text;
+}
+
+SpectrumWorld::SpectrumWorld() {
+    add_setpoints(instrument());
+    add_configuration(test);
+    write_text(test.base() / "MassLists" / "default_calibration_mass_list.xml", mass_list_file(masses));
+    std::vector<double> axis_masses;
+    for (int i = 0; i < sample_count; ++i) {
+        const double root = calibration_a * (start_ns + i * interval_ns);
+        axis_masses.push_back(root * root);
+    }
+    axis = VariantArray<double>(std::move(axis_masses));
+    samples = VariantArray<double>(std::vector<double>(sample_count, 100.0));
+    instrument().sampling_interval_seconds = interval_ns * 1e-9;
+    instrument().calibrations[0] = instrument().calibrations[1] = square_law();
+    instrument().acquire = [this](AcquiredSpectrum& spectrum, int) { fill(spectrum); };
+    instrument().make_finder = [this] { return peaks.make(); };
+    for (const double mass : masses) set_peak(mass, 5000);
+}
+
+double SpectrumWorld::time_ns(double mass) {
+    return std::sqrt(mass) / calibration_a;
+}
+
+void SpectrumWorld::set_peak(double mass, double height) {
+    const double time = time_ns(mass);
+    std::erase_if(peaks.peaks, [&](const PeakInfo& peak) { return peak.pkCentroid == time; });
+    if (height == 0) return;
+    PeakInfo peak;
+    peak.pkApexX = peak.pkCentroid = time;
+    peak.pkStart = time - 20;
+    peak.pkEnd = time + 20;
+    peak.pkWidth = 15;
+    peak.pkArea = 2 * height;
+    peak.pkHeight = height;
+    peak.pkResolution = 9000;
+    peaks.peaks.push_back(peak);
+}
+
+void SpectrumWorld::fill(AcquiredSpectrum& spectrum) {
+    const auto polarity = static_cast<std::int32_t>(instrument().setpoint(119).value);
+    spectrum.retention_time = 1.5;
+    spectrum.experiment = 3;
+    spectrum.mass_data = axis;
+    spectrum.y_data = samples;
+    spectrum.meta_data = VariantArray<InstrumentValue>(std::vector<InstrumentValue>{1, polarity});
+    spectrum.start_time_ns = start_ns;
+}
+
+}  // namespace korvane

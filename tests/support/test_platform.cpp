@@ -1,0 +1,118 @@
+#include "support/test_platform.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "platform/files.h"
+
+namespace korvane {
+
+namespace {
+
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+void set_entry(Entries& entries, const std::string& name, const std::string& value) {
+    const auto known = std::find_if(entries.begin(), entries.end(), [&](const auto& e) { return e.first == name; });
+    if (known == entries.end())
+        entries.emplace_back(name, value);
+    else
+        known->second = value;
+}
+
+void write_entries(std::ostream& out, const Entries& entries) {
+    for (const auto& [name, value] : entries) out << "<" << name << ">" << value << "</" << name << ">\n";
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() {
+    static std::atomic<int> counter{0};
+    path_ = std::filesystem::temp_directory_path() /
+            ("korvane-test-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
+    std::filesystem::create_directories(path_);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string read_text(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void write_text(const std::filesystem::path& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+std::vector<std::string> read_lines(const std::filesystem::path& path) {
+    std::vector<std::string> lines;
+    std::istringstream in(read_text(path));
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+TestPlatform::TestPlatform() : files(make_system_files()) {
+    std::filesystem::create_directories(base() / "Logfiles");
+    std::filesystem::create_directories(base() / "MassLists");
+    instrument().base_folder = base().string();
+    for (const char* name : {"LogSetpointTraffic", "AbortFlag"}) preference(name, "0");
+    limit("RampParams", "MinimumAcceptableAbundance", "1000");
+    limit("PeakHandling", "PeakFindWindowInPercentT", "0.5");
+}
+
+void TestPlatform::preference(const std::string& name, const std::string& value) {
+    set_entry(preferences_, name, value);
+    write_preferences();
+}
+
+void TestPlatform::limit(const std::string& group, const std::string& key, const std::string& value) {
+    set_entry(limits_[group], key, value);
+    write_parameters();
+}
+
+void TestPlatform::raw_parameters(const std::string& xml) {
+    raw_parameters_ += xml;
+    write_parameters();
+}
+
+void TestPlatform::write_preferences() const {
+    std::ostringstream out;
+    out << "<?xml version=\"1.0\"?>\n<TunePreferences>\n";
+    write_entries(out, preferences_);
+    write_text(base() / "TunePreferences.xml", out.str() + "</TunePreferences>\n");
+}
+
+void TestPlatform::write_parameters() const {
+    std::ostringstream out;
+    out << "<?xml version=\"1.0\"?>\n<QTOFTuneParams>\n<TOF>\n<AutotuneParameters>\n";
+    for (const auto& [group, entries] : limits_) {
+        out << "<" << group << ">\n";
+        write_entries(out, entries);
+        out << "</" << group << ">\n";
+    }
+    out << "</AutotuneParameters>\n</TOF>\n" << raw_parameters_ << "</QTOFTuneParams>\n";
+    write_text(base() / "TuneParams.xml", out.str());
+}
+
+Platform TestPlatform::platform() const {
+    return {layer, files, clock, message_box, tracers};
+}
+
+std::vector<std::string> TestPlatform::log_lines(const std::string& name_start) const {
+    std::filesystem::path newest;
+    for (const auto& entry : std::filesystem::directory_iterator(base() / "Logfiles"))
+        if (entry.path().filename().string().starts_with(name_start)) newest = std::max(newest, entry.path());
+    return newest.empty() ? std::vector<std::string>{} : read_lines(newest);
+}
+
+}  // namespace korvane
