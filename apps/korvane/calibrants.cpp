@@ -1,0 +1,32 @@
+#include "calibrants.h"
+
+#include <fmt/format.h>
+
+namespace korvane::program {
+
+std::vector<double> chosen_masses(Session& session, TuneGlobals& globals, const std::vector<double>& given) {
+    if (!given.empty()) {
+        for (const double mass : given) require_mass_in_range(globals, mass);
+        return given;
+    }
+    const auto masses =
+        globals.GetDefaultMassList(current_mass_list_source(session, globals), globals.GetPolarityStr());
+    return {masses.elements().begin(), masses.elements().end()};
+}
+
+void require_mass_in_range(TuneGlobals& globals, double mass) {
+    if (!globals.IsThisMassInCurrentMassRange(mass))
+        throw UsageError(fmt::format("m/z {} lies outside the mass range of the instrument, which ends at {}", mass,
+                                     globals.GetMaxMassForCurrentMassRange()));
+}
+
+std::string current_mass_list_source(Session& session, TuneGlobals& globals) {
+    return globals.GetMassListTypeFromSourceTypeString(session.instrument().source_type());
+}
+
+std::string written_log(const SpectrumParser& parser) {
+    const std::string path = parser.tune_log_path();
+    return path.empty() ? "not written (no Logfiles folder in the base folder?)" : path;
+}
+
+}  // namespace korvane::program

@@ -1,0 +1,30 @@
+// Exit codes of the program, and which error ends in which.
+#pragma once
+
+#include <string>
+
+#include "korvane/error.h"
+
+namespace korvane::program {
+
+enum class ExitCode : int {
+    done = 0,
+    check_failed = 1,
+    usage = 2,
+    configuration = 3,
+    instrument = 4,
+    time_out = 5,
+    aborted = 6,
+    internal_fault = 70,
+};
+
+ExitCode exit_code_of(const Error& error);
+
+/// The codes and their meaning, a line each, for the help text.
+std::string exit_code_help();
+
+/// One line: routine, number, description. `command` stands for the routine where the error names none. Line breaks of
+/// the description are joined; a configuration error that does not name its place gets the base folder (unless empty).
+std::string failure_line(const Error& error, const std::string& command, const std::string& base_folder = {});
+
+}  // namespace korvane::program

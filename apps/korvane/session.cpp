@@ -1,0 +1,57 @@
+#include "session.h"
+
+namespace korvane::program {
+
+Platform Session::build_platform() const {
+    if (options.instrument) return make_outside_platform(*options.instrument);
+    const bool embedded_wanted = options.base || options.scene || options.replay;
+    if (const auto outside = default_instrument(); outside && !embedded_wanted) return make_outside_platform(*outside);
+    EmbeddedOptions embedded;
+    if (options.base) embedded.base_folder = path_from_utf8(*options.base);
+    if (options.scene) embedded.scene = path_from_utf8(*options.scene);
+    if (options.replay) embedded.replay = path_from_utf8(*options.replay);
+    embedded.seed = options.seed;
+    return make_platform_(embedded);
+}
+
+const Platform& Session::platform() {
+    if (!platform_) platform_ = build_platform();
+    return *platform_;
+}
+
+InstrumentGlobals& Session::instrument() {
+    if (!instrument_) {
+        auto created = platform().instrument->create_globals();
+        created->initialise();
+        instrument_ = std::move(created);
+    }
+    return *instrument_;
+}
+
+std::filesystem::path Session::base_folder() {
+    std::filesystem::path folder = path_from_utf8(platform().instrument->create_path_information()->base_folder());
+    return folder.has_filename() ? folder : folder.parent_path();
+}
+
+std::string Session::known_base_folder() {
+    try {
+        return platform_ ? utf8_from_path(base_folder()) : std::string();
+    } catch (const std::exception&) {
+        return {};  // asked for while another failure is reported
+    }
+}
+
+void Session::print_json(const Json& value) {
+    streams_.out << value.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+std::filesystem::path path_from_utf8(const std::string& utf8) {
+    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
+}
+
+std::string utf8_from_path(const std::filesystem::path& path) {
+    const std::u8string utf8 = path.u8string();
+    return {utf8.begin(), utf8.end()};
+}
+
+}  // namespace korvane::program

@@ -1,0 +1,164 @@
+#include "assembly/base_folder.h"
+
+#include <array>
+#include <cstdlib>
+#include <random>
+#include <string_view>
+
+#include "assembly/base_data.h"
+#include "korvane/error.h"
+#include "korvane/platform.h"
+#include "platform/safe_save.h"
+
+namespace korvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::array files_of_every_base_folder{"TuneParams.xml", "TunePreferences.xml"};
+constexpr const char* logs_folder = "Logfiles";
+
+[[noreturn]] void fail(const char* routine, const fs::path& folder, const std::string& fault) {
+    throw Error(error_number::file_or_element, routine, "base folder " + path_text(folder) + ": " + fault);
+}
+
+// Empty where the variable is not set.
+fs::path path_from_environment(const char* name) {
+#ifdef _WIN32
+    const wchar_t* const value = _wgetenv(std::wstring(name, name + std::char_traits<char>::length(name)).c_str());
+#else
+    const char* const value = std::getenv(name);
+#endif
+    return value ? fs::path(value) : fs::path();
+}
+
+fs::path per_user_folder() {
+#ifdef _WIN32
+    const fs::path data = path_from_environment("LOCALAPPDATA");
+    const fs::path folder = data / "Korvane";
+#else
+    fs::path data = path_from_environment("XDG_DATA_HOME");
+    if (!data.is_absolute()) {
+        const fs::path home = path_from_environment("HOME");
+        data = home.is_absolute() ? home / ".local" / "share" : fs::path();
+    }
+    const fs::path folder = data / "korvane";
+#endif
+    if (data.empty())
+        throw Error(error_number::file_or_element, "default_base_folder",
+                    "the user has no folder for data; name a base folder in KORVANE_BASE");
+    return folder;
+}
+
+// A folder beside or inside the one to be made, in which everything is written first.
+fs::path make_staging_folder(const fs::path& parent) {
+    std::random_device random;
+    for (;;) {
+        const fs::path folder = parent / (".korvane-new-" + std::to_string(random()));
+        if (fs::create_directory(folder)) return folder;
+    }
+}
+
+void write_base_data(const fs::path& folder) {
+    const auto files = make_system_files();
+    fs::create_directory(folder / logs_folder);
+    for (const BaseDataFile& file : base_data_files()) {
+        const fs::path path = folder / fs::path(file.name);
+        fs::create_directories(path.parent_path());
+        safe_save(*files, path_text(path), file.bytes);
+    }
+}
+
+// Into a folder that exists and is empty: it stays the same folder, since somebody may work in it.
+void fill(const fs::path& folder) {
+    try {
+        const fs::path staging = make_staging_folder(folder);
+        write_base_data(staging);
+        for (const auto& entry : fs::directory_iterator(staging)) fs::rename(entry, folder / entry.path().filename());
+        fs::remove(staging);
+    } catch (...) {
+        std::error_code ignored;
+        for (const auto& entry : fs::directory_iterator(folder, ignored)) fs::remove_all(entry, ignored);
+        throw;
+    }
+}
+
+void make(const fs::path& folder) {
+    const fs::path parent = folder.parent_path();
+    fs::create_directories(parent);
+    const fs::path staging = make_staging_folder(parent);
+    try {
+        write_base_data(staging);
+        fs::rename(staging, folder);
+    } catch (...) {
+        std::error_code ignored;
+        fs::remove_all(staging, ignored);
+        throw;
+    }
+}
+
+void make_per_user_folder(const fs::path& folder) {
+    try {
+        create_base_folder(folder);
+    } catch (const Error&) {
+        // Another program may have made it in the meantime.
+        if (!fs::exists(folder / files_of_every_base_folder.front())) throw;
+    }
+}
+
+void require_base_folder(const fs::path& folder) {
+    const char* const routine = "make_embedded_platform";
+    std::error_code fault;
+    const fs::file_status status = fs::status(folder, fault);
+    if (status.type() == fs::file_type::not_found) fail(routine, folder, "it does not exist");
+    if (fault) fail(routine, folder, fault.message());
+    if (!fs::is_directory(status)) fail(routine, folder, "it is not a folder");
+    for (const char* name : files_of_every_base_folder)
+        if (!fs::exists(folder / name, fault)) fail(routine, folder, std::string(name) + " is missing in it");
+}
+
+}  // namespace
+
+std::string path_text(const fs::path& path) {
+    const std::u8string utf8 = path.u8string();
+    return {utf8.begin(), utf8.end()};
+}
+
+fs::path default_base_folder() {
+    const fs::path named = path_from_environment("KORVANE_BASE");
+    return named.empty() ? per_user_folder() : named;
+}
+
+void create_base_folder(const fs::path& folder) {
+    const char* const routine = "create_base_folder";
+    try {
+        fs::path wanted = fs::absolute(folder).lexically_normal();
+        if (!wanted.has_filename()) wanted = wanted.parent_path();
+        const fs::file_status status = fs::status(wanted);
+        if (status.type() == fs::file_type::not_found)
+            make(wanted);
+        else if (!fs::is_directory(status))
+            fail(routine, wanted, "it exists and is not a folder");
+        else if (!fs::is_empty(wanted))
+            fail(routine, wanted, "it exists and is not empty");
+        else
+            fill(wanted);
+    } catch (const fs::filesystem_error& fault) {
+        fail(routine, folder, fault.code().message());
+    } catch (const FileError& fault) {
+        fail(routine, folder, fault.what());
+    }
+}
+
+fs::path usable_base_folder(const fs::path& chosen) {
+    fs::path folder = chosen.empty() ? default_base_folder() : chosen;
+    std::error_code fault;
+    folder = fs::absolute(folder, fault).lexically_normal();
+    if (chosen.empty() && path_from_environment("KORVANE_BASE").empty() && !fs::exists(folder, fault))
+        make_per_user_folder(folder);
+    require_base_folder(folder);
+    return folder;
+}
+
+}  // namespace korvane

@@ -1,0 +1,67 @@
+#include "korvane/listing.h"
+
+#include "korvane/error.h"
+#include "platform/files.h"
+#include "platform/xml_document.h"
+
+namespace korvane {
+
+namespace {
+
+class ListedFile {
+public:
+    ListedFile(const Platform& platform, std::string path) : path_(std::move(path)) {
+        if (const XmlParseError fault = document_.load(*platform.files, path_))
+            throw Error(error_number::file_or_element, "listing", path_ + ": " + fault.reason);
+    }
+
+    XmlElement element(const std::string& xpath) const {
+        if (const auto found = document_.select(xpath)) return *found;
+        throw Error(error_number::group_node, "listing", path_ + ": no element " + xpath);
+    }
+
+private:
+    std::string path_;
+    XmlDocument document_;
+};
+
+std::string base_folder(const Platform& platform) {
+    return platform.instrument->create_path_information()->base_folder();
+}
+
+}  // namespace
+
+std::vector<ListedParameter> list_tune_parameters(const Platform& platform, const std::string& tree) {
+    const ListedFile file(platform, join_path(base_folder(platform), "TuneParams.xml"));
+    std::vector<ListedParameter> parameters;
+    for (const XmlElement& group : file.element("/QTOFTuneParams/TOF/" + tree).select_all("*"))
+        for (const XmlElement& leaf : group.select_all("*"))
+            parameters.push_back({group.name(), leaf.name(), leaf.text()});
+    return parameters;
+}
+
+std::vector<ListedPreference> list_tune_preferences(const Platform& platform) {
+    const ListedFile file(platform, join_path(base_folder(platform), "TunePreferences.xml"));
+    std::vector<ListedPreference> preferences;
+    for (const XmlElement& leaf : file.element("/TunePreferences").select_all("*"))
+        preferences.push_back({leaf.name(), leaf.text()});
+    return preferences;
+}
+
+std::vector<ListedMassList> list_mass_lists(const Platform& platform) {
+    const ListedFile file(platform, default_mass_list_file(platform));
+    std::vector<ListedMassList> lists;
+    for (const XmlElement& configuration : file.element("/QTOF_MassListConfiguration").select_all("Configuration")) {
+        ListedMassList list{configuration.attribute("IonSource"), configuration.attribute("IonPolarity"), {}};
+        for (const XmlElement& mass : configuration.select_all("MassList/mass"))
+            list.masses.push_back({mass.attribute("Used"), mass.text()});
+        lists.push_back(std::move(list));
+    }
+    return lists;
+}
+
+std::string default_mass_list_file(const Platform& platform) {
+    return join_path(join_path(base_folder(platform), "MassLists"), "default_calibration_mass_list.xml");
+}
+
+}  // namespace korvane

@@ -1,0 +1,39 @@
+#include "assembly/outside_instrument.h"
+
+#include <cstdlib>
+
+#include "instrument/library/instrument_library.h"
+#include "korvane/platform.h"
+#include "platform/windows_text.h"
+
+namespace korvane {
+
+namespace {
+constexpr std::int32_t cannot_create = 429;
+AutomationLayerMaker automation_layer_maker = nullptr;
+}  // namespace
+
+void set_automation_layer_maker(AutomationLayerMaker maker) {
+    automation_layer_maker = maker;
+}
+
+std::shared_ptr<InstrumentLayer> make_outside_instrument(const std::string& name) {
+    if (names_library(name)) return load_instrument_library(name);
+    if (!automation_layer_maker)
+        raise_runtime_fault(cannot_create,
+                            name + " (neither a library file nor, on this system, an automation object)");
+    return automation_layer_maker(name);
+}
+
+std::optional<std::string> default_instrument() {
+#ifdef _WIN32
+    const wchar_t* const wide = _wgetenv(L"KORVANE_INSTRUMENT");
+    const std::string name = wide ? utf8_from_utf16(wide) : std::string();
+#else
+    const char* const value = std::getenv("KORVANE_INSTRUMENT");
+    const std::string name = value ? value : "";
+#endif
+    return name.empty() ? std::nullopt : std::optional(name);
+}
+
+}  // namespace korvane

@@ -1,0 +1,43 @@
+// Runs the program's commands in the test's own process, on a base folder of the test's own.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "command_line.h"
+#include "support/test_platform.h"
+
+namespace korvane::program {
+
+struct Outcome {
+    int code = -1;
+    std::string out, err;
+
+    /// The one object on standard output.
+    nlohmann::json json() const { return nlohmann::json::parse(out); }
+    /// Lines of `err` that report a failure or a usage fault.
+    std::vector<std::string> failure_lines() const;
+};
+
+Outcome run_program(const std::vector<std::string>& arguments, const PlatformMaker& maker = make_embedded_platform,
+                    bool terminal = false);
+
+class ProgramTest {
+public:
+    ProgramTest();
+
+    /// With --base; the option goes in front, where it is read in any case.
+    Outcome run(std::vector<std::string> arguments) const;
+    /// The same on a virtual clock: waiting takes no time.
+    Outcome run_without_waiting(std::vector<std::string> arguments) const;
+    void scene(const std::string& json) const;
+    std::string file(const std::string& name) const { return folder.file(name); }
+
+    TemporaryFolder folder;
+    std::filesystem::path base;
+};
+
+}  // namespace korvane::program
