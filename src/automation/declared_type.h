@@ -1,0 +1,85 @@
+// The types in which members are declared on the automation interface.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <variant>
+
+namespace korvane::automation {
+
+enum class TypeKind : std::uint8_t {
+    none,
+    variant,
+    boolean,
+    long_integer,  ///< 32 bits
+    single,
+    real,
+    text,
+    enumeration,
+    record,
+    object,
+    real_array,
+    text_array
+};
+
+struct DeclaredType {
+    TypeKind kind = TypeKind::none;
+    std::string_view name = {};  ///< of the enumeration, the record or the object's class
+    friend constexpr bool operator==(const DeclaredType&, const DeclaredType&) = default;
+};
+
+/// How a parameter is passed.
+enum class Direction : std::uint8_t {
+    by_value,
+    by_reference,
+    result  ///< by reference; what the caller's variable holds before the call does not matter
+};
+
+/// A parameter's default value; nothing where it has none.
+using DefaultValue = std::variant<std::monostate, bool, std::int32_t, double, const char*>;
+
+struct Parameter {
+    std::string_view name = {};
+    Direction direction = Direction::by_value;
+    bool optional = false;
+    DefaultValue default_value = {};
+    DeclaredType type = {};
+
+    constexpr bool is_by_reference() const { return direction != Direction::by_value; }
+
+    /// The same parameter declared as a variant or an array, whatever its native type suggests.
+    constexpr Parameter as_variant() const { return declared_as({TypeKind::variant}); }
+    constexpr Parameter as_real_array() const { return declared_as({TypeKind::real_array}); }
+    /// The same, optional without a default: left out, the routine decides.
+    constexpr Parameter may_be_missing() const {
+        Parameter copy = *this;
+        copy.optional = true;
+        return copy;
+    }
+
+private:
+    constexpr Parameter declared_as(DeclaredType declared) const {
+        Parameter copy = *this;
+        copy.type = declared;
+        return copy;
+    }
+};
+
+// One a direction: `value("mz")`, `reference("dMassWindow", 0.2)`, `result("Means")`.
+constexpr Parameter value(std::string_view name) {
+    return {.name = name};
+}
+constexpr Parameter value(std::string_view name, DefaultValue default_value) {
+    return {.name = name, .optional = true, .default_value = default_value};
+}
+constexpr Parameter reference(std::string_view name) {
+    return {.name = name, .direction = Direction::by_reference};
+}
+constexpr Parameter reference(std::string_view name, DefaultValue default_value) {
+    return {.name = name, .direction = Direction::by_reference, .optional = true, .default_value = default_value};
+}
+constexpr Parameter result(std::string_view name) {
+    return {.name = name, .direction = Direction::result};
+}
+
+}  // namespace korvane::automation

@@ -1,0 +1,128 @@
+#include <fmt/format.h>
+
+#include <iterator>
+
+#include "automation/class_description.h"
+#include "automation/enumerations.h"
+#include "automation/records.h"
+#include "automation/type_library.h"
+#include "korvane/automation.h"
+
+namespace korvane::automation {
+
+namespace {
+
+std::string type_text(const DeclaredType& type) {
+    switch (type.kind) {
+        case TypeKind::none:
+            return "void";
+        case TypeKind::variant:
+            return "VARIANT";
+        case TypeKind::boolean:
+            return "VARIANT_BOOL";
+        case TypeKind::long_integer:
+            return "long";
+        case TypeKind::single:
+            return "float";
+        case TypeKind::real:
+            return "double";
+        case TypeKind::text:
+            return "BSTR";
+        case TypeKind::enumeration:
+        case TypeKind::record:
+            return std::string(type.name);
+        case TypeKind::object:
+            return "_" + std::string(type.name) + "*";
+        case TypeKind::real_array:
+            return "SAFEARRAY(double)";
+        case TypeKind::text_array:
+            return "SAFEARRAY(BSTR)";
+    }
+    return {};
+}
+
+/// Empty where there is no default.
+std::string default_text(const Parameter& parameter) {
+    const Value value = default_value_of(parameter);
+    if (value.holds<Missing>()) return {};
+    if (const auto* truth = value.get_if<bool>()) return *truth ? "-1" : "0";
+    if (const auto* text = value.get_if<std::string>()) return "\"" + *text + "\"";
+    if (const auto* number = value.get_if<double>()) return fmt::format("{}", *number);
+    return std::to_string(value.as_int32());
+}
+
+std::string parameter_text(const Parameter& parameter) {
+    std::string attributes = parameter.is_by_reference() ? "in, out" : "in";
+    if (parameter.optional) attributes += ", optional";
+    if (const std::string text = default_text(parameter); !text.empty()) attributes += ", defaultvalue(" + text + ")";
+    return fmt::format("[{}] {}{} {}", attributes, type_text(parameter.type), parameter.is_by_reference() ? "*" : "",
+                       parameter.name);
+}
+
+template <class... Pieces>
+void write(std::string& out, fmt::format_string<Pieces...> format, Pieces&&... pieces) {
+    fmt::format_to(std::back_inserter(out), format, std::forward<Pieces>(pieces)...);
+}
+
+void write_member(std::string& out, const Member& member) {
+    static constexpr std::string_view kinds[]{"", ", propget", ", propput"};
+    write(out, "        [id({}){}, helpstring(\"{}\")]\n        HRESULT {}(", member.dispid,
+          kinds[static_cast<std::size_t>(member.kind)], member.help, member.name);
+    std::string_view separator = "";
+    const auto write_line = [&](const std::string& text) {
+        write(out, "{}\n            {}", separator, text);
+        separator = ",";
+    };
+    for (const Parameter& parameter : member.parameters()) write_line(parameter_text(parameter));
+    if (member.result.kind != TypeKind::none) write_line("[out, retval] " + type_text(member.result) + "* result");
+    out += ");\n";
+}
+
+void write_enumerations(std::string& out) {
+    for (const EnumerationDescription& enumeration : enumeration_descriptions()) {
+        out += "    typedef enum {\n";
+        for (const Enumerator& member : enumeration.members)
+            write(out, "        {} = {}{}\n", member.name, member.value,
+                  &member == &enumeration.members.back() ? "" : ",");
+        write(out, "    }} {};\n\n", enumeration.name);
+    }
+}
+
+void write_records(std::string& out) {
+    for (const RecordDescription& record : record_descriptions()) {
+        write(out, "    typedef [uuid({}), helpstring(\"{}\")] struct {} {{\n", record.guid, record.help, record.name);
+        for (const Field& field : record.fields) write(out, "        {} {};\n", type_text({field.kind}), field.name);
+        write(out, "    }} {};\n\n", record.name);
+    }
+}
+
+void write_class(std::string& out, const ClassDescription& description) {
+    const std::string interface = description.interface_name();
+    write(out, "    [object, uuid({}), dual, oleautomation, nonextensible, helpstring(\"{}\")]\n",
+          description.interface_id, description.help);
+    write(out, "    interface {} : IDispatch {{\n", interface);
+    for (const Member& member : description.members) write_member(out, member);
+    write(out, "    }}\n\n    [uuid({}), helpstring(\"{}\"){}]\n", description.class_id, description.help,
+          description.create ? "" : ", noncreatable");
+    write(out, "    coclass {} {{ [default] interface {}; }}\n\n", description.name, interface);
+}
+
+}  // namespace
+
+std::string idl_text() {
+    std::string out =
+        "// Made from the member tables of the automation classes.\n\nimport \"oaidl.idl\";\nimport \"ocidl.idl\";\n\n";
+    write(out, "[uuid({}), version({}.{}), helpstring(\"Korvane\")]\n", library_id, library_major_version,
+          library_minor_version);
+    out += "library Korvane {\n    importlib(\"stdole2.tlb\");\n\n";
+    write_enumerations(out);
+    write_records(out);
+    for (const ClassDescription& description : class_descriptions())
+        write(out, "    interface {};\n", description.interface_name());
+    out += '\n';
+    for (const ClassDescription& description : class_descriptions()) write_class(out, description);
+    out.pop_back();
+    return out + "}\n";
+}
+
+}  // namespace korvane::automation

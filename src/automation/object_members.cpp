@@ -1,0 +1,39 @@
+#include "automation/object_members.h"
+
+#include <algorithm>
+
+#include "automation/text_conversion.h"
+
+namespace korvane::automation {
+
+Value peak_records(PeakList& peaks) {
+    std::vector<Record> records;
+    for (std::int32_t index = 0; index < peaks.count(); ++index)
+        records.emplace_back(peaks.GetPeakAttributeInfo(index, true));
+    return Array(std::move(records));
+}
+
+double peak_value(PeakList& peaks, std::int32_t index, const std::string& name, bool current_units) {
+    const auto* const known = std::find_if(peak_info_names.begin(), peak_info_names.end(),
+                                           [&](const char* each) { return same_name(each, name); });
+    if (known == peak_info_names.end())
+        raise_runtime_fault(error_number::invalid_call, "peak record value [" + name + "]");
+    return peaks.GetPeakAttributeInfo(index, current_units)
+        .value(static_cast<std::int32_t>(known - peak_info_names.begin()));
+}
+
+Value masses_from_times(MassTimeCalibration& calibration, const VariantArray<double>& times_ns) {
+    const auto times = times_ns.elements();
+    return Array(calibration.masses_from_times({times.begin(), times.end()}));
+}
+
+Value times_from_masses(MassTimeCalibration& calibration, const VariantArray<double>& masses) {
+    const auto elements = masses.elements();
+    return Array(calibration.times_from_masses({elements.begin(), elements.end()}));
+}
+
+void convert_peaks(PeakList& peaks, const CalibrationObject& calibration, std::int32_t mode) {
+    peaks.convert(*calibration, mode);
+}
+
+}  // namespace korvane::automation

@@ -1,0 +1,111 @@
+#include "korvane/automation_value.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+
+#include "automation/text_conversion.h"
+#include "korvane/automation.h"
+#include "platform/automation_arithmetic.h"
+
+namespace korvane::automation {
+
+namespace {
+
+constexpr std::int32_t invalid_use_of_null = 94;
+constexpr std::int32_t object_required = 424;
+constexpr std::int32_t argument_not_optional = 449;
+
+[[noreturn]] void refuse(const Value& value, const char* wanted) {
+    if (value.holds<Null>()) raise_runtime_fault(invalid_use_of_null);
+    if (value.holds<Missing>()) raise_runtime_fault(argument_not_optional);
+    raise_runtime_fault(error_number::type_mismatch, value.kind_name() + " is no " + wanted);
+}
+
+/// The number of a value that stands for one; nothing for texts and what has no number.
+std::optional<double> number_of(const Value& value) {
+    return std::visit(
+        [](const auto& content) -> std::optional<double> {
+            using Kind = std::remove_cvref_t<decltype(content)>;
+            if constexpr (std::is_same_v<Kind, Empty>) {
+                return 0.0;
+            } else if constexpr (std::is_same_v<Kind, bool>) {
+                return content ? -1.0 : 0.0;
+            } else if constexpr (std::is_arithmetic_v<Kind>) {
+                return static_cast<double>(content);
+            } else if constexpr (std::is_same_v<Kind, Date>) {
+                return content.days;
+            } else {
+                return std::nullopt;
+            }
+        },
+        value.content());
+}
+
+}  // namespace
+
+double Value::as_double() const {
+    if (const auto* number = get_if<double>()) return *number;
+    if (const auto number = number_of(*this)) return *number;
+    if (const auto* text = get_if<std::string>()) return parse_double(*text);
+    refuse(*this, "number");
+}
+
+float Value::as_single() const {
+    if (const auto* number = get_if<float>()) return *number;
+    const double number = as_double();
+    const auto single = static_cast<float>(number);
+    if (std::isfinite(number) && !std::isfinite(single))
+        raise_runtime_fault(error_number::overflow, number_text(number));
+    return single;
+}
+
+std::int32_t Value::as_int32() const {
+    if (const auto* number = get_if<std::int32_t>()) return *number;
+    return to_int32(as_double());
+}
+
+std::int16_t Value::as_int16() const {
+    return to_int16(as_double());
+}
+
+bool Value::as_boolean() const {
+    if (const auto* truth = get_if<bool>()) return *truth;
+    if (const auto* text = get_if<std::string>())
+        if (const auto truth = truth_of_text(*text)) return *truth;
+    return as_double() != 0;
+}
+
+std::string Value::as_text() const {
+    if (const auto* text = get_if<std::string>()) return *text;
+    if (const auto* truth = get_if<bool>()) return *truth ? "True" : "False";
+    if (const auto* single = get_if<float>()) return localised(number_text(*single));
+    if (const auto* date = get_if<Date>()) return text_of_date(*date);
+    if (holds<Empty>()) return {};
+    if (const auto number = number_of(*this)) return localised(number_text(*number));
+    refuse(*this, "text");
+}
+
+Object Value::as_object() const {
+    if (const auto* object = get_if<Object>()) return *object;
+    if (holds<Empty>()) return nullptr;
+    if (holds<Null>() || holds<Missing>()) refuse(*this, "object");
+    raise_runtime_fault(object_required, kind_name() + " is no object");
+}
+
+const Array& Value::as_array() const {
+    if (const auto* array = get_if<Array>()) return *array;
+    refuse(*this, "array");
+}
+
+std::string Value::kind_name() const {
+    static constexpr std::array names{"Empty",     "a missing argument", "Null",     "a Boolean", "an Integer",
+                                      "a Long",    "a Single",           "a Double", "a Date",    "a String",
+                                      "an object", "a record",           "an array"};
+    static_assert(names.size() == std::variant_size_v<Content>);
+    if (const auto* object = get_if<Object>()) return *object ? "an object " + (*object)->class_name() : "Nothing";
+    return names[content_.index()];
+}
+
+}  // namespace korvane::automation
