@@ -1,0 +1,84 @@
+#include <cstdlib>
+#include <string>
+
+#include "fuzz/targets.h"
+#include "korvane/cal_mass_list.h"
+#include "korvane/error.h"
+#include "korvane/tune_params_xml.h"
+#include "korvane/tune_prefs_xml.h"
+#include "support/memory_platform.h"
+
+namespace korvane::fuzz {
+
+namespace {
+
+template <class Body>
+bool passes(Body&& body) {
+    try {
+        body();
+        return true;
+    } catch (const Error&) {
+        return false;
+    }
+}
+
+struct Split {
+    std::string first, rest;
+};
+
+Split split_line(std::string_view input) {
+    const auto end = input.find('\n');
+    if (end == std::string_view::npos) return {std::string(input), {}};
+    return {std::string(input.substr(0, end)), std::string(input.substr(end + 1))};
+}
+
+}  // namespace
+
+void parameters(std::string_view input) {
+    const Split split = split_line(input);
+    const MemoryPlatform world;
+    world.disk->put("/base/TuneParams.xml", split.rest);
+    clsTuneParamsXML store(world.platform());
+    passes([&] { store.GetTuneParamByXMLPath(split.first, "Value", true); });
+    passes([&] { store.GetTuneParamByXMLPath("/QTOFTuneParams", split.first); });
+    passes([&] { store.GetAutotuneLimitValue("Calibration", split.first); });
+    passes([&] { store.GetManualTuneValue("Calibration", split.first); });
+    passes([&] { store.IsThisSourceSupportedForAutotuning("pos", split.first); });
+    passes([&] { store.WriteTuneParamValue("Calibration", "Value", split.first); });
+    if (!passes([&] { store.WriteTuneParamValue("Calibration", "Value", "12.5"); })) return;
+    if (store.GetAutotuneLimitValue("Calibration", "Value", true) != 12.5) std::abort();
+}
+
+void preferences(std::string_view input) {
+    const Split split = split_line(input);
+    const MemoryPlatform world;
+    world.disk->put("/base/TunePreferences.xml", split.rest);
+    clsTunePrefsXML store(world.platform());
+    passes([&] { store.GetTunePreference(split.first, true); });
+    passes([&] { store.GetTunePreference("AbortFlag"); });
+    const std::string text = "a < b & \"c\"";
+    if (!passes([&] { store.WriteTunePreference("AbortFlag", text); })) return;
+    if (store.GetTunePreference("AbortFlag", true) != text) std::abort();
+    const std::string once = *world.disk->content("/base/TunePreferences.xml");
+    store.WriteTunePreference("AbortFlag", text);
+    if (*world.disk->content("/base/TunePreferences.xml") != once) std::abort();
+}
+
+void masslist(std::string_view input) {
+    const MemoryPlatform world;
+    const std::string first = "/base/first.xml", second = "/base/second.xml";
+    world.disk->put(first, std::string(input));
+    CalMassList list(world.platform());
+    passes([&] { list.GetMassListArrayFromFile(first, "ESI", "Positive"); });
+    if (!passes([&] { list.OpenMassListFile(first); })) return;
+    const std::string edited = "1\t118.0863\n0\t322.0481";
+    if (!passes([&] { list.UpdateMassList("ESI", "Positive", edited); })) return;
+    if (!passes([&] { list.SaveMassListToFile(second); })) return;
+    CalMassList again(world.platform());
+    again.OpenMassListFile(second);
+    if (again.GetMassList("ESI", "Positive") != edited) std::abort();
+    again.SaveMassListToFile(first);
+    if (*world.disk->content(first) != *world.disk->content(second)) std::abort();
+}
+
+}  // namespace korvane::fuzz

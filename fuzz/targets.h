@@ -1,0 +1,30 @@
+// Entry points of the fuzzers: each takes one input and returns, whatever the input is. What they may raise is caught
+// inside; anything else (a crash, a hang, a sanitizer report, a broken promise) is a find.
+#pragma once
+
+#include <array>
+#include <string_view>
+
+namespace korvane::fuzz {
+
+/// A query, a line feed, the content of TuneParams.xml.
+void parameters(std::string_view input);
+/// A preference name, a line feed, the content of TunePreferences.xml.
+void preferences(std::string_view input);
+/// A mass-list file: open, edit, save and load again have to agree.
+void masslist(std::string_view input);
+/// A state or scene file of the simulator.
+void state(std::string_view input);
+/// A member ("CLASS.MEMBER", or the number of its place in the tables) and its arguments, a line each.
+void automation_call(std::string_view input);
+
+struct Target {
+    std::string_view name;
+    void (*run)(std::string_view);
+};
+
+inline constexpr std::array targets{Target{"parameters", parameters}, Target{"preferences", preferences},
+                                    Target{"masslist", masslist}, Target{"state", state},
+                                    Target{"automation_call", automation_call}};
+
+}  // namespace korvane::fuzz

@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Runs the tests where they might differ: under a locale with a decimal comma, with the checking standard library, and
+# under thread sanitizer. Arguments: which of them (locale debug threads; default all).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/bootstrap.sh native
+work=$PWD/build/more
+mkdir -p "$work"
+
+build() {
+    cmake -S . -B "$work/$1" -G Ninja "${@:2}" >/dev/null
+    cmake --build "$work/$1"
+}
+
+# Test programs whose files hold no number with a decimal point, which such a locale refuses as it should, in German as
+# written in Germany (1.234,5), streams included. The reliability tests put stored numbers into commas themselves.
+run_locale() {
+    if ! command -v localedef >/dev/null || [ ! -f /usr/share/i18n/locales/de_DE ]; then
+        echo "SKIPPED: localedef or the definition of de_DE is missing (Debian package locales)"
+        return
+    fi
+    localedef -i de_DE -f UTF-8 "$work/de_DE.UTF-8" 2>/dev/null || [ -d "$work/de_DE.UTF-8" ]
+    echo '#include <locale>
+          namespace { const bool begun = (std::locale::global(std::locale("")), true); }' >"$work/begin_locale.cpp"
+    c++ -shared -fPIC -o "$work/begin_locale.so" "$work/begin_locale.cpp"
+    cmake --preset release -DKORVANE_TESTS=ON >/dev/null
+    local programs=(spectrum instrument_simulator instrument_masstime reliability)
+    cmake --build --preset release --target "${programs[@]/#/test_}"
+    for program in "${programs[@]}"; do
+        local filter='*'
+        [ "$program" = reliability ] && filter='CommaLocale*:StoresAgainstAMap*:AbortRace*'
+        LOCPATH=$work LC_ALL=de_DE.UTF-8 LD_PRELOAD=$work/begin_locale.so \
+            "build/release/bin/test_$program" --gtest_filter="$filter" --gtest_brief=1
+    done
+}
+
+# Containers of the debug library have another layout, so that GoogleTest is built with it too.
+run_debug() {
+    local flags=(-D_GLIBCXX_DEBUG -D_GLIBCXX_DEBUG_PEDANTIC)
+    if [ ! -d /usr/src/googletest ]; then
+        echo "SKIPPED: the sources of GoogleTest are missing (Debian package googletest)"
+        return
+    fi
+    cmake -S /usr/src/googletest -B "$work/googletest" -G Ninja -DCMAKE_CXX_FLAGS="${flags[*]}" \
+          -DCMAKE_INSTALL_PREFIX="$work/installed" >/dev/null
+    cmake --build "$work/googletest" --target install >/dev/null
+    build debug -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1 ${flags[*]}" \
+          -DCMAKE_PREFIX_PATH="$work/installed"
+    ctest --test-dir "$work/debug" --no-tests=error --output-on-failure -j2 -E '^consumer$'
+}
+
+run_threads() {
+    build threads -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1" -DKORVANE_SANITIZE=thread
+    ctest --test-dir "$work/threads" --no-tests=error --output-on-failure -j2 -E '^consumer$'
+}
+
+[ $# -gt 0 ] || set -- locale debug threads
+for which in "$@"; do
+    echo "== $which"
+    "run_$which"
+done
