@@ -1,0 +1,65 @@
+# A room is one folder of src/, built as a static library; libkorvane is made of all of them. The order of the rooms in
+# the top CMakeLists.txt is the direction in which includes may run; tests/architecture checks it.
+
+add_library(korvane_options INTERFACE)
+target_include_directories(korvane_options INTERFACE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
+target_compile_options(korvane_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow)
+# The same seed gives the same bytes everywhere, which fused multiply-add would spoil.
+target_compile_options(korvane_options INTERFACE -ffp-contract=off)
+if(KORVANE_SANITIZE)
+  target_compile_options(korvane_options INTERFACE -fsanitize=${KORVANE_SANITIZE} -fno-omit-frame-pointer
+                                                   -fno-sanitize-recover=all)
+  target_link_options(korvane_options INTERFACE -fsanitize=${KORVANE_SANITIZE})
+endif()
+
+set(KORVANE_ROOMS "" CACHE INTERNAL "")
+set(KORVANE_LIBRARIES "" CACHE INTERNAL "")
+
+# korvane_room(folder USES rooms... LINK libraries...)
+function(korvane_room folder)
+  cmake_parse_arguments(ROOM "" "" "USES;LINK" ${ARGN})
+  string(REPLACE "/" "_" name ${folder})
+  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${folder}/*.cpp)
+  add_library(korvane_${name}_objects OBJECT ${sources})
+  add_library(korvane_${name} STATIC $<TARGET_OBJECTS:korvane_${name}_objects>)
+  set_target_properties(korvane_${name} PROPERTIES LINKER_LANGUAGE CXX)
+  target_link_libraries(korvane_${name}_objects PRIVATE korvane_options ${ROOM_LINK})
+  target_link_libraries(korvane_${name} PUBLIC korvane_options ${ROOM_LINK})
+  foreach(used ${ROOM_USES})
+    target_link_libraries(korvane_${name}_objects PRIVATE korvane_${used})
+    target_link_libraries(korvane_${name} PUBLIC korvane_${used})
+  endforeach()
+  set(KORVANE_ROOMS ${KORVANE_ROOMS} korvane_${name} CACHE INTERNAL "")
+  set(KORVANE_LIBRARIES ${KORVANE_LIBRARIES} ${ROOM_LINK} CACHE INTERNAL "")
+endfunction()
+
+# The shared library, its installation and its CMake package. On Windows programs take the library in, and the
+# automation server is what others share.
+function(korvane_library)
+  if(WIN32)
+    add_library(korvane STATIC)
+  else()
+    add_library(korvane SHARED)
+  endif()
+  add_library(korvane::korvane ALIAS korvane)
+  foreach(room ${KORVANE_ROOMS})
+    target_sources(korvane PRIVATE $<TARGET_OBJECTS:${room}_objects>)
+  endforeach()
+  target_link_libraries(korvane PRIVATE $<BUILD_INTERFACE:korvane_options> ${KORVANE_LIBRARIES})
+  if(WIN32)
+    target_link_libraries(korvane INTERFACE ${KORVANE_LIBRARIES})
+    target_include_directories(korvane INTERFACE ${PROJECT_SOURCE_DIR}/include)
+    return()
+  endif()
+  set_target_properties(korvane PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_compile_features(korvane INTERFACE cxx_std_20)
+  target_include_directories(korvane INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+                                               $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  install(TARGETS korvane EXPORT korvane LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/korvane DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(EXPORT korvane NAMESPACE korvane:: FILE korvaneConfig.cmake
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane)
+  include(CMakePackageConfigHelpers)
+  write_basic_package_version_file(${CMAKE_BINARY_DIR}/korvaneConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  install(FILES ${CMAKE_BINARY_DIR}/korvaneConfigVersion.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane)
+endfunction()

@@ -1,0 +1,15 @@
+# Cross compilers for Windows; the caller sets KORVANE_MINGW to the target triplet.
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_C_COMPILER ${KORVANE_MINGW}-gcc-posix)
+set(CMAKE_CXX_COMPILER ${KORVANE_MINGW}-g++-posix)
+set(CMAKE_RC_COMPILER ${KORVANE_MINGW}-windres)
+set(CMAKE_FIND_ROOT_PATH /usr/${KORVANE_MINGW})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/wine)
+# Nothing but the system's own libraries beside the programs. Modules have a variable of their own.
+set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
+set(CMAKE_SHARED_LINKER_FLAGS_INIT -static)
+set(CMAKE_MODULE_LINKER_FLAGS_INIT -static)

@@ -1,0 +1,151 @@
+// The layout of the file ("MSFT"): a header, the offsets of the type infos, fifteen segment descriptors, the segments,
+// and a block of function records for every type info. A parameter's default is an offset into the segment of custom
+// data, where a value stands as its type in two bytes, its bytes, and filling to four.
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+#include <vector>
+
+#include "typelib.h"
+
+namespace typelib {
+
+namespace {
+
+constexpr std::size_t header_size = 0x54;
+constexpr std::size_t flags_place = 0x14;
+constexpr std::uint32_t has_help_file_flag = 0x100;
+constexpr std::size_t info_count_place = 0x20;
+constexpr std::size_t segment_count = 15;
+constexpr std::size_t descriptor_size = 16;
+constexpr std::size_t info_segment = 0;
+constexpr std::size_t custom_data_segment = 11;
+constexpr std::size_t info_size = 0x64;
+constexpr std::size_t function_block_place = 4;
+constexpr std::size_t function_count_place = 0x18;
+constexpr std::size_t kind_place = 16;
+constexpr std::uint32_t defaults_present_flag = 0x1000;
+constexpr std::size_t parameter_count_place = 20;
+constexpr std::size_t parameter_size = 12;
+constexpr std::uint32_t has_default_flag = 0x20;
+constexpr std::uint16_t vt_r8 = 5, vt_bstr = 8;
+constexpr std::uint32_t false_in_slot = 0xac000000;  // a truth value needs no place in the custom data
+constexpr std::uint32_t true_in_slot = 0xac00ffff;
+
+class Library {
+public:
+    explicit Library(std::string bytes) : bytes_(std::move(bytes)) {
+        if (bytes_.size() < header_size || bytes_.compare(0, 4, "MSFT") != 0)
+            throw std::runtime_error("not a type library of this kind");
+        segments_ = header_size + 4 * word(info_count_place) + (word(flags_place) & has_help_file_flag ? 4 : 0);
+    }
+
+    std::uint32_t word(std::size_t place) const {
+        std::uint32_t value = 0;
+        if (place + sizeof value > bytes_.size()) throw std::runtime_error("the type library ends early");
+        std::memcpy(&value, bytes_.data() + place, sizeof value);
+        return value;
+    }
+    void set_word(std::size_t place, std::uint32_t value) { std::memcpy(bytes_.data() + place, &value, sizeof value); }
+
+    std::size_t segment_offset(std::size_t segment) const { return word(segments_ + segment * descriptor_size); }
+    std::size_t segment_length(std::size_t segment) const { return word(segments_ + segment * descriptor_size + 4); }
+    std::size_t info_count() const { return word(info_count_place); }
+    std::size_t info_place(std::size_t index) const { return segment_offset(info_segment) + index * info_size; }
+
+    /// Puts bytes at the end of the custom data; returns their offset in it. Everything behind moves.
+    std::uint32_t append_custom_data(const std::string& data) {
+        const std::size_t end = segment_offset(custom_data_segment) + segment_length(custom_data_segment);
+        const auto offset = static_cast<std::uint32_t>(segment_length(custom_data_segment));
+        const auto growth = static_cast<std::uint32_t>(data.size());
+        bytes_.insert(end, data);
+        set_word(segments_ + custom_data_segment * descriptor_size + 4, offset + growth);
+        const auto move = [&](std::size_t place) {
+            if (word(place) != 0xffffffffu && word(place) >= end) set_word(place, word(place) + growth);
+        };
+        for (std::size_t segment = 0; segment < segment_count; ++segment)
+            if (segment != custom_data_segment) move(segments_ + segment * descriptor_size);
+        for (std::size_t index = 0; index < info_count(); ++index) move(info_place(index) + function_block_place);
+        return offset;
+    }
+
+    const std::string& bytes() const { return bytes_; }
+
+private:
+    std::string bytes_;
+    std::size_t segments_ = 0;
+};
+
+template <class T>
+void append(std::string& out, T value) {
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+std::string encoded(const std::string& line) {
+    const auto blank = line.find(' ');
+    const std::string kind = line.substr(0, blank);
+    const std::string text = blank == std::string::npos ? "" : line.substr(blank + 1);
+    std::string data;
+    if (kind == "R8") {
+        append(data, vt_r8);
+        append(data, std::stod(text));
+    } else if (kind == "BSTR") {
+        append(data, vt_bstr);
+        append(data, static_cast<std::uint32_t>(text.size()));
+        data += text;
+    } else {
+        throw std::runtime_error("unknown kind of default: " + line);
+    }
+    while (data.size() % 4 != 0) data += '\x57';
+    return data;
+}
+
+/// Places of the default slots of a type info, in the order of the file.
+std::vector<std::size_t> slots_of(const Library& library, std::size_t info) {
+    std::vector<std::size_t> slots;
+    const std::uint32_t block = library.word(library.info_place(info) + function_block_place);
+    const std::uint32_t functions = library.word(library.info_place(info) + function_count_place) & 0xffff;
+    std::size_t record = block + 4;
+    for (std::uint32_t index = 0; index < functions; ++index) {
+        const std::uint32_t size = library.word(record) & 0xffff;
+        const std::uint32_t parameters = library.word(record + parameter_count_place) & 0xffff;
+        const bool has_defaults = library.word(record + kind_place) & defaults_present_flag;
+        const std::size_t first_parameter = record + size - parameters * parameter_size;
+        for (std::uint32_t parameter = 0; has_defaults && parameter < parameters; ++parameter)
+            if (library.word(first_parameter + parameter * parameter_size + 8) & has_default_flag)
+                slots.push_back(first_parameter - 4 * (parameters - parameter));
+        record += size;
+    }
+    return slots;
+}
+
+}  // namespace
+
+std::string patch(const std::string& bytes, const std::string& defaults) {
+    Library library(bytes);
+    std::vector<std::string> lines;
+    std::istringstream in(defaults);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    std::size_t slots = 0;
+    for (std::size_t info = 0; info < library.info_count(); ++info) slots += slots_of(library, info).size();
+    if (slots != lines.size())
+        throw std::runtime_error(std::to_string(lines.size()) + " defaults for " + std::to_string(slots) + " slots");
+    std::size_t next = 0;
+    for (std::size_t info = 0; info < library.info_count(); ++info) {
+        const std::size_t count = slots_of(library, info).size();
+        for (std::size_t slot = 0; slot < count; ++slot, ++next) {
+            const std::string& line = lines[next];
+            if (line == "KEEP") continue;
+            const std::uint32_t value = line == "BOOL -1"  ? true_in_slot
+                                        : line == "BOOL 0" ? false_in_slot
+                                                           : library.append_custom_data(encoded(line));
+            library.set_word(slots_of(library, info)[slot], value);
+        }
+    }
+    return library.bytes();
+}
+
+}  // namespace typelib

@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Installs what the build and the tests need and the machine lacks, with apt. Parts: native (default), windows.
+set -euo pipefail
+
+native=(g++ cmake ninja-build ccache git ca-certificates libpugixml-dev libfmt-dev libcli11-dev nlohmann-json3-dev
+        zlib1g-dev libgtest-dev libgmock-dev)
+windows=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools wine wine64 libwine googletest dpkg-dev)
+
+wanted=()
+for part in "${@:-native}"; do
+    case $part in
+        native) wanted+=("${native[@]}") ;;
+        windows) wanted+=("${windows[@]}") ;;
+        bench) wanted+=(libbenchmark-dev) ;;
+        peers) wanted+=(libopenms-dev libpwiz-dev qtbase5-dev libboost-dev python3-scipy libxml2-dev) ;;
+        fuzz) wanted+=(clang libclang-rt-14-dev) ;;
+        *) echo "usage: $0 [native] [windows] [bench] [peers] [fuzz]" >&2; exit 2 ;;
+    esac
+done
+
+missing=()
+for package in "${wanted[@]}"; do
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)" = installed ] || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "$0: run as root, or install sudo; missing: ${missing[*]}" >&2; exit 1; }
+    as_root=(sudo)
+fi
+echo "installing: ${missing[*]}" >&2
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get update -qq >&2
+"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2

@@ -1,0 +1,121 @@
+// The plan of the rooms, held against every #include of src/, apps/ and include/.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Names = std::set<std::string>;
+
+const fs::path root = KORVANE_SOURCE_DIR;
+
+// Which rooms a room may include, besides itself.
+const std::map<std::string, Names> allowed_rooms{
+    {"platform", {}},
+    {"frame", {"platform"}},
+    {"config", {"frame", "platform"}},
+    {"masslist", {"frame", "platform"}},
+    {"globals", {"config", "masslist", "frame", "platform"}},
+    {"spectrum", {"globals", "frame", "platform"}},
+    {"abundance", {"spectrum", "globals", "frame", "platform"}},
+    {"parser", {"abundance", "spectrum", "globals", "frame", "platform"}},
+    {"instrument/masstime", {"platform"}},
+    {"instrument/peakfinder", {"platform"}},
+    {"instrument/simulator", {"platform", "instrument/masstime", "instrument/peakfinder"}},
+    {"instrument/replay", {"platform", "instrument/masstime", "instrument/peakfinder"}},
+    {"instrument/library", {"platform"}},
+    {"instrument/conformance", {"platform"}},
+    {"assembly", {"parser", "globals", "platform", "instrument/simulator", "instrument/replay", "instrument/library"}},
+    {"automation", {"frame", "platform"}},
+    {"automation/com", {"automation", "assembly", "frame", "platform"}},
+};
+
+// The top floor: knows the classes, and no room below knows it.
+const Names automation_rooms{"automation", "automation/com"};
+
+// Public headers of a class, and the lowest room that knows the class; every other public header is vocabulary.
+const std::map<std::string, Names> class_headers{
+    {"tune_params_xml", {"config", "globals", "spectrum", "abundance", "parser"}},
+    {"tune_prefs_xml", {"config", "globals", "spectrum", "abundance", "parser"}},
+    {"abort_helper", {"config", "globals", "spectrum", "abundance", "parser"}},
+    {"cal_mass_list", {"masslist", "globals"}},
+    {"tune_globals", {"globals", "spectrum", "abundance", "parser"}},
+    {"spectrum_parser", {"abundance", "parser"}},
+    {"recording", {"assembly"}},
+    {"korvane", {}},
+    {"automation", {}},
+    {"automation_value", {}},
+};
+
+std::vector<std::string> includes_of(const fs::path& file) {
+    static const std::regex include("^\\s*#\\s*include\\s*\"([^\"]+)\"");
+    std::vector<std::string> found;
+    std::ifstream in(file);
+    for (std::string line; std::getline(in, line);)
+        if (std::smatch match; std::regex_search(line, match, include)) found.push_back(match[1]);
+    return found;
+}
+
+std::vector<fs::path> sources_below(const fs::path& folder) {
+    std::vector<fs::path> found;
+    for (const auto& entry : fs::recursive_directory_iterator(root / folder))
+        if (entry.path().extension() == ".h" || entry.path().extension() == ".cpp") found.push_back(entry.path());
+    return found;
+}
+
+std::string room_of(const std::string& path) {
+    const auto folder = fs::path(path).parent_path().generic_string();
+    return allowed_rooms.count(folder) ? folder : std::string();
+}
+
+TEST(Rooms, IncludesRunInOneDirection) {
+    int checked = 0;
+    for (const fs::path& file : sources_below("src")) {
+        const std::string room = room_of(fs::relative(file, root / "src").generic_string());
+        ASSERT_FALSE(room.empty()) << file << " lies in no known room";
+        for (const std::string& include : includes_of(file)) {
+            ++checked;
+            if (include.starts_with("korvane/")) {
+                const auto owner = class_headers.find(fs::path(include).stem().string());
+                EXPECT_TRUE(owner == class_headers.end() || owner->second.count(room) || automation_rooms.count(room))
+                    << file << " must not know " << include;
+                continue;
+            }
+            const std::string other = room_of(include);
+            EXPECT_TRUE(other == room || allowed_rooms.at(room).count(other))
+                << file << " must not include " << include;
+        }
+    }
+    EXPECT_GT(checked, 100) << "the test no longer finds the sources";
+}
+
+TEST(Rooms, PublicFaceNeedsNothingButItself) {
+    for (const fs::path& file : sources_below("include"))
+        for (const std::string& include : includes_of(file))
+            EXPECT_TRUE(include.starts_with("korvane/")) << file << " includes " << include;
+}
+
+TEST(Rooms, ProgramUsesThePublicFaceOnly) {
+    for (const fs::path& file : sources_below("apps"))
+        for (const std::string& include : includes_of(file))
+            EXPECT_TRUE(include.starts_with("korvane/") || fs::exists(file.parent_path() / include))
+                << file << " includes " << include;
+}
+
+TEST(Rooms, FilesStayReadable) {
+    for (const char* folder : {"src", "include", "apps"})
+        for (const fs::path& file : sources_below(folder)) {
+            std::ifstream in(file);
+            const auto lines = std::count(std::istreambuf_iterator<char>(in), {}, '\n');
+            EXPECT_LE(lines, file.extension() == ".h" ? 260 : 420) << file;
+        }
+}
+
+}  // namespace
