@@ -43,7 +43,7 @@ MeasuredPeak record_of(const FittedPeak& fitted, const SampleAxis& axis, const P
     PeakInfo& record = peak.record;
     const double tail = traits.tail_fraction * traits.arrival_part(fit.own_sigma * axis.interval_ns);
     const double sigma = fit.own_sigma / (1 + width_of_tail * tail);
-    record.pkApexX = axis.time_ns(fit.shape.centre);
+    record.pkApexX = axis.time_ns(fit.shape.centre + top_of_tail * tail * sigma);
     record.pkStart = axis.time_ns(fitted.start);
     record.pkArea = fitted.area;
     record.pkCentroid = axis.time_ns(fit.shape.centre);
@@ -105,6 +105,10 @@ PeakListObject EmbeddedPeakFinder::run(double start_time_ns) {
         if (peak.samples < minimum_samples_) continue;
         peaks.push_back(measured);
     }
+    // Two that overlap may have changed places in the fit.
+    std::stable_sort(peaks.begin(), peaks.end(), [](const MeasuredPeak& left, const MeasuredPeak& right) {
+        return left.record.pkCentroid < right.record.pkCentroid;
+    });
     return std::make_shared<MeasuredPeakList>(std::move(peaks));
 }
 

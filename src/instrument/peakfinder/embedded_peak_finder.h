@@ -11,7 +11,21 @@ namespace korvane {
 
 /// Finds the peaks whose centroid lies within the search times (both included). Samples outside the window are used,
 /// where there are any, to measure a peak that the window cuts and to know its background. The list is in the order of
-/// flight time. Results do not depend on the thread's rounding mode.
+/// flight time. Results do not depend on the thread's rounding mode. Errors: 5 naming a sampling interval or a time
+/// that is not set or no number.
+///
+/// The record, with its standard errors beside it in `PeakUncertainty`:
+///   pkApexX       ns, top of the fitted peak; error as the centroid's
+///   pkStart       ns, where the fitted peak sinks into the noise or to 0.2 % of its height, or meets a neighbour
+///   pkArea        counts x samples above the baseline, four deviations before to six after the centroid, late ions
+///                 included; of samples shared with a neighbour the peak's part
+///   pkCentroid    ns, centre of the weighted fit
+///   pkWidth       ns, full width at half maximum by the peak's own samples, late ions included
+///   pkHeight      counts, of the fitted peak above the baseline
+///   pkResolution  t / (2 pkWidth)
+///   pkEnd         ns, as pkStart
+/// Without baseline removal height and area stand on zero counts; nothing else changes. A peak has as many samples as
+/// rise above the noise between its start and its end. The baseline is the mean over the window.
 class EmbeddedPeakFinder final : public PeakFinder {
 public:
     explicit EmbeddedPeakFinder(const PeakFinderOptions& options) : options_(options) {}

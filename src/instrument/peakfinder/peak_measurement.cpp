@@ -184,9 +184,10 @@ void PeakMeasurement::complete(std::span<FittedPeak> group, std::size_t index) {
     const double reach = visible_reach(shape.height, level.noise) * shape.sigma;
     peak.start = shape.centre - reach;
     peak.end = shape.centre + reach;
-    if (index > 0) peak.start = std::max(peak.start, crossing(group[index - 1].fit.shape, shape));
-    if (index + 1 < group.size()) peak.end = std::min(peak.end, crossing(shape, group[index + 1].fit.shape));
-
+    if (index > 0)
+        peak.start = std::min(shape.centre, std::max(peak.start, crossing(group[index - 1].fit.shape, shape)));
+    if (index + 1 < group.size())
+        peak.end = std::max(shape.centre, std::min(peak.end, crossing(shape, group[index + 1].fit.shape)));
     if (group.size() > 1) load_samples(group, index);
     sum_samples(level, peak);
 }

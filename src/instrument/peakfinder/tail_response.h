@@ -11,6 +11,8 @@ inline constexpr double height_of_tail = -0.24;
 inline constexpr double fitted_width_of_tail = 0.61;
 /// In deviations of the undelayed ions, from their centre.
 inline constexpr double fitted_centre_of_tail = 0.84;
+/// Top of the whole peak, in deviations of it, from the fitted centre.
+inline constexpr double top_of_tail = -0.46;
 /// Relative excess of the true area over that of the fit.
 inline constexpr double fitted_area_of_tail = 0.127;
 /// Excess of counts two to six deviations after the centre over those before it, relative to the area.

@@ -92,7 +92,7 @@ TEST(Search, RecordsAreWhatTheirDefinitionsSay) {
     for (const auto& [record, uncertainty] : find_peaks(spectrum_of_set())) {
         EXPECT_LT(record.pkStart, record.pkCentroid);
         EXPECT_GT(record.pkEnd, record.pkCentroid);
-        EXPECT_NEAR(record.pkApexX, record.pkCentroid, 0.5 * record.pkWidth);
+        EXPECT_NEAR(record.pkApexX, record.pkCentroid, 0.1 * record.pkWidth);
         EXPECT_EQ(record.pkResolution, record.pkCentroid / (2 * record.pkWidth));
         // A Gaussian's area over its height and width, samples of 1 ns.
         const double shape = record.pkArea / (record.pkHeight * record.pkWidth);
