@@ -36,6 +36,7 @@ constexpr const char* examples =
     "  korvane abort request                          stop a tune that runs elsewhere\n"
     "  korvane call TuneGlobals.QuadType              any member of the automation classes\n"
     "  korvane automation list                        ... and which there are\n"
+    "  korvane conform                                does the instrument layer do what it has to?\n"
     "  korvane record today.mzML -n 5                 keep five spectra\n"
     "  korvane measure --replay today.mzML            ... and measure them later\n"
     "\n"

@@ -2,6 +2,7 @@
 
 #include "assembly/base_folder.h"
 #include "assembly/outside_instrument.h"
+#include "assembly/outside_tracer.h"
 #include "instrument/replay/replay_layer.h"
 #include "instrument/simulator/simulator.h"
 #include "korvane/platform.h"
@@ -33,7 +34,7 @@ Platform system_platform() {
     platform.files = make_system_files();
     platform.clock = make_system_clock();
     platform.message_box = make_system_message_box();
-    platform.tracers = make_file_tracer_factory();
+    platform.tracers = make_system_tracer_factory();
     return platform;
 }
 

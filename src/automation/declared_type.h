@@ -42,6 +42,7 @@ struct Parameter {
     std::string_view name = {};
     Direction direction = Direction::by_value;
     bool optional = false;
+    bool changes = false;  ///< the native member writes to it
     DefaultValue default_value = {};
     DeclaredType type = {};
 

@@ -83,12 +83,12 @@ Value NativeObject::invoke(std::int32_t dispid, Arguments& arguments, Access acc
     const Member* const member = description_.index.find(dispid, access);
     if (!member) raise_runtime_fault(no_such_member, class_name() + ", member number " + std::to_string(dispid));
     const Sources sources = place_arguments(*member, arguments);
-    std::array<Value, most_parameters> placed;
+    ArgumentStack placed(member->parameter_count);
     for (std::size_t place = 0; place < member->parameter_count; ++place)
-        placed[place] = sources[place] ? *sources[place] : Value(Missing{});
-    Value result = call_member(*member, target_.get(), placed);
+        if (sources[place]) placed[place] = *sources[place];
+    Value result = call_member(*member, target_.get(), placed.values());
     for (std::size_t place = 0; place < member->parameter_count; ++place)
-        if (sources[place] && member->parameter_slots[place].is_by_reference() && !sources[place]->holds<Missing>())
+        if (sources[place] && member->parameter_slots[place].changes && !sources[place]->holds<Missing>())
             *sources[place] = std::move(placed[place]);
     return result;
 }

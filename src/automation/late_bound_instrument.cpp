@@ -114,7 +114,9 @@ public:
         return object_->call("OptionPresent", {name}).as_boolean();
     }
     bool has_positive_post_acceleration() override { return object_->call("HasPositivePostAcceleration").as_boolean(); }
-    std::int16_t abundance_reduction_setting() override { return object_->call("AbundanceReductionSetting").as_int16(); }
+    std::int16_t abundance_reduction_setting() override {
+        return object_->call("AbundanceReductionSetting").as_int16();
+    }
     std::string model() override { return object_->call("Model").as_text(); }
 
 private:
@@ -231,7 +233,7 @@ private:
 
 class Layer final : public InstrumentLayer {
 public:
-    explicit Layer(Object object) : object_(std::move(object)) {}
+    explicit Layer(std::function<Object()> object) : object_(std::move(object)) {}
 
     std::unique_ptr<InstrumentGlobals> create_globals() override { return make<Globals>("CreateGlobals"); }
     std::unique_ptr<PathInformation> create_path_information() override { return make<Paths>("CreatePathInformation"); }
@@ -241,15 +243,15 @@ public:
 private:
     template <class Adapter>
     std::unique_ptr<Adapter> make(const char* member) {
-        return std::make_unique<Adapter>(required_object(object_->call(member), member));
+        return std::make_unique<Adapter>(required_object(object_()->call(member), member));
     }
 
-    Object object_;
+    std::function<Object()> object_;
 };
 
 }  // namespace
 
-std::shared_ptr<InstrumentLayer> make_late_bound_layer(Object layer) {
+std::shared_ptr<InstrumentLayer> make_late_bound_layer(std::function<Object()> layer) {
     return std::make_shared<Layer>(std::move(layer));
 }
 

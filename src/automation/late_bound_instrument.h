@@ -1,6 +1,7 @@
 // An instrument layer that consists of automation objects.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "korvane/automation.h"
@@ -8,7 +9,8 @@
 
 namespace korvane::automation {
 
-/// The layer behind an object with the members of "InstrumentLayer" (docs/instrument-layer.md).
-std::shared_ptr<InstrumentLayer> make_late_bound_layer(Object layer);
+/// The layer behind an object with the members of "InstrumentLayer" (docs/instrument-layer.md). The object is asked for
+/// anew for everything that the layer makes, so that every thread can have its own.
+std::shared_ptr<InstrumentLayer> make_late_bound_layer(std::function<Object()> layer);
 
 }  // namespace korvane::automation

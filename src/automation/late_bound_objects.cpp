@@ -40,7 +40,9 @@ public:
     void set_settings(const CalibrationSettings& settings) override {
         object_->call("SetSettings", {array_of(settings)});
     }
-    VariantArray<std::int32_t> use_flags() const override { return array_from<std::int32_t>(object_->call("UseFlags")); }
+    VariantArray<std::int32_t> use_flags() const override {
+        return array_from<std::int32_t>(object_->call("UseFlags"));
+    }
     double mass_from_time(double time_ns) const override {
         return object_->call("MassFromTime", {time_ns}).as_double();
     }

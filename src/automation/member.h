@@ -100,6 +100,7 @@ struct NativeCall {
     static constexpr std::size_t arity = sizeof...(A);
     static constexpr DeclaredType result = declared_result<std::remove_cvref_t<R>>();
     static constexpr std::array<DeclaredType, arity> declared{Native<std::remove_cvref_t<A>>::declared...};
+    static constexpr std::array<bool, arity> changes{Argument<A>::writes_back...};
 
     static Value call(const Member& member, void* target, std::span<Value> arguments) {
         return call(member, *static_cast<C*>(target), arguments, std::index_sequence_for<A...>());
@@ -150,6 +151,7 @@ constexpr Member make_member(MemberKind kind, std::int32_t dispid, std::string_v
         Parameter& slot = member.parameter_slots[member.parameter_count];
         slot = parameter;
         if (slot.type.kind == TypeKind::none) slot.type = Call::declared[member.parameter_count];
+        slot.changes = Call::changes[member.parameter_count];
         ++member.parameter_count;
     }
     return member;

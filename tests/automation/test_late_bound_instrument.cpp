@@ -45,7 +45,7 @@ protected:
     LateBoundInstrument() {
         const Object layer = object_of_layer(world.platform().instrument);
         outside = world.platform();
-        outside.instrument = make_late_bound_layer(Stranger::mask(layer).as_object());
+        outside.instrument = make_late_bound_layer([layer] { return Stranger::mask(layer).as_object(); });
     }
 
     EmbeddedWorld world;
