@@ -15,6 +15,7 @@ target_compile_definitions(fmt::fmt INTERFACE FMT_HEADER_ONLY)
 korvane_header_library(CLI11::CLI11)
 korvane_header_library(nlohmann_json::nlohmann_json)
 
+set(ZLIB_USE_STATIC_LIBS ON)
 find_package(ZLIB REQUIRED)
 
 set(KORVANE_PUGIXML ${CMAKE_BINARY_DIR}/pugixml CACHE PATH "Source of pugixml, fetched when it is not there")

@@ -1,0 +1,38 @@
+# Korvane.dll: the automation server, with its type library inside. The library is made from the committed interface
+# definition, which a test holds against the member tables.
+set(com ${PROJECT_SOURCE_DIR}/src/automation/com)
+set(typelib ${CMAKE_CURRENT_BINARY_DIR}/typelib)
+file(MAKE_DIRECTORY ${typelib})
+
+# A tool of the build, so it is compiled for the machine that builds.
+find_program(KORVANE_BUILD_CXX NAMES g++ c++ clang++ NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+file(GLOB tool_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/typelib/*.cpp)
+add_custom_command(OUTPUT ${typelib}/typelib
+  COMMAND ${KORVANE_BUILD_CXX} -std=c++20 -O1 ${tool_sources} -o ${typelib}/typelib
+  DEPENDS ${tool_sources} ${PROJECT_SOURCE_DIR}/cmake/typelib/typelib.h VERBATIM)
+
+# The standard type library comes with Wine.
+find_program(KORVANE_WIDL NAMES ${KORVANE_MINGW}-widl NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+file(GLOB standard_library /usr/lib/*/wine/*-windows/stdole2.tlb)
+if(NOT standard_library)
+  message(FATAL_ERROR "stdole2.tlb was not found; scripts/bootstrap.sh windows installs it")
+endif()
+list(GET standard_library 0 standard_library)
+get_filename_component(standard_library_folder ${standard_library} DIRECTORY)
+math(EXPR bits "8 * ${CMAKE_SIZEOF_VOID_P}")
+add_custom_command(OUTPUT ${typelib}/korvane.tlb
+  COMMAND ${typelib}/typelib prepare ${PROJECT_SOURCE_DIR}/src/automation/korvane.idl plain.idl korvane.defaults
+  COMMAND ${KORVANE_WIDL} -m${bits} -t -L ${standard_library_folder} -o plain.tlb plain.idl
+  COMMAND ${typelib}/typelib patch plain.tlb korvane.defaults korvane.tlb
+  DEPENDS ${typelib}/typelib ${PROJECT_SOURCE_DIR}/src/automation/korvane.idl
+  WORKING_DIRECTORY ${typelib} VERBATIM)
+
+add_library(korvane_server MODULE ${com}/korvane.def ${com}/korvane.rc)
+target_include_directories(korvane_server PRIVATE ${typelib})
+set_source_files_properties(${com}/korvane.rc PROPERTIES OBJECT_DEPENDS ${typelib}/korvane.tlb)
+set_target_properties(korvane_server PROPERTIES OUTPUT_NAME Korvane PREFIX "" LINKER_LANGUAGE CXX
+                                                LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+target_link_libraries(korvane_server PRIVATE korvane)
+# The definition file has the undecorated names, which 32-bit entry points do not have by themselves.
+target_link_options(korvane_server PRIVATE -Wl,--enable-stdcall-fixup $<$<CONFIG:Release>:-s>)
+install(TARGETS korvane_server LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})

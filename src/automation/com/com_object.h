@@ -1,0 +1,57 @@
+// An automation object as callers on Windows see it: a dual interface laid out by hand, and ISupportErrorInfo.
+#pragma once
+
+#include <atomic>
+
+#include "automation/class_description.h"
+#include "automation/com/com_basics.h"
+#include "automation/native_object.h"
+
+namespace korvane::automation {
+
+/// What is behind every interface pointer. The first member is the address of the vtable, as callers expect.
+struct ComObject {
+    const void* const* vtable;
+    const void* const* error_support_vtable;  ///< an ISupportErrorInfo pointer points here
+    std::atomic<ULONG> references;
+    std::shared_ptr<NativeObject> object;
+    GUID interface_id;  ///< of the dual interface; all zeros for a class without one
+
+    NativeObject& native() const { return *object; }
+    const ClassDescription& description() const { return object->description(); }
+};
+
+/// Objects and locks that keep the module loaded.
+class ModuleUse {
+public:
+    static void add() noexcept { ++count_; }
+    static void release() noexcept { --count_; }
+    static LONG count() noexcept { return count_; }
+
+private:
+    static std::atomic<LONG> count_;
+};
+
+/// A new interface to an object, counted once.
+IDispatch* make_com_object(std::shared_ptr<NativeObject> object);
+
+/// The object behind an interface that this module made; null for any other.
+std::shared_ptr<NativeObject> native_object_of(IUnknown& unknown);
+
+// The common slots, in the order of the vtable.
+HRESULT STDMETHODCALLTYPE query_interface(ComObject* self, REFIID wanted, void** result);
+ULONG STDMETHODCALLTYPE add_reference(ComObject* self);
+ULONG STDMETHODCALLTYPE release_reference(ComObject* self);
+HRESULT STDMETHODCALLTYPE get_type_info_count(ComObject* self, UINT* count);
+HRESULT STDMETHODCALLTYPE get_type_info(ComObject* self, UINT index, LCID locale, ITypeInfo** result);
+HRESULT STDMETHODCALLTYPE get_ids_of_names(ComObject* self, REFIID reserved, LPOLESTR* names, UINT count, LCID locale,
+                                           DISPID* dispids);
+HRESULT STDMETHODCALLTYPE invoke_member(ComObject* self, DISPID dispid, REFIID reserved, LCID locale, WORD flags,
+                                        DISPPARAMS* parameters, VARIANT* result, EXCEPINFO* details,
+                                        UINT* wrong_argument);
+
+/// The vtable of a class: the common slots, then its members in the order of its table. The common slots alone for a
+/// class without a dual interface.
+const void* const* vtable_of(const ClassDescription& description);
+
+}  // namespace korvane::automation

@@ -1,0 +1,113 @@
+#ifdef _WIN32
+
+#include "automation/com/dispatch_object.h"
+
+#include <cstring>
+
+#include "automation/com/error_mapping.h"
+#include "automation/com/variant_conversion.h"
+
+namespace korvane::automation {
+
+namespace {
+
+constexpr std::int32_t cannot_create = 429;
+constexpr std::int32_t no_such_member = 438;
+
+/// The caller's variables as an object gets them: by reference, the last one first.
+class Parameters {
+public:
+    explicit Parameters(std::vector<Value>& values)
+        : values_(values), variables_(values.size()), before_(values.size()), references_(values.size()) {
+        for (std::size_t place = 0; place < values.size(); ++place) {
+            fill_variant(values[place], *variables_[place]);
+            before_[place] = *variables_[place];
+            VARIANT& reference = references_[values.size() - 1 - place];
+            VariantInit(&reference);
+            if (values[place].holds<Missing>()) {
+                reference = *variables_[place];
+                continue;
+            }
+            reference.vt = VT_BYREF | VT_VARIANT;
+            reference.pvarVal = variables_[place].get();
+        }
+    }
+
+    DISPPARAMS parameters() { return {references_.data(), nullptr, static_cast<UINT>(references_.size()), 0}; }
+
+    /// Reads what the object changed. A variable with the same bits is taken for unchanged: spectra are large.
+    void read_back() {
+        for (std::size_t place = 0; place < values_.size(); ++place)
+            if (std::memcmp(&before_[place], variables_[place].get(), sizeof(VARIANT)) != 0)
+                values_[place] = value_of_variant(*variables_[place]);
+    }
+
+private:
+    std::vector<Value>& values_;
+    std::vector<Variant> variables_;
+    std::vector<VARIANT> before_;
+    std::vector<VARIANT> references_;
+};
+
+}  // namespace
+
+std::string DispatchObject::class_name() const {
+    ComPointer<ITypeInfo> type;
+    Bstr name;
+    if (FAILED(dispatch_->GetTypeInfo(0, LOCALE_USER_DEFAULT, type.put())) || !type) return "of a foreign class";
+    if (FAILED(type->GetDocumentation(MEMBERID_NIL, name.put(), nullptr, nullptr, nullptr)))
+        return "of a foreign class";
+    return text_of(name.get());
+}
+
+std::int32_t DispatchObject::dispid_of(std::string_view member) const {
+    std::wstring name = utf16_from_utf8(member);
+    wchar_t* names = name.data();
+    DISPID dispid = DISPID_UNKNOWN;
+    const HRESULT code = dispatch_->GetIDsOfNames(IID_NULL, &names, 1, LOCALE_USER_DEFAULT, &dispid);
+    if (code == DISP_E_UNKNOWNNAME) raise_runtime_fault(no_such_member, class_name() + "." + std::string(member));
+    require(code, "Looking up a member");
+    return dispid;
+}
+
+Value DispatchObject::invoke(std::int32_t dispid, Arguments& arguments, Access access) {
+    if (!arguments.named.empty()) raise_runtime_fault(448, "named arguments for a foreign object");
+    Parameters given(arguments.positional);
+    DISPPARAMS parameters = given.parameters();
+    DISPID put_name = DISPID_PROPERTYPUT;
+    WORD flags = access == Access::call ? DISPATCH_METHOD | DISPATCH_PROPERTYGET : DISPATCH_PROPERTYGET;
+    if (access == Access::put) {
+        flags = DISPATCH_PROPERTYPUT;
+        parameters.rgdispidNamedArgs = &put_name;
+        parameters.cNamedArgs = 1;
+    }
+    Variant result;
+    EXCEPINFO details{};
+    UINT wrong = 0;
+    const HRESULT code = dispatch_->Invoke(dispid, IID_NULL, LOCALE_USER_DEFAULT, flags, &parameters,
+                                           access == Access::put ? nullptr : result.get(), &details, &wrong);
+    if (FAILED(code))
+        throw error_of_call(code, details, "Member number " + std::to_string(dispid) + " of an object " + class_name());
+    given.read_back();
+    return value_of_variant(*result);
+}
+
+Object create_registered_object(const std::string& prog_id) {
+    // The caller's thread may not have been prepared for automation; a second preparation does no harm.
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    CLSID class_id;
+    if (FAILED(CLSIDFromProgID(utf16_from_utf8(prog_id).c_str(), &class_id))) return nullptr;
+    ComPointer<IDispatch> dispatch;
+    const HRESULT code = CoCreateInstance(class_id, nullptr, CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER, IID_IDispatch,
+                                          reinterpret_cast<void**>(dispatch.put()));
+    if (FAILED(code)) {
+        char text[16];
+        std::snprintf(text, sizeof text, "0x%08lX", static_cast<unsigned long>(code));
+        raise_runtime_fault(cannot_create, prog_id + " (" + text + ")");
+    }
+    return std::make_shared<DispatchObject>(std::move(dispatch));
+}
+
+}  // namespace korvane::automation
+
+#endif

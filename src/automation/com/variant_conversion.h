@@ -1,0 +1,23 @@
+// Values between automation on Windows and the portable ones.
+#pragma once
+
+#include "automation/com/com_basics.h"
+#include "korvane/automation_value.h"
+
+namespace korvane::automation {
+
+/// What a VARIANT holds, references followed. Error 13 for kinds that automation values do not have.
+Value value_of_variant(const VARIANT& variant);
+/// Fills an empty VARIANT.
+void fill_variant(const Value& value, VARIANT& empty);
+
+/// Puts a changed argument into the variable that the caller passed; nothing happens where it passed none. A variable
+/// of a type keeps it, and so does an array its kind of elements: a script's array stays one that the script can read.
+void store_into_variable(const Value& value, VARIANT& argument);
+
+/// The object behind an interface; Nothing for null.
+Object object_of_dispatch(IDispatch* dispatch);
+/// A counted interface to an object; null for Nothing.
+IDispatch* dispatch_of_object(const Object& object);
+
+}  // namespace korvane::automation
