@@ -3,6 +3,7 @@
 set(com ${PROJECT_SOURCE_DIR}/src/automation/com)
 set(typelib ${CMAKE_CURRENT_BINARY_DIR}/typelib)
 file(MAKE_DIRECTORY ${typelib})
+set(KORVANE_TYPE_LIBRARY_FOLDER ${typelib})
 
 # A tool of the build, so it is compiled for the machine that builds.
 find_program(KORVANE_BUILD_CXX NAMES g++ c++ clang++ NO_CMAKE_FIND_ROOT_PATH REQUIRED)

@@ -1,12 +1,14 @@
 // The layout of the file ("MSFT"): a header, the offsets of the type infos, fifteen segment descriptors, the segments,
 // and a block of function records for every type info. A parameter's default is an offset into the segment of custom
 // data, where a value stands as its type in two bytes, its bytes, and filling to four.
-#include <array>
 #include <bit>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <map>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <vector>
 
 #include "typelib.h"
@@ -22,15 +24,18 @@ constexpr std::size_t info_count_place = 0x20;
 constexpr std::size_t segment_count = 15;
 constexpr std::size_t descriptor_size = 16;
 constexpr std::size_t info_segment = 0;
+constexpr std::size_t uuid_segment = 5;
 constexpr std::size_t custom_data_segment = 11;
 constexpr std::size_t info_size = 0x64;
 constexpr std::size_t function_block_place = 4;
 constexpr std::size_t function_count_place = 0x18;
+constexpr std::size_t uuid_place = 0x2c;
 constexpr std::size_t kind_place = 16;
 constexpr std::uint32_t defaults_present_flag = 0x1000;
 constexpr std::size_t parameter_count_place = 20;
 constexpr std::size_t parameter_size = 12;
 constexpr std::uint32_t has_default_flag = 0x20;
+constexpr std::string_view interface_word = "INTERFACE ";
 constexpr std::uint16_t vt_r8 = 5, vt_bstr = 8;
 constexpr std::uint32_t false_in_slot = 0xac000000;  // a truth value needs no place in the custom data
 constexpr std::uint32_t true_in_slot = 0xac00ffff;
@@ -56,6 +61,18 @@ public:
     std::size_t info_count() const { return word(info_count_place); }
     std::size_t info_place(std::size_t index) const { return segment_offset(info_segment) + index * info_size; }
 
+    /// Without braces, lower case; empty for a type without one.
+    std::string uuid(std::size_t info) const {
+        const std::uint32_t place = word(info_place(info) + uuid_place);
+        if (place == 0xffffffffu) return {};
+        const std::size_t start = segment_offset(uuid_segment) + place;
+        char text[37];
+        std::snprintf(text, sizeof text, "%08x-%04x-%04x-%04x-%04x%08x", word(start), word(start + 4) & 0xffff,
+                      word(start + 4) >> 16, big_endian(start + 8) >> 16, big_endian(start + 8) & 0xffff,
+                      big_endian(start + 12));
+        return text;
+    }
+
     /// Puts bytes at the end of the custom data; returns their offset in it. Everything behind moves.
     std::uint32_t append_custom_data(const std::string& data) {
         const std::size_t end = segment_offset(custom_data_segment) + segment_length(custom_data_segment);
@@ -75,6 +92,8 @@ public:
     const std::string& bytes() const { return bytes_; }
 
 private:
+    std::uint32_t big_endian(std::size_t place) const { return __builtin_bswap32(word(place)); }
+
     std::string bytes_;
     std::size_t segments_ = 0;
 };
@@ -122,29 +141,43 @@ std::vector<std::size_t> slots_of(const Library& library, std::size_t info) {
     return slots;
 }
 
+void set_default(Library& library, std::size_t info, std::size_t slot, const std::string& line) {
+    if (line == "KEEP") return;
+    const std::uint32_t value = line == "BOOL -1"  ? true_in_slot
+                                : line == "BOOL 0" ? false_in_slot
+                                                   : library.append_custom_data(encoded(line));
+    library.set_word(slots_of(library, info)[slot], value);
+}
+
 }  // namespace
 
 std::string patch(const std::string& bytes, const std::string& defaults) {
     Library library(bytes);
-    std::vector<std::string> lines;
+    std::map<std::string, std::vector<std::string>> lines_of_interface;
+    std::vector<std::string>* lines = nullptr;
     std::istringstream in(defaults);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    std::size_t slots = 0;
-    for (std::size_t info = 0; info < library.info_count(); ++info) slots += slots_of(library, info).size();
-    if (slots != lines.size())
-        throw std::runtime_error(std::to_string(lines.size()) + " defaults for " + std::to_string(slots) + " slots");
-    std::size_t next = 0;
-    for (std::size_t info = 0; info < library.info_count(); ++info) {
-        const std::size_t count = slots_of(library, info).size();
-        for (std::size_t slot = 0; slot < count; ++slot, ++next) {
-            const std::string& line = lines[next];
-            if (line == "KEEP") continue;
-            const std::uint32_t value = line == "BOOL -1"  ? true_in_slot
-                                        : line == "BOOL 0" ? false_in_slot
-                                                           : library.append_custom_data(encoded(line));
-            library.set_word(slots_of(library, info)[slot], value);
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with(interface_word)) {
+            lines = &lines_of_interface[line.substr(interface_word.size())];
+        } else if (lines) {
+            lines->push_back(line);
+        } else {
+            throw std::runtime_error("a default before the first interface: " + line);
         }
     }
+    // The order of the interfaces in the file is the compiler's own.
+    for (std::size_t info = 0; info < library.info_count(); ++info) {
+        const std::size_t slots = slots_of(library, info).size();
+        const std::string uuid = library.uuid(info);
+        const std::vector<std::string> values = lines_of_interface[uuid];
+        lines_of_interface.erase(uuid);
+        if (slots != values.size())
+            throw std::runtime_error(std::to_string(values.size()) + " defaults for the " + std::to_string(slots) +
+                                     " slots of " + uuid);
+        for (std::size_t slot = 0; slot < slots; ++slot) set_default(library, info, slot, values[slot]);
+    }
+    if (!lines_of_interface.empty())
+        throw std::runtime_error("no interface " + lines_of_interface.begin()->first + " in the type library");
     return library.bytes();
 }
 

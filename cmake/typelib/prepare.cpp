@@ -45,6 +45,7 @@ std::string patch_line(const std::string& value, const std::string& type) {
 
 Prepared prepare(const std::string& idl) {
     static const std::regex default_line(R"re(^(.*defaultvalue\()("[^"]*"|[^)]*)(\)\] (\w+)\*? .*)$)re");
+    static const std::regex interface_line(R"re(^ *\[object, uuid\(([^)]*)\).*$)re");
     Prepared prepared;
     std::istringstream in(idl);
     bool prelude_written = false;
@@ -57,6 +58,7 @@ Prepared prepare(const std::string& idl) {
             prepared.idl += parts.str(1) + replacement(parts.str(2), parts.str(4)) + parts.str(3) + "\n";
             prepared.defaults += patch_line(parts.str(2), parts.str(4));
         } else {
+            if (std::regex_match(line, parts, interface_line)) prepared.defaults += "INTERFACE " + parts.str(1) + "\n";
             prepared.idl += line + "\n";
         }
     }

@@ -7,8 +7,8 @@ namespace typelib {
 
 struct Prepared {
     std::string idl;  ///< what widl compiles
-    std::string
-        defaults;  ///< a line for every default in the order of the file: its value, or KEEP where widl writes it
+    /// "INTERFACE uuid", then a line for each of its defaults in their order: the value, or KEEP where widl writes it.
+    std::string defaults;
 };
 
 /// The dialect of widl: it finds no system interfaces to import.

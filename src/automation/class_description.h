@@ -21,7 +21,7 @@ struct ClassDescription {
     std::shared_ptr<void> (*create)(const Platform&) = nullptr;
     MemberIndex index{members};
 
-    std::string interface_name() const { return "_" + std::string(name); }
+    std::string interface_name() const { return std::string("_").append(name); }
     std::string prog_id() const { return "Korvane." + std::string(name); }
 };
 

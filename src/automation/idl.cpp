@@ -32,7 +32,7 @@ std::string type_text(const DeclaredType& type) {
         case TypeKind::record:
             return std::string(type.name);
         case TypeKind::object:
-            return "_" + std::string(type.name) + "*";
+            return std::string("_").append(type.name).append("*");
         case TypeKind::real_array:
             return "SAFEARRAY(double)";
         case TypeKind::text_array:
@@ -80,7 +80,7 @@ void write_member(std::string& out, const Member& member) {
 
 void write_enumerations(std::string& out) {
     for (const EnumerationDescription& enumeration : enumeration_descriptions()) {
-        out += "    typedef enum {\n";
+        write(out, "    typedef enum {} {{\n", enumeration.name);
         for (const Enumerator& member : enumeration.members)
             write(out, "        {} = {}{}\n", member.name, member.value,
                   &member == &enumeration.members.back() ? "" : ",");
