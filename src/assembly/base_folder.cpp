@@ -1,13 +1,13 @@
 #include "assembly/base_folder.h"
 
 #include <array>
-#include <cstdlib>
 #include <random>
 #include <string_view>
 
 #include "assembly/base_data.h"
 #include "korvane/error.h"
 #include "korvane/platform.h"
+#include "platform/environment.h"
 #include "platform/safe_save.h"
 
 namespace korvane {
@@ -25,12 +25,8 @@ constexpr const char* logs_folder = "Logfiles";
 
 // Empty where the variable is not set.
 fs::path path_from_environment(const char* name) {
-#ifdef _WIN32
-    const wchar_t* const value = _wgetenv(std::wstring(name, name + std::char_traits<char>::length(name)).c_str());
-#else
-    const char* const value = std::getenv(name);
-#endif
-    return value ? fs::path(value) : fs::path();
+    const std::string value = environment_text(name);
+    return fs::path(std::u8string(value.begin(), value.end()));
 }
 
 fs::path per_user_folder() {

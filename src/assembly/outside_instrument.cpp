@@ -1,10 +1,8 @@
 #include "assembly/outside_instrument.h"
 
-#include <cstdlib>
-
 #include "instrument/library/instrument_library.h"
 #include "korvane/platform.h"
-#include "platform/windows_text.h"
+#include "platform/environment.h"
 
 namespace korvane {
 
@@ -26,13 +24,7 @@ std::shared_ptr<InstrumentLayer> make_outside_instrument(const std::string& name
 }
 
 std::optional<std::string> default_instrument() {
-#ifdef _WIN32
-    const wchar_t* const wide = _wgetenv(L"KORVANE_INSTRUMENT");
-    const std::string name = wide ? utf8_from_utf16(wide) : std::string();
-#else
-    const char* const value = std::getenv("KORVANE_INSTRUMENT");
-    const std::string name = value ? value : "";
-#endif
+    const std::string name = environment_text("KORVANE_INSTRUMENT");
     return name.empty() ? std::nullopt : std::optional(name);
 }
 

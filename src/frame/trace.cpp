@@ -2,6 +2,8 @@
 
 #include <unordered_map>
 
+#include "platform/per_thread.h"
+
 namespace korvane {
 
 namespace {
@@ -9,7 +11,7 @@ namespace {
 constexpr std::string_view module_name = "korvanetune";
 
 // By factory. A thread works with one platform, seldom with a few; tracers live as long as the thread.
-thread_local std::unordered_map<std::uint64_t, ThreadTrace> thread_states;
+using ThreadStates = std::unordered_map<std::uint64_t, ThreadTrace>;
 
 std::string_view trimmed(std::string_view text) {
     const auto first = text.find_first_not_of(' ');
@@ -19,9 +21,10 @@ std::string_view trimmed(std::string_view text) {
 
 }  // namespace
 
-thread_local ThreadTrace* Trace::recent_ = nullptr;
+constinit thread_local ThreadTrace* Trace::recent_ = nullptr;
 
 ThreadTrace& Trace::start_up() const {
+    auto& thread_states = of_this_thread<ThreadStates>();
     auto known = thread_states.find(factory_->id());
     if (known == thread_states.end()) {
         ThreadTrace state;

@@ -35,7 +35,7 @@ public:
 private:
     ThreadTrace& start_up() const;
 
-    static thread_local ThreadTrace* recent_;
+    static constinit thread_local ThreadTrace* recent_;  // otherwise every use would ask first whether it is made
     std::shared_ptr<TracerFactory> factory_;
 };
 
@@ -44,22 +44,30 @@ class TraceObj {
 public:
     explicit TraceObj(const Trace& trace) : state_(trace.thread()) {}
     ~TraceObj() {
-        if (state_.flag && entered_) TR_EXIT();
+        if (entered_) [[unlikely]]
+            TR_EXIT();
     }
     TraceObj(const TraceObj&) = delete;
     TraceObj& operator=(const TraceObj&) = delete;
 
     void TR_ENTRY(std::int32_t level, std::string_view funcName) {
-        if (state_.flag) enter(level, funcName);
+        if (state_.flag) [[unlikely]]
+            enter(level, funcName);
     }
 
     /// Traces the pieces put together; they are not looked at when tracing is off.
     template <class... Pieces>
     void TR_PRINT(const Pieces&... pieces) {
-        if (state_.flag) print(text_of(pieces...));
+        if (state_.flag) [[unlikely]]
+            print_pieces(pieces...);
     }
 
 private:
+    // Out of line, so that a routine carries none of it while tracing is off.
+    template <class... Pieces>
+    [[gnu::noinline, gnu::cold]] void print_pieces(const Pieces&... pieces) {
+        print(text_of(pieces...));
+    }
     void enter(std::int32_t level, std::string_view routine);
     void print(std::string_view text);
     void TR_EXIT() noexcept;

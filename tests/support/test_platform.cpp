@@ -32,9 +32,10 @@ void write_entries(std::ostream& out, const Entries& entries) {
 
 TemporaryFolder::TemporaryFolder() {
     static std::atomic<int> counter{0};
-    path_ = std::filesystem::temp_directory_path() /
-            ("korvane-test-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
-    std::filesystem::create_directories(path_);
+    // A process that was killed may have left a folder, and its number comes again.
+    do path_ = std::filesystem::temp_directory_path() /
+               ("korvane-test-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
+    while (!std::filesystem::create_directory(path_));
 }
 
 TemporaryFolder::~TemporaryFolder() {

@@ -34,10 +34,10 @@ std::string object_text(IDispatch* dispatch) {
 std::string record_text(void* memory, IRecordInfo* info) {
     Bstr name;
     info->GetName(name.put());
-    ULONG count = 0;
-    info->GetFieldNames(&count, nullptr);
+    ULONG count = 64;
     std::vector<BSTR> fields(count);
     info->GetFieldNames(&count, fields.data());
+    fields.resize(count);
     std::string text = text_of(name.get()) + " {";
     for (BSTR field : fields) {
         Variant content;
