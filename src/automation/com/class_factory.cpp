@@ -4,6 +4,7 @@
 
 #include "automation/com/com_object.h"
 #include "automation/com/error_mapping.h"
+#include "automation/com/system_objects.h"
 #include "korvane/automation.h"
 
 namespace korvane::automation {
@@ -60,6 +61,7 @@ HRESULT make_class_factory(REFCLSID class_id, REFIID wanted, void** result) noex
     if (!result) return E_POINTER;
     *result = nullptr;
     try {
+        use_system_objects();
         for (const ClassDescription& description : class_descriptions()) {
             if (!description.create || !IsEqualGUID(class_id, guid_of(description.class_id))) continue;
             const auto factory = ComPointer<ClassFactory>::shared(new ClassFactory(description));

@@ -88,16 +88,25 @@ HRESULT write_all() {
     return RegisterTypeLib(&type_library(), module.data(), nullptr);
 }
 
+/// The system's answer for a library that is not registered differs from version to version, so it is asked before.
+HRESULT remove_type_library() {
+    const GUID id = guid_of(library_id);
+    BSTR path = nullptr;
+    const HRESULT known =
+        QueryPathOfRegTypeLib(id, library_major_version, library_minor_version, LOCALE_NEUTRAL, &path);
+    SysFreeString(path);
+    if (FAILED(known)) return S_OK;
+    const SYSKIND system = sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32;
+    return UnRegisterTypeLib(id, library_major_version, library_minor_version, LOCALE_NEUTRAL, system);
+}
+
 HRESULT remove_all() {
     const HRESULT classes = for_each_class([](const ClassDescription& description) {
         const HRESULT code = remove_tree(class_key(description));
         return FAILED(code) ? code : remove_tree(wide(description.prog_id()));
     });
-    const SYSKIND system = sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32;
-    const HRESULT library =
-        UnRegisterTypeLib(guid_of(library_id), library_major_version, library_minor_version, LOCALE_NEUTRAL, system);
-    if (FAILED(classes)) return classes;
-    return library == TYPE_E_REGISTRYACCESS ? S_OK : library;  // it was not registered
+    const HRESULT library = remove_type_library();
+    return FAILED(classes) ? classes : library;
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Objects of the acquisition software that the library finds by ProgID: the tracer, and an instrument layer.
 #ifdef _WIN32
 
+#include "automation/com/system_objects.h"
+
 #include "assembly/outside_instrument.h"
 #include "assembly/outside_tracer.h"
 #include "automation/com/dispatch_object.h"
@@ -46,14 +48,12 @@ std::unique_ptr<Tracer> make_tracer(const std::string& prog_id) {
     return object ? std::make_unique<AutomationTracer>(std::move(object)) : nullptr;
 }
 
-// The assembly stands below this room and cannot ask for it.
-[[maybe_unused]] const bool handed_in = [] {
+}  // namespace
+
+void use_system_objects() {
     set_automation_layer_maker(&make_layer);
     set_automation_tracer_maker(&make_tracer);
-    return true;
-}();
-
-}  // namespace
+}
 
 }  // namespace korvane::automation
 

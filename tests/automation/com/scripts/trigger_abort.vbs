@@ -1,0 +1,3 @@
+' Asks whatever runs on the base folder to stop.
+CreateObject("Korvane.AbortHelper").TriggerAbort
+WScript.Echo "DONE"
