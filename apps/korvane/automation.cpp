@@ -8,7 +8,7 @@ namespace korvane::program {
 
 namespace {
 
-ExitCode run_list(Session& session) {
+ExitCode list_members(Session& session) {
     const auto members = automation::member_summaries();
     if (session.json) {
         Json rows = Json::array();
@@ -48,7 +48,7 @@ void add_automation(CLI::App& program, Session& session) {
     CLI::App* group = add_group(program, "automation", "describe the automation interface");
     CLI::App* list = add_command(*group, session, "list", "print classes and members with their signatures",
                                  "korvane automation list --json");
-    on_run(list, session, run_list);
+    on_run(list, session, list_members);
     add_text_command(*group, session, "idl", "print the interface definition", &automation::idl_text);
     add_text_command(*group, session, "reference", "print the reference page", &automation::reference_text);
 }

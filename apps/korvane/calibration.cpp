@@ -12,11 +12,11 @@ namespace korvane::program {
 
 namespace {
 
-struct ShowOptions {
+struct CalibrationChoice {
     std::int64_t repeats = 0;
 };
 
-struct SetOptions {
+struct CalibrationChange {
     std::optional<double> a, t0;
     bool standard = false;
 };
@@ -82,11 +82,11 @@ ExitCode show(Session& session, std::int64_t repeats) {
     return ExitCode::done;
 }
 
-ExitCode run_show(Session& session, const ShowOptions& options) {
+ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
     return show(session, options.repeats);
 }
 
-ExitCode run_set(Session& session, const SetOptions& options) {
+ExitCode set_calibration(Session& session, const CalibrationChange& options) {
     if (options.standard == (options.a || options.t0) || options.a.has_value() != options.t0.has_value())
         throw UsageError("give either both -A and --t0, or --default");
     TuneGlobals globals(session.platform());
@@ -102,21 +102,21 @@ ExitCode run_set(Session& session, const SetOptions& options) {
 void add_calibration(CLI::App& program, Session& session) {
     CLI::App* group = add_group(program, "calibration", "the mass calibration of the current polarity");
 
-    auto showing = std::make_shared<ShowOptions>();
+    auto showing = std::make_shared<CalibrationChoice>();
     CLI::App* show_command =
         add_command(*group, session, "show", "print the coefficients, and the mass errors of repeated measurements",
                     "korvane calibration show --repeat 10");
     add_count(*show_command, "--repeat", showing->repeats, "measure the calibrants in so many spectra (2 to 10000)", 2,
               10000);
-    on_run(show_command, session, showing, run_show);
+    on_run(show_command, session, showing, show_calibration);
 
-    auto setting = std::make_shared<SetOptions>();
+    auto setting = std::make_shared<CalibrationChange>();
     CLI::App* set = add_command(*group, session, "set", "write a new calibration and print it",
                                 "korvane calibration set -A 0.45 --t0 0.02");
     add_number(*set, "-A", setting->a, "coefficient A, in sqrt(amu) per usec", positive);
     add_number(*set, "--t0", setting->t0, "time offset B, in usec");
     set->add_flag("--default", setting->standard, "the instrument's default calibration");
-    on_run(set, session, setting, run_set);
+    on_run(set, session, setting, set_calibration);
 }
 
 }  // namespace korvane::program

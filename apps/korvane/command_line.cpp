@@ -151,6 +151,7 @@ int run(Session& session, const std::string& command) {
 int run_command_line(int argc, const char* const* argv, Streams streams, const PlatformMaker& make_platform) {
     Session session(streams, make_platform);
     CLI::App program(about, "korvane");
+    program.allow_windows_style_options(false);  // an argument that begins with a slash is a path or a query
     program.fallthrough();
     program.require_subcommand(1);
     program.get_formatter()->column_width(34);

@@ -2,24 +2,55 @@
 
 #ifdef _WIN32
 #include <io.h>
+#include <windows.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
 #else
 #include <unistd.h>
 #endif
 
 #include "command_line.h"
 
+#ifdef _WIN32
+
+#include "korvane/automation.h"
+
 namespace {
 
-bool standard_error_is_terminal() {
-#ifdef _WIN32
-    return _isatty(2) != 0;
-#else
-    return isatty(STDERR_FILENO) != 0;
-#endif
-}
+/// Texts are UTF-8, also on the console, which gets its code page back.
+class ConsoleCodePage {
+public:
+    ConsoleCodePage() : before_(GetConsoleOutputCP()) {
+        if (before_ != 0) SetConsoleOutputCP(CP_UTF8);
+    }
+    ~ConsoleCodePage() {
+        if (before_ != 0) SetConsoleOutputCP(before_);
+    }
+    ConsoleCodePage(const ConsoleCodePage&) = delete;
+    ConsoleCodePage& operator=(const ConsoleCodePage&) = delete;
+
+private:
+    UINT before_;
+};
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    return korvane::program::run_command_line(argc, argv, {std::cout, std::cerr, standard_error_is_terminal()});
+int wmain(int argc, wchar_t** argv) {
+    std::vector<std::string> arguments;
+    std::vector<const char*> words;
+    for (int i = 0; i < argc; ++i) arguments.push_back(korvane::program::utf8_from_path(argv[i]));
+    for (const std::string& argument : arguments) words.push_back(argument.c_str());
+    const ConsoleCodePage utf8;
+    korvane::automation::use_system_objects();
+    return korvane::program::run_command_line(argc, words.data(), {std::cout, std::cerr, _isatty(2) != 0});
 }
+
+#else
+
+int main(int argc, char** argv) {
+    return korvane::program::run_command_line(argc, argv, {std::cout, std::cerr, isatty(STDERR_FILENO) != 0});
+}
+
+#endif

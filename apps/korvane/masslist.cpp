@@ -21,7 +21,7 @@ struct ListChoice {
     bool all = false;
 };
 
-struct SetOptions {
+struct MassListChange {
     ListChoice choice;
     std::vector<double> masses, unused;
 };
@@ -63,7 +63,7 @@ void print_lists(Session& session, const std::vector<ListedMassList>& lists) {
     session.print(table.text());
 }
 
-ExitCode run_show(Session& session, ListChoice choice) {
+ExitCode show_list(Session& session, ListChoice choice) {
     if (choice.all) {
         print_lists(session, list_mass_lists(session.platform()));
         return ExitCode::done;
@@ -73,7 +73,7 @@ ExitCode run_show(Session& session, ListChoice choice) {
     return ExitCode::done;
 }
 
-std::string list_text(const SetOptions& options) {
+std::string list_text(const MassListChange& options) {
     std::vector<std::pair<double, char>> masses;
     for (const double mass : options.masses) masses.emplace_back(mass, '1');
     for (const double mass : options.unused) masses.emplace_back(mass, '0');
@@ -83,7 +83,7 @@ std::string list_text(const SetOptions& options) {
     return text;
 }
 
-ExitCode run_set(Session& session, SetOptions options) {
+ExitCode set_list(Session& session, MassListChange options) {
     fill_in(options.choice, session);
     chosen_list(list_mass_lists(session.platform()), options.choice, session);
     const std::string file = default_mass_list_file(session.platform());
@@ -91,10 +91,10 @@ ExitCode run_set(Session& session, SetOptions options) {
     lists.OpenMassListFile(file);
     lists.UpdateMassList(options.choice.source, options.choice.polarity, list_text(options));
     lists.SaveMassListToFile(file);
-    return run_show(session, options.choice);
+    return show_list(session, options.choice);
 }
 
-ExitCode run_check(Session& session) {
+ExitCode check_list(Session& session) {
     const auto lists = list_mass_lists(session.platform());
     std::vector<std::string> faults;
     for (const ListedMassList& list : lists)
@@ -131,21 +131,21 @@ void add_masslist(CLI::App& program, Session& session) {
         add_command(*group, session, "show", "print a mass list", "korvane masslist show --polarity Negative");
     add_choice(*show, *shown);
     show->add_flag("--all", shown->all, "all lists of the file");
-    on_run(show, session, shown, run_show);
+    on_run(show, session, shown, show_list);
 
-    auto setting = std::make_shared<SetOptions>();
+    auto setting = std::make_shared<MassListChange>();
     CLI::App* set = add_command(*group, session, "set", "replace a mass list; it is kept in ascending order",
                                 "korvane masslist set 158.9640 294.9388 566.8885 838.8381 --source ESI");
     add_numbers(*set, "MASS", setting->masses, "m/z of the calibrants in use", positive)->required();
     add_numbers(*set, "--unused", setting->unused, "m/z to list as not used", positive);
     add_choice(*set, setting->choice);
-    on_run(set, session, setting, run_set);
+    on_run(set, session, setting, set_list);
 
     CLI::App* check =
         add_command(*group, session, "check",
                     "check every list of the file: numbers, ascending, enough of them; exit code 1 on faults",
                     "korvane masslist check");
-    on_run(check, session, run_check);
+    on_run(check, session, check_list);
 }
 
 }  // namespace korvane::program

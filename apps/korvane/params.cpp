@@ -34,16 +34,16 @@ double read_parameter(Session& session, const ParameterOptions& options) {
     return store.GetTuneParamByXMLPath("/QTOFTuneParams/TOF/" + options.tree + "/" + options.group, options.key);
 }
 
-ExitCode run_get(Session& session, const ParameterOptions& options) {
+ExitCode get_parameter(Session& session, const ParameterOptions& options) {
     return print_parameter(session, options, read_parameter(session, options));
 }
 
-ExitCode run_set(Session& session, const ParameterOptions& options) {
+ExitCode set_parameter(Session& session, const ParameterOptions& options) {
     clsTuneParamsXML(session.platform()).WriteTuneParamValue(options.group, options.key, options.text, options.tree);
     return print_parameter(session, options, read_parameter(session, options));
 }
 
-ExitCode run_list(Session& session, const ParameterOptions& options) {
+ExitCode list_parameters(Session& session, const ParameterOptions& options) {
     const auto parameters = list_tune_parameters(session.platform(), options.tree);
     if (session.json) {
         Json groups = Json::object();
@@ -78,7 +78,7 @@ void add_params(CLI::App& program, Session& session) {
                                 "korvane params get RampParams MinimumAcceptableAbundance");
     add_key(*get, *options);
     add_tree(*get, options->tree);
-    on_run(get, session, options, run_get);
+    on_run(get, session, options, get_parameter);
 
     CLI::App* set = add_command(*group, session, "set", "change a parameter that exists",
                                 "korvane params set PeakHandling PeakFindWindowInPercentT 0.2");
@@ -87,12 +87,12 @@ void add_params(CLI::App& program, Session& session) {
         return parse_number(text) ? std::string() : "VALUE: \"" + text + "\" is not a number";
     });
     add_tree(*set, options->tree);
-    on_run(set, session, options, run_set);
+    on_run(set, session, options, set_parameter);
 
     CLI::App* list = add_command(*group, session, "list", "print all parameters of a tree",
                                  "korvane params list --tree ManualTuneParameters");
     add_tree(*list, options->tree);
-    on_run(list, session, options, run_list);
+    on_run(list, session, options, list_parameters);
 }
 
 }  // namespace korvane::program

@@ -20,16 +20,16 @@ ExitCode print_preference(Session& session, const std::string& name) {
     return ExitCode::done;
 }
 
-ExitCode run_get(Session& session, const PreferenceOptions& options) {
+ExitCode get_preference(Session& session, const PreferenceOptions& options) {
     return print_preference(session, options.name);
 }
 
-ExitCode run_set(Session& session, const PreferenceOptions& options) {
+ExitCode set_preference(Session& session, const PreferenceOptions& options) {
     clsTunePrefsXML(session.platform()).WriteTunePreference(options.name, options.value);
     return print_preference(session, options.name);
 }
 
-ExitCode run_list(Session& session) {
+ExitCode list_preferences(Session& session) {
     const auto preferences = list_tune_preferences(session.platform());
     if (session.json) {
         Json values = Json::object();
@@ -51,16 +51,16 @@ void add_prefs(CLI::App& program, Session& session) {
 
     CLI::App* get = add_command(*group, session, "get", "print a preference", "korvane prefs get AIC_RunFastVersion");
     get->add_option("NAME", options->name, "name of the preference")->required();
-    on_run(get, session, options, run_get);
+    on_run(get, session, options, get_preference);
 
     CLI::App* set = add_command(*group, session, "set", "change a preference that exists",
                                 "korvane prefs set LogSetpointTraffic Yes");
     set->add_option("NAME", options->name, "name of the preference")->required();
     set->add_option("VALUE", options->value, "the new text, written as given")->required();
-    on_run(set, session, options, run_set);
+    on_run(set, session, options, set_preference);
 
     CLI::App* list = add_command(*group, session, "list", "print all preferences", "korvane prefs list --json");
-    on_run(list, session, run_list);
+    on_run(list, session, list_preferences);
 }
 
 }  // namespace korvane::program

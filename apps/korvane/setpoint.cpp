@@ -10,7 +10,7 @@ namespace korvane::program {
 
 namespace {
 
-struct SetOptions {
+struct SetpointChange {
     std::string setpoint;
     std::optional<double> value, delta, wait_seconds;
     bool until_set = false;
@@ -24,13 +24,13 @@ ExitCode print_setpoint(Session& session, const SetpointDescription& setpoint) {
     return ExitCode::done;
 }
 
-ExitCode run_get(Session& session, const std::string& name) {
+ExitCode get_setpoint(Session& session, const std::string& name) {
     SetpointDescription setpoint = describe_setpoint(session, setpoint_index(session, name));
     setpoint.value = TuneGlobals(session.platform()).GetMSSetpointValueByIdx(setpoint.index);
     return print_setpoint(session, setpoint);
 }
 
-ExitCode run_set(Session& session, const SetOptions& options) {
+ExitCode set_setpoint(Session& session, const SetpointChange& options) {
     if (options.value.has_value() == options.delta.has_value()) throw UsageError("give either a value or --delta");
     SetpointDescription setpoint = describe_setpoint(session, setpoint_index(session, options.setpoint));
     require_within_limits(setpoint, options.value ? *options.value : setpoint.value + *options.delta);
@@ -41,7 +41,7 @@ ExitCode run_set(Session& session, const SetOptions& options) {
     return print_setpoint(session, setpoint);
 }
 
-ExitCode run_list(Session& session) {
+ExitCode list_setpoints(Session& session) {
     std::vector<SetpointDescription> setpoints;
     for (const std::int32_t index : session.instrument().setpoints().indexes())
         setpoints.push_back(describe_setpoint(session, index));
@@ -78,9 +78,9 @@ void add_setpoint(CLI::App& program, Session& session) {
     CLI::App* get =
         add_command(*group, session, "get", "print a setpoint's value", "korvane setpoint get FragmentTune");
     get->add_option("SETPOINT", *name, setpoint_help)->required();
-    on_run(get, session, name, run_get);
+    on_run(get, session, name, get_setpoint);
 
-    auto options = std::make_shared<SetOptions>();
+    auto options = std::make_shared<SetpointChange>();
     CLI::App* set = add_command(*group, session, "set", "change a setpoint and print the value read back",
                                 "korvane setpoint set FragmentTune --delta -5 --until-set");
     set->add_option("SETPOINT", options->setpoint, setpoint_help)->required();
@@ -90,10 +90,10 @@ void add_setpoint(CLI::App& program, Session& session) {
                {.above = 0, .below = 86400});
     set->add_flag("--until-set", options->until_set,
                   "return when a spectrum shows the new value; exit code 5 after 15 s");
-    on_run(set, session, options, run_set);
+    on_run(set, session, options, set_setpoint);
 
     CLI::App* list = add_command(*group, session, "list", "print all setpoints", "korvane setpoint list");
-    on_run(list, session, run_list);
+    on_run(list, session, list_setpoints);
 }
 
 }  // namespace korvane::program

@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* not_ready_register = "ACTUAL.NDR[NRDYSTATE]";
 
-double number_of(const InstrumentValue& value) {
+double not_ready_number(const InstrumentValue& value) {
     if (const auto* integer = std::get_if<std::int32_t>(&value)) return *integer;
     if (const auto* number = std::get_if<double>(&value)) return *number;
     throw Error(error_number::type_mismatch, not_ready_register, "the instrument's not-ready state is not a number");
@@ -19,7 +19,7 @@ double number_of(const InstrumentValue& value) {
 
 // Ready unless the not-ready state is negative.
 bool is_ready(Session& session) {
-    return number_of(session.instrument().actual_value(not_ready_register, "")) > -0.5;
+    return not_ready_number(session.instrument().actual_value(not_ready_register, "")) > -0.5;
 }
 
 std::string quad_type_text(enumQuadType type) {

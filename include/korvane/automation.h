@@ -59,6 +59,10 @@ public:
 KORVANE_API Object create_object(std::string_view prog_id);
 KORVANE_API Object create_object(std::string_view prog_id, const Platform& platform);
 
+/// Lets the process's tracers and instrument layers be automation objects of the system, where it has such objects; does
+/// nothing elsewhere. A program calls it at its start; the Windows server does it by itself.
+KORVANE_API void use_system_objects();
+
 /// A member as the automation interface shows it.
 struct MemberSummary {
     std::string class_name;

@@ -14,7 +14,7 @@ Value value_of_item(const InstrumentValue& item) {
 
 // The layer.
 std::shared_ptr<GlobalsHandle> create_globals(LayerHandle& handle) {
-    return std::make_shared<GlobalsHandle>(std::shared_ptr<InstrumentGlobals>(handle.layer->create_globals()));
+    return std::make_shared<GlobalsHandle>(GlobalsHandle{handle.layer->create_globals()});
 }
 std::shared_ptr<PathInformation> create_path_information(LayerHandle& handle) {
     return handle.layer->create_path_information();
@@ -23,7 +23,7 @@ std::shared_ptr<LogbookEntry> create_logbook_entry(LayerHandle& handle) {
     return handle.layer->create_logbook_entry();
 }
 std::shared_ptr<PeakFinderHandle> create_peak_finder(LayerHandle& handle) {
-    return std::make_shared<PeakFinderHandle>(handle.layer->create_peak_finder(), VariantArray<std::int32_t>());
+    return std::make_shared<PeakFinderHandle>(PeakFinderHandle{handle.layer->create_peak_finder(), {}});
 }
 
 // One client's view. A part lives as long as its view.

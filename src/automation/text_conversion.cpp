@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <clocale>
 #include <cmath>
 
 #include "platform/automation_arithmetic.h"
@@ -37,7 +36,7 @@ std::optional<bool> truth_of_text(std::string_view text) {
 std::string localised(std::string number) {
     const auto point = number.find('.');
     if (point != std::string::npos && number.find('#') == std::string::npos)
-        number.replace(point, 1, std::localeconv()->decimal_point);
+        number.replace(point, 1, decimal_separator());
     return number;
 }
 

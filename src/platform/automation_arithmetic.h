@@ -21,6 +21,9 @@ double to_double(const InstrumentValue& value);
 std::int32_t to_int32(const InstrumentValue& value);
 std::int16_t to_int16(const InstrumentValue& value);
 
+/// The current locale's, the user's on Windows.
+std::string decimal_separator();
+
 /// Text to number by the current locale's rules: blanks around, a sign, the locale's decimal separator, an exponent.
 /// Error 13 naming the text for anything else (grouping separators included: a wrong number is worse than an error),
 /// 6 where it exceeds a double.

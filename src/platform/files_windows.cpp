@@ -13,6 +13,14 @@ namespace {
 
 constexpr std::size_t smallest_read = 4096;
 constexpr std::size_t largest_read = std::size_t{1} << 30;
+/// A file that somebody reads cannot be replaced, and a tune that polls the abort flag reads it all the time, a fraction
+/// of a millisecond at once. Whoever holds it for longer meets the caller's own attempts.
+constexpr int replace_attempts = 20;
+
+bool may_be_a_reader(DWORD code) {
+    return code == ERROR_SHARING_VIOLATION || code == ERROR_ACCESS_DENIED;
+}
+
 constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 FileErrorKind kind_of(DWORD code) {
@@ -21,6 +29,8 @@ FileErrorKind kind_of(DWORD code) {
         case ERROR_PATH_NOT_FOUND:
         case ERROR_BAD_NETPATH:
         case ERROR_INVALID_DRIVE:
+        case ERROR_DIRECTORY:     // a file where a folder should be
+        case ERROR_INVALID_NAME:  // and what no file can be called
             return FileErrorKind::not_found;
         case ERROR_ACCESS_DENIED:
         case ERROR_WRITE_PROTECT:
@@ -146,8 +156,9 @@ public:
             filled += count;
             if (count == 0) break;
             if (filled < bytes.size()) continue;
-            if (filled >= largest_read) fail("read", path, ERROR_FILE_TOO_LARGE);
-            bytes.resize(larger_size(file, filled));
+            const std::size_t larger = larger_size(file, filled);
+            if (larger > largest_read) fail("read", path, ERROR_FILE_TOO_LARGE);
+            bytes.resize(larger);
         }
         bytes.resize(filled);
     }
@@ -190,8 +201,12 @@ public:
 
     void replace(const std::string& from, const std::string& to) override {
         constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
-        if (!MoveFileExW(utf16_from_utf8(from).c_str(), utf16_from_utf8(to).c_str(), flags))
-            fail("replace", to, GetLastError());
+        const std::wstring source = utf16_from_utf8(from), target = utf16_from_utf8(to);
+        for (int attempt = 1; !MoveFileExW(source.c_str(), target.c_str(), flags); ++attempt) {
+            const DWORD code = GetLastError();
+            if (attempt == replace_attempts || !may_be_a_reader(code)) fail("replace", to, code);
+            Sleep(1);
+        }
     }
 
     /// Nothing to do: a folder cannot be flushed, and the replacement was written through.
@@ -240,10 +255,9 @@ public:
 private:
     static std::size_t larger_size(const Handle& file, std::size_t filled) {
         LARGE_INTEGER size;
-        const bool known = GetFileSizeEx(file.get(), &size) && size.QuadPart >= static_cast<LONGLONG>(filled) &&
-                           size.QuadPart < static_cast<LONGLONG>(largest_read);
-        const std::size_t wanted = known ? static_cast<std::size_t>(size.QuadPart) + 1 : filled * 2;
-        return std::min(std::max(wanted, filled + smallest_read), largest_read);
+        if (!GetFileSizeEx(file.get(), &size) || size.QuadPart < static_cast<LONGLONG>(filled)) return filled * 2;
+        const LONGLONG wanted = std::min<LONGLONG>(size.QuadPart, largest_read) + 1;
+        return std::max(static_cast<std::size_t>(wanted), filled + smallest_read);
     }
 };
 

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <clocale>
 #include <cmath>
 #include <cstdlib>
 
@@ -94,12 +93,12 @@ std::string_view without_blanks(std::string_view text) {
 
 /// The text with the current locale's decimal separator turned into a point; false where it holds a point already.
 bool with_point(std::string_view text, std::string& out) {
-    out = text;
-    const std::string_view separator = std::localeconv()->decimal_point;
-    if (separator == "." || separator.empty()) return true;
-    if (text.find('.') != std::string_view::npos) return false;
-    const std::size_t at = out.find(separator);
-    if (at != std::string::npos) out.replace(at, separator.size(), ".");
+    const std::string separator = decimal_separator();
+    const bool is_point = separator == "." || separator.empty();
+    if (!is_point && text.find('.') != std::string_view::npos) return false;
+    const std::size_t at = is_point ? std::string_view::npos : text.find(separator);
+    out = text.substr(0, at);
+    if (at != std::string_view::npos) out.append(1, '.').append(text.substr(at + separator.size()));
     return true;
 }
 

@@ -4,7 +4,6 @@
 
 #include "automation/com/com_object.h"
 #include "automation/com/error_mapping.h"
-#include "automation/com/system_objects.h"
 #include "korvane/automation.h"
 
 namespace korvane::automation {

@@ -1,12 +1,11 @@
 // Objects of the acquisition software that the library finds by ProgID: the tracer, and an instrument layer.
 #ifdef _WIN32
 
-#include "automation/com/system_objects.h"
-
 #include "assembly/outside_instrument.h"
 #include "assembly/outside_tracer.h"
 #include "automation/com/dispatch_object.h"
 #include "automation/late_bound_instrument.h"
+#include "korvane/automation.h"
 
 namespace korvane::automation {
 

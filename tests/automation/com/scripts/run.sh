@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Registers the server, runs the scripts against it and removes it again: run.sh KORVANE_DLL TEST_OBJECTS_DLL KORVANE_EXE.
+# Registers the server, runs the scripts against it and removes it again: run.sh
+# KORVANE_DLL TEST_OBJECTS_DLL KORVANE_EXE MTA_CLIENT_EXE.
 set -euo pipefail
-server=$1 objects=$2 program=$3
+server=$1 objects=$2 program=$3 mta_client=$4
 scripts=$(cd "$(dirname "$0")" && pwd)
 export WINEDEBUG=-all WINEDLLOVERRIDES=winedbg.exe=d
 work=$(mktemp -d)
@@ -50,6 +51,7 @@ snapshot registered
 check "registration writes something" test -n "$(comm -13 "$work/before.txt" "$work/registered.txt")"
 check "VBScript" script acceptance.vbs "$KORVANE_BASE"
 check "JScript" script smoke.js
+check "another apartment" wine "$mta_client"
 
 # An abort that one process asks for and another sees.
 script await_abort.vbs >/dev/null &
@@ -60,6 +62,20 @@ check "asking for an abort" script trigger_abort.vbs
 check "another process sees it" wait "$waiting"
 check "so does the program" grep -q -i 'true\|yes\|request' <(wine "$program" abort status 2>/dev/null)
 wine "$program" abort reset >/dev/null
+
+# Numbers in texts go by the user's own decimal separator.
+german() {
+    local params=$base/TuneParams.xml
+    cp "$params" "$work/TuneParams.xml"
+    sed -i 's,<amp_step>1</amp_step>,<amp_step>1\,5</amp_step>,' "$params"
+    local key='HKCU\Control Panel\International' got
+    wine reg add "$key" /v sDecimal /d , /f >/dev/null 2>&1
+    got=$(wine "$program" call clsTuneParamsXML.GetAutotuneLimitValue gainParams amp_step 2>/dev/null | tr -d '\r\n {}')
+    wine reg add "$key" /v sDecimal /d . /f >/dev/null 2>&1
+    cp "$work/TuneParams.xml" "$params"
+    [ "$got" = '"result":1.5' ] || { echo "$got"; return 1; }
+}
+check "a decimal comma" german
 
 # Objects of others: an instrument layer and the acquisition software's tracer.
 check "registration of other objects" wine regsvr32 /s "$(windows_path "$objects")"
