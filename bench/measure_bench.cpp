@@ -4,7 +4,9 @@
 #include <emmintrin.h>
 
 #include <cmath>
+#include <fstream>
 #include <random>
+#include <string>
 
 #include "bench/ratio.h"
 #include "instrument/masstime/square_law_calibration.h"
@@ -184,8 +186,8 @@ const ExternalTimes instrument_time([] {
     return std::vector<std::pair<std::string, double>>{{"instrument_time", world.test.layer->state->spectra * 150e6}};
 });
 
-void conversion_pass(benchmark::State& state) {
-    const std::vector<double> samples = spectrum_samples(usual_samples, calibrant_masses(10));
+void convert(benchmark::State& state, std::size_t size) {
+    const std::vector<double> samples = spectrum_samples(size, calibrant_masses(10));
     std::vector<std::int32_t> counts(samples.size());
     for (auto _ : state) {
         for (std::size_t i = 0; i < samples.size(); i += 4) {
@@ -197,7 +199,42 @@ void conversion_pass(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
 }
+void conversion_pass(benchmark::State& state) {
+    convert(state, usual_samples);
+}
+void conversion_pass_100k(benchmark::State& state) {
+    convert(state, 100000);
+}
+void conversion_pass_10m(benchmark::State& state) {
+    convert(state, 10000000);
+}
 BENCHMARK(conversion_pass);
+BENCHMARK(conversion_pass_100k);
+BENCHMARK(conversion_pass_10m);
+
+double status_bytes(const std::string& item) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with(item + ":")) return 1024 * std::stod(line.substr(item.size() + 1));
+    return 0;
+}
+
+/// The samples and the most that measuring them adds, in bytes: the peak of what is resident against what was before.
+double bytes_of_measuring(std::size_t samples) {
+    const World world(samples);
+    const double before = status_bytes("VmRSS");
+    std::ofstream("/proc/self/clear_refs") << 5;  // the peak starts anew
+    world.measure();
+    return static_cast<double>(samples * sizeof(double)) + status_bytes("VmHWM") - before;
+}
+
+const ExternalTimes memory([] {
+    bytes_of_measuring(usual_samples);  // brings in the code and what is made once
+    return std::vector<std::pair<std::string, double>>{{"memory_100k", bytes_of_measuring(100000)},
+                                                       {"samples_100k", 100000.0 * sizeof(double)},
+                                                       {"memory_10m", bytes_of_measuring(10000000)},
+                                                       {"samples_10m", 10000000.0 * sizeof(double)}};
+});
 
 const RatioRow share({"library's share of one measure (ten calibrants, 600,000 samples), in conversion passes",
                       "measure_ten", "conversion_pass", 3});
@@ -208,6 +245,12 @@ const RatioRow software({"software share of verify + measure + adjust at 150 ms 
 const RatioRow mass_growth({"growth: 100 masses / 1 mass", "measure_hundred_masses", "measure_one_mass", 100});
 const RatioRow sample_growth({"growth: 10,000,000 samples / 100,000", "measure_10m_samples", "measure_100k_samples",
                               100});
+const RatioRow bare_growth({"growth of the bare conversion pass: 10,000,000 samples / 100,000", "conversion_pass_10m",
+                            "conversion_pass_100k", 0});
+const RatioRow memory_of_many({"memory with 10,000,000 samples, themselves included / the samples' own size",
+                               "memory_10m", "samples_10m", 3});
+const RatioRow memory_of_few({"memory with 100,000 samples, themselves included / the samples' own size", "memory_100k",
+                              "samples_100k", 3});
 
 }  // namespace
 }  // namespace korvane::bench

@@ -41,7 +41,7 @@ MeasuredPeak record_of(const FittedPeak& fitted, const SampleAxis& axis, const P
     const PeakFit& fit = fitted.fit;
     MeasuredPeak peak;
     PeakInfo& record = peak.record;
-    const double tail = traits.tail_fraction * traits.arrival_part(fit.own_sigma * axis.interval_ns);
+    const double tail = traits.tail_fraction * traits.tail_effect(fit.own_sigma * axis.interval_ns);
     const double sigma = fit.own_sigma / (1 + width_of_tail * tail);
     record.pkApexX = axis.time_ns(fit.shape.centre + top_of_tail * tail * sigma);
     record.pkStart = axis.time_ns(fitted.start);
@@ -91,7 +91,9 @@ PeakListObject EmbeddedPeakFinder::run(double start_time_ns) {
     const PeakTraits traits = estimation.refined(coarse, candidates);
     const double range_start_ns = axis.time_ns(static_cast<double>(context_first));
     const double range_end_ns = axis.time_ns(static_cast<double>(context_end));
-    if (!traits.width.agrees(coarse.width, range_start_ns, range_end_ns, 0.2))
+    // Fewer counts an ion make shallower valleys count.
+    if (!traits.width.agrees(coarse.width, range_start_ns, range_end_ns, 0.2) ||
+        traits.ion_variance() < 0.85 * coarse.ion_variance())
         candidates = CandidateSearch(counts_, axis, background, traits).search(chunks);
     auto fitted = PeakMeasurement(counts_, axis, background, traits).measure(candidates);
     ShoulderSearch(counts_, axis, background, traits).take_apart(fitted);

@@ -113,7 +113,8 @@ Matrix3 GaussianFitter::scatter(const PeakSamples& samples, const PeakShape& sha
                                 const Sums& sums) const {
     Matrix3 total = moment_matrix(sums.variance);
     if (conditions.pulse_sigma < shortest_pulse) return total;
-    const IonPulses ions{conditions.ion_variance, conditions.pulse_sigma, conditions.tail_fraction};
+    const IonPulses ions{conditions.ion_variance, conditions.pulse_sigma, conditions.tail_fraction,
+                         conditions.tail_pulse_part};
     const auto lowest = static_cast<std::ptrdiff_t>(std::ceil(shape.centre - fit_reach * shape.sigma));
     const Matrix3 shared = pulse_scatter(shape, ions, std::max(samples.first, lowest), influence_);
     for (std::size_t row = 0; row < 3; ++row)

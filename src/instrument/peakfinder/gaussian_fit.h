@@ -29,6 +29,7 @@ struct FitConditions {
     /// Standard deviation of the pulse of one ion, samples; 0 where every sample has ions of its own.
     double pulse_sigma = 0;
     double tail_fraction = 0;       ///< part of the ions that come late
+    double tail_pulse_part = 0;     ///< of the pulse's variance in what their delay goes by
     double expected_sigma = 1;      ///< samples
     double expected_spread = 0.05;  ///< relative standard deviation of a peak's width about the expected one
 };

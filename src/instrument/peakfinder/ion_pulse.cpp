@@ -62,9 +62,9 @@ Matrix3 pulse_scatter(const PeakShape& peak, const IonPulses& ions, std::ptrdiff
     };
     for (const auto& node : normal_nodes)
         add(peak.centre + node.place * arrival, (1 - ions.tail_fraction) * node.weight);
+    const double delay = tail_sigmas * std::sqrt(arrival * arrival + ions.tail_pulse_part * ions.sigma * ions.sigma);
     if (ions.tail_fraction > 0)
-        for (const auto& node : delay_nodes)
-            add(peak.centre + node.place * tail_sigmas * arrival, ions.tail_fraction * node.weight);
+        for (const auto& node : delay_nodes) add(peak.centre + node.place * delay, ions.tail_fraction * node.weight);
     return scatter;
 }
 

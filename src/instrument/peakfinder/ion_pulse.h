@@ -10,9 +10,10 @@
 namespace korvane {
 
 struct IonPulses {
-    double variance = 1;       ///< of a sum of counts, per count
-    double sigma = 1;          ///< of a pulse, samples
-    double tail_fraction = 0;  ///< part of the ions that come late
+    double variance = 1;         ///< of a sum of counts, per count
+    double sigma = 1;            ///< of a pulse, samples
+    double tail_fraction = 0;    ///< part of the ions that come late
+    double tail_pulse_part = 0;  ///< of the pulse's variance in what their delay goes by
 };
 
 /// Covariance of the three sums over samples of influence x u^k x sample, k = 0 to 2, with u the distance from the

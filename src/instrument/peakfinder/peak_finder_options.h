@@ -20,8 +20,10 @@ struct PeakFinderOptions {
     /// FWHM of the pulse that the detector makes of one ion, where neighbouring samples share ions; 0 where every
     /// sample counts ions of its own. Matters to the standard errors.
     std::optional<double> ion_pulse_fwhm_ns;
-    /// Part of the ions that arrive late, by an exponential of 1.5 standard deviations of the peak.
+    /// Part of the ions that arrive late, by an exponential of 1.5 standard deviations of the ions' arrival.
     std::optional<double> tail_fraction;
+    /// How much of the pulse's variance that deviation holds besides: 1 where the whole peak's deviation is meant.
+    std::optional<double> tail_pulse_part;
     /// Count at which a sample saturates; samples at or above it are left out of the fits.
     std::optional<double> saturation_counts;
 };

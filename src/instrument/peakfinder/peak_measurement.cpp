@@ -112,7 +112,7 @@ void PeakMeasurement::mark_saturated() {
 bool PeakMeasurement::add_neighbour(const PeakShape& shape, double left, double right) {
     if (shape.centre + late_reach_sigmas * shape.sigma < left) return false;
     if (shape.centre - loaded_sigmas * shape.sigma > right) return false;
-    const double tail = traits_.tail_fraction * traits_.arrival_part(shape.sigma * axis_.interval_ns);
+    const double tail = traits_.tail_fraction * traits_.tail_effect(shape.sigma * axis_.interval_ns);
     add_late_peak_samples(shape, tail, first_, others_);
     return true;
 }
@@ -128,6 +128,7 @@ void PeakMeasurement::fit_one(std::span<FittedPeak> group, std::size_t index) {
     conditions.ion_variance = traits_.ion_variance();
     conditions.pulse_sigma = traits_.ion_pulse_sigma_ns / axis_.interval_ns;
     conditions.tail_fraction = traits_.tail_fraction;
+    conditions.tail_pulse_part = traits_.tail_pulse_part;
     conditions.expected_sigma = traits_.sigma_samples(axis_, start.centre);
     conditions.expected_spread = traits_.width_spread;
     const PeakSamples samples{first_, above_, others_};

@@ -147,7 +147,7 @@ double ShoulderSearch::misfit(std::span<const FittedPeak> peaks, double from, do
     background_.subtract(counts_, first, above);
     for (const auto& peak : peaks) {
         const double sigma_ns = peak.fit.shape.sigma * axis_.interval_ns;
-        const double tail = traits_.tail_fraction * traits_.arrival_part(sigma_ns);
+        const double tail = traits_.tail_fraction * traits_.tail_effect(sigma_ns);
         add_late_peak_samples(peak.fit.shape, tail, static_cast<std::ptrdiff_t>(first), model);
     }
     const double noise = background_.at(0.5 * (from + to)).noise;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numbers>
 #include <numeric>
 
 #include "instrument/peakfinder/ion_statistics.h"
@@ -20,8 +21,11 @@ constexpr std::size_t sections = 8;
 constexpr std::size_t peaks_per_section = 4;
 constexpr std::size_t longest_rise = 1024;  // samples
 constexpr double neighbour_sigmas = 14;
-// An ion makes a pulse of a few times the noise, else ions could not be counted.
-constexpr double usual_gain_over_noise = 4;
+// An ion's pulse stands a little out of the noise of a sample, else ions could not be counted, and has a deviation of
+// one sample where none is seen.
+constexpr double usual_pulse_over_noise = 1.2;
+// Digitizers are chosen to take so many samples of a pulse's full width at half maximum.
+constexpr double usual_pulse_samples = 3.2;
 constexpr double usual_height_spread = 0.5;  // of the pulses of an electron multiplier
 constexpr double coarse_width_spread = 0.5;
 constexpr double usual_width_spread = 0.05;
@@ -50,14 +54,19 @@ SigmaLaw law_of(const WidthModel& model, const PeakTraits& traits) {
     const double slope = model.resolution_limit > 0 ? 1 / (2 * model.resolution_limit * fwhm_of_sigma) : 0;
     const double widened = 1 + fitted_width_of_tail * traits.tail_fraction;
     const double floor_ns = model.detector_fwhm_ns / fwhm_of_sigma;
-    const bool is_pulse = traits.ion_pulse_sigma_ns > 0;
-    return {widened * slope, is_pulse ? floor_ns : widened * floor_ns};
+    const double pulse_part = traits.ion_pulse_sigma_ns > 0 ? traits.tail_pulse_part : 1;
+    return {widened * slope, floor_ns * (1 + pulse_part * (widened - 1))};
 }
 
-/// The part of the width that does not grow with flight time is the detector's; half of the variance where that part
-/// is not known.
-double likely_pulse_sigma_ns(const SigmaLaw& width) {
-    return width.slope > 0 && width.floor_ns > 0 ? width.floor_ns : std::sqrt(0.5) * width.floor_ns;
+/// The part of the width that does not grow with flight time is the detector's. Where that part is not known a pulse
+/// has the usual number of samples, but no peak is made of its pulse alone.
+double likely_pulse_sigma_ns(const SigmaLaw& width, double interval_ns) {
+    if (width.slope > 0 && width.floor_ns > 0) return width.floor_ns;
+    return std::min(usual_pulse_samples * interval_ns / fwhm_of_sigma, 0.9 * width.floor_ns);
+}
+
+double likely_counts_per_ion(double noise, double pulse_sigma_samples) {
+    return usual_pulse_over_noise * noise * std::sqrt(2 * std::numbers::pi) * std::max(1.0, pulse_sigma_samples);
 }
 
 }  // namespace
@@ -99,7 +108,7 @@ TraitEstimation::StandingOut TraitEstimation::standing_out(const Rise& rise, int
     StandingOut best{rise.height, rise.height, 1};
     double sum = rise.height;
     const int sides = left + right;
-    for (std::size_t half = 1; static_cast<double>(half * static_cast<std::size_t>(sides)) < 1.6 * best.width + 4;
+    for (std::size_t half = 1; static_cast<double>(half * static_cast<std::size_t>(sides)) < 1.6 * best.width + 8;
          ++half) {
         if (rise.top < half || rise.top + half >= counts_.size()) break;
         if (left) sum += counts_[rise.top - half] - baseline;
@@ -111,16 +120,32 @@ TraitEstimation::StandingOut TraitEstimation::standing_out(const Rise& rise, int
     return best;
 }
 
+bool TraitEstimation::ends_within(const Rise& rise, int direction, const StandingOut& box) const {
+    // The few ions of a sample at the top can stand out from those of a wide peak on either side of it.
+    const auto width = static_cast<std::ptrdiff_t>(box.width);
+    const double baseline = background_.at(static_cast<double>(rise.top)).baseline;
+    double beyond = 0;
+    for (auto distance = width; distance <= 3 * width + 2; ++distance) {
+        const auto place = static_cast<std::ptrdiff_t>(rise.top) + direction * distance;
+        if (place < 0 || place >= static_cast<std::ptrdiff_t>(counts_.size())) break;
+        beyond += counts_[static_cast<std::size_t>(place)] - baseline;
+    }
+    return beyond < 0.4 * box.sum;
+}
+
 TraitEstimation::WidthPoint TraitEstimation::coarse_width(const Rise& rise) const {
     // A box that reaches 1.4 deviations to either side of a Gaussian stands out most from white noise. One that reaches
     // much further to one side holds a neighbour; then the other side of a strong peak tells its width.
     const StandingOut both = standing_out(rise, 1, 1);
     const double noise = background_.at(static_cast<double>(rise.top)).noise;
-    const double ions = std::max(1.0, both.sum / (usual_gain_over_noise * noise));
+    const double ions = std::max(1.0, both.sum / likely_counts_per_ion(noise, 0));
     double sigma = both.width / 2.8;
-    const double narrow = std::min(standing_out(rise, 1, 0).width, standing_out(rise, 0, 1).width);
-    const double narrow_sigma = (narrow - 0.5) / 1.4;
-    if (ions > 200 && narrow_sigma < 0.4 * sigma)
+    const StandingOut left = standing_out(rise, 1, 0);
+    const StandingOut right = standing_out(rise, 0, 1);
+    const int direction = left.width < right.width ? -1 : 1;
+    const StandingOut& narrow = direction < 0 ? left : right;
+    const double narrow_sigma = (narrow.width - 0.5) / 1.4;
+    if (ions > 200 && narrow_sigma < 0.4 * sigma && ends_within(rise, direction, narrow))
         sigma = narrow_sigma;
     else
         sigma = second_moment_sigma(rise, sigma);
@@ -196,10 +221,11 @@ PeakTraits TraitEstimation::coarse(std::span<const std::size_t> busy_chunks) {
     PeakTraits traits;
     traits.saturation_counts = options_.saturation_counts ? *options_.saturation_counts : saturation(busy_chunks);
     const double noise = background_.blocks().front().level.noise;
-    traits.counts_per_ion = options_.counts_per_ion.value_or(usual_gain_over_noise * noise);
+    traits.counts_per_ion = options_.counts_per_ion.value_or(likely_counts_per_ion(noise, 0));
     traits.ion_height_spread = options_.ion_height_spread.value_or(0);
     traits.ion_pulse_sigma_ns = options_.ion_pulse_fwhm_ns.value_or(0) / fwhm_of_sigma;
     traits.tail_fraction = options_.tail_fraction.value_or(0);
+    traits.tail_pulse_part = options_.tail_pulse_part.value_or(0);
     if (options_.width) {
         traits.width = law_of(*options_.width, traits);
         return traits;
@@ -253,15 +279,25 @@ PeakTraits TraitEstimation::refined(const PeakTraits& coarse, std::span<const Pe
         traits.width_spread = usual_width_spread;
     }
     const IonStatistics statistics(counts_, background_, measured, traits, axis_.interval_ns);
-    // Under common pulses the fit takes up nearly all of what the ions' number scatters: the usual counts stand.
-    const bool found_pulses = !options_.ion_pulse_fwhm_ns && statistics.neighbours_share_ions();
+    const double counted_per_ion = statistics.counts_per_ion();
+    const bool found_pulses = !options_.ion_pulse_fwhm_ns && statistics.ions_are_pulses(counted_per_ion);
     if (found_pulses) {
-        traits.ion_pulse_sigma_ns = likely_pulse_sigma_ns(traits.width);
+        traits.ion_pulse_sigma_ns = likely_pulse_sigma_ns(traits.width, axis_.interval_ns);
         traits.ion_height_spread = options_.ion_height_spread.value_or(usual_height_spread);
     }
-    const bool pulses = traits.ion_pulse_sigma_ns > 0;
-    if (!options_.counts_per_ion && !pulses) traits.counts_per_ion = statistics.counts_per_ion();
-    if (!options_.tail_fraction) traits.tail_fraction = statistics.tail_fraction();
+    // Under common pulses the fit takes up nearly all of what the ions' number scatters: the usual counts stand.
+    const double pulse_samples = traits.ion_pulse_sigma_ns / axis_.interval_ns;
+    if (!options_.counts_per_ion)
+        traits.counts_per_ion = pulse_samples > 0
+                                    ? likely_counts_per_ion(background_.blocks().front().level.noise, pulse_samples)
+                                    : counted_per_ion;
+    if (!options_.tail_fraction) {
+        // Only what the arrival makes of a peak has late ions. One width does not tell that part from the pulse's; what
+        // the late ions do to the peak is seen all the same.
+        const double effect = std::max(0.15, traits.tail_effect(traits.width.floor_ns));
+        traits.tail_fraction =
+            traits.width.slope > 0 ? statistics.tail_fraction() : std::min(0.3, statistics.whole_tail() / effect);
+    }
     if (options_.width) traits.width = law_of(*options_.width, traits);
     return traits;
 }

@@ -44,6 +44,8 @@ private:
     std::vector<Rise> strongest_rises(std::span<const std::size_t> busy_chunks) const;
     /// The box about a rise, reaching to the sides that are 1, that stands out most from the noise.
     StandingOut standing_out(const Rise& rise, int left, int right) const;
+    /// Whether a box from the rise in the direction holds most of what lies there.
+    bool ends_within(const Rise& rise, int direction, const StandingOut& box) const;
     WidthPoint coarse_width(const Rise& rise) const;
     double second_moment_sigma(const Rise& rise, double sigma) const;
     double saturation(std::span<const std::size_t> busy_chunks) const;

@@ -17,6 +17,7 @@ constexpr NamedOption single_options[] = {
     {"ion height spread", &PeakFinderOptions::ion_height_spread},
     {"ion pulse width (ns)", &PeakFinderOptions::ion_pulse_fwhm_ns},
     {"tail fraction", &PeakFinderOptions::tail_fraction},
+    {"tail pulse part", &PeakFinderOptions::tail_pulse_part},
     {"saturation (counts)", &PeakFinderOptions::saturation_counts},
 };
 

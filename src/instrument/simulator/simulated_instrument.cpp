@@ -129,6 +129,11 @@ PeakFinderOptions SimulatedInstrument::peak_finder_options() {
     options.width = WidthModel{conditions.resolution_limit, scene_.peak_shape.detector_width_ns};
     options.counts_per_ion = conditions.counts_per_ion;
     options.saturation_counts = conditions.full_scale();
+    options.tail_fraction = scene_.peak_shape.tail_fraction;
+    options.tail_pulse_part = 1;
+    const bool pulses = scene_.detector.statistics == DetectorStatistics::pulse;
+    options.ion_height_spread = pulses ? scene_.detector.pulse_height_spread : 0;
+    options.ion_pulse_fwhm_ns = pulses ? scene_.peak_shape.detector_width_ns : 0;
     return options;
 }
 

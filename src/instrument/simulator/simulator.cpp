@@ -33,7 +33,7 @@ public:
                std::int32_t second, const std::string& text) override {
         const LocalTime now = clock_->now();
         std::string line = date_yyyymmdd(now) + " " + time_hhmmss(now);
-        for (const std::int32_t number : {kind, code, first, second}) line += " " + std::to_string(number);
+        for (const std::int32_t number : {kind, code, first, second}) line.append(1, ' ').append(std::to_string(number));
         if (!text.empty()) line += " [" + text + "]";
         line += " " + message + "\n";
         try {

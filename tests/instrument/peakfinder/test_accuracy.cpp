@@ -50,8 +50,6 @@ const AccuracyScore& score_of(const Case& test_case) {
 
 class SetAccuracy : public testing::TestWithParam<Case> {
 protected:
-    bool knowing() const { return GetParam().knowing; }
-
     const SyntheticSet& set_ = accuracy_sets()[GetParam().set];
     const AccuracyScore& score_ = score_of(GetParam());
 };
@@ -70,33 +68,47 @@ TEST_P(SetAccuracy, CalibrantsComeNearTheBoundsAndNothingElseIsFound) {
 }
 
 TEST_P(SetAccuracy, WidthAndAreaOfStrongPeaksAreNeitherBiasedNorScattered) {
+    // Pulses of random height carry less than a whole ion's worth of information each.
+    const double height_spread = set_.statistics == IonStatistics::Pulse ? set_.pulse_height_spread : 0;
+    const double area_limit = 1.05 * std::hypot(1, height_spread);
+    const bool windows = GetParam().by == SearchBy::Windows;
+    double width_squares = 0;
+    double area_squares = 0;
+    double strong = 0;
     for (const auto& calibrant : score_.calibrants) {
         if (calibrant.ions < 1000) continue;
         SCOPED_TRACE(calibrant.ions);
-        EXPECT_NEAR(calibrant.relative_width.mean(), 1, 0.01 + calibrant.relative_width.chance_of_mean());
-        // One peak that has to tell its late ions as well as its width tells both less well.
-        const bool alone_unknowing = !knowing() && GetParam().by == SearchBy::Windows;
-        EXPECT_LE(calibrant.width_over_bound(), (alone_unknowing ? 1.3 : 1.10) * chance(2.5, spectra));
-        // Pulses of random height carry less than a whole ion's worth of information each.
-        const double height_spread = set_.statistics == IonStatistics::Pulse ? set_.pulse_height_spread : 0;
-        EXPECT_LE(calibrant.area_over_bound(), 1.05 * std::hypot(1, height_spread) * chance(2.5, spectra));
-        EXPECT_NEAR(calibrant.relative_area.mean(), 1, 0.005 + calibrant.relative_area.chance_of_mean());
+        // One peak of a window has to tell its late ions as well: 0.9 % is left, and the chance of a hundred spectra.
+        const double granted = spectra < 100 ? 1 : windows ? 0.5 : 0;
+        EXPECT_NEAR(calibrant.relative_width.mean(), 1, 0.01 + granted * calibrant.relative_width.chance_of_mean());
+        const double area_chance = spectra < 100 ? calibrant.relative_area.chance_of_mean() : 0;
+        EXPECT_NEAR(calibrant.relative_area.mean(), 1, 0.01 + area_chance);
+        EXPECT_LE(calibrant.width_over_bound(), 1.10 * chance(2.5, spectra));
+        EXPECT_LE(calibrant.area_over_bound(), area_limit * chance(2.5, spectra));
+        width_squares += std::pow(calibrant.width_over_bound(), 2);
+        area_squares += std::pow(calibrant.area_over_bound(), 2);
+        strong += 1;
     }
+    // One number from a hundred spectra is good to 7 %, all of them together to 3 %.
+    const double slack = spectra >= 100 ? 1 : chance(2, strong * spectra);
+    EXPECT_LE(std::sqrt(width_squares / strong), 1.10 * slack);
+    EXPECT_LE(std::sqrt(area_squares / strong), area_limit * slack);
 }
 
 TEST_P(SetAccuracy, StatedErrorsAreThoseObserved) {
-    // What pulses do to the errors is known only to whoever knows the pulses; a window alone can but guess.
-    if (!knowing() && set_.statistics == IonStatistics::Pulse && GetParam().by == SearchBy::Windows) return;
-    EXPECT_NEAR(score_.stated_over_observed(), 1, 0.15 + 2 / std::sqrt(20.0 * (spectra - 1)));
+    const double slack = spectra >= 100 ? 0 : 2 / std::sqrt(20.0 * (spectra - 1));
+    EXPECT_NEAR(score_.stated_over_observed(), 1, 0.15 + slack);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sets, SetAccuracy,
                          testing::Values(Case{0, true, SearchBy::WholeSpectrum}, Case{1, true, SearchBy::WholeSpectrum},
                                          Case{2, true, SearchBy::WholeSpectrum}, Case{3, true, SearchBy::WholeSpectrum},
                                          Case{0, false, SearchBy::WholeSpectrum},
+                                         Case{1, false, SearchBy::WholeSpectrum},
                                          Case{2, false, SearchBy::WholeSpectrum},
-                                         Case{3, false, SearchBy::WholeSpectrum}, Case{1, false, SearchBy::Windows},
-                                         Case{2, false, SearchBy::Windows}));
+                                         Case{3, false, SearchBy::WholeSpectrum}, Case{0, false, SearchBy::Windows},
+                                         Case{1, false, SearchBy::Windows}, Case{2, false, SearchBy::Windows},
+                                         Case{3, false, SearchBy::Windows}));
 
 /// One peak alone, at sub-sample phases all over, so many samples a width.
 struct SinglePeak {
@@ -158,6 +170,23 @@ INSTANTIATE_TEST_SUITE_P(Samplings, SinglePeakAccuracy,
                                          SinglePeak{2, 100, 0.08, 0.22}, SinglePeak{3.2, 10000, 0, 0.22},
                                          SinglePeak{6.4, 100, 0, 2}, SinglePeak{6.4, 1000, 0.08, 2},
                                          SinglePeak{8, 100, 0.08, 0.22}, SinglePeak{8, 10000, 0.08, 0.22}));
+
+TEST(LonePeaks, OfFewIonsASampleAreTakenForOneOfTheirWidth) {
+    // One sample at the top of such a peak can hold twice as many ions as its neighbours.
+    SyntheticSet set = accuracy_sets()[2];
+    set.samples = 1600;
+    set.baseline_drift = 0.005;
+    int wrong = 0;
+    for (const double time_ns : {40000.0, 75000.0, 130000.0}) {
+        const TruePeak truth{time_ns, 300, true};
+        for (int i = 0; i < single_peaks; ++i) {
+            const auto spectrum = synthesize_peaks(set, {truth}, time_ns - 200, static_cast<std::uint64_t>(i));
+            const auto found = find_peaks(spectrum, {}, {time_ns - 40, time_ns + 40});
+            wrong += found.size() != 1 || std::abs(found[0].record.pkWidth / true_fwhm_ns(set, truth) - 1) > 0.3;
+        }
+    }
+    EXPECT_LE(wrong, 1);
+}
 
 }  // namespace
 }  // namespace korvane

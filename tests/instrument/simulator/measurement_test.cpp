@@ -1,6 +1,10 @@
 // The default scene measured with the embedded peak finder and the calibration that the instrument lends.
 #include <gtest/gtest.h>
 
+#include <array>
+#include <string>
+#include <vector>
+
 #include "instrument/simulator/isotope_pattern.h"
 #include "instrument/simulator/scene.h"
 #include "instrument/simulator/simulator_bench.h"
@@ -8,11 +12,9 @@
 namespace korvane {
 namespace {
 
-PeakInfo tallest_peak(SimulatorBench& bench, const AcquiredSpectrum& spectrum, double mz, std::int32_t polarity) {
-    const auto calibration = bench.globals->calibrations().calibration(polarity);
+PeakListObject peaks_about(SimulatorBench& bench, const AcquiredSpectrum& spectrum, double time_ns) {
     const auto values = spectrum.y_data.elements();
     const std::vector<std::int32_t> counts(values.begin(), values.end());
-    const double time_ns = calibration->time_from_mass(mz);
     const auto finder = bench.layer->create_peak_finder();
     finder->set_sampling_interval_ns(bench.globals->sampling_interval_seconds() * 1e9);
     finder->set_minimum_samples(3);
@@ -20,7 +22,12 @@ PeakInfo tallest_peak(SimulatorBench& bench, const AcquiredSpectrum& spectrum, d
     finder->set_search_start_ns(0.999 * time_ns);
     finder->set_search_end_ns(1.001 * time_ns);
     finder->set_samples(counts);
-    const PeakListObject peaks = finder->run(spectrum.start_time_ns);
+    return finder->run(spectrum.start_time_ns);
+}
+
+PeakInfo tallest_peak(SimulatorBench& bench, const AcquiredSpectrum& spectrum, double mz, std::int32_t polarity) {
+    const auto calibration = bench.globals->calibrations().calibration(polarity);
+    const PeakListObject peaks = peaks_about(bench, spectrum, calibration->time_from_mass(mz));
     if (!peaks || peaks->count() == 0) return {};
     peaks->order(height_position, 0);
     peaks->convert(*calibration, convert_to_amu_mode);
@@ -52,6 +59,43 @@ TEST(Measurement, ResolutionIsThatOfTheModel) {
     const auto spectrum = bench.acquire();
     EXPECT_NEAR(tallest_peak(bench, spectrum, 158.9640, 0).pkResolution / 11200, 1.0, 0.12);
     EXPECT_NEAR(tallest_peak(bench, spectrum, 1382.7373, 0).pkResolution / 26300, 1.0, 0.15);
+}
+
+// Two strong calibrants, one whose width is the detector's and one whose width is the analyser's.
+std::string two_peak_scene(const std::string& statistics) {
+    return R"({"instrument": {"random_phase": true, "spectrum_duration_ns": 110000},
+        "peak_shape": {"detector_width_ns": 0.9, "reference_sigmas": 0},
+        "detector": {"statistics": ")" +
+           statistics + R"("}, "background": {"count": 0}, "setpoints": {"SamplingRate": 3},
+        "sample": {"ions": [{"mz": 172.88346298, "ions": 5000}, {"mz": 2421.29709718, "ions": 5000}]}})";
+}
+
+TEST(Measurement, WidthAndStatedErrorsAreThoseOfTheScene) {
+    // 8 % of the ions late by 1.5 standard deviations make a peak so much wider.
+    constexpr double widened = 1.0184;
+    constexpr int spectra = 80;
+    constexpr std::array<double, 2> masses{172.88346298, 2421.29709718};
+    for (const char* statistics : {"counting", "pulse"}) {
+        SimulatorBench bench(two_peak_scene(statistics));
+        const auto calibration = bench.globals->calibrations().calibration(0);
+        std::array<std::vector<double>, 2> places, widths, stated_variances;
+        for (int i = 0; i < spectra; ++i) {
+            const auto spectrum = bench.acquire();
+            for (std::size_t k = 0; k < masses.size(); ++k) {
+                const auto peaks = peaks_about(bench, spectrum, calibration->time_from_mass(masses[k]));
+                ASSERT_EQ(peaks->count(), 1);
+                places[k].push_back(peaks->GetPeakAttributeInfo(0, true).pkCentroid);
+                widths[k].push_back(peaks->GetPeakAttributeInfo(0, true).pkWidth);
+                stated_variances[k].push_back(std::pow(peaks->uncertainty(0)->centroid, 2));
+            }
+        }
+        for (std::size_t k = 0; k < masses.size(); ++k) {
+            SCOPED_TRACE(statistics + (" " + std::to_string(masses[k])));
+            const double fwhm_ns = widened * std::hypot(calibration->time_from_mass(masses[k]) / 80000, 0.9);
+            EXPECT_NEAR(Moments(widths[k]).mean / fwhm_ns, 1, 0.01);
+            EXPECT_NEAR(std::sqrt(Moments(stated_variances[k]).mean / Moments(places[k]).variance), 1, 0.25);
+        }
+    }
 }
 
 TEST(Measurement, MassesDriftAsTheSceneSays) {
