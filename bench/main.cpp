@@ -54,6 +54,10 @@ void print_table(const MedianReporter& reporter) {
         const double top = reporter.median(row.numerator), bottom = reporter.median(row.denominator);
         if (top < 0 || bottom <= 0) continue;
         const double ratio = top / bottom;
+        if (row.reach == 0) {
+            std::printf("| %s | %.3g | | |\n", row.figure.c_str(), ratio);
+            continue;
+        }
         const bool reached = row.at_least ? ratio >= row.reach : ratio <= row.reach;
         std::printf("| %s | %.3g | %s %g | %s |\n", row.figure.c_str(), ratio, row.at_least ? ">=" : "<=", row.reach,
                     reached ? "reached" : "not reached");

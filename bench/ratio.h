@@ -12,7 +12,7 @@ struct Ratio {
     std::string figure;     ///< what a reader of the table understands
     std::string numerator;  ///< benchmark names
     std::string denominator;
-    double reach;           ///< the limit
+    double reach;           ///< the limit; 0 where the row only stands beside another
     bool at_least = false;  ///< the ratio is to be at least `reach` instead of at most
 };
 
@@ -23,7 +23,7 @@ struct RatioRow {
     explicit RatioRow(Ratio ratio) { ratios().push_back(std::move(ratio)); }
 };
 
-/// Times in ns that something outside this process measured, asked for before the benchmarks run.
+/// Times in ns that are measured otherwise, by another process or in turns; asked for before the benchmarks run.
 using ExternalMeasurement = std::function<std::vector<std::pair<std::string, double>>()>;
 std::vector<ExternalMeasurement>& external_measurements();
 

@@ -19,7 +19,7 @@ std::string preferences_file(const char* abort_flag) {
     std::string text = "<TunePreferences><AbortFlag>" + std::string(abort_flag) + "</AbortFlag>";
     for (const char* name : {"LogSetpointTraffic", "AIC_RunFastVersion", "BinarySearchLoggingEnabled",
                              "WaitForReady_SkipAll", "WaitDialogHandlesRunStateAlso"})
-        text += "<" + std::string(name) + ">No</" + name + ">";
+        text.append("<").append(name).append(">No</").append(name).append(">");
     return text + "</TunePreferences>";
 }
 

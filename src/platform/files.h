@@ -64,7 +64,7 @@ public:
     virtual void flush_folder(const std::string& folder) = 0;
     virtual void remove(const std::string& path) = 0;
     virtual std::vector<std::string> list(const std::string& folder) = 0;  // names, without the folder
-    /// The path with every link followed; the path itself where nothing exists yet.
+    /// A path to the same file whose last name is no link: what a save replaces. The path itself where nothing exists.
     virtual std::string resolve(const std::string& path) = 0;
 
     /// True at the first call with `path` on this object: for what a save need do only once.

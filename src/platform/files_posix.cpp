@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <system_error>
 #include <utility>
 
@@ -24,6 +23,7 @@ namespace {
 
 constexpr std::size_t smallest_read = 4096;
 constexpr std::size_t largest_read = std::size_t{1} << 30;
+constexpr std::size_t longest_attribute = 65536;  // as the system bounds values and lists of names
 
 FileErrorKind kind_of(int code) {
     switch (code) {
@@ -115,38 +115,62 @@ bool stat_if_there(const char* operation, const std::string& path, struct stat& 
     return false;
 }
 
-void copy_extended_attributes(const std::string& from, int to) {
+/// Names of the extended attributes, each with its null; none where the file system has no such thing.
+std::string attribute_names(const std::string& path) {
 #ifdef __linux__
-    std::array<char, 4096> names;
-    const ssize_t length = ::listxattr(from.c_str(), names.data(), names.size());
-    const char* const end = names.data() + std::max<ssize_t>(length, 0);
-    for (const char* name = names.data(); name < end; name += std::char_traits<char>::length(name) + 1) {
-        std::array<char, 4096> value;
+    // The system takes memory for the list before it looks: it is asked first whether there is any.
+    if (::listxattr(path.c_str(), nullptr, 0) <= 0) return {};
+    std::string names(longest_attribute, '\0');
+    const ssize_t length = ::listxattr(path.c_str(), names.data(), names.size());
+    return names.substr(0, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+#else
+    (void)path;
+    return {};
+#endif
+}
+
+/// As far as the system lets this user give them.
+void copy_attributes(const std::string& names, const std::string& from, int to) {
+#ifdef __linux__
+    if (names.empty()) return;
+    std::string value(longest_attribute, '\0');
+    for (std::size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
+        const char* const name = names.data() + at;
         const ssize_t size = ::getxattr(from.c_str(), name, value.data(), value.size());
         if (size >= 0 && ::fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0) != 0) continue;
     }
 #else
+    (void)names;
     (void)from;
     (void)to;
 #endif
 }
 
+/// Nobody else may read a new file before it has all the rights of the old one. Where the old one grants its group what
+/// it grants everybody, and no attribute holds more, its mode can be there from the start.
+mode_t first_mode(const struct stat& like, const std::string& attributes) {
+    const mode_t group = (like.st_mode & S_IRWXG) >> 3, others = like.st_mode & S_IRWXO;
+    return group == others && attributes.empty() ? like.st_mode & 0777 : 0600;
+}
+
 /// Owner and attributes as far as the system lets this user give them; the mode always.
-void take_after(const std::string& like, const struct stat& like_status, const Descriptor& made,
-                const std::string& path) {
+void take_after(const std::string& like, const struct stat& like_status, const std::string& attributes,
+                const Descriptor& made, const std::string& path) {
     struct stat made_status;
     if (::fstat(made.number(), &made_status) != 0) fail("make", path, errno);
+    bool same_mode = (made_status.st_mode & 07777) == (like_status.st_mode & 07777);
     if (made_status.st_uid != like_status.st_uid || made_status.st_gid != like_status.st_gid) {
         if (::fchown(made.number(), like_status.st_uid, like_status.st_gid) != 0 &&
             ::fchown(made.number(), static_cast<uid_t>(-1), like_status.st_gid) != 0) {
             // A file of somebody else: the content is saved under the own name.
         }
+        same_mode = false;  // a new owner clears bits of it
     }
-    if (::fchmod(made.number(), like_status.st_mode & 07777) != 0) fail("make", path, errno);
-    copy_extended_attributes(like, made.number());
+    if (!same_mode && ::fchmod(made.number(), like_status.st_mode & 07777) != 0) fail("make", path, errno);
+    copy_attributes(attributes, like, made.number());
 }
 
-/// Where the link `path` points, or nothing.
+/// Where the link `path` points; nothing for what is no link.
 std::string link_target(const std::string& path) {
     std::array<char, PATH_MAX> target;
     const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
@@ -155,14 +179,6 @@ std::string link_target(const std::string& path) {
     if (text.front() == '/') return text;
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? text : path.substr(0, slash + 1) + text;
-}
-
-bool real_path(const std::string& path, std::string& resolved) {
-    char* const found = ::realpath(path.c_str(), nullptr);
-    if (found == nullptr) return false;
-    resolved = found;
-    std::free(found);
-    return true;
 }
 
 class PosixFiles final : public Files {
@@ -179,8 +195,9 @@ public:
             filled += static_cast<std::size_t>(count);
             if (count == 0) break;
             if (filled < bytes.size()) continue;
-            if (filled >= largest_read) fail("read", path, EFBIG);
-            bytes.resize(larger_size(file, filled));
+            const std::size_t larger = larger_size(file, filled);
+            if (larger > largest_read) fail("read", path, EFBIG);
+            bytes.resize(larger);
         }
         bytes.resize(filled);
     }
@@ -208,12 +225,14 @@ public:
     }
 
     std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override {
+        constexpr int flags = O_WRONLY | O_CREAT | O_EXCL;
         struct stat like_status;
-        const bool has_model = stat_if_there("look at", like, like_status);
-        // Nobody else may read the new file before it has the rights of the old one.
-        Descriptor made(open_or_fail("make", path, O_WRONLY | O_CREAT | O_EXCL, has_model ? 0600 : 0666));
+        if (!stat_if_there("look at", like, like_status))
+            return std::make_unique<PosixOutputFile>(open_or_fail("make", path, flags), path);
+        const std::string attributes = attribute_names(like);
+        Descriptor made(open_or_fail("make", path, flags, first_mode(like_status, attributes)));
         try {
-            if (has_model) take_after(like, like_status, made, path);
+            take_after(like, like_status, attributes, made, path);
             return std::make_unique<PosixOutputFile>(made.release(), path);
         } catch (...) {
             ::unlink(path.c_str());
@@ -256,12 +275,12 @@ public:
     std::string resolve(const std::string& path) override {
         constexpr int most_links = 40;
         std::string current = path;
-        std::string resolved;
         for (int followed = 0; followed <= most_links; ++followed) {
-            if (real_path(current, resolved)) return resolved;
-            if (errno != ENOENT) fail("resolve", path, errno);
             std::string next = link_target(current);
-            if (next.empty()) return current;
+            if (next.empty()) {
+                if (errno != EINVAL && errno != ENOENT) fail("resolve", path, errno);
+                return current;
+            }
             current = std::move(next);
         }
         fail("resolve", path, ELOOP);
@@ -273,7 +292,7 @@ private:
         const bool known = ::fstat(file.number(), &found) == 0 && S_ISREG(found.st_mode) &&
                            static_cast<std::size_t>(found.st_size) >= filled;
         const std::size_t wanted = known ? static_cast<std::size_t>(found.st_size) + 1 : filled * 2;
-        return std::min(std::max(wanted, filled + smallest_read), largest_read);
+        return std::max(wanted, filled + smallest_read);
     }
 };
 

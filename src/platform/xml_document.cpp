@@ -5,6 +5,7 @@
 
 #include "korvane/error.h"
 #include "platform/safe_save.h"
+#include "platform/xml_nesting.h"
 #include "platform/xml_state.h"
 
 namespace korvane {
@@ -15,7 +16,9 @@ namespace {
 // are kept so that they can be refused.
 constexpr unsigned parse_options = pugi::parse_default | pugi::parse_ws_pcdata_single | pugi::parse_fragment;
 
-constexpr std::size_t largest_document = std::size_t{64} << 20;
+constexpr std::size_t largest_document = std::size_t{256} << 20;
+constexpr std::size_t deepest_element = 8192;
+constexpr std::size_t longest_shown_name = 100;
 
 // Codes beside the parser's own.
 constexpr std::int32_t document_too_large = 100;
@@ -23,6 +26,7 @@ constexpr std::int32_t encoding_unknown = 101;
 constexpr std::int32_t characters_malformed = 102;
 constexpr std::int32_t text_outside_root = 103;
 constexpr std::int32_t several_roots = 104;
+constexpr std::int32_t nested_too_deep = 105;
 
 bool is_blank(std::string_view text) {
     return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
@@ -52,8 +56,10 @@ void XmlDocument::State::clear() {
 }
 
 XmlParseError XmlDocument::State::decode() {
-    if (parsed.size() > largest_document)
+    if (parsed.size() > largest_document) {
+        parsed = {};
         return {document_too_large, "The document is larger than " + std::to_string(largest_document) + " bytes"};
+    }
     std::string name;
     const std::optional<XmlEncoding> found = detect_xml_encoding(parsed, name);
     if (!found) return {encoding_unknown, "The encoding [" + name + "] is not supported or does not fit the document"};
@@ -64,10 +70,18 @@ XmlParseError XmlDocument::State::decode() {
 }
 
 XmlParseError XmlDocument::State::build_tree() {
+    const bool may_be_deep = may_nest_deeper(parsed, deepest_element);
     const pugi::xml_parse_result result =
         tree.load_buffer_inplace(parsed.data(), parsed.size(), parse_options, pugi::encoding_utf8);
-    if (result) return check_structure(tree);
-    return {result.status, std::string(result.description()) + " (at byte " + std::to_string(result.offset) + ")"};
+    if (!result)
+        return {result.status, std::string(result.description()) + " (at byte " + std::to_string(result.offset) + ")"};
+    if (may_be_deep) {
+        if (const auto deeper = first_deeper(tree, deepest_element))
+            return {nested_too_deep, "The element [" + std::string(deeper->name()).substr(0, longest_shown_name) +
+                                         "] at byte " + std::to_string(deeper->offset_debug()) +
+                                         " is nested deeper than " + std::to_string(deepest_element) + " levels"};
+    }
+    return check_structure(tree);
 }
 
 XmlParseError XmlDocument::State::build(bool for_editing) {

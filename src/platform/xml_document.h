@@ -12,9 +12,9 @@
 
 namespace korvane {
 
-/// Outcome of a load. Code 0 is success; the codes are the parser's own, from 100 on the document's: too large (64
-/// MiB), unknown encoding, bytes that are no characters, text outside the root element, several root elements. File
-/// faults are the system's code, negative.
+/// Outcome of a load. Code 0 is success; the codes are the parser's own, from 100 on the document's: 100 too large (256
+/// MiB), 101 unknown encoding, 102 bytes that are no characters, 103 text outside the root element, 104 several root
+/// elements, 105 elements nested too deep (8192 levels). File faults are the system's code, negative.
 struct XmlParseError {
     std::int32_t code = 0;
     std::string reason;
@@ -67,7 +67,7 @@ public:
     XmlParseError parse(std::string bytes, bool for_editing = false);
 
     /// First element of an XPath 1.0 node set, if any. Error -2147467259 naming the query where it is not a query for
-    /// elements or nests too deep (64 brackets).
+    /// elements, nests too deep (64 brackets) or is too long (65,536 bytes).
     std::optional<XmlElement> select(const std::string& xpath) const;
     std::vector<XmlElement> select_all(const std::string& xpath) const;
 

@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::int32_t query_failed = -2147467259;
 constexpr std::size_t deepest_query = 64;
+constexpr std::size_t longest_query = 65536;
 
 pugi::xml_node node_of(void* handle) {
     return pugi::xml_node(static_cast<pugi::xml_node_struct*>(handle));
@@ -43,6 +44,7 @@ void check_nesting(const std::string& query) {
 
 template <class Run>
 auto guarded(const std::string& query, Run run) {
+    if (query.size() > longest_query) fail(query, "longer than " + std::to_string(longest_query) + " bytes");
     check_nesting(query);
     try {
         return run();

@@ -8,8 +8,6 @@ namespace korvane {
 
 namespace {
 
-constexpr std::string_view blanks = " \t\r\n";
-
 std::size_t behind(std::string_view source, std::string_view ending, std::size_t from) {
     const std::size_t at = source.find(ending, from);
     return at == std::string_view::npos ? source.size() : at + ending.size();
@@ -71,21 +69,27 @@ std::string checked_name(const std::string& name, XmlCharset charset) {
     return name;
 }
 
-std::string reference(char32_t character) {
-    return "&#" + std::to_string(static_cast<unsigned>(character)) + ";";
+void append_reference(std::string& out, char32_t character) {
+    out += "&#";
+    out += std::to_string(static_cast<unsigned>(character));
+    out += ';';
 }
 
-std::string escaped(char32_t character, XmlCharset charset, bool in_attribute) {
-    if (character == U'&') return "&amp;";
-    if (character == U'<') return "&lt;";
-    if (character == U'>') return "&gt;";
-    if (character == U'"' && in_attribute) return "&quot;";
+void append_escaped(std::string& out, char32_t character, XmlCharset charset, bool in_attribute) {
     // A reader turns a bare one into a line feed or, in an attribute, into a blank.
     const bool normalised = character == U'\r' || (in_attribute && (character == U'\n' || character == U'\t'));
-    if (normalised || !can_represent(charset, character)) return reference(character);
-    std::string text;
-    append_utf8(text, character);
-    return text;
+    if (character == U'&')
+        out += "&amp;";
+    else if (character == U'<')
+        out += "&lt;";
+    else if (character == U'>')
+        out += "&gt;";
+    else if (character == U'"' && in_attribute)
+        out += "&quot;";
+    else if (normalised || !can_represent(charset, character))
+        append_reference(out, character);
+    else
+        append_utf8(out, character);
 }
 
 }  // namespace
@@ -127,19 +131,22 @@ std::string escape_xml(std::string_view text, XmlCharset charset, bool in_attrib
         const std::optional<char32_t> character = take_utf8(text);
         if (!character || !is_xml_character(*character))
             raise_runtime_fault(error_number::invalid_call,
-                                "[" + std::string(whole) + "] holds a character that XML does not allow");
-        result += escaped(*character, charset, in_attribute);
+                                std::string("[").append(whole).append("] holds a character that XML does not allow"));
+        append_escaped(result, *character, charset, in_attribute);
     }
     return result;
 }
 
 std::string new_element_text(const XmlNewElement& element, XmlCharset charset, const XmlLayout& layout) {
     const std::string name = checked_name(element.name, charset);
-    std::string text = "<" + name;
-    for (const auto& [attribute, value] : element.attributes)
-        text += " " + checked_name(attribute, charset) + "=\"" + escape_xml(value, charset, true) + "\"";
+    std::string text(1, '<');
+    text += name;
+    for (const auto& [attribute, value] : element.attributes) {
+        text.append(1, ' ').append(checked_name(attribute, charset)).append("=\"");
+        text.append(escape_xml(value, charset, true)).append(1, '"');
+    }
     if (element.children.empty() && element.text.empty()) return text + "/>";
-    text += ">" + escape_xml(element.text, charset, false);
+    text.append(1, '>').append(escape_xml(element.text, charset, false));
     XmlLayout inner = layout;
     inner.indent += layout.unit;
     for (const XmlNewElement& child : element.children)

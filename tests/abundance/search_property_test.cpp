@@ -102,6 +102,7 @@ void expect_ending(const AdjustOutcome& outcome, const Trial& trial) {
     });
     if (outcome.end != End::within_tolerance) {
         EXPECT_EQ(outcome.end, came_under ? End::resolution_reached : End::target_never_reached);
+        EXPECT_EQ(outcome.abundance > 0, came_under);
     }
     const double limit = std::ceil(std::log2((trial.high - trial.low) / trial.resolution)) + 2;
     EXPECT_LE(static_cast<double>(outcome.probes.size()), std::max(limit, 0.0));

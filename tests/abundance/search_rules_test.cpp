@@ -135,14 +135,6 @@ TEST(SearchRules, ObserverSeesTheBracketAfterEveryProbe) {
     EXPECT_EQ(test.parser.last_adjustment().abundance, 37500);
 }
 
-TEST(SearchRules, NoProbeUnderTheTargetReturnsTheEntryValue) {
-    SearchWorld test([](double) { return 9e6; });
-    EXPECT_EQ(test.adjust(251000), 70);
-    EXPECT_EQ(test.parser.last_adjustment().end, End::target_never_reached);
-    EXPECT_EQ(test.parser.last_adjustment().abundance, 0);
-    EXPECT_LT(test.world.instrument().setpoint(50).value, 2) << "the setpoint keeps the last probe";
-}
-
 // Errors inside a probe.
 
 struct FailingProbe : SearchWorld {
@@ -209,21 +201,6 @@ TEST(SearchErrors, AbortEndsTheSearchBeforeTheNextProbe) {
     EXPECT_EQ(error.number(), 1);
     EXPECT_EQ(error.description(), "User aborted");
     EXPECT_EQ(test.journal_of("write 50").size(), 1);
-}
-
-TEST(SearchErrors, InstrumentThatIsNeverReadyIsWaitedForUntilTheAbort) {
-    SearchWorld test;
-    test.world.instrument().registers["ACTUAL.NDR[NRDYSTATE]"] = -1;
-    int polls_after_request = 0;
-    test.world.test.clock->on_events = [&] {
-        const int polls = test.world.test.clock->sleeps;
-        if (polls == 300) test.world.request_abort();
-        if (polls > 300) ++polls_after_request;
-    };
-    EXPECT_EQ(error_of([&] { test.adjust(251000); }).number(), 1);
-    EXPECT_GE(test.world.test.clock->sleeps, 300) << "150 s are no reason to give up";
-    EXPECT_LE(polls_after_request, 1);
-    EXPECT_EQ(test.world.instrument().spectra, 0);
 }
 
 TEST(SearchErrors, EveryProbeWaitsForReadiness) {

@@ -74,14 +74,6 @@ TEST_F(Preferences, MissingRootOrElementIsNamedAndTheFileStays) {
               "-905|" + reader + "ChosenTunePreferencesRootNode is nothing");
 }
 
-TEST_F(Preferences, TextIsReturnedUnchanged) {
-    content("<A>  x &amp; &lt;y&gt; \n</A><B/><C><![CDATA[ <raw> ]]></C>");
-    clsTunePrefsXML store(test.platform());
-    EXPECT_EQ(store.GetTunePreference("A"), "  x & <y> \n");
-    EXPECT_EQ(store.GetTunePreference("B"), "");
-    EXPECT_EQ(store.GetTunePreference("C"), " <raw> ");
-}
-
 TEST_F(Preferences, SaveIsTriedThreeTimesClearsReadOnlyAndReportsWithTheLoadTexts) {
     clsTunePrefsXML store(test.platform());
     std::filesystem::permissions(path(), std::filesystem::perms(0444));

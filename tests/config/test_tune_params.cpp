@@ -159,6 +159,20 @@ TEST_F(TuneParams, LoadIsTriedThreeTimesAndThenLeavesAnEmptyDocument) {
     EXPECT_EQ(fresh.GetManualTuneValue("Calibration", "M", true), 2);
 }
 
+TEST_F(TuneParams, NestingTooDeepIsALoadFailureWithItsCodeForReadsAndWrites) {
+    std::string deep = "<QTOFTuneParams>";
+    for (int level = 0; level < 9000; ++level) deep += "<TOF>";
+    for (int level = 0; level < 9000; ++level) deep += "</TOF>";
+    write_text(path(), deep += "</QTOFTuneParams>");
+    auto fresh = store();
+    const std::string expected =
+        "-904|AutotuneParameterXMLConfigFileReader|TuneParamsXML: Failed to load XML file: " + path() +
+        "; parseError[105]";
+    EXPECT_EQ(raised([&] { fresh.GetAutotuneLimitValue("Calibration", "A"); }), expected);
+    EXPECT_EQ(raised([&] { fresh.WriteTuneParamValue("Calibration", "A", "1"); }), expected);
+    EXPECT_EQ(read_text(path()), deep);
+}
+
 TEST_F(TuneParams, SaveIsTriedThreeTimesAndReportsWithTheLoadTexts) {
     for (int failures = 0; failures < 3; ++failures) {
         failing->failing_saves = failures;
@@ -188,6 +202,11 @@ TEST_F(TuneParams, SaveIsTriedThreeTimesAndReportsWithTheLoadTexts) {
 }
 
 TEST_F(TuneParams, WritesOneLeafOfEveryPermittedGroupIntoAReadOnlyFile) {
+#ifdef _WIN32
+    const std::filesystem::perms writable{0666};
+#else
+    const std::filesystem::perms writable{0644};
+#endif
     std::string expected = parameters;
     for (const std::string group : {"gainParams", "checkAbundParams", "resolutionParams", "RampParams", "PeakHandling",
                                     "Misc", "IndexedSlicer", "SetpointUI"}) {
@@ -199,7 +218,7 @@ TEST_F(TuneParams, WritesOneLeafOfEveryPermittedGroupIntoAReadOnlyFile) {
             test.trace().contains("WriteTuneParamValue: XML file was set read-only; removing read-only attribute"));
         expected.replace(expected.find("<" + group + "><A>0<") + group.size() + 5, 1, "007.50");
         ASSERT_EQ(read_text(path()), expected) << group;
-        EXPECT_EQ(std::filesystem::status(path()).permissions(), std::filesystem::perms(0644));
+        EXPECT_EQ(std::filesystem::status(path()).permissions(), writable);
     }
     auto fresh = store();
     fresh.WriteTuneParamValue("Misc", "M", "6", "ManualTuneParameters");

@@ -169,20 +169,6 @@ TEST_F(Setpoints, FailureOfAnyInstrumentCallIsRaisedOnceWithItsErrorLineKept) {
     }
 }
 
-TEST_F(Setpoints, FailedCallDuringAWaitIsReportedAsValueNotReached) {
-    for (int call = 9;; ++call) {
-        auto made = globals();
-        test.instrument().spectra = 0;
-        test.instrument().fault_at = call;
-        const std::string error = raised([&] { made.SetMSSetpointValueByIdx(12, 50, 0, 0, true); });
-        test.instrument().fault_at.reset();
-        setpoint(12, 10);
-        if (error == "no error") break;
-        ASSERT_LT(call, 20);
-        EXPECT_TRUE(error.starts_with("-807|") || error.starts_with("-4711|")) << error;
-    }
-}
-
 TEST_F(Setpoints, MetadataItemIsFoundByTheStartOfItsNameAndLens2OnlyByTheWhole) {
     using namespace std::string_literals;
     test.instrument().metadata_items = [] {

@@ -163,7 +163,7 @@ TEST_F(SourceAndState, DefaultMassListIsCutToItsFirstMassesNotFiltered) {
         EXPECT_EQ(list.lower_bound(), 0);
     }
     mass_list("1700 2000");
-    const std::string path = (test.base() / "MassLists/default_calibration_mass_list.xml").string();
+    const std::string path = (test.base() / "MassLists" / "default_calibration_mass_list.xml").string();
     const std::string text = "Subscript out of range: no mass below 1700 in " + path;
     EXPECT_EQ(raised([&] { made.GetDefaultMassList("ESI", "Positive"); }), "9|Korvane|" + text);
     EXPECT_TRUE(

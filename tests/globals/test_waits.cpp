@@ -1,4 +1,4 @@
-// Waits: their limits, midnight, and the abort flag in each of them.
+// Waits: the texts of their ends, and what the reliability tests of all waits do not look at.
 #include "globals/stopwatch.h"
 #include "globals/tune_globals_test.h"
 
@@ -51,37 +51,25 @@ TEST(StopwatchTest, ClockSetBackALittleIsNoDay) {
     EXPECT_EQ(stopwatch.seconds(), 10);
 }
 
-TEST_F(Waits, SetpointThatNeverArrivesIsGivenUpAfter15SecondsWithWhatWasSeen) {
+TEST_F(Waits, SetpointThatNeverArrivesIsGivenUpWithWhatWasSeen) {
     never_arriving();
     auto made = globals();
-    for (double start : {36000.0, 86390.0}) {
-        start_at(start);
-        test.instrument().journal.clear();
-        const double took = seconds_of([&] {
-            EXPECT_EQ(raised([&] { made.SetMSSetpointValueByIdx(12, 20, 0, 0, true); }),
-                      "-807|SetMSSetpointValueByIdx()|SetMSSetpointValueByIdx: setpoint[12] did not reach expected "
-                      "value[20]; last value[10]");
-        });
-        EXPECT_GE(took, 15);
-        EXPECT_LE(took, 15 + poll_seconds);
-        setpoint(12, 10);
-    }
+    const std::string text = "SetMSSetpointValueByIdx: setpoint[12] did not reach expected value[20]; last value[10]";
+    EXPECT_EQ(raised([&] { made.SetMSSetpointValueByIdx(12, 20, 0, 0, true); }),
+              "-807|SetMSSetpointValueByIdx()|" + text);
     EXPECT_TRUE(test.trace().contains(
         "WaitForSpectrumWithSetpointValue: Error[1] in WaitForSpectrumWithSetpointValue: Setpoint[12] in "
         "WaitForSpectrumWithSetpointValue: timed out waiting for setpoint"));
     EXPECT_EQ(made.ErrorMsgString(),
-              "Error[-807] in SetMSSetpointValueByIdx: unable to set current value for setpoint[12]: "
-              "SetMSSetpointValueByIdx: setpoint[12] did not reach expected value[20]; last value[10]");
+              "Error[-807] in SetMSSetpointValueByIdx: unable to set current value for setpoint[12]: " + text);
 }
 
-TEST_F(Waits, InstrumentThatNeverGetsToPreRunDoesNotOutliveTheSetpointWait) {
+TEST_F(Waits, SpectrumOfAnInstrumentThatIsNotInPreRunIsNotTaken) {
     test.instrument().registers[run_state] = 3;
     auto made = globals();
-    const double took = seconds_of(
-        [&] { EXPECT_EQ(raised([&] { made.SetMSSetpointValueByIdx(12, 20, 0, 0, true); }).substr(0, 5), "-807|"); });
-    EXPECT_LE(took, 15 + poll_seconds);
+    EXPECT_EQ(raised([&] { made.SetMSSetpointValueByIdx(12, 20, 0, 0, true); }).substr(0, 5), "-807|");
     EXPECT_TRUE(test.trace().contains("GetMetaValue: Waiting for PreRun state; current state = 3"));
-    EXPECT_EQ(test.instrument().spectra, 0) << "a spectrum of a running instrument was taken";
+    EXPECT_EQ(test.instrument().spectra, 0);
 }
 
 TEST_F(Waits, ToleranceIsStrict) {
@@ -93,38 +81,19 @@ TEST_F(Waits, ToleranceIsStrict) {
     }
 }
 
-TEST_F(Waits, AbortEndsEveryWaitWithinTwoPollsAsError1WithoutTheSettersErrorLine) {
+TEST_F(Waits, AbortIsNoFailureOfTheSetter) {
     never_arriving();
-    struct Wait {
-        const char* name;
-        std::function<void(TuneGlobals&)> run;
-        double state = 1;
-        bool has_handler = false;
-    };
-    const Wait waits[] = {
-        {"timed", [](auto& g) { g.WaitThisManySeconds(60); }},
-        {"after a write", [](auto& g) { g.SetMSSetpointValueByIdx(12, 20, 0, 60); }},
-        {"until seen", [](auto& g) { g.SetMSSetpointValueByIdx(12, 20, 0, 0, true); }, 1, true},
-        {"until seen, not in pre-run", [](auto& g) { g.SetMSSetpointValueByIdx(12, 20, 0, 0, true); }, 2, true},
-        {"for metadata", [](auto& g) { g.GetMetaValue("Lens"); }, 2, true},
-    };
-    for (const Wait& wait : waits)
-        for (int polls : {1, 2, 7}) {
-            SCOPED_TRACE(wait.name + std::string(", abort in poll ") + std::to_string(polls));
-            setpoint(12, 10);
-            test.preference("AbortFlag", "0");
-            test.instrument().registers[run_state] = wait.state;
-            auto made = globals();
-            abort_after_events(polls);
-            test.clock->sleeps = 0;
-            EXPECT_EQ(raised([&] { wait.run(made); }), user_aborted);
-            EXPECT_LE(test.clock->sleeps, polls + 1);
-            test.clock->on_events = nullptr;
-            for (const std::string& line : test.trace().lines)
-                EXPECT_EQ(line.find("unable to set"), std::string::npos) << line;
-            EXPECT_EQ(made.ErrorMsgString().starts_with("Error[1] in "), wait.has_handler) << made.ErrorMsgString();
-            expect_balanced_trace();
-        }
+    for (const double state : {1.0, 2.0}) {
+        test.preference("AbortFlag", "0");
+        test.instrument().registers[run_state] = state;
+        auto made = globals();
+        abort_after_events(2);
+        EXPECT_EQ(raised([&] { made.SetMSSetpointValueByIdx(12, 20, 0, 0, true); }), user_aborted);
+        for (const std::string& line : test.trace().lines)
+            EXPECT_EQ(line.find("unable to set"), std::string::npos) << line;
+        EXPECT_TRUE(made.ErrorMsgString().starts_with("Error[1] in ")) << made.ErrorMsgString();
+        expect_balanced_trace();
+    }
 }
 
 TEST_F(Waits, AbortFlagAlreadySetStopsReadsBeforeTheInstrumentIsAsked) {

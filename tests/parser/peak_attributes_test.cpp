@@ -77,12 +77,6 @@ TEST(PeakAttributes, NoPeakIsAnErrorAnEmptyRecordOrAZero) {
                                "GetPeakAttribute: no peaks returned, returning 0 height"}));
 }
 
-TEST(PeakAttributes, OtherErrorsAreRaisedEvenWhereZeroWouldDo) {
-    Attributes test;
-    test.world.instrument().fault_at = test.world.instrument().calls + 3;
-    EXPECT_EQ(error_of([&] { test.parser.GetPeakAttribute(PeakCalcType::Height, 900, 0.2, true); }).number(), -4711);
-}
-
 TEST(PeakAttributes, EachCalculationReturnsItsOwnValue) {
     Attributes test;
     const auto value = [&](int type) { return test.parser.GetPeakAttribute(static_cast<PeakCalcType>(type), 900); };

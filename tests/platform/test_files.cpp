@@ -1,8 +1,10 @@
 #include "platform/files.h"
 
 #include <gtest/gtest.h>
+#ifndef _WIN32
 #include <sys/stat.h>
 #include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <filesystem>
@@ -45,6 +47,16 @@ TEST_F(FilesTest, ReadGivesEveryByteWhateverTheBufferHeld) {
     }
 }
 
+TEST_F(FilesTest, ReadRefusesAFileBeyondItsLimitBeforeTakingMemoryForIt) {
+    const std::string path = folder.file("huge");
+    write_text(path, "");
+    std::filesystem::resize_file(path, (std::uintmax_t{1} << 30) + 1);
+    std::string bytes;
+    expect_fault(FileErrorKind::other, path, [&] { files->read(path, bytes); });
+    EXPECT_LT(bytes.capacity(), 1U << 20);
+}
+
+#ifndef _WIN32
 TEST_F(FilesTest, ReadTakesAPipeToItsEndThoughItComesInPieces) {
     const std::string pipe = folder.file("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -57,6 +69,7 @@ TEST_F(FilesTest, ReadTakesAPipeToItsEndThoughItComesInPieces) {
     files->read(pipe, bytes);
     EXPECT_EQ(bytes.size(), 20 * piece.size());
 }
+#endif
 
 TEST_F(FilesTest, AppendKeepsWhatIsThereAndReachesTheSystemAtOnce) {
     const std::string path = folder.file("log");
@@ -70,6 +83,7 @@ TEST_F(FilesTest, AppendKeepsWhatIsThereAndReachesTheSystemAtOnce) {
     }
 }
 
+#ifndef _WIN32
 TEST_F(FilesTest, ReadOnlyIsTheModesWordEvenToTheSuperuser) {
     const std::string path = folder.file("f");
     write_text(path, "x");
@@ -83,10 +97,13 @@ TEST_F(FilesTest, ReadOnlyIsTheModesWordEvenToTheSuperuser) {
         EXPECT_EQ(found.st_mode & 07777, mode | S_IWUSR);
     }
 }
+#endif
 
 TEST_F(FilesTest, StatusTellsFilesFoldersAndNothing) {
     write_text(folder.file("f"), "x");
+#ifndef _WIN32  // where links need a privilege
     std::filesystem::create_symlink("none", folder.path() / "dangling");
+#endif
     EXPECT_TRUE(files->status(folder.file("f")).exists);
     EXPECT_FALSE(files->status(folder.file("f")).is_folder);
     EXPECT_TRUE(files->status(folder.path().string()).is_folder);
@@ -102,15 +119,24 @@ TEST_F(FilesTest, EveryFaultNamesTheFileAndItsKind) {
     expect_fault(FileErrorKind::not_found, none, [&] { files->clear_read_only(none); });
     expect_fault(FileErrorKind::not_found, none, [&] { files->remove(none); });
     expect_fault(FileErrorKind::not_found, none, [&] { (void)files->list(none); });
+#ifndef _WIN32  // where a folder cannot be flushed
     expect_fault(FileErrorKind::not_found, none, [&] { files->flush_folder(none); });
+#endif
     expect_fault(FileErrorKind::not_found, file, [&] { files->replace(none, file); });
     expect_fault(FileErrorKind::not_found, inside, [&] { (void)files->open_append(inside); });
     expect_fault(FileErrorKind::not_found, inside, [&] { (void)files->create_new(inside, none); });
     expect_fault(FileErrorKind::not_found, file, [&] { (void)files->list(file); });
-    expect_fault(FileErrorKind::other, folder.path().string(), [&] { files->read(folder.path().string(), bytes); });
+#ifdef _WIN32
+    const FileErrorKind is_folder = FileErrorKind::access_denied;
+#else
+    const FileErrorKind is_folder = FileErrorKind::other;
+#endif
+    expect_fault(is_folder, folder.path().string(), [&] { files->read(folder.path().string(), bytes); });
     expect_fault(FileErrorKind::other, file, [&] { (void)files->create_new(file, none); });
     EXPECT_EQ(read_text(file), "x");
+#ifndef _WIN32
     expect_fault(FileErrorKind::no_space, "/dev/full", [&] { files->open_append("/dev/full")->write("x"); });
+#endif
 }
 
 TEST_F(FilesTest, FaultsBecomeTheRuntimesNumbers) {
@@ -121,27 +147,32 @@ TEST_F(FilesTest, FaultsBecomeTheRuntimesNumbers) {
     EXPECT_EQ(FileError(FileErrorKind::input_output, 5, "").runtime_error_number(), 57);
 }
 
+#ifndef _WIN32
 TEST_F(FilesTest, ResolveEndsAtTheFileBehindAllLinks) {
     namespace fs = std::filesystem;
-    const std::string base = fs::canonical(folder.path()).string();
     fs::create_directories(folder.path() / "data");
     write_text(folder.file("data/f"), "x");
     fs::create_symlink(folder.path() / "data", folder.path() / "folder link");
     fs::create_symlink("folder link/f", folder.path() / "link");
     fs::create_symlink("link", folder.path() / "link to link");
+    fs::create_symlink("../link", folder.path() / "data/link back");
     fs::create_symlink("data/none", folder.path() / "dangling");
     fs::create_symlink("dangling", folder.path() / "link to dangling");
     fs::create_symlink("loop", folder.path() / "loop");
-    EXPECT_EQ(files->resolve(folder.file("link to link")), base + "/data/f");
-    EXPECT_EQ(files->resolve(folder.file("folder link/f")), base + "/data/f");
+    for (const std::string name : {"data/f", "link to link", "folder link/f", "folder link/link back"}) {
+        const std::string found = files->resolve(folder.file(name));
+        EXPECT_EQ(fs::canonical(found), fs::canonical(folder.path() / "data/f")) << found;
+        EXPECT_FALSE(fs::is_symlink(found)) << found;
+    }
     EXPECT_EQ(files->resolve(folder.file("none")), folder.file("none"));
     EXPECT_EQ(files->resolve(folder.file("link to dangling")), folder.file("data/none"));
     for (const std::string name : {"loop", "data/f/none"})
         EXPECT_THROW((void)files->resolve(folder.file(name)), FileError) << name;
 }
+#endif
 
 TEST_F(FilesTest, ListGivesHiddenNamesAndNoPseudoNames) {
-    for (const std::string name : {"b", ".hidden", "gr\xC3\xBC\xC3\x9F"}) write_text(folder.file(name), "");
+    for (const std::string name : {"b", ".hidden", "gr\xC3\xBC\xC3\x9F"}) files->open_append(folder.file(name));
     auto names = files->list(folder.path().string());
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::string>{".hidden", "b", "gr\xC3\xBC\xC3\x9F"}));

@@ -96,7 +96,7 @@ TEST(XmlSetText, AgreesWithAMapOverManyRandomEdits) {
         return std::uniform_int_distribution<std::size_t>(0, count - 1)(random);
     };
     std::map<std::string, std::string> values;
-    for (int i = 0; i < 25; ++i) values["e" + std::to_string(i)] = texts[pick(texts.size())];
+    for (int i = 0; i < 25; ++i) values[std::string(1, 'e').append(std::to_string(i))] = texts[pick(texts.size())];
     const XmlFileForm utf8 = xml_file_forms().front();
     const auto rendered = [&] {
         std::string text = "<r>\r\n";

@@ -6,6 +6,7 @@
 #include "platform/xml_document.h"
 #include "platform/xml_samples.h"
 #include "support/memory_disk.h"
+#include "support/raised.h"
 
 namespace korvane {
 namespace {
@@ -97,7 +98,7 @@ TEST(XmlParse, SurvivesRandomDamageAndGivesUnharmedBytesBack) {
                     if (way == 0) bytes[at] = favourites[pick(favourites.size())];
                     if (way == 1) bytes.erase(at, pick(4) + 1);
                     if (way == 2) bytes.insert(at, 1, favourites[pick(favourites.size())]);
-                    if (bytes.empty()) bytes = " ";
+                    if (bytes.empty()) bytes.assign(1, ' ');
                 }
                 XmlDocument document;
                 if (document.parse(bytes, true)) continue;
@@ -180,50 +181,76 @@ TEST(XmlLoad, HoldsNothingOfAnEarlierLongerDocument) {
     }
 }
 
-TEST(XmlLimits, VeryDeepNestingNeitherOverflowsTheStackNorTheTime) {
-    constexpr int depth = 300'000;
-    std::string bytes;
-    for (int i = 0; i < depth; ++i) bytes += "<e>";
-    for (int i = 0; i < depth; ++i) bytes += "</e>";
+std::string repeated(const std::string& text, std::size_t count) {
+    std::string result;
+    for (std::size_t i = 0; i < count; ++i) result += text;
+    return result;
+}
+
+std::string nested(std::size_t depth, const std::string& before_each = "", const std::string& innermost = "") {
+    return repeated(before_each + "<e>", depth) + innermost + repeated("</e>", depth);
+}
+
+TEST(XmlLimits, NestingIsRefusedFromTheFirstLevelTooManyWhateverStandsBetween) {
+    // What is no tag must neither count nor take from the count.
+    for (const std::string between : {"", "\n  ", "<!--</e></e><e>-->", "<![CDATA[</e></e>]]>", "<?p </e></e>?>",
+                                      "<x/>", "<x a='/>'/>", "<x></x>", "text > /> ]]&gt;"})
+        for (const std::string start : {"", "<!DOCTYPE r [<!ENTITY a '</e></e>'>]>", "<!-- </e> -->"}) {
+            SCOPED_TRACE(start + between);
+            XmlDocument document;
+            ASSERT_FALSE(document.parse(start + "<r>" + nested(8191, between) + "</r>", true));
+            EXPECT_EQ(document.select_all("//e").size(), 8191U);
+            const XmlParseError error = document.parse(start + "<r>" + nested(8192, between) + "</r>");
+            EXPECT_EQ(error.code, 105);
+            EXPECT_TRUE(error.reason.ends_with(" is nested deeper than 8192 levels")) << error.reason;
+            EXPECT_FALSE(document.select("//e"));
+        }
+    EXPECT_EQ(XmlDocument().parse("<r>" + nested(8192) + "</r>").reason,
+              "The element [e] at byte 24577 is nested deeper than 8192 levels");
+    EXPECT_EQ(XmlDocument().parse(nested(300'000)).code, 105);
+    XmlDocument flat;
+    ASSERT_FALSE(flat.parse("<r>" + repeated("<x/><y a='1'/>\n", 20'000) + nested(8000) + "</r>"))
+        << "many empty elements are no deep ones";
+    ASSERT_EQ(flat.parse("<r>" + repeated("<x/>", 20'000) + nested(8000, "", nested(192)) + "</r>").code, 105);
+}
+
+TEST(XmlLimits, AnEditThatNestsTooDeepIsRefusedAndChangesNothing) {
     XmlDocument document;
+    const std::string bytes = nested(8192);
     ASSERT_FALSE(document.parse(bytes, true));
-    auto elements = document.select_all("//e");
-    ASSERT_EQ(elements.size(), static_cast<std::size_t>(depth));
-    EXPECT_EQ(elements.front().text(), "");
-    document.set_text(elements.back(), "x");
-    EXPECT_EQ(document.select("/e")->text(), "x");
-    document.append_child(*document.select("/e"), {"n", {}, "y", {}});
-    EXPECT_EQ(document.select("/e")->text(), "xy");
+    const auto elements = document.select_all("//e");
+    EXPECT_EQ(raised([&] {
+                  document.append_child(elements.back(), {"n", {}, "", {}});
+              }).substr(0, 25),
+              "5|Korvane|Invalid procedu");
+    EXPECT_EQ(document.bytes(), bytes);
+    document.append_child(document.select_all("//e")[8190], {"n", {}, "y", {}});
+    EXPECT_EQ(document.select("/e")->text(), "y");
 }
 
 TEST(XmlLimits, AnOversizedDocumentIsRefusedByName) {
-    const XmlParseError error = XmlDocument().parse("<r>" + std::string(65U << 20, 'x') + "</r>");
-    EXPECT_GT(error.code, 0);
-    EXPECT_NE(error.reason.find("67108864"), std::string::npos);
-}
-
-std::string repeated(const std::string& text, int count) {
-    std::string result;
-    for (int i = 0; i < count; ++i) result += text;
-    return result;
+    const XmlParseError error = XmlDocument().parse("<r>" + std::string(257U << 20, 'x') + "</r>");
+    EXPECT_EQ(error.code, 100);
+    EXPECT_NE(error.reason.find("268435456"), std::string::npos);
 }
 
 TEST(XmlQuery, RefusesBombsAndMalformedQueriesNamingThem) {
     std::vector<std::string> queries{
         "",     "//",        "[", "/r[", "/r[@a='x]", "/r[@a='it's']", "count(/r)", "1+1",     "'x'",  "/r/@a",
         "//@*", "/r/text()", "/", "$v",  "/r/a|//@a", "f(/r)",         "/r/a[x()]", "no:pe()", "/r//", "/r/123"};
-    for (const int count : {200, 5000, 200'000}) {
+    for (const std::size_t count : {200U, 5000U, 200'000U}) {
         queries.push_back(repeated("(", count) + "/r" + repeated(")", count));
         queries.push_back("/r" + repeated("[r", count) + repeated("]", count));
         queries.push_back("/r[" + repeated("not(", count) + "a" + repeated(")", count) + "]");
     }
-    for (const int count : {5000, 200'000}) {
+    for (const std::size_t count : {5000U, 200'000U}) {
         queries.push_back("/r[" + repeated("-", count) + "1]");
         queries.push_back("/r" + repeated("/r", count));
         queries.push_back("/r" + repeated("|/r", count));
         queries.push_back("/r[" + repeated("1+", count) + "1]");
         queries.push_back("/r" + repeated("[1]", count));
     }
+    queries.push_back("/r[@a='" + std::string(70'000, 'x') + "']");
     XmlDocument document;
     ASSERT_FALSE(document.parse("<r a='1'>text<a a='2'/></r>"));
     for (const std::string& query : queries) {

@@ -48,6 +48,14 @@ private:
     bool set_ = false;
 };
 
+/// The log of a tune in the locale that programs begin in, whatever this one was begun in.
+std::string log_in_classic_locale() {
+    const std::locale before = std::locale::global(std::locale::classic());
+    std::string log = SimulatedTune(3).run();
+    std::locale::global(before);
+    return log;
+}
+
 /// The stored numbers as that locale writes them.
 void write_with_commas(const std::filesystem::path& file) {
     static const std::regex number("(>[-0-9]*)\\.([0-9]+<)");
@@ -55,7 +63,7 @@ void write_with_commas(const std::filesystem::path& file) {
 }
 
 TEST(CommaLocale, ChangesStoredNumbersAndNoLineOfTheLog) {
-    const std::string log = SimulatedTune(3).run();
+    const std::string log = log_in_classic_locale();
     SimulatedTune tune(3);
     write_with_commas(tune.base() / "TuneParams.xml");
     write_with_commas(tune.base() / "MassLists" / "default_calibration_mass_list.xml");

@@ -58,6 +58,8 @@ const std::vector<Operation>& operations() {
          [](auto& parser, auto&) {
              parser.AbundancesAreBelowDualGainThreshold(std::vector<double>{100, 400, 900, 1600, 2500});
          }},
+        {"one peak", Moves::scintillator_value,
+         [](auto& parser, auto&) { parser.GetPeakAttribute(PeakCalcType::Height, 900, 0.2, true); }},
         {"search to the resolution", Moves::search_values,
          [](auto& parser, auto&) { search(parser, false, never_reached); }},
         {"search within tolerance", Moves::search_values, [](auto& parser, auto&) { search(parser, false, reached); }},

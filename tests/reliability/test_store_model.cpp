@@ -45,7 +45,7 @@ struct Client {
 class Sequence {
 public:
     explicit Sequence(unsigned seed) : random_(seed), clients_{Client(world_.platform()), Client(world_.platform())} {
-        for (const std::string& name : names) file_[name] = "0";
+        for (const std::string& name : names) file_[name].assign(1, '0');
         put();
     }
 

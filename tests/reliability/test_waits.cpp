@@ -191,6 +191,8 @@ void abort_at(const Wait& wait, const WaitBehaviour& behaviour, double moment, d
     attempt.world.on_turn = turn;
     attempt.world.world.test.clock->on_events = turn;
     const Ended ended = attempt.run();
+    const bool is_endless = !wait.limit_seconds && wait.time_out_numbers.empty() && !behaviour.sought_after_seconds;
+    EXPECT_TRUE(requested || !is_endless) << "given up by itself";
     if (!requested) return;
     ++tally.requested;
     tally.aborted += ended.number == error_number::user_aborted;

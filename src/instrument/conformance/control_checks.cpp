@@ -40,7 +40,7 @@ void check_spectrum(ConformanceChecks& checks, InstrumentGlobals& globals, Instr
     });
     checks.check("InstrumentControl.GetNextSpectrum", "the masses ascend", [&] {
         const auto masses = spectrum.mass_data.elements();
-        return unless(std::is_sorted(masses.begin(), masses.end(), std::less_equal<>()) || masses.empty(),
+        return unless(std::adjacent_find(masses.begin(), masses.end(), std::greater_equal<>()) == masses.end(),
                       "they do not");
     });
     checks.check("InstrumentControl.GetNextSpectrum", "arrays begin at index 0", [&] {

@@ -116,7 +116,7 @@ TEST(Logbook, AppendsOneLineAnEntry) {
     SimulatorBench bench;
     for (const char* message : {"first", "second"})
         bench.layer->create_logbook_entry()->write(32, message, 5, 0, 0, "");
-    EXPECT_EQ(*bench.disk->content("/base/Logfiles/Logbook.txt"),
+    EXPECT_EQ(*bench.disk->content(join_path(join_path("/base", "Logfiles"), "Logbook.txt")),
               "20261121 100000 32 5 0 0 first\n20261121 100000 32 5 0 0 second\n");
     bench.disk->fault = MemoryDisk::Fault{.at = bench.disk->operations + 1};
     const Error fault = error_of([&] { bench.layer->create_logbook_entry()->write(32, "x", 5, 0, 0, ""); });
