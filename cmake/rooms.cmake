@@ -16,6 +16,19 @@ if(KORVANE_SANITIZE)
   target_link_options(korvane_options INTERFACE -fsanitize=${KORVANE_SANITIZE})
 endif()
 
+# Unity builds, which the presets for testing use, put a room's sources together. Private names then meet: these sources,
+# which give one another meaning than a neighbour, stay alone.
+foreach(source globals/mass_calibration spectrum/peak_search instrument/replay/sample_positions
+        instrument/simulator/json_reader instrument/conformance/setpoint_checks instrument/conformance/state_checks
+        instrument/peakfinder/shoulder_search instrument/peakfinder/trait_estimation automation/late_bound_objects
+        automation/records automation/reference automation/value automation/com/system_objects automation/com/vtables
+        automation/com/entry_points)  # of the server; other programs that use the room have none or their own
+  set_source_files_properties(${PROJECT_SOURCE_DIR}/src/${source}.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+endforeach()
+if(CMAKE_UNITY_BUILD)
+  target_compile_options(korvane_options INTERFACE -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+endif()
+
 set(KORVANE_ROOMS "" CACHE INTERNAL "")
 set(KORVANE_LIBRARIES "" CACHE INTERNAL "")
 

@@ -2,10 +2,10 @@
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 
 #include "korvane/error.h"
 #include "platform/clock.h"
+#include "platform/environment.h"
 #include "platform/files.h"
 #include "platform/tracer.h"
 
@@ -75,10 +75,10 @@ class FileTracerFactory final : public TracerFactory {
 public:
     std::unique_ptr<Tracer> create(std::string_view prog_id) override {
         if (prog_id != tracer_prog_id) raise_runtime_fault(cannot_create_object, std::string(prog_id));
-        const char* const name = std::getenv("KORVANE_TRACE");
-        if (name == nullptr || *name == '\0') return std::make_unique<SilentTracer>();
+        const std::string name = environment_text("KORVANE_TRACE");
+        if (name.empty()) return std::make_unique<SilentTracer>();
         try {
-            auto file = std::string_view(name) == "-" ? nullptr : make_system_files()->open_append(name);
+            auto file = name == "-" ? nullptr : make_system_files()->open_append(name);
             return std::make_unique<FileTracer>(make_system_clock(), std::move(file));
         } catch (const FileError& fault) {
             raise_runtime_fault(fault.runtime_error_number(), std::string("KORVANE_TRACE: ") + fault.what());

@@ -1,42 +1,31 @@
 // The built program, as processes.
-#ifndef _WIN32
-
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <thread>
 
 #include "program_run.h"
-
-extern char** environ;
+#include "support/child_process.h"
 
 namespace korvane::program {
 namespace {
 
-pid_t start(std::vector<std::string> words, const std::string& output) {
+std::vector<std::string> with_program(std::vector<std::string> words) {
     words.insert(words.begin(), KORVANE_PROGRAM);
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    for (const int stream : {1, 2})
-        posix_spawn_file_actions_addopen(&actions, stream, (output + (stream == 1 ? ".out" : ".err")).c_str(),
-                                         O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    pid_t process = -1;
-    EXPECT_EQ(posix_spawn(&process, KORVANE_PROGRAM, &actions, nullptr, arguments.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    return process;
+    return words;
 }
 
-int exit_code(pid_t process) {
-    int status = 0;
-    EXPECT_EQ(waitpid(process, &status, 0), process);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+class Running : public ChildProcess {
+public:
+    Running(const std::vector<std::string>& words, const std::string& output)
+        : ChildProcess(with_program(words), output) {}
+};
+
+/// What a process printed, with line ends as in memory.
+std::string printed(const std::string& file) {
+    std::string text;
+    for (const std::string& line : read_lines(file)) text += line + "\n";
+    return text;
 }
 
 TEST(Processes, AnAbortFromElsewhereEndsARunningMeasurement) {
@@ -44,26 +33,35 @@ TEST(Processes, AnAbortFromElsewhereEndsARunningMeasurement) {
     // Nothing but spectra of the wrong polarity: without an abort the measurement would wait for 45 s.
     program.scene(R"({"instrument": {"spectrum_period_ms": 50},
                       "faults": {"wrong_polarity": {"first": 0, "count": 1000000}}})");
-    const pid_t measuring = start({"measure", "--base", program.base.string()}, program.file("measuring"));
+    Running measuring({"measure", "--base", program.base.string()}, program.file("measuring"));
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    int status = 0;
-    ASSERT_EQ(waitpid(measuring, &status, WNOHANG), 0)
-        << "it ended before the abort: " << read_text(program.file("measuring.err"));
-    EXPECT_EQ(exit_code(start({"abort", "request", "--base", program.base.string()}, program.file("abort"))), 0);
-    EXPECT_EQ(exit_code(measuring), 6);
-    const std::string err = read_text(program.file("measuring.err"));
+    ASSERT_TRUE(measuring.is_running()) << "it ended before the abort: " << printed(program.file("measuring.err"));
+    EXPECT_EQ(Running({"abort", "request", "--base", program.base.string()}, program.file("abort")).exit_code(), 0);
+    EXPECT_EQ(measuring.exit_code(), 6);
+    const std::string err = printed(program.file("measuring.err"));
     EXPECT_NE(err.find("error 1: User aborted"), std::string::npos) << err;
-    EXPECT_TRUE(read_text(program.file("measuring.out")).empty());
+    EXPECT_TRUE(printed(program.file("measuring.out")).empty());
 }
 
 TEST(Processes, TheProgramPrintsWhatTheCommandDoes) {
     const ProgramTest program;
     const std::vector<std::string> words{"measure", "--base", program.base.string(), "--seed", "5"};
-    EXPECT_EQ(exit_code(start(words, program.file("run"))), 0) << read_text(program.file("run.err"));
-    EXPECT_EQ(read_text(program.file("run.out")), run_program(words).out);
+    EXPECT_EQ(Running(words, program.file("run")).exit_code(), 0) << printed(program.file("run.err"));
+    EXPECT_EQ(printed(program.file("run.out")), run_program(words).out);
+}
+
+TEST(Processes, ArgumentsAndOutputAreUtf8OnEverySystem) {
+    const ProgramTest program;
+    const std::string name =
+        "Stra\xC3\x9F"
+        "e \xCE\xB2 \xE6\xB8\xAC";
+    const std::string folder = utf8_from_path(program.folder.path() / path_from_utf8(name));
+    EXPECT_EQ(Running({"init", folder}, program.file("init")).exit_code(), 0) << printed(program.file("init.err"));
+    EXPECT_TRUE(std::filesystem::exists(path_from_utf8(folder) / "TuneParams.xml"));
+    EXPECT_EQ(Running({"params", "list", "--base", folder + name}, program.file("list")).exit_code(), 3);
+    EXPECT_NE(printed(program.file("list.err")).find(name + name), std::string::npos)
+        << printed(program.file("list.err"));
 }
 
 }  // namespace
 }  // namespace korvane::program
-
-#endif

@@ -1,12 +1,12 @@
 // Making, finding and refusing base folders.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <set>
 
 #include "korvane/korvane.h"
 #include "korvane/listing.h"
+#include "support/environment.h"
 #include "support/test_platform.h"
 
 namespace korvane {
@@ -33,28 +33,6 @@ Error error_of(Act act) {
     ADD_FAILURE() << "no error";
     return Error(0, "", "");
 }
-
-class ScopedVariable {
-public:
-    ScopedVariable(const char* name, const std::string& value) : name_(name) {
-        if (const char* old = std::getenv(name)) old_ = old;
-        set(value);
-    }
-    ~ScopedVariable() { set(old_); }
-    ScopedVariable(const ScopedVariable&) = delete;
-    ScopedVariable& operator=(const ScopedVariable&) = delete;
-
-private:
-    void set(const std::string& value) {
-#ifdef _WIN32
-        _putenv_s(name_, value.c_str());
-#else
-        value.empty() ? unsetenv(name_) : setenv(name_, value.c_str(), 1);
-#endif
-    }
-    const char* name_;
-    std::string old_;
-};
 
 TEST(BaseFolder, IsCompleteAndLeavesNothingBeside) {
     const TemporaryFolder temporary;
@@ -120,15 +98,22 @@ TEST(BaseFolder, WhatIsMissingIsNamedBeforeAnythingElseHappens) {
 
 TEST(BaseFolder, TheUsersOwnIsMadeOnFirstUseAndANamedOneIsNot) {
     const TemporaryFolder temporary;
-    const ScopedVariable data("XDG_DATA_HOME", temporary.path().string());
+#ifdef _WIN32
+    const char* const place = "LOCALAPPDATA";
+    const char* const own_folder = "Korvane";
+#else
+    const char* const place = "XDG_DATA_HOME";
+    const char* const own_folder = "korvane";
+#endif
+    const EnvironmentVariable data(place, temporary.path().string());
     {
-        const ScopedVariable named("KORVANE_BASE", temporary.file("named"));
+        const EnvironmentVariable named("KORVANE_BASE", temporary.file("named"));
         EXPECT_EQ(default_base_folder(), temporary.path() / "named");
         EXPECT_EQ(error_of([] { make_embedded_platform({}); }).number(), -904);
         EXPECT_TRUE(names_in(temporary.path()).empty());
     }
-    const ScopedVariable unnamed("KORVANE_BASE", "");
-    EXPECT_EQ(default_base_folder(), temporary.path() / "korvane");
+    const EnvironmentVariable unnamed("KORVANE_BASE", "");
+    EXPECT_EQ(default_base_folder(), temporary.path() / own_folder);
     clsTunePrefsXML(make_embedded_platform({})).WriteTunePreference("LogSetpointTraffic", "Yes");
     EXPECT_EQ(clsTunePrefsXML(make_embedded_platform({})).GetTunePreference("LogSetpointTraffic"), "Yes")
         << "the second use made the folder anew";

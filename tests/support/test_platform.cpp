@@ -43,6 +43,11 @@ TemporaryFolder::~TemporaryFolder() {
     std::filesystem::remove_all(path_, ignored);
 }
 
+std::string TemporaryFolder::file(const std::string& name) const {
+    const std::u8string path = (path_ / std::u8string(name.begin(), name.end())).u8string();
+    return {path.begin(), path.end()};
+}
+
 std::string read_text(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};

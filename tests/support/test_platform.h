@@ -22,7 +22,8 @@ public:
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     const std::filesystem::path& path() const { return path_; }
-    std::string file(const std::string& name) const { return (path_ / name).string(); }
+    /// Both UTF-8.
+    std::string file(const std::string& name) const;
 
 private:
     std::filesystem::path path_;

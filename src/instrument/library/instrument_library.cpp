@@ -1,5 +1,7 @@
 #include "instrument/library/instrument_library.h"
 
+#include <algorithm>
+
 #include "korvane/instrument_library.h"
 #include "platform/windows_text.h"
 
@@ -21,7 +23,11 @@ using EntryPoint = const InstrumentLibrary* (*)();
 #ifdef _WIN32
 
 EntryPoint entry_point(const std::string& path) {
-    const HMODULE library = LoadLibraryW(utf16_from_utf8(path).c_str());
+    std::wstring located = utf16_from_utf8(path);
+    std::replace(located.begin(), located.end(), L'/', L'\\');
+    // A name without a folder would be looked for beside the program and in the system's folders.
+    if (located.find_first_of(L"\\:") == std::wstring::npos) located.insert(0, L".\\");
+    const HMODULE library = LoadLibraryW(located.c_str());
     if (!library) refuse(path, "cannot be loaded: system error " + std::to_string(GetLastError()));
     return reinterpret_cast<EntryPoint>(reinterpret_cast<void*>(GetProcAddress(library, instrument_library_entry)));
 }

@@ -1,14 +1,13 @@
 // Instrument layers out of shared libraries.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "instrument/library/instrument_library.h"
 #include "korvane/conformance.h"
 #include "korvane/instrument_library.h"
 #include "korvane/platform.h"
 #include "korvane/tune_globals.h"
 #include "layer/test_layer.h"
+#include "support/environment.h"
 #include "support/raised.h"
 #include "support/test_platform.h"
 
@@ -21,13 +20,10 @@ std::string library(const std::string& name) {
 
 class InstrumentLibraryTest : public testing::Test {
 protected:
-    InstrumentLibraryTest() {
-        create_base_folder(folder.path() / "base");
-        setenv("KORVANE_TEST_LAYER_BASE", folder.file("base").c_str(), 1);
-    }
-    ~InstrumentLibraryTest() override { unsetenv("KORVANE_TEST_LAYER_BASE"); }
+    InstrumentLibraryTest() { create_base_folder(folder.path() / "base"); }
 
     TemporaryFolder folder;
+    EnvironmentVariable base{"KORVANE_TEST_LAYER_BASE", folder.file("base")};
 };
 
 TEST_F(InstrumentLibraryTest, ALayerFromOutsideConforms) {
@@ -73,7 +69,7 @@ TEST_F(InstrumentLibraryTest, WhatIsNoLayerIsRefusedNamingTheFile) {
 
 // What the layer's own code raises reaches the host as it is, across the border of the library.
 TEST_F(InstrumentLibraryTest, ErrorsOfTheLayerPassUnchanged) {
-    unsetenv("KORVANE_TEST_LAYER_BASE");
+    EnvironmentVariable::set("KORVANE_TEST_LAYER_BASE", "");
     EXPECT_EQ(raised([] { load_instrument_library(library("test_layer")); }),
               "-904|TestLayer|KORVANE_TEST_LAYER_BASE is not set");
 }
