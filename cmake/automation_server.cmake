@@ -36,4 +36,8 @@ set_target_properties(korvane_server PROPERTIES OUTPUT_NAME Korvane PREFIX "" LI
 target_link_libraries(korvane_server PRIVATE korvane)
 # The definition file has the undecorated names, which 32-bit entry points do not have by themselves.
 target_link_options(korvane_server PRIVATE -Wl,--enable-stdcall-fixup $<$<CONFIG:Release>:-s>)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # Nor do they then bring their object out of the archive.
+  target_link_options(korvane_server PRIVATE -Wl,-u,_DllGetClassObject@12)
+endif()
 install(TARGETS korvane_server LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})

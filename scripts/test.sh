@@ -1,12 +1,42 @@
 #!/usr/bin/env bash
-# Builds and runs the tests, in release and under the sanitizers. Installs what is missing.
+# Builds and runs the tests; installs what is missing. Arguments: native (in release and under the sanitizers), windows
+# (cross-built, under Wine); both when there are none.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/bootstrap.sh native
-for preset in release asan; do
-    echo "== $preset"
-    cmake --preset "$preset" -DKORVANE_TESTS=ON >/dev/null
-    cmake --build --preset "$preset"
-    ctest --preset "$preset" --no-tests=error -j2
+native() {
+    scripts/bootstrap.sh native
+    local preset
+    for preset in release asan; do
+        echo "== $preset"
+        cmake --preset "$preset" -DKORVANE_TESTS=ON >/dev/null
+        cmake --build --preset "$preset"
+        ctest --preset "$preset" --no-tests=error -j2
+    done
+}
+
+windows() {
+    scripts/bootstrap.sh native windows
+    . scripts/wine.sh
+    echo "== windows64"
+    # What the programs for Windows do is compared with what the native one does.
+    cmake --preset release >/dev/null
+    cmake --build --preset release --target korvane_program
+    cmake --preset windows64 -DKORVANE_TESTS=ON >/dev/null
+    cmake --build --preset windows64
+    ctest --preset windows64 --no-tests=error -j2
+    echo "== windows32"
+    # There is no 32-bit Wine to run it on: it is built, and its imports are looked at.
+    cmake --preset windows32 >/dev/null
+    cmake --build --preset windows32 --target korvane_server korvane_program
+    cmake "-DFILES=build/windows32/bin/Korvane.dll;build/windows32/bin/korvane.exe" \
+          -DOBJDUMP=i686-w64-mingw32-objdump -P tests/windows/imports.cmake
+}
+
+[ $# -gt 0 ] || set -- native windows
+for half in "$@"; do
+    case $half in
+        native | windows) "$half" ;;
+        *) echo "usage: $0 [native] [windows]" >&2; exit 2 ;;
+    esac
 done

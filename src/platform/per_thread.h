@@ -16,10 +16,11 @@ namespace korvane {
 template <class T>
 T& of_this_thread() {
     struct Slot {
-        Slot() : index(FlsAlloc([](void* value) { delete static_cast<T*>(value); })) {
+        Slot() : index(FlsAlloc(remove)) {
             if (index == FLS_OUT_OF_INDEXES) throw std::bad_alloc();
         }
         ~Slot() { FlsFree(index); }
+        static void WINAPI remove(void* value) { delete static_cast<T*>(value); }
         const DWORD index;
     };
     static const Slot slot;

@@ -1,11 +1,10 @@
 # Runs the same commands with the same seed by the program of the building system (NATIVE) and by the one for Windows
 # (PROGRAM, under EMULATOR), each in its folder below WORK, and compares everything printed and every file written, byte
 # for byte. Taken out before: carriage returns, because lines end as is usual on each system; times; the folder's name.
+cmake_minimum_required(VERSION 3.25)
 if(NOT EXISTS ${NATIVE})
   message(FATAL_ERROR "${NATIVE} is not there: build it first (cmake --build --preset release --target korvane_program)")
 endif()
-cmake_minimum_required(VERSION 3.25)
-
 set(base "--base base --seed 11")
 set(runs
   "init base"
