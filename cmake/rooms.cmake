@@ -3,7 +3,11 @@
 
 add_library(korvane_options INTERFACE)
 target_include_directories(korvane_options INTERFACE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
-target_compile_options(korvane_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow)
+target_compile_options(korvane_options INTERFACE -Wall -Wextra -Wpedantic)
+# Sources that a unity build puts together see one another's private names.
+set(unity $<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>)
+target_compile_options(korvane_options INTERFACE
+  $<$<NOT:${unity}>:-Wshadow> $<$<AND:${unity},$<CXX_COMPILER_ID:GNU>>:-Wno-subobject-linkage>)
 # GCC 12 sees overlapping copies in std::string's own code.
 if(WIN32 AND CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   target_compile_options(korvane_options INTERFACE -Wno-restrict)
@@ -25,9 +29,6 @@ foreach(source globals/mass_calibration spectrum/peak_search instrument/replay/s
         automation/com/entry_points)  # of the server; other programs that use the room have none or their own
   set_source_files_properties(${PROJECT_SOURCE_DIR}/src/${source}.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 endforeach()
-if(CMAKE_UNITY_BUILD)
-  target_compile_options(korvane_options INTERFACE -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
-endif()
 
 set(KORVANE_ROOMS "" CACHE INTERNAL "")
 set(KORVANE_LIBRARIES "" CACHE INTERNAL "")
