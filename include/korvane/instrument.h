@@ -41,7 +41,7 @@ public:
 /// One acquired spectrum. An array that the instrument did not fill stays empty.
 struct AcquiredSpectrum {
     double first_unused = 0;
-    double retention_time = 0;
+    double retention_time = 0;  ///< minutes, as recordings have it; only logged
     std::int32_t experiment = 0;
     VariantArray<double> mass_data;           ///< amu of every sample
     VariantArray<double> y_data;              ///< abundance of every sample, counts

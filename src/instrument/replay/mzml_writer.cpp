@@ -18,7 +18,7 @@ namespace korvane::replay {
 
 namespace {
 
-constexpr const char* software_version = "0.1.0";
+constexpr const char* software_version = KORVANE_VERSION;
 constexpr const char* software_id = "korvane";
 constexpr const char* configuration_id = "instrument";
 constexpr const char* processing_id = "recording";
