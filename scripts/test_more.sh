@@ -8,7 +8,7 @@ work=$PWD/build/more
 mkdir -p "$work"
 
 build() {
-    cmake -S . -B "$work/$1" -G Ninja "${@:2}" >/dev/null
+    cmake -S . -B "$work/$1" -G Ninja -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=0 "${@:2}" >/dev/null
     cmake --build "$work/$1"
 }
 
