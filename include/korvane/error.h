@@ -1,4 +1,4 @@
-// The one exception type of the library: an automation error with number, source and description.
+// The one exception type of the library: an automation error with number, source, description and a kind.
 #pragma once
 
 #include <cstdint>
@@ -10,21 +10,49 @@
 
 namespace korvane {
 
-/// Raised by every public member that fails. Callers match on `number` and `source`.
+/// What went wrong, for callers that decide by it: the call itself, a file or its content, the instrument, a wait that
+/// ended without its condition, the user's request to stop, or a fault of the process (memory, a bug).
+enum class ErrorKind { usage, configuration, instrument, time_out, aborted, internal };
+
+/// The kind that errors of this number have unless they say otherwise; `instrument` for numbers nobody here knows,
+/// which are the instrument layer's own.
+KORVANE_API ErrorKind usual_error_kind(std::int32_t number) noexcept;
+
+/// Where the automation host finds help; travels with the error unchanged.
+struct ErrorHelp {
+    std::string file;
+    std::int32_t context = 0;
+    friend bool operator==(const ErrorHelp&, const ErrorHelp&) = default;
+};
+
+/// Raised by every public member that fails. Callers match on `number` and `source`, or ask for the kind.
 class KORVANE_API Error : public std::exception {
 public:
     Error(std::int32_t number, std::string source, std::string description)
-        : number_(number), source_(std::move(source)), description_(std::move(description)) {}
+        : Error(number, std::move(source), std::move(description), usual_error_kind(number)) {}
+    Error(std::int32_t number, std::string source, std::string description, ErrorKind kind, ErrorHelp help = {})
+        : number_(number),
+          kind_(kind),
+          source_(std::move(source)),
+          description_(std::move(description)),
+          help_(std::move(help)) {}
 
     std::int32_t number() const noexcept { return number_; }
+    ErrorKind kind() const noexcept { return kind_; }
     const std::string& source() const noexcept { return source_; }
     const std::string& description() const noexcept { return description_; }
+    const ErrorHelp& help() const noexcept { return help_; }
     const char* what() const noexcept override { return description_.c_str(); }
+
+    /// The same error with another description.
+    Error described(std::string description) const { return {number_, source_, std::move(description), kind_, help_}; }
 
 private:
     std::int32_t number_;
+    ErrorKind kind_;
     std::string source_;
     std::string description_;
+    ErrorHelp help_;
 };
 
 /// Numbers that the library raises. Small negative numbers are its own, positive ones are the automation runtime's.

@@ -1,6 +1,6 @@
 #include "abundance/readiness.h"
 
-#include "platform/clock.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

@@ -6,10 +6,8 @@
 #include "instrument/replay/replay_layer.h"
 #include "instrument/simulator/simulator.h"
 #include "korvane/platform.h"
-#include "platform/clock.h"
+#include "korvane/system.h"
 #include "platform/files.h"
-#include "platform/message_box.h"
-#include "platform/tracer.h"
 
 namespace korvane {
 

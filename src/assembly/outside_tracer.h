@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/tracer.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "frame/located_number.h"
-#include "platform/clock.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

@@ -15,8 +15,7 @@ double located_number(std::string_view text, Where&& where) {
     try {
         return parse_double(text);
     } catch (const Error& error) {
-        throw Error(error.number(), error.source(),
-                    text_of(error.description(), " (", std::forward<Where>(where)(), ")"));
+        throw error.described(text_of(error.description(), " (", std::forward<Where>(where)(), ")"));
     }
 }
 

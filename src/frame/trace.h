@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "frame/text.h"
-#include "platform/tracer.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

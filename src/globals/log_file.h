@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "korvane/platform.h"
-#include "platform/clock.h"
+#include "korvane/system.h"
 #include "platform/files.h"
 
 namespace korvane {

@@ -1,7 +1,7 @@
 // Time passed, right across midnight.
 #pragma once
 
-#include "platform/clock.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

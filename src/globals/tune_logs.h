@@ -5,7 +5,7 @@
 
 #include "globals/log_file.h"
 #include "globals/tune_routines.h"
-#include "platform/message_box.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "korvane/records.h"
-#include "platform/clock.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

@@ -1,4 +1,4 @@
-#include "platform/clock.h"
+#include "korvane/system.h"
 
 #include <cerrno>
 #include <ctime>

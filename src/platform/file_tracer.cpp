@@ -4,10 +4,9 @@
 #include <cstdio>
 
 #include "korvane/error.h"
-#include "platform/clock.h"
+#include "korvane/system.h"
 #include "platform/environment.h"
 #include "platform/files.h"
-#include "platform/tracer.h"
 
 namespace korvane {
 

@@ -1,4 +1,4 @@
-#include "platform/message_box.h"
+#include "korvane/system.h"
 
 #include <cstdio>
 

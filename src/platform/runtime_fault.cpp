@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <string>
 #include <string_view>
@@ -10,45 +11,68 @@ namespace {
 
 struct RuntimeFault {
     std::int32_t number;
+    ErrorKind kind;
     std::string_view text;
 };
 
+using enum ErrorKind;
 constexpr std::array runtime_faults{
-    RuntimeFault{5, "Invalid procedure call or argument"},
-    RuntimeFault{6, "Overflow"},
-    RuntimeFault{7, "Out of memory"},
-    RuntimeFault{9, "Subscript out of range"},
-    RuntimeFault{11, "Division by zero"},
-    RuntimeFault{13, "Type mismatch"},
-    RuntimeFault{52, "Bad file name or number"},
-    RuntimeFault{53, "File not found"},
-    RuntimeFault{57, "Device I/O error"},
-    RuntimeFault{58, "File already exists"},
-    RuntimeFault{61, "Disk full"},
-    RuntimeFault{70, "Permission denied"},
-    RuntimeFault{75, "Path/File access error"},
-    RuntimeFault{76, "Path not found"},
-    RuntimeFault{91, "Object variable or With block variable not set"},
-    RuntimeFault{94, "Invalid use of Null"},
-    RuntimeFault{424, "Object required"},
-    RuntimeFault{429, "ActiveX component can't create object"},
-    RuntimeFault{438, "Object doesn't support this property or method"},
-    RuntimeFault{448, "Named argument not found"},
-    RuntimeFault{449, "Argument not optional"},
-    RuntimeFault{450, "Wrong number of arguments or invalid property assignment"},
-    RuntimeFault{457, "This key is already associated with an element of this collection"},
+    RuntimeFault{5, instrument, "Invalid procedure call or argument"},
+    RuntimeFault{6, instrument, "Overflow"},
+    RuntimeFault{7, internal, "Out of memory"},
+    RuntimeFault{9, instrument, "Subscript out of range"},
+    RuntimeFault{11, instrument, "Division by zero"},
+    RuntimeFault{13, configuration, "Type mismatch"},
+    RuntimeFault{51, internal, "Internal error"},
+    RuntimeFault{52, configuration, "Bad file name or number"},
+    RuntimeFault{53, configuration, "File not found"},
+    RuntimeFault{57, configuration, "Device I/O error"},
+    RuntimeFault{58, configuration, "File already exists"},
+    RuntimeFault{61, configuration, "Disk full"},
+    RuntimeFault{70, configuration, "Permission denied"},
+    RuntimeFault{75, configuration, "Path/File access error"},
+    RuntimeFault{76, configuration, "Path not found"},
+    RuntimeFault{91, instrument, "Object variable or With block variable not set"},
+    RuntimeFault{94, usage, "Invalid use of Null"},
+    RuntimeFault{424, usage, "Object required"},
+    RuntimeFault{429, instrument, "ActiveX component can't create object"},
+    RuntimeFault{438, usage, "Object doesn't support this property or method"},
+    RuntimeFault{448, usage, "Named argument not found"},
+    RuntimeFault{449, usage, "Argument not optional"},
+    RuntimeFault{450, usage, "Wrong number of arguments or invalid property assignment"},
+    RuntimeFault{457, usage, "This key is already associated with an element of this collection"},
 };
 
-std::string_view runtime_fault_text(std::int32_t number) {
-    for (const RuntimeFault& fault : runtime_faults)
-        if (fault.number == number) return fault.text;
-    return "Application-defined or object-defined error";
+const RuntimeFault* find_fault(std::int32_t number) {
+    const auto* const found = std::find_if(runtime_faults.begin(), runtime_faults.end(),
+                                           [&](const RuntimeFault& fault) { return fault.number == number; });
+    return found == runtime_faults.end() ? nullptr : found;
 }
 
 }  // namespace
 
+ErrorKind usual_error_kind(std::int32_t number) noexcept {
+    switch (number) {
+        case error_number::user_aborted:
+            return aborted;
+        case error_number::polarity_timeout:
+        case error_number::setpoint_not_reached:
+            return time_out;
+        case error_number::preferences_unavailable:
+        case error_number::file_or_element:
+        case error_number::group_node:
+        case error_number::group_not_permitted:
+            return configuration;
+        default: {
+            const RuntimeFault* const fault = find_fault(number);
+            return fault ? fault->kind : instrument;
+        }
+    }
+}
+
 void raise_runtime_fault(std::int32_t number, const std::string& detail) {
-    std::string description(runtime_fault_text(number));
+    const RuntimeFault* const fault = find_fault(number);
+    std::string description(fault ? fault->text : "Application-defined or object-defined error");
     if (!detail.empty()) description += ": " + detail;
     throw Error(number, "Korvane", description);
 }

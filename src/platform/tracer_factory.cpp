@@ -1,6 +1,6 @@
 #include <atomic>
 
-#include "platform/tracer.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

@@ -19,7 +19,7 @@ pugi::xml_node node_of(void* handle) {
 [[noreturn]] void fail(const std::string& query, const std::string& reason) {
     constexpr std::size_t shown = 200;
     const std::string name = query.size() <= shown ? query : query.substr(0, shown) + "...";
-    throw Error(query_failed, "XPath", "Query[" + name + "]: " + reason);
+    throw Error(query_failed, "XPath", "Query[" + name + "]: " + reason, ErrorKind::configuration);
 }
 
 /// The parser goes several levels down the stack for every bracket. Its own limit, which also bounds signs and steps,

@@ -3,8 +3,7 @@
 #include <cfloat>
 #include <cmath>
 
-#include "platform/clock.h"
-#include "platform/tracer.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

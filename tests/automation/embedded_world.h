@@ -4,8 +4,8 @@
 #include "instrument/simulator/simulator.h"
 #include "korvane/automation.h"
 #include "korvane/platform.h"
+#include "korvane/system.h"
 #include "platform/files.h"
-#include "platform/tracer.h"
 #include "support/test_platform.h"
 
 namespace korvane {

@@ -6,8 +6,7 @@
 #include <vector>
 
 #include "korvane/error.h"
-#include "platform/message_box.h"
-#include "platform/tracer.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

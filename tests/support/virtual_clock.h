@@ -4,7 +4,7 @@
 #include <cmath>
 #include <functional>
 
-#include "platform/clock.h"
+#include "korvane/system.h"
 
 namespace korvane {
 

@@ -11,7 +11,7 @@
 #include "instrument/replay/playback.h"
 #include "instrument/replay/replay_setpoints.h"
 #include "korvane/instrument.h"
-#include "platform/clock.h"
+#include "korvane/system.h"
 #include "platform/files.h"
 
 namespace korvane::replay {

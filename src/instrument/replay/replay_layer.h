@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "korvane/instrument.h"
-#include "platform/clock.h"
+#include "korvane/system.h"
 #include "platform/files.h"
 
 namespace korvane {

@@ -14,7 +14,7 @@
 #include "instrument/simulator/spectrum_generator.h"
 #include "instrument/simulator/state_file.h"
 #include "korvane/instrument.h"
-#include "platform/clock.h"
+#include "korvane/system.h"
 
 namespace korvane::simulation {
 

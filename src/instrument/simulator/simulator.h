@@ -7,7 +7,7 @@
 #include <string>
 
 #include "korvane/instrument.h"
-#include "platform/clock.h"
+#include "korvane/system.h"
 #include "platform/files.h"
 
 namespace korvane {
