@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "commands.h"
+#include "korvane/automation.h"
 
 namespace korvane::program {
 
@@ -38,7 +39,7 @@ void add_conform(CLI::App& program, Session& session) {
     command->add_option("LAYER", *layer,
                         "shared library, or on Windows a ProgID; without it the instrument that the program works on");
     on_run(command, session, layer, [](Session& running, const std::string& name) {
-        const Platform platform = name.empty() ? running.platform() : make_outside_platform(name);
+        const Platform platform = name.empty() ? running.platform() : automation::make_outside_platform(name);
         return report(running, check_instrument_layer(*platform.instrument));
     });
 }

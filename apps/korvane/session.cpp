@@ -1,11 +1,14 @@
 #include "session.h"
 
+#include "korvane/automation.h"
+
 namespace korvane::program {
 
 Platform Session::build_platform() const {
-    if (options.instrument) return make_outside_platform(*options.instrument);
+    if (options.instrument) return automation::make_outside_platform(*options.instrument);
     const bool embedded_wanted = options.base || options.scene || options.replay;
-    if (const auto outside = default_instrument(); outside && !embedded_wanted) return make_outside_platform(*outside);
+    if (const auto outside = default_instrument(); outside && !embedded_wanted)
+        return automation::make_outside_platform(*outside);
     EmbeddedOptions embedded;
     if (options.base) embedded.base_folder = path_from_utf8(*options.base);
     if (options.scene) embedded.scene = path_from_utf8(*options.scene);

@@ -54,14 +54,22 @@ public:
     }
 };
 
-/// A new object of a class such as "Korvane.TuneGlobals", on the process's own platform or a given one. Error 429
+/// A new object of a class such as "Korvane.TuneGlobals", on `process_platform` or a given one. Error 429
 /// naming an unknown class; whatever the class raises at its creation.
 KORVANE_API Object create_object(std::string_view prog_id);
 KORVANE_API Object create_object(std::string_view prog_id, const Platform& platform);
 
-/// Lets the process's tracers and instrument layers be automation objects of the system, where it has such objects; does
-/// nothing elsewhere. A program calls it at its start; the Windows server does it by itself.
-KORVANE_API void use_system_objects();
+// Where the system has automation objects (Windows), instrument layers and tracers may be such objects. Elsewhere these
+// three are what `korvane/platform.h` has.
+
+/// The process's own platform, built once: KORVANE_INSTRUMENT may name an automation object by its ProgID, and the tracer
+/// is the one that the system has registered. Objects that are created without a platform stand on it.
+KORVANE_API const Platform& process_platform();
+/// A platform with the layer of a shared library, or of the automation object with this ProgID. Errors as
+/// `korvane::make_outside_platform`; a ProgID that cannot be had is error 429 naming it, at the layer's first use.
+KORVANE_API Platform make_outside_platform(const std::string& instrument);
+/// The platform with the system's registered tracer; its own where none is registered.
+KORVANE_API Platform with_system_tracer(Platform platform);
 
 /// A member as the automation interface shows it.
 struct MemberSummary {

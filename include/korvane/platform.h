@@ -45,9 +45,12 @@ struct EmbeddedOptions {
 /// Errors: -904 naming a file or folder that cannot be read or is not what it should be.
 KORVANE_API Platform make_embedded_platform(const EmbeddedOptions& options);
 
-/// A platform with an instrument layer from outside: a shared library's (a name with a path, or a library's ending), or
-/// on Windows that of the automation object with this ProgID. The base folder is the one that the layer names. Errors:
-/// -904 naming a library that cannot be loaded or was built for another interface version; 429 naming the ProgID.
+/// A platform with a given instrument layer and the process's own files, clock, message box and file tracer.
+KORVANE_API Platform make_platform(std::shared_ptr<InstrumentLayer> instrument);
+
+/// A platform with the instrument layer of a shared library (a name with a path, or a library's ending). The base folder
+/// is the one that the layer names. Errors: -904 naming a library that cannot be loaded or was built for another
+/// interface version; 429 naming what is no library.
 KORVANE_API Platform make_outside_platform(const std::string& instrument);
 
 /// What the environment variable KORVANE_INSTRUMENT names, where it is set and not empty.

@@ -2,7 +2,6 @@
 
 #include "assembly/base_folder.h"
 #include "assembly/outside_instrument.h"
-#include "assembly/outside_tracer.h"
 #include "instrument/replay/replay_layer.h"
 #include "instrument/simulator/simulator.h"
 #include "korvane/platform.h"
@@ -26,16 +25,6 @@ std::optional<std::string> scene_file(const EmbeddedOptions& options, const fs::
     return std::nullopt;
 }
 
-/// Everything but the instrument.
-Platform system_platform() {
-    Platform platform;
-    platform.files = make_system_files();
-    platform.clock = make_system_clock();
-    platform.message_box = make_system_message_box();
-    platform.tracers = make_system_tracer_factory();
-    return platform;
-}
-
 Platform make_default_platform() {
     const auto instrument = default_instrument();
     return instrument ? make_outside_platform(*instrument) : make_embedded_platform({});
@@ -43,15 +32,21 @@ Platform make_default_platform() {
 
 }  // namespace
 
+Platform make_platform(std::shared_ptr<InstrumentLayer> instrument) {
+    return {.instrument = std::move(instrument),
+            .files = make_system_files(),
+            .clock = make_system_clock(),
+            .message_box = make_system_message_box(),
+            .tracers = make_file_tracer_factory()};
+}
+
 Platform make_outside_platform(const std::string& instrument) {
-    Platform platform = system_platform();
-    platform.instrument = make_outside_instrument(instrument);
-    return platform;
+    return make_platform(make_outside_instrument(instrument));
 }
 
 Platform make_embedded_platform(const EmbeddedOptions& options) {
     const fs::path folder = usable_base_folder(options.base_folder);
-    Platform platform = system_platform();
+    Platform platform = make_platform(nullptr);
     if (options.replay)
         platform.instrument =
             make_replay({.recording = *options.replay, .base_folder = folder}, platform.files, platform.clock);

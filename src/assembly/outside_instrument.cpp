@@ -8,19 +8,11 @@ namespace korvane {
 
 namespace {
 constexpr std::int32_t cannot_create = 429;
-AutomationLayerMaker automation_layer_maker = nullptr;
 }  // namespace
-
-void set_automation_layer_maker(AutomationLayerMaker maker) {
-    automation_layer_maker = maker;
-}
 
 std::shared_ptr<InstrumentLayer> make_outside_instrument(const std::string& name) {
     if (names_library(name)) return load_instrument_library(name);
-    if (!automation_layer_maker)
-        raise_runtime_fault(cannot_create,
-                            name + " (neither a library file nor, on this system, an automation object)");
-    return automation_layer_maker(name);
+    raise_runtime_fault(cannot_create, name + " (neither a library file nor, on this system, an automation object)");
 }
 
 std::optional<std::string> default_instrument() {

@@ -112,7 +112,7 @@ Object create_object(std::string_view prog_id, const Platform& platform) {
 }
 
 Object create_object(std::string_view prog_id) {
-    return create_object(prog_id, Platform::process_default());
+    return create_object(prog_id, process_platform());
 }
 
 }  // namespace korvane::automation

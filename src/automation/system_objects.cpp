@@ -5,7 +5,17 @@
 
 namespace korvane::automation {
 
-void use_system_objects() {}
+const Platform& process_platform() {
+    return Platform::process_default();
+}
+
+Platform make_outside_platform(const std::string& instrument) {
+    return korvane::make_outside_platform(instrument);
+}
+
+Platform with_system_tracer(Platform platform) {
+    return platform;
+}
 
 }  // namespace korvane::automation
 

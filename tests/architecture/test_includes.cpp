@@ -34,7 +34,7 @@ const std::map<std::string, Names> allowed_rooms{
     {"instrument/conformance", {"platform"}},
     {"assembly", {"parser", "globals", "platform", "instrument/simulator", "instrument/replay", "instrument/library"}},
     {"automation", {"frame", "platform"}},
-    {"automation/com", {"automation", "assembly", "frame", "platform"}},
+    {"automation/com", {"automation", "instrument/library", "frame", "platform"}},
 };
 
 // The top floor: knows the classes, and no room below knows it.

@@ -60,7 +60,6 @@ HRESULT make_class_factory(REFCLSID class_id, REFIID wanted, void** result) noex
     if (!result) return E_POINTER;
     *result = nullptr;
     try {
-        use_system_objects();
         for (const ClassDescription& description : class_descriptions()) {
             if (!description.create || !IsEqualGUID(class_id, guid_of(description.class_id))) continue;
             const auto factory = ComPointer<ClassFactory>::shared(new ClassFactory(description));

@@ -1,11 +1,11 @@
 // Objects of the acquisition software that the library finds by ProgID: the tracer, and an instrument layer.
 #ifdef _WIN32
 
-#include "assembly/outside_instrument.h"
-#include "assembly/outside_tracer.h"
 #include "automation/com/dispatch_object.h"
 #include "automation/late_bound_instrument.h"
+#include "instrument/library/instrument_library.h"
 #include "korvane/automation.h"
+#include "korvane/system.h"
 
 namespace korvane::automation {
 
@@ -17,12 +17,6 @@ Object layer_object(const std::string& prog_id) {
     Object object = create_registered_object(prog_id);
     if (!object) raise_runtime_fault(cannot_create, prog_id);
     return object;
-}
-
-std::shared_ptr<InstrumentLayer> make_layer(const std::string& prog_id) {
-    layer_object(prog_id);  // a ProgID that cannot be had is refused here, not at the first measurement
-    // An automation object belongs to the thread that made it, a platform to all of them.
-    return make_late_bound_layer([prog_id] { return layer_object(prog_id); });
 }
 
 class AutomationTracer final : public Tracer {
@@ -42,16 +36,40 @@ private:
     Object& object_;
 };
 
-std::unique_ptr<Tracer> make_tracer(const std::string& prog_id) {
-    Object object = create_registered_object(prog_id);
-    return object ? std::make_unique<AutomationTracer>(std::move(object)) : nullptr;
-}
+/// Tracers of the class that the routines ask for where it is registered, else those of another factory.
+class SystemTracers final : public TracerFactory {
+public:
+    explicit SystemTracers(std::shared_ptr<TracerFactory> others) : others_(std::move(others)) {}
+
+    std::unique_ptr<Tracer> create(std::string_view prog_id) override {
+        if (Object object = create_registered_object(std::string(prog_id)))
+            return std::make_unique<AutomationTracer>(std::move(object));
+        return others_->create(prog_id);
+    }
+
+private:
+    std::shared_ptr<TracerFactory> others_;
+};
 
 }  // namespace
 
-void use_system_objects() {
-    set_automation_layer_maker(&make_layer);
-    set_automation_tracer_maker(&make_tracer);
+const Platform& process_platform() {
+    static const Platform platform = [] {
+        const auto instrument = default_instrument();
+        return instrument ? make_outside_platform(*instrument) : with_system_tracer(make_embedded_platform({}));
+    }();
+    return platform;
+}
+
+Platform make_outside_platform(const std::string& instrument) {
+    if (names_library(instrument)) return with_system_tracer(korvane::make_outside_platform(instrument));
+    // An automation object belongs to the thread that made it, a platform to all of them.
+    return with_system_tracer(make_platform(make_late_bound_layer([instrument] { return layer_object(instrument); })));
+}
+
+Platform with_system_tracer(Platform platform) {
+    platform.tracers = std::make_shared<SystemTracers>(platform.tracers);
+    return platform;
 }
 
 }  // namespace korvane::automation
