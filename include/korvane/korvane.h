@@ -7,6 +7,7 @@
 #include "korvane/enumerations.h"
 #include "korvane/error.h"
 #include "korvane/spectrum_parser.h"
+#include "korvane/status_id.h"
 #include "korvane/tune_globals.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"

@@ -1,58 +1,54 @@
 #include "automation/enumerations.h"
 
+#include <array>
+#include <utility>
+
+#include "automation/type_names.h"
 #include "korvane/autotune_status.h"
 #include "korvane/enumerations.h"
 #include "korvane/records.h"
+#include "korvane/status_id.h"
 
 namespace korvane::automation {
 
 namespace {
 
-#define KORVANE_ENUMERATOR(name, value) Enumerator{#name, value},
-constexpr Enumerator peak_info_units[]{KORVANE_ENUM_PEAK_INFO_UNITS_MEMBERS(KORVANE_ENUMERATOR)};
-constexpr Enumerator modification_codes[]{KORVANE_SETPOINT_MODIFICATION_RETURN_CODES_MEMBERS(KORVANE_ENUMERATOR)};
-constexpr Enumerator mass_ranges[]{KORVANE_MASS_RANGE_COMBO_BOX_SELECTION_MEMBERS(KORVANE_ENUMERATOR)};
-constexpr Enumerator autotune_status[]{KORVANE_AUTOTUNE_STATUS_MEMBERS(KORVANE_ENUMERATOR)};
-constexpr Enumerator quad_types[]{KORVANE_ENUM_QUAD_TYPE_MEMBERS(KORVANE_ENUMERATOR)};
-constexpr Enumerator status_ids[]{KORVANE_STATUS_ID_MEMBERS(KORVANE_ENUMERATOR)};
-constexpr Enumerator autotune_polarities[]{KORVANE_AUTOTUNE_POLARITY_MEMBERS(KORVANE_ENUMERATOR)};
-constexpr Enumerator autoaborts[]{KORVANE_AUTOABORT_MEMBERS(KORVANE_ENUMERATOR)};
-constexpr Enumerator sampling_rates[]{KORVANE_SAMPLING_RATE_ID_MEMBERS(KORVANE_ENUMERATOR)};
-#undef KORVANE_ENUMERATOR
-
-// These two have short native names; in a type library enumerators share one scope with everything else.
-#define KORVANE_ENUMERATOR(name)                                             \
-    Enumerator {                                                             \
-        "PeakCalcType_" #name, static_cast<std::int32_t>(PeakCalcType::name) \
+/// The enumerators with values from `least` to `least` + `count` - 1. The compiler writes a value that has none as
+/// "(korvane::statusID)70".
+template <class E, std::int32_t least = 0, std::int32_t count = 100>
+EnumerationDescription describe(const std::string& prefix = {}) {
+    std::string_view text = []<std::int32_t... step>(std::integer_sequence<std::int32_t, step...>) {
+        return detail::text_of_values<static_cast<E>(least + step)...>();
     }
-constexpr Enumerator peak_calc_types[]{KORVANE_ENUMERATOR(TimeCentroid), KORVANE_ENUMERATOR(MassCentroid),
-                                       KORVANE_ENUMERATOR(Resolution),   KORVANE_ENUMERATOR(Width),
-                                       KORVANE_ENUMERATOR(Height),       KORVANE_ENUMERATOR(Area)};
-#undef KORVANE_ENUMERATOR
-#define KORVANE_ENUMERATOR(name)                                                     \
-    Enumerator {                                                                     \
-        "PolaritySetpoint_" #name, static_cast<std::int32_t>(PolaritySetpoint::name) \
+    (std::make_integer_sequence<std::int32_t, count>());
+    text.remove_prefix(text.find_first_of("{<", text.find('=')) + 1);
+    EnumerationDescription description{type_name<E>, {}};
+    for (std::int32_t value = least; value < least + count; ++value) {
+        const std::string_view known = text.substr(0, text.find_first_of(",}>"));
+        if (!known.starts_with('('))
+            description.members.push_back({prefix + std::string(known.substr(known.rfind("::") + 2)), value});
+        text.remove_prefix(known.size() + 2);
     }
-constexpr Enumerator polarity_setpoints[]{KORVANE_ENUMERATOR(Positive), KORVANE_ENUMERATOR(Negative)};
-#undef KORVANE_ENUMERATOR
-
-constexpr EnumerationDescription descriptions[]{
-    {"enumPeakInfoUnits", peak_info_units},
-    {"SetpointModificationReturnCodes", modification_codes},
-    {"MassRangeComboBoxSelection", mass_ranges},
-    {"AUTOTUNE_STATUS", autotune_status},
-    {"enumQuadType", quad_types},
-    {"statusID", status_ids},
-    {"AutotunePolarity", autotune_polarities},
-    {"AUTOABORT", autoaborts},
-    {"SamplingRateId", sampling_rates},
-    {"PeakCalcType", peak_calc_types},
-    {"PolaritySetpoint", polarity_setpoints},
-};
+    return description;
+}
 
 }  // namespace
 
 std::span<const EnumerationDescription> enumeration_descriptions() {
+    // Enumerators share one scope with everything else in a type library: short names get their enumeration's before.
+    static const std::array descriptions{
+        describe<enumPeakInfoUnits>(),
+        describe<SetpointModificationReturnCodes>(),
+        describe<MassRangeComboBoxSelection>(),
+        describe<AUTOTUNE_STATUS, -1000, 1200>(),
+        describe<enumQuadType>(),
+        describe<statusID>(),
+        describe<AutotunePolarity>(),
+        describe<AUTOABORT>(),
+        describe<SamplingRateId>(),
+        describe<PeakCalcType>("PeakCalcType_"),
+        describe<PolaritySetpoint>("PolaritySetpoint_"),
+    };
     return descriptions;
 }
 

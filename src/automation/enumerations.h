@@ -3,18 +3,20 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace korvane::automation {
 
 struct Enumerator {
-    std::string_view name;
+    std::string name;
     std::int32_t value;
 };
 
 struct EnumerationDescription {
     std::string_view name;
-    std::span<const Enumerator> members;
+    std::vector<Enumerator> members;
 };
 
 std::span<const EnumerationDescription> enumeration_descriptions();
