@@ -23,7 +23,7 @@ void BinarySearchLog::open() {
     const LocalTime now = session_.platform.clock->now();
     const Segments segments = session_.current_segments();
     const InstrumentValue gain_channel =
-        session_.instrument->setpoints().value(setpoint_index::preamp_gain_mode, segments.time, segments.scan);
+        session_.instrument->setpoints().value(contract::setpoint.preamp_gain_mode, segments.time, segments.scan);
     file_.open(dated_log_name("BinarySearch", now),
                text_of("===Binary Search ", general_date_text(now), "GainChannel = ", gain_channel));
 }

@@ -5,7 +5,6 @@
 namespace korvane {
 
 namespace {
-constexpr std::int32_t quad_amu_channel = 22;
 constexpr double far_off_the_target = 0.5;
 constexpr int most_repetitions = 4;
 }  // namespace
@@ -15,12 +14,14 @@ void FirmwareProbes::set_transients(std::int32_t setpoint, double transients) {
 }
 
 void FirmwareProbes::log_channel(std::string_view label, const SearchLines& log) {
-    log("Current QuadAMU value in FW ", label, session_.instrument->firmware().read(quad_amu_channel));
+    log("Current QuadAMU value in FW ", label,
+        session_.instrument->firmware().read(contract::firmware_channel.quad_amu));
 }
 
 void FirmwareProbes::apply(std::int32_t, double value, const SearchLines& log) {
     log("Making direct call to FW...");
-    const std::int32_t status = session_.instrument->firmware().write(quad_amu_channel, to_single(value));
+    const std::int32_t status =
+        session_.instrument->firmware().write(contract::firmware_channel.quad_amu, to_single(value));
     log("Direct call returned [", status, "]");
     log_channel("(baseline): ", log);
 }

@@ -3,7 +3,6 @@
 namespace korvane {
 
 namespace {
-constexpr std::int32_t averaging_setpoint = 162;
 constexpr std::int32_t averaged_spectra = 3;
 }  // namespace
 
@@ -26,7 +25,7 @@ void SetpointProbes::measure(const ProbeTarget& target, std::int32_t& MiddleAb, 
     bool averaging = false;
     errors.collect([&] {
         const Segments segments = session_.current_segments();
-        averaging = CurrentSetpoints(*session_.instrument, segments).value(averaging_setpoint) != 0;
+        averaging = CurrentSetpoints(*session_.instrument, segments).value(contract::setpoint.averaging) != 0;
     });
     errors.collect([&] {
         MiddleAb = averaging ? averaged_.GetAveragedPeakAbundance(target.mz, averaged_spectra)

@@ -6,10 +6,6 @@ namespace korvane {
 
 namespace {
 
-constexpr std::int32_t digitiser_option = 4;
-constexpr std::int32_t dual_source_option = 13;
-constexpr std::int32_t dual_sgf_source = 11;
-
 constexpr double full_scale_sample = 255;  // of 8 bits
 constexpr double transients_of_unit_scale = 10000;
 constexpr std::int32_t shortest_spectrum_us = 10;
@@ -23,11 +19,11 @@ bool DetectorDefaults::has_option(std::int32_t code) {
 }
 
 bool DetectorDefaults::has_digitiser() {
-    return has_option(digitiser_option);
+    return has_option(contract::option.digitiser);
 }
 
 bool DetectorDefaults::is_dual_source() {
-    return has_option(dual_source_option);
+    return has_option(contract::option.dual_source);
 }
 
 double DetectorDefaults::preamp_ramp_start(bool low_gain) {
@@ -49,7 +45,7 @@ double DetectorDefaults::preamp_ramp_end(const std::string& key, bool low_gain) 
 double DetectorDefaults::preamp_ramp_step() {
     return routines_.guarded({"GetPreAmpOffsetRampStep"}, [&](TraceObj&) {
         if (!has_digitiser()) return gain_parameter("amp_step");
-        const bool low_gain = setpoints_.value(setpoint_index::preamp_gain_mode) == low_gain_mode;
+        const bool low_gain = setpoints_.value(contract::setpoint.preamp_gain_mode) == contract::preamp_gain_mode.low;
         if (low_gain)
             return gain_parameter(has_long_tube() ? "PreAmpOffset_step_LowGain_160cm" : "PreAmpOffset_step_LowGain");
         return gain_parameter(has_long_tube() ? "amp_step_160cm" : "amp_step_4GHz");
@@ -144,7 +140,7 @@ double DetectorDefaults::fragmentor() {
 double DetectorDefaults::drying_gas_temperature() {
     return routines_.guarded({"GetDefaultGasTempValue"}, [&](TraceObj&) {
         if (!is_dual_source()) return initial_value("GasTemp");
-        const bool sgf = setpoints_.code(setpoint_index::source_type) == dual_sgf_source;
+        const bool sgf = setpoints_.code(contract::setpoint.source_type) == contract::source_type.dual_sgf;
         return limit(sgf ? "DualSGF_DefaultDryingGasTemp_4410_DualSGF" : "DualSGF_DefaultDryingGasTemp_4410_DualESI");
     });
 }
@@ -157,13 +153,13 @@ double DetectorDefaults::drying_gas_pressure() {
 
 double DetectorDefaults::sheath_gas_temperature() {
     return routines_.guarded({"GetDefaultSheathGasTempValue"}, [&](TraceObj&) {
-        return sheath_gas("DualSGF_DefaultSheathGasTemp", setpoint_index::sheath_gas_temperature);
+        return sheath_gas("DualSGF_DefaultSheathGasTemp", contract::setpoint.sheath_gas_temperature);
     });
 }
 
 double DetectorDefaults::sheath_gas_pressure() {
     return routines_.guarded({"GetDefaultSheathGasPressureValue"}, [&](TraceObj&) {
-        return sheath_gas("DualSGF_DefaultSheathGasPressure", setpoint_index::sheath_gas_pressure);
+        return sheath_gas("DualSGF_DefaultSheathGasPressure", contract::setpoint.sheath_gas_pressure);
     });
 }
 

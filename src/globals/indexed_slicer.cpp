@@ -4,18 +4,13 @@ namespace korvane {
 
 namespace {
 
-const std::string position_setpoint = "SlicerPosition";
 const std::string slicer_group = "IndexedSlicer";
 constexpr std::int32_t no_position = -1;
-
-std::string hours_item(std::int32_t position) {
-    return text_of("SlicerPos[", position, "].Hours");
-}
 
 }  // namespace
 
 std::int32_t IndexedSlicer::current_position() {
-    return to_int32(setpoints_.get(position_setpoint));
+    return to_int32(setpoints_.get(contract::setpoint_name.slicer_position));
 }
 
 std::int32_t IndexedSlicer::configured(const std::string& name) {
@@ -53,7 +48,8 @@ std::int32_t IndexedSlicer::next_clean_position() {
     for (std::int32_t step = 1; step <= count; ++step) {
         const std::int32_t position = (current - 1 + step) % count + 1;
         if ((position >= first_high_resolution) != high_resolution) continue;
-        if (to_double(instrument_.dictionary_item(hours_item(position))) < limit_hours) return position;
+        if (to_double(instrument_.dictionary_item(contract::slicer_hours_item(position))) < limit_hours)
+            return position;
     }
     return no_position;
 }
@@ -61,7 +57,7 @@ std::int32_t IndexedSlicer::next_clean_position() {
 void IndexedSlicer::move_to(std::int32_t position) {
     SetpointChange change;
     change.new_value = position;
-    const double reached = setpoints_.set(position_setpoint, change);
+    const double reached = setpoints_.set(contract::setpoint_name.slicer_position, change);
     if (reached != position)
         throw Error(error_number::routine_detected, "SeekNextAvailableCleanSlicerPosForTune",
                     text_of("slicer position[", position, "] was not taken; position[", reached, "]"));

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "korvane/instrument.h"
+#include "korvane/instrument_contract.h"
 
 namespace korvane {
 
-/// Only the first five characters tell.
 inline bool is_model_4410(HardwareQueries& hardware) {
-    return hardware.model().starts_with("K4410");
+    return hardware.model().starts_with(contract::model_4410);
 }
 
 }  // namespace korvane

@@ -9,8 +9,6 @@ namespace korvane {
 
 namespace {
 
-constexpr std::int32_t positive_calibration = 0;
-constexpr std::int32_t negative_calibration = 1;
 constexpr std::int32_t store_trace_level = 8;
 constexpr std::int32_t term_used = 1;
 constexpr double ns_per_us = 1000;
@@ -75,7 +73,7 @@ void MassCalibration::convert_terms(TraceObj& record, CalibrationCoefficients& c
 }
 
 CalibrationObject MassCalibration::of_current_polarity() {
-    const std::int32_t polarity = setpoints_.is_positive() ? positive_calibration : negative_calibration;
+    const std::int32_t polarity = setpoints_.is_positive() ? contract::polarity.positive : contract::polarity.negative;
     CalibrationObject calibration = instrument_.calibrations().calibration(polarity);
     if (!calibration) raise_runtime_fault(error_number::object_not_set, text_of("calibration of polarity ", polarity));
     return calibration;
@@ -94,7 +92,7 @@ double MassCalibration::default_a_ns() {
         if (use_override_values()) return parameters_.GetManualTuneValue("Calibration", "DefaultCalibACoef_Override");
         if (is_model_4410(instrument_.hardware()))
             return parameters_.GetAutotuneLimitValue("Calibration", "DefaultCalibACoef_4410");
-        return to_double(instrument_.dictionary_item("CoefA"));
+        return to_double(instrument_.dictionary_item(contract::dictionary_item.coefficient_a));
     });
 }
 
@@ -102,7 +100,7 @@ double MassCalibration::default_a_ns() {
 double MassCalibration::default_b_ns() {
     return routines_.guarded({"getDefaultCalibCoefB_nsec"}, [&](TraceObj&) {
         if (use_override_values()) return parameters_.GetManualTuneValue("Calibration", "DefaultCalibBCoef_Override");
-        return to_double(instrument_.dictionary_item("CoefB"));
+        return to_double(instrument_.dictionary_item(contract::dictionary_item.coefficient_b));
     });
 }
 
@@ -119,9 +117,11 @@ CalibrationObject MassCalibration::default_object_ns() {
     return routines_.guarded({"getDefaultMTObj_nsec"}, [&](TraceObj&) {
         CalibrationObject calibration = current();
         CalibrationSettings settings = calibration->settings();
-        settings.CalReserved1 = to_int32(instrument_.dictionary_item("CalReserved1"));
-        settings.CalTraditionalWeighting = to_int32(instrument_.dictionary_item("CalTraditionalWeighting"));
-        settings.CalPolynomialWeighting = to_int32(instrument_.dictionary_item("CalPolynomialWeighting"));
+        settings.CalReserved1 = to_int32(instrument_.dictionary_item(contract::dictionary_item.reserved_1));
+        settings.CalTraditionalWeighting =
+            to_int32(instrument_.dictionary_item(contract::dictionary_item.traditional_weighting));
+        settings.CalPolynomialWeighting =
+            to_int32(instrument_.dictionary_item(contract::dictionary_item.polynomial_weighting));
         calibration->set_settings(settings);
         calibration->set_coefficients(default_coefficients_ns());
         return calibration;
@@ -133,7 +133,8 @@ void MassCalibration::store(const CalibrationObject& calibration) {
         if (!calibration) raise_runtime_fault(error_number::object_not_set, "calibration object");
         const bool positive = setpoints_.is_positive();
         record.TR_PRINT("Saving new coefficients to ", positive ? "positive" : "negative", " mode calibrant");
-        instrument_.calibrations().store(positive ? positive_calibration : negative_calibration, *calibration);
+        instrument_.calibrations().store(positive ? contract::polarity.positive : contract::polarity.negative,
+                                         *calibration);
     });
 }
 

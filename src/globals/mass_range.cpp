@@ -18,7 +18,7 @@ constexpr double highest_mass_long_tube_at_2_ghz = 10000;
 }  // namespace
 
 MassRangeComboBoxSelection MassRange::selection() const {
-    return static_cast<MassRangeComboBoxSelection>(setpoints_.code(setpoint_index::mass_range));
+    return static_cast<MassRangeComboBoxSelection>(setpoints_.code(contract::setpoint.mass_range));
 }
 
 double MassRange::highest_mass() {
@@ -31,18 +31,19 @@ double MassRange::highest_mass() {
             default:
                 break;
         }
-        const bool long_tube_at_2_ghz = instrument_.hardware().has_160cm_flight_tube() &&
-                                        setpoints_.code(setpoint_index::sampling_rate) == sampling_rate_2_ghz;
+        const bool long_tube_at_2_ghz =
+            instrument_.hardware().has_160cm_flight_tube() &&
+            setpoints_.code(contract::setpoint.sampling_rate) == contract::sampling_rate.at_2_ghz;
         return long_tube_at_2_ghz ? highest_mass_long_tube_at_2_ghz : highest_mass_high_range;
     });
 }
 
 bool MassRange::contains(double mass) {
     return routines_.guarded({"IsThisMassInCurrentMassRange"}, [&](TraceObj&) {
-        const double lowest = setpoints_.value(setpoint_index::lowest_mass);
+        const double lowest = setpoints_.value(contract::setpoint.lowest_mass);
         double highest = highest_mass();
         if (selection() == MassRangeComboBoxSelection::MassRangeComboBoxSelection_High)
-            highest = std::min(highest, setpoints_.value(setpoint_index::highest_extended_mass));
+            highest = std::min(highest, setpoints_.value(contract::setpoint.highest_extended_mass));
         return mass >= lowest && mass <= highest;
     });
 }

@@ -9,11 +9,6 @@ namespace {
 constexpr std::int32_t setpoint_trace_level = 4;
 constexpr const char* set_source = "SetMSSetpointValueByIdx()";
 
-// Codes of the setpoint table's variable types.
-constexpr std::int32_t type_double = 4;
-constexpr std::int32_t type_int32 = 3;
-constexpr std::int32_t type_int16 = 6;
-
 struct UnableToSetLine {
     std::int32_t index;
     std::string text(const Error& error) const {
@@ -68,11 +63,11 @@ std::optional<double> SetpointAccess::reachable_target(std::int32_t index, doubl
 
 void SetpointAccess::write_typed(std::int32_t index, double target) {
     switch (setpoints_.table().variable_type(index)) {
-        case type_double:
+        case contract::variable_type.real:
             return setpoints_.write(index, target);
-        case type_int32:
+        case contract::variable_type.int32:
             return setpoints_.write(index, to_int32(target));
-        case type_int16:
+        case contract::variable_type.int16:
             return setpoints_.write(index, to_int16(target));
         default:
             throw Error(error_number::routine_detected, set_source, "invalid setpoint variable type");

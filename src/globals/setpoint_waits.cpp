@@ -14,11 +14,6 @@ using ReturnCode = SetpointModificationReturnCodes;
 
 constexpr int poll_milliseconds = 500;
 constexpr double arrival_limit_seconds = 15;
-constexpr double pre_run_state = 1;
-const std::string run_state_register = "REG[ACTUAL].OBJ[1].NDR[RUNSTATE]";
-
-// A whole name that is also the start of other names.
-constexpr std::string_view whole_name_only = "Lens 2";
 
 char upper(char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
@@ -30,7 +25,7 @@ bool equal_in_upper_case(std::string_view a, std::string_view b) {
 
 bool is_item_sought(std::string_view item, std::string_view sought) {
     if (sought.empty()) return false;
-    const bool whole = equal_in_upper_case(sought, whole_name_only);
+    const bool whole = equal_in_upper_case(sought, contract::metadata_name.lens_2.key);
     return equal_in_upper_case(whole ? item : item.substr(0, sought.size()), sought);
 }
 
@@ -135,8 +130,8 @@ std::optional<double> SetpointAccess::metadata_value(const std::string& external
 
 bool SetpointAccess::wait_for_pre_run(TraceObj& record, InstrumentControl& control, Limit* limit) {
     for (;;) {
-        const double state = control.read_register(run_state_register);
-        if (state == pre_run_state) return true;
+        const double state = control.read_register(contract::instrument_register.run_state);
+        if (state == contract::run_state.pre_run) return true;
         clock_.process_pending_events();
         record.TR_PRINT("Waiting for PreRun state; current state = ", state);
         raise_if_aborted();

@@ -7,22 +7,17 @@ namespace korvane {
 
 namespace {
 
-constexpr std::int32_t corona_positive = 125;
-constexpr std::int32_t corona_negative = 126;
-constexpr std::int32_t vaporizer_apci = 123;
-constexpr std::int32_t vaporizer_multimode = 124;
-
 struct CapillaryVoltage {
     const char* trace;
     std::int32_t index;
 };
-constexpr CapillaryVoltage vcap_esi{"Selecting ESI", 104};
-constexpr CapillaryVoltage vcap_sgf{"Selecting SGF", 165};
-constexpr CapillaryVoltage vcap_nano{"Selecting nanoESI", 106};
-constexpr CapillaryVoltage vcap_tile{"Selecting HPLC-Tile", 116};
-constexpr CapillaryVoltage vcap_multimode{"Selecting MultiMode", 105};
-constexpr CapillaryVoltage vcap_apci{"Selecting APCI", 121};
-constexpr CapillaryVoltage vcap_appi{"Selecting APPI", 107};
+constexpr CapillaryVoltage vcap_esi{"Selecting ESI", contract::setpoint.vcap_esi};
+constexpr CapillaryVoltage vcap_sgf{"Selecting SGF", contract::setpoint.vcap_sgf};
+constexpr CapillaryVoltage vcap_nano{"Selecting nanoESI", contract::setpoint.vcap_nano_esi};
+constexpr CapillaryVoltage vcap_tile{"Selecting HPLC-Tile", contract::setpoint.vcap_hplc_tile};
+constexpr CapillaryVoltage vcap_multimode{"Selecting MultiMode", contract::setpoint.vcap_multimode};
+constexpr CapillaryVoltage vcap_apci{"Selecting APCI", contract::setpoint.vcap_apci};
+constexpr CapillaryVoltage vcap_appi{"Selecting APPI", contract::setpoint.vcap_appi};
 constexpr CapillaryVoltage vcap_unknown{nullptr, vcap_esi.index};
 
 struct Source {
@@ -72,13 +67,14 @@ PolaritySetpoint SourceAndPolarity::polarity_setpoint() {
 }
 
 std::int32_t SourceAndPolarity::corona_setpoint() {
-    return routines_.guarded({"GetPolaritySpecificCoronaSetpointIndex"},
-                             [&](TraceObj&) { return polarity() == "Positive" ? corona_positive : corona_negative; });
+    return routines_.guarded({"GetPolaritySpecificCoronaSetpointIndex"}, [&](TraceObj&) {
+        return polarity() == "Positive" ? contract::setpoint.corona_positive : contract::setpoint.corona_negative;
+    });
 }
 
 std::string SourceAndPolarity::source() {
     return routines_.guarded({"GetSourceTypeStr"}, [&](TraceObj&) {
-        return std::string(source_of(setpoints_.code(setpoint_index::source_type)).name);
+        return std::string(source_of(setpoints_.code(contract::setpoint.source_type)).name);
     });
 }
 
@@ -91,19 +87,19 @@ std::string SourceAndPolarity::mass_list_type(const std::string& source_type) {
 }
 
 std::int32_t SourceAndPolarity::vaporizer_setpoint() {
-    return routines_.guarded({"GetSourceSpecificVaporizerSetpointIndex"}, [&](TraceObj& record) {
+    return routines_.guarded({"GetSourceSpecificVaporizerSetpointIndex"}, [&](TraceObj& record) -> std::int32_t {
         const std::string name = source();
-        if (name == "APPI") return traced(record, "Selecting APPI", vaporizer_apci);
-        if (name == "APCI") return traced(record, "Selecting APCI", vaporizer_apci);
-        if (name == "Multimode") return traced(record, "Selecting Multimode", vaporizer_multimode);
+        if (name == "APPI") return traced(record, "Selecting APPI", contract::setpoint.vaporizer_apci);
+        if (name == "APCI") return traced(record, "Selecting APCI", contract::setpoint.vaporizer_apci);
+        if (name == "Multimode") return traced(record, "Selecting Multimode", contract::setpoint.vaporizer_multimode);
         record.TR_PRINT("Vaporizer-less Source Type selected [", name, "]; defaulting to MultiMode Vaporizer");
-        return vaporizer_multimode;
+        return contract::setpoint.vaporizer_multimode;
     });
 }
 
 std::int32_t SourceAndPolarity::capillary_voltage_setpoint() {
     return routines_.guarded({"GetSourceSpecificVCapSetpointIndex"}, [&](TraceObj& record) {
-        const std::int32_t code = setpoints_.code(setpoint_index::source_type);
+        const std::int32_t code = setpoints_.code(contract::setpoint.source_type);
         const CapillaryVoltage found = source_of(code).capillary_voltage;
         if (found.trace)
             record.TR_PRINT(found.trace);
@@ -114,18 +110,17 @@ std::int32_t SourceAndPolarity::capillary_voltage_setpoint() {
 }
 
 std::int32_t SourceAndPolarity::transients_setpoint() {
-    constexpr std::int32_t at_1_ghz = 127, at_2_ghz = 160, at_4_ghz = 161;
-    return routines_.guarded({"GetNumTransTuneSPForCurrentSamplingRate"}, [&](TraceObj& record) {
-        switch (setpoints_.code(setpoint_index::sampling_rate)) {
-            case sampling_rate_1_ghz:
-                return at_1_ghz;
-            case sampling_rate_2_ghz:
-                return at_2_ghz;
-            case sampling_rate_4_ghz:
-                return at_4_ghz;
+    return routines_.guarded({"GetNumTransTuneSPForCurrentSamplingRate"}, [&](TraceObj& record) -> std::int32_t {
+        switch (setpoints_.code(contract::setpoint.sampling_rate)) {
+            case contract::sampling_rate.at_1_ghz:
+                return contract::setpoint.transients_1_ghz;
+            case contract::sampling_rate.at_2_ghz:
+                return contract::setpoint.transients_2_ghz;
+            case contract::sampling_rate.at_4_ghz:
+                return contract::setpoint.transients_4_ghz;
             default:
                 record.TR_PRINT("Error: invalid Sample Rate; defaulting to 1GHz");
-                return at_1_ghz;
+                return contract::setpoint.transients_1_ghz;
         }
     });
 }
@@ -140,35 +135,34 @@ enumQuadType SourceAndPolarity::quadrupole_type() {
 
 std::string SourceAndPolarity::instrument_state() {
     return routines_.guarded({"GetCurrentInstrumentStateAsString"}, [&](TraceObj&) {
-        const std::int32_t rate = setpoints_.code(setpoint_index::sampling_rate);
+        const std::int32_t rate = setpoints_.code(contract::setpoint.sampling_rate);
         return rate_text(rate) + mass_range_text(rate);
     });
 }
 
 std::string SourceAndPolarity::rate_text(std::int32_t rate) {
     switch (rate) {
-        case sampling_rate_1_ghz:
+        case contract::sampling_rate.at_1_ghz:
             return "Minimum Storage Size (1 GHz)";
-        case sampling_rate_2_ghz:
+        case contract::sampling_rate.at_2_ghz:
             return gain_text("2 GHz");
-        case sampling_rate_4_ghz:
-            return setpoints_.value(setpoint_index::high_resolution) != 0 ? "4 GHz, High Resolution" : "4 GHz";
+        case contract::sampling_rate.at_4_ghz:
+            return setpoints_.value(contract::setpoint.high_resolution) != 0 ? "4 GHz, High Resolution" : "4 GHz";
         default:
             return {};
     }
 }
 
 std::string SourceAndPolarity::gain_text(std::string rate_text) {
-    constexpr std::int32_t standard = 0, high = 1, extended = 3;
-    switch (setpoints_.code(setpoint_index::preamp_gain_mode)) {
-        case standard:
+    switch (setpoints_.code(contract::setpoint.preamp_gain_mode)) {
+        case contract::preamp_gain_mode.standard:
             return rate_text + (instrument_.hardware().has_160cm_flight_tube() ? ", Extended Mass Range"
                                                                                : ", Extended Dynamic Range Disabled");
-        case extended:
+        case contract::preamp_gain_mode.extended:
             return "Extended Dynamic Range (2 GHz)";
-        case high:
+        case contract::preamp_gain_mode.high:
             return rate_text + ", High Gain";
-        case low_gain_mode:
+        case contract::preamp_gain_mode.low:
             return rate_text + ", Low Gain";
         default:
             return rate_text;
@@ -176,13 +170,13 @@ std::string SourceAndPolarity::gain_text(std::string rate_text) {
 }
 
 std::string SourceAndPolarity::mass_range_text(std::int32_t rate) {
-    switch (static_cast<MassRangeComboBoxSelection>(setpoints_.code(setpoint_index::mass_range))) {
+    switch (static_cast<MassRangeComboBoxSelection>(setpoints_.code(contract::setpoint.mass_range))) {
         case MassRangeComboBoxSelection::MassRangeComboBoxSelection_Low:
             return " in 1700 m/z Mass Range";
         case MassRangeComboBoxSelection::MassRangeComboBoxSelection_Standard:
             return " in 3200 m/z Mass Range";
         default:
-            return instrument_.hardware().has_160cm_flight_tube() && rate == sampling_rate_2_ghz
+            return instrument_.hardware().has_160cm_flight_tube() && rate == contract::sampling_rate.at_2_ghz
                        ? " in 10,000 m/z Mass Range"
                        : " in 20,000 m/z Mass Range";
     }

@@ -6,9 +6,6 @@ namespace {
 
 constexpr const char* setpoint_log_name = "SetpointLog.txt";
 
-// Set by the logbook's owner; passed on as they are.
-constexpr std::int32_t logbook_entry_kind = 32;
-constexpr std::int32_t logbook_code = 5;
 constexpr std::int32_t logbook_trace_level = 4;
 
 constexpr auto no_note = [](const Error&) {};
@@ -60,7 +57,8 @@ void TuneLogs::release_tune_log() {
 void TuneLogs::report_to_logbook(const std::string& message, bool with_message_box, bool with_trace) {
     routines_.unguarded({"ReportStatusToLogbook", logbook_trace_level}, [&](TraceObj& record) {
         if (with_trace) record.TR_PRINT(message);
-        platform_.instrument->create_logbook_entry()->write(logbook_entry_kind, message, logbook_code, 0, 0, "");
+        platform_.instrument->create_logbook_entry()->write(contract::logbook.kind, message, contract::logbook.code, 0,
+                                                            0, "");
         if (with_message_box) platform_.message_box->show(message, instrument_.title() + " Setpoint Editor - Tune");
     });
 }

@@ -10,8 +10,6 @@ namespace {
 
 constexpr double populated_timeout_seconds = 15;
 constexpr double polarity_timeout_seconds = 45;
-constexpr std::int32_t experiment_parameter = 23;
-constexpr std::string_view setpoint_mark = "(S)";
 constexpr int sought_entries = 2;
 
 // What an error handler sees that was reached without an error. Raising it again is an invalid call.
@@ -136,9 +134,9 @@ void SpectrumAcquisition::log_polarity_timeout(const VariantArray<InstrumentValu
 void SpectrumAcquisition::GetMetaDataIndexesForExperimentIdxAndPolarity(const VariantArray<std::string>& vMetaDesc) {
     routine(session_.trace, {"GetMetaDataIndexesForExperimentIdxAndPolarity"},
             ErrorLine{"Error[", "] in GetMetaDataIndexesForExperimentIdxAndPolarity(): "}, [&](TraceObj& record) {
-                const std::string experiment_name = session_.instrument->parameter_name(experiment_parameter);
+                const std::string experiment_name = session_.instrument->parameter_name(contract::parameter.experiment);
                 const std::string polarity_name =
-                    session_.instrument->setpoints().external_name(setpoint_index::polarity);
+                    session_.instrument->setpoints().external_name(contract::setpoint.polarity);
                 const std::int32_t last = vMetaDesc.upper_bound();
                 record.TR_PRINT("Number of elements in vMetaDesc = ", last);
                 int found = 0;
@@ -149,7 +147,7 @@ void SpectrumAcquisition::GetMetaDataIndexesForExperimentIdxAndPolarity(const Va
                         positions_.lExpIndex = position;
                         ++found;
                     }
-                    if (contains(entry, polarity_name) && contains(entry, setpoint_mark)) {
+                    if (contains(entry, polarity_name) && contains(entry, contract::metadata_name.setpoint_mark.key)) {
                         positions_.lPolarityIndex = position;
                         ++found;
                     }
@@ -163,7 +161,7 @@ bool SpectrumAcquisition::ReturnedSpectrumIsOfSoughtPolarity(const VariantArray<
         [&](TraceObj&) {
             const std::int32_t polarity = checked_polarity(vMetaData);
             const Segments segments = session_.current_segments();
-            if (polarity == CurrentSetpoints(*session_.instrument, segments).code(setpoint_index::polarity)) {
+            if (polarity == CurrentSetpoints(*session_.instrument, segments).code(contract::setpoint.polarity)) {
                 session_.log("AUTOTUNE LOG: STATUS: Spectrum of proper polarity and experiment index was returned");
                 return true;
             }

@@ -8,8 +8,6 @@ namespace korvane {
 
 namespace {
 
-constexpr std::int32_t least_samples_of_a_peak = 3;
-constexpr std::int32_t baseline_removal_on = 1;
 constexpr std::int32_t most_abundant_first = 0;
 constexpr double ns_per_second = 1e9;
 constexpr std::string_view abundance_line = "AUTOTUNE LOG: PeakFind: STATUS: Abundance of most abundant peak: ";
@@ -46,8 +44,8 @@ void PeakSearch::run(TraceObj& record, Finding& finding, double spectrum_start_n
     record.TR_PRINT("Before PeakFinder Call");
     PeakFinder& finder = *finding.finder;
     finder.set_sampling_interval_ns(sampling_interval_ns());
-    finder.set_minimum_samples(least_samples_of_a_peak);
-    finder.set_baseline_removal(baseline_removal_on);
+    finder.set_minimum_samples(contract::peak_finder.minimum_samples);
+    finder.set_baseline_removal(contract::peak_finder.baseline_removal);
     finder.set_search_start_ns(finding.window.start_ns);
     finder.set_search_end_ns(finding.window.end_ns);
     finder.set_samples(copy_.counts());

@@ -34,7 +34,8 @@ InstrumentControl& Session::control() const {
 
 CalibrationObject Session::calibration_of_current_polarity() const {
     const Segments segments = current_segments();
-    const std::int32_t polarity = CurrentSetpoints(*instrument, segments).is_positive() ? 0 : 1;
+    const std::int32_t polarity = CurrentSetpoints(*instrument, segments).is_positive() ? contract::polarity.positive
+                                                                                        : contract::polarity.negative;
     CalibrationObject calibration = instrument->calibrations().calibration(polarity);
     if (!calibration) raise_runtime_fault(error_number::object_not_set, "mass-time calibration");
     return calibration;
