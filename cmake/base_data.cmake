@@ -7,4 +7,4 @@ add_custom_command(OUTPUT ${base_source}
   COMMAND ${CMAKE_COMMAND} -DROOT=${PROJECT_SOURCE_DIR}/data/base "-DFILES=${base_files}" -DOUTPUT=${base_source}
           -P ${PROJECT_SOURCE_DIR}/cmake/embed_files.cmake
   DEPENDS ${base_paths} ${PROJECT_SOURCE_DIR}/cmake/embed_files.cmake VERBATIM)
-target_sources(korvane_assembly_objects PRIVATE ${base_source})
+target_sources(korvane_assembly PRIVATE ${base_source})

@@ -1,5 +1,5 @@
-# A room is one folder of src/, built as a static library; libkorvane is made of all of them. The order of the rooms in
-# the top CMakeLists.txt is the direction in which includes may run; tests/architecture checks it.
+# A room is one folder of src/, built as an object library; libkorvane is made of all of them, and so is the archive that
+# tests link, which sees what the library does not export. tests/architecture checks which room may include which.
 
 add_library(korvane_options INTERFACE)
 target_include_directories(korvane_options INTERFACE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
@@ -30,25 +30,17 @@ foreach(source globals/mass_calibration spectrum/peak_search instrument/replay/s
   set_source_files_properties(${PROJECT_SOURCE_DIR}/src/${source}.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 endforeach()
 
-set(KORVANE_ROOMS "" CACHE INTERNAL "")
+set(KORVANE_OBJECTS "" CACHE INTERNAL "")
 set(KORVANE_LIBRARIES "" CACHE INTERNAL "")
 
-# korvane_room(folder USES rooms... LINK libraries...)
+# korvane_room(folder libraries...)
 function(korvane_room folder)
-  cmake_parse_arguments(ROOM "" "" "USES;LINK" ${ARGN})
   string(REPLACE "/" "_" name ${folder})
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${folder}/*.cpp)
-  add_library(korvane_${name}_objects OBJECT ${sources})
-  add_library(korvane_${name} STATIC $<TARGET_OBJECTS:korvane_${name}_objects>)
-  set_target_properties(korvane_${name} PROPERTIES LINKER_LANGUAGE CXX)
-  target_link_libraries(korvane_${name}_objects PRIVATE korvane_options ${ROOM_LINK})
-  target_link_libraries(korvane_${name} PUBLIC korvane_options ${ROOM_LINK})
-  foreach(used ${ROOM_USES})
-    target_link_libraries(korvane_${name}_objects PRIVATE korvane_${used})
-    target_link_libraries(korvane_${name} PUBLIC korvane_${used})
-  endforeach()
-  set(KORVANE_ROOMS ${KORVANE_ROOMS} korvane_${name} CACHE INTERNAL "")
-  set(KORVANE_LIBRARIES ${KORVANE_LIBRARIES} ${ROOM_LINK} CACHE INTERNAL "")
+  add_library(korvane_${name} OBJECT ${sources})
+  target_link_libraries(korvane_${name} PRIVATE korvane_options ${ARGN})
+  set(KORVANE_OBJECTS ${KORVANE_OBJECTS} $<TARGET_OBJECTS:korvane_${name}> CACHE INTERNAL "")
+  set(KORVANE_LIBRARIES ${KORVANE_LIBRARIES} ${ARGN} CACHE INTERNAL "")
 endfunction()
 
 # The shared library, its installation and its CMake package. On Windows programs take the library in, and the
@@ -60,15 +52,17 @@ function(korvane_library)
     add_library(korvane SHARED)
   endif()
   add_library(korvane::korvane ALIAS korvane)
-  foreach(room ${KORVANE_ROOMS})
-    target_sources(korvane PRIVATE $<TARGET_OBJECTS:${room}_objects>)
-  endforeach()
+  target_sources(korvane PRIVATE ${KORVANE_OBJECTS})
+  set_target_properties(korvane PROPERTIES LINKER_LANGUAGE CXX)
   target_link_libraries(korvane PRIVATE $<BUILD_INTERFACE:korvane_options> ${KORVANE_LIBRARIES})
   if(WIN32)
-    target_link_libraries(korvane INTERFACE ${KORVANE_LIBRARIES})
-    target_include_directories(korvane INTERFACE ${PROJECT_SOURCE_DIR}/include)
+    target_link_libraries(korvane INTERFACE korvane_options ${KORVANE_LIBRARIES})
+    add_library(korvane_rooms ALIAS korvane)
     return()
   endif()
+  add_library(korvane_rooms STATIC EXCLUDE_FROM_ALL ${KORVANE_OBJECTS})
+  set_target_properties(korvane_rooms PROPERTIES LINKER_LANGUAGE CXX)
+  target_link_libraries(korvane_rooms PUBLIC korvane_options ${KORVANE_LIBRARIES})
   set_target_properties(korvane PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   target_compile_features(korvane INTERFACE cxx_std_20)
   target_include_directories(korvane INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
