@@ -3,7 +3,7 @@
 namespace korvane {
 
 std::int32_t AveragedAbundance::GetAveragedPeakAbundance(double mz, std::int32_t spectra) {
-    return unguarded_routine(session_.trace, {"GetAveragedPeakAbundance"}, [&](TraceObj&) {
+    return routine(session_.trace, {"GetAveragedPeakAbundance"}, no_line, [&] {
         double sum = 0;
         for (std::int32_t i = 0; i < spectra; ++i) sum += calibrants_.GetPeakAbForThisMass(mz);
         return to_int32(checked_quotient(sum, spectra));

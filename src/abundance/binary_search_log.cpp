@@ -9,14 +9,16 @@ void BinarySearchLog::switch_by_preference() {
 }
 
 void BinarySearchLog::write(const std::string& line) {
-    swallowing_routine(
-        session_.trace, {"WriteLineToBinarySearchLogFile"},
-        ErrorLine{"error[", "] in WriteLineToBinarySearchLogFile(): "},
-        [&](TraceObj&) {
-            if (!file_.is_open()) open();
-            file_.write_line(line);
-        },
-        [&](const std::string& text, const Error&) { session_.tune.set_ErrorMsgString(text); });
+    const auto keep = [&](TraceObj& record, RoutineName name, const Error& error) {
+        const std::string text = text_of("error[", error.number(), "] in ", name.name, "(): ", error.description());
+        record.TR_PRINT(text);
+        session_.tune.set_ErrorMsgString(text);
+        return true;
+    };
+    routine(session_.trace, {"WriteLineToBinarySearchLogFile"}, keep, [&] {
+        if (!file_.is_open()) open();
+        file_.write_line(line);
+    });
 }
 
 void BinarySearchLog::open() {

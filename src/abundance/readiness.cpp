@@ -9,7 +9,7 @@ constexpr int poll_milliseconds = 500;
 }
 
 bool Readiness::CheckInstrumentReadyState() {
-    return unguarded_routine(session_.trace, {"CheckInstrumentReadyState"}, [&](TraceObj& record) {
+    return routine(session_.trace, {"CheckInstrumentReadyState"}, no_line, [&](TraceObj& record) {
         if (session_.prefs.GetTunePreference("WaitForReady_SkipAll") == "Yes") return true;
         const double not_ready_state = to_double(session_.instrument->actual_value(
             contract::instrument_register.not_ready_state, contract::not_ready_state_type));

@@ -40,18 +40,15 @@ bool SetpointSearch::is_fast_chosen() {
 }
 
 double SetpointSearch::search_by(ProbeMethod& method, const SearchRequest& request) {
-    return handled_routine(
-        session_.trace, {method.routine_name()},
-        [&](TraceObj& record) {
-            if (&method == &normal_ && is_fast_chosen()) return search_by(fast_, request);
-            Search search{method, request, SearchLines(record, log_)};
-            prepare(search);
-            return run(search);
-        },
-        [&](TraceObj& record, const Error& error) {
-            SearchLines(record, log_)("Error[", error.number(), "] in ", method.routine_name(),
-                                      "(): ", error.description());
-        });
+    const auto failed = [&](TraceObj& record, RoutineName name, const Error& error) {
+        SearchLines(record, log_)("Error[", error.number(), "] in ", name.name, "(): ", error.description());
+    };
+    return routine(session_.trace, {method.routine_name()}, failed, [&](TraceObj& record) {
+        if (&method == &normal_ && is_fast_chosen()) return search_by(fast_, request);
+        Search search{method, request, SearchLines(record, log_)};
+        prepare(search);
+        return run(search);
+    });
 }
 
 void SetpointSearch::prepare(Search& search) {

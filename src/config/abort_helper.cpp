@@ -30,8 +30,8 @@ void AbortHelper::Reset() {
 }
 
 void AbortHelper::TriggerAbort() {
-    unguarded_routine(impl_->trace, {"TriggerAbort"},
-                      [&](TraceObj&) { impl_->preferences.WriteTunePreference(abort_flag, abort_requested); });
+    routine(impl_->trace, {"TriggerAbort"}, no_line,
+            [&] { impl_->preferences.WriteTunePreference(abort_flag, abort_requested); });
 }
 
 bool AbortHelper::UserHasClickedAbort() {

@@ -13,6 +13,16 @@ namespace korvane {
 
 inline constexpr std::string_view config_reader_source = "AutotuneParameterXMLConfigFileReader";
 
+/// Reaction of the stores' routines: "name: error[number, description] doing[item]".
+struct StoreLine {
+    std::string_view doing;
+    std::string_view item;
+    void operator()(TraceObj& record, RoutineName name, const Error& error) const {
+        record.error_line(name.name, ": error[", error.number(), ", ", error.description(), "] ", doing, "[", item,
+                          "]");
+    }
+};
+
 /// What tells the stores' files apart.
 struct ConfigFile {
     std::string_view name;

@@ -22,13 +22,7 @@ constexpr std::array<std::string_view, 9> writable_groups{"gainParams",  "checkA
                                                           "RampParams",  "PeakHandling",     "Misc",
                                                           "Calibration", "IndexedSlicer",    "SetpointUI"};
 
-constexpr std::string_view between = ", ";
-constexpr std::string_view querying = "] querying for element[";
-constexpr std::string_view writing = "] writing element[";
-
-ErrorLine query_line(std::string_view before, std::string_view item) {
-    return {before, between, querying, item, "]"};
-}
+constexpr std::string_view querying = "querying for element";
 
 template <class Groups>
 void require_permitted(const Groups& groups, const std::string& group) {
@@ -55,7 +49,7 @@ struct clsTuneParamsXML::Impl {
     explicit Impl(const Platform& platform) : trace(platform.tracers), document(platform, parameter_file) {}
 
     void open(bool for_editing = false) {
-        unguarded_routine(trace, {"OpenTuneParamsXML"}, [&](TraceObj& record) { document.load(record, for_editing); });
+        routine(trace, {"OpenTuneParamsXML"}, no_line, [&](TraceObj& record) { document.load(record, for_editing); });
     }
     void open_if_needed(bool reload) {
         if (reload || !document.is_open()) open();
@@ -88,8 +82,7 @@ double clsTuneParamsXML::GetTuneParamByXMLPath(const std::string& XMLPath, const
         if (!leaf) raise_item_not_found(ParamName, not_found, " at path[", XMLPath, "]");
         return impl_->document.number(*leaf, ParamName);
     };
-    return routine(impl_->trace, {"GetTuneParamByXMLPath"}, query_line("GetTuneParamByXMLPath: error[", ParamName),
-                   body);
+    return routine(impl_->trace, {"GetTuneParamByXMLPath"}, StoreLine{querying, ParamName}, body);
 }
 
 double clsTuneParamsXML::GetAutotuneLimitValue(const std::string& LimitGroupType, const std::string& ParamName,
@@ -105,26 +98,24 @@ double clsTuneParamsXML::GetAutotuneLimitValue(const std::string& LimitGroupType
                         text_of("XML Query failed for ", path, ", ", ParamName));
         return impl_->leaf_number(*group, LimitGroupType, ParamName);
     };
-    return routine(impl_->trace, {"GetAutotuneLimitValue"}, query_line("GetAutotuneLimitValue: error[", ParamName),
-                   body);
+    return routine(impl_->trace, {"GetAutotuneLimitValue"}, StoreLine{querying, ParamName}, body);
 }
 
 double clsTuneParamsXML::GetAutoParm(const std::string& LimitGroupType, std::int32_t LimitType, bool bReOpenXMLFile) {
-    return unguarded_routine(impl_->trace, {"GetAutoParm"}, [&](TraceObj&) {
-        return GetAutotuneLimitValue(LimitGroupType, std::to_string(LimitType), bReOpenXMLFile);
-    });
+    return routine(impl_->trace, {"GetAutoParm"}, no_line,
+                   [&] { return GetAutotuneLimitValue(LimitGroupType, std::to_string(LimitType), bReOpenXMLFile); });
 }
 
 double clsTuneParamsXML::GetManualTuneValue(const std::string& GroupType, const std::string& ParamName,
                                             bool bReOpenXMLFile) {
-    const auto body = [&](TraceObj&) {
+    const auto body = [&] {
         impl_->open_if_needed(bReOpenXMLFile);
         require_permitted(manual_groups, GroupType);
         const auto group = impl_->document.select(manual_path + GroupType);
         if (!group) throw Error(error_number::group_node, "TuneParams.GetManualTuneValue", "ChosenRootNode is nothing");
         return impl_->leaf_number(*group, GroupType, ParamName);
     };
-    return routine(impl_->trace, {"GetManualTuneValue"}, query_line("GetManualTuneValue: error[", ParamName), body);
+    return routine(impl_->trace, {"GetManualTuneValue"}, StoreLine{querying, ParamName}, body);
 }
 
 void clsTuneParamsXML::WriteTuneParamValue(const std::string& ParamGroupName, const std::string& strParamName,
@@ -142,13 +133,12 @@ void clsTuneParamsXML::WriteTuneParamValue(const std::string& ParamGroupName, co
         if (!leaf) raise_item_not_found(ParamGroupName, "\\", strParamName, not_found);
         impl_->document.write(record, *leaf, strNewParamValue);
     };
-    routine(impl_->trace, {"WriteTuneParamValue"},
-            ErrorLine{"WriteTuneParamValue: error[", between, writing, strParamName, "]"}, body);
+    routine(impl_->trace, {"WriteTuneParamValue"}, StoreLine{"writing element", strParamName}, body);
 }
 
 bool clsTuneParamsXML::IsThisSourceSupportedForAutotuning(const std::string& strPolarity,
                                                           const std::string& StrSourceType) {
-    const auto body = [&](TraceObj&) {
+    const auto body = [&] {
         impl_->open();
         const std::string path =
             text_of("/QTOFTuneParams/Mode/Tune[@polarity=\"", strPolarity, "\" and @source=\"", StrSourceType, "\"]");
@@ -158,8 +148,7 @@ bool clsTuneParamsXML::IsThisSourceSupportedForAutotuning(const std::string& str
         if (!allowed) raise_item_not_found("Allowed", not_found, " at path[", path, "]");
         return is_yes(allowed->text());
     };
-    return routine(impl_->trace, {"IsThisSourceSupportedForAutotuning"},
-                   query_line("IsThisSourceSupportedForAutotuning: error[", "Allowed"), body);
+    return routine(impl_->trace, {"IsThisSourceSupportedForAutotuning"}, StoreLine{querying, "Allowed"}, body);
 }
 
 std::string clsTuneParamsXML::GetAutotuneParameterXMLPath() {

@@ -12,21 +12,19 @@ constexpr ConfigFile preference_file{"TunePreferences.xml",
 
 const std::string root_path = "/TunePreferences";
 
-Error preferences_unavailable() {
-    return {error_number::preferences_unavailable, std::string(config_reader_source),
-            "TunePreferences XML file doesn't exist"};
-}
-
 }  // namespace
 
 struct clsTunePrefsXML::Impl {
     explicit Impl(const Platform& platform) : trace(platform.tracers), document(platform, preference_file) {}
 
     void open(bool for_editing) {
-        static const Error unavailable = preferences_unavailable();
-        replacing_routine(trace, {"OpenTunePrefsXML"},
-                          ErrorLine{"OpenTunePrefsXML: error[", ", ", "] opening Tune Prefs XML"}, unavailable,
-                          [&](TraceObj& record) { document.load(record, for_editing); });
+        const auto unavailable = [](TraceObj& record, RoutineName name, const Error& error) {
+            ErrorLine{"OpenTunePrefsXML: error[", ", ", "] opening Tune Prefs XML"}(record, name, error);
+            throw Error(error_number::preferences_unavailable, std::string(config_reader_source),
+                        "TunePreferences XML file doesn't exist");
+        };
+        routine(trace, {"OpenTunePrefsXML"}, unavailable,
+                [&](TraceObj& record) { document.load(record, for_editing); });
     }
 
     XmlElement preference(const std::string& name) const {
@@ -51,16 +49,14 @@ clsTunePrefsXML::clsTunePrefsXML(clsTunePrefsXML&&) noexcept = default;
 clsTunePrefsXML& clsTunePrefsXML::operator=(clsTunePrefsXML&&) noexcept = default;
 
 std::string clsTunePrefsXML::GetTunePreference(const std::string& ParamName, bool bReOpenXMLFile) {
-    const ErrorLine line{"GetTunePreference: error[", ", ", "] querying for element[", ParamName, "]"};
-    return routine(impl_->trace, {"GetTunePreference"}, line, [&](TraceObj&) {
+    return routine(impl_->trace, {"GetTunePreference"}, StoreLine{"querying for element", ParamName}, [&] {
         if (bReOpenXMLFile || !impl_->document.is_open()) impl_->open(false);
         return impl_->preference(ParamName).text();
     });
 }
 
 void clsTunePrefsXML::WriteTunePreference(const std::string& strParamName, const std::string& strNewParameterValue) {
-    const ErrorLine line{"WriteTunePreference: error[", ", ", "] writing element[", strParamName, "]"};
-    routine(impl_->trace, {"WriteTunePreference"}, line, [&](TraceObj& record) {
+    routine(impl_->trace, {"WriteTunePreference"}, StoreLine{"writing element", strParamName}, [&](TraceObj& record) {
         impl_->open(true);
         impl_->document.write(record, impl_->preference(strParamName), strNewParameterValue);
     });

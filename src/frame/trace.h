@@ -21,28 +21,32 @@ struct ThreadTrace {
     std::vector<std::pair<std::string, std::int32_t>> call_stack;  // newest last
 };
 
-/// The way to the current thread's tracer; a class keeps one and hands it to its routines.
+/// The way to the current thread's tracer; a class keeps one and hands it to its routines. `error_line`, where given,
+/// takes the text of the last error line of these routines.
 class Trace {
 public:
-    explicit Trace(std::shared_ptr<TracerFactory> factory) : factory_(std::move(factory)) {}
+    explicit Trace(std::shared_ptr<TracerFactory> factory, std::string* error_line = nullptr)
+        : factory_(std::move(factory)), error_line_(error_line) {}
 
     /// The thread's state, made (with its tracer) at the first call on the thread.
     ThreadTrace& thread() const {
         ThreadTrace* recent = recent_;
         return recent && recent->factory_id == factory_->id() ? *recent : start_up();
     }
+    std::string* error_line() const { return error_line_; }
 
 private:
     ThreadTrace& start_up() const;
 
     static constinit thread_local ThreadTrace* recent_;  // otherwise every use would ask first whether it is made
     std::shared_ptr<TracerFactory> factory_;
+    std::string* error_line_;
 };
 
 /// One routine's trace record. Records of a thread are released in reverse order of their making.
 class TraceObj {
 public:
-    explicit TraceObj(const Trace& trace) : state_(trace.thread()) {}
+    explicit TraceObj(const Trace& trace) : trace_(trace), state_(trace.thread()) {}
     ~TraceObj() {
         if (entered_) [[unlikely]]
             TR_EXIT();
@@ -62,6 +66,13 @@ public:
             print_pieces(pieces...);
     }
 
+    /// Traces an error line and leaves it where the trace keeps the last one.
+    template <class... Pieces>
+    void error_line(const Pieces&... pieces) {
+        if (std::string* kept = trace_.error_line()) *kept = text_of(pieces...);
+        TR_PRINT(pieces...);
+    }
+
 private:
     // Out of line, so that a routine carries none of it while tracing is off.
     template <class... Pieces>
@@ -72,6 +83,7 @@ private:
     void print(std::string_view text);
     void TR_EXIT() noexcept;
 
+    const Trace& trace_;
     ThreadTrace& state_;
     bool entered_ = false;
 };

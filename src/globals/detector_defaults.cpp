@@ -27,13 +27,13 @@ bool DetectorDefaults::is_dual_source() {
 }
 
 double DetectorDefaults::preamp_ramp_start(bool low_gain) {
-    return routines_.guarded({"GetPreAmpOffsetRampStart"},
-                             [&](TraceObj&) { return preamp_ramp_end("PreAmpOffsetRampStart", low_gain); });
+    return routine(trace_, {"GetPreAmpOffsetRampStart"},
+                   [&] { return preamp_ramp_end("PreAmpOffsetRampStart", low_gain); });
 }
 
 double DetectorDefaults::preamp_ramp_stop(bool low_gain) {
-    return routines_.guarded({"GetPreAmpOffsetRampStop"},
-                             [&](TraceObj&) { return preamp_ramp_end("PreAmpOffsetRampStop", low_gain); });
+    return routine(trace_, {"GetPreAmpOffsetRampStop"},
+                   [&] { return preamp_ramp_end("PreAmpOffsetRampStop", low_gain); });
 }
 
 double DetectorDefaults::preamp_ramp_end(const std::string& key, bool low_gain) {
@@ -43,7 +43,7 @@ double DetectorDefaults::preamp_ramp_end(const std::string& key, bool low_gain) 
 
 // Start and stop take the channel from the caller, the step from the setpoint.
 double DetectorDefaults::preamp_ramp_step() {
-    return routines_.guarded({"GetPreAmpOffsetRampStep"}, [&](TraceObj&) {
+    return routine(trace_, {"GetPreAmpOffsetRampStep"}, [&] {
         if (!has_digitiser()) return gain_parameter("amp_step");
         const bool low_gain = setpoints_.value(contract::setpoint.preamp_gain_mode) == contract::preamp_gain_mode.low;
         if (low_gain)
@@ -53,7 +53,7 @@ double DetectorDefaults::preamp_ramp_step() {
 }
 
 double DetectorDefaults::pulse_height_target() {
-    return routines_.guarded({"GetPulseHeightTarget"}, [&](TraceObj&) {
+    return routine(trace_, {"GetPulseHeightTarget"}, [&] {
         if (has_long_tube()) return gain_parameter("CntPerIon_160cm");
         if (has_digitiser()) return gain_parameter("CntPerIon_Sigma4");
         const bool post_accelerated =
@@ -63,7 +63,7 @@ double DetectorDefaults::pulse_height_target() {
 }
 
 double DetectorDefaults::baseline_cutoff() {
-    return routines_.guarded({"GetBaselineCutoff"}, [&](TraceObj&) {
+    return routine(trace_, {"GetBaselineCutoff"}, [&] {
         return gain_parameter(has_long_tube() || has_digitiser() ? "PHDTransmission_Sigma4" : "PHDTransmission_Sigma1");
     });
 }
@@ -73,21 +73,19 @@ double DetectorDefaults::transients() {
 }
 
 double DetectorDefaults::transients_scaling_factor() {
-    return routines_.guarded({"GetNumTransScalingFactor"},
-                             [&](TraceObj&) { return transients() / transients_of_unit_scale; });
+    return routine(trace_, {"GetNumTransScalingFactor"}, [&] { return transients() / transients_of_unit_scale; });
 }
 
 double DetectorDefaults::full_saturation_abundance() {
-    return routines_.guarded({"GetAbForFullDetectorSaturation"},
-                             [&](TraceObj&) { return transients() * full_scale_sample; });
+    return routine(trace_, {"GetAbForFullDetectorSaturation"}, [&] { return transients() * full_scale_sample; });
 }
 
 double DetectorDefaults::hard_saturation_threshold(std::string_view routine_name) {
-    return routines_.guarded({routine_name}, [&](TraceObj&) { return full_saturation_abundance(); });
+    return routine(trace_, {routine_name}, [&] { return full_saturation_abundance(); });
 }
 
 double DetectorDefaults::max_abundance_before_saturation() {
-    return routines_.guarded({"GetMaxAbBeforeSaturationOccurs"}, [&](TraceObj&) {
+    return routine(trace_, {"GetMaxAbBeforeSaturationOccurs"}, [&] {
         const double per_unit_scale =
             parameters_.GetAutotuneLimitValue("Calibration", "MaxAbBeforeSaturationOccursOnHiGainChannel");
         return per_unit_scale * transients_scaling_factor();
@@ -95,32 +93,31 @@ double DetectorDefaults::max_abundance_before_saturation() {
 }
 
 double DetectorDefaults::saturation_begin() {
-    return routines_.guarded({"GetSaturationThreshold_Begin"},
-                             [&](TraceObj&) { return max_abundance_before_saturation(); });
+    return routine(trace_, {"GetSaturationThreshold_Begin"}, [&] { return max_abundance_before_saturation(); });
 }
 
 std::int32_t DetectorDefaults::min_spectrum_time_us() {
-    return routines_.guarded({"GetMinSpectrumTime_usec"}, [&](TraceObj&) { return shortest_spectrum_us; });
+    return routine(trace_, {"GetMinSpectrumTime_usec"}, [&] { return shortest_spectrum_us; });
 }
 
 std::int32_t DetectorDefaults::max_spectrum_time_us() {
-    return routines_.guarded({"GetMaxSpectrumTime_usec"}, [&](TraceObj&) {
+    return routine(trace_, {"GetMaxSpectrumTime_usec"}, [&] {
         const double highest_mass = mass_range_.highest_mass();
         return to_int32(calibration_.current()->time_from_mass(highest_mass) / ns_per_us);
     });
 }
 
 bool DetectorDefaults::abundance_reduction_enabled() {
-    return routines_.guarded({"EnableAbundanceReductionTechnology"},
-                             [&](TraceObj&) { return instrument_.hardware().abundance_reduction_setting() != 0; });
+    return routine(trace_, {"EnableAbundanceReductionTechnology"},
+                   [&] { return instrument_.hardware().abundance_reduction_setting() != 0; });
 }
 
 bool DetectorDefaults::is_abundance_adjustable(const VariantArray<double>& masses) {
-    return routines_.guarded({"ThisIsAnAbundanceAdjustableRamp"}, [&](TraceObj&) { return masses.upper_bound() == 0; });
+    return routine(trace_, {"ThisIsAnAbundanceAdjustableRamp"}, [&] { return masses.upper_bound() == 0; });
 }
 
 double DetectorDefaults::initial_value(const std::string& internal_name) {
-    return routines_.guarded({"GetAutotuneSetpointInitValue"}, [&](TraceObj& record) {
+    return routine(trace_, {"GetAutotuneSetpointInitValue"}, [&](TraceObj& record) {
         const char* const polarity = setpoints_.is_positive() ? "pos" : "neg";
         const std::string path = text_of("/QTOFTuneParams/Mode/Tune[@polarity=\"", polarity, "\" and @source=\"",
                                          instrument_.source_word(), "\"]/InitialAutotuneStartingSetpointValues");
@@ -130,15 +127,15 @@ double DetectorDefaults::initial_value(const std::string& internal_name) {
 }
 
 double DetectorDefaults::initial_value_of_state(const std::string& internal_name) {
-    return routines_.guarded({"GetInitSP"}, [&](TraceObj&) { return initial_value(internal_name); });
+    return routine(trace_, {"GetInitSP"}, [&] { return initial_value(internal_name); });
 }
 
 double DetectorDefaults::fragmentor() {
-    return routines_.guarded({"GetDefaultFragmentorValue"}, [&](TraceObj&) { return initial_value("FragmentTune"); });
+    return routine(trace_, {"GetDefaultFragmentorValue"}, [&] { return initial_value("FragmentTune"); });
 }
 
 double DetectorDefaults::drying_gas_temperature() {
-    return routines_.guarded({"GetDefaultGasTempValue"}, [&](TraceObj&) {
+    return routine(trace_, {"GetDefaultGasTempValue"}, [&] {
         if (!is_dual_source()) return initial_value("GasTemp");
         const bool sgf = setpoints_.code(contract::setpoint.source_type) == contract::source_type.dual_sgf;
         return limit(sgf ? "DualSGF_DefaultDryingGasTemp_4410_DualSGF" : "DualSGF_DefaultDryingGasTemp_4410_DualESI");
@@ -146,19 +143,19 @@ double DetectorDefaults::drying_gas_temperature() {
 }
 
 double DetectorDefaults::drying_gas_pressure() {
-    return routines_.guarded({"GetDefaultDryingGasValue"}, [&](TraceObj&) {
+    return routine(trace_, {"GetDefaultDryingGasValue"}, [&] {
         return is_dual_source() ? limit("DualSGF_DefaultDryingGasPressure") : initial_value("DryingGas");
     });
 }
 
 double DetectorDefaults::sheath_gas_temperature() {
-    return routines_.guarded({"GetDefaultSheathGasTempValue"}, [&](TraceObj&) {
+    return routine(trace_, {"GetDefaultSheathGasTempValue"}, [&] {
         return sheath_gas("DualSGF_DefaultSheathGasTemp", contract::setpoint.sheath_gas_temperature);
     });
 }
 
 double DetectorDefaults::sheath_gas_pressure() {
-    return routines_.guarded({"GetDefaultSheathGasPressureValue"}, [&](TraceObj&) {
+    return routine(trace_, {"GetDefaultSheathGasPressureValue"}, [&] {
         return sheath_gas("DualSGF_DefaultSheathGasPressure", contract::setpoint.sheath_gas_pressure);
     });
 }

@@ -11,10 +11,10 @@ namespace korvane {
 
 class DetectorDefaults {
 public:
-    DetectorDefaults(TuneRoutines& routines, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+    DetectorDefaults(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
                      clsTuneParamsXML& parameters, SourceAndPolarity& source, MassCalibration& calibration,
                      MassRange& mass_range)
-        : routines_(routines),
+        : trace_(trace),
           instrument_(instrument),
           setpoints_(setpoints),
           parameters_(parameters),
@@ -56,7 +56,7 @@ private:
     double sheath_gas(const std::string& key, std::int32_t fallback_setpoint);
     double transients();
 
-    TuneRoutines& routines_;
+    const Trace& trace_;
     InstrumentGlobals& instrument_;
     const CurrentSetpoints& setpoints_;
     clsTuneParamsXML& parameters_;

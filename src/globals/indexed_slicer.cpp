@@ -18,13 +18,12 @@ std::int32_t IndexedSlicer::configured(const std::string& name) {
 }
 
 bool IndexedSlicer::is_high_resolution() {
-    return routines_.guarded({"IsSlicerPosHighResolution"}, [&](TraceObj&) {
-        return current_position() >= configured("HighResolutionFirstPosition");
-    });
+    return routine(trace_, {"IsSlicerPosHighResolution"},
+                   [&] { return current_position() >= configured("HighResolutionFirstPosition"); });
 }
 
 double IndexedSlicer::seek_clean_position() {
-    return routines_.guarded({"SeekNextAvailableCleanSlicerPosForTune"}, [&](TraceObj&) -> double {
+    return routine(trace_, {"SeekNextAvailableCleanSlicerPosForTune"}, [&]() -> double {
         const std::int32_t position = next_clean_position();
         if (position == no_position)
             logs_.write_tune_line(

@@ -10,9 +10,9 @@ namespace korvane {
 
 class IndexedSlicer {
 public:
-    IndexedSlicer(TuneRoutines& routines, InstrumentGlobals& instrument, SetpointAccess& setpoints,
+    IndexedSlicer(const Trace& trace, InstrumentGlobals& instrument, SetpointAccess& setpoints,
                   clsTunePrefsXML& preferences, clsTuneParamsXML& parameters, TuneLogs& logs)
-        : routines_(routines),
+        : trace_(trace),
           instrument_(instrument),
           setpoints_(setpoints),
           preferences_(preferences),
@@ -30,7 +30,7 @@ private:
     std::int32_t next_clean_position();
     void move_to(std::int32_t position);
 
-    TuneRoutines& routines_;
+    const Trace& trace_;
     InstrumentGlobals& instrument_;
     SetpointAccess& setpoints_;
     clsTunePrefsXML& preferences_;

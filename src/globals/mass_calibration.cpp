@@ -33,7 +33,7 @@ double within_range(double value, char coefficient) {
 }  // namespace
 
 CalibrationCoefficients MassCalibration::to_ns(const CalibrationCoefficients& microseconds) {
-    return routines_.guarded({"convert_coefficients_usec_to_nsec"}, [&](TraceObj& record) {
+    return routine(trace_, {"convert_coefficients_usec_to_nsec"}, [&](TraceObj& record) {
         record.TR_PRINT("pMassCoef.A (before conversion to nsec) = ", microseconds.A);
         record.TR_PRINT("pMassCoef.B (before conversion to nsec) = ", microseconds.B);
         const CalibrationCoefficients nanoseconds = convert(microseconds, true);
@@ -44,7 +44,7 @@ CalibrationCoefficients MassCalibration::to_ns(const CalibrationCoefficients& mi
 }
 
 CalibrationCoefficients MassCalibration::convert(const CalibrationCoefficients& coefficients, bool to_ns) {
-    return routines_.guarded({"convert_coefficients_nsec_to_usec"}, [&](TraceObj& record) {
+    return routine(trace_, {"convert_coefficients_nsec_to_usec"}, [&](TraceObj& record) {
         CalibrationCoefficients converted = coefficients;
         // A goes with 1/t, B with t.
         converted.A = within_range(to_ns ? converted.A / ns_per_us : converted.A * ns_per_us, 'A');
@@ -80,7 +80,7 @@ CalibrationObject MassCalibration::of_current_polarity() {
 }
 
 CalibrationObject MassCalibration::current() {
-    return routines_.guarded({"GetCurrentCalibrationObjFromDD"}, [&](TraceObj&) { return of_current_polarity(); });
+    return routine(trace_, {"GetCurrentCalibrationObjFromDD"}, [&] { return of_current_polarity(); });
 }
 
 bool MassCalibration::use_override_values() {
@@ -88,7 +88,7 @@ bool MassCalibration::use_override_values() {
 }
 
 double MassCalibration::default_a_ns() {
-    return routines_.guarded({"getDefaultCalibCoefA_nsec"}, [&](TraceObj&) {
+    return routine(trace_, {"getDefaultCalibCoefA_nsec"}, [&] {
         if (use_override_values()) return parameters_.GetManualTuneValue("Calibration", "DefaultCalibACoef_Override");
         if (is_model_4410(instrument_.hardware()))
             return parameters_.GetAutotuneLimitValue("Calibration", "DefaultCalibACoef_4410");
@@ -98,14 +98,14 @@ double MassCalibration::default_a_ns() {
 
 // No model has a default of its own for B.
 double MassCalibration::default_b_ns() {
-    return routines_.guarded({"getDefaultCalibCoefB_nsec"}, [&](TraceObj&) {
+    return routine(trace_, {"getDefaultCalibCoefB_nsec"}, [&] {
         if (use_override_values()) return parameters_.GetManualTuneValue("Calibration", "DefaultCalibBCoef_Override");
         return to_double(instrument_.dictionary_item(contract::dictionary_item.coefficient_b));
     });
 }
 
 CalibrationCoefficients MassCalibration::default_coefficients_ns() {
-    return routines_.guarded({"getDefaultCalibrationCoeffs_nsec"}, [&](TraceObj&) {
+    return routine(trace_, {"getDefaultCalibrationCoeffs_nsec"}, [&] {
         CalibrationCoefficients coefficients;
         coefficients.A = default_a_ns();
         coefficients.B = default_b_ns();
@@ -114,7 +114,7 @@ CalibrationCoefficients MassCalibration::default_coefficients_ns() {
 }
 
 CalibrationObject MassCalibration::default_object_ns() {
-    return routines_.guarded({"getDefaultMTObj_nsec"}, [&](TraceObj&) {
+    return routine(trace_, {"getDefaultMTObj_nsec"}, [&] {
         CalibrationObject calibration = current();
         CalibrationSettings settings = calibration->settings();
         settings.CalReserved1 = to_int32(instrument_.dictionary_item(contract::dictionary_item.reserved_1));
@@ -129,7 +129,7 @@ CalibrationObject MassCalibration::default_object_ns() {
 }
 
 void MassCalibration::store(const CalibrationObject& calibration) {
-    routines_.guarded({"WriteThisCalibrationObjToDD", store_trace_level}, [&](TraceObj& record) {
+    routine(trace_, {"WriteThisCalibrationObjToDD", store_trace_level}, [&](TraceObj& record) {
         if (!calibration) raise_runtime_fault(error_number::object_not_set, "calibration object");
         const bool positive = setpoints_.is_positive();
         record.TR_PRINT("Saving new coefficients to ", positive ? "positive" : "negative", " mode calibrant");
@@ -139,7 +139,7 @@ void MassCalibration::store(const CalibrationObject& calibration) {
 }
 
 void MassCalibration::set_a_and_t0_us(double a, double t0) {
-    routines_.guarded({"SetNewCalibrationWithTheseAAndt0Values_usec"}, [&](TraceObj&) {
+    routine(trace_, {"SetNewCalibrationWithTheseAAndt0Values_usec"}, [&] {
         const CalibrationObject calibration = current();
         CalibrationCoefficients coefficients = calibration->coefficients();
         coefficients.A = a;

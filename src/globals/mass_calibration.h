@@ -1,8 +1,8 @@
 // The mass calibration: units of its coefficients, defaults, and its exchange with the instrument.
 #pragma once
 
+#include "frame/routine.h"
 #include "globals/current_setpoints.h"
-#include "globals/tune_routines.h"
 #include "korvane/mass_time.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
@@ -11,9 +11,9 @@ namespace korvane {
 
 class MassCalibration {
 public:
-    MassCalibration(TuneRoutines& routines, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+    MassCalibration(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
                     clsTunePrefsXML& preferences, clsTuneParamsXML& parameters)
-        : routines_(routines),
+        : trace_(trace),
           instrument_(instrument),
           setpoints_(setpoints),
           preferences_(preferences),
@@ -34,7 +34,7 @@ private:
     bool use_override_values();
     void convert_terms(TraceObj& record, CalibrationCoefficients& coefficients, bool to_ns);
 
-    TuneRoutines& routines_;
+    const Trace& trace_;
     InstrumentGlobals& instrument_;
     const CurrentSetpoints& setpoints_;
     clsTunePrefsXML& preferences_;

@@ -22,7 +22,7 @@ MassRangeComboBoxSelection MassRange::selection() const {
 }
 
 double MassRange::highest_mass() {
-    return routines_.guarded({"GetMaxMassForCurrentMassRange"}, [&](TraceObj&) {
+    return routine(trace_, {"GetMaxMassForCurrentMassRange"}, [&] {
         switch (selection()) {
             case MassRangeComboBoxSelection::MassRangeComboBoxSelection_Low:
                 return highest_mass_low_range;
@@ -39,7 +39,7 @@ double MassRange::highest_mass() {
 }
 
 bool MassRange::contains(double mass) {
-    return routines_.guarded({"IsThisMassInCurrentMassRange"}, [&](TraceObj&) {
+    return routine(trace_, {"IsThisMassInCurrentMassRange"}, [&] {
         const double lowest = setpoints_.value(contract::setpoint.lowest_mass);
         double highest = highest_mass();
         if (selection() == MassRangeComboBoxSelection::MassRangeComboBoxSelection_High)
@@ -50,7 +50,7 @@ bool MassRange::contains(double mass) {
 
 VariantArray<double> MassRange::default_mass_list(const std::string& source_type, const std::string& polarity) {
     const ErrorLine line{"GetDefaultMassList.Err.number[", "], err.Description[", "]"};
-    return routines_.guarded({"GetDefaultMassList"}, line, [&](TraceObj&) -> VariantArray<double> {
+    return routine(trace_, {"GetDefaultMassList"}, line, [&]() -> VariantArray<double> {
         const std::string file_name =
             join_path(join_path(paths_.base_folder(), "MassLists"), "default_calibration_mass_list.xml");
         const VariantArray<double> all =
@@ -75,7 +75,7 @@ std::size_t MassRange::count_below(const VariantArray<double>& masses, double li
 }
 
 double MassRange::largest_of(const VariantArray<double>& masses) {
-    return routines_.guarded({"LargestMassInMassList"}, [&](TraceObj& record) {
+    return routine(trace_, {"LargestMassInMassList"}, [&](TraceObj& record) {
         const std::int32_t upper = masses.upper_bound();
         record.TR_PRINT("upper = ", upper);
         double largest = 0;

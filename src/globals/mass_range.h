@@ -3,8 +3,8 @@
 
 #include <string>
 
+#include "frame/routine.h"
 #include "globals/current_setpoints.h"
-#include "globals/tune_routines.h"
 #include "korvane/enumerations.h"
 #include "korvane/platform.h"
 
@@ -12,9 +12,9 @@ namespace korvane {
 
 class MassRange {
 public:
-    MassRange(TuneRoutines& routines, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+    MassRange(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
               PathInformation& paths, const Platform& platform)
-        : routines_(routines), instrument_(instrument), setpoints_(setpoints), paths_(paths), platform_(platform) {}
+        : trace_(trace), instrument_(instrument), setpoints_(setpoints), paths_(paths), platform_(platform) {}
 
     double highest_mass();
     bool contains(double mass);
@@ -26,7 +26,7 @@ private:
     MassRangeComboBoxSelection selection() const;
     std::size_t count_below(const VariantArray<double>& masses, double limit) const;
 
-    TuneRoutines& routines_;
+    const Trace& trace_;
     InstrumentGlobals& instrument_;
     const CurrentSetpoints& setpoints_;
     PathInformation& paths_;

@@ -9,15 +9,6 @@ namespace {
 constexpr std::int32_t setpoint_trace_level = 4;
 constexpr const char* set_source = "SetMSSetpointValueByIdx()";
 
-struct UnableToSetLine {
-    std::int32_t index;
-    std::string text(const Error& error) const {
-        return text_of("Error[", error.number(),
-                       "] in SetMSSetpointValueByIdx: unable to set current value for setpoint[", index,
-                       "]: ", error.description());
-    }
-};
-
 [[noreturn]] void raise_aborted() {
     throw Error(error_number::user_aborted, "TuneGlobals", "User aborted");
 }
@@ -25,8 +16,12 @@ struct UnableToSetLine {
 }  // namespace
 
 double SetpointAccess::set(std::int32_t index, const SetpointChange& change) {
-    const Outcome outcome = routines_.guarded({"SetMSSetpointValueByIdx", setpoint_trace_level}, UnableToSetLine{index},
-                                              [&](TraceObj& record) { return set_guarded(index, change, record); });
+    const auto unable_to_set = [&](TraceObj& record, RoutineName name, const Error& error) {
+        record.error_line("Error[", error.number(), "] in ", name.name, ": unable to set current value for setpoint[",
+                          index, "]: ", error.description());
+    };
+    const Outcome outcome = routine(trace_, {"SetMSSetpointValueByIdx", setpoint_trace_level}, unable_to_set,
+                                    [&](TraceObj& record) { return set_guarded(index, change, record); });
     // An abort goes to the caller past the routine's own handler.
     if (outcome.aborted) raise_aborted();
     return outcome.value;
@@ -88,12 +83,12 @@ bool SetpointAccess::is_aborted_while_settling(std::int32_t index, double target
 }
 
 double SetpointAccess::set(const std::string& internal_name, const SetpointChange& change) {
-    return routines_.unguarded({"SetMSSetpointValueByInternalName", setpoint_trace_level},
-                               [&](TraceObj&) { return set(setpoints_.table().index_of(internal_name), change); });
+    return routine(trace_, {"SetMSSetpointValueByInternalName", setpoint_trace_level}, no_line,
+                   [&] { return set(setpoints_.table().index_of(internal_name), change); });
 }
 
 double SetpointAccess::get(std::int32_t index) {
-    return routines_.guarded({"GetMSSetpointValueByIdx", setpoint_trace_level}, [&](TraceObj& record) {
+    return routine(trace_, {"GetMSSetpointValueByIdx", setpoint_trace_level}, [&](TraceObj& record) {
         raise_if_aborted();
         record.TR_PRINT("Current value of SP[lSetpointIdx, CurrentTimeSegment, CurrentScanSegment] = ");
         const double value = setpoints_.value(index);
@@ -104,8 +99,8 @@ double SetpointAccess::get(std::int32_t index) {
 }
 
 double SetpointAccess::get(const std::string& internal_name) {
-    return routines_.guarded({"GetMSSetpointValueByInternalName", setpoint_trace_level},
-                             [&](TraceObj&) { return get(setpoints_.table().index_of(internal_name)); });
+    return routine(trace_, {"GetMSSetpointValueByInternalName", setpoint_trace_level},
+                   [&] { return get(setpoints_.table().index_of(internal_name)); });
 }
 
 void SetpointAccess::raise_if_aborted() {
@@ -117,7 +112,7 @@ void SetpointAccess::wait(double seconds) {
 }
 
 bool SetpointAccess::wait_traced(double seconds) {
-    return routines_.unguarded({"WaitThisManySeconds"}, [&](TraceObj&) { return poll_until_over(seconds); });
+    return routine(trace_, {"WaitThisManySeconds"}, no_line, [&] { return poll_until_over(seconds); });
 }
 
 }  // namespace korvane

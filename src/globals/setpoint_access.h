@@ -4,9 +4,9 @@
 #include <optional>
 #include <string>
 
+#include "frame/routine.h"
 #include "globals/current_setpoints.h"
 #include "globals/stopwatch.h"
-#include "globals/tune_routines.h"
 #include "korvane/abort_helper.h"
 #include "korvane/enumerations.h"
 
@@ -22,9 +22,9 @@ struct SetpointChange {
 
 class SetpointAccess {
 public:
-    SetpointAccess(TuneRoutines& routines, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+    SetpointAccess(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
                    AbortHelper& abort, Clock& clock)
-        : routines_(routines), instrument_(instrument), setpoints_(setpoints), abort_(abort), clock_(clock) {}
+        : trace_(trace), instrument_(instrument), setpoints_(setpoints), abort_(abort), clock_(clock) {}
 
     double set(std::int32_t index, const SetpointChange& change);
     double set(const std::string& internal_name, const SetpointChange& change);
@@ -67,7 +67,7 @@ private:
     bool poll_until_over(double seconds);
     void raise_if_aborted();
 
-    TuneRoutines& routines_;
+    const Trace& trace_;
     InstrumentGlobals& instrument_;
     const CurrentSetpoints& setpoints_;
     AbortHelper& abort_;

@@ -61,13 +61,14 @@ bool SetpointAccess::poll_until_over(double seconds) {
 
 SetpointAccess::Arrival SetpointAccess::wait_until_seen(std::int32_t index, double target, double current) {
     Arrival arrival{ReturnCode::UnexpectedError, current};
-    routines_.swallowing(
-        {"WaitForSpectrumWithSetpointValue"}, ErrorLine{"Error[", "] in WaitForSpectrumWithSetpointValue: "},
-        [&](TraceObj& record) { poll_until_seen(record, index, target, arrival); },
-        [&](const Error& error) {
-            const bool unexplained = arrival.code == ReturnCode::UnexpectedError;
-            if (unexplained && error.number() == error_number::user_aborted) arrival.code = ReturnCode::UserAborted;
-        });
+    const auto note = [&](TraceObj& record, RoutineName name, const Error& error) {
+        record.error_line("Error[", error.number(), "] in ", name.name, ": ", error.description());
+        const bool unexplained = arrival.code == ReturnCode::UnexpectedError;
+        if (unexplained && error.number() == error_number::user_aborted) arrival.code = ReturnCode::UserAborted;
+        return true;
+    };
+    routine(trace_, {"WaitForSpectrumWithSetpointValue"}, note,
+            [&](TraceObj& record) { poll_until_seen(record, index, target, arrival); });
     return arrival;
 }
 
@@ -125,7 +126,7 @@ std::optional<double> SetpointAccess::metadata_value(const std::string& external
         if (!found) record.TR_PRINT("MetaData value [", external_name, "] NOT FOUND");
         return found.value_or(setpoint_value_not_given);
     };
-    return routines_.guarded({"GetMetaValue"}, ErrorLine{"Error[", "] in GetMetaValue: "}, body);
+    return routine(trace_, {"GetMetaValue"}, ErrorLine{"Error[", "] in GetMetaValue: "}, body);
 }
 
 bool SetpointAccess::wait_for_pre_run(TraceObj& record, InstrumentControl& control, Limit* limit) {

@@ -51,43 +51,41 @@ std::int32_t traced(TraceObj& record, const char* text, std::int32_t index) {
 }  // namespace
 
 std::string SourceAndPolarity::polarity() {
-    return routines_.guarded(
-        {"GetPolarityStr"}, [&](TraceObj&) { return std::string(setpoints_.is_positive() ? "Positive" : "Negative"); });
+    return routine(trace_, {"GetPolarityStr"},
+                   [&] { return std::string(setpoints_.is_positive() ? "Positive" : "Negative"); });
 }
 
 std::string SourceAndPolarity::polarity_abbreviation() {
-    return routines_.guarded({"GetPolarity3LetterAbbreviation"},
-                             [&](TraceObj&) { return std::string(setpoints_.is_positive() ? "pos" : "neg"); });
+    return routine(trace_, {"GetPolarity3LetterAbbreviation"},
+                   [&] { return std::string(setpoints_.is_positive() ? "pos" : "neg"); });
 }
 
 PolaritySetpoint SourceAndPolarity::polarity_setpoint() {
-    return routines_.guarded({"GetPolarityTuneSetpointValue"}, [&](TraceObj&) {
-        return setpoints_.is_positive() ? PolaritySetpoint::Positive : PolaritySetpoint::Negative;
-    });
+    return routine(trace_, {"GetPolarityTuneSetpointValue"},
+                   [&] { return setpoints_.is_positive() ? PolaritySetpoint::Positive : PolaritySetpoint::Negative; });
 }
 
 std::int32_t SourceAndPolarity::corona_setpoint() {
-    return routines_.guarded({"GetPolaritySpecificCoronaSetpointIndex"}, [&](TraceObj&) {
+    return routine(trace_, {"GetPolaritySpecificCoronaSetpointIndex"}, [&] {
         return polarity() == "Positive" ? contract::setpoint.corona_positive : contract::setpoint.corona_negative;
     });
 }
 
 std::string SourceAndPolarity::source() {
-    return routines_.guarded({"GetSourceTypeStr"}, [&](TraceObj&) {
-        return std::string(source_of(setpoints_.code(contract::setpoint.source_type)).name);
-    });
+    return routine(trace_, {"GetSourceTypeStr"},
+                   [&] { return std::string(source_of(setpoints_.code(contract::setpoint.source_type)).name); });
 }
 
 std::string SourceAndPolarity::mass_list_type(const std::string& source_type) {
     static const std::array<std::string, 4> esi_like{"Unknown", "SGF ESI", "Dual SGF ESI", "Dual ESI"};
-    return routines_.guarded({"GetMassListTypeFromSourceTypeString"}, [&](TraceObj&) -> std::string {
+    return routine(trace_, {"GetMassListTypeFromSourceTypeString"}, [&]() -> std::string {
         if (std::find(esi_like.begin(), esi_like.end(), source_type) != esi_like.end()) return "ESI";
         return source_type == "Dual nanoESI" ? "nanoESI" : source_type;
     });
 }
 
 std::int32_t SourceAndPolarity::vaporizer_setpoint() {
-    return routines_.guarded({"GetSourceSpecificVaporizerSetpointIndex"}, [&](TraceObj& record) -> std::int32_t {
+    return routine(trace_, {"GetSourceSpecificVaporizerSetpointIndex"}, [&](TraceObj& record) -> std::int32_t {
         const std::string name = source();
         if (name == "APPI") return traced(record, "Selecting APPI", contract::setpoint.vaporizer_apci);
         if (name == "APCI") return traced(record, "Selecting APCI", contract::setpoint.vaporizer_apci);
@@ -98,7 +96,7 @@ std::int32_t SourceAndPolarity::vaporizer_setpoint() {
 }
 
 std::int32_t SourceAndPolarity::capillary_voltage_setpoint() {
-    return routines_.guarded({"GetSourceSpecificVCapSetpointIndex"}, [&](TraceObj& record) {
+    return routine(trace_, {"GetSourceSpecificVCapSetpointIndex"}, [&](TraceObj& record) {
         const std::int32_t code = setpoints_.code(contract::setpoint.source_type);
         const CapillaryVoltage found = source_of(code).capillary_voltage;
         if (found.trace)
@@ -110,7 +108,7 @@ std::int32_t SourceAndPolarity::capillary_voltage_setpoint() {
 }
 
 std::int32_t SourceAndPolarity::transients_setpoint() {
-    return routines_.guarded({"GetNumTransTuneSPForCurrentSamplingRate"}, [&](TraceObj& record) -> std::int32_t {
+    return routine(trace_, {"GetNumTransTuneSPForCurrentSamplingRate"}, [&](TraceObj& record) -> std::int32_t {
         switch (setpoints_.code(contract::setpoint.sampling_rate)) {
             case contract::sampling_rate.at_1_ghz:
                 return contract::setpoint.transients_1_ghz;
@@ -126,7 +124,7 @@ std::int32_t SourceAndPolarity::transients_setpoint() {
 }
 
 enumQuadType SourceAndPolarity::quadrupole_type() {
-    return routines_.guarded({"QuadType"}, [&](TraceObj&) {
+    return routine(trace_, {"QuadType"}, [&] {
         const double max_mass = parameters_.GetTuneParamByXMLPath("/QTOFTuneParams/Misc", "QuadMaxMass");
         if (max_mass == 4000) return enumQuadType::MaxMass4k;
         return max_mass == 8000 ? enumQuadType::MaxMass8k : enumQuadType{};
@@ -134,7 +132,7 @@ enumQuadType SourceAndPolarity::quadrupole_type() {
 }
 
 std::string SourceAndPolarity::instrument_state() {
-    return routines_.guarded({"GetCurrentInstrumentStateAsString"}, [&](TraceObj&) {
+    return routine(trace_, {"GetCurrentInstrumentStateAsString"}, [&] {
         const std::int32_t rate = setpoints_.code(contract::setpoint.sampling_rate);
         return rate_text(rate) + mass_range_text(rate);
     });

@@ -3,8 +3,8 @@
 
 #include <string>
 
+#include "frame/routine.h"
 #include "globals/current_setpoints.h"
-#include "globals/tune_routines.h"
 #include "korvane/enumerations.h"
 #include "korvane/tune_params_xml.h"
 
@@ -12,9 +12,9 @@ namespace korvane {
 
 class SourceAndPolarity {
 public:
-    SourceAndPolarity(TuneRoutines& routines, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+    SourceAndPolarity(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
                       clsTuneParamsXML& parameters)
-        : routines_(routines), instrument_(instrument), setpoints_(setpoints), parameters_(parameters) {}
+        : trace_(trace), instrument_(instrument), setpoints_(setpoints), parameters_(parameters) {}
 
     std::string polarity();               ///< "Positive" or "Negative"
     std::string polarity_abbreviation();  ///< "pos" or "neg"
@@ -34,7 +34,7 @@ private:
     std::string gain_text(std::string rate_text);
     std::string mass_range_text(std::int32_t rate);
 
-    TuneRoutines& routines_;
+    const Trace& trace_;
     InstrumentGlobals& instrument_;
     const CurrentSetpoints& setpoints_;
     clsTuneParamsXML& parameters_;

@@ -26,11 +26,11 @@ void TuneGlobals::set_CurrentScanSegment(std::int32_t value) {
 }
 
 std::string TuneGlobals::ErrorMsgString() const {
-    return impl_->routines.error_message;
+    return impl_->error_message;
 }
 
 void TuneGlobals::set_ErrorMsgString(const std::string& value) {
-    impl_->routines.error_message = value;
+    impl_->error_message = value;
 }
 
 double TuneGlobals::m_AbundanceReductionTechnology_VCap() const {
@@ -118,7 +118,7 @@ void TuneGlobals::CalculateStdevOfMassAssignmentErrorForTheseMasses(
     const VariantArray<double>& varExpectedMasses, const VariantMatrix<double>& varMeasuredTimes,
     const CalibrationObject& pLocalCopyOfCurrentMTCalcObjFromDD, VariantMatrix<double>& calibErrorRawData,
     VariantArray<double>& calibErrorMean, VariantArray<double>& calibStdDevs) {
-    impl_->routines.guarded({"CalculateStdevOfMassAssignmentErrorForTheseMasses"}, [&](TraceObj&) {
+    routine(impl_->trace, {"CalculateStdevOfMassAssignmentErrorForTheseMasses"}, [&] {
         if (!pLocalCopyOfCurrentMTCalcObjFromDD)
             raise_runtime_fault(error_number::object_not_set, "calibration object");
         auto errors = mass_errors_ppm(varExpectedMasses, varMeasuredTimes, *pLocalCopyOfCurrentMTCalcObjFromDD);
@@ -131,7 +131,7 @@ void TuneGlobals::CalculateStdevOfMassAssignmentErrorForTheseMasses(
 
 void TuneGlobals::CalculateMeanAndStdevForThisData(const VariantMatrix<double>& varMeasuredValues,
                                                    VariantArray<double>& Means, VariantArray<double>& StdDevs) {
-    impl_->routines.guarded({"CalculateMeanAndStdevForThisData"}, [&](TraceObj&) {
+    routine(impl_->trace, {"CalculateMeanAndStdevForThisData"}, [&] {
         auto statistics = column_statistics(varMeasuredValues);
         Means = std::move(statistics.means);
         StdDevs = std::move(statistics.standard_deviations);

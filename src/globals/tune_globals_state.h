@@ -39,15 +39,16 @@ struct TuneGlobals::Impl {
     double abundance_reduction_vcap = 0;
     double abundance_reduction_fragmentor = 0;
 
-    TuneRoutines routines{Trace(platform.tracers)};
+    std::string error_message;
+    const Trace trace{platform.tracers, &error_message};
     const CurrentSetpoints current{*instrument, segments};
-    SetpointAccess setpoints{routines, *instrument, current, abort, *platform.clock};
-    TuneLogs logs{routines, *instrument, platform};
-    MassCalibration calibration{routines, *instrument, current, preferences, parameters};
-    SourceAndPolarity source{routines, *instrument, current, parameters};
-    MassRange mass_range{routines, *instrument, current, *paths, platform};
-    IndexedSlicer slicer{routines, *instrument, setpoints, preferences, parameters, logs};
-    DetectorDefaults detector{routines, *instrument, current, parameters, source, calibration, mass_range};
+    SetpointAccess setpoints{trace, *instrument, current, abort, *platform.clock};
+    TuneLogs logs{trace, *instrument, platform};
+    MassCalibration calibration{trace, *instrument, current, preferences, parameters};
+    SourceAndPolarity source{trace, *instrument, current, parameters};
+    MassRange mass_range{trace, *instrument, current, *paths, platform};
+    IndexedSlicer slicer{trace, *instrument, setpoints, preferences, parameters, logs};
+    DetectorDefaults detector{trace, *instrument, current, parameters, source, calibration, mass_range};
 };
 
 }  // namespace korvane

@@ -8,7 +8,7 @@ constexpr const char* setpoint_log_name = "SetpointLog.txt";
 
 constexpr std::int32_t logbook_trace_level = 4;
 
-constexpr auto no_note = [](const Error&) {};
+const auto log_failure = swallowed_after(NamedLine{"error"});
 
 }  // namespace
 
@@ -17,45 +17,42 @@ void TuneLogs::open(LogFile& log, const std::string& name, const LocalTime& now)
 }
 
 void TuneLogs::write_tune_line(const std::string& message) {
-    const auto body = [&](TraceObj&) {
+    const auto body = [&] {
         if (!tune_log_.is_open()) {
             const LocalTime now = platform_.clock->now();
             open(tune_log_, dated_log_name("TuneLog", now), now);
         }
         tune_log_.write_line(message);
     };
-    routines_.swallowing({"WriteLineToTuneLogFile"}, ErrorLine{"error[", "] in WriteLineToTuneLogFile(): "}, body,
-                         no_note);
+    routine(trace_, {"WriteLineToTuneLogFile"}, log_failure, body);
 }
 
 void TuneLogs::write_error_line(const std::string& message) {
-    const auto body = [&](TraceObj&) {
+    const auto body = [&] {
         LogFile log(platform_);
         const LocalTime now = platform_.clock->now();
         open(log, dated_log_name("TuneErrorLog", now), now);
         log.write_line(message);
     };
-    routines_.swallowing({"WriteLineToTuneErrorLogFile"}, ErrorLine{"error[", "] in WriteLineToTuneErrorLogFile(): "},
-                         body, no_note);
+    routine(trace_, {"WriteLineToTuneErrorLogFile"}, log_failure, body);
 }
 
 void TuneLogs::write_setpoint_line(const std::string& message) {
-    const auto body = [&](TraceObj&) {
+    const auto body = [&] {
         if (!log_setpoint_traffic_) return;
         const LocalTime now = platform_.clock->now();
         if (!setpoint_log_.is_open()) open(setpoint_log_, setpoint_log_name, now);
         setpoint_log_.write_line(text_of(date_yymmdd(now), " ", instrument_.time_stamp(), "==> ", message));
     };
-    routines_.swallowing({"WriteLineToSetpointLogFile"}, ErrorLine{"error[", "] in WriteLineToSetpointLogFile(): "},
-                         body, no_note);
+    routine(trace_, {"WriteLineToSetpointLogFile"}, log_failure, body);
 }
 
 void TuneLogs::release_tune_log() {
-    routines_.unguarded({"ReleaseTuneLogFile"}, [&](TraceObj&) { tune_log_.close(); });
+    routine(trace_, {"ReleaseTuneLogFile"}, no_line, [&] { tune_log_.close(); });
 }
 
 void TuneLogs::report_to_logbook(const std::string& message, bool with_message_box, bool with_trace) {
-    routines_.unguarded({"ReportStatusToLogbook", logbook_trace_level}, [&](TraceObj& record) {
+    routine(trace_, {"ReportStatusToLogbook", logbook_trace_level}, no_line, [&](TraceObj& record) {
         if (with_trace) record.TR_PRINT(message);
         platform_.instrument->create_logbook_entry()->write(contract::logbook.kind, message, contract::logbook.code, 0,
                                                             0, "");

@@ -3,21 +3,17 @@
 
 #include <string>
 
+#include "frame/routine.h"
 #include "globals/log_file.h"
-#include "globals/tune_routines.h"
 #include "korvane/system.h"
 
 namespace korvane {
 
-/// The three log writers leave their failure in the routines' error message and never raise.
+/// The three log writers leave their failure in the trace's error line and never raise.
 class TuneLogs {
 public:
-    TuneLogs(TuneRoutines& routines, InstrumentGlobals& instrument, const Platform& platform)
-        : routines_(routines),
-          instrument_(instrument),
-          platform_(platform),
-          tune_log_(platform),
-          setpoint_log_(platform) {}
+    TuneLogs(const Trace& trace, InstrumentGlobals& instrument, const Platform& platform)
+        : trace_(trace), instrument_(instrument), platform_(platform), tune_log_(platform), setpoint_log_(platform) {}
 
     void set_log_setpoint_traffic(bool on) { log_setpoint_traffic_ = on; }
 
@@ -31,7 +27,7 @@ public:
 private:
     void open(LogFile& log, const std::string& name, const LocalTime& now) const;
 
-    TuneRoutines& routines_;
+    const Trace& trace_;
     InstrumentGlobals& instrument_;
     const Platform& platform_;
     LogFile tune_log_;

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::size_t smallest_read = 4096;
 constexpr std::size_t largest_read = std::size_t{1} << 30;
-/// A file that somebody reads cannot be replaced, and a tune that polls the abort flag reads it all the time, a fraction
-/// of a millisecond at once. Whoever holds it for longer meets the caller's own attempts.
+/// A file that somebody reads cannot be replaced, and a tune that polls the abort flag reads it all the time, a
+/// fraction of a millisecond at once. Whoever holds it for longer meets the caller's own attempts.
 constexpr int replace_attempts = 20;
 
 bool may_be_a_reader(DWORD code) {

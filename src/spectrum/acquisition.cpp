@@ -15,7 +15,7 @@ constexpr int sought_entries = 2;
 // What an error handler sees that was reached without an error. Raising it again is an invalid call.
 constexpr std::int32_t nothing_pending = 0;
 
-void spectrum_routine_failed(TraceObj& record, const Error& pending) {
+void spectrum_routine_failed(TraceObj& record, RoutineName, const Error& pending) {
     record.TR_PRINT("Error[", pending.number(), "]: ", pending.description());
     record.TR_PRINT("Spectrum routine Failed");
     record.TR_PRINT("No New Spectrum received");
@@ -49,23 +49,20 @@ struct SpectrumAcquisition::Request {
 
 void SpectrumAcquisition::GetNewSpectrumAndVerifyDataIsPopulated(SpectrumReference spectrum,
                                                                  bool& bUserHasCancelledRampInGUI) {
-    handled_routine(
-        session_.trace, {"GetNewSpectrumAndVerifyDataIsPopulated"},
-        [&](TraceObj& record) {
-            bUserHasCancelledRampInGUI = false;
-            Stopwatch stopwatch(*session_.platform.clock);
-            Request request;
-            bool received = false;
-            do {
-                received = poll_for_populated_spectrum(record, request, spectrum);
-            } while (!received && stopwatch.seconds() <= populated_timeout_seconds);
-            if (!received) {
-                session_.log("AUTOTUNE LOG: WARNING: Timed out. No valid spectrum received");
-                throw Error(nothing_pending, "", "");
-            }
-            record.TR_PRINT("recieved a spectrum");
-        },
-        spectrum_routine_failed);
+    routine(session_.trace, {"GetNewSpectrumAndVerifyDataIsPopulated"}, spectrum_routine_failed, [&](TraceObj& record) {
+        bUserHasCancelledRampInGUI = false;
+        Stopwatch stopwatch(*session_.platform.clock);
+        Request request;
+        bool received = false;
+        do {
+            received = poll_for_populated_spectrum(record, request, spectrum);
+        } while (!received && stopwatch.seconds() <= populated_timeout_seconds);
+        if (!received) {
+            session_.log("AUTOTUNE LOG: WARNING: Timed out. No valid spectrum received");
+            throw Error(nothing_pending, "", "");
+        }
+        record.TR_PRINT("recieved a spectrum");
+    });
 }
 
 /// One polling pass: a spectrum and, where that one is not populated, a second one.
@@ -88,37 +85,34 @@ bool SpectrumAcquisition::poll_for_populated_spectrum(TraceObj& record, Request&
 }
 
 bool SpectrumAcquisition::IsDataReturnedFromGetNextSpectrumPopulated(const SpectrumReference& spectrum) {
-    return routine(session_.trace, {"IsDataReturnedFromGetNextSpectrumPopulated"},
-                   ErrorLine{"Error[", "] in IsDataReturnedFromGetNextSpectrumPopulated(): "}, [&](TraceObj& record) {
-                       const bool no_masses = spectrum.vMassData.is_empty();
-                       const bool no_samples = spectrum.vYData.is_empty();
-                       const bool no_metadata = spectrum.vMetaData.is_empty();
-                       if (no_masses) record.TR_PRINT("LOG: WARNING: returned vMassData is empty");
-                       if (no_samples) record.TR_PRINT("LOG: WARNING: returned YData is empty");
-                       if (no_metadata) record.TR_PRINT("LOG: WARNING: returned MetaData is empty");
-                       return !(no_masses || no_samples || no_metadata);
-                   });
+    return routine(session_.trace, {"IsDataReturnedFromGetNextSpectrumPopulated"}, [&](TraceObj& record) {
+        const bool no_masses = spectrum.vMassData.is_empty();
+        const bool no_samples = spectrum.vYData.is_empty();
+        const bool no_metadata = spectrum.vMetaData.is_empty();
+        if (no_masses) record.TR_PRINT("LOG: WARNING: returned vMassData is empty");
+        if (no_samples) record.TR_PRINT("LOG: WARNING: returned YData is empty");
+        if (no_metadata) record.TR_PRINT("LOG: WARNING: returned MetaData is empty");
+        return !(no_masses || no_samples || no_metadata);
+    });
 }
 
 std::int32_t SpectrumAcquisition::WaitForSpectrumWithProperPolarityAndExperimentIndex(
     SpectrumReference spectrum, VariantArray<std::string>& vMetaDesc, bool& bUserHasCancelledRampInGUI) {
-    return routine(
-        session_.trace, {"WaitForSpectrumWithProperPolarityAndExperimentIndex"},
-        ErrorLine{"Error[", "] in WaitForSpectrumWithProperPolarityAndExperimentIndex(): "}, [&](TraceObj& record) {
-            std::int32_t status = wait_status::arrived;
-            Stopwatch stopwatch(*session_.platform.clock);
-            session_.log("AUTOTUNE LOG: STATUS: Waiting for spectrum with proper polarity and Experiment Index");
-            vMetaDesc = session_.control().GetMetaDescription();
-            record.TR_PRINT("Received metadescription");
-            GetMetaDataIndexesForExperimentIdxAndPolarity(vMetaDesc);
-            do {
-                GetNewSpectrumAndVerifyDataIsPopulated(spectrum, bUserHasCancelledRampInGUI);
-                if (bUserHasCancelledRampInGUI) status = wait_status::cancelled;
-                if (ReturnedSpectrumIsOfSoughtPolarity(spectrum.vMetaData)) return status;
-            } while (stopwatch.seconds() <= polarity_timeout_seconds);
-            log_polarity_timeout(spectrum.vMetaData);
-            return wait_status::timed_out;
-        });
+    return routine(session_.trace, {"WaitForSpectrumWithProperPolarityAndExperimentIndex"}, [&](TraceObj& record) {
+        std::int32_t status = wait_status::arrived;
+        Stopwatch stopwatch(*session_.platform.clock);
+        session_.log("AUTOTUNE LOG: STATUS: Waiting for spectrum with proper polarity and Experiment Index");
+        vMetaDesc = session_.control().GetMetaDescription();
+        record.TR_PRINT("Received metadescription");
+        GetMetaDataIndexesForExperimentIdxAndPolarity(vMetaDesc);
+        do {
+            GetNewSpectrumAndVerifyDataIsPopulated(spectrum, bUserHasCancelledRampInGUI);
+            if (bUserHasCancelledRampInGUI) status = wait_status::cancelled;
+            if (ReturnedSpectrumIsOfSoughtPolarity(spectrum.vMetaData)) return status;
+        } while (stopwatch.seconds() <= polarity_timeout_seconds);
+        log_polarity_timeout(spectrum.vMetaData);
+        return wait_status::timed_out;
+    });
 }
 
 void SpectrumAcquisition::log_polarity_timeout(const VariantArray<InstrumentValue>& vMetaData) {
@@ -132,49 +126,45 @@ void SpectrumAcquisition::log_polarity_timeout(const VariantArray<InstrumentValu
 }
 
 void SpectrumAcquisition::GetMetaDataIndexesForExperimentIdxAndPolarity(const VariantArray<std::string>& vMetaDesc) {
-    routine(session_.trace, {"GetMetaDataIndexesForExperimentIdxAndPolarity"},
-            ErrorLine{"Error[", "] in GetMetaDataIndexesForExperimentIdxAndPolarity(): "}, [&](TraceObj& record) {
-                const std::string experiment_name = session_.instrument->parameter_name(contract::parameter.experiment);
-                const std::string polarity_name =
-                    session_.instrument->setpoints().external_name(contract::setpoint.polarity);
-                const std::int32_t last = vMetaDesc.upper_bound();
-                record.TR_PRINT("Number of elements in vMetaDesc = ", last);
-                int found = 0;
-                for (std::int32_t position = 0; position <= last && found < sought_entries; ++position) {
-                    const std::string& entry = vMetaDesc.at(position);
-                    if (contains(entry, experiment_name)) {
-                        record.TR_PRINT("Exp MetaDataParameterIndex located");
-                        positions_.lExpIndex = position;
-                        ++found;
-                    }
-                    if (contains(entry, polarity_name) && contains(entry, contract::metadata_name.setpoint_mark.key)) {
-                        positions_.lPolarityIndex = position;
-                        ++found;
-                    }
-                }
-            });
+    routine(session_.trace, {"GetMetaDataIndexesForExperimentIdxAndPolarity"}, [&](TraceObj& record) {
+        const std::string experiment_name = session_.instrument->parameter_name(contract::parameter.experiment);
+        const std::string polarity_name = session_.instrument->setpoints().external_name(contract::setpoint.polarity);
+        const std::int32_t last = vMetaDesc.upper_bound();
+        record.TR_PRINT("Number of elements in vMetaDesc = ", last);
+        int found = 0;
+        for (std::int32_t position = 0; position <= last && found < sought_entries; ++position) {
+            const std::string& entry = vMetaDesc.at(position);
+            if (contains(entry, experiment_name)) {
+                record.TR_PRINT("Exp MetaDataParameterIndex located");
+                positions_.lExpIndex = position;
+                ++found;
+            }
+            if (contains(entry, polarity_name) && contains(entry, contract::metadata_name.setpoint_mark.key)) {
+                positions_.lPolarityIndex = position;
+                ++found;
+            }
+        }
+    });
 }
 
 bool SpectrumAcquisition::ReturnedSpectrumIsOfSoughtPolarity(const VariantArray<InstrumentValue>& vMetaData) {
-    return handled_routine(
-        session_.trace, {"ReturnedSpectrumIsOfSoughtPolarity"},
-        [&](TraceObj&) {
-            const std::int32_t polarity = checked_polarity(vMetaData);
-            const Segments segments = session_.current_segments();
-            if (polarity == CurrentSetpoints(*session_.instrument, segments).code(contract::setpoint.polarity)) {
-                session_.log("AUTOTUNE LOG: STATUS: Spectrum of proper polarity and experiment index was returned");
-                return true;
-            }
-            constexpr int experiment_figure = 0;
-            session_.log(text_of("AUTOTUNE LOG: WARNING: Received spectrum with Different polarity = ", polarity,
-                                 " For Experiment = ", experiment_figure));
-            return false;
-        },
-        [&](TraceObj&, const Error&) {
-            session_.log(
-                "AUTOTUNE LOG: ERROR in ReturnedSpectrumIsOfSoughtPolarity(): Error getting Polarity and "
-                "ExperimentIndex out of the MetaData Array");
-        });
+    const auto log_error = [&](TraceObj&, RoutineName, const Error&) {
+        session_.log(
+            "AUTOTUNE LOG: ERROR in ReturnedSpectrumIsOfSoughtPolarity(): Error getting Polarity and ExperimentIndex "
+            "out of the MetaData Array");
+    };
+    return routine(session_.trace, {"ReturnedSpectrumIsOfSoughtPolarity"}, log_error, [&] {
+        const std::int32_t polarity = checked_polarity(vMetaData);
+        const Segments segments = session_.current_segments();
+        if (polarity == CurrentSetpoints(*session_.instrument, segments).code(contract::setpoint.polarity)) {
+            session_.log("AUTOTUNE LOG: STATUS: Spectrum of proper polarity and experiment index was returned");
+            return true;
+        }
+        constexpr int experiment_figure = 0;
+        session_.log(text_of("AUTOTUNE LOG: WARNING: Received spectrum with Different polarity = ", polarity,
+                             " For Experiment = ", experiment_figure));
+        return false;
+    });
 }
 
 std::int32_t SpectrumAcquisition::checked_polarity(const VariantArray<InstrumentValue>& vMetaData) {

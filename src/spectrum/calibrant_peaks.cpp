@@ -58,54 +58,52 @@ void CalibrantPeaks::set_up_windows(TraceObj& record, const Measurement& measure
 VariantMatrix<PeakInfo> CalibrantPeaks::GetPeakInfoForCalibrantMasses(const OptionalMasses& varCalibrantMasses,
                                                                       double& dPeakFindTimeWindow) {
     constexpr std::string_view name = "GetPeakInfoForCalibrantMasses";
-    return routine(session_.trace, {name}, ErrorLine{"Error[", "] in GetPeakInfoForCalibrantMasses(): "},
-                   [&](TraceObj& record) {
-                       uncertainties_.clear();
-                       VariantMatrix<PeakInfo> peaks;
-                       const Request request{name, Scintillator::Access::table,
-                                             [&] { return chosen_masses(varCalibrantMasses); }, dPeakFindTimeWindow};
-                       measure_calibrants(record, request, [&](const Measurement& measurement) {
-                           peaks = VariantMatrix<PeakInfo>(measurement.masses.size(), records_per_mass);
-                           for (std::size_t i = 0; i < peaks.rows(); ++i) {
-                               const WindowPeak peak = find_peak(measurement, static_cast<std::int32_t>(i));
-                               peaks.at(i, record_ns) = peak.nanoseconds;
-                               peaks.at(i, record_amu) = peak.amu;
-                               uncertainties_.push_back(peak.uncertainty);
-                           }
-                       });
-                       return peaks;
-                   });
+    return routine(session_.trace, {name}, [&](TraceObj& record) {
+        uncertainties_.clear();
+        VariantMatrix<PeakInfo> peaks;
+        const Request request{name, Scintillator::Access::table, [&] { return chosen_masses(varCalibrantMasses); },
+                              dPeakFindTimeWindow};
+        measure_calibrants(record, request, [&](const Measurement& measurement) {
+            peaks = VariantMatrix<PeakInfo>(measurement.masses.size(), records_per_mass);
+            for (std::size_t i = 0; i < peaks.rows(); ++i) {
+                const WindowPeak peak = find_peak(measurement, static_cast<std::int32_t>(i));
+                peaks.at(i, record_ns) = peak.nanoseconds;
+                peaks.at(i, record_amu) = peak.amu;
+                uncertainties_.push_back(peak.uncertainty);
+            }
+        });
+        return peaks;
+    });
 }
 
 VariantArray<PeakListObject> CalibrantPeaks::GetPeakListsForCalibrantMasses(const OptionalMasses& varCalibrantMasses) {
     constexpr std::string_view name = "GetPeakListsForCalibrantMasses";
-    return routine(
-        session_.trace, {name}, ErrorLine{"Error[", "] in GetPeakListsForCalibrantMasses(): "}, [&](TraceObj& record) {
-            std::vector<PeakListObject> lists;
-            double window_percent = configured_window;
-            const Request request{name, Scintillator::Access::table, [&] { return chosen_masses(varCalibrantMasses); },
-                                  window_percent};
-            measure_calibrants(record, request, [&](const Measurement& measurement) {
-                lists.resize(measurement.masses.size());
-                for (std::size_t i = 0; i < lists.size(); ++i) {
-                    const auto position = static_cast<std::int32_t>(i);
-                    double baseline = initial_baseline;
-                    log_search(search_.FindPeakListForMass(position, measurement.spectrum.dSpectrumStartTimeInNS,
-                                                           measurement.spectrum.vYData, lists[i], baseline,
-                                                           measurement.calibration, enumPeakInfoUnits::amu));
-                    const bool has_peaks = lists[i] && lists[i]->count() > 0;
-                    log_height("massIdx", position, measurement.masses.at(position),
-                               "peakList.GetPeakAttributeInfo(0, True).pkHeight",
-                               has_peaks ? lists[i]->GetPeakAttributeInfo(0, true).pkHeight : 0);
-                }
-            });
-            return VariantArray<PeakListObject>(std::move(lists));
+    return routine(session_.trace, {name}, [&](TraceObj& record) {
+        std::vector<PeakListObject> lists;
+        double window_percent = configured_window;
+        const Request request{name, Scintillator::Access::table, [&] { return chosen_masses(varCalibrantMasses); },
+                              window_percent};
+        measure_calibrants(record, request, [&](const Measurement& measurement) {
+            lists.resize(measurement.masses.size());
+            for (std::size_t i = 0; i < lists.size(); ++i) {
+                const auto position = static_cast<std::int32_t>(i);
+                double baseline = initial_baseline;
+                log_search(search_.FindPeakListForMass(position, measurement.spectrum.dSpectrumStartTimeInNS,
+                                                       measurement.spectrum.vYData, lists[i], baseline,
+                                                       measurement.calibration, enumPeakInfoUnits::amu));
+                const bool has_peaks = lists[i] && lists[i]->count() > 0;
+                log_height("massIdx", position, measurement.masses.at(position),
+                           "peakList.GetPeakAttributeInfo(0, True).pkHeight",
+                           has_peaks ? lists[i]->GetPeakAttributeInfo(0, true).pkHeight : 0);
+            }
         });
+        return VariantArray<PeakListObject>(std::move(lists));
+    });
 }
 
 double CalibrantPeaks::GetPeakAbForThisMass(double mass) {
     constexpr std::string_view name = "GetPeakAbForThisMass";
-    return routine(session_.trace, {name}, ErrorLine{"Error[", "] in GetPeakAbForThisMass(): "}, [&](TraceObj& record) {
+    return routine(session_.trace, {name}, [&](TraceObj& record) {
         double abundance = 0;
         double window_percent = configured_window;
         const Request request{name, Scintillator::Access::awaited,

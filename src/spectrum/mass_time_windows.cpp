@@ -47,7 +47,7 @@ std::vector<double> MassTimeWindows::percentage_bounds(TraceObj& record, const M
 
 void MassTimeWindows::CalculateTimeIndex(const VariantArray<double>& vMassData, const CalibrationObject& mtDLL,
                                          const VariantArray<double>& mList, double deltaMass, float percentT) {
-    routine(trace_, {"CalculateTimeIndex"}, ErrorLine{"Error[", "] in CalculateTimeIndex(): "}, [&](TraceObj& record) {
+    routine(trace_, {"CalculateTimeIndex"}, [&](TraceObj& record) {
         std::vector<double> bounds;
         if (percentT > 0) {
             record.TR_PRINT("Using %T window");
@@ -67,27 +67,26 @@ void MassTimeWindows::CalculateTimeIndex(const VariantArray<double>& vMassData, 
 }
 
 std::int32_t MassTimeWindows::GetMassArrayIndexForThisMass(const VariantArray<double>& vMassData, double mass) {
-    return routine(trace_, {"GetMassArrayIndexForThisMass"},
-                   ErrorLine{"Error[", "] in GetMassArrayIndexForThisMass(): "}, [&](TraceObj& record) {
-                       record.TR_PRINT(search_rule);
-                       record.TR_PRINT("searching mass index for mass ", mass);
-                       std::int32_t result = -1;
-                       std::int32_t low = 0, high = vMassData.upper_bound(), middle = 0;
-                       do {
-                           middle = to_int32((high - low) / 2.0 + low);
-                           const double here = vMassData.at(middle);
-                           const double next = vMassData.at(middle + 1);  // an axis of one sample fails here
-                           if (here < mass && next > mass) {
-                               result = std::abs(mass - next) < std::abs(mass - here) ? middle + 1 : middle;
-                               break;
-                           }
-                           (mass > here ? low : high) = middle;
-                       } while (low + 1 < high);
-                       if (result < 0 && vMassData.at(middle) == mass) result = middle;
-                       if (result >= 0) record.TR_PRINT("mass index for mass ", mass, "Is ", result);
-                       record.TR_PRINT(search_rule);
-                       return result;
-                   });
+    return routine(trace_, {"GetMassArrayIndexForThisMass"}, [&](TraceObj& record) {
+        record.TR_PRINT(search_rule);
+        record.TR_PRINT("searching mass index for mass ", mass);
+        std::int32_t result = -1;
+        std::int32_t low = 0, high = vMassData.upper_bound(), middle = 0;
+        do {
+            middle = to_int32((high - low) / 2.0 + low);
+            const double here = vMassData.at(middle);
+            const double next = vMassData.at(middle + 1);  // an axis of one sample fails here
+            if (here < mass && next > mass) {
+                result = std::abs(mass - next) < std::abs(mass - here) ? middle + 1 : middle;
+                break;
+            }
+            (mass > here ? low : high) = middle;
+        } while (low + 1 < high);
+        if (result < 0 && vMassData.at(middle) == mass) result = middle;
+        if (result >= 0) record.TR_PRINT("mass index for mass ", mass, "Is ", result);
+        record.TR_PRINT(search_rule);
+        return result;
+    });
 }
 
 const IndexRange& MassTimeWindows::range(std::int32_t position) const {

@@ -28,41 +28,38 @@ PeakListObject PeakAttributes::search_twice(TraceObj& record, const MassTimeCali
 
 PeakInfo PeakAttributes::GetPeakAttributes(double targetMass, double dMassWindow, enumPeakInfoUnits PeakInfoUnits,
                                            bool bThrowErrorOnNoPeaksFound) {
-    return routine(session_.trace, {"GetPeakAttributes"}, ErrorLine{"Error[", "] in GetPeakAttributes(): "},
-                   [&](TraceObj& record) {
-                       const CalibrationObject calibration = session_.calibration_of_current_polarity();
-                       const PeakListObject list = search_twice(record, *calibration, targetMass, dMassWindow);
-                       if (!list && bThrowErrorOnNoPeaksFound) raise_no_peaks();
-                       if (!list) return PeakInfo{};
-                       if (PeakInfoUnits == enumPeakInfoUnits::amu) list->convert(*calibration, convert_to_amu_mode);
-                       list->order(height_position, most_abundant_first);
-                       return list->GetPeakAttributeInfo(0, true);
-                   });
+    return routine(session_.trace, {"GetPeakAttributes"}, [&](TraceObj& record) {
+        const CalibrationObject calibration = session_.calibration_of_current_polarity();
+        const PeakListObject list = search_twice(record, *calibration, targetMass, dMassWindow);
+        if (!list && bThrowErrorOnNoPeaksFound) raise_no_peaks();
+        if (!list) return PeakInfo{};
+        if (PeakInfoUnits == enumPeakInfoUnits::amu) list->convert(*calibration, convert_to_amu_mode);
+        list->order(height_position, most_abundant_first);
+        return list->GetPeakAttributeInfo(0, true);
+    });
 }
 
 PeakListObject PeakAttributes::GetPeakListOfOnlyThisOneMass(double targetMass, double dMassWindow,
                                                             enumPeakInfoUnits PeakInfoUnits) {
-    return routine(session_.trace, {"GetPeakListOfOnlyThisOneMass"},
-                   ErrorLine{"Error[", "] in GetPeakListOfOnlyThisOneMass(): "}, [&](TraceObj& record) {
-                       const CalibrationObject calibration = session_.calibration_of_current_polarity();
-                       PeakListObject list = search_twice(record, *calibration, targetMass, dMassWindow);
-                       if (!list) raise_no_peaks();
-                       if (PeakInfoUnits == enumPeakInfoUnits::amu) list->convert(*calibration, convert_to_amu_mode);
-                       return list;
-                   });
+    return routine(session_.trace, {"GetPeakListOfOnlyThisOneMass"}, [&](TraceObj& record) {
+        const CalibrationObject calibration = session_.calibration_of_current_polarity();
+        PeakListObject list = search_twice(record, *calibration, targetMass, dMassWindow);
+        if (!list) raise_no_peaks();
+        if (PeakInfoUnits == enumPeakInfoUnits::amu) list->convert(*calibration, convert_to_amu_mode);
+        return list;
+    });
 }
 
 double PeakAttributes::GetPeakAttribute(PeakCalcType CalcType, double targetMass, double dMassWindow,
                                         bool bOKToReturnZero, bool bThrowErrorOnNoPeaksFound) {
-    return handled_routine(
-        session_.trace, {"GetPeakAttribute"},
-        [&](TraceObj&) { return measured_attribute(CalcType, targetMass, dMassWindow, bThrowErrorOnNoPeaksFound); },
-        [&](TraceObj& record, const Error& error) {
-            record.TR_PRINT("error[", error.number(), "] in GetPeakAttribute(): ", error.description());
-            if (!bOKToReturnZero || !means_no_peaks(error)) throw error;
-            record.TR_PRINT("no peaks returned, returning 0 height");
-            return 0.0;
-        });
+    const auto zero_without_peaks = [&](TraceObj& record, RoutineName name, const Error& error) {
+        NamedLine{"error"}(record, name, error);
+        if (!bOKToReturnZero || !means_no_peaks(error)) throw error;
+        record.TR_PRINT("no peaks returned, returning 0 height");
+        return 0.0;
+    };
+    return routine(session_.trace, {"GetPeakAttribute"}, zero_without_peaks,
+                   [&] { return measured_attribute(CalcType, targetMass, dMassWindow, bThrowErrorOnNoPeaksFound); });
 }
 
 double PeakAttributes::measured_attribute(PeakCalcType type, double target_mass, double mass_window,

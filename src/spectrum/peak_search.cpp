@@ -12,11 +12,6 @@ constexpr std::int32_t most_abundant_first = 0;
 constexpr double ns_per_second = 1e9;
 constexpr std::string_view abundance_line = "AUTOTUNE LOG: PeakFind: STATUS: Abundance of most abundant peak: ";
 
-/// "GetPeakList.Error[" number "]": this routine's line says no more.
-struct GetPeakListErrorLine {
-    std::string text(const Error& error) const { return text_of("GetPeakList.Error[", error.number(), "]"); }
-};
-
 const MassTimeCalibration& required(const CalibrationObject& calibration) {
     if (!calibration) raise_runtime_fault(error_number::object_not_set, "mass-time calibration");
     return *calibration;
@@ -83,24 +78,23 @@ PeakSearch::Finding PeakSearch::find_in_calibrant_window(TraceObj& record, std::
 std::int32_t PeakSearch::FindPeakForMass(std::int32_t massIndex, double dSpectrumStartTimeInNS,
                                          const VariantArray<double>& vYData, const CalibrationObject& pMTObj,
                                          WindowPeak& peak) {
-    return routine(
-        session_.trace, {"FindPeakForMass"}, ErrorLine{"Error[", "] in FindPeakForMass(): "}, [&](TraceObj& record) {
-            if (vYData.is_empty()) {
-                record.TR_PRINT("Error : Empty Y Data");
-                return 0;
-            }
-            const Finding finding = find_in_calibrant_window(record, massIndex, dSpectrumStartTimeInNS, vYData);
-            const std::int32_t found = finding.list ? finding.list->count() : 0;
-            if (found != 0) {
-                take_most_abundant(record, finding, pMTObj, peak);
-            } else if (finding.list) {
-                record.TR_PRINT("NO Peaks Found IN the requested time range");
-                record.TR_PRINT("NO Peaks Found");
-            }
-            record.TR_PRINT("Baseline is", peak.baseline);
-            session_.log(text_of(abundance_line, peak.nanoseconds.pkHeight));
-            return found;
-        });
+    return routine(session_.trace, {"FindPeakForMass"}, [&](TraceObj& record) {
+        if (vYData.is_empty()) {
+            record.TR_PRINT("Error : Empty Y Data");
+            return 0;
+        }
+        const Finding finding = find_in_calibrant_window(record, massIndex, dSpectrumStartTimeInNS, vYData);
+        const std::int32_t found = finding.list ? finding.list->count() : 0;
+        if (found != 0) {
+            take_most_abundant(record, finding, pMTObj, peak);
+        } else if (finding.list) {
+            record.TR_PRINT("NO Peaks Found IN the requested time range");
+            record.TR_PRINT("NO Peaks Found");
+        }
+        record.TR_PRINT("Baseline is", peak.baseline);
+        session_.log(text_of(abundance_line, peak.nanoseconds.pkHeight));
+        return found;
+    });
 }
 
 void PeakSearch::take_most_abundant(TraceObj& record, const Finding& finding, const CalibrationObject& calibration,
@@ -123,27 +117,25 @@ std::int32_t PeakSearch::FindPeakListForMass(std::int32_t massIndex, double dSpe
                                              const VariantArray<double>& vYData, PeakListObject& peakList,
                                              double& baseLine, const CalibrationObject& pMTObj,
                                              enumPeakInfoUnits PeakInfoUnits) {
-    return routine(session_.trace, {"FindPeakListForMass"}, ErrorLine{"Error[", "] in FindPeakListForMass(): "},
-                   [&](TraceObj& record) {
-                       if (vYData.is_empty()) {
-                           record.TR_PRINT("Error : Empty Y Data");
-                           return 0;
-                       }
-                       const Finding finding =
-                           find_in_calibrant_window(record, massIndex, dSpectrumStartTimeInNS, vYData);
-                       const std::int32_t found = finding.list ? finding.list->count() : 0;
-                       if (finding.list && PeakInfoUnits == enumPeakInfoUnits::amu)
-                           finding.list->convert(required(pMTObj), convert_to_amu_mode);
-                       peakList = finding.list;
-                       if (finding.list) baseLine = finding.finder->baseline();
-                       if (found == 0) session_.log(text_of(abundance_line, 0));
-                       return found;
-                   });
+    return routine(session_.trace, {"FindPeakListForMass"}, [&](TraceObj& record) {
+        if (vYData.is_empty()) {
+            record.TR_PRINT("Error : Empty Y Data");
+            return 0;
+        }
+        const Finding finding = find_in_calibrant_window(record, massIndex, dSpectrumStartTimeInNS, vYData);
+        const std::int32_t found = finding.list ? finding.list->count() : 0;
+        if (finding.list && PeakInfoUnits == enumPeakInfoUnits::amu)
+            finding.list->convert(required(pMTObj), convert_to_amu_mode);
+        peakList = finding.list;
+        if (finding.list) baseLine = finding.finder->baseline();
+        if (found == 0) session_.log(text_of(abundance_line, 0));
+        return found;
+    });
 }
 
 PeakListObject PeakSearch::GetPeakList(double dTimeToStartSearchInNS, double dTimeToEndSearchInNS,
                                        std::int32_t MaxPeaks) {
-    return routine(session_.trace, {"GetPeakList"}, GetPeakListErrorLine{}, [&](TraceObj& record) {
+    return routine(session_.trace, {"GetPeakList"}, number_line, [&](TraceObj& record) {
         return peak_list(record, {dTimeToStartSearchInNS, dTimeToEndSearchInNS}, MaxPeaks);
     });
 }

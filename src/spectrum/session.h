@@ -37,6 +37,11 @@ struct Session {
     AbortHelper abort;
 };
 
+/// Reaction of routines whose line is "name.Error[number]" and says no more.
+inline constexpr auto number_line = [](TraceObj& record, RoutineName name, const Error& error) {
+    record.error_line(name.name, ".Error[", error.number(), "]");
+};
+
 /// "value" / "divisor"; error 11 when the divisor is 0.
 double checked_quotient(double value, double divisor);
 /// Nearest single-precision number; error 6 where there is none.

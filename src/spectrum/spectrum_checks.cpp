@@ -16,13 +16,6 @@ constexpr const char* too_few_calibrants =
     "Insufficient number of calibrant ions detected in current spectral data for Autotune to continue.\r\n\r\n"
     "Calibration solution in Bottle B may have run out, or there may be a hardware or configuration problem.";
 
-/// "FindIndexOfMostAbundantMasses.Error[" number "]": this routine's line says no more.
-struct MostAbundantErrorLine {
-    std::string text(const Error& error) const {
-        return text_of("FindIndexOfMostAbundantMasses.Error[", error.number(), "]");
-    }
-};
-
 /// Row of the most abundant peak that is not the low mass's own, for which the first row stands in.
 std::size_t largest_peak_row(TraceObj& record, const VariantMatrix<PeakInfo>& peaks, double low_mass_time_ns) {
     std::size_t best = 0;
@@ -45,20 +38,19 @@ std::int32_t index_of_nearest_mass(const VariantArray<double>& masses, double so
 }  // namespace
 
 void SpectrumChecks::VerifyInstrumentIsShowingValidCalibrantSpectrum() {
-    routine(session_.trace, {"VerifyInstrumentIsShowingValidCalibrantSpectrum"},
-            ErrorLine{"Error[", "] in VerifyInstrumentIsShowingValidCalibrantSpectrum(): "}, [&](TraceObj& record) {
-                raise_configured_error();
-                int NumInvalidSpectra = 0;
-                bool found = false;
-                while (!found && NumInvalidSpectra < invalid_spectra_limit)
-                    found = next_spectrum_is_valid(record, NumInvalidSpectra);
-                if (!found) {
-                    record.TR_PRINT("Valid Calib Spectrum NOT found");
-                    throw Error(error_number::invalid_spectrum, "VerifyInstrumentIsShowingValidCalibrantSpectrum",
-                                too_few_calibrants);
-                }
-                record.TR_PRINT("Valid Calib Spectrum found");
-            });
+    routine(session_.trace, {"VerifyInstrumentIsShowingValidCalibrantSpectrum"}, [&](TraceObj& record) {
+        raise_configured_error();
+        int NumInvalidSpectra = 0;
+        bool found = false;
+        while (!found && NumInvalidSpectra < invalid_spectra_limit)
+            found = next_spectrum_is_valid(record, NumInvalidSpectra);
+        if (!found) {
+            record.TR_PRINT("Valid Calib Spectrum NOT found");
+            throw Error(error_number::invalid_spectrum, "VerifyInstrumentIsShowingValidCalibrantSpectrum",
+                        too_few_calibrants);
+        }
+        record.TR_PRINT("Valid Calib Spectrum found");
+    });
 }
 
 /// Lets the host's error paths be exercised on a working instrument.
@@ -104,8 +96,7 @@ bool SpectrumChecks::next_spectrum_is_valid(TraceObj& record, int& NumInvalidSpe
 bool SpectrumChecks::AbundancesAreBelowDualGainThreshold(const VariantArray<double>& varCalibrantMasses,
                                                          double dMassWindow) {
     return routine(
-        session_.trace, {"AbundancesAreBelowDualGainThreshold"},
-        ErrorLine{"AbundancesAreBelowDualGainThreshold.Error[", "] in AbundancesAreBelowDualGainThreshold(): "},
+        session_.trace, {"AbundancesAreBelowDualGainThreshold"}, NamedLine{"AbundancesAreBelowDualGainThreshold.Error"},
         [&](TraceObj& record) {
             const double MaxAllowableAb = session_.tune.GetMaxAbBeforeSaturationOccurs();
             const double low_mass = varCalibrantMasses.at(varCalibrantMasses.lower_bound());
@@ -130,7 +121,7 @@ bool SpectrumChecks::AbundancesAreBelowDualGainThreshold(const VariantArray<doub
 }
 
 std::int32_t SpectrumChecks::FindIndexOfMostAbundantMasses(const VariantArray<double>& varCalibrantMasses) {
-    return routine(session_.trace, {"FindIndexOfMostAbundantMasses"}, MostAbundantErrorLine{}, [&](TraceObj& record) {
+    return routine(session_.trace, {"FindIndexOfMostAbundantMasses"}, number_line, [&](TraceObj& record) {
         double window = -1;
         const VariantMatrix<PeakInfo> peaks = calibrants_.GetPeakInfoForCalibrantMasses(varCalibrantMasses, window);
         const CalibrationObject calibration = session_.tune.GetCurrentCalibrationObjFromDD();

@@ -18,17 +18,16 @@ using Lines = std::vector<std::string>;
 
 struct Traced {
     std::shared_ptr<RecordingTracerFactory> tracers = std::make_shared<RecordingTracerFactory>();
-    Trace trace{tracers};
+    std::string error_line;
+    Trace trace{tracers, &error_line};
     const Lines& lines() const { return tracers->record->lines; }
 };
 
-const ErrorLine line{"Error[", "] in Inner(): "};
-
 TEST(Trace, ReportsUnderTheRoutineThatRunsAndInNestedOrder) {
     Traced traced;
-    unguarded_routine(traced.trace, {"Outer", 4}, [&](TraceObj& outer) {
+    routine(traced.trace, {"Outer", 4}, no_line, [&](TraceObj& outer) {
         outer.TR_PRINT("  before  ");
-        unguarded_routine(traced.trace, {"Inner"}, [&](TraceObj& inner) { inner.TR_PRINT("value ", 1.5, " ", true); });
+        routine(traced.trace, {"Inner"}, no_line, [&](TraceObj& inner) { inner.TR_PRINT("value ", 1.5, " ", true); });
         outer.TR_PRINT("after");
     });
     EXPECT_EQ(traced.lines(), (Lines{"> Outer", "Outer: before", "> Inner", "Inner: value 1.5 True", "< Inner",
@@ -52,22 +51,23 @@ TEST(Trace, SwitchedOffMakesNoCallAndSwitchingOnLaterIsNotNoticed) {
     Traced traced;
     traced.tracers->record->on = false;
     const auto run = [&] {
-        routine(traced.trace, {"Outer"}, line, [&](TraceObj& record) {
+        routine(traced.trace, {"Outer"}, [&](TraceObj& record) {
             record.TR_PRINT("never");
             throw Error(-1, "source", "text");
         });
     };
     EXPECT_EQ(raised(run), "-1|source|text");
+    EXPECT_EQ(traced.error_line, "Error[-1] in Outer(): text") << "kept without tracing too";
     traced.tracers->record->on = true;
     EXPECT_EQ(raised(run), "-1|source|text");
     EXPECT_EQ(traced.lines(), Lines{});
     EXPECT_EQ(traced.tracers->created, 1);
-    std::thread([&] { unguarded_routine(traced.trace, {"Other"}, [](TraceObj&) {}); }).join();
+    std::thread([&] { routine(traced.trace, {"Other"}, [] {}); }).join();
     EXPECT_EQ(traced.lines(), (Lines{"> Other", "< Other"})) << "a new thread reads the flag anew";
     EXPECT_EQ(traced.tracers->created, 2);
 }
 
-TEST(Routine, EveryKindOfFailureBecomesOneErrorLineAndOneAutomationError) {
+TEST(Routine, EveryKindOfFailureBecomesAnAutomationErrorAndGoesTheWayOfItsReaction) {
     const std::pair<std::function<void()>, std::string> failures[] = {
         {[] { throw Error(-905, "source", "text"); }, "-905|source|text"},
         {[] { throw FileError(FileErrorKind::not_found, 2, "gone"); }, "53|Korvane|gone"},
@@ -76,30 +76,41 @@ TEST(Routine, EveryKindOfFailureBecomesOneErrorLineAndOneAutomationError) {
         {[] { throw std::out_of_range("bad"); }, "51|Korvane|bad"},
         {[] { throw 5; }, "51|Korvane|Internal error"},
     };
-    for (const auto& [failure, expected] : failures) {
-        Traced traced;
+    for (const auto& row : failures) {
+        const std::function<void()>& failure = row.first;
+        const std::string& expected = row.second;
         const std::string number = expected.substr(0, expected.find('|'));
         const std::string text = expected.substr(expected.rfind('|') + 1);
-        const Lines lines{"> Inner", "Inner: Error[" + number + "] in Inner(): " + text, "< Inner"};
-        EXPECT_EQ(raised([&] { routine(traced.trace, {"Inner"}, line, [&](TraceObj&) { failure(); }); }), expected);
-        EXPECT_EQ(traced.lines(), lines);
+        const std::string named = "Error[" + number + "] in Inner(): " + text;
+        const auto trace_of = [&](const std::string& line) { return Lines{"> Inner", "Inner: " + line, "< Inner"}; };
+        const auto replace = [](TraceObj&, RoutineName, const Error&) { throw Error(-901, "other", "replaced"); };
+        const auto number_of = [](TraceObj&, RoutineName, const Error& error) { return error.number(); };
+        const auto fail = [&]() -> std::int32_t { return failure(), 0; };
 
-        const Error replacement(-901, "other", "replaced");
-        EXPECT_EQ(raised([&] {
-                      replacing_routine(traced.trace, {"Inner"}, line, replacement, [&](TraceObj&) { failure(); });
-                  }),
-                  "-901|other|replaced");
-        std::string kept;
-        const auto keep = [&](std::string kept_text, const Error& error) {
-            kept = std::to_string(error.number()) + ": " + kept_text;
-        };
-        swallowing_routine(
-            traced.trace, {"Inner"}, line, [&](TraceObj&) { failure(); }, keep);
-        EXPECT_EQ(kept, number + ": Error[" + number + "] in Inner(): " + text);
-        Lines three_times = lines;
-        three_times.insert(three_times.end(), lines.begin(), lines.end());
-        three_times.insert(three_times.end(), lines.begin(), lines.end());
-        EXPECT_EQ(traced.lines(), three_times);
+        Traced again, silent, odd, ended, replaced, result;
+        EXPECT_EQ(raised([&] { routine(again.trace, {"Inner"}, failure); }), expected);
+        EXPECT_EQ(again.lines(), trace_of(named));
+        EXPECT_EQ(again.error_line, named);
+        EXPECT_EQ(raised([&] { routine(silent.trace, {"Inner"}, no_line, failure); }), expected);
+        EXPECT_EQ(silent.lines(), (Lines{"> Inner", "< Inner"}));
+        EXPECT_EQ(raised([&] { routine(odd.trace, {"Inner"}, ErrorLine{"e ", " -> ", "!"}, failure); }), expected);
+        EXPECT_EQ(odd.lines(), trace_of("e " + number + " -> " + text + "!"));
+        routine(ended.trace, {"Inner"}, swallowed_after(NamedLine{"error"}), failure);
+        EXPECT_EQ(ended.error_line, "e" + named.substr(1));
+        EXPECT_EQ(raised([&] { routine(replaced.trace, {"Inner"}, replace, failure); }), "-901|other|replaced");
+        EXPECT_EQ(std::to_string(routine(result.trace, {"Inner"}, number_of, fail)), number);
+    }
+}
+
+TEST(Routine, ErrorRaisedAgainKeepsItsKindAndHelp) {
+    const Error error(-8, "source", "text", ErrorKind::configuration, {"help.chm", 7});
+    Traced traced;
+    try {
+        routine(traced.trace, {"Inner"}, [&] { throw error; });
+        FAIL();
+    } catch (const Error& again) {
+        EXPECT_EQ(again.kind(), ErrorKind::configuration);
+        EXPECT_EQ(again.help(), error.help());
     }
 }
 
