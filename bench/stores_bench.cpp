@@ -7,10 +7,10 @@
 #include <pugixml.hpp>
 
 #include "bench/interleaved.h"
-#include "frame/text.h"
 #include "korvane/tune_globals.h"
 #include "korvane/tune_params_xml.h"
 #include "platform/safe_save.h"
+#include "platform/text.h"
 #include "support/test_platform.h"
 
 namespace korvane::bench {

@@ -8,6 +8,7 @@
 #include "korvane/error.h"
 #include "korvane/platform.h"
 #include "platform/environment.h"
+#include "platform/paths.h"
 #include "platform/safe_save.h"
 
 namespace korvane {
@@ -20,13 +21,12 @@ constexpr std::array files_of_every_base_folder{"TuneParams.xml", "TunePreferenc
 constexpr const char* logs_folder = "Logfiles";
 
 [[noreturn]] void fail(const char* routine, const fs::path& folder, const std::string& fault) {
-    throw Error(error_number::file_or_element, routine, "base folder " + path_text(folder) + ": " + fault);
+    throw Error(error_number::file_or_element, routine, "base folder " + utf8_from_path(folder) + ": " + fault);
 }
 
 // Empty where the variable is not set.
 fs::path path_from_environment(const char* name) {
-    const std::string value = environment_text(name);
-    return fs::path(std::u8string(value.begin(), value.end()));
+    return path_from_utf8(environment_text(name));
 }
 
 fs::path per_user_folder() {
@@ -62,7 +62,7 @@ void write_base_data(const fs::path& folder) {
     for (const BaseDataFile& file : base_data_files()) {
         const fs::path path = folder / fs::path(file.name);
         fs::create_directories(path.parent_path());
-        safe_save(*files, path_text(path), file.bytes);
+        safe_save(*files, utf8_from_path(path), file.bytes);
     }
 }
 
@@ -115,11 +115,6 @@ void require_base_folder(const fs::path& folder) {
 }
 
 }  // namespace
-
-std::string path_text(const fs::path& path) {
-    const std::u8string utf8 = path.u8string();
-    return {utf8.begin(), utf8.end()};
-}
 
 fs::path default_base_folder() {
     const fs::path named = path_from_environment("KORVANE_BASE");

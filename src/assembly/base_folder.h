@@ -2,15 +2,11 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
 
 namespace korvane {
 
 /// The chosen folder, or for an empty path the default one; the per-user folder is made when it does not exist yet.
 /// Error -904 naming what is missing when the result is no base folder.
 std::filesystem::path usable_base_folder(const std::filesystem::path& chosen);
-
-/// A path as UTF-8 text.
-std::string path_text(const std::filesystem::path& path);
 
 }  // namespace korvane

@@ -7,6 +7,7 @@
 #include "korvane/platform.h"
 #include "korvane/system.h"
 #include "platform/files.h"
+#include "platform/paths.h"
 
 namespace korvane {
 
@@ -18,10 +19,10 @@ constexpr const char* state_file_name = "instrument.json";
 constexpr const char* scene_file_name = "scene.json";
 
 std::optional<std::string> scene_file(const EmbeddedOptions& options, const fs::path& folder) {
-    if (options.scene) return path_text(*options.scene);
+    if (options.scene) return utf8_from_path(*options.scene);
     const fs::path own = folder / scene_file_name;
     std::error_code ignored;
-    if (fs::exists(own, ignored)) return path_text(own);
+    if (fs::exists(own, ignored)) return utf8_from_path(own);
     return std::nullopt;
 }
 
@@ -51,10 +52,10 @@ Platform make_embedded_platform(const EmbeddedOptions& options) {
         platform.instrument =
             make_replay({.recording = *options.replay, .base_folder = folder}, platform.files, platform.clock);
     else
-        platform.instrument = make_simulator({.base_folder = path_text(folder),
+        platform.instrument = make_simulator({.base_folder = utf8_from_path(folder),
                                               .seed = options.seed,
                                               .scene_path = scene_file(options, folder),
-                                              .state_path = path_text(folder / state_file_name)},
+                                              .state_path = utf8_from_path(folder / state_file_name)},
                                              platform.files, platform.clock);
     return platform;
 }

@@ -37,12 +37,6 @@ template <class... Pieces>
 
 constexpr std::string_view not_found = "] not found in Tune XML config file";
 
-bool is_yes(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
-    return text == "YES";
-}
-
 }  // namespace
 
 struct clsTuneParamsXML::Impl {
@@ -146,7 +140,7 @@ bool clsTuneParamsXML::IsThisSourceSupportedForAutotuning(const std::string& str
         if (!tune) return false;
         const auto allowed = tune->child("Allowed");
         if (!allowed) raise_item_not_found("Allowed", not_found, " at path[", path, "]");
-        return is_yes(allowed->text());
+        return equal_but_for_case(allowed->text(), "YES");
     };
     return routine(impl_->trace, {"IsThisSourceSupportedForAutotuning"}, StoreLine{querying, "Allowed"}, body);
 }

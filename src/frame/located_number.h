@@ -4,8 +4,8 @@
 #include <string_view>
 #include <utility>
 
-#include "frame/text.h"
 #include "korvane/error.h"
+#include "platform/text.h"
 
 namespace korvane {
 

@@ -8,6 +8,7 @@
 
 #include "frame/trace.h"
 #include "korvane/error.h"
+#include "platform/text.h"
 
 namespace korvane {
 

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "frame/text.h"
 #include "korvane/system.h"
+#include "platform/text.h"
 
 namespace korvane {
 

@@ -1,6 +1,6 @@
 #include "globals/log_file.h"
 
-#include "frame/text.h"
+#include "platform/text.h"
 #ifdef _WIN32
 #include "platform/windows_text.h"
 #endif

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "frame/text.h"
+#include "platform/text.h"
 
 namespace korvane {
 

@@ -5,6 +5,7 @@
 
 #include "frame/located_number.h"
 #include "globals/setpoint_access.h"
+#include "platform/rounding.h"
 
 namespace korvane {
 
@@ -15,18 +16,10 @@ using ReturnCode = SetpointModificationReturnCodes;
 constexpr int poll_milliseconds = 500;
 constexpr double arrival_limit_seconds = 15;
 
-char upper(char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
-bool equal_in_upper_case(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return upper(x) == upper(y); });
-}
-
 bool is_item_sought(std::string_view item, std::string_view sought) {
     if (sought.empty()) return false;
-    const bool whole = equal_in_upper_case(sought, contract::metadata_name.lens_2.key);
-    return equal_in_upper_case(whole ? item : item.substr(0, sought.size()), sought);
+    const bool whole = equal_but_for_case(sought, contract::metadata_name.lens_2.key);
+    return equal_but_for_case(whole ? item : item.substr(0, sought.size()), sought);
 }
 
 double number_of_item(const MetaItem& item) {
@@ -41,7 +34,7 @@ double number_of_item(const MetaItem& item) {
 double rounded_to_2_decimals(double value) {
     const double hundredfold = value * 100;
     if (!std::isfinite(hundredfold)) return value;
-    return (hundredfold - std::remainder(hundredfold, 1.0)) / 100;
+    return nearest_even(hundredfold) / 100;
 }
 
 }  // namespace

@@ -3,9 +3,9 @@
 #include <map>
 
 #include "frame/located_number.h"
-#include "frame/text.h"
 #include "masslist/mass_list_document.h"
 #include "masslist/mass_list_text.h"
+#include "platform/text.h"
 
 namespace korvane {
 

@@ -1,7 +1,7 @@
 #include "masslist/mass_list_document.h"
 
-#include "frame/text.h"
 #include "korvane/error.h"
+#include "platform/text.h"
 
 namespace korvane {
 

@@ -2,8 +2,8 @@
 
 #include <limits>
 
-#include "frame/text.h"
 #include "korvane/error.h"
+#include "platform/text.h"
 #include "platform/xml_encoding.h"
 
 namespace korvane {

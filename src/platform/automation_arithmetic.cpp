@@ -5,20 +5,11 @@
 #include <limits>
 
 #include "korvane/error.h"
+#include "platform/rounding.h"
 
 namespace korvane {
 
 namespace {
-
-/// Nearest whole number, halves to the even one. By comparisons of exact differences, because the hosts' own code may
-/// have changed the rounding mode of the thread.
-double nearest_even(double value) {
-    const double below = std::floor(value);
-    const double fraction = value - below;
-    if (fraction < 0.5) return below;
-    if (fraction > 0.5) return below + 1.0;
-    return std::fmod(below, 2.0) == 0.0 ? below : below + 1.0;
-}
 
 template <class Integer>
 Integer to_integer(double value) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/automation_arithmetic.h"
+#include "platform/rounding.h"
 
 #if defined(__SSE2__) || defined(_M_X64)
 #define KORVANE_SSE2
@@ -37,19 +38,6 @@ double convert_portably(std::span<const double> samples, std::int32_t* counts) {
 #ifdef KORVANE_SSE2
 
 namespace {
-
-/// Round to nearest, halves to even, no traps: whatever the host has set.
-class StandardRounding {
-public:
-    StandardRounding() : before_(_mm_getcsr()) { _mm_setcsr(standard); }
-    ~StandardRounding() { _mm_setcsr(before_); }
-    StandardRounding(const StandardRounding&) = delete;
-    StandardRounding& operator=(const StandardRounding&) = delete;
-
-private:
-    static constexpr unsigned standard = 0x1F80;
-    unsigned before_;
-};
 
 /// Converts blocks of eight samples; what no integer can hold becomes the lowest one.
 class BlockConverter {

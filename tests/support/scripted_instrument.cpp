@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "frame/text.h"
+#include "platform/text.h"
 
 namespace korvane {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "frame/text.h"
 #include "instrument/masstime/square_law_calibration.h"
+#include "platform/text.h"
 
 namespace korvane {
 

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "platform/files.h"
+#include "platform/paths.h"
 
 namespace korvane {
 
@@ -33,8 +34,9 @@ void write_entries(std::ostream& out, const Entries& entries) {
 TemporaryFolder::TemporaryFolder() {
     static std::atomic<int> counter{0};
     // A process that was killed may have left a folder, and its number comes again.
-    do path_ = std::filesystem::temp_directory_path() /
-               ("korvane-test-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
+    do
+        path_ = std::filesystem::temp_directory_path() /
+                ("korvane-test-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
     while (!std::filesystem::create_directory(path_));
 }
 
@@ -44,8 +46,7 @@ TemporaryFolder::~TemporaryFolder() {
 }
 
 std::string TemporaryFolder::file(const std::string& name) const {
-    const std::u8string path = (path_ / std::u8string(name.begin(), name.end())).u8string();
-    return {path.begin(), path.end()};
+    return utf8_from_path(path_ / path_from_utf8(name));
 }
 
 std::string read_text(const std::filesystem::path& path) {

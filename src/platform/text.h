@@ -1,6 +1,7 @@
 // Texts put together from pieces: strings as they are, numbers in their shortest text, booleans as "True" and "False".
 #pragma once
 
+#include <algorithm>
 #include <charconv>
 #include <concepts>
 #include <string>
@@ -39,6 +40,17 @@ std::string text_of(const Pieces&... pieces) {
     std::string out;
     append_text(out, pieces...);
     return out;
+}
+
+/// Letters of ASCII; all else as it is.
+template <class Character>
+constexpr Character lower_case(Character letter) noexcept {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<Character>(letter - 'A' + 'a') : letter;
+}
+
+/// Whether the texts are the same but for the case of ASCII letters.
+inline bool equal_but_for_case(std::string_view left, std::string_view right) noexcept {
+    return std::ranges::equal(left, right, {}, lower_case<char>, lower_case<char>);
 }
 
 }  // namespace korvane
