@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/files.h"
+#include "korvane/forwarding.h"
 
 namespace korvane {
 
