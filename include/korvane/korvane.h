@@ -7,6 +7,7 @@
 #include "korvane/autotune_status.h"
 #include "korvane/cal_mass_list.h"
 #include "korvane/conformance.h"
+#include "korvane/embedded_parts.h"
 #include "korvane/enumerations.h"
 #include "korvane/error.h"
 #include "korvane/forwarding.h"

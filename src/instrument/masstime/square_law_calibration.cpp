@@ -137,4 +137,10 @@ std::shared_ptr<MassTimeCalibration> SquareLawCalibration::clone() const {
     return std::make_shared<SquareLawCalibration>(*this);
 }
 
+CalibrationObject make_square_law_calibration(const CalibrationCoefficients& nanoseconds,
+                                              VariantArray<std::int32_t> use_flags,
+                                              const CalibrationSettings& settings) {
+    return std::make_shared<SquareLawCalibration>(nanoseconds, std::move(use_flags), settings);
+}
+
 }  // namespace korvane

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "korvane/mass_time.h"
+#include "korvane/embedded_parts.h"
 
 namespace korvane {
 
@@ -12,8 +12,7 @@ namespace korvane {
 /// above B that lies nearest to the one of the square law alone; relative error of the inverse below 1e-12.
 class SquareLawCalibration final : public MassTimeCalibration {
 public:
-    /// `use_flags` is indexed by term number; every 1 takes the next of the coefficients C to H, further ones take
-    /// nothing. Error 5 for a used term of a negative number.
+    /// As `make_square_law_calibration`.
     explicit SquareLawCalibration(const CalibrationCoefficients& nanoseconds, VariantArray<std::int32_t> use_flags = {},
                                   const CalibrationSettings& settings = {});
 

@@ -2,10 +2,8 @@
 #pragma once
 
 #include <limits>
-#include <memory>
 
-#include "instrument/peakfinder/peak_finder_options.h"
-#include "korvane/peak_finder.h"
+#include "korvane/embedded_parts.h"
 
 namespace korvane {
 
@@ -52,7 +50,5 @@ private:
     std::span<const std::int32_t> counts_;
     double baseline_ = 0;
 };
-
-std::unique_ptr<PeakFinder> make_peak_finder(const PeakFinderOptions& options = {});
 
 }  // namespace korvane

@@ -8,8 +8,8 @@
 
 #include "instrument/peakfinder/background.h"
 #include "instrument/peakfinder/gaussian_fit.h"
-#include "instrument/peakfinder/peak_finder_options.h"
 #include "instrument/peakfinder/peak_traits.h"
+#include "korvane/embedded_parts.h"
 
 namespace korvane {
 

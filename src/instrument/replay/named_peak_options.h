@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "instrument/peakfinder/peak_finder_options.h"
+#include "korvane/embedded_parts.h"
 
 namespace korvane::replay {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "instrument/peakfinder/peak_finder_options.h"
+#include "korvane/embedded_parts.h"
 #include "korvane/records.h"
 
 namespace korvane::replay {

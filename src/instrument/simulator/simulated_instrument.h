@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "instrument/peakfinder/peak_finder_options.h"
 #include "instrument/simulator/mass_axis.h"
 #include "instrument/simulator/setpoint_bank.h"
 #include "instrument/simulator/spectrum_generator.h"
 #include "instrument/simulator/state_file.h"
+#include "korvane/embedded_parts.h"
 #include "korvane/instrument.h"
 #include "korvane/system.h"
 

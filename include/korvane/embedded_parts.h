@@ -1,0 +1,49 @@
+// Parts of the embedded instrument that it lends to whoever writes an instrument layer: the peak finder and the
+// mass-time law.
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "korvane/mass_time.h"
+#include "korvane/peak_finder.h"
+
+namespace korvane {
+
+/// Width over flight time of the ions that come in time: FWHM(t)^2 = (t / (2 resolution_limit))^2 + detector_fwhm_ns^2.
+struct WidthModel {
+    double resolution_limit = 0;  ///< m / FWHM in mass of the analyser alone
+    double detector_fwhm_ns = 0;
+};
+
+/// What an instrument may know beforehand about its peaks. Everything left out is estimated from the samples of the
+/// search.
+struct PeakFinderOptions {
+    std::optional<WidthModel> width;
+    std::optional<double> counts_per_ion;
+    /// Relative standard deviation of the counts of one ion.
+    std::optional<double> ion_height_spread;
+    /// FWHM of the pulse that the detector makes of one ion, where neighbouring samples share ions; 0 where every
+    /// sample counts ions of its own. Matters to the standard errors.
+    std::optional<double> ion_pulse_fwhm_ns;
+    /// Part of the ions that arrive late, by an exponential of 1.5 standard deviations of the ions' arrival.
+    std::optional<double> tail_fraction;
+    /// How much of the pulse's variance that deviation holds besides: 1 where the whole peak's deviation is meant.
+    std::optional<double> tail_pulse_part;
+    /// Count at which a sample saturates; samples at or above it are left out of the fits.
+    std::optional<double> saturation_counts;
+};
+
+/// A peak finder that measures by fits of the peak shape (docs/peaks.md); `run` never returns null. It looks at the
+/// whole spectrum around the search times and states uncertainties. Errors of `run`: 5 naming a sampling interval or a
+/// time that is not set or no number.
+KORVANE_API std::unique_ptr<PeakFinder> make_peak_finder(const PeakFinderOptions& options = {});
+
+/// A calibration by m = (A (t - B))^2 + sum of c_p t^p over the used terms p. `use_flags` is indexed by term number;
+/// every 1 takes the next of the coefficients C to H, further ones take nothing. The flight time of a mass is the one
+/// at or above B that lies nearest to that of the square law alone. Error 5 for a used term of a negative number.
+KORVANE_API CalibrationObject make_square_law_calibration(const CalibrationCoefficients& nanoseconds,
+                                                          VariantArray<std::int32_t> use_flags = {},
+                                                          const CalibrationSettings& settings = {});
+
+}  // namespace korvane
