@@ -16,6 +16,8 @@ inline constexpr std::int32_t convert_to_amu_mode = 2;
 /// Record positions that the library uses by number.
 inline constexpr std::int32_t centroid_position = 3;
 inline constexpr std::int32_t height_position = 5;
+/// Full width at half maximum of a Gaussian over its standard deviation, 2 sqrt(2 ln 2).
+inline constexpr double fwhm_per_sigma = 2.3548200450309493;
 
 class KORVANE_API PeakList {
 public:

@@ -82,7 +82,7 @@ double width_slope(const SyntheticSet& set, const TruePeak& peak, double sample_
 /// Covariance of the counts of two samples at the given distances from the peak: integral over the arrival density of
 /// the product of two pulses, which is a pulse of the distance times the arrival spread widened by half a pulse.
 double pulse_covariance(const SyntheticSet& set, const TruePeak& peak, double first_ns, double second_ns) {
-    const double pulse = set.detector_fwhm_ns / fwhm_of_sigma;
+    const double pulse = set.detector_fwhm_ns / fwhm_per_sigma;
     const ArrivalSpread arrival = arrival_spread(set, peak.time_ns);
     const double pair = pulse * std::numbers::sqrt2;
     const double widened = std::hypot(arrival.sigma_ns, pulse / std::numbers::sqrt2);

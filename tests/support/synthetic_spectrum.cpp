@@ -20,7 +20,7 @@ double delayed_density(double x, double tail) {
 }
 
 ArrivalSpread arrival_spread(const SyntheticSet& set, double time_ns) {
-    const double analyser_sigma = time_ns / (2 * set.resolution_limit) / fwhm_of_sigma;
+    const double analyser_sigma = time_ns / (2 * set.resolution_limit) / fwhm_per_sigma;
     const double sigma = set.statistics == IonStatistics::Pulse ? analyser_sigma : set.sigma_ns(time_ns);
     return {sigma, set.tail_sigmas * sigma};
 }
@@ -78,7 +78,7 @@ void add_counted_ions(const SyntheticSet& set, const TruePeak& peak, double star
 void add_pulses(const SyntheticSet& set, const TruePeak& peak, double start_time_ns, Draws& draws,
                 std::vector<double>& signal) {
     const ArrivalSpread arrival = arrival_spread(set, peak.time_ns);
-    const double pulse_sigma = set.detector_fwhm_ns / fwhm_of_sigma / set.interval_ns;
+    const double pulse_sigma = set.detector_fwhm_ns / fwhm_per_sigma / set.interval_ns;
     const int ions = draws.poisson(peak.ions);
     for (int ion = 0; ion < ions; ++ion) {
         double time_ns = peak.time_ns + arrival.sigma_ns * draws.normal();
@@ -165,7 +165,7 @@ double SyntheticSet::fwhm_ns(double time_ns) const {
 }
 
 double SyntheticSet::sigma_ns(double time_ns) const {
-    return fwhm_ns(time_ns) / fwhm_of_sigma;
+    return fwhm_ns(time_ns) / fwhm_per_sigma;
 }
 
 const std::array<SyntheticSet, 4>& accuracy_sets() {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "korvane/peak_finder.h"
+
 namespace korvane {
 
 enum class IonStatistics {
@@ -89,7 +91,5 @@ SampleRange samples_of_peak(const SyntheticSet& set, const TruePeak& peak, doubl
 double normal_density(double x);
 /// Density at x of a normal of deviation 1 plus an exponential of mean `tail`.
 double delayed_density(double x, double tail);
-
-inline constexpr double fwhm_of_sigma = 2.3548200450309493;
 
 }  // namespace korvane
