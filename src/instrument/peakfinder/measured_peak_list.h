@@ -18,9 +18,9 @@ struct MeasuredPeak {
 /// Peaks in the order of flight time until `order` is called.
 class MeasuredPeakList final : public PeakList {
 public:
-    explicit MeasuredPeakList(std::vector<MeasuredPeak> peaks_ns) : peaks_ns_(std::move(peaks_ns)) {}
+    explicit MeasuredPeakList(const std::vector<MeasuredPeak>& peaks_ns);
 
-    std::int32_t count() const override { return static_cast<std::int32_t>(peaks_ns_.size()); }
+    std::int32_t count() const override { return static_cast<std::int32_t>(peaks_.size()); }
     /// Ties keep their order.
     void order(std::int32_t position, std::int32_t direction) override;
     PeakInfo GetPeakAttributeInfo(std::int32_t index, bool current_units) const override;
@@ -28,11 +28,13 @@ public:
     std::optional<PeakUncertainty> uncertainty(std::int32_t index) const override;
 
 private:
-    const std::vector<MeasuredPeak>& current_peaks() const { return converted_ ? peaks_amu_ : peaks_ns_; }
-    std::size_t checked_index(std::int32_t index) const;
+    struct Entry {
+        PeakInfo ns;
+        MeasuredPeak current;  // ns, or amu once converted
+    };
+    const Entry& entry(std::int32_t index) const;
 
-    std::vector<MeasuredPeak> peaks_ns_;
-    std::vector<MeasuredPeak> peaks_amu_;
+    std::vector<Entry> peaks_;
     bool converted_ = false;
 };
 
