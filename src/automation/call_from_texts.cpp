@@ -66,14 +66,14 @@ private:
 
 const Member* member_of(const Target& target) {
     const ClassDescription* const description = find_class(target.class_name);
-    return description->index.find(target.object->dispid_of(target.member), target.access);
+    return description->find(target.object->dispid_of(target.member), target.access);
 }
 
 /// Splits "name=text" where the name is a parameter's.
 const Parameter* named_parameter(const Member* member, const std::string& text) {
     const auto sign = text.find('=');
     if (!member || sign == std::string::npos) return nullptr;
-    const auto place = MemberIndex::parameter_place(*member, std::string_view(text).substr(0, sign));
+    const auto place = parameter_place(*member, std::string_view(text).substr(0, sign));
     return place < 0 ? nullptr : &member->parameter_slots[static_cast<std::size_t>(place)];
 }
 

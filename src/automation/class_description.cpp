@@ -1,14 +1,12 @@
 #include "automation/class_description.h"
 
 #include <array>
-#include <stdexcept>
 
-#include "automation/instrument_members.h"
 #include "automation/object_members.h"
 #include "automation/spectrum_parser_members.h"
 #include "automation/store_members.h"
-#include "automation/text_conversion.h"
 #include "automation/tune_globals_members.h"
+#include "platform/text.h"
 
 namespace korvane::automation {
 
@@ -46,15 +44,19 @@ std::span<const ClassDescription> class_descriptions() {
 
 const ClassDescription* find_class(std::string_view name) {
     for (const ClassDescription& description : class_descriptions())
-        if (same_name(description.name, name) || same_name(description.prog_id(), name)) return &description;
+        if (equal_but_for_case(description.name, name) || equal_but_for_case(description.prog_id(), name))
+            return &description;
     return nullptr;
 }
 
-const ClassDescription& class_named(std::string_view name) {
-    if (const ClassDescription* const description = find_class(name)) return *description;
-    for (const ClassDescription& description : instrument_class_descriptions())
-        if (description.name == name) return description;
-    throw std::logic_error("no automation class " + std::string(name));
+template <>
+const ClassDescription& class_of<PeakList>() {
+    return class_descriptions()[6];
+}
+
+template <>
+const ClassDescription& class_of<MassTimeCalibration>() {
+    return class_descriptions()[7];
 }
 
 }  // namespace korvane::automation

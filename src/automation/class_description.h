@@ -6,7 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "automation/member_index.h"
+#include "automation/member.h"
+#include "korvane/automation.h"
 #include "korvane/platform.h"
 
 namespace korvane::automation {
@@ -19,11 +20,21 @@ struct ClassDescription {
     std::span<const Member> members;  ///< in vtable order, a public contract
     /// Makes the native object; null for a class that is not creatable.
     std::shared_ptr<void> (*create)(const Platform&) = nullptr;
-    MemberIndex index{members};
 
     std::string interface_name() const { return std::string("_").append(name); }
     std::string prog_id() const { return "Korvane." + std::string(name); }
+
+    /// The member of a number that serves an access; null where there is none.
+    const Member* find(std::int32_t dispid, Access access) const noexcept;
+    /// Number of a member, whatever the case of its name; 0 where there is none.
+    std::int32_t dispid_of(std::string_view name) const noexcept;
 };
+
+/// Place of a parameter, whatever the case of its name; -1 where there is none.
+std::int32_t parameter_place(const Member& member, std::string_view name) noexcept;
+
+/// "Function GetMetaValue(ByVal SetpointExternalName As String) As Double".
+std::string signature_text(const Member& member);
 
 /// The creatable classes, then those of the objects that they return.
 std::span<const ClassDescription> class_descriptions();

@@ -1,7 +1,10 @@
 // The types in which members are declared on the automation interface.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <variant>
 
@@ -22,10 +25,44 @@ enum class TypeKind : std::uint8_t {
     text_array
 };
 
+/// A kind in the interface definition, in a signature, and as the system numbers it (VARTYPE).
+struct KindDescription {
+    std::string_view idl;        ///< empty: the type's own name
+    std::string_view signature;  ///< empty: the type's own name
+    std::uint16_t variant_type;
+};
+
+/// In the order of `TypeKind`.
+inline constexpr std::array<KindDescription, 12> kind_descriptions{{
+    {"void", "", 0},
+    {"VARIANT", "Variant", 12},
+    {"VARIANT_BOOL", "Boolean", 11},
+    {"long", "Long", 3},
+    {"float", "Single", 4},
+    {"double", "Double", 5},
+    {"BSTR", "String", 8},
+    {"", "", 3},
+    {"", "", 36},
+    {"", "", 9},
+    {"SAFEARRAY(double)", "Double()", 0x2005},
+    {"SAFEARRAY(BSTR)", "String()", 0x2008},
+}};
+
 struct DeclaredType {
     TypeKind kind = TypeKind::none;
     std::string_view name = {};  ///< of the enumeration, the record or the object's class
     friend constexpr bool operator==(const DeclaredType&, const DeclaredType&) = default;
+
+    constexpr const KindDescription& description() const { return kind_descriptions[static_cast<std::size_t>(kind)]; }
+    /// "double", "PeakInfo", "_PeakList*".
+    std::string idl_text() const {
+        if (kind == TypeKind::object) return std::string("_").append(name).append("*");
+        return std::string(description().idl.empty() ? name : description().idl);
+    }
+    /// "Double", "PeakInfo", "PeakList".
+    std::string signature_text() const {
+        return std::string(description().signature.empty() ? name : description().signature);
+    }
 };
 
 /// How a parameter is passed.
@@ -47,10 +84,11 @@ struct Parameter {
     DeclaredType type = {};
 
     constexpr bool is_by_reference() const { return direction != Direction::by_value; }
+    constexpr bool has_default() const { return !std::holds_alternative<std::monostate>(default_value); }
 
     /// The same parameter declared as a variant or an array, whatever its native type suggests.
-    constexpr Parameter as_variant() const { return declared_as({TypeKind::variant}); }
-    constexpr Parameter as_real_array() const { return declared_as({TypeKind::real_array}); }
+    constexpr Parameter as_variant() const { return declared_as(TypeKind::variant); }
+    constexpr Parameter as_real_array() const { return declared_as(TypeKind::real_array); }
     /// The same, optional without a default: left out, the routine decides.
     constexpr Parameter may_be_missing() const {
         Parameter copy = *this;
@@ -59,9 +97,9 @@ struct Parameter {
     }
 
 private:
-    constexpr Parameter declared_as(DeclaredType declared) const {
+    constexpr Parameter declared_as(TypeKind kind) const {
         Parameter copy = *this;
-        copy.type = declared;
+        copy.type = {kind};
         return copy;
     }
 };

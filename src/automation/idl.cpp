@@ -12,50 +12,21 @@ namespace korvane::automation {
 
 namespace {
 
-std::string type_text(const DeclaredType& type) {
-    switch (type.kind) {
-        case TypeKind::none:
-            return "void";
-        case TypeKind::variant:
-            return "VARIANT";
-        case TypeKind::boolean:
-            return "VARIANT_BOOL";
-        case TypeKind::long_integer:
-            return "long";
-        case TypeKind::single:
-            return "float";
-        case TypeKind::real:
-            return "double";
-        case TypeKind::text:
-            return "BSTR";
-        case TypeKind::enumeration:
-        case TypeKind::record:
-            return std::string(type.name);
-        case TypeKind::object:
-            return std::string("_").append(type.name).append("*");
-        case TypeKind::real_array:
-            return "SAFEARRAY(double)";
-        case TypeKind::text_array:
-            return "SAFEARRAY(BSTR)";
-    }
-    return {};
-}
-
 /// Empty where there is no default.
-std::string default_text(const Parameter& parameter) {
-    const Value value = default_value_of(parameter);
-    if (value.holds<Missing>()) return {};
-    if (const auto* truth = value.get_if<bool>()) return *truth ? "-1" : "0";
-    if (const auto* text = value.get_if<std::string>()) return "\"" + *text + "\"";
-    if (const auto* number = value.get_if<double>()) return fmt::format("{}", *number);
-    return std::to_string(value.as_int32());
-}
+struct DefaultText {
+    std::string operator()(std::monostate) const { return {}; }
+    std::string operator()(bool truth) const { return truth ? "-1" : "0"; }
+    std::string operator()(std::int32_t number) const { return std::to_string(number); }
+    std::string operator()(double number) const { return fmt::format("{}", number); }
+    std::string operator()(const char* text) const { return fmt::format("\"{}\"", text); }
+};
 
 std::string parameter_text(const Parameter& parameter) {
     std::string attributes = parameter.is_by_reference() ? "in, out" : "in";
     if (parameter.optional) attributes += ", optional";
-    if (const std::string text = default_text(parameter); !text.empty()) attributes += ", defaultvalue(" + text + ")";
-    return fmt::format("[{}] {}{} {}", attributes, type_text(parameter.type), parameter.is_by_reference() ? "*" : "",
+    if (parameter.has_default())
+        attributes += ", defaultvalue(" + std::visit(DefaultText{}, parameter.default_value) + ")";
+    return fmt::format("[{}] {}{} {}", attributes, parameter.type.idl_text(), parameter.is_by_reference() ? "*" : "",
                        parameter.name);
 }
 
@@ -74,7 +45,7 @@ void write_member(std::string& out, const Member& member) {
         separator = ",";
     };
     for (const Parameter& parameter : member.parameters()) write_line(parameter_text(parameter));
-    if (member.result.kind != TypeKind::none) write_line("[out, retval] " + type_text(member.result) + "* result");
+    if (member.result.kind != TypeKind::none) write_line("[out, retval] " + member.result.idl_text() + "* result");
     out += ");\n";
 }
 
@@ -91,7 +62,8 @@ void write_enumerations(std::string& out) {
 void write_records(std::string& out) {
     for (const RecordDescription& record : record_descriptions()) {
         write(out, "    typedef [uuid({}), helpstring(\"{}\")] struct {} {{\n", record.guid, record.help, record.name);
-        for (const Field& field : record.fields) write(out, "        {} {};\n", type_text({field.kind}), field.name);
+        for (const Field& field : record.fields)
+            write(out, "        {} {};\n", DeclaredType{field.kind}.idl_text(), field.name);
         write(out, "    }} {};\n\n", record.name);
     }
 }

@@ -45,25 +45,6 @@ Json json_of_dimension(const Array& array, std::size_t dimension, std::size_t& p
     return json;
 }
 
-struct ToJson {
-    Json operator()(Empty) const { return nullptr; }
-    Json operator()(Missing) const { return nullptr; }
-    Json operator()(Null) const { return nullptr; }
-    Json operator()(bool truth) const { return truth; }
-    Json operator()(std::int16_t number) const { return number; }
-    Json operator()(std::int32_t number) const { return number; }
-    Json operator()(float number) const { return json_of_number(static_cast<double>(number)); }
-    Json operator()(double number) const { return json_of_number(number); }
-    Json operator()(const Date& date) const { return Value(date).as_text(); }
-    Json operator()(const std::string& text) const { return text; }
-    Json operator()(const Object& object) const { return json_of_object(object); }
-    Json operator()(const Record& record) const { return json_of_record(record); }
-    Json operator()(const Array& array) const {
-        std::size_t place = 0;
-        return json_of_dimension(array, 0, place);
-    }
-};
-
 Value value_of_number(const Json& json) {
     if (json.is_number_integer()) {
         const double number = json.get<double>();
@@ -79,32 +60,29 @@ bool is_matrix(const Json& json) {
 }
 
 /// One storage for elements of one kind.
-Array array_of(const std::vector<ArrayBound>& bounds, const std::vector<const Json*>& elements) {
+Array array_of_elements(const std::vector<ArrayBound>& bounds, const std::vector<const Json*>& elements) {
     const auto all = [&](auto kind) { return std::all_of(elements.begin(), elements.end(), kind); };
-    if (all([](const Json* element) { return element->is_number(); })) {
-        auto numbers = std::make_shared<std::vector<double>>();
-        for (const Json* element : elements) numbers->push_back(element->get<double>());
-        return Array(bounds, Array::Elements<double>(std::move(numbers)));
-    }
-    if (all([](const Json* element) { return element->is_string(); })) {
-        auto texts = std::make_shared<std::vector<std::string>>();
-        for (const Json* element : elements) texts->push_back(element->get<std::string>());
-        return Array(bounds, Array::Elements<std::string>(std::move(texts)));
-    }
-    auto values = std::make_shared<std::vector<Value>>();
-    for (const Json* element : elements) values->push_back(value_of_json(*element));
-    return Array(bounds, Array::Elements<Value>(std::move(values)));
+    const auto array_of_kind = [&]<class T>(T (*convert)(const Json&)) {
+        auto stored = std::make_shared<std::vector<T>>();
+        for (const Json* element : elements) stored->push_back(convert(*element));
+        return Array(bounds, Array::Elements<T>(std::move(stored)));
+    };
+    if (all([](const Json* element) { return element->is_number(); }))
+        return array_of_kind(+[](const Json& element) { return element.get<double>(); });
+    if (all([](const Json* element) { return element->is_string(); }))
+        return array_of_kind(+[](const Json& element) { return element.get<std::string>(); });
+    return array_of_kind(&value_of_json);
 }
 
 Value value_of_array(const Json& json) {
     std::vector<const Json*> elements;
     if (!is_matrix(json)) {
         for (const Json& element : json) elements.push_back(&element);
-        return array_of({{0, json.size()}}, elements);
+        return array_of_elements({{0, json.size()}}, elements);
     }
     for (const Json& row : json)
         for (const Json& element : row) elements.push_back(&element);
-    return array_of({{0, json.size()}, {0, json.front().size()}}, elements);
+    return array_of_elements({{0, json.size()}, {0, json.front().size()}}, elements);
 }
 
 const Field* find_field(const RecordDescription& record, const std::string& name) {
@@ -128,7 +106,27 @@ Value value_of_object(const Json& json) {
 }  // namespace
 
 Json json_of(const Value& value) {
-    return std::visit(ToJson{}, value.content());
+    return std::visit(
+        [&](const auto& content) -> Json {
+            using Kind = std::remove_cvref_t<decltype(content)>;
+            if constexpr (std::is_same_v<Kind, Date>) {
+                return value.as_text();
+            } else if constexpr (std::is_floating_point_v<Kind>) {
+                return json_of_number(static_cast<double>(content));
+            } else if constexpr (std::is_arithmetic_v<Kind> || std::is_same_v<Kind, std::string>) {
+                return content;
+            } else if constexpr (std::is_same_v<Kind, Record>) {
+                return json_of_record(content);
+            } else if constexpr (std::is_same_v<Kind, Object>) {
+                return json_of_object(content);
+            } else if constexpr (std::is_same_v<Kind, Array>) {
+                std::size_t place = 0;
+                return json_of_dimension(content, 0, place);
+            } else {
+                return nullptr;  // Empty, Null, a missing argument
+            }
+        },
+        value.content());
 }
 
 Value value_of_json(const Json& json) {

@@ -1,42 +1,69 @@
 #include "automation/late_binding.h"
 
+#include <algorithm>
 #include <array>
+#include <memory>
 
+#include "automation/error_numbers.h"
 #include "automation/native_object.h"
 #include "frame/routine.h"
+#include "platform/text.h"
 
 namespace korvane::automation {
 
 namespace {
 
-constexpr std::int32_t cannot_create = 429;
-constexpr std::int32_t no_such_member = 438;
-constexpr std::int32_t no_such_argument = 448;
-constexpr std::int32_t argument_not_optional = 449;
-constexpr std::int32_t too_many_arguments = 450;
-
-std::string text_of_name(const Member& member) {
-    return std::string(member.name);
-}
-
-/// Where every argument comes from: pointers into the caller's arguments, null where one is left out.
-using Sources = std::array<Value*, most_parameters>;
-
-Sources place_arguments(const Member& member, Arguments& arguments) {
-    Sources sources{};
-    if (arguments.positional.size() > member.parameter_count)
-        raise_runtime_fault(too_many_arguments, text_of_name(member));
-    for (std::size_t place = 0; place < arguments.positional.size(); ++place)
-        sources[place] = &arguments.positional[place];
-    for (auto& [name, value] : arguments.named) {
-        const std::int32_t place = MemberIndex::parameter_place(member, std::string_view(name));
-        if (place < 0) raise_runtime_fault(no_such_argument, name + " of " + text_of_name(member));
-        Value*& source = sources[static_cast<std::size_t>(place)];
-        if (source) raise_runtime_fault(too_many_arguments, name + " of " + text_of_name(member) + " is given twice");
-        source = &value;
+/// Room for the arguments of one call; only as many values are made as the member has parameters.
+class ArgumentStack {
+public:
+    explicit ArgumentStack(std::size_t count) : values_(reinterpret_cast<Value*>(room_), count) {
+        for (Value& value : values_) std::construct_at(&value, Missing{});
     }
-    return sources;
+    ~ArgumentStack() { std::destroy(values_.begin(), values_.end()); }
+    ArgumentStack(const ArgumentStack&) = delete;
+    ArgumentStack& operator=(const ArgumentStack&) = delete;
+
+    std::span<Value> values() { return values_; }
+
+private:
+    alignas(Value) std::byte room_[most_parameters * sizeof(Value)];
+    std::span<Value> values_;
+};
+
+Value run(const Member& member, void* target, std::span<Value> arguments) {
+    try {
+        return member.call(member, target, arguments);
+    } catch (const Error&) {
+        throw;
+    } catch (...) {
+        throw current_error();
+    }
 }
+
+/// Arguments as values, by position and by name.
+class ValueArguments final : public CallerArguments {
+public:
+    ValueArguments(const Member& member, Arguments& arguments) {
+        const std::string called(member.name);
+        if (arguments.positional.size() > member.parameter_count) raise_runtime_fault(too_many_arguments, called);
+        for (std::size_t place = 0; place < arguments.positional.size(); ++place)
+            sources_[place] = &arguments.positional[place];
+        for (auto& [name, value] : arguments.named) {
+            const std::int32_t place = parameter_place(member, name);
+            if (place < 0) raise_runtime_fault(no_such_argument, name + " of " + called);
+            Value*& source = sources_[static_cast<std::size_t>(place)];
+            if (source) raise_runtime_fault(too_many_arguments, name + " of " + called + " is given twice");
+            source = &value;
+        }
+    }
+
+    bool given(std::size_t place) const override { return sources_[place] && !sources_[place]->holds<Missing>(); }
+    Value load(std::size_t place) const override { return *sources_[place]; }
+    void store(std::size_t place, Value changed) override { *sources_[place] = std::move(changed); }
+
+private:
+    std::array<Value*, most_parameters> sources_{};
+};
 
 }  // namespace
 
@@ -52,21 +79,54 @@ Value default_value_of(const Parameter& parameter) {
         parameter.default_value);
 }
 
-Value call_member(const Member& member, void* target, std::span<Value> placed) {
-    for (std::size_t place = 0; place < member.parameter_count; ++place) {
-        if (!placed[place].holds<Missing>()) continue;
+Value call_member(const Member& member, void* target, CallerArguments& caller) {
+    ArgumentStack stack(member.parameter_count);
+    const std::span<Value> arguments = stack.values();
+    for (std::size_t place = 0; place < arguments.size(); ++place) {
+        if (!caller.given(place)) continue;
+        // What a pure result holds before the call does not matter, but that it is there does.
+        const bool pure_result = member.parameter_slots[place].direction == Direction::result;
+        try {
+            arguments[place] = pure_result ? Value() : caller.load(place);
+        } catch (const Error& error) {
+            throw ArgumentError(error, member, place);
+        }
+    }
+    for (std::size_t place = 0; place < arguments.size(); ++place) {
+        if (!arguments[place].holds<Missing>()) continue;
         const Parameter& parameter = member.parameter_slots[place];
         if (!parameter.optional)
             throw ArgumentError(Error(argument_not_optional, "Korvane", "Argument not optional"), member, place);
-        placed[place] = default_value_of(parameter);
+        arguments[place] = default_value_of(parameter);
     }
-    try {
-        return member.call(member, target, placed);
-    } catch (const Error&) {
-        throw;
-    } catch (...) {
-        throw current_error();
-    }
+    Value result = run(member, target, arguments);
+    for (std::size_t place = 0; place < arguments.size(); ++place)
+        if (member.parameter_slots[place].changes && caller.given(place))
+            caller.store(place, std::move(arguments[place]));
+    return result;
+}
+
+std::int32_t parameter_place(const Member& member, std::string_view name) noexcept {
+    const auto parameters = member.parameters();
+    const auto known = std::find_if(parameters.begin(), parameters.end(),
+                                    [&](const Parameter& each) { return equal_but_for_case(each.name, name); });
+    return known == parameters.end() ? -1 : static_cast<std::int32_t>(known - parameters.begin());
+}
+
+const Member* ClassDescription::find(std::int32_t dispid, Access access) const noexcept {
+    const auto serves = [access](MemberKind kind) {
+        if (access == Access::call) return kind != MemberKind::property_put;
+        return kind == (access == Access::put ? MemberKind::property_put : MemberKind::property_get);
+    };
+    for (const Member& member : std::ranges::equal_range(members, dispid, {}, &Member::dispid))
+        if (serves(member.kind)) return &member;
+    return nullptr;
+}
+
+std::int32_t ClassDescription::dispid_of(std::string_view wanted) const noexcept {
+    for (const Member& member : members)
+        if (equal_but_for_case(member.name, wanted)) return member.dispid;
+    return 0;
 }
 
 std::string NativeObject::class_name() const {
@@ -74,35 +134,21 @@ std::string NativeObject::class_name() const {
 }
 
 std::int32_t NativeObject::dispid_of(std::string_view member) const {
-    const std::int32_t dispid = description_.index.dispid_of(member);
+    const std::int32_t dispid = description_.dispid_of(member);
     if (dispid == 0) raise_runtime_fault(no_such_member, class_name() + "." + std::string(member));
     return dispid;
 }
 
 Value NativeObject::invoke(std::int32_t dispid, Arguments& arguments, Access access) {
-    const Member* const member = description_.index.find(dispid, access);
+    const Member* const member = description_.find(dispid, access);
     if (!member) raise_runtime_fault(no_such_member, class_name() + ", member number " + std::to_string(dispid));
-    const Sources sources = place_arguments(*member, arguments);
-    ArgumentStack placed(member->parameter_count);
-    for (std::size_t place = 0; place < member->parameter_count; ++place)
-        if (sources[place]) placed[place] = *sources[place];
-    Value result = call_member(*member, target_.get(), placed.values());
-    for (std::size_t place = 0; place < member->parameter_count; ++place)
-        if (sources[place] && member->parameter_slots[place].changes && !sources[place]->holds<Missing>())
-            *sources[place] = std::move(placed[place]);
-    return result;
+    ValueArguments caller(*member, arguments);
+    return call_member(*member, target_.get(), caller);
 }
 
-bool same_object(const Object& left, const Object& right) {
-    if (left == right) return true;
-    const auto* const native = dynamic_cast<const NativeObject*>(left.get());
-    const auto* const other = dynamic_cast<const NativeObject*>(right.get());
-    return native && other && native->target() == other->target();
-}
-
-std::shared_ptr<void> target_of(const Object& object, std::string_view class_name) {
+std::shared_ptr<void> target_of(const Object& object, const ClassDescription& description) {
     const auto* const native = dynamic_cast<const NativeObject*>(object.get());
-    return native && native->description().name == class_name ? native->target() : nullptr;
+    return native && &native->description() == &description ? native->target() : nullptr;
 }
 
 Object create_object(std::string_view prog_id, const Platform& platform) {

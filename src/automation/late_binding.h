@@ -1,36 +1,26 @@
-// The call itself, once a member is found: placing arguments, filling in defaults, calling.
+// The call itself, once a member is found: the same for late binding, IDispatch::Invoke and the vtable.
 #pragma once
 
-#include <array>
 #include <cstddef>
-#include <memory>
-#include <span>
 
 #include "automation/class_description.h"
 
 namespace korvane::automation {
 
-/// Room for the arguments of one call; only as many values are made as the member has parameters.
-class ArgumentStack {
+/// The arguments of one call, where its caller has them, by the places of the parameters.
+class CallerArguments {
 public:
-    explicit ArgumentStack(std::size_t count) : count_(count) {
-        for (std::size_t place = 0; place < count_; ++place) std::construct_at(begin() + place, Missing{});
-    }
-    ~ArgumentStack() { std::destroy_n(begin(), count_); }
-    ArgumentStack(const ArgumentStack&) = delete;
-    ArgumentStack& operator=(const ArgumentStack&) = delete;
-
-    Value& operator[](std::size_t place) { return begin()[place]; }
-    std::span<Value> values() { return {begin(), count_}; }
-
-private:
-    Value* begin() { return reinterpret_cast<Value*>(room_); }
-
-    alignas(Value) std::byte room_[most_parameters * sizeof(Value)];
-    std::size_t count_;
+    virtual ~CallerArguments() = default;
+    /// Whether the caller gives the argument; one that is left out has its default and no place to go back to.
+    virtual bool given(std::size_t place) const = 0;
+    virtual Value load(std::size_t place) const = 0;
+    /// Puts what the member made of the argument into the caller's variable, where it is one.
+    virtual void store(std::size_t place, Value changed) = 0;
 };
 
-/// Calls with one value a parameter; `Missing` takes the default. Error 449 naming a required parameter left out.
-Value call_member(const Member& member, void* target, std::span<Value> placed);
+/// Binds the arguments, calls, and hands back those that the member changes by reference; none of them where it
+/// raises. Errors, besides the member's own: `ArgumentError` with the conversion's number, or 449 for a required
+/// argument left out.
+Value call_member(const Member& member, void* target, CallerArguments& caller);
 
 }  // namespace korvane::automation

@@ -18,4 +18,7 @@ std::shared_ptr<PeakList> adapt_peak_list(const Object& object);
 Object object_behind(const MassTimeCalibration& calibration);
 Object object_behind(const PeakList& peaks);
 
+/// The object behind an adapter, or one of a copy of the calibration.
+Object object_of(const MassTimeCalibration& calibration);
+
 }  // namespace korvane::automation

@@ -2,54 +2,26 @@
 
 #include <algorithm>
 
-#include "automation/native_object.h"
+#include "automation/native_types.h"
 
 namespace korvane::automation {
 
 namespace {
 
 template <class T>
-T element_from(const Value& value);
-template <>
-double element_from<double>(const Value& value) {
-    return value.as_double();
-}
-template <>
-std::int32_t element_from<std::int32_t>(const Value& value) {
-    return value.as_int32();
-}
-template <>
-std::string element_from<std::string>(const Value& value) {
-    return value.as_text();
-}
-template <>
-InstrumentValue element_from<InstrumentValue>(const Value& value) {
-    if (value.holds<Empty>()) return std::monostate{};
-    if (const auto* text = value.get_if<std::string>()) return *text;
-    if (value.holds<bool>() || value.holds<std::int16_t>() || value.holds<std::int32_t>()) return value.as_int32();
-    return value.as_double();
-}
-
-Record element_value(const PeakInfo& element) {
-    return element;
-}
-Object element_value(const PeakListObject& element) {
-    return make_object(element);
-}
-Value element_value(const InstrumentValue& element) {
-    return std::visit(
-        [](const auto& content) -> Value {
-            if constexpr (std::is_same_v<std::remove_cvref_t<decltype(content)>, std::monostate>) {
-                return Empty{};
-            } else {
-                return content;
-            }
-        },
-        element);
-}
-
-template <class T>
 constexpr bool is_shared = std::is_same_v<T, StoredElement<T>>;
+
+/// An element that is stored as what it is, or as what automation has for it.
+template <class T>
+StoredElement<T> stored(const T& element) {
+    if constexpr (std::is_same_v<T, PeakListObject>) {
+        return make_object(element);
+    } else if constexpr (std::is_same_v<T, InstrumentValue>) {
+        return value_of(element);
+    } else {
+        return element;
+    }
+}
 
 void require_rank(const Array& array, std::size_t rank) {
     if (array.rank() != rank)
@@ -58,6 +30,20 @@ void require_rank(const Array& array, std::size_t rank) {
 }
 
 }  // namespace
+
+InstrumentValue instrument_value_from(const Value& value) {
+    if (value.holds<Empty>()) return std::monostate{};
+    if (const auto* text = value.get_if<std::string>()) return *text;
+    if (value.holds<bool>() || value.holds<std::int16_t>() || value.holds<std::int32_t>()) return value.as_int32();
+    return value.as_double();
+}
+
+Value value_of(const InstrumentValue& item) {
+    if (const auto* whole = std::get_if<std::int32_t>(&item)) return *whole;
+    if (const auto* number = std::get_if<double>(&item)) return *number;
+    if (const auto* text = std::get_if<std::string>(&item)) return *text;
+    return Empty{};
+}
 
 template <class T>
 VariantArray<T> array_from(const Value& value) {
@@ -74,7 +60,7 @@ VariantArray<T> array_from(const Value& value) {
     std::visit(
         [&elements](const auto& stored) {
             if (!stored) return;
-            for (const auto& element : *stored) elements.push_back(element_from<T>(element));
+            for (const auto& element : *stored) elements.push_back(Native<T>::from(element));
         },
         array.storage());
     return VariantArray<T>(std::move(elements), lower);
@@ -95,7 +81,7 @@ VariantMatrix<T> matrix_from(const Value& value) {
     const std::size_t columns = array.bounds()[1].count;
     for (std::size_t row = 0; row < counts[0]; ++row)
         for (std::size_t column = 0; column < counts[1]; ++column)
-            matrix.at(row, column) = element_from<T>(array.element((row + skipped[0]) * columns + column + skipped[1]));
+            matrix.at(row, column) = Native<T>::from(array.element((row + skipped[0]) * columns + column + skipped[1]));
     return matrix;
 }
 
@@ -108,7 +94,7 @@ Value value_of(const VariantArray<T>& array) {
     } else {
         auto elements = std::make_shared<std::vector<StoredElement<T>>>();
         elements->reserve(array.size());
-        for (const T& element : array.elements()) elements->push_back(element_value(element));
+        for (const T& element : array.elements()) elements->push_back(stored(element));
         return Array(std::move(bounds), Array::Elements<StoredElement<T>>(std::move(elements)));
     }
 }
@@ -118,13 +104,8 @@ Value value_of(const VariantMatrix<T>& matrix) {
     auto elements = std::make_shared<std::vector<StoredElement<T>>>();
     elements->reserve(matrix.rows() * matrix.columns());
     for (std::size_t row = 0; row < matrix.rows(); ++row)
-        for (std::size_t column = 0; column < matrix.columns(); ++column) {
-            if constexpr (is_shared<T>) {
-                elements->push_back(matrix.at(row, column));
-            } else {
-                elements->push_back(element_value(matrix.at(row, column)));
-            }
-        }
+        for (std::size_t column = 0; column < matrix.columns(); ++column)
+            elements->push_back(stored(matrix.at(row, column)));
     return Array({{0, matrix.rows()}, {0, matrix.columns()}}, Array::Elements<StoredElement<T>>(std::move(elements)));
 }
 

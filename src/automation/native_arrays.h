@@ -12,6 +12,10 @@
 
 namespace korvane::automation {
 
+/// Any whole number becomes a 32-bit one, what is neither number nor text its number.
+InstrumentValue instrument_value_from(const Value& value);
+Value value_of(const InstrumentValue& item);
+
 /// The array type that holds native elements of type T on the automation side.
 template <class T>
 using StoredElement =

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "automation/late_bound_objects.h"
+#include "automation/type_names.h"
 #include "korvane/automation.h"
 #include "korvane/mass_time.h"
 #include "korvane/peak_finder.h"
@@ -14,16 +15,21 @@ namespace korvane::automation {
 
 struct ClassDescription;
 
-/// Automation name of a native class whose objects cross the border; empty for any other.
+/// Whether objects of a native class cross the border.
 template <class C>
-inline constexpr std::string_view object_class_name = {};
+inline constexpr bool is_object_class = false;
 template <>
-inline constexpr std::string_view object_class_name<PeakList> = "PeakList";
+inline constexpr bool is_object_class<PeakList> = true;
 template <>
-inline constexpr std::string_view object_class_name<MassTimeCalibration> = "MassTimeCalibration";
+inline constexpr bool is_object_class<MassTimeCalibration> = true;
 
-/// The description of a class by its name; the name must be known.
-const ClassDescription& class_named(std::string_view name);
+/// The description of such a class.
+template <class C>
+const ClassDescription& class_of();
+template <>
+const ClassDescription& class_of<PeakList>();
+template <>
+const ClassDescription& class_of<MassTimeCalibration>();
 
 /// A native object behind its class's member table.
 class NativeObject final : public LateBound {
@@ -43,11 +49,8 @@ private:
     std::shared_ptr<void> target_;
 };
 
-/// Whether both refer to the same native object, or are the same, or both Nothing.
-bool same_object(const Object& left, const Object& right);
-
 /// The native object behind one of the given class; null when there is none.
-std::shared_ptr<void> target_of(const Object& object, std::string_view class_name);
+std::shared_ptr<void> target_of(const Object& object, const ClassDescription& description);
 
 /// Nothing for null. A foreign object comes back as itself.
 template <class C>
@@ -55,7 +58,7 @@ Object make_object(std::shared_ptr<C> target) {
     if (!target) return nullptr;
     if constexpr (std::is_same_v<C, MassTimeCalibration> || std::is_same_v<C, PeakList>)
         if (Object foreign = object_behind(*target)) return foreign;
-    return std::make_shared<NativeObject>(class_named(object_class_name<C>), std::move(target));
+    return std::make_shared<NativeObject>(class_of<C>(), std::move(target));
 }
 
 /// Null for Nothing. A foreign object in the place of a calibration or a peak list is adapted. Error 13 for an object
@@ -63,13 +66,13 @@ Object make_object(std::shared_ptr<C> target) {
 template <class C>
 std::shared_ptr<C> native_from(const Object& object) {
     if (!object) return nullptr;
-    if (auto target = target_of(object, object_class_name<C>)) return std::static_pointer_cast<C>(std::move(target));
+    if (auto target = target_of(object, class_of<C>())) return std::static_pointer_cast<C>(std::move(target));
     if (!dynamic_cast<const NativeObject*>(object.get())) {
         if constexpr (std::is_same_v<C, MassTimeCalibration>) return adapt_calibration(object);
         if constexpr (std::is_same_v<C, PeakList>) return adapt_peak_list(object);
     }
     raise_runtime_fault(error_number::type_mismatch,
-                        "an object " + object->class_name() + " is no " + std::string(object_class_name<C>));
+                        "an object " + object->class_name() + " is no " + std::string(type_name<C>));
 }
 
 }  // namespace korvane::automation

@@ -11,12 +11,17 @@
 #include "automation/native_arrays.h"
 #include "automation/native_object.h"
 #include "automation/records.h"
-#include "korvane/autotune_status.h"
-#include "korvane/enumerations.h"
-#include "korvane/mass_time.h"
-#include "korvane/peak_finder.h"
+#include "automation/type_names.h"
 
 namespace korvane::automation {
+
+/// A native type that values convert to by a function of their own, and that they hold as it is.
+template <class T, TypeKind kind, auto convert>
+struct Held {
+    static constexpr DeclaredType declared{kind};
+    static T from(const Value& value) { return (value.*convert)(); }
+    static Value to(T value) { return value; }
+};
 
 /// `declared`, `from(const Value&)` and `to(T)`. A type that automation does not know has no specialisation.
 template <class T>
@@ -33,85 +38,47 @@ struct Native<Value> {
     static Value to(Value value) { return value; }
 };
 template <>
-struct Native<bool> {
-    static constexpr DeclaredType declared{TypeKind::boolean};
-    static bool from(const Value& value) { return value.as_boolean(); }
-    static Value to(bool value) { return value; }
-};
+struct Native<bool> : Held<bool, TypeKind::boolean, &Value::as_boolean> {};
 template <>
-struct Native<std::int32_t> {
-    static constexpr DeclaredType declared{TypeKind::long_integer};
-    static std::int32_t from(const Value& value) { return value.as_int32(); }
-    static Value to(std::int32_t value) { return value; }
-};
+struct Native<std::int32_t> : Held<std::int32_t, TypeKind::long_integer, &Value::as_int32> {};
 template <>
-struct Native<float> {
-    static constexpr DeclaredType declared{TypeKind::single};
-    static float from(const Value& value) { return value.as_single(); }
-    static Value to(float value) { return value; }
-};
+struct Native<float> : Held<float, TypeKind::single, &Value::as_single> {};
 template <>
-struct Native<double> {
-    static constexpr DeclaredType declared{TypeKind::real};
-    static double from(const Value& value) { return value.as_double(); }
-    static Value to(double value) { return value; }
-};
+struct Native<double> : Held<double, TypeKind::real, &Value::as_double> {};
 template <>
-struct Native<std::string> {
-    static constexpr DeclaredType declared{TypeKind::text};
-    static std::string from(const Value& value) { return value.as_text(); }
-    static Value to(std::string value) { return value; }
-};
+struct Native<std::string> : Held<std::string, TypeKind::text, &Value::as_text> {};
 template <>
-struct Native<Object> {
-    static constexpr DeclaredType declared{TypeKind::object};
-    static Object from(const Value& value) { return value.as_object(); }
-    static Value to(Object value) { return value; }
-};
+struct Native<Object> : Held<Object, TypeKind::object, &Value::as_object> {};
 
-/// Names of the enumerations that occur in signatures.
-template <class E>
-inline constexpr std::string_view enumeration_name = {};
 template <>
-inline constexpr std::string_view enumeration_name<enumPeakInfoUnits> = "enumPeakInfoUnits";
-template <>
-inline constexpr std::string_view enumeration_name<enumQuadType> = "enumQuadType";
-template <>
-inline constexpr std::string_view enumeration_name<PeakCalcType> = "PeakCalcType";
-template <>
-inline constexpr std::string_view enumeration_name<PolaritySetpoint> = "PolaritySetpoint";
+struct Native<InstrumentValue> {
+    static constexpr DeclaredType declared{TypeKind::variant};
+    static InstrumentValue from(const Value& value) { return instrument_value_from(value); }
+    static Value to(const InstrumentValue& item) { return value_of(item); }
+};
 
 /// Any 32-bit value passes: what a routine makes of one outside the enumeration is its own rule.
 template <class E>
 requires std::is_enum_v<E>
 struct Native<E> {
-    static_assert(!enumeration_name<E>.empty() && sizeof(E) == sizeof(std::int32_t));
-    static constexpr DeclaredType declared{TypeKind::enumeration, enumeration_name<E>};
+    static_assert(sizeof(E) == sizeof(std::int32_t));
+    static constexpr DeclaredType declared{TypeKind::enumeration, type_name<E>};
     static E from(const Value& value) { return static_cast<E>(value.as_int32()); }
     static Value to(E value) { return static_cast<std::int32_t>(value); }
 };
 
-template <class R>
-inline constexpr std::string_view record_name = {};
-template <>
-inline constexpr std::string_view record_name<PeakInfo> = "PeakInfo";
-template <>
-inline constexpr std::string_view record_name<CalibrationCoefficients> = "CalibrationCoefficients";
-template <>
-inline constexpr std::string_view record_name<CalibrationSettings> = "CalibrationSettings";
-
 /// An array of as many numbers is taken for the record's fields, and Empty for zeros, so that a script, which cannot
 /// make records, can pass one.
 template <class R>
-requires(!record_name<R>.empty()) struct Native<R> {
-    static constexpr DeclaredType declared{TypeKind::record, record_name<R>};
+requires(detail::alternative_of<R, Record>) struct Native<R> {
+    static constexpr DeclaredType declared{TypeKind::record, type_name<R>};
     static R from(const Value& value) {
         if (value.holds<Empty>()) return R{};
-        if (const auto* array = value.get_if<Array>()) return std::get<R>(record_from_array(record_name<R>, *array));
+        if (const auto* array = value.get_if<Array>()) return std::get<R>(record_from_array(type_name<R>, *array));
         if (const auto* record = value.get_if<Record>())
             if (const R* wanted = std::get_if<R>(record)) return *wanted;
         raise_runtime_fault(error_number::type_mismatch,
-                            value.kind_name() + " is no " + std::string(record_name<R>) + " record");
+                            value.kind_name() + " is no " + std::string(type_name<R>) + " record");
     }
     static Value to(const R& value) { return value; }
 };
@@ -136,8 +103,9 @@ struct Native<VariantMatrix<T>> {
 };
 
 template <class C>
-requires(!object_class_name<C>.empty()) struct Native<std::shared_ptr<C>> {
-    static constexpr DeclaredType declared{TypeKind::object, object_class_name<C>};
+requires is_object_class<C>
+struct Native<std::shared_ptr<C>> {
+    static constexpr DeclaredType declared{TypeKind::object, type_name<C>};
     static std::shared_ptr<C> from(const Value& value) { return native_from<C>(value.as_object()); }
     static Value to(std::shared_ptr<C> object) { return make_object(std::move(object)); }
 };
@@ -145,13 +113,9 @@ requires(!object_class_name<C>.empty()) struct Native<std::shared_ptr<C>> {
 /// How a native result is declared: arrays of numbers and texts are returned as such, not inside a variant.
 template <class T>
 constexpr DeclaredType declared_result() {
-    if constexpr (std::is_same_v<T, VariantArray<double>>) {
-        return {TypeKind::real_array};
-    } else if constexpr (std::is_same_v<T, VariantArray<std::string>>) {
-        return {TypeKind::text_array};
-    } else {
-        return Native<T>::declared;
-    }
+    if (std::is_same_v<T, VariantArray<double>>) return {TypeKind::real_array};
+    if (std::is_same_v<T, VariantArray<std::string>>) return {TypeKind::text_array};
+    return Native<T>::declared;
 }
 
 }  // namespace korvane::automation

@@ -1,8 +1,7 @@
 #include "automation/object_members.h"
 
 #include <algorithm>
-
-#include "automation/text_conversion.h"
+#include "platform/text.h"
 
 namespace korvane::automation {
 
@@ -15,7 +14,7 @@ Value peak_records(PeakList& peaks) {
 
 double peak_value(PeakList& peaks, std::int32_t index, const std::string& name, bool current_units) {
     const auto* const known = std::find_if(peak_info_names.begin(), peak_info_names.end(),
-                                           [&](const char* each) { return same_name(each, name); });
+                                           [&](const char* each) { return equal_but_for_case(each, name); });
     if (known == peak_info_names.end())
         raise_runtime_fault(error_number::invalid_call, "peak record value [" + name + "]");
     return peaks.GetPeakAttributeInfo(index, current_units)

@@ -17,38 +17,34 @@ Value masses_from_times(MassTimeCalibration& calibration, const VariantArray<dou
 Value times_from_masses(MassTimeCalibration& calibration, const VariantArray<double>& masses);
 void convert_peaks(PeakList& peaks, const CalibrationObject& calibration, std::int32_t mode);
 
-// clang-format off
-inline constexpr std::array peak_list_members{
-    property_get<&PeakList::count>(1, "Count", "Number of peaks."),
-    property_get<&peak_records>(2, "Records", "All records in the list's units, as an array."),
-    method<&PeakList::order>(3, "Order", "Orders by a record position, 0 to 7; direction 0 puts the largest value first, any other the smallest.",
+inline constexpr auto peak_list_members = member_table(
+    property<&PeakList::count>(1, "Count", "Number of peaks."),
+    property<&peak_records>(2, "Records", "All records in the list's units, as an array."),
+    method<&PeakList::order>(
+        3, "Order",
+        "Orders by a record position, 0 to 7; direction 0 puts the largest value first, any other the smallest.",
         value("Position"), value("Direction", 0)),
-    method<&PeakList::GetPeakAttributeInfo>(4, "GetPeakAttributeInfo", "Record of a peak, index from 0; CurrentUnits False gives nanoseconds even after a conversion.",
+    method<&PeakList::GetPeakAttributeInfo>(
+        4, "Record of a peak, index from 0; CurrentUnits False gives nanoseconds even after a conversion.",
         value("Index"), value("CurrentUnits", true)),
     method<&peak_value>(5, "GetPeakValue", "One value of a peak's record by its name, such as pkHeight.",
-        value("Index"), value("Name"), value("CurrentUnits", true)),
+                        value("Index"), value("Name"), value("CurrentUnits", true)),
     method<&convert_peaks>(6, "Convert", "Converts all records from nanoseconds to amu (mode 2).",
-        reference("Calibration"), value("Mode", convert_to_amu_mode)),
-};
+                           reference("Calibration"), value("Mode", convert_to_amu_mode)));
 
-inline constexpr std::array mass_time_calibration_members{
-    property_get<&MassTimeCalibration::coefficients>(1, "Coefficients", "The coefficients, in nanoseconds."),
-    property_get<&MassTimeCalibration::settings>(2, "Settings", "The settings."),
-    property_get<&MassTimeCalibration::use_flags>(3, "UseFlags", "An array, indexed by term number; 1 is used."),
+inline constexpr auto mass_time_calibration_members = member_table(
+    property<&MassTimeCalibration::coefficients>(1, "Coefficients", "The coefficients, in nanoseconds."),
+    property<&MassTimeCalibration::settings>(2, "Settings", "The settings."),
+    property<&MassTimeCalibration::use_flags>(3, "UseFlags", "An array, indexed by term number; 1 is used."),
     method<&MassTimeCalibration::set_coefficients>(4, "SetCoefficients", "Sets the coefficients, in nanoseconds.",
-        reference("Coefficients")),
-    method<&MassTimeCalibration::set_settings>(5, "SetSettings", "Sets the settings.",
-        reference("Settings")),
+                                                   reference("Coefficients")),
+    method<&MassTimeCalibration::set_settings>(5, "SetSettings", "Sets the settings.", reference("Settings")),
     method<&MassTimeCalibration::mass_from_time>(6, "MassFromTime", "Mass in amu of a flight time in ns.",
-        value("Time")),
+                                                 value("Time")),
     method<&MassTimeCalibration::time_from_mass>(7, "TimeFromMass", "Flight time in ns of a mass in amu.",
-        value("Mass")),
-    method<&masses_from_times>(8, "MassesFromTimes", "Masses of an array of flight times.",
-        reference("Times")),
-    method<&times_from_masses>(9, "TimesFromMasses", "Flight times of an array of masses.",
-        reference("Masses")),
-    method<&MassTimeCalibration::clone>(10, "Clone", "An independent calibration with the same content."),
-};
-// clang-format on
+                                                 value("Mass")),
+    method<&masses_from_times>(8, "MassesFromTimes", "Masses of an array of flight times.", reference("Times")),
+    method<&times_from_masses>(9, "TimesFromMasses", "Flight times of an array of masses.", reference("Masses")),
+    method<&MassTimeCalibration::clone>(10, "Clone", "An independent calibration with the same content."));
 
 }  // namespace korvane::automation

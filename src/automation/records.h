@@ -1,10 +1,10 @@
 // The records that cross the automation interface: names, identifiers and fields.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "automation/declared_type.h"
 #include "korvane/automation_value.h"
@@ -19,10 +19,10 @@ struct Field {
 
 struct RecordDescription {
     std::string_view name;
-    std::string_view guid;
-    std::span<const Field> fields;
     std::size_t size;
+    std::string_view guid;
     std::string_view help;
+    std::vector<Field> fields;
 };
 
 /// The records in the order of `Record`'s alternatives, then the one that no member takes or returns.

@@ -1,18 +1,14 @@
 #include "automation/text_conversion.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 
 #include "platform/automation_arithmetic.h"
+#include "platform/text.h"
 
 namespace korvane::automation {
 
 namespace {
-
-char lower(char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
 
 constexpr double first_day = -657434;  // 1 January 100
 constexpr double day_after_last = 2958466;
@@ -20,16 +16,11 @@ constexpr int seconds_a_day = 86400;
 
 }  // namespace
 
-bool same_name(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return lower(a) == lower(b); });
-}
-
 std::optional<bool> truth_of_text(std::string_view text) {
     while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
     while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
-    if (same_name(text, "True")) return true;
-    if (same_name(text, "False")) return false;
+    if (equal_but_for_case(text, "True")) return true;
+    if (equal_but_for_case(text, "False")) return false;
     return std::nullopt;
 }
 

@@ -18,7 +18,4 @@ std::string localised(std::string number);
 /// The system's general date format. Error 13 for a date outside the years 100 to 9999.
 std::string text_of_date(Date date);
 
-/// Whether two member or parameter names are the same: automation does not tell the case of letters.
-bool same_name(std::string_view left, std::string_view right);
-
 }  // namespace korvane::automation

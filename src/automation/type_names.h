@@ -8,7 +8,8 @@ namespace korvane::automation {
 
 namespace detail {
 
-// A result that is no template keeps notes on it out of the text, which ends in "T = korvane::PeakInfo]".
+// The texts end in "T = korvane::PeakInfo]" and "values = {korvane::PeakCalcType::Area, (korvane::PeakCalcType)7}]".
+// A result that is no template keeps notes on it out of them.
 template <class T>
 constexpr const char* text_of_type() {
     return __PRETTY_FUNCTION__;
@@ -19,7 +20,7 @@ constexpr const char* text_of_values() {
 }
 
 constexpr std::string_view last_name(std::string_view text) {
-    text.remove_suffix(1);
+    text = text.substr(0, text.find_last_not_of("]}>") + 1);
     return text.substr(text.rfind("::") + 2);
 }
 
@@ -28,5 +29,9 @@ constexpr std::string_view last_name(std::string_view text) {
 /// "PeakInfo" of `korvane::PeakInfo`.
 template <class T>
 inline constexpr std::string_view type_name = detail::last_name(detail::text_of_type<T>());
+
+/// "QuadType" of `&korvane::TuneGlobals::QuadType`.
+template <auto value>
+inline constexpr std::string_view value_name = detail::last_name(detail::text_of_values<value>());
 
 }  // namespace korvane::automation

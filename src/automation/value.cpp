@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "automation/error_numbers.h"
 #include "automation/text_conversion.h"
 #include "korvane/automation.h"
 #include "platform/automation_arithmetic.h"
@@ -12,10 +13,6 @@
 namespace korvane::automation {
 
 namespace {
-
-constexpr std::int32_t invalid_use_of_null = 94;
-constexpr std::int32_t object_required = 424;
-constexpr std::int32_t argument_not_optional = 449;
 
 [[noreturn]] void refuse(const Value& value, const char* wanted) {
     if (value.holds<Null>()) raise_runtime_fault(invalid_use_of_null);

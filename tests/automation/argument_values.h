@@ -91,6 +91,10 @@ inline std::vector<std::pair<const char*, Value>> hostile_values(EmbeddedWorld& 
     };
 }
 
+inline const ClassDescription& class_named(std::string_view name) {
+    return *find_class(name);
+}
+
 /// Objects of every class, those that are not creatable as a member returns them.
 inline Object object_of(EmbeddedWorld& world, const ClassDescription& description) {
     if (description.create) return world.create(std::string(description.name));

@@ -5,7 +5,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "automation/instrument_members.h"
 #include "korvane/automation.h"
 
 namespace korvane::automation {
@@ -33,8 +32,7 @@ TEST_P(GeneratedText, IsCommittedAsTheTablesStand) {
 
 INSTANTIATE_TEST_SUITE_P(All, GeneratedText,
                          testing::Values(Generated{"src/automation/korvane.idl", &idl_text},
-                                         Generated{"docs/automation.md", &reference_text},
-                                         Generated{"docs/instrument-objects.md", &instrument_reference_text}));
+                                         Generated{"docs/automation.md", &reference_text}));
 
 }  // namespace
 }  // namespace korvane::automation

@@ -38,7 +38,8 @@ TEST_P(HostileArguments, EndInAnErrorOrAResult) {
     Tally tally;
     for (const Member& member : description.members) {
         std::vector<Value> fitting;
-        for (const Parameter& parameter : member.parameters()) fitting.push_back(fitting_value(world, member, parameter));
+        for (const Parameter& parameter : member.parameters())
+            fitting.push_back(fitting_value(world, member, parameter));
         call_with(object, member, {fitting, {}}, tally, std::string(member.name));
         for (std::size_t place = 0; place < fitting.size(); ++place)
             for (const auto& [name, value] : hostile_values(world)) {

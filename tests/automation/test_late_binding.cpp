@@ -130,8 +130,9 @@ TEST_F(LateBinding, ObjectsCrossAsWhatTheyAre) {
     const Object calibration = globals->call("GetCurrentCalibrationObjFromDD").as_object();
     ASSERT_TRUE(calibration);
     EXPECT_EQ(calibration->class_name(), "MassTimeCalibration");
-    EXPECT_TRUE(same_object(calibration, globals->call("GetCurrentCalibrationObjFromDD").as_object()));
-    EXPECT_FALSE(same_object(calibration, calibration->call("Clone").as_object()));
+    const auto native = [](const Value& object) { return native_from<MassTimeCalibration>(object.as_object()); };
+    EXPECT_EQ(native(calibration), native(globals->call("GetCurrentCalibrationObjFromDD")));
+    EXPECT_NE(native(calibration), native(calibration->call("Clone")));
     const double time = calibration->call("TimeFromMass", {922.0}).as_double();
     EXPECT_NEAR(calibration->call("MassFromTime", {time}).as_double(), 922.0, 1e-9);
     globals->call("WriteThisCalibrationObjToDD", {calibration});

@@ -1,11 +1,13 @@
 // An instrument layer of automation objects: the simulator, offered late bound and taken back the same way.
 #include <gtest/gtest.h>
 
-#include "automation/instrument_members.h"
+#include <fstream>
+
 #include "automation/late_bound_instrument.h"
 #include "automation/native_types.h"
 #include "embedded_world.h"
 #include "korvane/conformance.h"
+#include "layer_objects.h"
 #include "support/raised.h"
 
 namespace korvane::automation {
@@ -94,6 +96,19 @@ TEST_F(LateBoundInstrument, AnObjectWithoutTheMembersIsRefusedByName) {
     const std::string refusal = raised([&] { globals->call("WriteThisCalibrationObjToDD", {wrong}); });
     EXPECT_EQ(refusal.substr(0, 3), "13|");
     EXPECT_NE(refusal.find("MassFromTime"), std::string::npos) << refusal;
+}
+
+// What the page says of a member is what the library asks for, and the other way round.
+TEST(LayerObjects, AreThoseOfThePage) {
+    std::ifstream page(KORVANE_SOURCE_DIR "/docs/instrument-objects.md");
+    std::vector<std::string> written, offered;
+    for (std::string line; std::getline(page, line);)
+        if (line.starts_with("## ") || line.starts_with("| `")) written.push_back(line.substr(3, line.find("` |") - 3));
+    for (const ClassDescription& description : layer_class_descriptions()) {
+        offered.emplace_back(description.name);
+        for (const Member& member : description.members) offered.push_back(signature_text(member));
+    }
+    EXPECT_EQ(written, offered);
 }
 
 TEST(RecordArrays, StandForRecordsOfAsManyFields) {

@@ -93,11 +93,11 @@ TEST(Members, NumbersNameOneMemberEachAndBothHalvesOfAProperty) {
             EXPECT_EQ(names.emplace(member.dispid, member.name).first->second, member.name) << description.name;
             EXPECT_TRUE(uses.emplace(member.dispid, member.kind).second) << description.name << " " << member.name;
             const Access access = member.kind == MemberKind::property_put ? Access::put : Access::call;
-            EXPECT_EQ(description.index.find(member.dispid, access), &member);
-            EXPECT_EQ(description.index.dispid_of(member.name), member.dispid);
+            EXPECT_EQ(description.find(member.dispid, access), &member);
+            EXPECT_EQ(description.dispid_of(member.name), member.dispid);
         }
-        EXPECT_EQ(description.index.dispid_of(std::string_view("NoSuchMember")), 0);
-        EXPECT_EQ(description.index.find(static_cast<std::int32_t>(names.size()) + 1, Access::call), nullptr);
+        EXPECT_EQ(description.dispid_of("NoSuchMember"), 0);
+        EXPECT_EQ(description.find(static_cast<std::int32_t>(names.size()) + 1, Access::call), nullptr);
     }
 }
 

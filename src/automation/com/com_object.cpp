@@ -32,13 +32,8 @@ HRESULT STDMETHODCALLTYPE supports_error_info(void* self, REFIID asked) {
     return IsEqualGUID(asked, object->interface_id) || IsEqualGUID(asked, IID_IDispatch) ? S_OK : S_FALSE;
 }
 
-template <class Function>
-const void* address(Function* function) {
-    return reinterpret_cast<const void*>(function);
-}
-
-const void* const error_support_slots[] = {address(&error_support_query), address(&error_support_add),
-                                           address(&error_support_release), address(&supports_error_info)};
+const void* const error_support_slots[] = {address_of(&error_support_query), address_of(&error_support_add),
+                                           address_of(&error_support_release), address_of(&supports_error_info)};
 
 /// Different in every module and process: nobody else can mean these objects.
 const GUID& private_id() {

@@ -38,6 +38,12 @@ IDispatch* make_com_object(std::shared_ptr<NativeObject> object);
 /// The object behind an interface that this module made; null for any other.
 std::shared_ptr<NativeObject> native_object_of(IUnknown& unknown);
 
+/// A function as a slot of a vtable.
+template <class Function>
+const void* address_of(Function* function) {
+    return reinterpret_cast<const void*>(function);
+}
+
 // The common slots, in the order of the vtable.
 HRESULT STDMETHODCALLTYPE query_interface(ComObject* self, REFIID wanted, void** result);
 ULONG STDMETHODCALLTYPE add_reference(ComObject* self);

@@ -6,13 +6,11 @@
 
 #include "automation/com/error_mapping.h"
 #include "automation/com/variant_conversion.h"
+#include "automation/error_numbers.h"
 
 namespace korvane::automation {
 
 namespace {
-
-constexpr std::int32_t cannot_create = 429;
-constexpr std::int32_t no_such_member = 438;
 
 /// The caller's variables as an object gets them: by reference, the last one first.
 class Parameters {
@@ -71,7 +69,7 @@ std::int32_t DispatchObject::dispid_of(std::string_view member) const {
 }
 
 Value DispatchObject::invoke(std::int32_t dispid, Arguments& arguments, Access access) {
-    if (!arguments.named.empty()) raise_runtime_fault(448, "named arguments for a foreign object");
+    if (!arguments.named.empty()) raise_runtime_fault(no_such_argument, "named arguments for a foreign object");
     Parameters given(arguments.positional);
     DISPPARAMS parameters = given.parameters();
     DISPID put_name = DISPID_PROPERTYPUT;

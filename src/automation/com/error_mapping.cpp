@@ -58,6 +58,8 @@ HRESULT report_exception(const Error& error, EXCEPINFO* details) {
     try {
         details->bstrSource = new_bstr(error.source());
         details->bstrDescription = new_bstr(error.description());
+        details->dwHelpContext = static_cast<DWORD>(error.help().context);
+        if (!error.help().file.empty()) details->bstrHelpFile = new_bstr(error.help().file);
     } catch (...) {
         // The number is what counts; there is no memory for the texts.
     }
@@ -70,6 +72,8 @@ HRESULT leave_error_object(const Error& error, const GUID& interface_id) {
         made->SetGUID(interface_id);
         made->SetSource(utf16_from_utf8(error.source()).data());
         made->SetDescription(utf16_from_utf8(error.description()).data());
+        made->SetHelpFile(utf16_from_utf8(error.help().file).data());
+        made->SetHelpContext(static_cast<DWORD>(error.help().context));
         ComPointer<IErrorInfo> info;
         if (SUCCEEDED(made->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(info.put()))))
             SetErrorInfo(0, info.get());
@@ -81,7 +85,8 @@ Error error_of_call(HRESULT code, EXCEPINFO& details, const std::string& what) {
     if (code != DISP_E_EXCEPTION) return Error(number_of_code(code), "Korvane", what + " failed");
     if (details.pfnDeferredFillIn) details.pfnDeferredFillIn(&details);
     const std::int32_t number = details.wCode != 0 ? details.wCode : number_of_code(details.scode);
-    Error error(number, text_of(details.bstrSource), text_of(details.bstrDescription));
+    Error error(number, text_of(details.bstrSource), text_of(details.bstrDescription), usual_error_kind(number),
+                {text_of(details.bstrHelpFile), static_cast<std::int32_t>(details.dwHelpContext)});
     SysFreeString(details.bstrSource);
     SysFreeString(details.bstrDescription);
     SysFreeString(details.bstrHelpFile);

@@ -52,16 +52,15 @@ std::vector<Entry> entries_of(const ClassDescription& description, const std::ws
 }
 
 HRESULT write(const Entry& entry) {
-    HKEY key = nullptr;
-    LSTATUS status =
-        RegCreateKeyExW(HKEY_CLASSES_ROOT, entry.key.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr);
-    if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
-    if (!entry.value.empty())
-        status = RegSetValueExW(key, entry.name.empty() ? nullptr : entry.name.c_str(), 0, REG_SZ,
-                                reinterpret_cast<const BYTE*>(entry.value.c_str()),
-                                static_cast<DWORD>((entry.value.size() + 1) * sizeof(wchar_t)));
-    RegCloseKey(key);
-    return HRESULT_FROM_WIN32(status);
+    if (entry.value.empty()) {
+        HKEY key = nullptr;
+        const LSTATUS made = RegCreateKeyW(HKEY_CLASSES_ROOT, entry.key.c_str(), &key);
+        RegCloseKey(key);
+        return HRESULT_FROM_WIN32(made);
+    }
+    return HRESULT_FROM_WIN32(
+        RegSetKeyValueW(HKEY_CLASSES_ROOT, entry.key.c_str(), entry.name.empty() ? nullptr : entry.name.c_str(), REG_SZ,
+                        entry.value.c_str(), static_cast<DWORD>((entry.value.size() + 1) * sizeof(wchar_t))));
 }
 
 HRESULT remove_tree(const std::wstring& key) {

@@ -62,57 +62,30 @@ void for_each_place(const std::vector<ArrayBound>& bounds, const std::function<v
     }
 }
 
-/// Numbers of one dimension in one copy, others by place.
-template <class Raw, class T, class Convert>
-Array read_array(SAFEARRAY* source, Convert convert) {
+/// Numbers of one dimension in one copy, others one by one.
+template <class T>
+Array read_elements(SAFEARRAY* source, VARTYPE kind) {
     std::vector<ArrayBound> bounds = bounds_of(source);
     auto elements = std::make_shared<std::vector<T>>(count_of(bounds));
-    if (!elements->empty()) {
-        const ArrayAccess access(source);
-        const Raw* const raw = reinterpret_cast<const Raw*>(access.bytes());
-        if constexpr (std::is_same_v<Raw, T>) {
-            if (bounds.size() == 1) {
-                std::memcpy(elements->data(), raw, elements->size() * sizeof(T));
-                return Array(std::move(bounds), Array::Elements<T>(std::move(elements)));
+    ComPointer<IRecordInfo> info;
+    if (kind == VT_RECORD) require(SafeArrayGetRecordInfo(source, info.put()), "Asking an array for its records");
+    const ArrayAccess access(source);
+    const std::size_t size = SafeArrayGetElemsize(source);
+    if (std::is_arithmetic_v<T> && bounds.size() == 1) {
+        if (!elements->empty())
+            std::memcpy(static_cast<void*>(elements->data()), access.bytes(), elements->size() * size);
+    } else {
+        for_each_place(bounds, [&](std::size_t place, std::size_t at) {
+            char* const memory = access.bytes() + at * size;
+            Value value = info ? Value(record_of(memory, info.get())) : value_at(kind, memory);
+            if constexpr (std::is_same_v<T, Value>) {
+                (*elements)[place] = std::move(value);
+            } else {
+                (*elements)[place] = *value.get_if<T>();
             }
-        }
-        for_each_place(bounds, [&](std::size_t place, std::size_t at) { (*elements)[place] = convert(raw[at]); });
+        });
     }
     return Array(std::move(bounds), Array::Elements<T>(std::move(elements)));
-}
-
-template <class T>
-Array read_numbers(SAFEARRAY* source) {
-    return read_array<T, T>(source, [](T number) { return number; });
-}
-
-Array read_records(SAFEARRAY* source) {
-    ComPointer<IRecordInfo> info;
-    require(SafeArrayGetRecordInfo(source, info.put()), "Asking an array for its records");
-    std::vector<ArrayBound> bounds = bounds_of(source);
-    auto records = std::make_shared<std::vector<Record>>(count_of(bounds));
-    const ArrayAccess access(source);
-    const std::size_t size = SafeArrayGetElemsize(source);
-    for_each_place(bounds, [&](std::size_t place, std::size_t at) {
-        (*records)[place] = record_of(access.bytes() + at * size, info.get());
-    });
-    return Array(std::move(bounds), Array::Elements<Record>(std::move(records)));
-}
-
-/// Elements of a kind that has no storage of its own.
-Array read_values(SAFEARRAY* source, VARTYPE kind) {
-    std::vector<ArrayBound> bounds = bounds_of(source);
-    auto values = std::make_shared<std::vector<Value>>(count_of(bounds));
-    const ArrayAccess access(source);
-    const std::size_t size = SafeArrayGetElemsize(source);
-    for_each_place(bounds, [&](std::size_t place, std::size_t at) {
-        VARIANT element;
-        VariantInit(&element);
-        element.vt = static_cast<VARTYPE>(kind | VT_BYREF);
-        element.byref = access.bytes() + at * size;
-        (*values)[place] = value_of_variant(element);
-    });
-    return Array(std::move(bounds), Array::Elements<Value>(std::move(values)));
 }
 
 /// A new system array, destroyed unless it is handed over.
@@ -137,45 +110,29 @@ private:
     SAFEARRAY* array_;
 };
 
-template <class T, class Convert>
-void write_elements(SAFEARRAY* target, const Array& array, Convert convert) {
-    if (array.size() == 0) return;
-    const ArrayAccess access(target);
-    T* const raw = reinterpret_cast<T*>(access.bytes());
-    if constexpr (std::is_arithmetic_v<T>) {
-        const auto* const same = std::get_if<Array::Elements<T>>(&array.storage());
-        if (same && array.rank() == 1) {
-            std::memcpy(raw, (*same)->data(), array.size() * sizeof(T));
-            return;
-        }
-    }
-    for_each_place(array.bounds(), [&](std::size_t place, std::size_t at) { raw[at] = convert(array.element(place)); });
-}
-
-void write_records(SAFEARRAY* target, const Array& array) {
-    const ArrayAccess access(target);
-    const std::size_t size = SafeArrayGetElemsize(target);
-    for_each_place(array.bounds(), [&](std::size_t place, std::size_t at) {
-        const Value element = array.element(place);
-        const auto* const record = element.get_if<Record>();
-        if (!record || description_of(*record).size != size)
-            raise_runtime_fault(error_number::type_mismatch, element.kind_name() + " in an array of records");
-        std::memcpy(access.bytes() + at * size, data_of(*record), size);
-    });
-}
+/// The kinds of elements, by an array's storage. Objects go into VARIANTs.
+constexpr VARTYPE element_kinds[]{VT_VARIANT, VT_I2, VT_I4, VT_R4, VT_R8, VT_BSTR, VT_VARIANT, VT_RECORD};
+static_assert(std::size(element_kinds) == std::variant_size_v<Array::Storage>);
 
 VARTYPE natural_kind(const Array& array) {
-    struct Kinds {
-        VARTYPE operator()(const Array::Elements<Value>&) const { return VT_VARIANT; }
-        VARTYPE operator()(const Array::Elements<Object>&) const { return VT_VARIANT; }
-        VARTYPE operator()(const Array::Elements<std::int16_t>&) const { return VT_I2; }
-        VARTYPE operator()(const Array::Elements<std::int32_t>&) const { return VT_I4; }
-        VARTYPE operator()(const Array::Elements<float>&) const { return VT_R4; }
-        VARTYPE operator()(const Array::Elements<double>&) const { return VT_R8; }
-        VARTYPE operator()(const Array::Elements<std::string>&) const { return VT_BSTR; }
-        VARTYPE operator()(const Array::Elements<Record>&) const { return VT_RECORD; }
-    };
-    return std::visit(Kinds{}, array.storage());
+    return element_kinds[array.storage().index()];
+}
+
+/// The elements as they lie in memory, where they are numbers.
+const void* numbers_of(const Array& array) {
+    return std::visit(
+        [](const auto& elements) -> const void* {
+            using T = typename std::remove_cvref_t<decltype(elements)>::element_type::value_type;
+            return std::is_arithmetic_v<T> && elements ? elements->data() : nullptr;
+        },
+        array.storage());
+}
+
+void write_record(const Value& value, std::size_t size, void* memory) {
+    const auto* const record = value.get_if<Record>();
+    if (!record || description_of(*record).size != size)
+        raise_runtime_fault(error_number::type_mismatch, value.kind_name() + " in an array of records");
+    std::memcpy(memory, data_of(*record), size);
 }
 
 IRecordInfo* record_info_for(const Array& array) {
@@ -190,24 +147,22 @@ Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind) {
     if (!source) return Array({}, Array::Elements<Value>());
     switch (kind) {
         case VT_R8:
-            return read_numbers<double>(source);
+            return read_elements<double>(source, kind);
         case VT_R4:
-            return read_numbers<float>(source);
+            return read_elements<float>(source, kind);
         case VT_I4:
         case VT_INT:
-            return read_numbers<std::int32_t>(source);
+            return read_elements<std::int32_t>(source, kind);
         case VT_I2:
-            return read_numbers<std::int16_t>(source);
+            return read_elements<std::int16_t>(source, kind);
         case VT_BSTR:
-            return read_array<BSTR, std::string>(source, [](BSTR text) { return text_of(text); });
+            return read_elements<std::string>(source, kind);
         case VT_DISPATCH:
-            return read_array<IDispatch*, Object>(source, &object_of_dispatch);
+            return read_elements<Object>(source, kind);
         case VT_RECORD:
-            return read_records(source);
-        case VT_VARIANT:
-            return read_array<VARIANT, Value>(source, [](const VARIANT& element) { return value_of_variant(element); });
+            return read_elements<Record>(source, kind);
         default:
-            return read_values(source, kind);
+            return read_elements<Value>(source, kind);
     }
 }
 
@@ -221,45 +176,18 @@ SAFEARRAY* safe_array_of(const Array& array, const VARTYPE kind, IRecordInfo* re
     if (kind == VT_RECORD && !record_info)
         raise_runtime_fault(error_number::type_mismatch, "records without their library");
     NewArray made(array.bounds(), kind, record_info);
-    switch (kind) {
-        case VT_R8:
-            write_elements<double>(made.get(), array, [](const Value& value) { return value.as_double(); });
-            break;
-        case VT_R4:
-            write_elements<float>(made.get(), array, [](const Value& value) { return value.as_single(); });
-            break;
-        case VT_I4:
-        case VT_INT:
-            write_elements<std::int32_t>(made.get(), array, [](const Value& value) { return value.as_int32(); });
-            break;
-        case VT_I2:
-            write_elements<std::int16_t>(made.get(), array, [](const Value& value) { return value.as_int16(); });
-            break;
-        case VT_BOOL:
-            write_elements<VARIANT_BOOL>(made.get(), array, [](const Value& value) {
-                return value.as_boolean() ? VARIANT_TRUE : VARIANT_FALSE;
+    if (array.size() > 0) {
+        const ArrayAccess access(made.get());
+        const std::size_t size = SafeArrayGetElemsize(made.get());
+        const void* const numbers = natural_kind(array) == kind ? numbers_of(array) : nullptr;
+        if (numbers && array.rank() == 1)
+            std::memcpy(access.bytes(), numbers, array.size() * size);
+        else
+            for_each_place(array.bounds(), [&](std::size_t place, std::size_t at) {
+                void* const memory = access.bytes() + at * size;
+                if (kind == VT_RECORD) return write_record(array.element(place), size, memory);
+                construct(kind, array.element(place), memory);
             });
-            break;
-        case VT_BSTR:
-            write_elements<BSTR>(made.get(), array, [](const Value& value) { return new_bstr(value.as_text()); });
-            break;
-        case VT_DISPATCH:
-            write_elements<IDispatch*>(made.get(), array,
-                                       [](const Value& value) { return dispatch_of_object(value.as_object()); });
-            break;
-        case VT_RECORD:
-            write_records(made.get(), array);
-            break;
-        case VT_VARIANT:
-            write_elements<VARIANT>(made.get(), array, [](const Value& value) {
-                VARIANT element;
-                VariantInit(&element);
-                fill_variant(value, element);
-                return element;
-            });
-            break;
-        default:
-            raise_runtime_fault(error_number::type_mismatch, "an array of elements of kind " + std::to_string(kind));
     }
     return made.release();
 }

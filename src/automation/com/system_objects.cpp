@@ -2,6 +2,7 @@
 #ifdef _WIN32
 
 #include "automation/com/dispatch_object.h"
+#include "automation/error_numbers.h"
 #include "automation/late_bound_instrument.h"
 #include "instrument/library/instrument_library.h"
 #include "korvane/automation.h"
@@ -10,8 +11,6 @@
 namespace korvane::automation {
 
 namespace {
-
-constexpr std::int32_t cannot_create = 429;
 
 Object layer_object(const std::string& prog_id) {
     Object object = create_registered_object(prog_id);

@@ -5,24 +5,21 @@
 #include <cstring>
 
 #include "automation/com/com_object.h"
-#include "automation/com/dispatch_object.h"
 #include "automation/com/record_info.h"
 #include "automation/com/safe_arrays.h"
+#include "automation/error_numbers.h"
 
 namespace korvane::automation {
 
 namespace {
 
-constexpr std::int32_t array_locked = 10;
-
 [[noreturn]] void refuse_kind(VARTYPE kind) {
     raise_runtime_fault(error_number::type_mismatch, "a value of kind " + std::to_string(kind));
 }
 
-/// The content itself: of the variable behind a reference, or of the VARIANT.
 template <class T>
-const T& content(const VARIANT& variant, const T& inside) {
-    return variant.vt & VT_BYREF ? *static_cast<const T*>(variant.byref) : inside;
+T& at(void* memory) {
+    return *static_cast<T*>(memory);
 }
 
 Value value_of_unknown(IUnknown* unknown) {
@@ -34,10 +31,13 @@ Value value_of_unknown(IUnknown* unknown) {
 }
 
 /// A number of a kind that automation values do not have.
-Value value_of_other(const VARIANT& variant) {
+Value value_of_other(VARTYPE kind, void* memory) {
+    VARIANT reference;
+    VariantInit(&reference);
+    reference.vt = static_cast<VARTYPE>(kind | VT_BYREF);
+    reference.byref = memory;
     Variant number;
-    if (FAILED(VariantChangeTypeEx(number.get(), const_cast<VARIANT*>(&variant), LOCALE_USER_DEFAULT, 0, VT_R8)))
-        refuse_kind(variant.vt);
+    if (FAILED(VariantChangeTypeEx(number.get(), &reference, LOCALE_USER_DEFAULT, 0, VT_R8))) refuse_kind(kind);
     return number->dblVal;
 }
 
@@ -46,12 +46,16 @@ Value value_of_error(SCODE code) {
     raise_runtime_fault(error_number::type_mismatch, "an error value");
 }
 
-SAFEARRAY* array_in(const VARIANT& variant) {
-    return variant.vt & VT_BYREF ? *variant.pparray : variant.parray;
-}
-
 VARTYPE element_kind(const VARIANT& variant) {
     return static_cast<VARTYPE>(variant.vt & VT_TYPEMASK);
+}
+
+/// Where a VARIANT's content lies: behind its reference, or in itself.
+void* content_of(const VARIANT& variant) {
+    if (variant.vt & VT_BYREF) return variant.byref;
+    const void* const inside =
+        element_kind(variant) == VT_DECIMAL ? static_cast<const void*>(&variant) : &variant.llVal;
+    return const_cast<void*>(inside);
 }
 
 void store_array(const Array& array, VARIANT& argument) {
@@ -97,145 +101,124 @@ void store_variant(const Value& value, VARIANT& variable) {
     variable = fresh.release();
 }
 
-/// A variable of a simple type. The old content is released first.
-void store_simple(const Value& value, VARIANT& argument, VARTYPE kind) {
+/// A variable of a simple type. What it held is released.
+void store_simple(const Value& value, VARTYPE kind, void* variable) {
+    if (kind != VT_BSTR && kind != VT_DISPATCH && kind != VT_UNKNOWN) return construct(kind, value, variable);
+    void* fresh = nullptr;
+    construct(kind, value, &fresh);
+    Variant old;
+    old->byref = std::exchange(at<void*>(variable), fresh);
+    old->vt = kind;
+}
+
+/// The kinds of VARIANTs, by what a value holds.
+constexpr VARTYPE natural_kinds[]{VT_EMPTY, VT_ERROR, VT_NULL, VT_BOOL,     VT_I2,     VT_I4,   VT_R4,
+                                  VT_R8,    VT_DATE,  VT_BSTR, VT_DISPATCH, VT_RECORD, VT_ARRAY};
+static_assert(std::size(natural_kinds) == std::variant_size_v<Value::Content>);
+
+void fill_with_record(const Record& record, VARIANT& target) {
+    const RecordDescription& description = description_of(record);
+    IRecordInfo* const info = record_info_of(description);
+    if (!info) refuse_kind(VT_RECORD);
+    void* const memory = info->RecordCreate();
+    if (!memory) throw std::bad_alloc();
+    std::memcpy(memory, data_of(record), description.size);
+    info->AddRef();
+    target.pvRecord = memory;
+    target.pRecInfo = info;
+    target.vt = VT_RECORD;
+}
+
+}  // namespace
+
+Value value_at(VARTYPE kind, void* memory) {
     switch (kind) {
         case VT_I2:
-            *argument.piVal = value.as_int16();
+            return std::int16_t{at<SHORT>(memory)};
+        case VT_I4:
+        case VT_INT:
+            return static_cast<std::int32_t>(at<LONG>(memory));
+        case VT_UI1:
+            return std::int16_t{at<BYTE>(memory)};
+        case VT_R4:
+            return at<float>(memory);
+        case VT_R8:
+            return at<double>(memory);
+        case VT_BOOL:
+            return at<VARIANT_BOOL>(memory) != VARIANT_FALSE;
+        case VT_DATE:
+            return Date{at<DATE>(memory)};
+        case VT_BSTR:
+            return text_of(at<BSTR>(memory));
+        case VT_DISPATCH:
+            return object_of_dispatch(at<IDispatch*>(memory));
+        case VT_UNKNOWN:
+            return value_of_unknown(at<IUnknown*>(memory));
+        case VT_ERROR:
+            return value_of_error(at<SCODE>(memory));
+        case VT_VARIANT:
+            return value_of_variant(at<VARIANT>(memory));
+        default:
+            return value_of_other(kind, memory);
+    }
+}
+
+void construct(VARTYPE kind, const Value& value, void* memory) {
+    switch (kind) {
+        case VT_I2:
+            at<SHORT>(memory) = value.as_int16();
             return;
         case VT_I4:
         case VT_INT:
-            *argument.plVal = value.as_int32();
+            at<LONG>(memory) = value.as_int32();
             return;
         case VT_R4:
-            *argument.pfltVal = value.as_single();
+            at<float>(memory) = value.as_single();
             return;
         case VT_R8:
         case VT_DATE:
-            *argument.pdblVal = value.as_double();
+            at<double>(memory) = value.as_double();
             return;
         case VT_BOOL:
-            *argument.pboolVal = value.as_boolean() ? VARIANT_TRUE : VARIANT_FALSE;
+            at<VARIANT_BOOL>(memory) = value.as_boolean() ? VARIANT_TRUE : VARIANT_FALSE;
             return;
-        case VT_BSTR: {
-            BSTR const fresh = new_bstr(value.as_text());
-            SysFreeString(std::exchange(*argument.pbstrVal, fresh));
+        case VT_BSTR:
+            at<BSTR>(memory) = new_bstr(value.as_text());
             return;
-        }
         case VT_DISPATCH:
-        case VT_UNKNOWN: {
-            IDispatch* const fresh = dispatch_of_object(value.as_object());
-            if (IDispatch* const old = std::exchange(*argument.ppdispVal, fresh)) old->Release();
+        case VT_UNKNOWN:
+            at<IDispatch*>(memory) = dispatch_of_object(value.as_object());
             return;
-        }
+        case VT_VARIANT:
+            VariantInit(&at<VARIANT>(memory));
+            return fill_variant(value, at<VARIANT>(memory));
         default:
             refuse_kind(kind);
     }
 }
 
-struct FillVariant {
-    VARIANT& target;
-
-    void operator()(Empty) const {}
-    void operator()(Missing) const {
-        target.vt = VT_ERROR;
-        target.scode = DISP_E_PARAMNOTFOUND;
-    }
-    void operator()(Null) const { target.vt = VT_NULL; }
-    void operator()(bool truth) const {
-        target.vt = VT_BOOL;
-        target.boolVal = truth ? VARIANT_TRUE : VARIANT_FALSE;
-    }
-    void operator()(std::int16_t number) const {
-        target.vt = VT_I2;
-        target.iVal = number;
-    }
-    void operator()(std::int32_t number) const {
-        target.vt = VT_I4;
-        target.lVal = number;
-    }
-    void operator()(float number) const {
-        target.vt = VT_R4;
-        target.fltVal = number;
-    }
-    void operator()(double number) const {
-        target.vt = VT_R8;
-        target.dblVal = number;
-    }
-    void operator()(Date date) const {
-        target.vt = VT_DATE;
-        target.date = date.days;
-    }
-    void operator()(const std::string& text) const {
-        target.bstrVal = new_bstr(text);
-        target.vt = VT_BSTR;
-    }
-    void operator()(const Object& object) const {
-        target.pdispVal = dispatch_of_object(object);
-        target.vt = VT_DISPATCH;
-    }
-    void operator()(const Record& record) const {
-        const RecordDescription& description = description_of(record);
-        IRecordInfo* const info = record_info_of(description);
-        if (!info) refuse_kind(VT_RECORD);
-        void* const memory = info->RecordCreate();
-        if (!memory) throw std::bad_alloc();
-        std::memcpy(memory, data_of(record), description.size);
-        info->AddRef();
-        target.pvRecord = memory;
-        target.pRecInfo = info;
-        target.vt = VT_RECORD;
-    }
-    void operator()(const Array& array) const {
-        VARTYPE kind = VT_VARIANT;
-        target.parray = safe_array_of(array, kind);
-        target.vt = static_cast<VARTYPE>(VT_ARRAY | kind);
-    }
-};
-
-}  // namespace
-
 Value value_of_variant(const VARIANT& variant) {
-    if (variant.vt & VT_ARRAY) return array_of_safe_array(array_in(variant), element_kind(variant));
-    switch (element_kind(variant)) {
-        case VT_EMPTY:
-            return Empty{};
-        case VT_NULL:
-            return Null{};
-        case VT_I2:
-            return content(variant, variant.iVal);
-        case VT_I4:
-        case VT_INT:
-            return static_cast<std::int32_t>(content(variant, variant.lVal));
-        case VT_UI1:
-            return static_cast<std::int16_t>(content(variant, variant.bVal));
-        case VT_R4:
-            return content(variant, variant.fltVal);
-        case VT_R8:
-            return content(variant, variant.dblVal);
-        case VT_BOOL:
-            return content(variant, variant.boolVal) != VARIANT_FALSE;
-        case VT_DATE:
-            return Date{content(variant, variant.date)};
-        case VT_BSTR:
-            return text_of(content(variant, variant.bstrVal));
-        case VT_DISPATCH:
-            return object_of_dispatch(content(variant, variant.pdispVal));
-        case VT_UNKNOWN:
-            return value_of_unknown(content(variant, variant.punkVal));
-        case VT_ERROR:
-            return value_of_error(content(variant, variant.scode));
-        case VT_VARIANT:
-            return value_of_variant(*variant.pvarVal);
-        case VT_RECORD:
-            return record_of(variant.pvRecord, variant.pRecInfo);
-        default:
-            return value_of_other(variant);
-    }
+    void* const content = content_of(variant);
+    const VARTYPE kind = element_kind(variant);
+    if (variant.vt & VT_ARRAY) return array_of_safe_array(at<SAFEARRAY*>(content), kind);
+    if (kind == VT_EMPTY) return Empty{};
+    if (kind == VT_NULL) return Null{};
+    if (kind == VT_RECORD) return record_of(variant.pvRecord, variant.pRecInfo);
+    return value_at(kind, content);
 }
 
 void fill_variant(const Value& value, VARIANT& empty) {
-    std::visit(FillVariant{empty}, value.content());
+    VARTYPE kind = natural_kinds[value.content().index()];
+    if (const auto* record = value.get_if<Record>()) return fill_with_record(*record, empty);
+    if (const auto* array = value.get_if<Array>()) {
+        empty.parray = safe_array_of(*array, kind);
+        kind |= VT_ARRAY;
+    } else if (kind == VT_ERROR) {
+        empty.scode = DISP_E_PARAMNOTFOUND;
+    } else if (kind != VT_EMPTY && kind != VT_NULL) {
+        construct(kind, value, &empty.llVal);
+    }
+    empty.vt = kind;
 }
 
 void store_into_variable(const Value& value, VARIANT& argument) {
@@ -248,7 +231,7 @@ void store_into_variable(const Value& value, VARIANT& argument) {
         return store_array(value.as_array(), argument);
     }
     if (kind == VT_VARIANT) return store_variant(value, *argument.pvarVal);
-    store_simple(value, argument, kind);
+    store_simple(value, kind, argument.byref);
 }
 
 }  // namespace korvane::automation

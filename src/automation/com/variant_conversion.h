@@ -6,6 +6,11 @@
 
 namespace korvane::automation {
 
+/// The value of a simple kind that lies in memory. Error 13 for kinds that automation values do not have.
+Value value_at(VARTYPE kind, void* memory);
+/// Puts a value as a simple kind into memory that holds nothing. Errors of the conversion.
+void construct(VARTYPE kind, const Value& value, void* memory);
+
 /// What a VARIANT holds, references followed. Error 13 for kinds that automation values do not have.
 Value value_of_variant(const VARIANT& variant);
 /// Fills an empty VARIANT.

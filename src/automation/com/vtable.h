@@ -1,7 +1,9 @@
 // Vtables out of member tables: for every member a function with the parameters that its line says.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -15,58 +17,24 @@ HRESULT call_from_vtable(ComObject& self, const Member& member, void* const* slo
 
 namespace detail {
 
-/// How an argument by value lies on the stack. By reference it is a pointer, whatever it points to.
-template <TypeKind kind>
-struct ValueSlot {
-    using Type = void*;  // objects, arrays
-};
-template <>
-struct ValueSlot<TypeKind::variant> {
-    using Type = VARIANT;
-};
-template <>
-struct ValueSlot<TypeKind::boolean> {
-    using Type = VARIANT_BOOL;
-};
-template <>
-struct ValueSlot<TypeKind::long_integer> {
-    using Type = LONG;
-};
-template <>
-struct ValueSlot<TypeKind::enumeration> {
-    using Type = LONG;
-};
-template <>
-struct ValueSlot<TypeKind::single> {
-    using Type = float;
-};
-template <>
-struct ValueSlot<TypeKind::real> {
-    using Type = double;
-};
-template <>
-struct ValueSlot<TypeKind::text> {
-    using Type = BSTR;
-};
+/// How an argument by value lies on the stack, by `TypeKind`. By reference it is a pointer, whatever it points to; so
+/// is an object or an array.
+using ValueSlots = std::tuple<void, VARIANT, VARIANT_BOOL, LONG, float, double, BSTR, LONG, void, void*, void*, void*>;
 
 template <const auto& members, std::size_t index>
 struct Thunk {
     static constexpr const Member& member = members[index];
 
+    // A record by value would have no slot: records are passed by reference.
     template <std::size_t place>
-    static constexpr bool by_value_record =
-        member.parameter_slots[place].type.kind == TypeKind::record && !member.parameter_slots[place].is_by_reference();
-
-    template <std::size_t place>
-    using Slot = std::conditional_t<member.parameter_slots[place].is_by_reference(), void*,
-                                    typename ValueSlot<member.parameter_slots[place].type.kind>::Type>;
+    using Slot = std::conditional_t<
+        member.parameter_slots[place].is_by_reference(), void*,
+        std::tuple_element_t<static_cast<std::size_t>(member.parameter_slots[place].type.kind), ValueSlots>>;
 
     template <class Places>
     struct With;
     template <std::size_t... place>
     struct With<std::index_sequence<place...>> {
-        static_assert((!by_value_record<place> && ...), "records are passed by reference");
-
         static HRESULT STDMETHODCALLTYPE without_result(ComObject* self, Slot<place>... arguments) {
             void* const slots[] = {&arguments..., nullptr};
             return call_from_vtable(*self, member, slots, nullptr);
@@ -81,9 +49,9 @@ struct Thunk {
     static const void* address() {
         using Function = With<std::make_index_sequence<member.parameter_count>>;
         if constexpr (member.result.kind == TypeKind::none) {
-            return reinterpret_cast<const void*>(&Function::without_result);
+            return address_of(&Function::without_result);
         } else {
-            return reinterpret_cast<const void*>(&Function::with_result);
+            return address_of(&Function::with_result);
         }
     }
 };

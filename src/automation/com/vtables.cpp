@@ -1,8 +1,6 @@
 // The vtables of the classes, made from their tables.
 #ifdef _WIN32
 
-#include <algorithm>
-
 #include "automation/com/vtable.h"
 #include "automation/object_members.h"
 #include "automation/spectrum_parser_members.h"
@@ -12,11 +10,6 @@
 namespace korvane::automation {
 
 namespace {
-
-template <class Function>
-const void* address(Function* function) {
-    return reinterpret_cast<const void*>(function);
-}
 
 struct ClassVtable {
     const Member* members;
@@ -38,9 +31,9 @@ constexpr ClassVtable vtables[] = {
 
 const std::array<const void*, common_slot_count>& common_slots() {
     static const std::array<const void*, common_slot_count> slots{
-        address(&query_interface),     address(&add_reference), address(&release_reference),
-        address(&get_type_info_count), address(&get_type_info), address(&get_ids_of_names),
-        address(&invoke_member)};
+        address_of(&query_interface),     address_of(&add_reference), address_of(&release_reference),
+        address_of(&get_type_info_count), address_of(&get_type_info), address_of(&get_ids_of_names),
+        address_of(&invoke_member)};
     return slots;
 }
 

@@ -1,9 +1,8 @@
 // The DLL as the system loads it. The program's first argument names it.
 #include <gtest/gtest.h>
 
-#include "automation/class_description.h"
+#include "argument_values.h"
 #include "automation/com/com_basics.h"
-#include "embedded_world.h"
 
 namespace korvane::automation {
 namespace {

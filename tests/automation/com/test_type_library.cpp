@@ -160,7 +160,7 @@ std::vector<Line> lines_of(ITypeInfo& info, const FUNCDESC& function) {
 class TypeLibraryOfClass : public testing::TestWithParam<std::string> {};
 
 TEST_P(TypeLibraryOfClass, AgreesWithTheTable) {
-    const ClassDescription& description = class_named(GetParam());
+    const ClassDescription& description = *find_class(GetParam());
     const auto dispatch_view = type_info_of(description.interface_id);
     EXPECT_EQ(name_of(*dispatch_view.get()), description.interface_name());
     const auto view = vtable_view(*dispatch_view.get());

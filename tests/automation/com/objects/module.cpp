@@ -5,8 +5,8 @@
 #include "automation/com/com_object.h"
 #include "automation/com/error_mapping.h"
 #include "automation/com/record_info.h"
-#include "automation/instrument_members.h"
 #include "layer/test_layer.h"
+#include "layer_objects.h"
 #include "tracer.h"
 
 namespace korvane::automation {

@@ -1,0 +1,17 @@
+// An instrument layer as automation objects, as somebody else may offer one: the members of docs/instrument-objects.md.
+#pragma once
+
+#include <span>
+
+#include "automation/class_description.h"
+#include "korvane/instrument.h"
+
+namespace korvane::automation {
+
+/// The layer's objects, the layer itself first.
+std::span<const ClassDescription> layer_class_descriptions();
+
+/// A layer as an automation object of class "InstrumentLayer".
+Object object_of_layer(std::shared_ptr<InstrumentLayer> layer);
+
+}  // namespace korvane::automation
