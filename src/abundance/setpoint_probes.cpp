@@ -8,7 +8,7 @@ constexpr std::int32_t averaged_spectra = 3;
 
 void SetpointProbes::write(std::int32_t setpoint, double value) {
     const Segments segments = session_.current_segments();
-    CurrentSetpoints(*session_.instrument, segments).write(setpoint, value);
+    CurrentSetpoints(session_.instrument, segments).write(setpoint, value);
 }
 
 void SetpointProbes::set_transients(std::int32_t setpoint, double transients) {
@@ -25,7 +25,7 @@ void SetpointProbes::measure(const ProbeTarget& target, std::int32_t& MiddleAb, 
     bool averaging = false;
     errors.collect([&] {
         const Segments segments = session_.current_segments();
-        averaging = CurrentSetpoints(*session_.instrument, segments).value(contract::setpoint.averaging) != 0;
+        averaging = CurrentSetpoints(session_.instrument, segments).value(contract::setpoint.averaging) != 0;
     });
     errors.collect([&] {
         MiddleAb = averaging ? averaged_.GetAveragedPeakAbundance(target.mz, averaged_spectra)

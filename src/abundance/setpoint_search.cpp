@@ -54,7 +54,7 @@ double SetpointSearch::search_by(ProbeMethod& method, const SearchRequest& reque
 void SetpointSearch::prepare(Search& search) {
     SearchRequest& request = search.request;
     const Segments segments = session_.current_segments();
-    const CurrentSetpoints setpoints(*session_.instrument, segments);
+    const CurrentSetpoints setpoints(session_.instrument, segments);
     search.BestValue = setpoints.value(request.IdxOfSetpointToAdjust);
     search.SpeedUpFactor = session_.limit("Calibration", "AIC_SearchSpeedUpFactor");
     search.transients_setpoint = session_.tune.GetNumTransTuneSPForCurrentSamplingRate();

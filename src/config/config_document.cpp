@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "frame/lazy_instrument.h"
 #include "frame/located_number.h"
 #include "korvane/system.h"
 
@@ -28,7 +29,7 @@ std::optional<XmlElement> select_child(const XmlElement& parent, const std::stri
 }
 
 std::string ConfigDocument::path() const {
-    return join_path(platform_.instrument->create_path_information()->base_folder(), std::string(file_.name));
+    return join_path(base_folder(*platform_.instrument), std::string(file_.name));
 }
 
 void ConfigDocument::load(TraceObj& record, bool for_editing) {

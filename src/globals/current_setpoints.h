@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "frame/lazy_instrument.h"
 #include "korvane/instrument.h"
 #include "korvane/instrument_contract.h"
 #include "platform/automation_arithmetic.h"
@@ -17,10 +18,10 @@ struct Segments {
 
 class CurrentSetpoints {
 public:
-    CurrentSetpoints(InstrumentGlobals& instrument, const Segments& segments)
+    CurrentSetpoints(const LazyInstrument& instrument, const Segments& segments)
         : instrument_(instrument), segments_(segments) {}
 
-    SetpointTable& table() const { return instrument_.setpoints(); }
+    SetpointTable& table() const { return instrument_->setpoints(); }
     double value(std::int32_t index) const { return to_double(table().value(index, segments_.time, segments_.scan)); }
     std::int32_t code(std::int32_t index) const {
         return to_int32(table().value(index, segments_.time, segments_.scan));
@@ -31,7 +32,7 @@ public:
     bool is_positive() const { return value(contract::setpoint.polarity) == 0; }
 
 private:
-    InstrumentGlobals& instrument_;
+    const LazyInstrument& instrument_;
     const Segments& segments_;
 };
 

@@ -14,7 +14,7 @@ constexpr double ns_per_us = 1000;
 }  // namespace
 
 bool DetectorDefaults::has_option(std::int32_t code) {
-    HardwareQueries& hardware = instrument_.hardware();
+    HardwareQueries& hardware = instrument_->hardware();
     return hardware.option_present(hardware.option_name(code));
 }
 
@@ -57,7 +57,7 @@ double DetectorDefaults::pulse_height_target() {
         if (has_long_tube()) return gain_parameter("CntPerIon_160cm");
         if (has_digitiser()) return gain_parameter("CntPerIon_Sigma4");
         const bool post_accelerated =
-            source_.polarity_abbreviation() == "pos" && instrument_.hardware().has_positive_post_acceleration();
+            source_.polarity_abbreviation() == "pos" && instrument_->hardware().has_positive_post_acceleration();
         return gain_parameter(post_accelerated ? "CntPerIon_Sigma1QTOFPos" : "CntPerIon_Sigma1");
     });
 }
@@ -109,7 +109,7 @@ std::int32_t DetectorDefaults::max_spectrum_time_us() {
 
 bool DetectorDefaults::abundance_reduction_enabled() {
     return routine(trace_, {"EnableAbundanceReductionTechnology"},
-                   [&] { return instrument_.hardware().abundance_reduction_setting() != 0; });
+                   [&] { return instrument_->hardware().abundance_reduction_setting() != 0; });
 }
 
 bool DetectorDefaults::is_abundance_adjustable(const VariantArray<double>& masses) {
@@ -120,7 +120,7 @@ double DetectorDefaults::initial_value(const std::string& internal_name) {
     return routine(trace_, {"GetAutotuneSetpointInitValue"}, [&](TraceObj& record) {
         const char* const polarity = setpoints_.is_positive() ? "pos" : "neg";
         const std::string path = text_of("/QTOFTuneParams/Mode/Tune[@polarity=\"", polarity, "\" and @source=\"",
-                                         instrument_.source_word(), "\"]/InitialAutotuneStartingSetpointValues");
+                                         instrument_->source_word(), "\"]/InitialAutotuneStartingSetpointValues");
         record.TR_PRINT("Querying XML for \"", path);
         return parameters_.GetTuneParamByXMLPath(path, text_of("Param[@internalName=\"", internal_name, "\"]"));
     });
@@ -162,7 +162,7 @@ double DetectorDefaults::sheath_gas_pressure() {
 
 double DetectorDefaults::sheath_gas(const std::string& key, std::int32_t fallback_setpoint) {
     if (!is_dual_source()) return setpoints_.value(fallback_setpoint);
-    return limit(is_model_4410(instrument_.hardware()) ? key + "_4410" : key);
+    return limit(is_model_4410(instrument_->hardware()) ? key + "_4410" : key);
 }
 
 }  // namespace korvane

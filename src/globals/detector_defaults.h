@@ -11,7 +11,7 @@ namespace korvane {
 
 class DetectorDefaults {
 public:
-    DetectorDefaults(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+    DetectorDefaults(const Trace& trace, const LazyInstrument& instrument, const CurrentSetpoints& setpoints,
                      clsTuneParamsXML& parameters, SourceAndPolarity& source, MassCalibration& calibration,
                      MassRange& mass_range)
         : trace_(trace),
@@ -49,7 +49,7 @@ private:
     bool has_option(std::int32_t code);
     bool has_digitiser();
     bool is_dual_source();
-    bool has_long_tube() { return instrument_.hardware().has_160cm_flight_tube(); }
+    bool has_long_tube() { return instrument_->hardware().has_160cm_flight_tube(); }
     double gain_parameter(const std::string& key) { return parameters_.GetAutotuneLimitValue("gainParams", key); }
     double limit(const std::string& key) { return parameters_.GetAutotuneLimitValue("Limits", key); }
     double preamp_ramp_end(const std::string& key, bool low_gain);
@@ -57,7 +57,7 @@ private:
     double transients();
 
     const Trace& trace_;
-    InstrumentGlobals& instrument_;
+    const LazyInstrument& instrument_;
     const CurrentSetpoints& setpoints_;
     clsTuneParamsXML& parameters_;
     SourceAndPolarity& source_;

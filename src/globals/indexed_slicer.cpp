@@ -47,7 +47,7 @@ std::int32_t IndexedSlicer::next_clean_position() {
     for (std::int32_t step = 1; step <= count; ++step) {
         const std::int32_t position = (current - 1 + step) % count + 1;
         if ((position >= first_high_resolution) != high_resolution) continue;
-        if (to_double(instrument_.dictionary_item(contract::slicer_hours_item(position))) < limit_hours)
+        if (to_double(instrument_->dictionary_item(contract::slicer_hours_item(position))) < limit_hours)
             return position;
     }
     return no_position;

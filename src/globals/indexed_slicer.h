@@ -10,7 +10,7 @@ namespace korvane {
 
 class IndexedSlicer {
 public:
-    IndexedSlicer(const Trace& trace, InstrumentGlobals& instrument, SetpointAccess& setpoints,
+    IndexedSlicer(const Trace& trace, const LazyInstrument& instrument, SetpointAccess& setpoints,
                   clsTunePrefsXML& preferences, clsTuneParamsXML& parameters, TuneLogs& logs)
         : trace_(trace),
           instrument_(instrument),
@@ -31,7 +31,7 @@ private:
     void move_to(std::int32_t position);
 
     const Trace& trace_;
-    InstrumentGlobals& instrument_;
+    const LazyInstrument& instrument_;
     SetpointAccess& setpoints_;
     clsTunePrefsXML& preferences_;
     clsTuneParamsXML& parameters_;

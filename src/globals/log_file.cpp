@@ -1,5 +1,6 @@
 #include "globals/log_file.h"
 
+#include "frame/lazy_instrument.h"
 #include "platform/text.h"
 #ifdef _WIN32
 #include "platform/windows_text.h"
@@ -31,8 +32,7 @@ void append_log_text(std::string& out, std::string_view text) {
 }  // namespace
 
 void LogFile::open(const std::string& name, std::string_view header) {
-    const std::string base = instrument_->create_path_information()->base_folder();
-    const std::string path = join_path(join_path(base, "Logfiles"), name);
+    const std::string path = join_path(join_path(base_folder(*instrument_), "Logfiles"), name);
     file_ = files_->open_append(path);
     path_ = path;
     if (!header.empty()) write_line(header);

@@ -74,7 +74,7 @@ void MassCalibration::convert_terms(TraceObj& record, CalibrationCoefficients& c
 
 CalibrationObject MassCalibration::of_current_polarity() {
     const std::int32_t polarity = setpoints_.is_positive() ? contract::polarity.positive : contract::polarity.negative;
-    CalibrationObject calibration = instrument_.calibrations().calibration(polarity);
+    CalibrationObject calibration = instrument_->calibrations().calibration(polarity);
     if (!calibration) raise_runtime_fault(error_number::object_not_set, text_of("calibration of polarity ", polarity));
     return calibration;
 }
@@ -90,9 +90,9 @@ bool MassCalibration::use_override_values() {
 double MassCalibration::default_a_ns() {
     return routine(trace_, {"getDefaultCalibCoefA_nsec"}, [&] {
         if (use_override_values()) return parameters_.GetManualTuneValue("Calibration", "DefaultCalibACoef_Override");
-        if (is_model_4410(instrument_.hardware()))
+        if (is_model_4410(instrument_->hardware()))
             return parameters_.GetAutotuneLimitValue("Calibration", "DefaultCalibACoef_4410");
-        return to_double(instrument_.dictionary_item(contract::dictionary_item.coefficient_a));
+        return to_double(instrument_->dictionary_item(contract::dictionary_item.coefficient_a));
     });
 }
 
@@ -100,7 +100,7 @@ double MassCalibration::default_a_ns() {
 double MassCalibration::default_b_ns() {
     return routine(trace_, {"getDefaultCalibCoefB_nsec"}, [&] {
         if (use_override_values()) return parameters_.GetManualTuneValue("Calibration", "DefaultCalibBCoef_Override");
-        return to_double(instrument_.dictionary_item(contract::dictionary_item.coefficient_b));
+        return to_double(instrument_->dictionary_item(contract::dictionary_item.coefficient_b));
     });
 }
 
@@ -117,11 +117,11 @@ CalibrationObject MassCalibration::default_object_ns() {
     return routine(trace_, {"getDefaultMTObj_nsec"}, [&] {
         CalibrationObject calibration = current();
         CalibrationSettings settings = calibration->settings();
-        settings.CalReserved1 = to_int32(instrument_.dictionary_item(contract::dictionary_item.reserved_1));
+        settings.CalReserved1 = to_int32(instrument_->dictionary_item(contract::dictionary_item.reserved_1));
         settings.CalTraditionalWeighting =
-            to_int32(instrument_.dictionary_item(contract::dictionary_item.traditional_weighting));
+            to_int32(instrument_->dictionary_item(contract::dictionary_item.traditional_weighting));
         settings.CalPolynomialWeighting =
-            to_int32(instrument_.dictionary_item(contract::dictionary_item.polynomial_weighting));
+            to_int32(instrument_->dictionary_item(contract::dictionary_item.polynomial_weighting));
         calibration->set_settings(settings);
         calibration->set_coefficients(default_coefficients_ns());
         return calibration;
@@ -133,8 +133,8 @@ void MassCalibration::store(const CalibrationObject& calibration) {
         if (!calibration) raise_runtime_fault(error_number::object_not_set, "calibration object");
         const bool positive = setpoints_.is_positive();
         record.TR_PRINT("Saving new coefficients to ", positive ? "positive" : "negative", " mode calibrant");
-        instrument_.calibrations().store(positive ? contract::polarity.positive : contract::polarity.negative,
-                                         *calibration);
+        instrument_->calibrations().store(positive ? contract::polarity.positive : contract::polarity.negative,
+                                          *calibration);
     });
 }
 

@@ -11,7 +11,7 @@ namespace korvane {
 
 class MassCalibration {
 public:
-    MassCalibration(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+    MassCalibration(const Trace& trace, const LazyInstrument& instrument, const CurrentSetpoints& setpoints,
                     clsTunePrefsXML& preferences, clsTuneParamsXML& parameters)
         : trace_(trace),
           instrument_(instrument),
@@ -35,7 +35,7 @@ private:
     void convert_terms(TraceObj& record, CalibrationCoefficients& coefficients, bool to_ns);
 
     const Trace& trace_;
-    InstrumentGlobals& instrument_;
+    const LazyInstrument& instrument_;
     const CurrentSetpoints& setpoints_;
     clsTunePrefsXML& preferences_;
     clsTuneParamsXML& parameters_;

@@ -32,7 +32,7 @@ double MassRange::highest_mass() {
                 break;
         }
         const bool long_tube_at_2_ghz =
-            instrument_.hardware().has_160cm_flight_tube() &&
+            instrument_->hardware().has_160cm_flight_tube() &&
             setpoints_.code(contract::setpoint.sampling_rate) == contract::sampling_rate.at_2_ghz;
         return long_tube_at_2_ghz ? highest_mass_long_tube_at_2_ghz : highest_mass_high_range;
     });
@@ -52,7 +52,7 @@ VariantArray<double> MassRange::default_mass_list(const std::string& source_type
     const ErrorLine line{"GetDefaultMassList.Err.number[", "], err.Description[", "]"};
     return routine(trace_, {"GetDefaultMassList"}, line, [&]() -> VariantArray<double> {
         const std::string file_name =
-            join_path(join_path(paths_.base_folder(), "MassLists"), "default_calibration_mass_list.xml");
+            join_path(join_path(base_folder(*platform_.instrument), "MassLists"), "default_calibration_mass_list.xml");
         const VariantArray<double> all =
             CalMassList(platform_).GetMassListArrayFromFile(file_name, source_type, polarity);
         const double limit = highest_mass();

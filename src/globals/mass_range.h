@@ -12,9 +12,9 @@ namespace korvane {
 
 class MassRange {
 public:
-    MassRange(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
-              PathInformation& paths, const Platform& platform)
-        : trace_(trace), instrument_(instrument), setpoints_(setpoints), paths_(paths), platform_(platform) {}
+    MassRange(const Trace& trace, const LazyInstrument& instrument, const CurrentSetpoints& setpoints,
+              const Platform& platform)
+        : trace_(trace), instrument_(instrument), setpoints_(setpoints), platform_(platform) {}
 
     double highest_mass();
     bool contains(double mass);
@@ -27,9 +27,8 @@ private:
     std::size_t count_below(const VariantArray<double>& masses, double limit) const;
 
     const Trace& trace_;
-    InstrumentGlobals& instrument_;
+    const LazyInstrument& instrument_;
     const CurrentSetpoints& setpoints_;
-    PathInformation& paths_;
     const Platform& platform_;
 };
 

@@ -22,7 +22,7 @@ struct SetpointChange {
 
 class SetpointAccess {
 public:
-    SetpointAccess(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+    SetpointAccess(const Trace& trace, const LazyInstrument& instrument, const CurrentSetpoints& setpoints,
                    AbortHelper& abort, Clock& clock)
         : trace_(trace), instrument_(instrument), setpoints_(setpoints), abort_(abort), clock_(clock) {}
 
@@ -68,7 +68,7 @@ private:
     void raise_if_aborted();
 
     const Trace& trace_;
-    InstrumentGlobals& instrument_;
+    const LazyInstrument& instrument_;
     const CurrentSetpoints& setpoints_;
     AbortHelper& abort_;
     Clock& clock_;

@@ -108,7 +108,7 @@ double SetpointAccess::next_metadata_value(const std::string& external_name) {
 std::optional<double> SetpointAccess::metadata_value(const std::string& external_name, Limit* limit) {
     const auto body = [&](TraceObj& record) -> std::optional<double> {
         record.TR_PRINT("Param Name is ", external_name);
-        InstrumentControl* const control = instrument_.control();
+        InstrumentControl* const control = instrument_->control();
         if (!control) raise_runtime_fault(error_number::object_not_set, "instrument control");
         record.TR_PRINT("g_VexMSCtrl is valid");
         record.TR_PRINT("Getting next spectrum...");

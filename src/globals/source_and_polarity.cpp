@@ -154,8 +154,8 @@ std::string SourceAndPolarity::rate_text(std::int32_t rate) {
 std::string SourceAndPolarity::gain_text(std::string rate_text) {
     switch (setpoints_.code(contract::setpoint.preamp_gain_mode)) {
         case contract::preamp_gain_mode.standard:
-            return rate_text + (instrument_.hardware().has_160cm_flight_tube() ? ", Extended Mass Range"
-                                                                               : ", Extended Dynamic Range Disabled");
+            return rate_text + (instrument_->hardware().has_160cm_flight_tube() ? ", Extended Mass Range"
+                                                                                : ", Extended Dynamic Range Disabled");
         case contract::preamp_gain_mode.extended:
             return "Extended Dynamic Range (2 GHz)";
         case contract::preamp_gain_mode.high:
@@ -174,7 +174,7 @@ std::string SourceAndPolarity::mass_range_text(std::int32_t rate) {
         case MassRangeComboBoxSelection::MassRangeComboBoxSelection_Standard:
             return " in 3200 m/z Mass Range";
         default:
-            return instrument_.hardware().has_160cm_flight_tube() && rate == contract::sampling_rate.at_2_ghz
+            return instrument_->hardware().has_160cm_flight_tube() && rate == contract::sampling_rate.at_2_ghz
                        ? " in 10,000 m/z Mass Range"
                        : " in 20,000 m/z Mass Range";
     }

@@ -12,7 +12,7 @@ namespace korvane {
 
 class SourceAndPolarity {
 public:
-    SourceAndPolarity(const Trace& trace, InstrumentGlobals& instrument, const CurrentSetpoints& setpoints,
+    SourceAndPolarity(const Trace& trace, const LazyInstrument& instrument, const CurrentSetpoints& setpoints,
                       clsTuneParamsXML& parameters)
         : trace_(trace), instrument_(instrument), setpoints_(setpoints), parameters_(parameters) {}
 
@@ -35,7 +35,7 @@ private:
     std::string mass_range_text(std::int32_t rate);
 
     const Trace& trace_;
-    InstrumentGlobals& instrument_;
+    const LazyInstrument& instrument_;
     const CurrentSetpoints& setpoints_;
     clsTuneParamsXML& parameters_;
 };

@@ -13,27 +13,28 @@ namespace korvane {
 struct TuneGlobals::Impl {
     explicit Impl(const Platform& given)
         : platform(given),
-          instrument(initialised(platform.instrument->create_globals())),
+          instrument(platform.instrument),
           preferences(platform),
           parameters(platform),
-          abort(platform),
-          paths(platform.instrument->create_path_information()) {
-        logs.set_log_setpoint_traffic(preferences.GetTunePreference("LogSetpointTraffic") == "Yes");
+          abort(platform) {
+        if (is_base_folder_known()) logs.read_log_setpoint_traffic();
     }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    static std::unique_ptr<InstrumentGlobals> initialised(std::unique_ptr<InstrumentGlobals> globals) {
-        globals->initialise();
-        return globals;
+    bool is_base_folder_known() const {
+        try {
+            return !base_folder(*platform.instrument).empty();
+        } catch (...) {
+            return false;  // A missing instrument is no reason to fail here.
+        }
     }
 
     const Platform platform;
-    const std::unique_ptr<InstrumentGlobals> instrument;
+    const LazyInstrument instrument;
     clsTunePrefsXML preferences;
     clsTuneParamsXML parameters;
     AbortHelper abort;
-    const std::unique_ptr<PathInformation> paths;
 
     Segments segments;
     double abundance_reduction_vcap = 0;
@@ -41,14 +42,14 @@ struct TuneGlobals::Impl {
 
     std::string error_message;
     const Trace trace{platform.tracers, &error_message};
-    const CurrentSetpoints current{*instrument, segments};
-    SetpointAccess setpoints{trace, *instrument, current, abort, *platform.clock};
-    TuneLogs logs{trace, *instrument, platform};
-    MassCalibration calibration{trace, *instrument, current, preferences, parameters};
-    SourceAndPolarity source{trace, *instrument, current, parameters};
-    MassRange mass_range{trace, *instrument, current, *paths, platform};
-    IndexedSlicer slicer{trace, *instrument, setpoints, preferences, parameters, logs};
-    DetectorDefaults detector{trace, *instrument, current, parameters, source, calibration, mass_range};
+    const CurrentSetpoints current{instrument, segments};
+    SetpointAccess setpoints{trace, instrument, current, abort, *platform.clock};
+    TuneLogs logs{trace, instrument, preferences, platform};
+    MassCalibration calibration{trace, instrument, current, preferences, parameters};
+    SourceAndPolarity source{trace, instrument, current, parameters};
+    MassRange mass_range{trace, instrument, current, platform};
+    IndexedSlicer slicer{trace, instrument, setpoints, preferences, parameters, logs};
+    DetectorDefaults detector{trace, instrument, current, parameters, source, calibration, mass_range};
 };
 
 }  // namespace korvane

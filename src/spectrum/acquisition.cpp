@@ -156,7 +156,7 @@ bool SpectrumAcquisition::ReturnedSpectrumIsOfSoughtPolarity(const VariantArray<
     return routine(session_.trace, {"ReturnedSpectrumIsOfSoughtPolarity"}, log_error, [&] {
         const std::int32_t polarity = checked_polarity(vMetaData);
         const Segments segments = session_.current_segments();
-        if (polarity == CurrentSetpoints(*session_.instrument, segments).code(contract::setpoint.polarity)) {
+        if (polarity == CurrentSetpoints(session_.instrument, segments).code(contract::setpoint.polarity)) {
             session_.log("AUTOTUNE LOG: STATUS: Spectrum of proper polarity and experiment index was returned");
             return true;
         }

@@ -30,7 +30,7 @@ void CalibrantPeaks::measure_calibrants(TraceObj& record, const Request& request
     Scintillator scintillator(session_, request.access);
     scintillator.put_aside(record);
     const Segments segments = session_.current_segments();
-    (void)CurrentSetpoints(*session_.instrument, segments).code(contract::setpoint.source_type);
+    (void)CurrentSetpoints(session_.instrument, segments).code(contract::setpoint.source_type);
     Measurement measurement;
     measurement.masses = request.choose_masses();
     VariantArray<std::string> vMetaDesc;

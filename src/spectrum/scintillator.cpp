@@ -4,7 +4,7 @@ namespace korvane {
 
 void Scintillator::put_aside(TraceObj& record) {
     const Segments segments = session_.current_segments();
-    kept_ = CurrentSetpoints(*session_.instrument, segments).value(contract::setpoint.scintillator);
+    kept_ = CurrentSetpoints(session_.instrument, segments).value(contract::setpoint.scintillator);
     if (kept_ == 0) return;
     record.TR_PRINT("Scint NOT TTI mode; setting scint=0");
     set(0);
@@ -12,7 +12,7 @@ void Scintillator::put_aside(TraceObj& record) {
 
 void Scintillator::restore() {
     const Segments segments = session_.current_segments();
-    const CurrentSetpoints setpoints(*session_.instrument, segments);
+    const CurrentSetpoints setpoints(session_.instrument, segments);
     if (access_ == Access::awaited && setpoints.value(contract::setpoint.scintillator) == kept_) return;
     set(kept_);
 }
@@ -25,7 +25,7 @@ void Scintillator::set(double value) {
         return;
     }
     const Segments segments = session_.current_segments();
-    CurrentSetpoints(*session_.instrument, segments).write(contract::setpoint.scintillator, value);
+    CurrentSetpoints(session_.instrument, segments).write(contract::setpoint.scintillator, value);
 }
 
 }  // namespace korvane

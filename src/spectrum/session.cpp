@@ -7,20 +7,10 @@
 
 namespace korvane {
 
-namespace {
-
-std::unique_ptr<InstrumentGlobals> initialised_globals(InstrumentLayer& layer) {
-    auto globals = layer.create_globals();
-    globals->initialise();
-    return globals;
-}
-
-}  // namespace
-
 Session::Session(const Platform& world)
     : platform(world),
       trace(world.tracers),
-      instrument(initialised_globals(*world.instrument)),
+      instrument(world.instrument),
       tune(world),
       params(world),
       prefs(world),
@@ -34,8 +24,8 @@ InstrumentControl& Session::control() const {
 
 CalibrationObject Session::calibration_of_current_polarity() const {
     const Segments segments = current_segments();
-    const std::int32_t polarity = CurrentSetpoints(*instrument, segments).is_positive() ? contract::polarity.positive
-                                                                                        : contract::polarity.negative;
+    const std::int32_t polarity = CurrentSetpoints(instrument, segments).is_positive() ? contract::polarity.positive
+                                                                                       : contract::polarity.negative;
     CalibrationObject calibration = instrument->calibrations().calibration(polarity);
     if (!calibration) raise_runtime_fault(error_number::object_not_set, "mass-time calibration");
     return calibration;

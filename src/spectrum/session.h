@@ -1,8 +1,7 @@
 // What every routine of a spectrum parser works with.
 #pragma once
 
-#include <memory>
-
+#include "frame/lazy_instrument.h"
 #include "frame/routine.h"
 #include "globals/current_setpoints.h"
 #include "korvane/abort_helper.h"
@@ -30,7 +29,7 @@ struct Session {
 
     const Platform platform;
     const Trace trace;
-    const std::unique_ptr<InstrumentGlobals> instrument;
+    const LazyInstrument instrument;
     TuneGlobals tune;
     clsTuneParamsXML params;
     clsTunePrefsXML prefs;

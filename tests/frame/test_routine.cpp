@@ -6,10 +6,13 @@
 #include <stdexcept>
 #include <thread>
 
+#include "frame/lazy_instrument.h"
 #include "frame/located_number.h"
+#include "korvane/forwarding.h"
 #include "platform/files.h"
 #include "support/raised.h"
 #include "support/recording_tracer.h"
+#include "support/scripted_instrument.h"
 
 namespace korvane {
 namespace {
@@ -112,6 +115,33 @@ TEST(Routine, ErrorRaisedAgainKeepsItsKindAndHelp) {
         EXPECT_EQ(again.kind(), ErrorKind::configuration);
         EXPECT_EQ(again.help(), error.help());
     }
+}
+
+TEST(LazyInstrument, IsMadeAtTheFirstUseOnceAndItsFailureStays) {
+    struct Layer final : ForwardingInstrumentLayer {
+        using ForwardingInstrumentLayer::ForwardingInstrumentLayer;
+        std::unique_ptr<InstrumentGlobals> create_globals() override {
+            ++made;
+            return has_globals ? ForwardingInstrumentLayer::create_globals() : nullptr;
+        }
+        int made = 0;
+        bool has_globals = true;
+    };
+    ScriptedLayer scripted;
+    const auto layer = std::make_shared<Layer>(scripted);
+    const LazyInstrument used(layer);
+    EXPECT_EQ(layer->made, 0);
+    EXPECT_EQ(&*used, &*used);
+    EXPECT_EQ(layer->made, 1);
+    EXPECT_EQ(scripted.state->calls, 1) << "initialised once";
+    const LazyInstrument failing(layer), absent(layer);
+    scripted.state->fault_at = 2;
+    for (int use = 0; use < 2; ++use) EXPECT_EQ(raised([&] { *failing; }), "-4711|Instrument|scripted fault");
+    layer->has_globals = false;
+    for (int use = 0; use < 2; ++use)
+        EXPECT_EQ(raised([&] { *absent; }),
+                  "91|Korvane|Object variable or With block variable not set: instrument globals");
+    EXPECT_EQ(layer->made, 3);
 }
 
 TEST(LocatedNumber, ErrorSaysWhichTextAndWhere) {

@@ -1,6 +1,7 @@
 #include <filesystem>
 
 #include "globals/tune_globals_test.h"
+#include "korvane/forwarding.h"
 
 namespace korvane {
 namespace {
@@ -70,6 +71,37 @@ TEST_F(Logs, PreferenceThatCannotBeReadIsRaisedAtCreation) {
     EXPECT_EQ(raised([&] { globals(); }).substr(0, 5), "-904|");
     std::filesystem::remove(test.base() / "TunePreferences.xml");
     EXPECT_EQ(raised([&] { globals(); }).substr(0, 5), "-901|");
+}
+
+TEST_F(Logs, MissingInstrumentFailsTheMembersThatNeedItAndNotTheCreation) {
+    struct Layer final : ForwardingInstrumentLayer {
+        using ForwardingInstrumentLayer::ForwardingInstrumentLayer;
+        std::unique_ptr<InstrumentGlobals> create_globals() override { return nullptr; }
+        std::unique_ptr<PathInformation> create_path_information() override {
+            return knows_paths ? ForwardingInstrumentLayer::create_path_information() : nullptr;
+        }
+        std::unique_ptr<LogbookEntry> create_logbook_entry() override { return nullptr; }
+        bool knows_paths = false;
+    };
+    const auto layer = std::make_shared<Layer>(test.layer);
+    Platform platform = test.platform();
+    platform.instrument = layer;
+    TuneGlobals made(platform);
+    const std::string not_set = "91|Korvane|Object variable or With block variable not set: ";
+    EXPECT_EQ(raised([&] { made.GetPolarityStr(); }), not_set + "instrument globals");
+    EXPECT_EQ(raised([&] { made.ReportStatusToLogbook("a"); }), not_set + "logbook entry");
+    made.WriteLineToTuneLogFile("lost");
+    EXPECT_EQ(made.ErrorMsgString(),
+              "error[91] in WriteLineToTuneLogFile(): " + not_set.substr(11) + "path information");
+
+    layer->knows_paths = true;
+    made.WriteLineToTuneLogFile("kept");
+    EXPECT_EQ(files(), Lines{"TuneLog_20261121_100000.txt"});
+    EXPECT_FALSE(made.UserHasClickedAbort());
+    test.preference("LogSetpointTraffic", "Yes");
+    made.WriteLineToSetpointLogFile("read at the first line");
+    EXPECT_TRUE(made.ErrorMsgString().ends_with("instrument globals")) << "the time stamp is the instrument's";
+    EXPECT_EQ(lines("SetpointLog.txt").size(), 1u);
 }
 
 TEST_F(Logs, MissingFolderIsSwallowedNotMadeAndTriedAgain) {

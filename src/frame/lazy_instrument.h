@@ -1,0 +1,37 @@
+// The instrument of one object: made and initialised at the first use, so that the object itself can be made without.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "korvane/error.h"
+#include "korvane/instrument.h"
+
+namespace korvane {
+
+/// The layer's globals. A failure to make or initialise them is raised by the first use and by every later one; error
+/// 91 where the layer makes none. Used from one thread at a time, as the object it belongs to.
+class LazyInstrument {
+public:
+    explicit LazyInstrument(std::shared_ptr<InstrumentLayer> layer) : layer_(std::move(layer)) {}
+
+    InstrumentGlobals& operator*() const {
+        if (!globals_) make();
+        return *globals_;
+    }
+    InstrumentGlobals* operator->() const { return &**this; }
+
+private:
+    void make() const;
+
+    std::shared_ptr<InstrumentLayer> layer_;
+    mutable std::unique_ptr<InstrumentGlobals> globals_;
+    mutable std::optional<Error> failure_;
+};
+
+/// The base folder that the layer names, without a separator at its end; error 91 where it has no path information.
+std::string base_folder(InstrumentLayer& layer);
+
+}  // namespace korvane
