@@ -1,11 +1,17 @@
 // The contract of an instrument: every number and every name by which the library asks an instrument layer for
-// something. The library uses these and no others. What may be null and what a call may assume stands at the members in
-// instrument.h, mass_time.h and peak_finder.h.
+// something. The library uses these and no others; `check_instrument_layer` checks each, and `contract_text` makes the
+// documents' tables of them. What may be null and what a call may assume stands at the members in instrument.h,
+// mass_time.h and peak_finder.h.
 #pragma once
 
+#include <array>
+#include <bit>
 #include <cstdint>
 #include <string>
 #include <type_traits>
+
+#include "korvane/error.h"
+#include "korvane/export.h"
 
 namespace korvane::contract {
 
@@ -16,7 +22,7 @@ struct Entry {
 
     Key key;
     const char* name;
-    const char* unit;  ///< of the value; "code" or "flag" without one
+    const char* unit;  ///< of the value; "code", "flag" or "text" where it has none
     const char* meaning;
     const char* routine;  ///< that needs it
 
@@ -25,8 +31,15 @@ struct Entry {
 using Number = Entry<std::int32_t>;
 using Text = Entry<const char*>;
 
-/// Indexes of the setpoint table.
+/// What the entries of a group have in common.
+struct Group {
+    const char* title;
+    const char* operation;          ///< by which the layer is asked for them
+    std::int32_t error_number = 0;  ///< that asking for an unknown one raises, its description naming it; 0: none
+};
+
 struct Setpoints {
+    static constexpr Group group{"Indexes of the setpoint table", "SetpointTable.value", error_number::subscript};
     Number sampling_rate{18, "sampling rate", "code", "of the digitiser: `sampling_rate`",
                          "GetNumTransTuneSPForCurrentSamplingRate"};
     Number scintillator{69, "scintillator", "flag", "0 while peaks are measured", "GetPeakInfoForCalibrantMasses"};
@@ -72,36 +85,31 @@ struct Setpoints {
 };
 inline constexpr Setpoints setpoint{};
 
-/// Internal names of the setpoint table.
-struct SetpointNames {
-    Text slicer_position{"SlicerPosition", "slicer position", "number", "from 1; an instrument without slicer has none",
-                         "SeekNextAvailableCleanSlicerPosForTune"};
-};
-inline constexpr SetpointNames setpoint_name{};
-
-/// Channels of the firmware.
 struct FirmwareChannelNumbers {
+    static constexpr Group group{"Channels of the firmware", "FirmwareChannels.read"};
     Number quad_amu{22, "quadrupole mass", "amu", "written and read back without the setpoint table",
                     "BinaryAdjustAbundanceDownUsingThisSetpoint_Fast"};
 };
 inline constexpr FirmwareChannelNumbers firmware_channel{};
 
-/// Codes of hardware options. A code whose option is not installed has a name all the same.
 struct OptionCodes {
-    Number digitiser{4, "digitiser", "option", "selects parameters of 4 GHz", "GetPulseHeightTarget"};
-    Number dual_source{13, "dual source", "option", "selects defaults of the dual sources", "GetDefaultGasTempValue"};
+    static constexpr Group group{"Codes of hardware options; one that is not installed has a name all the same",
+                                 "HardwareQueries.option_name"};
+    Number digitiser{4, "digitiser", "text", "selects parameters of 4 GHz", "GetPulseHeightTarget"};
+    Number dual_source{13, "dual source", "text", "selects defaults of the dual sources", "GetDefaultGasTempValue"};
 };
 inline constexpr OptionCodes option{};
 
-/// Numbers of the parameter catalogue.
 struct ParameterNumbers {
+    static constexpr Group group{"Numbers of the parameter catalogue", "InstrumentGlobals.parameter_name"};
     Number experiment{23, "experiment", "text", "its name stands in one entry of the metadata description",
                       "WaitForSpectrumWithProperPolarityAndExperimentIndex"};
 };
 inline constexpr ParameterNumbers parameter{};
 
-/// Items of the data dictionary.
 struct DictionaryItems {
+    static constexpr Group group{"Items of the data dictionary", "InstrumentGlobals.dictionary_item",
+                                 error_number::invalid_call};
     Text coefficient_a{"CoefA", "default coefficient A", "sqrt(amu)/ns", "of the calibration",
                        "getDefaultCalibCoefA_nsec"};
     Text coefficient_b{"CoefB", "default coefficient B", "ns", "of the calibration",
@@ -112,19 +120,28 @@ struct DictionaryItems {
                                "getDefaultMTObj_nsec"};
     Text polynomial_weighting{"CalPolynomialWeighting", "default calibration setting", "code", "of the calibration",
                               "getDefaultMTObj_nsec"};
-    Text slicer_hours{"SlicerPos[n].Hours", "running hours of slicer position n", "h",
-                      "n from 1; an instrument without slicer has none", "SeekNextAvailableCleanSlicerPosForTune"};
 };
 inline constexpr DictionaryItems dictionary_item{};
 
-/// The item of one slicer position, from 1.
+struct SlicerNames {
+    static constexpr Group group{"Of an instrument with an indexed slicer; one without raises the error for both",
+                                 "SetpointTable.index_of, InstrumentGlobals.dictionary_item",
+                                 error_number::invalid_call};
+    Text position{"SlicerPosition", "position, a setpoint by its internal name", "number", "from 1",
+                  "IsSlicerPosHighResolution, SeekNextAvailableCleanSlicerPosForTune"};
+    Text hours{"SlicerPos[n].Hours", "running hours of position n, a dictionary item", "h", "n from 1",
+               "SeekNextAvailableCleanSlicerPosForTune"};
+};
+inline constexpr SlicerNames slicer{};
+
+/// The dictionary item of one slicer position, from 1.
 inline std::string slicer_hours_item(std::int32_t position) {
-    std::string item = dictionary_item.slicer_hours;
+    std::string item = slicer.hours;
     return item.replace(item.find('n'), 1, std::to_string(position));
 }
 
-/// Paths of registers.
 struct Registers {
+    static constexpr Group group{"Paths of registers", "InstrumentGlobals.actual_value", error_number::invalid_call};
     Text not_ready_state{"ACTUAL.NDR[NRDYSTATE]", "not-ready state", "code", "negative is not ready",
                          "CheckInstrumentReadyState"};
     Text run_state{"REG[ACTUAL].OBJ[1].NDR[RUNSTATE]", "run state", "code", "`run_state`; by both objects",
@@ -136,8 +153,9 @@ inline constexpr Registers instrument_register{};
 inline constexpr const char* not_ready_state_type = "";
 inline constexpr const char* run_state_type = "VARIANT";
 
-/// Names in the metadata of spectra. The items of `next_spectrum_metadata` bear the external names of setpoints.
 struct MetadataNames {
+    static constexpr Group group{"Names in the metadata of spectra, whose items bear the external names of setpoints",
+                                 "InstrumentControl.GetMetaDescription, next_spectrum_metadata"};
     Text setpoint_mark{"(S)", "mark of a set value", "text",
                        "one entry of the description has it and the polarity's external name; its values are 0 and 1",
                        "WaitForSpectrumWithProperPolarityAndExperimentIndex"};
@@ -146,14 +164,14 @@ struct MetadataNames {
 };
 inline constexpr MetadataNames metadata_name{};
 
-/// Values of the register `run_state`.
 struct RunStates {
+    static constexpr Group group{"Values of the register `run_state`", "InstrumentControl.read_register"};
     Number pre_run{1, "pre-run", "code", "a spectrum's metadata are asked for in this state only", "GetMetaValue"};
 };
 inline constexpr RunStates run_state{};
 
-/// Values of the setpoint `sampling_rate`.
 struct SamplingRates {
+    static constexpr Group group{"Values of the setpoint `sampling_rate`", "SetpointTable.value"};
     Number at_1_ghz{1, "1 GHz", "code", "also what an unknown code counts as",
                     "GetNumTransTuneSPForCurrentSamplingRate"};
     Number at_2_ghz{2, "2 GHz", "code", "", "GetNumTransTuneSPForCurrentSamplingRate"};
@@ -161,8 +179,8 @@ struct SamplingRates {
 };
 inline constexpr SamplingRates sampling_rate{};
 
-/// Values of the setpoint `preamp_gain_mode`.
 struct PreampGainModes {
+    static constexpr Group group{"Values of the setpoint `preamp_gain_mode`", "SetpointTable.value"};
     Number standard{0, "standard", "code", "", "GetCurrentInstrumentStateAsString"};
     Number high{1, "high gain", "code", "", "GetCurrentInstrumentStateAsString"};
     Number low{2, "low gain", "code", "selects the low-gain parameters", "GetPreAmpOffsetRampStep"};
@@ -170,36 +188,39 @@ struct PreampGainModes {
 };
 inline constexpr PreampGainModes preamp_gain_mode{};
 
-/// Values of the setpoint `polarity`; of its calibrations too.
 struct Polarities {
+    static constexpr Group group{"Values of the setpoint `polarity`, and the calibrations",
+                                 "SetpointTable.value, CalibrationStore.calibration"};
     Number positive{0, "positive", "code", "", "GetPolarityStr"};
     Number negative{1, "negative", "code", "any other value than 0 counts as negative", "GetPolarityStr"};
 };
 inline constexpr Polarities polarity{};
 
-/// Values of the setpoint `source_type` that a rule asks for by itself.
 struct SourceTypes {
+    static constexpr Group group{"Values of the setpoint `source_type` that a rule asks for by itself",
+                                 "SetpointTable.value"};
     Number dual_sgf{11, "dual sheath-gas source", "code", "", "GetDefaultGasTempValue"};
 };
 inline constexpr SourceTypes source_type{};
 
-/// Answers of `SetpointTable::variable_type`: the type in which a value is written.
 struct VariableTypes {
+    static constexpr Group group{"Types in which setpoints are written", "SetpointTable.variable_type"};
     Number int32{3, "32-bit integer", "code", "", "SetMSSetpointValueByIdx"};
     Number real{4, "double", "code", "", "SetMSSetpointValueByIdx"};
     Number int16{6, "16-bit integer", "code", "", "SetMSSetpointValueByIdx"};
 };
 inline constexpr VariableTypes variable_type{};
 
-/// What `LogbookEntry::write` gets besides the message; its other numbers are 0, its text is empty.
 struct LogbookCodes {
+    static constexpr Group group{"Numbers of a logbook entry; the others are 0, its text is empty",
+                                 "LogbookEntry.write"};
     Number kind{32, "kind of entry", "code", "first argument", "ReportStatusToLogbook"};
     Number code{5, "second code", "code", "third argument", "ReportStatusToLogbook"};
 };
 inline constexpr LogbookCodes logbook{};
 
-/// What the two options of a peak finder are set to.
 struct PeakFinderSettings {
+    static constexpr Group group{"Options of a peak finder", "PeakFinder.set_minimum_samples, set_baseline_removal"};
     Number minimum_samples{3, "least number of samples of a peak", "count", "", "FindPeakForMass"};
     Number baseline_removal{1, "baseline removal", "flag", "on", "FindPeakForMass"};
 };
@@ -207,5 +228,14 @@ inline constexpr PeakFinderSettings peak_finder{};
 
 /// The first characters of an instrument model that has calibration and gas defaults of its own.
 inline constexpr const char* model_4410 = "K4410";
+
+/// The entries of a group of Number or Text, in the order of its members.
+template <class Each, class Entries>
+std::array<Each, sizeof(Entries) / sizeof(Each)> entries(const Entries& group) {
+    return std::bit_cast<std::array<Each, sizeof(Entries) / sizeof(Each)>>(group);
+}
+
+/// All groups as tables in Markdown.
+KORVANE_API std::string contract_text();
 
 }  // namespace korvane::contract

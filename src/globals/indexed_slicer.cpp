@@ -10,7 +10,7 @@ constexpr std::int32_t no_position = -1;
 }  // namespace
 
 std::int32_t IndexedSlicer::current_position() {
-    return to_int32(setpoints_.get(contract::setpoint_name.slicer_position));
+    return to_int32(setpoints_.get(contract::slicer.position));
 }
 
 std::int32_t IndexedSlicer::configured(const std::string& name) {
@@ -56,7 +56,7 @@ std::int32_t IndexedSlicer::next_clean_position() {
 void IndexedSlicer::move_to(std::int32_t position) {
     SetpointChange change;
     change.new_value = position;
-    const double reached = setpoints_.set(contract::setpoint_name.slicer_position, change);
+    const double reached = setpoints_.set(contract::slicer.position, change);
     if (reached != position)
         throw Error(error_number::routine_detected, "SeekNextAvailableCleanSlicerPosForTune",
                     text_of("slicer position[", position, "] was not taken; position[", reached, "]"));

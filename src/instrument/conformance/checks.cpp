@@ -1,56 +1,67 @@
 #include "instrument/conformance/checks.h"
 
+#include <cmath>
+
 namespace korvane {
 
 namespace {
 
 std::string text_of_error(const Error& error) {
-    return "error " + std::to_string(error.number()) + ": " + error.description();
-}
-
-/// Error of the body, or a text of what came instead.
-std::string outcome(const std::function<void()>& body, std::int32_t number, const std::string& item) {
-    try {
-        body();
-    } catch (const Error& error) {
-        if (error.number() != number) return text_of_error(error);
-        return unless(error.description().find(item) != std::string::npos,
-                      text_of_error(error) + " does not name " + item);
-    } catch (const std::exception& fault) {
-        return std::string("an exception that is no error: ") + fault.what();
-    }
-    return "no error";
+    return text_of("error ", error.number(), ": ", error.description());
 }
 
 }  // namespace
 
-void ConformanceChecks::check(const std::string& operation, const std::string& expected,
+std::string unless_near(double measured, double expected, double part) {
+    return unless(std::fabs(measured - expected) <= part * std::fabs(expected),
+                  text_of(measured, " instead of ", expected));
+}
+
+std::string unless_answer(const InstrumentValue& value, const std::string& unit) {
+    if (unit != "text") return unless(std::isfinite(to_double(value)), "no number");
+    const auto* text = std::get_if<std::string>(&value);
+    return unless(text && !text->empty(), "empty");
+}
+
+bool ConformanceChecks::check(const std::string& operation, const std::string& expected,
                               const std::function<std::string()>& body) {
-    std::string failure;
+    std::string failure = "an exception that is no error";
     try {
         failure = body();
     } catch (const Error& error) {
         failure = text_of_error(error);
     } catch (const std::exception& fault) {
-        failure = std::string("an exception that is no error: ") + fault.what();
+        append_text(failure, ": ", fault.what());
+    } catch (...) {  // the text that stands there
     }
     results.push_back({operation, expected, failure.empty(), failure});
+    return failure.empty();
 }
 
-void ConformanceChecks::refuses(const std::string& operation, const std::string& expected, std::int32_t number,
-                                const std::string& item, const std::function<void()>& body) {
-    const std::string failure = outcome(body, number, item);
-    results.push_back({operation, expected, failure.empty(), failure});
+void ConformanceChecks::refuses(const std::string& operation, std::int32_t number, const std::string& item,
+                                const std::function<void()>& body) {
+    check(operation, text_of("error ", number, item.empty() ? "" : " for ", item), [&]() -> std::string {
+        try {
+            body();
+        } catch (const Error& error) {
+            if (error.number() != number) throw;
+            const bool named = error.description().find(item) != std::string::npos;
+            return unless(named, text_of_error(error) + " does not name " + item);
+        }
+        return "no error";
+    });
 }
 
 std::vector<ConformanceResult> check_instrument_layer(InstrumentLayer& layer) {
     ConformanceChecks checks;
     std::unique_ptr<InstrumentGlobals> globals;
+    CalibrationObject calibration;
     checks.check("InstrumentLayer.create_globals", "makes a view of the instrument that initialises", [&] {
-        globals = layer.create_globals();
-        if (!globals) return std::string("made nothing");
-        globals->initialise();
-        return std::string();
+        auto made = layer.create_globals();
+        if (!made) return "made nothing";
+        made->initialise();
+        globals = std::move(made);
+        return "";
     });
     checks.check("InstrumentLayer.create_path_information", "names a base folder", [&] {
         const auto paths = layer.create_path_information();
@@ -58,17 +69,18 @@ std::vector<ConformanceResult> check_instrument_layer(InstrumentLayer& layer) {
     });
     checks.check("InstrumentLayer.create_logbook_entry", "makes an entry that can be written", [&] {
         const auto entry = layer.create_logbook_entry();
-        if (!entry) return std::string("made nothing");
-        entry->write(32, "Conformance check of the instrument layer", 5, 0, 0, "");
-        return std::string();
+        if (!entry) return "made nothing";
+        entry->write(contract::logbook.kind, "Conformance check of the instrument layer", contract::logbook.code, 0, 0,
+                     "");
+        return "";
     });
     if (globals) {
         check_setpoints(checks, *globals);
-        check_control(checks, *globals);
-        check_calibrations(checks, *globals);
         check_state(checks, *globals);
+        calibration = check_calibrations(checks, *globals);
+        check_spectra(checks, *globals);
     }
-    check_peak_finder(checks, layer);
+    check_peak_finder(checks, layer, calibration);
     return checks.results;
 }
 

@@ -1,87 +1,53 @@
+// What the instrument says of itself, its hardware and its firmware.
 #include "instrument/conformance/checks.h"
-#include "platform/automation_arithmetic.h"
 
 namespace korvane {
 
-namespace {
-
-constexpr std::int32_t experiment_parameter = 23;
-constexpr std::int32_t quadrupole_channel = 22;
-constexpr const char* missing_name = "NoSuchItem";
-
-void check_texts(ConformanceChecks& checks, InstrumentGlobals& globals) {
-    const auto text = [&](const std::string& operation, const std::function<std::string()>& read) {
-        checks.check("InstrumentGlobals." + operation, "not empty", [&] { return unless(!read().empty(), "empty"); });
-    };
-    text("parameter_name", [&] { return globals.parameter_name(experiment_parameter); });
-    text("source_type", [&] { return globals.source_type(); });
-    text("source_word", [&] { return globals.source_word(); });
-    text("time_stamp", [&] { return globals.time_stamp(); });
-    text("title", [&] { return globals.title(); });
-}
-
-void check_dictionary(ConformanceChecks& checks, InstrumentGlobals& globals) {
-    for (const char* const item :
-         {"CoefA", "CoefB", "CalReserved1", "CalTraditionalWeighting", "CalPolynomialWeighting"})
-        checks.check("InstrumentGlobals.dictionary_item", std::string("a number for ") + item,
-                     [&] { return unless(std::isfinite(to_double(globals.dictionary_item(item))), "none"); });
-    checks.refuses("InstrumentGlobals.dictionary_item", "error 5 naming an unknown item", error_number::invalid_call,
-                   missing_name, [&] { globals.dictionary_item(missing_name); });
-    checks.check("InstrumentGlobals.actual_value", "a number for ACTUAL.NDR[NRDYSTATE]", [&] {
-        return unless(std::isfinite(to_double(globals.actual_value("ACTUAL.NDR[NRDYSTATE]", ""))), "none");
+void check_state(ConformanceChecks& checks, InstrumentGlobals& globals) {
+    const std::pair<const char*, std::function<InstrumentValue()>> texts[] = {
+        {"InstrumentGlobals.source_type", [&] { return globals.source_type(); }},
+        {"InstrumentGlobals.source_word", [&] { return globals.source_word(); }},
+        {"InstrumentGlobals.time_stamp", [&] { return globals.time_stamp(); }},
+        {"InstrumentGlobals.title", [&] { return globals.title(); }},
+        {"HardwareQueries.model", [&] { return globals.hardware().model(); }}};
+    for (const auto& [operation, read] : texts)
+        checks.check(operation, "not empty", [&] { return unless_answer(read(), "text"); });
+    checks.answers(contract::parameter, unknown_number,
+                   [&](std::int32_t number) -> InstrumentValue { return globals.parameter_name(number); });
+    checks.answers(contract::dictionary_item, unknown_text,
+                   [&](const std::string& name) { return globals.dictionary_item(name); });
+    checks.answers(contract::instrument_register, unknown_text, [&](const std::string& path) {
+        const bool run_state = path == contract::instrument_register.run_state.key;
+        return globals.actual_value(path, run_state ? contract::run_state_type : contract::not_ready_state_type);
     });
-    checks.refuses("InstrumentGlobals.actual_value", "error 5 naming an unknown register", error_number::invalid_call,
-                   missing_name, [&] { globals.actual_value(missing_name, ""); });
+    checks.answers(contract::firmware_channel, unknown_number,
+                   [&](std::int32_t channel) -> InstrumentValue { return globals.firmware().read(channel); });
+    checks.answers(contract::option, unknown_number,
+                   [&](std::int32_t code) -> InstrumentValue { return globals.hardware().option_name(code); });
     checks.check("InstrumentGlobals.sampling_interval_seconds", "between 0 and a microsecond", [&] {
         const double interval = globals.sampling_interval_seconds();
-        return unless(interval > 0 && interval < 1e-6, number_text(interval));
-    });
-}
-
-void check_hardware(ConformanceChecks& checks, InstrumentGlobals& globals) {
-    checks.check("HardwareQueries.model", "not empty",
-                 [&] { return unless(!globals.hardware().model().empty(), "empty"); });
-    checks.check("HardwareQueries.option_present", "answers for the options of codes 4 and 13", [&] {
-        HardwareQueries& hardware = globals.hardware();
-        for (const std::int32_t code : {4, 13}) hardware.option_present(hardware.option_name(code));
-        return std::string();
+        return unless(interval > 0 && interval < 1e-6, text_of(interval));
     });
     checks.check("HardwareQueries.option_present", "an unknown option is not present, or refused by name", [&] {
         try {
-            return unless(!globals.hardware().option_present(missing_name), "it is present");
+            return unless(!globals.hardware().option_present(unknown_text), "it is present");
         } catch (const Error& error) {
-            if (error.description().find(missing_name) == std::string::npos) throw;
-            return std::string();
+            return unless(error.description().find(unknown_text.key) != std::string::npos, error.description());
         }
     });
-    checks.check("HardwareQueries", "answers the queries of the flight tube, acceleration and abundance reduction",
-                 [&] {
-                     HardwareQueries& hardware = globals.hardware();
-                     hardware.has_160cm_flight_tube();
-                     hardware.has_positive_post_acceleration();
-                     hardware.abundance_reduction_setting();
-                     return std::string();
-                 });
-}
-
-void check_firmware(ConformanceChecks& checks, InstrumentGlobals& globals) {
-    checks.check("FirmwareChannels.read, write", "channel 22 keeps its value", [&] {
-        FirmwareChannels& firmware = globals.firmware();
-        const double before = firmware.read(quadrupole_channel);
-        firmware.write(quadrupole_channel, static_cast<float>(before));
-        const double after = firmware.read(quadrupole_channel);
-        return unless(std::fabs(after - before) <= 1e-3 * std::fabs(before),
-                      number_text(after) + " instead of " + number_text(before));
+    checks.check("HardwareQueries", "answers what the library asks", [&] {
+        for (const contract::Number& code : contract::entries<contract::Number>(contract::option))
+            globals.hardware().option_present(globals.hardware().option_name(code));
+        globals.hardware().has_160cm_flight_tube();
+        globals.hardware().has_positive_post_acceleration();
+        globals.hardware().abundance_reduction_setting();
+        return "";
     });
-}
-
-}  // namespace
-
-void check_state(ConformanceChecks& checks, InstrumentGlobals& globals) {
-    check_texts(checks, globals);
-    check_dictionary(checks, globals);
-    check_hardware(checks, globals);
-    check_firmware(checks, globals);
+    checks.check("FirmwareChannels.write", "the quadrupole's channel keeps its value", [&] {
+        const double before = globals.firmware().read(contract::firmware_channel.quad_amu);
+        globals.firmware().write(contract::firmware_channel.quad_amu, static_cast<float>(before));
+        return unless_near(globals.firmware().read(contract::firmware_channel.quad_amu), before, 1e-3);
+    });
 }
 
 }  // namespace korvane

@@ -1,0 +1,116 @@
+// Spectra and their metadata.
+#include <algorithm>
+#include <tuple>
+
+#include "instrument/conformance/checks.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr int most_spectra = 10;
+
+/// Positions as the library finds them: it stops at the second hit.
+META_INDEX metadata_positions(InstrumentGlobals& globals, const VariantArray<std::string>& description) {
+    const std::string experiment = globals.parameter_name(contract::parameter.experiment);
+    const std::string polarity = globals.setpoints().external_name(contract::setpoint.polarity);
+    META_INDEX found{-1, -1};
+    int hits = 0;
+    for (std::int32_t position = 0; position <= description.upper_bound() && hits < 2; ++position) {
+        const std::string& entry = description.at(position);
+        const auto names = [&](const std::string& part) { return entry.find(part) != std::string::npos; };
+        const auto note = [&](bool hit, std::int32_t& place) {
+            if (hit) place = position;
+            hits += hit;
+        };
+        note(names(experiment), found.lExpIndex);
+        note(names(polarity) && names(contract::metadata_name.setpoint_mark), found.lPolarityIndex);
+    }
+    return found;
+}
+
+/// Names are sought by their beginning, and the first item that has it counts.
+std::string unless_each_setpoint_found(SetpointTable& table, const std::vector<MetaItem>& items) {
+    for (const contract::Number& setpoint : contract::entries<contract::Number>(contract::setpoint)) {
+        const std::string name = table.external_name(setpoint);
+        const auto item = std::ranges::find_if(items, [&](const MetaItem& each) {
+            return equal_but_for_case(std::string_view(each.name).substr(0, name.size()), name);
+        });
+        if (item == items.end()) return "no item [" + name + "]";
+        if (item->name.size() != name.size()) return "[" + item->name + "] stands before [" + name + "]";
+        if (const std::string fault = unless_answer(item->value, setpoint.unit); !fault.empty())
+            return "[" + name + "]: " + fault;
+    }
+    return {};
+}
+
+std::string unless_fits(const AcquiredSpectrum& spectrum, const MassTimeCalibration& calibration, double interval_ns) {
+    const std::int32_t last = spectrum.mass_data.upper_bound();
+    const double first_ns = calibration.time_from_mass(spectrum.mass_data.at(0));
+    const double mean_ns = (calibration.time_from_mass(spectrum.mass_data.at(last)) - first_ns) / last;
+    return unless_near(spectrum.start_time_ns, first_ns, 1e-3) + unless_near(interval_ns, mean_ns, 1e-2);
+}
+
+}  // namespace
+
+void check_spectra(ConformanceChecks& checks, InstrumentGlobals& globals) {
+    InstrumentControl* connected = nullptr;
+    checks.check("InstrumentGlobals.control", "instrument control is connected", [&] {
+        connected = globals.control();
+        return unless(connected, "it is not; spectra are not checked");
+    });
+    if (!connected) return;
+    InstrumentControl& control = *connected;
+    const char* const next = "InstrumentControl.GetNextSpectrum";
+    VariantArray<std::string> description;
+    META_INDEX positions;
+    AcquiredSpectrum spectrum;
+    const auto current_polarity = [&] {
+        return to_int32(globals.setpoints().value(contract::setpoint.polarity, 0, 0));
+    };
+    checks.check("InstrumentControl.GetMetaDescription", "names the experiment and, with \"(S)\", the polarity", [&] {
+        description = control.GetMetaDescription();
+        positions = metadata_positions(globals, description);
+        return unless(positions.lExpIndex >= 0, "no entry of the experiment") +
+               unless(positions.lPolarityIndex >= 0, "no entry of the polarity");
+    });
+    checks.check(next, "as many masses as abundances, from index 0", [&] {
+        globals.refresh();
+        control.GetNextSpectrum(spectrum);
+        const auto& [masses, samples] = std::tie(spectrum.mass_data, spectrum.y_data);
+        return unless(masses.size() > 1 && masses.size() == samples.size() && masses.lower_bound() == 0 &&
+                          samples.lower_bound() == 0 && spectrum.meta_data.lower_bound() == 0,
+                      text_of(masses.size(), " from ", masses.lower_bound(), ", ", samples.size(), " from ",
+                              samples.lower_bound(), ", metadata from ", spectrum.meta_data.lower_bound()));
+    });
+    checks.check(next, "the masses ascend", [&] {
+        const auto masses = spectrum.mass_data.elements();
+        return unless(std::ranges::adjacent_find(masses, std::greater_equal<>()) == masses.end(), "they do not");
+    });
+    checks.check(next, "start time and sampling interval (ns) fit the calibration of the polarity", [&] {
+        const CalibrationObject calibration = globals.calibrations().calibration(current_polarity());
+        if (!calibration) return std::string("there is none");
+        return unless_fits(spectrum, *calibration, globals.sampling_interval_seconds() * 1e9);
+    });
+    checks.check(next, "one metadata value for every description, the polarity's that of its setpoint", [&] {
+        if (spectrum.meta_data.size() != description.size())
+            return text_of(spectrum.meta_data.size(), " for ", description.size());
+        const double polarity = to_double(spectrum.meta_data.at(positions.lPolarityIndex));
+        return unless((polarity == 0 || polarity == 1) && polarity == current_polarity(),
+                      text_of("polarity ", polarity));
+    });
+    checks.check("InstrumentControl.next_spectrum_metadata", "an item for every setpoint of the contract",
+                 [&] { return unless_each_setpoint_found(globals.setpoints(), control.next_spectrum_metadata()); });
+    checks.check("InstrumentControl.read_register", "pre-run state within ten spectra", [&] {
+        double state = control.read_register(contract::instrument_register.run_state);
+        for (int i = 0; state != contract::run_state.pre_run && i < most_spectra; ++i) {
+            control.GetNextSpectrum(spectrum);
+            state = control.read_register(contract::instrument_register.run_state);
+        }
+        return unless(state == contract::run_state.pre_run, text_of("state ", state));
+    });
+    checks.refuses("InstrumentControl.read_register", error_number::invalid_call, unknown_text,
+                   [&] { control.read_register(unknown_text); });
+}
+
+}  // namespace korvane
