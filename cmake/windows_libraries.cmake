@@ -6,6 +6,8 @@ foreach(library fmt CLI nlohmann)
   file(CREATE_LINK /usr/include/${library} ${headers}/${library} SYMBOLIC)
 endforeach()
 
+file(CREATE_LINK /usr/include/eigen3/Eigen ${headers}/Eigen SYMBOLIC)
+
 function(korvane_header_library target)
   add_library(${target} INTERFACE IMPORTED)
   target_include_directories(${target} SYSTEM INTERFACE ${headers})
@@ -15,6 +17,7 @@ add_library(fmt STATIC ${PROJECT_SOURCE_DIR}/cmake/fmt.cpp)
 target_include_directories(fmt SYSTEM PUBLIC ${headers})
 add_library(fmt::fmt ALIAS fmt)
 korvane_header_library(CLI11::CLI11)
+korvane_header_library(Eigen3::Eigen)
 korvane_header_library(nlohmann_json::nlohmann_json)
 
 set(ZLIB_USE_STATIC_LIBS ON)

@@ -3,7 +3,7 @@
 set -euo pipefail
 
 native=(g++ cmake ninja-build ccache git ca-certificates libpugixml-dev libfmt-dev libcli11-dev nlohmann-json3-dev
-        zlib1g-dev libgtest-dev libgmock-dev)
+        libeigen3-dev zlib1g-dev libgtest-dev libgmock-dev)
 windows=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools libz-mingw-w64-dev wine wine64 libwine
          googletest dpkg-dev)
 

@@ -6,17 +6,22 @@
 #include <span>
 #include <vector>
 
+#include "instrument/peakfinder/method_constants.h"
+
 namespace korvane {
+
+/// Number of a sample, from the spectrum's first.
+using Index = std::ptrdiff_t;
 
 struct BackgroundLevel {
     double baseline = 0;  ///< counts
-    double noise = 0;     ///< standard deviation of a sample, counts; never below `Background::least_noise`
+    double noise = 0;     ///< standard deviation of a sample, counts; at least `least_noise_counts`
 };
 
 /// Samples first to end - 1 that share a level.
 struct BackgroundBlock {
-    std::size_t first = 0;
-    std::size_t end = 0;
+    Index first = 0;
+    Index end = 0;
     BackgroundLevel level;
 
     double centre() const { return 0.5 * static_cast<double>(first + end - 1); }
@@ -27,25 +32,22 @@ struct BackgroundBlock {
 /// harm. Between the centres of the blocks the level is interpolated.
 class Background {
 public:
-    /// Rounding to whole counts alone makes 0.29.
-    static constexpr double least_noise = 0.5;
-
-    /// Estimates over counts[first, end), which must not be empty.
-    Background(std::span<const std::int32_t> counts, std::size_t first, std::size_t end);
+    /// Estimates over counts[first, end), which must not be empty. The counts must outlive the background.
+    Background(std::span<const std::int32_t> counts, Index first, Index end);
 
     const std::vector<BackgroundBlock>& blocks() const { return blocks_; }
     BackgroundLevel at(double sample) const;
     /// Counts above the baseline of samples first, first + 1, ...
-    void subtract(std::span<const std::int32_t> counts, std::size_t first, std::span<double> above) const;
+    void subtract(Index first, std::span<double> above) const;
     /// Mean baseline of samples first to end - 1.
-    double mean_baseline(std::size_t first, std::size_t end) const;
+    double mean_baseline(Index first, Index end) const;
 
 private:
     /// The block whose centre is the last before the sample, but never the last block.
-    std::size_t left_of(double sample) const;
+    const BackgroundBlock* left_of(double sample) const;
 
+    std::span<const std::int32_t> counts_;
     std::vector<BackgroundBlock> blocks_;
-    double first_centre_ = 0;
     double blocks_per_sample_ = 0;
 };
 

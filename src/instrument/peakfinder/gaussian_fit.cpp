@@ -1,190 +1,210 @@
 #include "instrument/peakfinder/gaussian_fit.h"
 
-#include <algorithm>
-#include <cmath>
+#include <Eigen/Core>
+#include <Eigen/LU>
+#include <array>
 #include <numbers>
-
-#include "instrument/peakfinder/ion_pulse.h"
 
 namespace korvane {
 
+using namespace method;
+
 namespace {
 
-// Part of the height that is added to every sample's variance, in counts squared per count per ion.
-constexpr double end_softening = 0.01;
-constexpr int most_steps = 12;
-// No peak's width is trusted to lie further from the expected one; keeps peaks of a few ions in bounds.
-constexpr double widest_spread = 0.3;
-constexpr double largest_widening = 4;
-// A pulse much shorter than the sampling interval lies in one sample.
-constexpr double shortest_pulse = 0.5;
+using Eigen::Matrix3d;
+using Eigen::Vector3d;
 
-/// Steps after which one more brings the shape well within its standard errors.
-bool nearly_settled(const Vector3& step, const Matrix3& inverse) {
-    for (std::size_t i = 0; i < 3; ++i)
-        if (std::abs(step[i]) > std::min(0.1, 0.5 * std::sqrt(inverse[i][i]))) return false;
-    return true;
+/// Adds term x u^k to the sum of every power k.
+template <std::size_t powers>
+void add_powers(double term, double u, std::array<double, powers>& sums) {
+    for (auto& sum : sums) {
+        sum += term;
+        term *= u;
+    }
 }
 
-void take_step(const Vector3& step, PeakShape& shape) {
-    shape.height *= std::exp(std::clamp(step[0], -0.7, 0.7));
-    shape.centre += std::clamp(step[1], -1.0, 1.0) * shape.sigma;
-    shape.sigma *= std::exp(std::clamp(step[2], -0.3, 0.3));
+/// From the moments sum of w u^k, k = 0 to 4.
+Matrix3d moment_matrix(const std::array<double, 5>& moments) {
+    return Matrix3d::NullaryExpr([&](Eigen::Index row, Eigen::Index column) { return moments[row + column]; });
 }
 
-/// Variance of one sample, per count, that the ions make.
-double sample_ion_variance(const FitConditions& conditions) {
-    if (conditions.pulse_sigma < shortest_pulse) return conditions.ion_variance;
-    return conditions.ion_variance / (2 * std::sqrt(std::numbers::pi) * conditions.pulse_sigma);
-}
+class GaussianFit {
+public:
+    GaussianFit(const SearchContext& context, const PeakSamples& samples, const PeakShape& start)
+        : context_(context), samples_(samples), shape_(start) {
+        if (has_pulses_) gain_ /= 2 * std::sqrt(std::numbers::pi) * pulse_sigma_;
+    }
 
-/// Weight of a sample by its model; the same for a sample that holds a neighbour's ions as well.
-struct Weighting {
-    Weighting(const PeakShape& shape, const FitConditions& conditions)
-        : gain(sample_ion_variance(conditions)),
-          floor_variance(conditions.noise * conditions.noise + end_softening * gain * shape.height) {}
-    double operator()(double model) const { return 1 / (floor_variance + gain * model); }
+    std::optional<PeakFit> run() {
+        PeakFit fit;
+        for (double spread = model_.width_spread;; spread = widest_spread) {
+            if (!approach(spread) || !conclude(spread, fit)) return std::nullopt;
+            const double deviation = std::abs(std::log(fit.own_sigma / expected_sigma_));
+            const bool at_odds = deviation > freed_width_deviations * std::hypot(fit.sigma_error, spread);
+            if (!at_odds || spread >= widest_spread) break;
+        }
+        fit.shape = shape_;
+        fit.valid = true;
+        return fit;
+    }
 
-    double gain;
-    double floor_variance;
+private:
+    /// Over the samples, with u = (i - c) / s, m the model and w the weight: w m u^k (sample - m), w m^2 u^k, and
+    /// w^2 m^2 u^k x variance of the sample where every sample has its own.
+    struct Sums {
+        std::array<double, 3> residual{};
+        std::array<double, 5> information{};
+        std::array<double, 5> variance{};
+    };
+    struct Step {
+        Vector3d change;  // of the height's logarithm, the centre in sigmas and the width's logarithm
+        Matrix3d inverse;
+    };
+
+    template <bool with_variance>
+    Sums accumulate() {
+        const double reach = fit_reach_sigmas * shape_.sigma;
+        const Index last = samples_.first + std::ssize(samples_.above) - 1;
+        first_ = std::max(samples_.first, static_cast<Index>(std::ceil(shape_.centre - reach)));
+        const Index end = std::min(last, static_cast<Index>(std::floor(shape_.centre + reach))) + 1;
+        const Index size = std::max<Index>(0, end - first_);
+        values_.resize(size);
+        gaussian_samples(shape_, first_, values_);
+        if (with_variance) influence_.assign(size, 0.0);
+        const double floor_variance = noise_variance_ + end_softening * gain_ * shape_.height;
+        const double ion_variance = has_pulses_ ? 0 : model_.ion_variance();
+        const Index offset = first_ - samples_.first;
+        const double step = 1 / shape_.sigma;
+        double u = (static_cast<double>(first_) - shape_.centre) / shape_.sigma;
+        Sums sums;
+        for (Index i = 0; i < size; ++i, u += step) {
+            const double above = samples_.above[offset + i];
+            if (above == saturated) continue;
+            const double others = samples_.other(offset + i);
+            // The same weight for a sample that holds a neighbour's ions as well.
+            const double slope = 1 / (floor_variance + gain_ * (values_[i] + others)) * values_[i];
+            add_powers(slope * (above - others - values_[i]), u, sums.residual);
+            add_powers(slope * values_[i], u, sums.information);
+            if constexpr (with_variance) {
+                // The sample itself tells its variance better than the model, which knows nothing of late ions.
+                add_powers(slope * slope * (noise_variance_ + ion_variance * std::max(above, 0.0)), u, sums.variance);
+                influence_[i] = slope;
+            }
+        }
+        return sums;
+    }
+
+    /// With the width drawn to the expected one; nothing where the samples do not tell the parameters.
+    std::optional<Step> solve(const Sums& sums, double spread) const {
+        const double pull = 1 / (spread * spread);
+        Matrix3d matrix = moment_matrix(sums.information);
+        Vector3d right(sums.residual.data());
+        matrix(2, 2) += pull;
+        right[2] -= pull * std::log(shape_.sigma / expected_sigma_);
+        const double least_determinant = least_determinant_part * matrix.diagonal().prod();
+        Step step;
+        double determinant = 0;
+        bool invertible = false;
+        matrix.computeInverseAndDetWithCheck(step.inverse, determinant, invertible, least_determinant);
+        if (!invertible || determinant < 0) return std::nullopt;
+        step.change = step.inverse * right;
+        return step;
+    }
+
+    void take(const Step& step) {
+        shape_.height *= std::exp(std::clamp(step.change[0], -most_height_step, most_height_step));
+        shape_.centre += std::clamp(step.change[1], -most_centre_step, most_centre_step) * shape_.sigma;
+        shape_.sigma *= std::exp(std::clamp(step.change[2], -most_width_step, most_width_step));
+    }
+
+    bool approach(double spread) {
+        for (int steps = 0; steps < most_fit_steps; ++steps) {
+            const auto step = solve(accumulate<false>(), spread);
+            if (!step) return false;
+            take(*step);
+            const double widening = shape_.sigma / expected_sigma_;
+            if (widening > largest_widening || widening * largest_widening < 1) return false;
+            const Eigen::Array3d limits =
+                (settled_step_errors * step->inverse.diagonal().array().sqrt()).min(settled_step);
+            if ((step->change.array().abs() <= limits).all()) return true;
+        }
+        return false;
+    }
+
+    bool conclude(double spread, PeakFit& fit) {
+        const Sums sums = accumulate<true>();
+        Matrix3d scatter = moment_matrix(sums.variance);
+        if (has_pulses_) scatter += pulse_scatter();
+        auto error = [&](const Step& step, int parameter) {
+            const auto row = step.inverse.col(parameter);
+            return std::sqrt(std::max(0.0, row.dot(scatter * row)));
+        };
+        // First the width that the peak would have nearly without the expectation, then the last step with it.
+        const auto own = solve(sums, widest_spread);
+        const auto last = solve(sums, spread);
+        if (!own || !last) return false;
+        fit.own_sigma = shape_.sigma * std::exp(std::clamp(own->change[2], -most_own_width_step, most_own_width_step));
+        fit.sigma_error = error(*own, 2);
+        fit.height_error = error(*last, 0);
+        fit.centre_error = error(*last, 1) * shape_.sigma;
+        take(*last);
+        return true;
+    }
+
+    /// Covariance of the three sums over samples of influence x u^k x sample where every ion is a pulse over several
+    /// samples: the integral over the ions' arrival of the product of what one pulse adds to two sums. The arrival is
+    /// the peak's spread without the pulse's.
+    Matrix3d pulse_scatter() {
+        const double square = shape_.sigma * shape_.sigma;
+        const double arrival_square = std::max(least_arrival_part * square, square - pulse_sigma_ * pulse_sigma_);
+        const double arrival = std::sqrt(arrival_square) / (1 + fitted_width_of_tail * model_.tail_fraction);
+        const double delay =
+            tail_sigmas * std::sqrt(arrival * arrival + model_.tail_pulse_part * pulse_sigma_ * pulse_sigma_);
+        const double area = shape_.height * shape_.sigma * std::sqrt(2 * std::numbers::pi);
+        Matrix3d scatter = Matrix3d::Zero();
+        auto add = [&](double distance, double part) {
+            const Vector3d share = share_of_pulse(shape_.centre + distance);
+            scatter += model_.ion_variance() * area * part * share * share.transpose();
+        };
+        for (const auto& node : normal_nodes) add(node.place * arrival, (1 - model_.tail_fraction) * node.weight);
+        if (model_.tail_fraction > 0)
+            for (const auto& node : delay_nodes) add(node.place * delay, model_.tail_fraction * node.weight);
+        return scatter;
+    }
+
+    /// What a pulse of unit counts at `place` adds to the three sums.
+    Vector3d share_of_pulse(double place) {
+        const double reach = pulse_reach_sigmas * pulse_sigma_;
+        const Index last = first_ + std::ssize(influence_) - 1;
+        const Index from = std::max(first_, static_cast<Index>(std::ceil(place - reach)));
+        const Index end = std::min(last, static_cast<Index>(std::floor(place + reach))) + 1;
+        values_.resize(std::max<Index>(0, end - from));
+        gaussian_samples({1 / (pulse_sigma_ * std::sqrt(2 * std::numbers::pi)), place, pulse_sigma_}, from, values_);
+        std::array<double, 3> share{};
+        for (Index i = from; i < end; ++i)
+            add_powers(influence_[i - first_] * values_[i - from],
+                       (static_cast<double>(i) - shape_.centre) / shape_.sigma, share);
+        return Vector3d(share.data());
+    }
+
+    const SearchContext& context_;
+    const PeakSamples& samples_;
+    PeakShape shape_;
+    const PeakModel& model_ = context_.model;
+    const double noise_variance_ = context_.noise_variance(shape_.centre);  // of a sample without ions
+    const double expected_sigma_ = context_.expected_sigma(shape_.centre);
+    const double pulse_sigma_ = model_.ion_pulse_sigma_ns / context_.axis.interval_ns;
+    const bool has_pulses_ = pulse_sigma_ >= shortest_pulse_samples;
+    double gain_ = model_.ion_variance();  // variance of one sample, per count, that the ions make
+    Index first_ = 0;
+    std::vector<double> values_;     // of the model from `first_` on
+    std::vector<double> influence_;  // of the same samples on the sums
 };
-
-void add_residual(double term, double u, double square, Vector3& sums) {
-    sums[0] += term;
-    sums[1] += term * u;
-    sums[2] += term * square;
-}
-
-void add_moments(double term, double u, double square, std::array<double, 5>& sums) {
-    sums[0] += term;
-    sums[1] += term * u;
-    sums[2] += term * square;
-    sums[3] += term * square * u;
-    sums[4] += term * square * square;
-}
 
 }  // namespace
 
-GaussianFitter::Reach GaussianFitter::model_peak(const PeakSamples& samples, const PeakShape& shape) {
-    const auto last = samples.first + static_cast<std::ptrdiff_t>(samples.above.size()) - 1;
-    const double reach = fit_reach * shape.sigma;
-    const auto from = std::max(samples.first, static_cast<std::ptrdiff_t>(std::ceil(shape.centre - reach)));
-    const auto to = std::min(last, static_cast<std::ptrdiff_t>(std::floor(shape.centre + reach)));
-    if (to < from) return {};
-    const auto count = static_cast<std::size_t>(to - from + 1);
-    if (model_.size() < count) model_.resize(count);
-    gaussian_samples(shape, from, std::span(model_.data(), count));
-    return {static_cast<std::size_t>(from - samples.first), count,
-            (static_cast<double>(from) - shape.centre) / shape.sigma};
-}
-
-template <bool with_scatter>
-GaussianFitter::Sums GaussianFitter::accumulate(const PeakSamples& samples, const PeakShape& shape,
-                                                const FitConditions& conditions) {
-    const Reach reach = model_peak(samples, shape);
-    const Weighting weighting(shape, conditions);
-    const bool pulses = conditions.pulse_sigma >= shortest_pulse;
-    const double quiet = conditions.noise * conditions.noise;
-    const double ion_variance = pulses ? 0 : conditions.ion_variance;
-    const double step = 1 / shape.sigma;
-    if (with_scatter && pulses) influence_.assign(reach.count, 0.0);
-    Sums sums;
-    double u = reach.first_distance;
-    for (std::size_t i = 0; i < reach.count; ++i, u += step) {
-        const double above = samples.above[reach.offset + i];
-        if (above == saturated) continue;
-        const double others = samples.others.empty() ? 0 : samples.others[reach.offset + i];
-        const double model = model_[i];
-        const double slope = weighting(model + others) * model;
-        const double square = u * u;
-        add_residual(slope * (above - others - model), u, square, sums.residual);
-        add_moments(slope * model, u, square, sums.information);
-        if constexpr (with_scatter) {
-            // The sample itself tells its variance better than the model, which knows nothing of late ions.
-            const double variance = quiet + ion_variance * std::max(above, 0.0);
-            add_moments(slope * slope * variance, u, square, sums.variance);
-            if (pulses) influence_[i] = slope;
-        }
-    }
-    return sums;
-}
-
-Matrix3 GaussianFitter::scatter(const PeakSamples& samples, const PeakShape& shape, const FitConditions& conditions,
-                                const Sums& sums) const {
-    Matrix3 total = moment_matrix(sums.variance);
-    if (conditions.pulse_sigma < shortest_pulse) return total;
-    const IonPulses ions{conditions.ion_variance, conditions.pulse_sigma, conditions.tail_fraction,
-                         conditions.tail_pulse_part};
-    const auto lowest = static_cast<std::ptrdiff_t>(std::ceil(shape.centre - fit_reach * shape.sigma));
-    const Matrix3 shared = pulse_scatter(shape, ions, std::max(samples.first, lowest), influence_);
-    for (std::size_t row = 0; row < 3; ++row)
-        for (std::size_t column = 0; column < 3; ++column) total[row][column] += shared[row][column];
-    return total;
-}
-
-bool GaussianFitter::approach(const PeakSamples& samples, const FitConditions& conditions, double spread,
-                              PeakShape& shape) {
-    const double pull = 1 / (spread * spread);
-    for (int steps = 0; steps < most_steps; ++steps) {
-        const Sums sums = accumulate<false>(samples, shape, conditions);
-        Matrix3 matrix = moment_matrix(sums.information);
-        Vector3 right = sums.residual;
-        matrix[2][2] += pull;
-        right[2] -= pull * std::log(shape.sigma / conditions.expected_sigma);
-        Matrix3 inverse;
-        if (!invert(matrix, inverse)) return false;
-        const Vector3 step = product(inverse, right);
-        take_step(step, shape);
-        const double widening = shape.sigma / conditions.expected_sigma;
-        if (widening > largest_widening || widening * largest_widening < 1) return false;
-        if (nearly_settled(step, inverse)) return true;
-    }
-    return false;
-}
-
-bool GaussianFitter::conclude(const PeakSamples& samples, const FitConditions& conditions, double spread,
-                              PeakFit& fit) {
-    const Sums sums = accumulate<true>(samples, fit.shape, conditions);
-    const Matrix3 variances = scatter(samples, fit.shape, conditions, sums);
-    auto error = [&](const Vector3& row) {
-        return std::sqrt(std::max(0.0, inner_product(row, product(variances, row))));
-    };
-    const Matrix3 information = moment_matrix(sums.information);
-    const double deviation = std::log(fit.shape.sigma / conditions.expected_sigma);
-    auto solve = [&](double pull, Matrix3& inverse, Vector3& step) {
-        Matrix3 matrix = information;
-        matrix[2][2] += pull;
-        Vector3 right = sums.residual;
-        right[2] -= pull * deviation;
-        const bool solved = invert(matrix, inverse);
-        if (solved) step = product(inverse, right);
-        return solved;
-    };
-    Matrix3 inverse;
-    Vector3 step;
-    // First the width that the peak would have nearly without the expectation, then the last step with it.
-    if (!solve(1 / (widest_spread * widest_spread), inverse, step)) return false;
-    fit.own_sigma = fit.shape.sigma * std::exp(std::clamp(step[2], -1.0, 1.0));
-    fit.sigma_error = error(inverse[2]);
-    if (!solve(1 / (spread * spread), inverse, step)) return false;
-    fit.height_error = error(inverse[0]);
-    fit.centre_error = error(inverse[1]) * fit.shape.sigma;
-    take_step(step, fit.shape);
-    return true;
-}
-
-PeakFit GaussianFitter::fit(const PeakSamples& samples, const PeakShape& start, const FitConditions& conditions) {
-    PeakFit fit;
-    fit.shape = start;
-    for (double spread = conditions.expected_spread;; spread = widest_spread) {
-        if (!approach(samples, conditions, spread, fit.shape)) return fit;
-        if (!conclude(samples, conditions, spread, fit)) return fit;
-        const double deviation = std::abs(std::log(fit.own_sigma / conditions.expected_sigma));
-        const bool at_odds = deviation > 4 * std::hypot(fit.sigma_error, spread);
-        if (!at_odds || spread >= widest_spread) break;
-    }
-    fit.valid = true;
-    return fit;
+std::optional<PeakFit> fit_gaussian(const SearchContext& context, const PeakSamples& samples, const PeakShape& start) {
+    return GaussianFit(context, samples, start).run();
 }
 
 }  // namespace korvane
