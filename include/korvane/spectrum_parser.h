@@ -109,8 +109,9 @@ public:
     /// Path of the tune log that the parser wrote last; empty before the first line.
     std::string tune_log_path() const;
 
+    struct Impl;  // complete inside the library only
+
 private:
-    struct Impl;
     std::unique_ptr<Impl> impl_;
 };
 

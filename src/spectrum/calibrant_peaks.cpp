@@ -1,4 +1,8 @@
-#include "spectrum/calibrant_peaks.h"
+// The calibrant peaks of one fresh spectrum.
+#include <tuple>
+#include <utility>
+
+#include "spectrum/parser_state.h"
 
 namespace korvane {
 
@@ -8,134 +12,181 @@ constexpr double configured_window = -1.0;
 constexpr double initial_baseline = 4.0;
 constexpr std::size_t record_ns = 0, record_amu = 1, records_per_mass = 2;
 
-/// Elements keep their positions; those below the given array's lower bound are 0.
-VariantArray<double> from_position_0(const VariantArray<double>& given) {
-    const std::int32_t last = given.upper_bound();
-    if (last < 0 || given.lower_bound() < 0) raise_runtime_fault(error_number::subscript, "calibrant masses");
-    std::vector<double> masses(static_cast<std::size_t>(last) + 1);
-    for (std::int32_t i = given.lower_bound(); i <= last; ++i) masses[static_cast<std::size_t>(i)] = given.at(i);
+/// The scintillator setpoint, out of the way while peaks are measured. Not a guard: an error leaves the setpoint at 0,
+/// as the routines that measure promise.
+class Scintillator {
+public:
+    enum class Access {
+        table,   ///< writes the setpoint table; restores always
+        awaited  ///< writes through the tune globals and waits for the value; restores where it differs
+    };
+
+    Scintillator(ParserState& state, Access access, TraceObj& record)
+        : state_(state), access_(access), kept_(state.current().value(contract::setpoint.scintillator)) {
+        if (kept_ == 0) return;
+        record.TR_PRINT("Scint NOT TTI mode; setting scint=0");
+        set(0);
+    }
+    void restore() {
+        if (access_ == Access::table || state_.current().value(contract::setpoint.scintillator) != kept_) set(kept_);
+    }
+
+private:
+    void set(double value) {
+        if (access_ == Access::table)
+            state_.current().write(contract::setpoint.scintillator, value);
+        else
+            state_.tune.SetMSSetpointValueByIdx(contract::setpoint.scintillator, value, 0, 0, true);
+    }
+
+    ParserState& state_;
+    const Access access_;
+    const double kept_;
+};
+
+/// One spectrum, ready to be searched at every position of the mass list.
+class Measurement {
+public:
+    Measurement(SpectrumParser& parser, ParserState& state) : parser_(parser), state_(state) {}
+
+    /// Puts the scintillator aside, takes a spectrum, sets up windows of so many percent of flight time (the
+    /// configured ones, replacing the mark for them), and has `search` search them.
+    template <class ChooseMasses, class Search>
+    void run(TraceObj& record, RoutineName name, Scintillator::Access access, double& window_percent,
+             const ChooseMasses& choose_masses, const Search& search) {
+        Scintillator scintillator(state_, access, record);
+        (void)state_.current().code(contract::setpoint.source_type);
+        masses = choose_masses();
+        if (!state_.WaitForSpectrumWithProperPolarityAndExperimentIndex(parser_, spectrum_))
+            throw Error(error_number::polarity_timeout, std::string(name.name),
+                        "Timed out waiting for a spectrum of the sought polarity");
+        calibration_ = state_.calibration_of_current_polarity();
+        // The window in amu that the windows would fall back to is the figure just read, percent though it is.
+        double delta_mass = 0;
+        if (window_percent == configured_window)
+            window_percent = delta_mass = state_.limit("PeakHandling", "PeakFindWindowInPercentT");
+        record.TR_PRINT("dPeakFindTimeWindow = ", window_percent);
+        parser_.CalculateTimeIndex(spectrum_.mass_data, calibration_, masses, delta_mass, to_single(window_percent));
+        search();
+        state_.searched.release();
+        scintillator.restore();
+    }
+
+    /// Records of the most abundant peak at a position, in ns and in amu.
+    std::pair<PeakInfo, PeakInfo> find_peak(std::int32_t position) {
+        std::pair<PeakInfo, PeakInfo> peak;
+        double baseline = initial_baseline;
+        log_search(parser_.FindPeakForMass(position, spectrum_.start_time_ns, spectrum_.y_data, peak.first, peak.second,
+                                           baseline, calibration_));
+        log_height("massIndex", position, "peakInfoInNanoseconds.pkHeight", peak.first.pkHeight);
+        return peak;
+    }
+    PeakListObject find_list(std::int32_t position) {
+        PeakListObject list;
+        double baseline = initial_baseline;
+        log_search(parser_.FindPeakListForMass(position, spectrum_.start_time_ns, spectrum_.y_data, list, baseline,
+                                               calibration_));
+        const bool has_peaks = list && list->count() > 0;
+        log_height("massIdx", position, "peakList.GetPeakAttributeInfo(0, True).pkHeight",
+                   has_peaks ? list->GetPeakAttributeInfo(0, true).pkHeight : 0);
+        return list;
+    }
+
+    VariantArray<double> masses;
+
+private:
+    void log_search(std::int32_t found) {
+        state_.log("AUTOTUNE LOG: STATUS: FindPeakForMass: FindPeakForMass() returned = ", found);
+    }
+    void log_height(std::string_view position_name, std::int32_t position, std::string_view height_name,
+                    double height) {
+        const bool low = height < state_.limit("RampParams", "MinimumAcceptableAbundance");
+        state_.log(low ? "AUTOTUNE LOG: WARNING: FindPeakForMass: right after FindPeakForMass() "
+                       : "AUTOTUNE LOG: INFO: FindPeakForMass: right after FindPeakForMass(),  ",
+                   position_name, "/mass[", position, "/", masses.at(position), "], ", height_name, " = ", height);
+    }
+
+    SpectrumParser& parser_;
+    ParserState& state_;
+    AcquiredSpectrum spectrum_;
+    CalibrationObject calibration_;
+};
+
+/// The given masses at their positions, those below the lower bound 0; without any the default list.
+VariantArray<double> chosen_masses(ParserState& state, const SpectrumParser::OptionalMasses& given) {
+    if (!given) {
+        const std::string list_type = state.tune.GetMassListTypeFromSourceTypeString(state.instrument->source_type());
+        return state.tune.GetDefaultMassList(list_type, state.tune.GetPolarityStr());
+    }
+    const std::int32_t last = given->upper_bound();
+    if (last < 0 || given->lower_bound() < 0) raise_runtime_fault(error_number::subscript, "calibrant masses");
+    std::vector<double> masses(static_cast<std::size_t>(given->lower_bound()));
+    masses.insert(masses.end(), given->elements().begin(), given->elements().end());
     return masses;
 }
 
 }  // namespace
 
-VariantArray<double> CalibrantPeaks::chosen_masses(const OptionalMasses& given) {
-    if (given) return from_position_0(*given);
-    const std::string list_type = session_.tune.GetMassListTypeFromSourceTypeString(session_.instrument->source_type());
-    return session_.tune.GetDefaultMassList(list_type, session_.tune.GetPolarityStr());
-}
-
-void CalibrantPeaks::measure_calibrants(TraceObj& record, const Request& request,
-                                        const std::function<void(const Measurement&)>& search) {
-    Scintillator scintillator(session_, request.access);
-    scintillator.put_aside(record);
-    const Segments segments = session_.current_segments();
-    (void)CurrentSetpoints(session_.instrument, segments).code(contract::setpoint.source_type);
-    Measurement measurement;
-    measurement.masses = request.choose_masses();
-    VariantArray<std::string> vMetaDesc;
-    bool bUserHasCancelledRampInGUI = false;
-    const std::int32_t status = acquisition_.WaitForSpectrumWithProperPolarityAndExperimentIndex(
-        measurement.spectrum, vMetaDesc, bUserHasCancelledRampInGUI);
-    if (status != wait_status::arrived) raise_wait_status(status, request.routine_name);
-    measurement.calibration = session_.calibration_of_current_polarity();
-    set_up_windows(record, measurement, request.window_percent);
-    search(measurement);
-    search_.release_spectrum();
-    scintillator.restore();
-}
-
-void CalibrantPeaks::set_up_windows(TraceObj& record, const Measurement& measurement, double& window_percent) {
-    // The window in amu that the windows would fall back to is the figure just read, percent though it is.
-    double delta_mass = 0;
-    if (window_percent == configured_window)
-        window_percent = delta_mass = session_.limit("PeakHandling", "PeakFindWindowInPercentT");
-    record.TR_PRINT("dPeakFindTimeWindow = ", window_percent);
-    windows_.CalculateTimeIndex(measurement.spectrum.vMassData, measurement.calibration, measurement.masses, delta_mass,
-                                to_single(window_percent));
-}
-
-VariantMatrix<PeakInfo> CalibrantPeaks::GetPeakInfoForCalibrantMasses(const OptionalMasses& varCalibrantMasses,
+VariantMatrix<PeakInfo> SpectrumParser::GetPeakInfoForCalibrantMasses(const OptionalMasses& varCalibrantMasses,
                                                                       double& dPeakFindTimeWindow) {
-    constexpr std::string_view name = "GetPeakInfoForCalibrantMasses";
-    return routine(session_.trace, {name}, [&](TraceObj& record) {
-        uncertainties_.clear();
+    constexpr RoutineName name{"GetPeakInfoForCalibrantMasses"};
+    return routine(impl_->trace, name, [&](TraceObj& record) {
+        impl_->uncertainties.clear();
         VariantMatrix<PeakInfo> peaks;
-        const Request request{name, Scintillator::Access::table, [&] { return chosen_masses(varCalibrantMasses); },
-                              dPeakFindTimeWindow};
-        measure_calibrants(record, request, [&](const Measurement& measurement) {
-            peaks = VariantMatrix<PeakInfo>(measurement.masses.size(), records_per_mass);
-            for (std::size_t i = 0; i < peaks.rows(); ++i) {
-                const WindowPeak peak = find_peak(measurement, static_cast<std::int32_t>(i));
-                peaks.at(i, record_ns) = peak.nanoseconds;
-                peaks.at(i, record_amu) = peak.amu;
-                uncertainties_.push_back(peak.uncertainty);
-            }
-        });
+        Measurement measured(*this, *impl_);
+        measured.run(
+            record, name, Scintillator::Access::table, dPeakFindTimeWindow,
+            [&] { return chosen_masses(*impl_, varCalibrantMasses); },
+            [&] {
+                peaks = VariantMatrix<PeakInfo>(measured.masses.size(), records_per_mass);
+                for (std::size_t i = 0; i < peaks.rows(); ++i) {
+                    std::tie(peaks.at(i, record_ns), peaks.at(i, record_amu)) =
+                        measured.find_peak(static_cast<std::int32_t>(i));
+                    impl_->uncertainties.push_back(impl_->taken_uncertainty);
+                }
+            });
         return peaks;
     });
 }
 
-VariantArray<PeakListObject> CalibrantPeaks::GetPeakListsForCalibrantMasses(const OptionalMasses& varCalibrantMasses) {
-    constexpr std::string_view name = "GetPeakListsForCalibrantMasses";
-    return routine(session_.trace, {name}, [&](TraceObj& record) {
+VariantMatrix<PeakInfo> SpectrumParser::GetPeakInfoForCalibrantMasses(const OptionalMasses& varCalibrantMasses) {
+    double window_percent = configured_window;
+    return GetPeakInfoForCalibrantMasses(varCalibrantMasses, window_percent);
+}
+
+const std::vector<std::optional<PeakUncertainty>>& SpectrumParser::last_uncertainties() const {
+    return impl_->uncertainties;
+}
+
+VariantArray<PeakListObject> SpectrumParser::GetPeakListsForCalibrantMasses(const OptionalMasses& varCalibrantMasses) {
+    constexpr RoutineName name{"GetPeakListsForCalibrantMasses"};
+    return routine(impl_->trace, name, [&](TraceObj& record) {
         std::vector<PeakListObject> lists;
         double window_percent = configured_window;
-        const Request request{name, Scintillator::Access::table, [&] { return chosen_masses(varCalibrantMasses); },
-                              window_percent};
-        measure_calibrants(record, request, [&](const Measurement& measurement) {
-            lists.resize(measurement.masses.size());
-            for (std::size_t i = 0; i < lists.size(); ++i) {
-                const auto position = static_cast<std::int32_t>(i);
-                double baseline = initial_baseline;
-                log_search(search_.FindPeakListForMass(position, measurement.spectrum.dSpectrumStartTimeInNS,
-                                                       measurement.spectrum.vYData, lists[i], baseline,
-                                                       measurement.calibration, enumPeakInfoUnits::amu));
-                const bool has_peaks = lists[i] && lists[i]->count() > 0;
-                log_height("massIdx", position, measurement.masses.at(position),
-                           "peakList.GetPeakAttributeInfo(0, True).pkHeight",
-                           has_peaks ? lists[i]->GetPeakAttributeInfo(0, true).pkHeight : 0);
-            }
-        });
+        Measurement measured(*this, *impl_);
+        measured.run(
+            record, name, Scintillator::Access::table, window_percent,
+            [&] { return chosen_masses(*impl_, varCalibrantMasses); },
+            [&] {
+                for (std::size_t i = 0; i < measured.masses.size(); ++i)
+                    lists.push_back(measured.find_list(static_cast<std::int32_t>(i)));
+            });
         return VariantArray<PeakListObject>(std::move(lists));
     });
 }
 
-double CalibrantPeaks::GetPeakAbForThisMass(double mass) {
-    constexpr std::string_view name = "GetPeakAbForThisMass";
-    return routine(session_.trace, {name}, [&](TraceObj& record) {
+double SpectrumParser::Impl::GetPeakAbForThisMass(SpectrumParser& parser, double mass) {
+    constexpr RoutineName name{"GetPeakAbForThisMass"};
+    return routine(trace, name, [&](TraceObj& record) {
         double abundance = 0;
         double window_percent = configured_window;
-        const Request request{name, Scintillator::Access::awaited,
-                              [&] { return VariantArray<double>(std::vector<double>{mass}); }, window_percent};
-        measure_calibrants(record, request, [&](const Measurement& measurement) {
-            abundance = find_peak(measurement, 0).nanoseconds.pkHeight;
-        });
+        Measurement measured(parser, *this);
+        measured.run(
+            record, name, Scintillator::Access::awaited, window_percent,
+            [&] { return VariantArray<double>(std::vector<double>{mass}); },
+            [&] { abundance = measured.find_peak(0).first.pkHeight; });
         return abundance;
     });
-}
-
-/// Searches one position and logs what was found.
-WindowPeak CalibrantPeaks::find_peak(const Measurement& measurement, std::int32_t position) {
-    WindowPeak peak;
-    peak.baseline = initial_baseline;
-    log_search(search_.FindPeakForMass(position, measurement.spectrum.dSpectrumStartTimeInNS,
-                                       measurement.spectrum.vYData, measurement.calibration, peak));
-    log_height("massIndex", position, measurement.masses.at(position), "peakInfoInNanoseconds.pkHeight",
-               peak.nanoseconds.pkHeight);
-    return peak;
-}
-
-void CalibrantPeaks::log_search(std::int32_t found) const {
-    session_.log(text_of("AUTOTUNE LOG: STATUS: FindPeakForMass: FindPeakForMass() returned = ", found));
-}
-
-void CalibrantPeaks::log_height(std::string_view position_name, std::int32_t position, double mass,
-                                std::string_view height_name, double height) {
-    const bool low = height < session_.limit("RampParams", "MinimumAcceptableAbundance");
-    session_.log(text_of(low ? "AUTOTUNE LOG: WARNING: FindPeakForMass: right after FindPeakForMass() "
-                             : "AUTOTUNE LOG: INFO: FindPeakForMass: right after FindPeakForMass(),  ",
-                         position_name, "/mass[", position, "/", mass, "], ", height_name, " = ", height));
 }
 
 }  // namespace korvane

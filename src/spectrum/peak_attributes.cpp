@@ -1,89 +1,83 @@
-#include "spectrum/peak_attributes.h"
-
-#include "spectrum/no_peaks.h"
+// The peak of one given mass in the spectrum that the instrument is showing.
+#include "spectrum/parser_state.h"
 
 namespace korvane {
 
 namespace {
-
-constexpr std::int32_t most_abundant_first = 0;
-constexpr std::int32_t all_peaks = 0;
 
 [[noreturn]] void raise_no_peaks() {
     // Callers of all three members match on the singular routine's name.
     throw Error(error_number::routine_detected, "GetPeakAttribute()", std::string(no_peaks_description));
 }
 
-}  // namespace
-
-PeakListObject PeakAttributes::search_twice(TraceObj& record, const MassTimeCalibration& calibration,
-                                            double target_mass, double mass_window) {
+/// The peaks up to `mass_window` amu to either side, searched once more in a fresh spectrum where there are none; null
+/// where neither spectrum shows one.
+PeakListObject search_twice(SpectrumParser& parser, TraceObj& record, const MassTimeCalibration& calibration,
+                            double target_mass, double mass_window, enumPeakInfoUnits units) {
     const double start_ns = calibration.time_from_mass(target_mass - mass_window);
     const double end_ns = calibration.time_from_mass(target_mass + mass_window);
     record.TR_PRINT("PeakListWindowStart[", start_ns, "], PeakListWindowEnd[", end_ns, "]");
-    PeakListObject list = search_.GetPeakList(start_ns, end_ns, all_peaks);
-    if (list->count() == 0) list = search_.GetPeakList(start_ns, end_ns, all_peaks);
-    return list->count() == 0 ? nullptr : list;
+    PeakListObject list = parser.GetPeakList(start_ns, end_ns);
+    if (list->count() == 0) list = parser.GetPeakList(start_ns, end_ns);
+    if (list->count() == 0) return nullptr;
+    if (units == enumPeakInfoUnits::amu) list->convert(calibration, convert_to_amu_mode);
+    return list;
 }
 
-PeakInfo PeakAttributes::GetPeakAttributes(double targetMass, double dMassWindow, enumPeakInfoUnits PeakInfoUnits,
+}  // namespace
+
+PeakInfo SpectrumParser::GetPeakAttributes(double targetMass, double dMassWindow, enumPeakInfoUnits PeakInfoUnits,
                                            bool bThrowErrorOnNoPeaksFound) {
-    return routine(session_.trace, {"GetPeakAttributes"}, [&](TraceObj& record) {
-        const CalibrationObject calibration = session_.calibration_of_current_polarity();
-        const PeakListObject list = search_twice(record, *calibration, targetMass, dMassWindow);
+    return routine(impl_->trace, {"GetPeakAttributes"}, [&](TraceObj& record) {
+        const CalibrationObject calibration = impl_->calibration_of_current_polarity();
+        const auto list = search_twice(*this, record, *calibration, targetMass, dMassWindow, PeakInfoUnits);
         if (!list && bThrowErrorOnNoPeaksFound) raise_no_peaks();
         if (!list) return PeakInfo{};
-        if (PeakInfoUnits == enumPeakInfoUnits::amu) list->convert(*calibration, convert_to_amu_mode);
         list->order(height_position, most_abundant_first);
         return list->GetPeakAttributeInfo(0, true);
     });
 }
 
-PeakListObject PeakAttributes::GetPeakListOfOnlyThisOneMass(double targetMass, double dMassWindow,
+PeakListObject SpectrumParser::GetPeakListOfOnlyThisOneMass(double targetMass, double dMassWindow,
                                                             enumPeakInfoUnits PeakInfoUnits) {
-    return routine(session_.trace, {"GetPeakListOfOnlyThisOneMass"}, [&](TraceObj& record) {
-        const CalibrationObject calibration = session_.calibration_of_current_polarity();
-        PeakListObject list = search_twice(record, *calibration, targetMass, dMassWindow);
+    return routine(impl_->trace, {"GetPeakListOfOnlyThisOneMass"}, [&](TraceObj& record) {
+        const CalibrationObject calibration = impl_->calibration_of_current_polarity();
+        auto list = search_twice(*this, record, *calibration, targetMass, dMassWindow, PeakInfoUnits);
         if (!list) raise_no_peaks();
-        if (PeakInfoUnits == enumPeakInfoUnits::amu) list->convert(*calibration, convert_to_amu_mode);
         return list;
     });
 }
 
-double PeakAttributes::GetPeakAttribute(PeakCalcType CalcType, double targetMass, double dMassWindow,
+double SpectrumParser::GetPeakAttribute(PeakCalcType CalcType, double targetMass, double dMassWindow,
                                         bool bOKToReturnZero, bool bThrowErrorOnNoPeaksFound) {
-    const auto zero_without_peaks = [&](TraceObj& record, RoutineName name, const Error& error) {
+    const auto zero_where_no_peaks = [&](TraceObj& record, RoutineName name, const Error& error) {
         NamedLine{"error"}(record, name, error);
         if (!bOKToReturnZero || !means_no_peaks(error)) throw error;
         record.TR_PRINT("no peaks returned, returning 0 height");
         return 0.0;
     };
-    return routine(session_.trace, {"GetPeakAttribute"}, zero_without_peaks,
-                   [&] { return measured_attribute(CalcType, targetMass, dMassWindow, bThrowErrorOnNoPeaksFound); });
-}
-
-double PeakAttributes::measured_attribute(PeakCalcType type, double target_mass, double mass_window,
-                                          bool raise_without_peak) {
-    const auto record_in = [&](enumPeakInfoUnits units) {
-        return GetPeakAttributes(target_mass, mass_window, units, raise_without_peak);
+    const auto peak = [&](enumPeakInfoUnits units) {
+        return GetPeakAttributes(targetMass, dMassWindow, units, bThrowErrorOnNoPeaksFound);
     };
-    switch (type) {
-        case PeakCalcType::TimeCentroid:
-            return record_in(enumPeakInfoUnits::ns).pkCentroid;
-        case PeakCalcType::MassCentroid: {
-            const CalibrationObject calibration = session_.tune.GetCurrentCalibrationObjFromDD();
-            return calibration->mass_from_time(record_in(enumPeakInfoUnits::ns).pkCentroid);
+    return routine(impl_->trace, {"GetPeakAttribute"}, zero_where_no_peaks, [&] {
+        switch (CalcType) {
+            case PeakCalcType::TimeCentroid:
+                return peak(enumPeakInfoUnits::ns).pkCentroid;
+            case PeakCalcType::MassCentroid: {
+                const CalibrationObject calibration = impl_->tune.GetCurrentCalibrationObjFromDD();
+                return calibration->mass_from_time(peak(enumPeakInfoUnits::ns).pkCentroid);
+            }
+            case PeakCalcType::Resolution:
+                return peak(enumPeakInfoUnits::amu).pkResolution;
+            case PeakCalcType::Width:
+                return peak(enumPeakInfoUnits::amu).pkWidth;
+            case PeakCalcType::Height:
+                return peak(enumPeakInfoUnits::amu).pkHeight;
+            case PeakCalcType::Area:
+                return peak(enumPeakInfoUnits::amu).pkArea;
         }
-        case PeakCalcType::Resolution:
-            return record_in(enumPeakInfoUnits::amu).pkResolution;
-        case PeakCalcType::Width:
-            return record_in(enumPeakInfoUnits::amu).pkWidth;
-        case PeakCalcType::Height:
-            return record_in(enumPeakInfoUnits::amu).pkHeight;
-        case PeakCalcType::Area:
-            return record_in(enumPeakInfoUnits::amu).pkArea;
-    }
-    return 0;
+        return 0.0;
+    });
 }
 
 }  // namespace korvane

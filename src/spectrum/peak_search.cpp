@@ -1,170 +1,179 @@
-#include "spectrum/peak_search.h"
-
+// The peak finder, run over one stretch of a spectrum.
+#include <algorithm>
 #include <cmath>
 
 #include "spectrum/kept_peaks.h"
+#include "spectrum/parser_state.h"
 
 namespace korvane {
 
 namespace {
 
-constexpr std::int32_t most_abundant_first = 0;
 constexpr double ns_per_second = 1e9;
 constexpr std::string_view abundance_line = "AUTOTUNE LOG: PeakFind: STATUS: Abundance of most abundant peak: ";
 
-const MassTimeCalibration& required(const CalibrationObject& calibration) {
-    if (!calibration) raise_runtime_fault(error_number::object_not_set, "mass-time calibration");
-    return *calibration;
-}
+struct SearchWindow {
+    double start_ns = 0;
+    double end_ns = 0;
+};
 
-bool lies_inside(const PeakList& list, double start_ns, double end_ns) {
-    const bool after_start = list.GetPeakAttributeInfo(0, true).pkCentroid > start_ns;
-    const bool before_end = list.GetPeakAttributeInfo(0, true).pkCentroid < end_ns;
-    return after_start && before_end;
-}
-
-}  // namespace
-
-double PeakSearch::sampling_interval_ns() const {
-    const double interval_ns = session_.instrument->sampling_interval_seconds() * ns_per_second;
+double sampling_interval_ns(const ParserState& state) {
+    const double interval_ns = state.instrument->sampling_interval_seconds() * ns_per_second;
     if (!std::isfinite(interval_ns)) raise_runtime_fault(error_number::overflow, "sampling interval");
     return interval_ns;
 }
 
-double PeakSearch::ConvertIndexToTimeInNS(double index, double spectrum_start_ns) const {
-    return index * sampling_interval_ns() + spectrum_start_ns;
+double ConvertIndexToTimeInNS(const ParserState& state, double index, double spectrum_start_ns) {
+    return index * sampling_interval_ns(state) + spectrum_start_ns;
 }
 
-void PeakSearch::run(TraceObj& record, Finding& finding, double spectrum_start_ns) const {
+/// The peaks that `finder` sees in the window of the spectrum taken last; null where it returns no list.
+PeakListObject run_finder(const ParserState& state, TraceObj& record, PeakFinder& finder, const SearchWindow& window,
+                          double spectrum_start_ns) {
     record.TR_PRINT("Before PeakFinder Call");
-    PeakFinder& finder = *finding.finder;
-    finder.set_sampling_interval_ns(sampling_interval_ns());
+    finder.set_sampling_interval_ns(sampling_interval_ns(state));
     finder.set_minimum_samples(contract::peak_finder.minimum_samples);
     finder.set_baseline_removal(contract::peak_finder.baseline_removal);
-    finder.set_search_start_ns(finding.window.start_ns);
-    finder.set_search_end_ns(finding.window.end_ns);
-    finder.set_samples(copy_.counts());
-    record.TR_PRINT("XStartNS is : ", finding.window.start_ns);
-    record.TR_PRINT("EndNS is : ", finding.window.end_ns);
+    finder.set_search_start_ns(window.start_ns);
+    finder.set_search_end_ns(window.end_ns);
+    finder.set_samples(state.searched.counts());
+    record.TR_PRINT("XStartNS is : ", window.start_ns);
+    record.TR_PRINT("EndNS is : ", window.end_ns);
     record.TR_PRINT("starttime is : ", spectrum_start_ns);
-    finding.list = finder.run(spectrum_start_ns);
+    PeakListObject list = finder.run(spectrum_start_ns);
     record.TR_PRINT("PeakFinder Call succeeded");
+    return list;
 }
 
-PeakSearch::Finding PeakSearch::find_in_calibrant_window(TraceObj& record, std::int32_t mass_index,
-                                                         double spectrum_start_ns,
-                                                         const VariantArray<double>& samples) {
-    Finding finding{session_.platform.instrument->create_peak_finder(), nullptr, {}};
-    IndexRange range = windows_.range(mass_index);
-    const double last_index = samples.upper_bound();
-    if (range.end > last_index) range.end = last_index;
-    record.TR_PRINT("Copy Data - actually the whole YData, after fixing problem with pre-amp offset");
-    copy_.take(samples);
-    record.TR_PRINT("Before masstime creation");
-    finding.window = {ConvertIndexToTimeInNS(range.start, spectrum_start_ns),
-                      ConvertIndexToTimeInNS(range.end, spectrum_start_ns)};
-    session_.log(text_of("AUTOTUNE LOG: PeakFind: STATUS: dSpectrumStartTimeinNS[", spectrum_start_ns,
-                         "], dStartIndex[", range.start, "], EndTimeRange[", range.end, "], dStartTimeToSearch[",
-                         finding.window.start_ns, "], dEndTimeToSearch[", finding.window.end_ns, "]"));
-    run(record, finding, spectrum_start_ns);
-    if (finding.list)
-        session_.log(
-            text_of("AUTOTUNE LOG: PeakFind: STATUS: Number of Peaks found in range: ", finding.list->count()));
-    else
-        record.TR_PRINT("PeakList is not set by PeakFinder");
-    return finding;
-}
+/// The search of a calibrant position's window.
+struct CalibrantSearch {
+    CalibrantSearch(ParserState& state, TraceObj& record, std::int32_t mass_index, double spectrum_start_ns,
+                    const VariantArray<double>& samples)
+        : finder(state.platform.instrument->create_peak_finder()) {
+        if (mass_index < 0 || static_cast<std::size_t>(mass_index) >= state.windows.size())
+            raise_runtime_fault(error_number::subscript, text_of("calibrant position ", mass_index));
+        IndexRange range = state.windows[static_cast<std::size_t>(mass_index)];
+        range.end = std::min(range.end, static_cast<double>(samples.upper_bound()));
+        record.TR_PRINT("Copy Data - actually the whole YData, after fixing problem with pre-amp offset");
+        state.searched.take(samples);
+        record.TR_PRINT("Before masstime creation");
+        window = {ConvertIndexToTimeInNS(state, range.start, spectrum_start_ns),
+                  ConvertIndexToTimeInNS(state, range.end, spectrum_start_ns)};
+        state.log("AUTOTUNE LOG: PeakFind: STATUS: dSpectrumStartTimeinNS[", spectrum_start_ns, "], dStartIndex[",
+                  range.start, "], EndTimeRange[", range.end, "], dStartTimeToSearch[", window.start_ns,
+                  "], dEndTimeToSearch[", window.end_ns, "]");
+        list = run_finder(state, record, *finder, window, spectrum_start_ns);
+        if (list)
+            state.log("AUTOTUNE LOG: PeakFind: STATUS: Number of Peaks found in range: ", found = list->count());
+        else
+            record.TR_PRINT("PeakList is not set by PeakFinder");
+    }
 
-std::int32_t PeakSearch::FindPeakForMass(std::int32_t massIndex, double dSpectrumStartTimeInNS,
-                                         const VariantArray<double>& vYData, const CalibrationObject& pMTObj,
-                                         WindowPeak& peak) {
-    return routine(session_.trace, {"FindPeakForMass"}, [&](TraceObj& record) {
+    void convert_to_amu(const CalibrationObject& calibration) const {
+        if (!calibration) raise_runtime_fault(error_number::object_not_set, "mass-time calibration");
+        list->convert(*calibration, convert_to_amu_mode);
+    }
+    bool first_lies_inside() const {
+        const bool after_start = list->GetPeakAttributeInfo(0, true).pkCentroid > window.start_ns;
+        const bool before_end = list->GetPeakAttributeInfo(0, true).pkCentroid < window.end_ns;
+        return after_start && before_end;
+    }
+
+    std::unique_ptr<PeakFinder> finder;
+    SearchWindow window;
+    PeakListObject list;
+    std::int32_t found = 0;
+};
+
+}  // namespace
+
+std::int32_t SpectrumParser::FindPeakForMass(std::int32_t massIndex, double dSpectrumStartTimeInNS,
+                                             const VariantArray<double>& vYData, PeakInfo& peakInfoInNanoseconds,
+                                             PeakInfo& peakInfoInAmu, double& baseLine,
+                                             const CalibrationObject& pMTObj) {
+    Impl& state = *impl_;
+    return routine(state.trace, {"FindPeakForMass"}, [&](TraceObj& record) {
+        state.taken_uncertainty.reset();
         if (vYData.is_empty()) {
             record.TR_PRINT("Error : Empty Y Data");
             return 0;
         }
-        const Finding finding = find_in_calibrant_window(record, massIndex, dSpectrumStartTimeInNS, vYData);
-        const std::int32_t found = finding.list ? finding.list->count() : 0;
-        if (found != 0) {
-            take_most_abundant(record, finding, pMTObj, peak);
-        } else if (finding.list) {
+        const CalibrantSearch search(state, record, massIndex, dSpectrumStartTimeInNS, vYData);
+        if (search.found != 0) {
+            record.TR_PRINT("Found Peaks");
+            search.list->order(height_position, most_abundant_first);
+            const PeakInfo peak = search.list->GetPeakAttributeInfo(0, true);
+            const double found_baseline = search.finder->baseline();
+            const auto uncertainty = search.list->uncertainty(0);
+            if (search.first_lies_inside()) {
+                search.convert_to_amu(pMTObj);
+                peakInfoInAmu = search.list->GetPeakAttributeInfo(0, true);
+                peakInfoInNanoseconds = peak;
+                baseLine = found_baseline;
+                state.taken_uncertainty = uncertainty;
+            }
+            record.TR_PRINT("SpectrumMax, #pts, #peaks, PeakAb = [", state.searched.maximum(), ", ",
+                            state.searched.counts().size() - 1, ", ", search.list->count(), ", ", peak.pkHeight, "]");
+        } else if (search.list) {
             record.TR_PRINT("NO Peaks Found IN the requested time range");
             record.TR_PRINT("NO Peaks Found");
         }
-        record.TR_PRINT("Baseline is", peak.baseline);
-        session_.log(text_of(abundance_line, peak.nanoseconds.pkHeight));
-        return found;
+        record.TR_PRINT("Baseline is", baseLine);
+        state.log(abundance_line, peakInfoInNanoseconds.pkHeight);
+        return search.found;
     });
 }
 
-void PeakSearch::take_most_abundant(TraceObj& record, const Finding& finding, const CalibrationObject& calibration,
-                                    WindowPeak& peak) const {
-    record.TR_PRINT("Found Peaks");
-    PeakList& list = *finding.list;
-    list.order(height_position, most_abundant_first);
-    WindowPeak taken{list.GetPeakAttributeInfo(0, true), {}, finding.finder->baseline(), list.uncertainty(0)};
-    const double height = taken.nanoseconds.pkHeight;
-    if (lies_inside(list, finding.window.start_ns, finding.window.end_ns)) {
-        list.convert(required(calibration), convert_to_amu_mode);
-        taken.amu = list.GetPeakAttributeInfo(0, true);
-        peak = taken;
-    }
-    record.TR_PRINT("SpectrumMax, #pts, #peaks, PeakAb = [", copy_.maximum(), ", ", copy_.counts().size() - 1, ", ",
-                    list.count(), ", ", height, "]");
-}
-
-std::int32_t PeakSearch::FindPeakListForMass(std::int32_t massIndex, double dSpectrumStartTimeInNS,
-                                             const VariantArray<double>& vYData, PeakListObject& peakList,
-                                             double& baseLine, const CalibrationObject& pMTObj,
-                                             enumPeakInfoUnits PeakInfoUnits) {
-    return routine(session_.trace, {"FindPeakListForMass"}, [&](TraceObj& record) {
+std::int32_t SpectrumParser::FindPeakListForMass(std::int32_t massIndex, double dSpectrumStartTimeInNS,
+                                                 const VariantArray<double>& vYData, PeakListObject& peakList,
+                                                 double& baseLine, const CalibrationObject& pMTObj,
+                                                 enumPeakInfoUnits PeakInfoUnits) {
+    Impl& state = *impl_;
+    return routine(state.trace, {"FindPeakListForMass"}, [&](TraceObj& record) {
         if (vYData.is_empty()) {
             record.TR_PRINT("Error : Empty Y Data");
             return 0;
         }
-        const Finding finding = find_in_calibrant_window(record, massIndex, dSpectrumStartTimeInNS, vYData);
-        const std::int32_t found = finding.list ? finding.list->count() : 0;
-        if (finding.list && PeakInfoUnits == enumPeakInfoUnits::amu)
-            finding.list->convert(required(pMTObj), convert_to_amu_mode);
-        peakList = finding.list;
-        if (finding.list) baseLine = finding.finder->baseline();
-        if (found == 0) session_.log(text_of(abundance_line, 0));
-        return found;
+        const CalibrantSearch search(state, record, massIndex, dSpectrumStartTimeInNS, vYData);
+        if (search.list && PeakInfoUnits == enumPeakInfoUnits::amu) search.convert_to_amu(pMTObj);
+        peakList = search.list;
+        if (search.list) baseLine = search.finder->baseline();
+        if (search.found == 0) state.log(abundance_line, 0);
+        return search.found;
     });
 }
 
-PeakListObject PeakSearch::GetPeakList(double dTimeToStartSearchInNS, double dTimeToEndSearchInNS,
-                                       std::int32_t MaxPeaks) {
-    return routine(session_.trace, {"GetPeakList"}, number_line, [&](TraceObj& record) {
-        return peak_list(record, {dTimeToStartSearchInNS, dTimeToEndSearchInNS}, MaxPeaks);
+PeakListObject SpectrumParser::GetPeakList(double dTimeToStartSearchInNS, double dTimeToEndSearchInNS,
+                                           std::int32_t MaxPeaks) {
+    Impl& state = *impl_;
+    return routine(state.trace, {"GetPeakList"}, numbered_line, [&](TraceObj& record) {
+        record.TR_PRINT("maxpeaks: ", MaxPeaks);
+        record.TR_PRINT("Getting spectrum data");
+        AcquiredSpectrum spectrum;
+        state.control().GetNextSpectrum(spectrum);
+        const std::int32_t last = spectrum.y_data.upper_bound();
+        record.TR_PRINT("Elements in lYValuesToSearch[] = ", spectrum.y_data.size(),
+                        "; copying spectrum data to local copy");
+        state.searched.take(spectrum.y_data);
+        record.TR_PRINT("lYValuesToSearch count ", last + 1);
+        record.TR_PRINT("dSpectrumStartTimeInNS = ", spectrum.start_time_ns);
+        record.TR_PRINT(
+            "GetPeakList.GettingPeakListInTimeWindow[startTimeinNS, endTimeinNS, dSpectrumStartTimeInNS] = [",
+            dTimeToStartSearchInNS, ", ", dTimeToEndSearchInNS, ", ", spectrum.start_time_ns, "]");
+        const auto finder = state.platform.instrument->create_peak_finder();
+        PeakListObject list =
+            run_finder(state, record, *finder, {dTimeToStartSearchInNS, dTimeToEndSearchInNS}, spectrum.start_time_ns);
+        state.searched.release();
+        if (!list) raise_runtime_fault(error_number::object_not_set, "peak list");
+        const std::int32_t found = list->count();
+        record.TR_PRINT("# Peak Found: ", found);
+        if (MaxPeaks > 0 && found > MaxPeaks) list = most_abundant_peaks(list, MaxPeaks);
+        for (std::int32_t i = 0; i < list->count(); ++i) {
+            const PeakInfo peak = list->GetPeakAttributeInfo(i, true);
+            record.TR_PRINT("Peak[", i, "].pkApexX,.pkHeight: [", peak.pkApexX, ", ", peak.pkHeight, "]");
+        }
+        return list;
     });
-}
-
-PeakListObject PeakSearch::peak_list(TraceObj& record, Window window, std::int32_t most) {
-    record.TR_PRINT("maxpeaks: ", most);
-    record.TR_PRINT("Getting spectrum data");
-    AcquiredSpectrum spectrum;
-    session_.control().GetNextSpectrum(spectrum);
-    const std::int32_t last = spectrum.y_data.upper_bound();
-    record.TR_PRINT("Elements in lYValuesToSearch[] = ", spectrum.y_data.size(),
-                    "; copying spectrum data to local copy");
-    copy_.take(spectrum.y_data);
-    record.TR_PRINT("lYValuesToSearch count ", last + 1);
-    record.TR_PRINT("dSpectrumStartTimeInNS = ", spectrum.start_time_ns);
-    record.TR_PRINT("GetPeakList.GettingPeakListInTimeWindow[startTimeinNS, endTimeinNS, dSpectrumStartTimeInNS] = [",
-                    window.start_ns, ", ", window.end_ns, ", ", spectrum.start_time_ns, "]");
-    Finding finding{session_.platform.instrument->create_peak_finder(), nullptr, window};
-    run(record, finding, spectrum.start_time_ns);
-    release_spectrum();
-    if (!finding.list) raise_runtime_fault(error_number::object_not_set, "peak list");
-    const std::int32_t found = finding.list->count();
-    record.TR_PRINT("# Peak Found: ", found);
-    if (most > 0 && found > most) finding.list = most_abundant_peaks(finding.list, most);
-    for (std::int32_t i = 0; i < finding.list->count(); ++i) {
-        const PeakInfo peak = finding.list->GetPeakAttributeInfo(i, true);
-        record.TR_PRINT("Peak[", i, "].pkApexX,.pkHeight: [", peak.pkApexX, ", ", peak.pkHeight, "]");
-    }
-    return finding.list;
 }
 
 }  // namespace korvane

@@ -25,14 +25,13 @@ const std::map<std::string, Names> allowed_rooms{
     {"globals", {"config", "masslist", "frame", "platform"}},
     {"spectrum", {"globals", "frame", "platform"}},
     {"abundance", {"spectrum", "globals", "frame", "platform"}},
-    {"parser", {"abundance", "spectrum", "globals", "frame", "platform"}},
     {"instrument/masstime", {"platform"}},
     {"instrument/peakfinder", {"platform"}},
     {"instrument/simulator", {"platform", "instrument/masstime", "instrument/peakfinder"}},
     {"instrument/replay", {"platform", "instrument/masstime", "instrument/peakfinder"}},
     {"instrument/library", {"platform"}},
     {"instrument/conformance", {"platform"}},
-    {"assembly", {"parser", "globals", "platform", "instrument/simulator", "instrument/replay", "instrument/library"}},
+    {"assembly", {"globals", "platform", "instrument/simulator", "instrument/replay", "instrument/library"}},
     {"automation", {"frame", "platform"}},
     {"automation/com", {"automation", "instrument/library", "frame", "platform"}},
 };
@@ -42,12 +41,12 @@ const Names automation_rooms{"automation", "automation/com"};
 
 // Public headers of a class, and the lowest room that knows the class; every other public header is vocabulary.
 const std::map<std::string, Names> class_headers{
-    {"tune_params_xml", {"config", "globals", "spectrum", "abundance", "parser"}},
-    {"tune_prefs_xml", {"config", "globals", "spectrum", "abundance", "parser"}},
-    {"abort_helper", {"config", "globals", "spectrum", "abundance", "parser"}},
+    {"tune_params_xml", {"config", "globals", "spectrum", "abundance"}},
+    {"tune_prefs_xml", {"config", "globals", "spectrum", "abundance"}},
+    {"abort_helper", {"config", "globals", "spectrum", "abundance"}},
     {"cal_mass_list", {"masslist", "globals"}},
-    {"tune_globals", {"globals", "spectrum", "abundance", "parser"}},
-    {"spectrum_parser", {"abundance", "parser"}},
+    {"tune_globals", {"globals", "spectrum", "abundance"}},
+    {"spectrum_parser", {"spectrum", "abundance"}},
     {"recording", {"assembly"}},
     {"korvane", {}},
     {"automation", {}},

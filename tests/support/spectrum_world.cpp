@@ -84,6 +84,37 @@ SpectrumWorld::SpectrumWorld() {
     for (const double mass : masses) set_peak(mass, 5000);
 }
 
+std::vector<std::string> SpectrumWorld::traced_by(const std::string& routine) {
+    std::vector<std::string> own;
+    for (const std::string& line : test.trace().lines)
+        if (line.starts_with(routine + ": ")) own.push_back(line.substr(routine.size() + 2));
+    return own;
+}
+
+std::vector<std::string> SpectrumWorld::journal_of(const std::string& start) {
+    std::vector<std::string> found;
+    std::ranges::copy_if(instrument().journal, std::back_inserter(found),
+                         [&](const std::string& line) { return line.starts_with(start); });
+    return found;
+}
+
+std::string SpectrumWorld::transcript() {
+    std::vector<std::string> lines, routines{""};
+    const std::vector<std::string> log = tune_log();
+    std::size_t logged = 0;
+    for (const std::string& line : test.trace().lines) {
+        const std::string indent(2 * (routines.size() - 1), ' '), own = routines.back() + ": ";
+        if (line == "> WriteLineToTuneLogFile" && logged == 0) lines.push_back(indent + "log: " + log.at(logged++));
+        if (line == "> WriteLineToTuneLogFile")
+            lines.push_back(indent + "log: " + log.at(logged++));
+        else if (!line.starts_with("< "))
+            lines.push_back(indent + (line.starts_with(own) ? line.substr(own.size()) : line));
+        if (line.starts_with("> ")) routines.push_back(line.substr(2));
+        if (line == "< " + routines.back()) routines.pop_back();
+    }
+    return joined(lines);
+}
+
 double SpectrumWorld::time_ns(double mass) {
     return std::sqrt(mass) / calibration_a;
 }

@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "korvane/error.h"
+#include "korvane/spectrum_parser.h"
+#include "platform/text.h"
 #include "support/test_platform.h"
 
 namespace korvane {
@@ -23,6 +25,13 @@ struct SpectrumWorld {
     Platform platform() const { return test.platform(); }
     void request_abort() { test.preference("AbortFlag", "1"); }
     std::vector<std::string> tune_log() const { return test.log_lines("TuneLog_"); }
+    /// The lines that a routine traced itself.
+    std::vector<std::string> traced_by(const std::string& routine);
+    /// The lines of the instrument's journal that start so.
+    std::vector<std::string> journal_of(const std::string& start);
+    /// The trace, indented by depth ("> Name" entries, no exits), with the lines of the tune log where they were
+    /// written ("log: text").
+    std::string transcript();
 
     static constexpr double start_ns = 5003;
     static constexpr double interval_ns = 10;
@@ -35,6 +44,12 @@ struct SpectrumWorld {
     VariantArray<double> axis;
     VariantArray<double> samples;
     ScriptedPeaks peaks;
+};
+
+/// The world and a parser on it.
+struct ParserWorld : SpectrumWorld {
+    ParserWorld() { test.trace().lines.clear(); }
+    SpectrumParser parser{platform()};
 };
 
 /// Lines as one text, every line ended, after a line break: the shape of a raw string over several lines.

@@ -1,43 +1,51 @@
-#include "spectrum/session.h"
+#include "korvane/spectrum_parser.h"
 
 #include <cfloat>
 #include <cmath>
 
-#include "korvane/system.h"
+#include "spectrum/parser_state.h"
 
 namespace korvane {
 
-Session::Session(const Platform& world)
+SpectrumParser::SpectrumParser(Platform platform) : impl_(std::make_unique<Impl>(platform)) {}
+SpectrumParser::~SpectrumParser() = default;
+SpectrumParser::SpectrumParser(SpectrumParser&&) noexcept = default;
+SpectrumParser& SpectrumParser::operator=(SpectrumParser&&) noexcept = default;
+
+std::string SpectrumParser::tune_log_path() const {
+    return impl_->tune.tune_log_path();
+}
+
+SpectrumParser::Impl::Impl(const Platform& world)
     : platform(world),
       trace(world.tracers),
       instrument(world.instrument),
       tune(world),
       params(world),
       prefs(world),
-      abort(world) {}
+      abort(world),
+      search_log(world) {}
 
-InstrumentControl& Session::control() const {
+CurrentSetpoints SpectrumParser::Impl::current() {
+    segments = {tune.CurrentTimeSegment(), tune.CurrentScanSegment()};
+    return {instrument, segments};
+}
+
+InstrumentControl& SpectrumParser::Impl::control() {
     InstrumentControl* connected = instrument->control();
     if (!connected) raise_runtime_fault(error_number::object_not_set, "instrument control");
     return *connected;
 }
 
-CalibrationObject Session::calibration_of_current_polarity() const {
-    const Segments segments = current_segments();
-    const std::int32_t polarity = CurrentSetpoints(instrument, segments).is_positive() ? contract::polarity.positive
-                                                                                       : contract::polarity.negative;
+CalibrationObject SpectrumParser::Impl::calibration_of_current_polarity() {
+    const std::int32_t polarity = current().is_positive() ? contract::polarity.positive : contract::polarity.negative;
     CalibrationObject calibration = instrument->calibrations().calibration(polarity);
     if (!calibration) raise_runtime_fault(error_number::object_not_set, "mass-time calibration");
     return calibration;
 }
 
-void Session::raise_if_aborted() {
+void SpectrumParser::Impl::raise_if_aborted() {
     if (abort.UserHasClickedAbort()) throw Error(error_number::user_aborted, "", "User aborted");
-}
-
-double checked_quotient(double value, double divisor) {
-    if (divisor == 0) raise_runtime_fault(error_number::division_by_zero);
-    return value / divisor;
 }
 
 float to_single(double value) {

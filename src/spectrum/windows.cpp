@@ -1,6 +1,7 @@
-#include "spectrum/mass_time_windows.h"
-
+// Masses turned into ranges of sample positions on a spectrum's mass axis.
 #include <cmath>
+
+#include "spectrum/parser_state.h"
 
 namespace korvane {
 
@@ -8,34 +9,31 @@ namespace {
 
 constexpr std::string_view search_rule = "---------------------------------------------";
 
+/// Both bounds of every window, one after the other, as masses.
 std::vector<double> mass_bounds(TraceObj& record, const VariantArray<double>& masses, double delta_mass) {
     std::vector<double> bounds;
     for (std::int32_t i = 0; i <= masses.upper_bound(); ++i) {
         const double mass = masses.at(i);
-        bounds.push_back(mass - delta_mass);
-        bounds.push_back(mass + delta_mass);
+        bounds.insert(bounds.end(), {mass - delta_mass, mass + delta_mass});
         record.TR_PRINT("MassWindow(", i, ") = [", mass - delta_mass, ", ", mass + delta_mass, "]");
     }
     return bounds;
 }
 
-}  // namespace
-
-/// Bounds of +-`percent` percent of flight time, as masses.
-std::vector<double> MassTimeWindows::percentage_bounds(TraceObj& record, const MassTimeCalibration& calibration,
-                                                       const VariantArray<double>& masses, double percent) const {
+/// The same for +-`percent` percent of flight time.
+std::vector<double> percentage_bounds(TraceObj& record, const MassTimeCalibration& calibration,
+                                      const VariantArray<double>& masses, double percent) {
     const auto listed = masses.elements();
     const std::vector<double> times = calibration.times_from_masses({listed.begin(), listed.end()});
     std::vector<double> time_range_list;
     for (std::int32_t i = 0; i <= masses.upper_bound(); ++i) {
         const double mass = masses.at(i);
         const double time = times[static_cast<std::size_t>(i)];
-        time_range_list.push_back(time - percent * time / 100);
-        time_range_list.push_back(time + percent * time / 100);
         record.TR_PRINT("Masses(", i, ") = ", mass, "; Times(", i, ") = ", time);
-        for (const std::int32_t bound : {2 * i, 2 * i + 1})
-            record.TR_PRINT("timeRangeList(", bound, "); mList(", i, "); times(", i,
-                            ") = ", time_range_list[static_cast<std::size_t>(bound)]);
+        for (const double bound : {time - percent * time / 100, time + percent * time / 100}) {
+            record.TR_PRINT("timeRangeList(", time_range_list.size(), "); mList(", i, "); times(", i, ") = ", bound);
+            time_range_list.push_back(bound);
+        }
     }
     std::vector<double> bounds = calibration.masses_from_times(time_range_list);
     for (std::size_t i = 0; 2 * i + 1 < bounds.size(); ++i) {
@@ -45,9 +43,11 @@ std::vector<double> MassTimeWindows::percentage_bounds(TraceObj& record, const M
     return bounds;
 }
 
-void MassTimeWindows::CalculateTimeIndex(const VariantArray<double>& vMassData, const CalibrationObject& mtDLL,
-                                         const VariantArray<double>& mList, double deltaMass, float percentT) {
-    routine(trace_, {"CalculateTimeIndex"}, [&](TraceObj& record) {
+}  // namespace
+
+void SpectrumParser::CalculateTimeIndex(const VariantArray<double>& vMassData, const CalibrationObject& mtDLL,
+                                        const VariantArray<double>& mList, double deltaMass, float percentT) {
+    routine(impl_->trace, {"CalculateTimeIndex"}, [&](TraceObj& record) {
         std::vector<double> bounds;
         if (percentT > 0) {
             record.TR_PRINT("Using %T window");
@@ -59,15 +59,15 @@ void MassTimeWindows::CalculateTimeIndex(const VariantArray<double>& vMassData, 
         } else {
             throw Error(error_number::routine_detected, "CalculateTimeIndex", "Invalid delta mass or percentage time");
         }
-        table_.assign(bounds.size() / 2, IndexRange{});
-        for (std::size_t i = 0; i < table_.size(); ++i)
-            table_[i] = {static_cast<double>(GetMassArrayIndexForThisMass(vMassData, bounds[2 * i])),
-                         static_cast<double>(GetMassArrayIndexForThisMass(vMassData, bounds[2 * i + 1]))};
+        impl_->windows.assign(bounds.size() / 2, IndexRange{});
+        for (std::size_t i = 0; i < impl_->windows.size(); ++i)
+            impl_->windows[i] = {static_cast<double>(GetMassArrayIndexForThisMass(vMassData, bounds[2 * i])),
+                                 static_cast<double>(GetMassArrayIndexForThisMass(vMassData, bounds[2 * i + 1]))};
     });
 }
 
-std::int32_t MassTimeWindows::GetMassArrayIndexForThisMass(const VariantArray<double>& vMassData, double mass) {
-    return routine(trace_, {"GetMassArrayIndexForThisMass"}, [&](TraceObj& record) {
+std::int32_t SpectrumParser::GetMassArrayIndexForThisMass(const VariantArray<double>& vMassData, double mass) {
+    return routine(impl_->trace, {"GetMassArrayIndexForThisMass"}, [&](TraceObj& record) {
         record.TR_PRINT(search_rule);
         record.TR_PRINT("searching mass index for mass ", mass);
         std::int32_t result = -1;
@@ -87,12 +87,6 @@ std::int32_t MassTimeWindows::GetMassArrayIndexForThisMass(const VariantArray<do
         record.TR_PRINT(search_rule);
         return result;
     });
-}
-
-const IndexRange& MassTimeWindows::range(std::int32_t position) const {
-    if (position < 0 || static_cast<std::size_t>(position) >= table_.size())
-        raise_runtime_fault(error_number::subscript, "calibrant position " + std::to_string(position));
-    return table_[static_cast<std::size_t>(position)];
 }
 
 }  // namespace korvane

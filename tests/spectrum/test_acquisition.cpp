@@ -1,0 +1,227 @@
+// Waiting for a spectrum: populated within 15 s, of the right polarity within 45 s.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/raised.h"
+#include "support/spectrum_world.h"
+
+namespace korvane {
+namespace {
+
+using testing::Contains;
+using testing::StartsWith;
+using Lines = std::vector<std::string>;
+using Metadata = std::vector<InstrumentValue>;
+
+constexpr const char* new_spectrum = "GetNewSpectrumAndVerifyDataIsPopulated";
+
+struct Acquisition : ParserWorld {
+    std::string get() {
+        return raised([&] {
+            parser.GetNewSpectrumAndVerifyDataIsPopulated(masses_seen, samples_seen, metadata, start_time_ns,
+                                                          cancelled);
+        });
+    }
+    /// The wait for the polarity, inside a measurement.
+    std::string wait() {
+        return raised([&] { parser.GetPeakInfoForCalibrantMasses(); });
+    }
+    /// Every spectrum takes so long and is changed so.
+    void every_spectrum(double seconds, std::function<void(AcquiredSpectrum&, int number)> change) {
+        instrument().acquire = [this, seconds, change](AcquiredSpectrum& answer, int number) {
+            fill(answer);
+            change(answer, number);
+            test.clock->advance(seconds);
+        };
+    }
+    void every_metadata(double seconds, const Metadata& values) {
+        every_spectrum(seconds, [=](AcquiredSpectrum& answer, int) { answer.meta_data = values; });
+    }
+
+    VariantArray<double> masses_seen, samples_seen;
+    VariantArray<InstrumentValue> metadata;
+    double start_time_ns = 0;
+    bool cancelled = true;
+};
+
+constexpr std::string_view second_spectrum_transcript = R"(
+> GetNewSpectrumAndVerifyDataIsPopulated
+  > UserHasClickedAbort
+    > GetTunePreference
+      > OpenTunePrefsXML
+    Abort value is set to 0
+  Setting up to retrieve next spectrum
+  Getting next spectrum
+  log: ===TUNE 11/21/2026 10:00:00 AM===
+  log: AUTOTUNE LOG: STATUS: spectrum (with Experiment[0], dRetentionTime[0]) gotten from GetNextSpectrum()
+  > IsDataReturnedFromGetNextSpectrumPopulated
+    LOG: WARNING: returned vMassData is empty
+    LOG: WARNING: returned YData is empty
+    LOG: WARNING: returned MetaData is empty
+  AUTOTUNE LOG: STATUS: first spectrum invalid; getting second spectrum (with Experiment[3]) gotten from GetNextSpectrum()
+  > IsDataReturnedFromGetNextSpectrumPopulated
+  recieved a spectrum
+)";
+
+TEST(NewSpectrum, SecondSpectrumOfAPassReplacesAnEmptyFirst) {
+    Acquisition test;
+    test.instrument().acquire = [&](AcquiredSpectrum& answer, int number) {
+        if (number == 2) test.fill(answer);
+    };
+    EXPECT_EQ(test.get(), "no error");
+    EXPECT_EQ(test.transcript(), second_spectrum_transcript);
+    EXPECT_EQ(test.masses_seen.size(), test.axis.size());
+    EXPECT_EQ(test.samples_seen.size(), test.samples.size());
+    EXPECT_EQ(test.metadata.size(), 2);
+    EXPECT_EQ(test.start_time_ns, SpectrumWorld::start_ns);
+    EXPECT_FALSE(test.cancelled);
+}
+
+TEST(NewSpectrum, EachArrayHasToBeThereButMayHaveNoElements) {
+    const std::function<void(AcquiredSpectrum&)> losses[] = {[](auto& answer) { answer.mass_data.clear(); },
+                                                             [](auto& answer) { answer.y_data.clear(); },
+                                                             [](auto& answer) { answer.meta_data.clear(); }};
+    for (const auto& lose : losses) {
+        Acquisition test;
+        test.every_spectrum(0, [&](AcquiredSpectrum& answer, int number) {
+            if (number < 4) lose(answer);
+        });
+        test.get();
+        EXPECT_EQ(test.instrument().spectra, 4);
+    }
+    Acquisition test;
+    test.every_spectrum(0, [](AcquiredSpectrum& answer, int) { answer.y_data = std::vector<double>{}; });
+    test.get();
+    EXPECT_EQ(test.instrument().spectra, 1);
+}
+
+TEST(NewSpectrum, PassThatBeginsWithinFifteenSecondsIsCompletedAndThenTheTimeIsUp) {
+    // Passes of two spectra that end at 5, 10, 15 and 20 s, and a single one of 20 s.
+    for (const auto& [seconds, spectra] : {std::pair{2.5, 8}, std::pair{10.0, 2}}) {
+        Acquisition test;
+        test.every_spectrum(seconds, [](AcquiredSpectrum& answer, int) { answer.y_data.clear(); });
+        EXPECT_EQ(error_of([&] { test.parser.GetPeakInfoForCalibrantMasses(); }).kind(), ErrorKind::time_out);
+        EXPECT_EQ(test.instrument().spectra, spectra);
+        EXPECT_EQ(test.get(), "5|Korvane|Invalid procedure call or argument");
+        const Lines lines = test.traced_by(new_spectrum);
+        EXPECT_EQ(Lines(lines.end() - 3, lines.end()),
+                  (Lines{"Error[0]:", "Spectrum routine Failed", "No New Spectrum received"}));
+        EXPECT_EQ(test.tune_log().back(), "AUTOTUNE LOG: WARNING: Timed out. No valid spectrum received");
+    }
+}
+
+TEST(NewSpectrum, ErrorsPassWithTheRoutinesThreeLines) {
+    struct Failure {
+        const char* raised;
+        std::function<void(Acquisition&)> prepare;
+        Lines traced;
+    };
+    const Failure failures[] = {
+        {"1||User aborted", [](auto& test) { test.request_abort(); }, {"Error[1]: User aborted"}},
+        {"91|Korvane|Object variable or With block variable not set: instrument control",
+         [](auto& test) { test.instrument().has_control = false; },
+         {"Error: pMSControl is Nothing", "Setting up to retrieve next spectrum", "Getting next spectrum",
+          "Error[91]: Object variable or With block variable not set: instrument control"}},
+        {"-77|ADC|gone",
+         [](auto& test) { test.instrument().acquire = [](auto&, int) { throw Error(-77, "ADC", "gone"); }; },
+         {"Setting up to retrieve next spectrum", "Getting next spectrum", "Error[-77]: gone"}},
+    };
+    for (const Failure& failure : failures) {
+        Acquisition test;
+        failure.prepare(test);
+        test.samples_seen = test.samples;
+        EXPECT_EQ(test.get(), failure.raised);
+        Lines lines = failure.traced;
+        lines.insert(lines.end(), {"Spectrum routine Failed", "No New Spectrum received"});
+        EXPECT_EQ(test.traced_by(new_spectrum), lines);
+        EXPECT_TRUE(test.tune_log().empty());
+        // The caller's arrays are emptied before a request, not before.
+        EXPECT_EQ(test.samples_seen.is_empty(), test.instrument().spectra == 1);
+    }
+}
+
+TEST(PolarityWait, SpectraOfTheOtherPolarityAreWaitedOut) {
+    Acquisition test;
+    test.every_spectrum(0, [](AcquiredSpectrum& answer, int number) {
+        answer.meta_data = Metadata{1, number < 3 ? 1 : 0};
+    });
+    EXPECT_EQ(test.wait(), "no error");
+    EXPECT_EQ(test.instrument().spectra, 3);
+    const Lines log = test.tune_log();
+    EXPECT_EQ(std::count(log.begin(), log.end(),
+                         "AUTOTUNE LOG: WARNING: Received spectrum with Different polarity = 1 For Experiment = 0"),
+              2);
+    EXPECT_THAT(
+        log, Contains("AUTOTUNE LOG: STATUS: Spectrum of proper polarity and experiment index was returned").Times(1));
+}
+
+TEST(PolarityWait, TimesOutAfterMoreThanFortyFiveSecondsWithTheOddLine) {
+    Acquisition test;
+    test.instrument().meta_description = Lines{"Gas", "Experiment", "Polarity (S)", "x"};
+    test.every_metadata(15, {"gas text", 1, 1, "fourth"});
+    EXPECT_EQ(test.wait(), "-8|GetPeakInfoForCalibrantMasses|Timed out waiting for a spectrum of the sought polarity");
+    EXPECT_EQ(test.instrument().spectra, 4) << "45 s is not more than 45 s";
+    EXPECT_EQ(test.tune_log().back(),
+              "AUTOTUNE LOG: WARNING: Timed out waiting for spectrum with polarity[1] and experimentIndex[fourth]");
+    test.every_metadata(50, {"gas text", 2, 1, "fourth"});
+    EXPECT_THAT(test.wait(), StartsWith("9|")) << "the line reads past the metadata";
+}
+
+TEST(PolarityWait, UnusablePolarityIsLoggedTracedAndRaised) {
+    struct Fault {
+        Metadata metadata;
+        const char* raised;
+    };
+    for (const Fault& fault : {Fault{{1, 2},
+                                     "-1|ReturnedSpectrumIsOfSoughtPolarity|Polarity MetaData Entry is NOT "
+                                     "valid (1 or 0); it was returned as 2"},
+                               Fault{{1, -1},
+                                     "-1|ReturnedSpectrumIsOfSoughtPolarity|Polarity MetaData Entry is NOT "
+                                     "valid (1 or 0); it was returned as -1"},
+                               Fault{{1}, "9|Korvane|Subscript out of range: index 1"}}) {
+        Acquisition test;
+        test.every_metadata(0, fault.metadata);
+        const std::string error = test.wait();
+        EXPECT_EQ(error, fault.raised);
+        const std::string description = error.substr(error.rfind('|') + 1);
+        Lines expected{
+            "AUTOTUNE LOG: ERROR in ReturnedSpectrumIsOfSoughtPolarity(): Error getting Polarity and "
+            "ExperimentIndex out of the MetaData Array"};
+        if (error.starts_with("-1")) expected.insert(expected.begin(), "AUTOTUNE LOG: WARNING: " + description);
+        const Lines log = test.tune_log();
+        EXPECT_EQ(Lines(log.begin() + 3, log.end()), expected);
+        EXPECT_TRUE(test.traced_by("ReturnedSpectrumIsOfSoughtPolarity").empty());
+        EXPECT_EQ(test.traced_by("WaitForSpectrumWithProperPolarityAndExperimentIndex").back(),
+                  "Error[" + error.substr(0, error.find('|')) +
+                      "] in WaitForSpectrumWithProperPolarityAndExperimentIndex(): " + description);
+    }
+}
+
+TEST(MetadataPositions, FollowTheWalkWithItsQuirksAndStayWhereAnEntryIsMissing) {
+    struct Description {
+        const char* what;
+        Lines entries;
+        std::int32_t polarity_position;  // where the polarity is then read; the other positions hold no polarity
+    };
+    const Description cases[] = {
+        {"plain", {"Gas", "Experiment", "Polarity (S)"}, 2},
+        {"names anywhere in the entry", {"my Polarity here (S)", "the Experiment no"}, 0},
+        {"second experiment entry ends the walk", {"Gas", "Experiment", "Experiment 2", "Polarity (S)"}, 0},
+        {"one entry for both", {"Gas", "Experiment Polarity (S)", "Polarity (S)"}, 1},
+        {"without the mark", {"Gas", "Experiment", "Polarity"}, 0},
+        {"other letter case", {"Gas", "Experiment", "polarity (S)"}, 0},
+    };
+    for (const Description& one : cases) {
+        Acquisition test;
+        test.instrument().meta_description = one.entries;
+        Metadata metadata(one.entries.size(), 9);
+        metadata[static_cast<std::size_t>(one.polarity_position)] = 0;
+        test.every_metadata(0, metadata);
+        EXPECT_EQ(test.wait(), "no error") << one.what;
+        test.instrument().meta_description = Lines{"Experiment"};
+        EXPECT_EQ(test.wait(), "no error") << one.what;
+    }
+}
+
+}  // namespace
+}  // namespace korvane

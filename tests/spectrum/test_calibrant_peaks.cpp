@@ -1,0 +1,288 @@
+// The calibrant peaks of one spectrum, and the search of a single window.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "instrument/peakfinder/embedded_peak_finder.h"
+#include "support/raised.h"
+#include "support/spectrum_world.h"
+
+namespace korvane {
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using testing::StartsWith;
+using Lines = std::vector<std::string>;
+using Masses = std::vector<double>;
+
+struct Calibrants : ParserWorld {
+    VariantMatrix<PeakInfo> peaks_of(const VariantArray<double>& list) {
+        return parser.GetPeakInfoForCalibrantMasses(list);
+    }
+};
+
+// A calibrant with two peaks, the scintillator setpoint at 5 on entry.
+constexpr std::string_view measurement = R"(
+> GetPeakInfoForCalibrantMasses
+  Scint NOT TTI mode; setting scint=0
+  > WaitForSpectrumWithProperPolarityAndExperimentIndex
+    log: ===TUNE 11/21/2026 10:00:00 AM===
+    log: AUTOTUNE LOG: STATUS: Waiting for spectrum with proper polarity and Experiment Index
+    Received metadescription
+    > GetMetaDataIndexesForExperimentIdxAndPolarity
+      Number of elements in vMetaDesc = 1
+      Exp MetaDataParameterIndex located
+    > GetNewSpectrumAndVerifyDataIsPopulated
+      > UserHasClickedAbort
+        > GetTunePreference
+          > OpenTunePrefsXML
+        Abort value is set to 0
+      Setting up to retrieve next spectrum
+      Getting next spectrum
+      log: AUTOTUNE LOG: STATUS: spectrum (with Experiment[3], dRetentionTime[1.5]) gotten from GetNextSpectrum()
+      > IsDataReturnedFromGetNextSpectrumPopulated
+      recieved a spectrum
+    > ReturnedSpectrumIsOfSoughtPolarity
+      log: AUTOTUNE LOG: STATUS: Spectrum of proper polarity and experiment index was returned
+  > GetAutotuneLimitValue
+    > OpenTuneParamsXML
+    Seeking Node[/QTOFTuneParams/TOF/AutotuneParameters/PeakHandling]
+  dPeakFindTimeWindow = 0.5
+  > CalculateTimeIndex
+    Using %T window
+    Masses(0) = 400; Times(0) = 20000
+    timeRangeList(0); mList(0); times(0) = 19900
+    timeRangeList(1); mList(0); times(0) = 20100
+    TimeWindow(0) = [19900, 20100]
+    MassWindow(0) = [396.0100000000001, 404.01000000000005]
+    > GetMassArrayIndexForThisMass
+      ---------------------------------------------
+      searching mass index for mass 396.0100000000001
+      mass index for mass 396.0100000000001Is 1490
+      ---------------------------------------------
+    > GetMassArrayIndexForThisMass
+      ---------------------------------------------
+      searching mass index for mass 404.01000000000005
+      mass index for mass 404.01000000000005Is 1510
+      ---------------------------------------------
+  > FindPeakForMass
+    Copy Data - actually the whole YData, after fixing problem with pre-amp offset
+    Before masstime creation
+    log: AUTOTUNE LOG: PeakFind: STATUS: dSpectrumStartTimeinNS[5003], dStartIndex[1490], EndTimeRange[1510], dStartTimeToSearch[19903], dEndTimeToSearch[20103]
+    Before PeakFinder Call
+    XStartNS is : 19903
+    EndNS is : 20103
+    starttime is : 5003
+    PeakFinder Call succeeded
+    log: AUTOTUNE LOG: PeakFind: STATUS: Number of Peaks found in range: 2
+    Found Peaks
+    SpectrumMax, #pts, #peaks, PeakAb = [100, 5499, 2, 7000]
+    Baseline is7.5
+    log: AUTOTUNE LOG: PeakFind: STATUS: Abundance of most abundant peak: 7000
+  log: AUTOTUNE LOG: STATUS: FindPeakForMass: FindPeakForMass() returned = 2
+  > GetAutotuneLimitValue
+    Seeking Node[/QTOFTuneParams/TOF/AutotuneParameters/RampParams]
+  log: AUTOTUNE LOG: INFO: FindPeakForMass: right after FindPeakForMass(),  massIndex/mass[0/400], peakInfoInNanoseconds.pkHeight = 7000
+)";
+
+TEST(CalibrantPeaks, WholeTraceAndTuneLogOfOneMeasurement) {
+    Calibrants test;
+    test.instrument().setpoint(69).value = 5;
+    test.set_peak(400.5, 7000);
+    const auto peaks = test.peaks_of(Masses{400});
+    EXPECT_EQ(test.transcript(), measurement);
+    EXPECT_EQ(test.journal_of("write"), (Lines{"write 69 = 0 (double)", "write 69 = 5 (double)"}));
+    ASSERT_EQ(peaks.rows(), 1);
+    ASSERT_EQ(peaks.columns(), 2);
+    EXPECT_EQ(peaks.at(0, 0).pkHeight, 7000);
+    EXPECT_NEAR(peaks.at(0, 1).pkCentroid, 400.5, 1e-9);
+    EXPECT_EQ(test.peaks.journal, (Lines{"interval 10", "minimum samples 3", "baseline removal 1", "start 19903",
+                                         "end 20103", "samples 5500", "run 5003"}));
+}
+
+TEST(CalibrantPeaks, WindowIsTheGivenOneOrTheConfiguredOneWhichIsTheMassWindowToo) {
+    struct Case {
+        double given;
+        const char *configured, *windows;
+        double used;
+    };
+    for (const Case& one :
+         {Case{5, "0.5", "TimeWindow(0) = [19000, 21000]", 5}, Case{0, "7", "MassWindow(0) = [400, 400]", 0},
+          Case{-1, "0", "MassWindow(0) = [400, 400]", 0},
+          Case{-1, "-0.5", "Error[-1] in CalculateTimeIndex(): Invalid delta mass or percentage time", -0.5}}) {
+        Calibrants test;
+        test.test.limit("PeakHandling", "PeakFindWindowInPercentT", one.configured);
+        double window = one.given;
+        raised([&] { test.parser.GetPeakInfoForCalibrantMasses(VariantArray<double>(Masses{400}), window); });
+        EXPECT_EQ(window, one.used) << "the caller's window is replaced by the configured one";
+        EXPECT_THAT(test.traced_by("CalculateTimeIndex"), Contains(one.windows));
+        EXPECT_THAT(test.traced_by("GetPeakInfoForCalibrantMasses"),
+                    Contains("dPeakFindTimeWindow = " + number_text(one.used)));
+    }
+}
+
+TEST(CalibrantPeaks, ScintillatorAtZeroIsStillWrittenBackAndAnErrorLeavesItAtZero) {
+    Calibrants test;
+    test.parser.GetPeakListsForCalibrantMasses();
+    EXPECT_EQ(test.journal_of("write"), Lines{"write 69 = 0 (double)"});
+    EXPECT_EQ(test.traced_by("GetPeakListsForCalibrantMasses"), Lines{"dPeakFindTimeWindow = 0.5"});
+    test.instrument().setpoint(69).value = 5;
+    test.instrument().has_control = false;
+    EXPECT_THAT(raised([&] { test.parser.GetPeakListsForCalibrantMasses(); }), StartsWith("91|"));
+    EXPECT_EQ(test.instrument().setpoint(69).value, 0);
+}
+
+TEST(CalibrantPeaks, ListKeepsItsPositionsFromZeroOn) {
+    Calibrants test;
+    const auto peaks = test.peaks_of(VariantArray<double>(Masses{400, 900}, 2));
+    ASSERT_EQ(peaks.rows(), 4);
+    const double centroids[] = {0, 0, 20000, 30000};
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(peaks.at(i, 0).pkCentroid, centroids[i]);
+    const auto error_of_list = [&](const VariantArray<double>& list) { return raised([&] { test.peaks_of(list); }); };
+    EXPECT_EQ(error_of_list(Masses{}), "9|Korvane|Subscript out of range: calibrant masses");
+    EXPECT_EQ(error_of_list(VariantArray<double>(Masses{400, 900}, -1)),
+              "9|Korvane|Subscript out of range: calibrant masses");
+    EXPECT_EQ(error_of_list(VariantArray<double>()), "13|Korvane|Type mismatch");
+    test.instrument().setpoint(128).value = 0;
+    EXPECT_EQ(test.parser.GetPeakInfoForCalibrantMasses().rows(), 4) << "the default list ends with the mass range";
+}
+
+TEST(CalibrantPeaks, HeightAtTheMinimumIsInformationAndBelowAWarning) {
+    const std::pair<double, const char*> cases[] = {
+        {1000, "AUTOTUNE LOG: INFO: FindPeakForMass: right after FindPeakForMass(),  "},
+        {std::nextafter(1000, 0), "AUTOTUNE LOG: WARNING: FindPeakForMass: right after FindPeakForMass() "},
+        {0, "AUTOTUNE LOG: WARNING: FindPeakForMass: right after FindPeakForMass() "}};
+    Calibrants test;
+    test.peaks.uncertainty = PeakUncertainty{0.25, 1, 2, 3, 4};
+    for (const auto& [height, start] : cases) {
+        test.set_peak(900, height);
+        test.peaks_of(Masses{400, 900});
+        EXPECT_EQ(test.tune_log().back(),
+                  start + ("massIndex/mass[1/900], peakInfoInNanoseconds.pkHeight = " + number_text(height)));
+        ASSERT_EQ(test.parser.last_uncertainties().size(), 2);
+        EXPECT_EQ(test.parser.last_uncertainties()[0].value().centroid, 0.25);
+        EXPECT_EQ(test.parser.last_uncertainties()[1].has_value(), height > 0);
+        const auto lists = test.parser.GetPeakListsForCalibrantMasses(VariantArray<double>(Masses{400, 900}));
+        EXPECT_EQ(test.tune_log().back(), start + ("massIdx/mass[1/900], peakList.GetPeakAttributeInfo(0, "
+                                                   "True).pkHeight = " +
+                                                   number_text(height)));
+        ASSERT_EQ(lists.size(), 2);
+        EXPECT_NEAR(lists.at(0)->GetPeakAttributeInfo(0, true).pkCentroid, 400, 1e-9);
+        EXPECT_EQ(lists.at(1)->count(), height > 0);
+    }
+    EXPECT_THAT(test.tune_log(),
+                Contains("AUTOTUNE LOG: PeakFind: STATUS: Abundance of most abundant peak: 0").Times(2));
+    test.instrument().has_control = false;
+    EXPECT_THROW(test.peaks_of(Masses{400}), Error);
+    EXPECT_TRUE(test.parser.last_uncertainties().empty());
+}
+
+// Single windows, through the public members.
+
+struct WindowSearch : Calibrants {
+    WindowSearch() { set_window(400, 1.0F); }
+    void set_window(double mass, float percent) {
+        parser.CalculateTimeIndex(axis, instrument().calibrations[0], Masses{mass}, 0, percent);
+    }
+    std::string find() {
+        return raised([&] {
+            found = parser.FindPeakForMass(0, SpectrumWorld::start_ns, samples, ns, amu, baseline, calibration);
+        });
+    }
+    bool outputs_untouched() const { return ns == PeakInfo{1, 1, 1, 1, 1, 1, 1, 1} && amu == ns && baseline == -3; }
+
+    CalibrationObject calibration = instrument().calibrations[0];
+    std::int32_t found = -1;
+    PeakInfo ns{1, 1, 1, 1, 1, 1, 1, 1}, amu = ns;
+    double baseline = -3;
+};
+
+TEST(WindowSearch, WhatItDoesNotTakeLeavesTheRecordsAsTheyWere) {
+    struct Case {
+        std::function<void(WindowSearch&)> prepare;
+        std::int32_t found;
+        Lines traced;  // the last lines of a search
+    };
+    const auto peak_at = [](double time_ns) {
+        return [=](WindowSearch& test) {
+            test.peaks.peaks.resize(1);
+            test.peaks.peaks[0].pkCentroid = time_ns;
+        };
+    };
+    const Case cases[] = {
+        {[](auto& test) { test.samples.clear(); }, 0, {"Error : Empty Y Data"}},
+        {[](auto& test) { test.peaks.returns_no_list = true; },
+         0,
+         {"PeakList is not set by PeakFinder", "Baseline is-3"}},
+        {[](auto& test) { test.peaks.peaks.clear(); },
+         0,
+         {"PeakFinder Call succeeded", "NO Peaks Found IN the requested time range", "NO Peaks Found",
+          "Baseline is-3"}},
+        // The window's edges themselves, and windows that leave the mass axis, which is from 25.03 to 3599.3 amu.
+        {peak_at(19803), 1, {"SpectrumMax, #pts, #peaks, PeakAb = [100, 5499, 1, 5000]", "Baseline is-3"}},
+        {peak_at(20203), 1, {"SpectrumMax, #pts, #peaks, PeakAb = [100, 5499, 1, 5000]", "Baseline is-3"}},
+        {[](auto& test) { test.set_window(25.5, 2.0F); }, 0, {"Baseline is-3"}},
+        {[](auto& test) { test.set_window(3590, 2.0F); }, 0, {"Baseline is-3"}},
+    };
+    for (const Case& one : cases) {
+        WindowSearch test;
+        one.prepare(test);
+        if (one.traced.size() == 1) test.instrument().make_finder = [] { return make_peak_finder(); };
+        EXPECT_EQ(test.find(), "no error");
+        EXPECT_EQ(test.found, one.found);
+        EXPECT_TRUE(test.outputs_untouched());
+        const Lines lines = test.traced_by("FindPeakForMass");
+        EXPECT_EQ(Lines(lines.end() - static_cast<long>(one.traced.size()), lines.end()), one.traced);
+        if (!test.samples.is_empty()) {
+            EXPECT_EQ(test.tune_log().back(), "AUTOTUNE LOG: PeakFind: STATUS: Abundance of most abundant peak: 1");
+        }
+    }
+}
+
+TEST(WindowSearch, FaultsLeaveTheRecordsAsTheyWere) {
+    const std::pair<std::function<void(WindowSearch&)>, const char*> cases[] = {
+        {[](auto& test) { test.calibration = nullptr; },
+         "91|Korvane|Object variable or With block variable not set: mass-time calibration"},
+        {[](auto& test) { test.instrument().sampling_interval_seconds = 1e300; },
+         "6|Korvane|Overflow: sampling interval"},
+        {[](auto& test) { test.samples = Masses(5500, 3e9); }, "6|Korvane|Overflow: 3000000000"}};
+    for (const auto& [prepare, error] : cases) {
+        WindowSearch test;
+        prepare(test);
+        EXPECT_EQ(test.find(), error);
+        EXPECT_TRUE(test.outputs_untouched());
+        EXPECT_THAT(test.traced_by("FindPeakForMass").back(), HasSubstr("] in FindPeakForMass(): "));
+    }
+}
+
+TEST(WindowSearch, EndPastTheLastSampleIsClamped) {
+    for (const std::size_t samples : {1500U, 1520U, 1521U, 1600U}) {
+        WindowSearch test;
+        test.samples = Masses(samples, 100.0);
+        test.find();
+        EXPECT_THAT(test.peaks.journal, Contains(text_of("end ", std::min(5003 + 10.0 * (samples - 1), 20203.0))));
+    }
+}
+
+TEST(WindowSearch, WholeListComesInTheUnitsAskedFor) {
+    WindowSearch test;
+    PeakListObject list;
+    const auto find = [&](enumPeakInfoUnits units) {
+        return test.parser.FindPeakListForMass(0, SpectrumWorld::start_ns, test.samples, list, test.baseline,
+                                               test.calibration, units);
+    };
+    EXPECT_EQ(find(enumPeakInfoUnits::ns), 1);
+    EXPECT_EQ(list->GetPeakAttributeInfo(0, true).pkCentroid, 20000);
+    EXPECT_EQ(test.baseline, 7.5);
+    EXPECT_EQ(find(enumPeakInfoUnits::amu), 1);
+    EXPECT_NEAR(list->GetPeakAttributeInfo(0, true).pkCentroid, 400, 1e-9);
+    list = nullptr;
+    test.samples.clear();
+    EXPECT_EQ(find(enumPeakInfoUnits::amu), 0);
+    EXPECT_EQ(list, nullptr);
+}
+
+}  // namespace
+}  // namespace korvane

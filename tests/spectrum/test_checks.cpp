@@ -1,0 +1,174 @@
+// Whether the spectrum shown is one to tune on.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/raised.h"
+#include "support/spectrum_world.h"
+
+namespace korvane {
+namespace {
+
+using testing::StartsWith;
+using Lines = std::vector<std::string>;
+
+constexpr const char* verify_name = "VerifyInstrumentIsShowingValidCalibrantSpectrum";
+constexpr const char* dual_gain_name = "AbundancesAreBelowDualGainThreshold";
+
+struct Checks : ParserWorld {
+    std::string verify() {
+        return raised([&] { parser.VerifyInstrumentIsShowingValidCalibrantSpectrum(); });
+    }
+    bool below(const std::vector<double>& of) { return parser.AbundancesAreBelowDualGainThreshold(of); }
+    Lines verify_lines() const {
+        Lines found;
+        for (const std::string& line : tune_log())
+            if (line.starts_with("STATUS: Verify Spectrum: ")) found.push_back(line.substr(25));
+        return found;
+    }
+    /// A change before the n-th spectrum.
+    void before_spectrum(int chosen, std::function<void()> change) {
+        instrument().acquire = [this, chosen, change](AcquiredSpectrum& spectrum, int number) {
+            fill(spectrum);
+            if (number == chosen) change();
+        };
+    }
+};
+
+const Lines invalid_traced{
+    "InstrumentIsShowingValidCalibrantSpectrum() resulted in [10000, 1000], [20000, 5000], [0, "
+    "0], [40000, 5000], [50000, 5000]",
+    "NumCalibrantMassesWithSufficientAbundances = 3", "Current Spectrum is NOT Valid Calib Spectrum"};
+
+TEST(VerifySpectrum, ThreeCalibrantsAboveTheMinimumAreTooFewInEachOfThreeSpectra) {
+    Checks test;
+    test.set_peak(100, 1000);  // the minimum itself
+    test.set_peak(900, 0);
+    EXPECT_EQ(test.verify(),
+              "-821|VerifyInstrumentIsShowingValidCalibrantSpectrum|Insufficient number of calibrant ions detected in "
+              "current spectral data for Autotune to continue.\r\n\r\nCalibration solution in Bottle B may have run "
+              "out, or there may be a hardware or configuration problem.");
+    EXPECT_EQ(test.instrument().spectra, 3);
+    Lines logged, traced;
+    for (const char* number : {"1", "2", "3"}) {
+        logged.push_back(
+            "MinimumAcceptableAbundance[1000]; Got these peaks: [[10000, 1000], [20000, 5000], [0, 0], "
+            "[40000, 5000], [50000, 5000]]");
+        logged.push_back("Not Valid Spectrum; NumInvalidSpectra: [" + std::string(number) + "]");
+        traced.insert(traced.end(), invalid_traced.begin(), invalid_traced.end());
+    }
+    EXPECT_EQ(test.verify_lines(), logged);
+    const Lines own = test.traced_by(verify_name);
+    ASSERT_EQ(own.size(), 11);
+    EXPECT_EQ(Lines(own.begin(), own.begin() + 9), traced);
+    EXPECT_EQ(own[9], "Valid Calib Spectrum NOT found");
+    EXPECT_THAT(own[10], StartsWith("Error[-821] in VerifyInstrumentIsShowingValidCalibrantSpectrum(): Insuff"));
+}
+
+TEST(VerifySpectrum, FourCalibrantsSufficeAlsoInTheThirdSpectrum) {
+    for (const int coming_back : {1, 3}) {
+        Checks test;
+        test.set_peak(100, 1000);
+        test.set_peak(900, 0);
+        test.before_spectrum(coming_back, [&] { test.set_peak(900, 5000); });
+        EXPECT_EQ(test.verify(), "no error");
+        EXPECT_EQ(test.instrument().spectra, coming_back);
+        EXPECT_EQ(test.verify_lines().back(), "Valid Spectrum");
+        const Lines own = test.traced_by(verify_name);
+        EXPECT_EQ(Lines(own.end() - 3, own.end()),
+                  (Lines{"NumCalibrantMassesWithSufficientAbundances = 4", "Current Spectrum is Valid Calib Spectrum",
+                         "Valid Calib Spectrum found"}));
+    }
+}
+
+TEST(VerifySpectrum, RehearsedErrorComesBeforeAnySpectrumAndOnlyForTheExactWord) {
+    struct Case {
+        const char *word, *number, *raised;
+    };
+    const Case cases[] = {
+        {"yes", "-33", "no error"},
+        {"YES", "-33", "no error"},
+        {"Yes.", "-33", "no error"},
+        {"Yes", "-33.5", "-34||rehearsed"},
+        {"Yes", "0", "5|Korvane|Invalid procedure call or argument: TriggerErrorin_TriggerErrorNumber is 0"},
+        {"Yes", "x", "13|Korvane|Type mismatch: [x] (TriggerErrorin_TriggerErrorNumber in TunePreferences.xml)"}};
+    for (const Case& one : cases) {
+        Checks test;
+        test.test.preference("TriggerErrorin_TriggerErrorNumber", one.number);
+        test.test.preference("TriggerErrorin_TriggerErrorString", "rehearsed");
+        test.test.preference("TriggerError_VerifyInstrumentIsShowingValidCalibrantSpectrum", one.word);
+        EXPECT_EQ(test.verify(), one.raised);
+        EXPECT_EQ(test.instrument().spectra, one.raised == std::string("no error"));
+    }
+}
+
+TEST(DualGain, HeightAtTheLimitIsNotBelowIt) {
+    for (const double mass : {100.0, 900.0, 2500.0}) {
+        Checks test;
+        test.set_peak(900, 99000);
+        test.set_peak(mass, 99999.9);
+        EXPECT_TRUE(test.below(test.masses)) << mass;
+        test.set_peak(mass, 100000);
+        EXPECT_FALSE(test.below(test.masses)) << mass;
+        EXPECT_EQ(test.traced_by(dual_gain_name).back(), "returning FALSE");
+    }
+}
+
+TEST(DualGain, MassesNotChosenMayBeAboveTheLimit) {
+    // Only the low, the most abundant and the high mass are looked at; the last measurement of 400 alone is too high.
+    Checks test;
+    test.set_peak(900, 50000);
+    test.before_spectrum(2, [&] { test.set_peak(400, 300000); });
+    EXPECT_TRUE(test.below(test.masses));
+    EXPECT_EQ(test.traced_by(dual_gain_name), (Lines{"Abundances[100, 900, 2500] = [5000, 50000, 5000]",
+                                                     "LowMassAb, MostAbMassAb, HighMassAb = [5000, 50000, 5000]",
+                                                     "MaxAllowableAb = 100000", "returning TRUE"}));
+    EXPECT_EQ(test.instrument().spectra, 4);
+}
+
+TEST(DualGain, MostAbundantMassIsChosenByItsRules) {
+    struct Case {
+        const char* what;
+        std::vector<double> masses;
+        std::vector<double> heights;
+        int row, chosen;
+    };
+    const Case cases[] = {
+        {"a later peak", {100, 400, 900}, {5000, 6000, 7000}, 2, 2},
+        {"tie keeps the earlier", {100, 400, 900}, {5000, 7000, 7000}, 1, 1},
+        {"highest low mass stays", {100, 400, 900}, {9000, 7000, 7000}, 0, 0},
+        {"too near the low mass", {100, 100.5, 900}, {5000, 9000, 6000}, 2, 2},
+        {"one mass", {400}, {5000}, 0, 0},
+    };
+    for (const Case& one : cases) {
+        Checks test;
+        test.test.limit("PeakHandling", "PeakFindWindowInPercentT", "0.1");
+        test.peaks.peaks.clear();
+        Lines traced{"Finding largest peak in list (other than low mass)"};
+        for (std::size_t i = 0; i < one.masses.size(); ++i) {
+            test.set_peak(one.masses[i], one.heights[i]);
+            traced.push_back(
+                text_of("Peak[", i, "] = [", SpectrumWorld::time_ns(one.masses[i]), ", ", one.heights[i], "]"));
+        }
+        traced.insert(traced.end(),
+                      {text_of("Most Abundant Mass Idx = ", one.row), "Searching Calibrant Masses for matching mass",
+                       text_of("CalibrantIdx of most abundant mass = ", one.chosen)});
+        test.below(one.masses);
+        EXPECT_EQ(test.traced_by("FindIndexOfMostAbundantMasses"), traced) << one.what;
+        EXPECT_EQ(test.instrument().spectra, 4) << one.what;
+    }
+}
+
+TEST(DualGain, ErrorReachesTheCallerThroughBothHandlers) {
+    Checks test;
+    test.set_peak(2500, 0);
+    EXPECT_EQ(raised([&] { test.below(test.masses); }), "-1|GetPeakAttribute()|No peaks returned by peakfinder");
+    EXPECT_EQ(test.traced_by(dual_gain_name),
+              Lines{"AbundancesAreBelowDualGainThreshold.Error[-1] in AbundancesAreBelowDualGainThreshold(): No peaks "
+                    "returned by peakfinder"});
+    test.instrument().has_control = false;
+    EXPECT_THAT(raised([&] { test.below(test.masses); }), StartsWith("91|"));
+    EXPECT_EQ(test.traced_by("FindIndexOfMostAbundantMasses").back(), "FindIndexOfMostAbundantMasses.Error[91]");
+}
+
+}  // namespace
+}  // namespace korvane

@@ -1,0 +1,150 @@
+// The peaks of one mass or of one stretch of time.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "support/raised.h"
+#include "support/spectrum_world.h"
+
+namespace korvane {
+namespace {
+
+using testing::StartsWith;
+using Lines = std::vector<std::string>;
+using Heights = std::vector<double>;
+
+constexpr const char* no_peaks = "-1|GetPeakAttribute()|No peaks returned by peakfinder";
+
+struct Peaks : ParserWorld {
+    /// The peak of 900 shows in the n-th spectrum and later ones only.
+    void peak_from_spectrum(int first) {
+        set_peak(900, 0);
+        instrument().acquire = [this, first](AcquiredSpectrum& spectrum, int number) {
+            fill(spectrum);
+            if (number == first) set_peak(900, 4321);
+        };
+    }
+};
+
+constexpr std::string_view one_mass_transcript = R"(
+> GetPeakAttribute
+  > GetPeakAttributes
+    PeakListWindowStart[29996.666481460903], PeakListWindowEnd[30003.33314816872]
+    > GetPeakList
+      maxpeaks: 0
+      Getting spectrum data
+      Elements in lYValuesToSearch[] = 5500; copying spectrum data to local copy
+      lYValuesToSearch count 5500
+      dSpectrumStartTimeInNS = 5003
+      GetPeakList.GettingPeakListInTimeWindow[startTimeinNS, endTimeinNS, dSpectrumStartTimeInNS] = [29996.666481460903, 30003.33314816872, 5003]
+      Before PeakFinder Call
+      XStartNS is : 29996.666481460903
+      EndNS is : 30003.33314816872
+      starttime is : 5003
+      PeakFinder Call succeeded
+      # Peak Found: 1
+      Peak[0].pkApexX,.pkHeight: [30000, 5000]
+)";
+
+TEST(PeakAttributes, EachCalculationReturnsItsOwnValueOfThePeakInTheWindow) {
+    Peaks test;
+    const auto value = [&](int type) { return test.parser.GetPeakAttribute(static_cast<PeakCalcType>(type), 900); };
+    EXPECT_EQ(value(1), 30000);
+    EXPECT_EQ(test.transcript(), one_mass_transcript);
+    EXPECT_NEAR(value(2), 900, 1e-9);
+    EXPECT_EQ(value(3), 9000);
+    EXPECT_EQ(value(4), 15);
+    EXPECT_EQ(value(5), 5000);
+    EXPECT_EQ(value(6), 10000);
+    const int spectra = test.instrument().spectra;
+    for (const int type : {0, 7, -1}) EXPECT_EQ(value(type), 0);
+    EXPECT_EQ(test.instrument().spectra, spectra) << "an unknown calculation measured";
+}
+
+TEST(PeakAttributes, MostAbundantPeakComesInTheUnitsAskedFor) {
+    Peaks test;
+    test.set_peak(901, 8000);
+    EXPECT_NEAR(test.parser.GetPeakAttributes(900, 5).pkCentroid, 901, 1e-9);
+    EXPECT_NEAR(test.parser.GetPeakAttributes(900, 5, enumPeakInfoUnits::ns).pkCentroid, SpectrumWorld::time_ns(901),
+                1e-9);
+    const auto list = test.parser.GetPeakListOfOnlyThisOneMass(900, 5);
+    EXPECT_EQ(list->count(), 2);
+    EXPECT_NEAR(list->GetPeakAttributeInfo(0, true).pkCentroid, 900, 1e-9) << "the list itself is not ordered";
+}
+
+TEST(PeakAttributes, EmptyWindowIsSearchedOnceMoreInAFreshSpectrum) {
+    for (const int first : {2, 3}) {
+        Peaks test;
+        test.peak_from_spectrum(first);
+        double height = 0;
+        EXPECT_EQ(raised([&] { height = test.parser.GetPeakAttributes(900).pkHeight; }),
+                  first == 2 ? "no error" : no_peaks);
+        EXPECT_EQ(height, first == 2 ? 4321 : 0);
+        EXPECT_EQ(test.instrument().spectra, 2);
+    }
+}
+
+TEST(PeakAttributes, NoPeakIsAnErrorAnEmptyRecordOrAZero) {
+    Peaks test;
+    test.set_peak(900, 0);
+    EXPECT_EQ(raised([&] { test.parser.GetPeakListOfOnlyThisOneMass(900); }), no_peaks);
+    EXPECT_EQ(test.traced_by("GetPeakListOfOnlyThisOneMass").back(),
+              "Error[-1] in GetPeakListOfOnlyThisOneMass(): No peaks returned by peakfinder");
+    EXPECT_EQ(test.parser.GetPeakAttributes(900, 0.2, enumPeakInfoUnits::amu, false), PeakInfo{});
+    EXPECT_EQ(raised([&] { test.parser.GetPeakAttribute(PeakCalcType::Height, 900); }), no_peaks);
+    test.test.trace().lines.clear();
+    EXPECT_EQ(test.parser.GetPeakAttribute(PeakCalcType::Height, 900, 0.2, true), 0);
+    EXPECT_EQ(test.traced_by("GetPeakAttribute"),
+              (Lines{"error[-1] in GetPeakAttribute(): No peaks returned by peakfinder",
+                     "no peaks returned, returning 0 height"}));
+    test.instrument().has_control = false;
+    EXPECT_THAT(raised([&] { test.parser.GetPeakAttribute(PeakCalcType::Height, 900, 0.2, true); }), StartsWith("91|"));
+}
+
+TEST(PeakList, FailureTracesTheShortLineAndRaises) {
+    Peaks test;
+    const auto list = [&] { return raised([&] { test.parser.GetPeakList(0, 1); }); };
+    test.peaks.returns_no_list = true;
+    EXPECT_EQ(list(), "91|Korvane|Object variable or With block variable not set: peak list");
+    EXPECT_EQ(test.traced_by("GetPeakList").back(), "GetPeakList.Error[91]");
+    test.instrument().acquire = nullptr;
+    EXPECT_EQ(list(), "13|Korvane|Type mismatch");
+}
+
+Heights heights_of(const PeakList& list) {
+    Heights heights;
+    for (std::int32_t i = 0; i < list.count(); ++i) heights.push_back(list.GetPeakAttributeInfo(i, true).pkHeight);
+    return heights;
+}
+
+TEST(PeakList, MaxPeaksKeepsTheMostAbundantOnesInTheirOldOrder) {
+    Peaks test;
+    test.peaks.peaks.clear();
+    test.peaks.uncertainty = PeakUncertainty{0.25, 1, 2, 3, 4};
+    for (const auto& [mass, height] : {std::pair{100.0, 5}, {400.0, 9}, {900.0, 1}, {1600.0, 8}, {2500.0, 5}})
+        test.set_peak(mass, height);
+    for (const int all : {0, -1, 5, 6})
+        EXPECT_EQ(heights_of(*test.parser.GetPeakList(5000, 60000, all)), (Heights{5, 9, 1, 8, 5}));
+    EXPECT_EQ(heights_of(*test.parser.GetPeakList(5000, 60000, 3)), (Heights{5, 9, 8})) << "a tie keeps the earlier";
+
+    const PeakListObject kept = test.parser.GetPeakList(5000, 60000, 2);
+    kept->order(height_position, 1);
+    EXPECT_EQ(heights_of(*kept), (Heights{8, 9}));
+    kept->order(height_position, 0);
+    EXPECT_EQ(heights_of(*kept), (Heights{9, 8})) << "ordering brought a dropped peak back";
+    EXPECT_EQ(kept->uncertainty(1)->centroid, 0.25);
+    for (const std::int32_t outside : {-1, 2})
+        for (const bool uncertainty : {false, true})
+            EXPECT_EQ(raised([&] {
+                          uncertainty ? (void)kept->uncertainty(outside)
+                                      : (void)kept->GetPeakAttributeInfo(outside, true);
+                      }),
+                      "9|Korvane|Subscript out of range: peak " + std::to_string(outside));
+    kept->convert(*test.instrument().calibrations[0], convert_to_amu_mode);
+    EXPECT_NEAR(kept->GetPeakAttributeInfo(0, true).pkCentroid, 400, 1e-9);
+    EXPECT_EQ(kept->GetPeakAttributeInfo(0, false).pkCentroid, 20000);
+}
+
+}  // namespace
+}  // namespace korvane
