@@ -20,37 +20,21 @@ const std::string search_name = "BinaryAdjustAbundanceDownUsingThisSetpoint";
 TEST(SearchRules, BoundsResolutionAndToleranceDecideAsDefined) {
     struct Rule {
         const char* what;
-        double target, low, high, resolution, tolerance;
-        double result;
+        double target, low, high, resolution, tolerance, result;
         End end;
         std::vector<double> probes;
     };
+    constexpr End unreached = End::target_never_reached;
     const Rule rules[] = {
-        {"a lone upper bound takes the mark as lower bound",
-         251000,
-         not_given,
-         80,
-         1e8,
-         0,
-         70,
-         End::target_never_reached,
-         {}},
-        {"the same, one step", 251000, not_given, 80, 6e7, 0, 70, End::target_never_reached, {(80 + not_given) / 2}},
-        {"a lone lower bound is ignored", 500000, 40, not_given, not_given, 20000, 50, End::within_tolerance, {50}},
-        {"a resolution beyond half the range probes nothing",
-         251000,
-         0,
-         100,
-         50.5,
-         0,
-         70,
-         End::target_never_reached,
-         {}},
-        {"a step of the resolution itself is taken", 251000, 0, 100, 50, 0, 70, End::target_never_reached, {50}},
-        {"an abundance equal to the target is under it", 500000, 0, 100, 30, 0, 50, End::resolution_reached, {50}},
+        {"lone upper bound, the mark below", 251000, not_given, 80, 1e8, 0, 70, unreached, {}},
+        {"the same, one step", 251000, not_given, 80, 6e7, 0, 70, unreached, {(80 + not_given) / 2}},
+        {"lone lower bound is ignored", 500000, 40, not_given, not_given, 20000, 50, End::within_tolerance, {50}},
+        {"resolution beyond half the range", 251000, 0, 100, 50.5, 0, 70, unreached, {}},
+        {"a step of the resolution itself is taken", 251000, 0, 100, 50, 0, 70, unreached, {50}},
+        {"abundance equal to the target is under it", 500000, 0, 100, 30, 0, 50, End::resolution_reached, {50}},
         // 20000 x (1000 transients / 10000) / 10 = 200 counts around the scaled target.
         {"tolerance is strict", 502000, 0, 100, 30, 20000, 50, End::resolution_reached, {50}},
-        {"tolerance is divided by the speed-up factor", 501990, 0, 100, 30, 20000, 50, End::within_tolerance, {50}},
+        {"tolerance divided by the speed-up factor", 501990, 0, 100, 30, 20000, 50, End::within_tolerance, {50}},
     };
     for (const Rule& rule : rules) {
         SCOPED_TRACE(rule.what);
@@ -59,8 +43,9 @@ TEST(SearchRules, BoundsResolutionAndToleranceDecideAsDefined) {
         test.test.limit("Calibration", "BinarySearchAbTolerance", number_text(rule.tolerance));
         EXPECT_EQ(test.adjust(rule.target, rule.low, rule.high, rule.resolution), rule.result);
         EXPECT_EQ(test.outcome().end, rule.end);
-        ASSERT_EQ(test.outcome().probes.size(), rule.probes.size());
-        for (std::size_t i = 0; i < rule.probes.size(); ++i) EXPECT_EQ(test.outcome().probes[i].value, rule.probes[i]);
+        std::vector<double> probes;
+        for (const AdjustProbe& probe : test.outcome().probes) probes.push_back(probe.value);
+        EXPECT_EQ(probes, rule.probes);
         EXPECT_TRUE(test.journal_of("firmware").empty()) << "\"yes\" is not \"Yes\"";
     }
 }
