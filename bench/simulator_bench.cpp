@@ -2,7 +2,6 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/ratio.h"
-#include "instrument/simulator/setpoint_bank.h"
 #include "instrument/simulator/spectrum_generator.h"
 
 namespace korvane::bench {
@@ -14,9 +13,10 @@ void simulated_spectrum(benchmark::State& state, DetectorStatistics statistics) 
     Scene scene = default_scene();
     scene.detector.statistics = statistics;
     scene.setpoints["SamplingRate"] = 3;  // 4 GHz: 600,000 samples
-    SetpointBank bank(scene);
+    embedded::Setpoints setpoints("bench");
+    setpoints.preset(scene.setpoints);
     SpectrumGenerator generator(scene, 1);
-    const auto conditions = acquisition_conditions(scene, 0, [&](int index) { return bank.actual(index); });
+    const auto conditions = acquisition_conditions(scene, 0, setpoints);
     int number = 0;
     for (auto _ : state) benchmark::DoNotOptimize(generator.generate(number++, conditions, {10000, 1}, 1));
 }

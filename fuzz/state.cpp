@@ -1,7 +1,6 @@
 #include <string>
 
 #include "fuzz/targets.h"
-#include "instrument/simulator/instrument_state.h"
 #include "instrument/simulator/scene.h"
 #include "korvane/error.h"
 

@@ -1,15 +1,17 @@
 #include "instrument/replay/recorder.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <vector>
 
+#include "instrument/embedded/setpoints.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "instrument/replay/mzml_writer.h"
-#include "instrument/replay/replay_setpoints.h"
 #include "platform/automation_arithmetic.h"
 #include "platform/safe_save.h"
 
@@ -76,11 +78,13 @@ private:
 
     /// By the rule by which the library itself finds the polarity.
     PolaritySetpoint polarity(const AcquiredSpectrum& spectrum) {
-        const std::string name = globals_->setpoints().external_name(setpoint::polarity);
+        const std::string name = globals_->setpoints().external_name(contract::setpoint.polarity);
         const auto description = globals_->control()->GetMetaDescription();
         for (std::size_t i = 0; i < std::min(description.size(), spectrum.meta_data.size()); ++i) {
             const std::string& entry = description.elements()[i];
-            if (entry.find(name) == std::string::npos || entry.find("(S)") == std::string::npos) continue;
+            if (entry.find(name) == std::string::npos ||
+                entry.find(contract::metadata_name.setpoint_mark) == std::string::npos)
+                continue;
             const std::int16_t value = to_int16(spectrum.meta_data.elements()[i]);
             if (value != 0 && value != 1) fail("the metadata give the polarity " + std::to_string(value));
             return static_cast<PolaritySetpoint>(value);
@@ -102,13 +106,16 @@ private:
         }
     }
 
-    /// Those that a replay has.
+    /// Those that the library reads, and the quadrupole's.
     std::map<std::string, double> setpoints() {
+        using Contract = std::array<contract::Number, sizeof(contract::Setpoints) / sizeof(contract::Number)>;
+        const auto read_ones = std::bit_cast<Contract>(contract::setpoint);
         SetpointTable& table = globals_->setpoints();
-        ReplaySetpoints known;
         std::map<std::string, double> values;
         for (const std::int32_t index : table.indexes())
-            if (known.has(index)) values[known.internal_name(index)] = to_double(table.value(index, 0, 0));
+            if (index == embedded::quad_amu_setpoint ||
+                std::ranges::find(read_ones, index, &contract::Number::key) != read_ones.end())
+                values.emplace(embedded::setpoint_definition(index).internal_name, to_double(table.value(index, 0, 0)));
         return values;
     }
 

@@ -10,7 +10,7 @@ namespace korvane::replay {
 
 namespace {
 
-constexpr double infinite = std::numeric_limits<double>::infinity();
+constexpr double nowhere_near = std::numeric_limits<double>::infinity();
 
 double rounding_of_32_bit(double value) {
     const auto rounded = static_cast<float>(value);
@@ -28,14 +28,14 @@ public:
         const double mass_step = mass_at(step + 1) - here;
         const double granted = is_32_bit_ ? rounding_of_32_bit(mass) : 0;
         const double off = std::abs(mass - here) - granted;
-        return mass_step > 0 ? std::max(0.0, off) / mass_step : infinite;
+        return mass_step > 0 ? std::max(0.0, off) / mass_step : nowhere_near;
     }
 
     double nearest_step(double mass) const {
         try {
             return std::round((calibration_.time_from_mass(mass) - scale_.origin_ns) / scale_.interval_ns);
         } catch (const Error&) {
-            return infinite;  // no flight time: the mass does not lie on this axis
+            return nowhere_near;  // no flight time: the mass does not lie on this axis
         }
     }
 
@@ -58,12 +58,12 @@ SamplePositions locate_samples(std::span<const double> mz, const MassTimeCalibra
     positions.steps.reserve(mz.size());
     for (std::size_t i = 0; i < mz.size() && positions.met(); ++i) {
         std::int64_t step = i == 0 ? 0 : positions.steps.back() + 1;
-        double deviation = i == 0 ? infinite : locator.deviation(mz[i], step);
+        double deviation = i == 0 ? nowhere_near : locator.deviation(mz[i], step);
         if (deviation > largest_deviation_steps) {
             const double nearest = locator.nearest_step(mz[i]);
             const bool ascends = std::abs(nearest) < 1e15 && (i == 0 || nearest >= static_cast<double>(step));
             step = ascends ? static_cast<std::int64_t>(nearest) : step;
-            deviation = ascends ? locator.deviation(mz[i], step) : infinite;
+            deviation = ascends ? locator.deviation(mz[i], step) : nowhere_near;
         }
         positions.steps.push_back(step);
         if (deviation <= positions.worst_deviation_steps && i > 0) continue;

@@ -4,8 +4,6 @@
 #include <array>
 #include <cmath>
 
-#include "instrument/simulator/setpoint_definitions.h"
-
 namespace korvane::simulation {
 
 namespace {
@@ -15,8 +13,9 @@ struct SamplingRate {
     std::int32_t transients_setpoint;
 };
 
-constexpr std::array<SamplingRate, 3> sampling_rates{
-    {{1e-9, setpoint::transients_1_ghz}, {0.5e-9, setpoint::transients_2_ghz}, {0.25e-9, setpoint::transients_4_ghz}}};
+constexpr std::array<SamplingRate, 3> sampling_rates{{{1e-9, contract::setpoint.transients_1_ghz},
+                                                      {0.5e-9, contract::setpoint.transients_2_ghz},
+                                                      {0.25e-9, contract::setpoint.transients_4_ghz}}};
 
 // Beyond these everything saturates or is flat anyway.
 constexpr double most_ions = 1e9;
@@ -27,12 +26,12 @@ std::size_t rate_slot(std::int32_t sampling_rate_code) {
     return static_cast<std::size_t>(std::clamp(sampling_rate_code, 1, 3) - 1);
 }
 
-void apply_responses(const Scene& scene, const SetpointReader& value, AcquisitionConditions& conditions) {
-    const auto source_type = static_cast<std::int32_t>(value(setpoint::source_type));
+void apply_responses(const Scene& scene, const embedded::Setpoints& setpoints, AcquisitionConditions& conditions) {
+    const auto source_type = static_cast<std::int32_t>(setpoints.actual(contract::setpoint.source_type));
     for (const ResponseCurve& curve : scene.responses) {
         if (!curve.holds_for(source_type, conditions.polarity)) continue;
-        const double default_value = find_setpoint(curve.setpoint)->default_value;
-        const double current = value(curve.setpoint);
+        const double default_value = embedded::setpoint_definition(curve.setpoint).default_value;
+        const double current = setpoints.actual(curve.setpoint);
         if (current == default_value) continue;
         switch (curve.acts_on) {
             case ResponseTarget::ions:
@@ -61,32 +60,33 @@ double sampling_interval_seconds(std::int32_t sampling_rate_code) {
     return sampling_rates[rate_slot(sampling_rate_code)].interval_seconds;
 }
 
-AcquisitionConditions acquisition_conditions(const Scene& scene, std::int32_t polarity, const SetpointReader& value) {
-    const std::size_t rate = rate_slot(static_cast<std::int32_t>(value(setpoint::sampling_rate)));
+AcquisitionConditions acquisition_conditions(const Scene& scene, std::int32_t polarity,
+                                             const embedded::Setpoints& setpoints) {
+    const std::size_t rate = rate_slot(static_cast<std::int32_t>(setpoints.actual(contract::setpoint.sampling_rate)));
     AcquisitionConditions conditions;
     conditions.polarity = polarity;
     conditions.sampling_interval_ns = sampling_rates[rate].interval_seconds * 1e9;
     conditions.sample_count =
         static_cast<std::size_t>(scene.instrument.spectrum_duration_ns / conditions.sampling_interval_ns);
-    conditions.transients = static_cast<std::int32_t>(value(sampling_rates[rate].transients_setpoint));
+    conditions.transients = static_cast<std::int32_t>(setpoints.actual(sampling_rates[rate].transients_setpoint));
     conditions.scan_seconds = conditions.transients / scene.instrument.transients_per_second;
 
-    const auto gain_mode = static_cast<std::size_t>(value(setpoint::gain_mode));
+    const auto gain_mode = static_cast<std::size_t>(setpoints.actual(contract::setpoint.preamp_gain_mode));
     conditions.counts_per_ion =
         scene.detector.counts_per_ion[rate] * scene.detector.gain_mode_factors[std::min<std::size_t>(gain_mode, 3)];
-    const double baseline =
-        scene.detector.baseline_counts + scene.detector.preamp_offset_counts * value(setpoint::preamp_offset);
+    const double baseline = scene.detector.baseline_counts +
+                            scene.detector.preamp_offset_counts * setpoints.actual(embedded::preamp_offset_setpoint);
     conditions.baseline_counts = std::clamp(baseline, 0.0, 255.0) * conditions.transients;
     conditions.noise_counts = scene.detector.noise_counts * std::sqrt(static_cast<double>(conditions.transients));
 
     conditions.resolution_limit = scene.peak_shape.resolution_limit;
     conditions.ion_factor = static_cast<double>(conditions.transients) / scene.sample.reference_transients;
-    const auto slicer_position = static_cast<std::size_t>(value(setpoint::slicer_position)) - 1;
+    const auto slicer_position = static_cast<std::size_t>(setpoints.actual(embedded::slicer_position_setpoint)) - 1;
     if (slicer_position < scene.slicer.size() && scene.slicer[slicer_position].high_resolution) {
         conditions.resolution_limit *= scene.peak_shape.high_resolution_factor;
         conditions.ion_factor *= scene.peak_shape.high_resolution_transmission;
     }
-    apply_responses(scene, value, conditions);
+    apply_responses(scene, setpoints, conditions);
     conditions.counts_per_ion = std::min(conditions.counts_per_ion, most_counts_per_ion);
     conditions.resolution_limit = std::max(conditions.resolution_limit, least_resolution);
     return conditions;

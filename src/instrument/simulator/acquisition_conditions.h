@@ -2,15 +2,12 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <vector>
 
+#include "instrument/embedded/setpoints.h"
 #include "instrument/simulator/scene.h"
 
 namespace korvane::simulation {
-
-/// Value of a setpoint by its index.
-using SetpointReader = std::function<double(std::int32_t index)>;
 
 struct AcquisitionConditions {
     /// A response that weakens or strengthens ions by their mass.
@@ -41,6 +38,7 @@ struct AcquisitionConditions {
 double sampling_interval_seconds(std::int32_t sampling_rate_code);
 
 /// The polarity is the one in which the spectrum is acquired, whatever the setpoint says.
-AcquisitionConditions acquisition_conditions(const Scene& scene, std::int32_t polarity, const SetpointReader& value);
+AcquisitionConditions acquisition_conditions(const Scene& scene, std::int32_t polarity,
+                                             const embedded::Setpoints& setpoints);
 
 }  // namespace korvane::simulation

@@ -5,6 +5,7 @@
 
 #include "instrument/simulator/portable_math.h"
 #include "instrument/simulator/random_stream.h"
+#include "korvane/peak_finder.h"
 
 namespace korvane::simulation {
 

@@ -1,9 +1,11 @@
 #include "instrument/simulator/peak_shape.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
 #include "instrument/simulator/portable_math.h"
+#include "korvane/peak_finder.h"
 
 namespace korvane::simulation {
 
@@ -37,13 +39,15 @@ PeakShape::PeakShape(double tail_fraction, double tail_length) {
         delayed += step / 6.0 * (k1 + 2.0 * k2 + 2.0 * k3 + k4);
         undelayed = end;
     }
+    largest_beyond_.assign(nodes_.begin() + static_cast<std::ptrdiff_t>(-first() * nodes_per_sigma), nodes_.end());
+    for (std::size_t i = largest_beyond_.size(); i-- > 1;)
+        largest_beyond_[i - 1] = std::max(largest_beyond_[i - 1], largest_beyond_[i]);
 }
 
 double PeakShape::reach(double density_limit) const {
-    std::size_t node = nodes_.size() - 1;
-    const auto centre = static_cast<std::size_t>(-first() * nodes_per_sigma);
-    while (node > centre && nodes_[node] < density_limit) --node;
-    return first() + static_cast<double>(node + 1) / nodes_per_sigma;
+    const auto below = std::ranges::partition_point(largest_beyond_, [=](double d) { return d >= density_limit; });
+    const auto nodes_within = std::max<std::ptrdiff_t>(below - largest_beyond_.begin(), 1);
+    return static_cast<double>(nodes_within) / nodes_per_sigma;
 }
 
 }  // namespace korvane::simulation

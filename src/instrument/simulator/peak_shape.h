@@ -39,6 +39,7 @@ public:
 private:
     static constexpr int nodes_per_sigma = 256;
     std::vector<double> nodes_;
+    std::vector<double> largest_beyond_;  // from the centre on, the largest node there or farther out
 };
 
 }  // namespace korvane::simulation

@@ -5,8 +5,6 @@
 namespace korvane::simulation {
 
 inline constexpr double pi = 3.14159265358979323846;
-/// Full width at half maximum of a Gaussian over its standard deviation, sqrt(8 ln 2).
-inline constexpr double fwhm_per_sigma = 2.3548200450309493;
 
 double portable_exp(double x);
 /// Natural logarithm of a positive number.

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "korvane/records.h"
+
 namespace korvane::simulation {
 
 enum class ResponseTarget { ions, gain, resolution };
@@ -28,9 +30,9 @@ struct ResponseCurve {
     double midpoint = 0;
     double width = 1;
     double exponent = 1;
-    double mass_exponent = 0;              ///< the midpoint is multiplied by (m / 1000)^mass_exponent
-    std::vector<std::int32_t> sources;     ///< source type codes for which it holds; empty: all
-    std::optional<std::int32_t> polarity;  ///< nothing: both
+    double mass_exponent = 0;                  ///< the midpoint is multiplied by (m / 1000)^mass_exponent
+    std::vector<std::int32_t> sources;         ///< source type codes for which it holds; empty: all
+    std::optional<PolaritySetpoint> polarity;  ///< nothing: both
 
     friend bool operator==(const ResponseCurve&, const ResponseCurve&) = default;
 

@@ -1,86 +1,53 @@
-// The instrument behind all views: one mutex, the setpoints, the calibrations and the acquisition.
+// The simulated instrument: the scene's physics behind the embedded front.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
-#include <vector>
 
+#include "instrument/embedded/instrument.h"
+#include "instrument/simulator/acquisition_conditions.h"
 #include "instrument/simulator/mass_axis.h"
-#include "instrument/simulator/setpoint_bank.h"
 #include "instrument/simulator/spectrum_generator.h"
 #include "instrument/simulator/state_file.h"
-#include "korvane/embedded_parts.h"
-#include "korvane/instrument.h"
-#include "korvane/system.h"
 
 namespace korvane::simulation {
 
-class SimulatedInstrument {
+/// The state is saved at the first change and again at the end, when anything has changed since.
+class SimulatedInstrument final : public embedded::Instrument {
 public:
-    SimulatedInstrument(Scene scene, std::uint64_t seed, StateFile state_file, std::shared_ptr<Clock> clock);
-    ~SimulatedInstrument();
-
-    const Scene& scene() const { return scene_; }
-    Clock& clock() const { return *clock_; }
-
-    // Setpoints. Error 9 naming an unknown index or segment; the instrument has time and scan segment 0 only.
-    double setpoint_value(std::int32_t index);
-    InstrumentValue setpoint_value(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment);
-    void write_setpoint(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment,
-                        const SetpointValue& value);
-    const SetpointDefinition& setpoint_definition(std::int32_t index) const { return setpoints_.definition(index); }
-
-    /// Firmware channel 22, the quadrupole. Error 5 naming another channel.
-    void write_channel(std::int32_t channel, float value);
-    double read_channel(std::int32_t channel);
-
-    // Acquisition.
-    void acquire(AcquiredSpectrum& spectrum);
-    std::vector<MetaItem> acquire_metadata();
-    std::vector<std::string> metadata_description() const;
-    double sampling_interval_seconds();
-    PeakFinderOptions peak_finder_options();
-
-    // Calibrations by polarity; error 5 naming another one.
-    CalibrationObject calibration(std::int32_t polarity);
-    void store_calibration(std::int32_t polarity, const MassTimeCalibration& calibration);
-
-    /// "ACTUAL.NDR[NRDYSTATE]" and "REG[ACTUAL].OBJ[1].NDR[RUNSTATE]"; error 5 naming another path.
-    double read_register(const std::string& path);
-    /// Error 5 naming an unknown item.
-    InstrumentValue dictionary_item(const std::string& name);
+    /// `scene_name` is what errors call the scene.
+    SimulatedInstrument(Scene scene, std::string scene_name, std::uint64_t seed, StateFile state_file,
+                        std::shared_ptr<Clock> clock);
+    ~SimulatedInstrument() override;
 
 private:
-    struct Shot {
-        std::int64_t number = 0;
-        std::int32_t polarity = 0;
-        bool empty = false;
-        double retention_minutes = 0;
-    };
+    Turn next_turn() override;
+    std::optional<std::int32_t> acquire(std::int64_t number, AcquiredSpectrum* spectrum) override;
+    double interval_seconds() const override;
+    std::unique_ptr<PeakFinder> make_finder() const override;
+    embedded::CalibrationContent dictionary_calibration(std::int32_t polarity) const override;
+    std::optional<InstrumentValue> own_dictionary_item(const std::string& name) const override;
+    bool is_ready() override;
+    bool is_pre_run() override;
+    void setpoint_changed() override { keep_change(); }
+    void store_calibration(std::size_t polarity, const MassTimeCalibration& calibration) override;
 
-    Shot next_shot();
-    SetpointReader actual_values() const;
-    std::vector<InstrumentValue> metadata_values(const Shot& shot) const;
-    void fill(const Shot& shot, AcquiredSpectrum& spectrum);
-    CalibrationContent factory_calibration(std::int32_t polarity) const;
-    void restore(const InstrumentState& state);
-    InstrumentState current_state() const;
-    void run_slicer(double seconds);
-    InstrumentValue slicer_item(const std::string& name) const;
+    void fill(std::int64_t number, std::int32_t polarity, double minutes, AcquiredSpectrum& spectrum);
+    SpectrumGenerator& generator();
+    void restore(InstrumentState state);
+    void keep_change();
+    void save();
 
     const Scene scene_;
-    StateFile state_file_;
-    std::shared_ptr<Clock> clock_;
-    std::mutex mutex_;
-    SetpointBank setpoints_;
-    SpectrumGenerator generator_;
-    std::array<CalibrationObject, 2> calibrations_;
-    std::array<CalibrationContent, 2> stored_calibrations_;
-    std::vector<double> slicer_hours_;
-    double unsaved_hours_ = 0;
+    const std::string scene_name_;
+    const std::uint64_t seed_;
+    const StateFile state_file_;
+    std::optional<SpectrumGenerator> generator_;
+    InstrumentState kept_;  // its setpoints are put in when it is saved
+    bool saved_ = false, changed_since_ = false;
     MassAxis mass_axis_;
     std::int64_t next_spectrum_ = 0;
     double elapsed_minutes_ = 0;

@@ -21,8 +21,8 @@ struct SimulatorOptions {
     std::optional<std::string> state_path;
 };
 
-/// Every globals object that the layer makes is a view of the one instrument; it keeps the instrument alive.
-/// Errors: -904 naming the item and the file for a scene or state file that cannot be read or is not one.
+/// Makes the layer at once; scene and state file are read when the instrument is first needed, which then raises
+/// -904 naming the item and the file for one that cannot be read or is not one.
 std::shared_ptr<InstrumentLayer> make_simulator(const SimulatorOptions& options, std::shared_ptr<Files> files,
                                                 std::shared_ptr<Clock> clock);
 

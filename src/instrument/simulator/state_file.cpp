@@ -7,16 +7,9 @@ namespace korvane::simulation {
 
 namespace {
 
-[[noreturn]] void refuse_file(const std::string& path, const std::string& what, const FileError& fault) {
-    throw Error(error_number::file_or_element, "Simulator", what + " file[" + path + "]: " + fault.what());
-}
-
-bool exists(Files& files, const std::string& path) {
-    try {
-        return files.status(path).exists;
-    } catch (const FileError& fault) {
-        refuse_file(path, "state", fault);
-    }
+[[noreturn]] void refuse_file(std::int32_t number, const std::string& what, const std::string& path,
+                              const FileError& fault) {
+    throw Error(number, "Simulator", what + " file[" + path + "]: " + fault.what());
 }
 
 }  // namespace
@@ -26,27 +19,27 @@ std::string read_named_file(Files& files, const std::string& path, const std::st
     try {
         files.read(path, bytes);
     } catch (const FileError& fault) {
-        refuse_file(path, what, fault);
+        refuse_file(error_number::file_or_element, what, path, fault);
     }
     return bytes;
 }
 
-std::optional<InstrumentState> StateFile::load() {
-    if (!path_ || !exists(*files_, *path_)) return std::nullopt;
-    saved_text_ = read_named_file(*files_, *path_, "state");
-    return parse_state(saved_text_, *path_);
+std::optional<InstrumentState> StateFile::load() const {
+    try {
+        if (!path_ || !files_->status(*path_).exists) return std::nullopt;
+    } catch (const FileError& fault) {
+        refuse_file(error_number::file_or_element, "state", *path_, fault);
+    }
+    return parse_state(read_named_file(*files_, *path_, "state"), *path_);
 }
 
-void StateFile::save(const InstrumentState& state) {
+void StateFile::save(const InstrumentState& state) const {
     if (!path_) return;
-    std::string text = state_text(state);
-    if (text == saved_text_) return;
     try {
-        safe_save(*files_, *path_, text);
+        safe_save(*files_, *path_, state_text(state));
     } catch (const FileError& fault) {
-        throw Error(fault.runtime_error_number(), "Simulator", "state file[" + *path_ + "]: " + fault.what());
+        refuse_file(fault.runtime_error_number(), "state", *path_, fault);
     }
-    saved_text_ = std::move(text);
 }
 
 }  // namespace korvane::simulation

@@ -5,12 +5,12 @@
 #include <optional>
 #include <string>
 
-#include "instrument/simulator/instrument_state.h"
+#include "instrument/simulator/scene.h"
 #include "platform/files.h"
 
 namespace korvane::simulation {
 
-/// Reads a whole file; error -904 naming it where that fails.
+/// Reads a whole file; error -904 naming it as the file of `what` where that fails.
 std::string read_named_file(Files& files, const std::string& path, const std::string& what);
 
 class StateFile {
@@ -18,17 +18,15 @@ public:
     StateFile(std::shared_ptr<Files> files, std::optional<std::string> path)
         : files_(std::move(files)), path_(std::move(path)) {}
 
-    bool is_kept() const { return path_.has_value(); }
     /// Nothing where no file is kept or it does not exist yet. Errors as `parse_state`, and -904 where it cannot be
     /// read.
-    std::optional<InstrumentState> load();
-    /// Saves, unless the file already says the same. Error naming the file where that fails.
-    void save(const InstrumentState& state);
+    std::optional<InstrumentState> load() const;
+    /// Does nothing where no file is kept. Error naming the file where it cannot be saved.
+    void save(const InstrumentState& state) const;
 
 private:
     std::shared_ptr<Files> files_;
     std::optional<std::string> path_;
-    std::string saved_text_;
 };
 
 }  // namespace korvane::simulation

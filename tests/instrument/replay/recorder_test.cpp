@@ -74,7 +74,7 @@ protected:
     }
 
     /// Runs a fresh peak finder over a spectrum of either instrument, as the library does.
-    static std::vector<PeakInfo> peaks(InstrumentLayer& layer, const AcquiredSpectrum& spectrum) {
+    static std::vector<PeakInfo> peaks(InstrumentLayer& layer, const AcquiredSpectrum& spectrum, int polarity) {
         const auto globals = layer.create_globals();
         std::vector<std::int32_t> counts;
         for (const double count : spectrum.y_data.elements()) counts.push_back(static_cast<std::int32_t>(count));
@@ -82,8 +82,7 @@ protected:
         finder->set_sampling_interval_ns(globals->sampling_interval_seconds() * 1e9);
         finder->set_samples(counts);
         const auto list = finder->run(spectrum.start_time_ns);
-        list->convert(*globals->calibrations().calibration(std::get<std::int32_t>(spectrum.meta_data.at(1))),
-                      convert_to_amu_mode);
+        list->convert(*globals->calibrations().calibration(polarity), convert_to_amu_mode);
         std::vector<PeakInfo> all;
         for (std::int32_t i = 0; i < list->count(); ++i) all.push_back(list->GetPeakAttributeInfo(i, true));
         return all;
@@ -116,8 +115,9 @@ TEST_F(Recorder, ReplayHasThePeaksOfTheInstrument) {
         EXPECT_EQ(copy.start_time_ns, original.start_time_ns);
         EXPECT_EQ(copy.retention_time, original.retention_time);
         EXPECT_TRUE(std::ranges::equal(copy.y_data.elements(), original.y_data.elements()));
-        const auto expected = peaks(instrument, original);
-        const auto found = peaks(*replayed, copy);
+        const auto polarity = std::get<std::int32_t>(original.meta_data.at(1));
+        const auto expected = peaks(instrument, original, polarity);
+        const auto found = peaks(*replayed, copy, polarity);
         ASSERT_GT(expected.size(), 10u);
         ASSERT_EQ(found.size(), expected.size());
         for (std::size_t i = 0; i < found.size(); ++i) {

@@ -173,8 +173,8 @@ TEST_F(Replay, StartsWithTheInstrumentOfTheRecording) {
     EXPECT_EQ(error_of([&] { setpoints.value(9999, 0, 0); }).number(), 9);
     EXPECT_EQ(error_of([&] { setpoints.write(117, 0, 0, std::int32_t{12}); }).number(), 5);
     EXPECT_EQ(std::get<std::int32_t>(setpoints.value(117, 0, 0)), 7);
-    EXPECT_EQ(globals->firmware().write(22, 2.5F), 0);
-    EXPECT_EQ(globals->firmware().read(22), 2.5);
+    EXPECT_EQ(globals->firmware().write(22, 250.5F), 0);
+    EXPECT_EQ(globals->firmware().read(22), 250.5);
 }
 
 TEST_F(Replay, NamesTheRecordingThatItCannotPlay) {
@@ -190,7 +190,7 @@ TEST_F(Replay, NamesTheRecordingThatItCannotPlay) {
         text.insert(text.find("<spectrumList"), "<userParam " + std::string(setpoint) + "/>");
         const std::string file = folder.file("setpoints.mzML");
         write_text(file, text);
-        const Error refused = error_of([&] { make_replay({file, folder.path()}, make_system_files(), clock); });
+        const Error refused = error_of([&] { make_replay({file, folder.path()}, make_system_files(), clock)->create_globals(); });
         EXPECT_EQ(refused.number(), -904);
         EXPECT_THAT(refused.description(), testing::AllOf(testing::HasSubstr(file), testing::HasSubstr("setpoint")));
     }

@@ -9,7 +9,6 @@
 #include <set>
 #include <sstream>
 
-#include "instrument/simulator/setpoint_definitions.h"
 #include "instrument/simulator/simulator_bench.h"
 
 namespace korvane::simulation {
@@ -54,7 +53,7 @@ TEST(Scenes, EveryKeyAndEverySetpointIsDocumented) {
     const std::string document = text_of(root / "docs/simulator.md");
     std::set<std::string> names{"lent_positive", "lent_negative", "after_spectra", "never", "mz", "calibrant"};
     collect_keys(nlohmann::json::parse(text_of(root / "data/scenes/default.json")), names);
-    for (const SetpointDefinition& definition : setpoint_definitions()) names.emplace(definition.internal_name);
+    for (const auto& definition : embedded::setpoint_definitions()) names.emplace(definition.internal_name);
     for (const std::string& name : names) EXPECT_NE(document.find("`" + name + "`"), std::string::npos) << name;
 }
 
@@ -103,13 +102,13 @@ TEST(Scenes, FaultyScenesAreRefusedNamingItemAndFile) {
 TEST(Scenes, WhatOnlyTheInstrumentCanSeeIsRefusedNamingTheFile) {
     for (const char* text : {R"({"background": {"count": 50000}})",
                              R"({"flight": {"use_flags": [0, 1], "law": {"coefficients": [4.5e-4, 20, -1e6]}}})"}) {
-        const Error fault = error_of([&] { SimulatorBench bench(text); });
+        const Error fault = error_of([&] { SimulatorBench(text).acquire(); });
         EXPECT_EQ(fault.number(), error_number::file_or_element) << text;
         EXPECT_NE(fault.description().find("/base/scene.json"), std::string::npos) << fault.description();
     }
     SimulatorBench bench;
     bench.options.scene_path = "/base/missing.json";
-    const Error fault = error_of([&] { make_simulator(bench.options, bench.disk, bench.clock); });
+    const Error fault = error_of([&] { make_simulator(bench.options, bench.disk, bench.clock)->create_globals(); });
     EXPECT_EQ(fault.number(), error_number::file_or_element);
     EXPECT_NE(fault.description().find("/base/missing.json"), std::string::npos);
 }

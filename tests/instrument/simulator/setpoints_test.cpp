@@ -6,7 +6,6 @@
 #include <set>
 
 #include "instrument/simulator/acquisition_conditions.h"
-#include "instrument/simulator/setpoint_bank.h"
 #include "instrument/simulator/simulator_bench.h"
 
 namespace korvane {
@@ -115,16 +114,16 @@ TEST(Setpoints, FirmwareChannelAndSetpointAreTheSameQuadrupole) {
 // Expected ions of a calibrant over the range of one setpoint.
 std::vector<double> response_over_range(const std::string& name, double source_type, double polarity, double mz) {
     const simulation::Scene scene = simulation::default_scene();
-    simulation::SetpointBank bank(scene);
-    bank.command(117, source_type);
-    bank.command(119, polarity);
-    const auto& definition = *simulation::find_setpoint(name);
+    embedded::Setpoints setpoints("test");
+    setpoints.command(117, source_type);
+    setpoints.command(119, polarity);
+    const auto& definition = *embedded::find_setpoint(name);
     std::vector<double> ions;
     for (int i = 0; i <= 100; ++i) {
-        bank.command(definition.index,
+        setpoints.command(definition.index,
                      definition.lower_limit + i * (definition.upper_limit - definition.lower_limit) / 100);
         const auto conditions = simulation::acquisition_conditions(
-            scene, static_cast<std::int32_t>(polarity), [&](std::int32_t index) { return bank.actual(index); });
+            scene, static_cast<std::int32_t>(polarity), setpoints);
         ions.push_back(conditions.expected_ions(1000, mz) * conditions.counts_per_ion / 40);
     }
     return ions;
@@ -170,10 +169,10 @@ TEST(Responses, OnlyTheSetpointsOfTheInstalledSourceAct) {
 TEST(Responses, DefaultSetpointsGiveTheAbundanceOfTheScene) {
     const simulation::Scene scene = simulation::default_scene();
     for (double source_type = 0; source_type <= 11; ++source_type) {
-        simulation::SetpointBank bank(scene);
-        bank.command(117, source_type);
+        embedded::Setpoints setpoints("test");
+        setpoints.command(117, source_type);
         const auto conditions =
-            simulation::acquisition_conditions(scene, 0, [&](std::int32_t index) { return bank.actual(index); });
+            simulation::acquisition_conditions(scene, 0, setpoints);
         EXPECT_EQ(conditions.expected_ions(1000, 600), 1000);
         EXPECT_EQ(conditions.resolution_limit, 40000);
     }
@@ -181,14 +180,14 @@ TEST(Responses, DefaultSetpointsGiveTheAbundanceOfTheScene) {
 
 TEST(Responses, DetunedMirrorAndHighResolutionSliceChangeTheWidth) {
     const simulation::Scene scene = simulation::default_scene();
-    simulation::SetpointBank bank(scene);
+    embedded::Setpoints setpoints("test");
     const auto conditions = [&] {
-        return simulation::acquisition_conditions(scene, 0, [&](std::int32_t index) { return bank.actual(index); });
+        return simulation::acquisition_conditions(scene, 0, setpoints);
     };
-    bank.command(40, -1550.0);
+    setpoints.command(40, -1550.0);
     EXPECT_NEAR(conditions().resolution_limit, 20000, 1e-6);
-    bank.command(40, -1400.0);
-    bank.command(170, 6.0);
+    setpoints.command(40, -1400.0);
+    setpoints.command(170, 6.0);
     EXPECT_NEAR(conditions().resolution_limit, 50000, 1e-6);
     EXPECT_NEAR(conditions().expected_ions(1000, 600), 500, 1e-9);
 }

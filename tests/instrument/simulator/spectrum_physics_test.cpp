@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "instrument/simulator/setpoint_bank.h"
 #include "instrument/simulator/simulator_bench.h"
 #include "instrument/simulator/spectrum_generator.h"
 
@@ -28,8 +27,9 @@ Scene single_ion_scene(double ions) {
 class Generator {
 public:
     explicit Generator(Scene scene, std::uint64_t seed = 3) : scene_(std::move(scene)), generator_(scene_, seed) {
-        const SetpointBank setpoints(scene_);
-        conditions = acquisition_conditions(scene_, 0, [&](std::int32_t index) { return setpoints.actual(index); });
+        embedded::Setpoints setpoints("test");
+        setpoints.preset(scene_.setpoints);
+        conditions = acquisition_conditions(scene_, 0, setpoints);
     }
     std::vector<double> counts() {
         return generator_.generate(number_++, conditions, {scene_.instrument.spectrum_start_ns, 1.0}, 1);

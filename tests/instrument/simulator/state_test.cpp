@@ -6,7 +6,6 @@
 #include <set>
 #include <thread>
 
-#include "instrument/simulator/instrument_state.h"
 #include "instrument/simulator/simulator_bench.h"
 
 namespace korvane {
@@ -47,7 +46,6 @@ TEST(State, ChangesInPlaceShowAtOnceAndAreKeptOnlyWhenStored) {
     lent->set_coefficients({.A = 9e-4, .B = 20});
     EXPECT_NEAR(first.acquire().mass_data.at(1000), 4 * before, 1e-9);
     EXPECT_EQ(first.globals->calibrations().calibration(0), lent);
-    first.set("VCapESI", 100);
     EXPECT_EQ(SimulatorBench("", 1, disk).globals->calibrations().calibration(0)->coefficients().A, 4.5e-4);
     first.globals->calibrations().store(0, *lent);
     EXPECT_EQ(SimulatorBench("", 1, disk).globals->calibrations().calibration(0)->coefficients().A, 9e-4);
@@ -118,17 +116,36 @@ TEST(State, AFailedSaveIsReportedNamingTheFile) {
     EXPECT_EQ(SimulatorBench("", 1, bench.disk).get("Lens1"), 10);
 }
 
+TEST(State, ARunSavesItsFirstChangeAndItsEndHoweverMuchItChanges) {
+    const auto disk = std::make_shared<MemoryDisk>();
+    int saves = 0;
+    disk->before_operation = [&](const std::string& operation) { saves += operation.find("replace") == 0; };
+    {
+        SimulatorBench bench(R"({"instrument": {"spectrum_duration_ns": 2000}})", 1, disk);
+        bench.acquire();
+        EXPECT_EQ(saves, 0);
+        for (int value = 1; value < 20; ++value) {
+            bench.set("Lens1", value);
+            bench.acquire();
+        }
+        EXPECT_EQ(saves, 1);
+        EXPECT_EQ(SimulatorBench("", 1, disk).get("Lens1"), 1);
+    }
+    EXPECT_EQ(saves, 2);
+    EXPECT_EQ(SimulatorBench("", 1, disk).get("Lens1"), 19);
+}
+
 TEST(State, TextReadsBackExactly) {
     std::mt19937_64 random(3);
     std::uniform_real_distribution<double> share(0, 1);
     for (int run = 0; run < 200; ++run) {
         simulation::InstrumentState state;
         state.setpoints = {{"Lens1", 100 * share(random)}, {"QuadAMU", 10 + share(random) * 3990}, {"Polarity", 1}};
-        for (auto& calibration : state.calibrations)
+        for (const std::size_t polarity : {0, 1})
             if (share(random) < 0.7)
-                calibration = {{share(random), -share(random), 1e-300 * share(random), 0, -1e18 * share(random)},
+                state.calibrations[polarity] = {{share(random), -share(random), 1e-300 * share(random), 0, -1e18 * share(random)},
                                {-3, 2147483647, 0}};
-        if (share(random) < 0.5) state.slicer_hours = std::vector<double>(10, 1e4 * share(random));
+        if (share(random) < 0.5) state.slicer_hours.emplace().fill(1e4 * share(random));
         EXPECT_EQ(parse_state(simulation::state_text(state), "s"), state);
     }
 }

@@ -1,0 +1,223 @@
+#include "instrument/embedded/instrument.h"
+
+#include <utility>
+
+#include "korvane/error.h"
+#include "korvane/instrument_contract.h"
+
+namespace korvane::embedded {
+
+namespace {
+
+constexpr const char* experiment_name = "Experiment";
+constexpr std::int32_t experiment = 0;
+constexpr double ready = 0, not_ready = -1, running = 2;
+
+// By source type code.
+constexpr std::array<const char*, 12> source_names{"ESI",       "HPLC-Tile", "nanoESI",      "MALDI",
+                                                   "Multimode", "Dual ESI",  "Dual nanoESI", "APCI",
+                                                   "APPI",      "SGF ESI",   "GC-APCI",      "Dual SGF ESI"};
+
+struct Option {
+    std::int32_t code;
+    const char* name;
+    bool Hardware::*present;
+};
+constexpr std::array<Option, 2> options{{{contract::option.digitiser, "4GHz Digitizer", &Hardware::digitizer_4ghz},
+                                         {contract::option.dual_source, "Dual SGF", &Hardware::dual_source}}};
+
+[[noreturn]] void refuse(const std::string& what, const std::string& name) {
+    raise_runtime_fault(error_number::invalid_call, what + "[" + name + "]");
+}
+
+void check_segments(std::int32_t time_segment, std::int32_t scan_segment) {
+    if (time_segment == 0 && scan_segment == 0) return;
+    raise_runtime_fault(error_number::subscript, "time segment[" + std::to_string(time_segment) + "], scan segment[" +
+                                                     std::to_string(scan_segment) + "]");
+}
+
+void check_channel(std::int32_t channel) {
+    if (channel != contract::firmware_channel.quad_amu) refuse("firmware channel", std::to_string(channel));
+}
+
+std::size_t polarity_slot(std::int32_t polarity) {
+    if (polarity != 0 && polarity != 1) refuse("calibration of polarity", std::to_string(polarity));
+    return static_cast<std::size_t>(polarity);
+}
+
+}  // namespace
+
+Instrument::Instrument(std::string name, Hardware hardware, std::shared_ptr<Clock> clock)
+    : setpoints_(std::move(name)), hardware_(std::move(hardware)), clock_(std::move(clock)) {}
+
+InstrumentValue Instrument::value(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment) {
+    check_segments(time_segment, scan_segment);
+    const std::lock_guard lock(mutex_);
+    return setpoint_definition(index).typed(setpoints_.commanded(index));
+}
+
+void Instrument::write(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment,
+                       const SetpointValue& new_value) {
+    check_segments(time_segment, scan_segment);
+    write_setpoint(index, new_value, false);
+}
+
+void Instrument::write_setpoint(std::int32_t index, const SetpointValue& new_value, bool at_once) {
+    const std::lock_guard lock(mutex_);
+    if (setpoints_.command(index, new_value, at_once)) setpoint_changed();
+}
+
+std::int32_t Instrument::variable_type(std::int32_t index) {
+    return static_cast<std::int32_t>(setpoint_definition(index).type);
+}
+
+std::string Instrument::external_name(std::int32_t index) {
+    return std::string(setpoint_definition(index).external_name);
+}
+
+std::string Instrument::internal_name(std::int32_t index) {
+    return std::string(setpoint_definition(index).internal_name);
+}
+
+std::int32_t Instrument::index_of(const std::string& name) {
+    if (const SetpointDefinition* found = find_setpoint(name)) return found->index;
+    refuse("setpoint", name);
+}
+
+std::vector<std::int32_t> Instrument::indexes() {
+    std::vector<std::int32_t> all;
+    for (const SetpointDefinition& definition : setpoint_definitions()) all.push_back(definition.index);
+    return all;
+}
+
+CalibrationObject Instrument::calibration(std::int32_t polarity) {
+    const std::size_t slot = polarity_slot(polarity);
+    const std::lock_guard lock(mutex_);
+    return lent_[slot];
+}
+
+void Instrument::store(std::int32_t polarity, const MassTimeCalibration& calibration) {
+    const std::size_t slot = polarity_slot(polarity);
+    const std::lock_guard lock(mutex_);
+    store_calibration(slot, calibration);
+}
+
+void Instrument::store_calibration(std::size_t polarity, const MassTimeCalibration& calibration) {
+    lent_[polarity] = calibration.clone();
+}
+
+std::string Instrument::option_name(std::int32_t option_code) {
+    for (const Option& option : options)
+        if (option.code == option_code) return option.name;
+    refuse("hardware option code", std::to_string(option_code));
+}
+
+bool Instrument::option_present(const std::string& option_name) {
+    for (const Option& option : options)
+        if (option.name == option_name) return hardware_.*option.present;
+    refuse("hardware option", option_name);
+}
+
+std::int16_t Instrument::abundance_reduction_setting() {
+    return static_cast<std::int16_t>(hardware_.abundance_reduction);
+}
+
+std::int32_t Instrument::write(std::int32_t channel, float channel_value) {
+    check_channel(channel);
+    write_setpoint(quad_amu_setpoint, static_cast<double>(channel_value), true);
+    return 0;
+}
+
+double Instrument::read(std::int32_t channel) {
+    check_channel(channel);
+    const std::lock_guard lock(mutex_);
+    return setpoints_.actual(quad_amu_setpoint);
+}
+
+std::vector<MetaItem> Instrument::next_metadata(AcquiredSpectrum* spectrum) {
+    std::unique_lock lock(mutex_);
+    const Turn turn = next_turn();
+    if (turn.wait_milliseconds > 0) {
+        lock.unlock();
+        clock_->sleep_milliseconds(turn.wait_milliseconds);
+        lock.lock();
+    }
+    setpoints_.spectrum_begins();
+    const auto polarity = acquire(turn.number, spectrum);
+    std::vector<MetaItem> items;
+    if (!polarity) return items;
+    items.push_back({experiment_name, experiment});
+    for (const SetpointDefinition& definition : setpoint_definitions()) {
+        const bool is_polarity = definition.index == contract::setpoint.polarity;
+        const double reached = is_polarity ? *polarity : setpoints_.actual(definition.index);
+        items.push_back({std::string(definition.external_name), definition.typed(reached)});
+    }
+    return items;
+}
+
+void Instrument::GetNextSpectrum(AcquiredSpectrum& spectrum) {
+    spectrum = {};
+    spectrum.experiment = experiment;
+    std::vector<InstrumentValue> values;
+    for (MetaItem& item : next_metadata(&spectrum)) values.push_back(std::move(item.value));
+    if (!values.empty()) spectrum.meta_data = std::move(values);
+}
+
+VariantArray<std::string> Instrument::GetMetaDescription() {
+    std::vector<std::string> entries{experiment_name};
+    for (const SetpointDefinition& definition : setpoint_definitions())
+        entries.push_back(std::string(definition.external_name) + " " + contract::metadata_name.setpoint_mark.key);
+    return entries;
+}
+
+std::vector<MetaItem> Instrument::next_spectrum_metadata() {
+    return next_metadata(nullptr);
+}
+
+double Instrument::read_register(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    if (path == contract::instrument_register.not_ready_state.key) return is_ready() ? ready : not_ready;
+    if (path == contract::instrument_register.run_state.key)
+        return is_pre_run() ? double{contract::run_state.pre_run.key} : running;
+    refuse("register", path);
+}
+
+InstrumentValue Instrument::dictionary_item(const std::string& name) {
+    const std::lock_guard lock(mutex_);
+    const auto content =
+        dictionary_calibration(static_cast<std::int32_t>(setpoints_.commanded(contract::setpoint.polarity)));
+    if (name == contract::dictionary_item.coefficient_a.key) return content.coefficients.A;
+    if (name == contract::dictionary_item.coefficient_b.key) return content.coefficients.B;
+    if (name == contract::dictionary_item.reserved_1.key) return content.settings.CalReserved1;
+    if (name == contract::dictionary_item.traditional_weighting.key) return content.settings.CalTraditionalWeighting;
+    if (name == contract::dictionary_item.polynomial_weighting.key) return content.settings.CalPolynomialWeighting;
+    if (auto own = own_dictionary_item(name)) return *std::move(own);
+    refuse("data dictionary item", name);
+}
+
+std::optional<InstrumentValue> Instrument::own_dictionary_item(const std::string&) const {
+    return std::nullopt;
+}
+
+std::string Instrument::parameter_name(std::int32_t index) {
+    if (index == contract::parameter.experiment) return experiment_name;
+    refuse("parameter", std::to_string(index));
+}
+
+double Instrument::sampling_interval_seconds() {
+    const std::lock_guard lock(mutex_);
+    return interval_seconds();
+}
+
+std::string Instrument::source_name() {
+    const std::lock_guard lock(mutex_);
+    const auto code = static_cast<std::size_t>(setpoints_.commanded(contract::setpoint.source_type));
+    return code < source_names.size() ? source_names[code] : "Unknown";
+}
+
+std::unique_ptr<PeakFinder> Instrument::create_peak_finder() {
+    const std::lock_guard lock(mutex_);
+    return make_finder();
+}
+
+}  // namespace korvane::embedded
