@@ -148,8 +148,8 @@ int run(Session& session, const std::string& command) {
 
 }  // namespace
 
-int run_command_line(int argc, const char* const* argv, Streams streams, const PlatformMaker& make_platform) {
-    Session session(streams, make_platform);
+int run_command_line(int argc, const char* const* argv, Streams streams, Platform system) {
+    Session session(streams, std::move(system));
     CLI::App program(about, "korvane");
     program.allow_windows_style_options(false);  // an argument that begins with a slash is a path or a query
     program.fallthrough();

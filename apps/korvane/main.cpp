@@ -43,11 +43,8 @@ int wmain(int argc, wchar_t** argv) {
     for (int i = 0; i < argc; ++i) arguments.push_back(korvane::program::utf8_from_path(argv[i]));
     for (const std::string& argument : arguments) words.push_back(argument.c_str());
     const ConsoleCodePage utf8;
-    const auto make_platform = [](const korvane::EmbeddedOptions& options) {
-        return korvane::automation::with_system_tracer(korvane::make_embedded_platform(options));
-    };
     return korvane::program::run_command_line(argc, words.data(), {std::cout, std::cerr, _isatty(2) != 0},
-                                              make_platform);
+                                              korvane::automation::with_system_tracer(korvane::make_platform(nullptr)));
 }
 
 #else

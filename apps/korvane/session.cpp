@@ -14,7 +14,7 @@ Platform Session::build_platform() const {
     if (options.scene) embedded.scene = path_from_utf8(*options.scene);
     if (options.replay) embedded.replay = path_from_utf8(*options.replay);
     embedded.seed = options.seed;
-    return make_platform_(embedded);
+    return make_embedded_platform(embedded, system_);
 }
 
 const Platform& Session::platform() {

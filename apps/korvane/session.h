@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "exit_codes.h"
+#include "korvane/embedded.h"
 #include "korvane/platform.h"
 
 namespace korvane::program {
@@ -40,13 +41,10 @@ struct GlobalOptions {
     std::optional<std::string> instrument;
 };
 
-/// Makes the platform that the options ask for.
-using PlatformMaker = std::function<Platform(const EmbeddedOptions&)>;
-
 class Session {
 public:
-    explicit Session(Streams streams, PlatformMaker make_platform)
-        : streams_(streams), make_platform_(std::move(make_platform)) {}
+    /// `system` has the files, clock, message box and tracers for the embedded instrument.
+    Session(Streams streams, Platform system) : streams_(streams), system_(std::move(system)) {}
 
     GlobalOptions options;
     bool json = false;
@@ -75,7 +73,7 @@ private:
     Platform build_platform() const;
 
     Streams streams_;
-    PlatformMaker make_platform_;
+    Platform system_;
     std::optional<Platform> platform_;
     std::unique_ptr<InstrumentGlobals> instrument_;
 };

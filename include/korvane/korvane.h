@@ -1,4 +1,4 @@
-// The public face of the library: everything.
+// The whole public face of the library.
 #pragma once
 
 #include "korvane/abort_helper.h"
@@ -7,6 +7,7 @@
 #include "korvane/autotune_status.h"
 #include "korvane/cal_mass_list.h"
 #include "korvane/conformance.h"
+#include "korvane/embedded.h"
 #include "korvane/embedded_parts.h"
 #include "korvane/enumerations.h"
 #include "korvane/error.h"

@@ -1,12 +1,11 @@
 #include "assembly/base_folder.h"
 
-#include <array>
 #include <random>
 #include <string_view>
 
 #include "assembly/base_data.h"
+#include "korvane/embedded.h"
 #include "korvane/error.h"
-#include "korvane/platform.h"
 #include "platform/environment.h"
 #include "platform/paths.h"
 #include "platform/safe_save.h"
@@ -17,7 +16,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::array files_of_every_base_folder{"TuneParams.xml", "TunePreferences.xml"};
 constexpr const char* logs_folder = "Logfiles";
 
 [[noreturn]] void fail(const char* routine, const fs::path& folder, const std::string& fault) {
@@ -99,19 +97,17 @@ void make_per_user_folder(const fs::path& folder) {
         create_base_folder(folder);
     } catch (const Error&) {
         // Another program may have made it in the meantime.
-        if (!fs::exists(folder / files_of_every_base_folder.front())) throw;
+        if (!fs::exists(folder / logs_folder)) throw;
     }
 }
 
-void require_base_folder(const fs::path& folder) {
+void require_folder(const fs::path& folder) {
     const char* const routine = "make_embedded_platform";
     std::error_code fault;
     const fs::file_status status = fs::status(folder, fault);
     if (status.type() == fs::file_type::not_found) fail(routine, folder, "it does not exist");
     if (fault) fail(routine, folder, fault.message());
     if (!fs::is_directory(status)) fail(routine, folder, "it is not a folder");
-    for (const char* name : files_of_every_base_folder)
-        if (!fs::exists(folder / name, fault)) fail(routine, folder, std::string(name) + " is missing in it");
 }
 
 }  // namespace
@@ -148,7 +144,7 @@ fs::path usable_base_folder(const fs::path& chosen) {
     folder = fs::absolute(folder, fault).lexically_normal();
     if (chosen.empty() && path_from_environment("KORVANE_BASE").empty() && !fs::exists(folder, fault))
         make_per_user_folder(folder);
-    require_base_folder(folder);
+    require_folder(folder);
     return folder;
 }
 

@@ -39,6 +39,9 @@ public:
     /// Whether a load was ever tried. After a failed one the document is there, and empty.
     bool is_open() const { return opened_; }
 
+    /// Raises what a layer says that cannot be had. To be called before a handler that would take its error for a failed
+    /// opening.
+    void require_layer() const { platform_.instrument->create_path_information(); }
     /// Reads the file, three times at most; then -904. Memory is kept between loads.
     void load(TraceObj& record, bool for_editing);
     /// Sets an element's text and saves, three times at most; then -904. A read-only attribute is cleared first.

@@ -18,6 +18,7 @@ struct clsTunePrefsXML::Impl {
     explicit Impl(const Platform& platform) : trace(platform.tracers), document(platform, preference_file) {}
 
     void open(bool for_editing) {
+        document.require_layer();
         const auto unavailable = [](TraceObj& record, RoutineName name, const Error& error) {
             ErrorLine{"OpenTunePrefsXML: error[", ", ", "] opening Tune Prefs XML"}(record, name, error);
             throw Error(error_number::preferences_unavailable, std::string(config_reader_source),

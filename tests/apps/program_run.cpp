@@ -2,7 +2,6 @@
 
 #include <sstream>
 
-#include "instrument/simulator/simulator.h"
 #include "support/virtual_clock.h"
 
 namespace korvane::program {
@@ -15,12 +14,13 @@ std::vector<std::string> Outcome::failure_lines() const {
     return lines;
 }
 
-Outcome run_program(const std::vector<std::string>& arguments, const PlatformMaker& maker, bool terminal) {
+Outcome run_program(const std::vector<std::string>& arguments, bool terminal, Platform system) {
     std::vector<const char*> words{"korvane"};
     for (const std::string& argument : arguments) words.push_back(argument.c_str());
     std::ostringstream out, err;
     Outcome result;
-    result.code = run_command_line(static_cast<int>(words.size()), words.data(), {out, err, terminal}, maker);
+    result.code =
+        run_command_line(static_cast<int>(words.size()), words.data(), {out, err, terminal}, std::move(system));
     result.out = out.str();
     result.err = err.str();
     return result;
@@ -37,16 +37,9 @@ Outcome ProgramTest::run(std::vector<std::string> arguments) const {
 
 Outcome ProgramTest::run_without_waiting(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(), {"--base", base.string()});
-    return run_program(arguments, [this](const EmbeddedOptions& options) {
-        Platform platform = make_embedded_platform(options);
-        platform.clock = std::make_shared<VirtualClock>();
-        platform.instrument = make_simulator({.base_folder = base.string(),
-                                              .seed = options.seed,
-                                              .scene_path = (base / "scene.json").string(),
-                                              .state_path = {}},
-                                             platform.files, platform.clock);
-        return platform;
-    });
+    Platform system = make_platform(nullptr);
+    system.clock = std::make_shared<VirtualClock>();
+    return run_program(arguments, false, system);
 }
 
 void ProgramTest::scene(const std::string& json) const {

@@ -22,8 +22,7 @@ struct Outcome {
     std::vector<std::string> failure_lines() const;
 };
 
-Outcome run_program(const std::vector<std::string>& arguments, const PlatformMaker& maker = make_embedded_platform,
-                    bool terminal = false);
+Outcome run_program(const std::vector<std::string>& arguments, bool terminal = false, Platform system = make_platform(nullptr));
 
 class ProgramTest {
 public:

@@ -194,7 +194,7 @@ TEST(Adjust, DrawsABarOnATerminalOnly) {
     const ProgramTest program;
     const Outcome run = run_program({"adjust", "FragmentTune", "--mz", "566.8885", "--target", "10000", "--max", "175",
                                      "--base", program.base.string()},
-                                    make_embedded_platform, true);
+                                    true);
     ASSERT_EQ(run.code, 0) << run.err;
     EXPECT_NE(run.err.find("\r["), std::string::npos);
     EXPECT_EQ(run.out.find("["), std::string::npos);

@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <set>
 
 #include "korvane/korvane.h"
-#include "korvane/listing.h"
 #include "support/environment.h"
 #include "support/test_platform.h"
 
@@ -79,15 +79,12 @@ TEST(BaseFolder, AFileOnTheWayIsNamed) {
     EXPECT_NE(error.description().find("below"), std::string::npos) << error.description();
 }
 
-TEST(BaseFolder, WhatIsMissingIsNamedBeforeAnythingElseHappens) {
+TEST(BaseFolder, WhatIsNoneIsNamedBeforeAnythingElseHappens) {
     const TemporaryFolder temporary;
-    const fs::path file = temporary.path() / "file", folder = temporary.path() / "folder";
+    const fs::path file = temporary.path() / "file";
     write_text(file, "");
-    create_base_folder(folder);
-    fs::remove(folder / "TunePreferences.xml");
     const std::vector<std::pair<fs::path, std::string>> cases{{file, "not a folder"},
-                                                              {temporary.path() / "nowhere", "does not exist"},
-                                                              {folder, "TunePreferences.xml is missing"}};
+                                                              {temporary.path() / "nowhere", "does not exist"}};
     for (const auto& [path, fault] : cases) {
         const Error error = error_of([&, &wanted = path] { make_embedded_platform({.base_folder = wanted}); });
         EXPECT_EQ(error.number(), -904);
@@ -117,6 +114,82 @@ TEST(BaseFolder, TheUsersOwnIsMadeOnFirstUseAndANamedOneIsNot) {
     clsTunePrefsXML(make_embedded_platform({})).WriteTunePreference("LogSetpointTraffic", "Yes");
     EXPECT_EQ(clsTunePrefsXML(make_embedded_platform({})).GetTunePreference("LogSetpointTraffic"), "Yes")
         << "the second use made the folder anew";
+}
+
+// With no instrument to be had: what does not need it works, and the first that does says why there is none.
+TEST(LazyPlatform, StoresMassListAndAbortFlagWorkWhateverTheInstrumentIsMadeOf) {
+    const TemporaryFolder temporary;
+    const fs::path base = temporary.path() / "base", spoilt = temporary.path() / "spoilt";
+    create_base_folder(base);
+    fs::copy(base, spoilt, fs::copy_options::recursive);
+    write_text(spoilt / "instrument.json", "[]");
+    const std::vector<std::pair<EmbeddedOptions, std::string>> cases{
+        {{.base_folder = base, .scene = base / "none.json"}, "none.json"},
+        {{.base_folder = base, .replay = base / "none.mzML"}, "none.mzML"},
+        {{.base_folder = spoilt}, "instrument.json"}};
+    for (const auto& [options, named] : cases) {
+        const Platform platform = make_embedded_platform(options);
+        clsTunePrefsXML(platform).WriteTunePreference("LogSetpointTraffic", "Yes");
+        EXPECT_EQ(clsTuneParamsXML(platform).GetAutotuneLimitValue("Misc", "SettlingTime"), 2);
+        EXPECT_EQ(
+            CalMassList(platform).GetMassListArrayFromFile(default_mass_list_file(platform), "ESI", "Positive").size(),
+            10U);
+        AbortHelper(platform).TriggerAbort();
+        EXPECT_TRUE(AbortHelper(platform).UserHasClickedAbort());
+        for (int use = 0; use < 2; ++use) {
+            const Error error = error_of([&] { platform.instrument->create_globals(); });
+            EXPECT_EQ(error.number(), -904);
+            EXPECT_NE(error.description().find(named), std::string::npos) << error.description();
+        }
+    }
+}
+
+TEST(LazyPlatform, ANamedLayerThatCannotBeHadIsNamedByTheFirstUseOfItsBaseFolderToo) {
+    const Platform platform = make_outside_platform("/nowhere/layer.so");
+    clsTunePrefsXML prefs(platform);
+    clsTuneParamsXML params(platform);
+    AbortHelper abort(platform);
+    CalMassList lists(platform);
+    const std::vector<std::function<void()>> uses{
+        [&] { prefs.GetTunePreference("LogSetpointTraffic"); },
+        [&] { params.GetAutotuneLimitValue("Misc", "SettlingTime"); },
+        [&] { abort.UserHasClickedAbort(); },
+        [&] { list_tune_preferences(platform); },
+        [&] { platform.instrument->create_globals(); },
+        [&] { platform.instrument->create_logbook_entry(); },
+        [&] { platform.instrument->create_peak_finder(); },
+    };
+    for (const auto& use : uses) {
+        const Error error = error_of(use);
+        EXPECT_EQ(error.number(), -904);
+        EXPECT_NE(error.description().find("/nowhere/layer.so"), std::string::npos) << error.description();
+    }
+}
+
+/// A host's own clock: it need not wait, and hears of every pause.
+class HostClock final : public Clock {
+public:
+    double seconds_since_midnight() override { return seconds; }
+    LocalTime now() override { return {}; }
+    void sleep_milliseconds(int milliseconds) override { seconds += milliseconds / 1000.0; }
+    void process_pending_events() override { ++turns; }
+
+    double seconds = 0;
+    int turns = 0;
+};
+
+TEST(LazyPlatform, TheEmbeddedInstrumentWaitsByTheHostsClock) {
+    const TemporaryFolder temporary;
+    create_base_folder(temporary.path() / "base");
+    write_text(temporary.path() / "scene.json", R"({"instrument": {"spectrum_period_ms": 1000}})");
+    const auto clock = std::make_shared<HostClock>();
+    Platform system = make_platform(nullptr);
+    system.clock = clock;
+    SpectrumParser parser(make_embedded_platform(
+        {.base_folder = temporary.path() / "base", .scene = temporary.path() / "scene.json"}, system));
+    parser.VerifyInstrumentIsShowingValidCalibrantSpectrum();
+    EXPECT_GE(clock->seconds, 1);
+    EXPECT_GT(clock->turns, 0);
 }
 
 TEST(BaseData, EverySourceHasListsAndAutotuneValuesInBothPolarities) {

@@ -3,7 +3,7 @@
 
 #include "instrument/simulator/simulator.h"
 #include "korvane/automation.h"
-#include "korvane/platform.h"
+#include "korvane/embedded.h"
 #include "korvane/system.h"
 #include "platform/files.h"
 #include "support/test_platform.h"

@@ -6,6 +6,7 @@
 #include "instrument/simulator/simulator.h"
 #include "korvane/abort_helper.h"
 #include "korvane/cal_mass_list.h"
+#include "korvane/embedded.h"
 #include "korvane/spectrum_parser.h"
 #include "korvane/tune_globals.h"
 #include "korvane/tune_params_xml.h"

@@ -6,6 +6,7 @@
 #include "automation/late_bound_instrument.h"
 #include "instrument/library/instrument_library.h"
 #include "korvane/automation.h"
+#include "korvane/embedded.h"
 #include "korvane/system.h"
 
 namespace korvane::automation {
