@@ -17,12 +17,6 @@ namespace {
     raise_runtime_fault(error_number::invalid_call, "no flight time for mass " + std::string(text.data(), end));
 }
 
-double polynomial_value(const std::vector<double>& polynomial, double time_ns) {
-    double value = 0;
-    for (auto term = polynomial.rbegin(); term != polynomial.rend(); ++term) value = value * time_ns + *term;
-    return value;
-}
-
 }  // namespace
 
 SquareLawCalibration::SquareLawCalibration(const CalibrationCoefficients& nanoseconds,
@@ -55,8 +49,7 @@ void SquareLawCalibration::collect_terms() {
 }
 
 double SquareLawCalibration::mass_from_time(double time_ns) const {
-    const double root = coefficients_.A * (time_ns - coefficients_.B);
-    return root * root + polynomial_value(polynomial_, time_ns);
+    return mass_and_slope(time_ns).mass;
 }
 
 SquareLawCalibration::MassAndSlope SquareLawCalibration::mass_and_slope(double time_ns) const {
@@ -117,20 +110,6 @@ double SquareLawCalibration::refine(double mass, double low_ns, double high_ns) 
         if (change_ns <= 1e-15 * std::abs(time_ns)) break;
     }
     return time_ns;
-}
-
-std::vector<double> SquareLawCalibration::masses_from_times(const std::vector<double>& times_ns) const {
-    std::vector<double> masses(times_ns.size());
-    std::transform(times_ns.begin(), times_ns.end(), masses.begin(),
-                   [this](double time_ns) { return mass_from_time(time_ns); });
-    return masses;
-}
-
-std::vector<double> SquareLawCalibration::times_from_masses(const std::vector<double>& masses) const {
-    std::vector<double> times_ns(masses.size());
-    std::transform(masses.begin(), masses.end(), times_ns.begin(),
-                   [this](double mass) { return time_from_mass(mass); });
-    return times_ns;
 }
 
 std::shared_ptr<MassTimeCalibration> SquareLawCalibration::clone() const {

@@ -24,8 +24,6 @@ public:
 
     double mass_from_time(double time_ns) const override;
     double time_from_mass(double mass) const override;
-    std::vector<double> masses_from_times(const std::vector<double>& times_ns) const override;
-    std::vector<double> times_from_masses(const std::vector<double>& masses) const override;
 
     std::shared_ptr<MassTimeCalibration> clone() const override;
 
