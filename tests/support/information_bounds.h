@@ -5,12 +5,14 @@
 
 namespace korvane {
 
-/// Least variance of any unbiased estimate of a peak's position on the sampling grid that starts at `start_time_ns`:
-/// 1 / sum of lambda'^2 J(lambda) with J the information of one Poisson + normal sample, or 1 / (mu' C^-1 mu') with C
-/// the covariance of overlapping pulses.
-double position_variance_bound_ns2(const SyntheticSet& set, const TruePeak& peak, double start_time_ns);
-
-/// The same for the logarithm of the width, the number of ions being unknown; 1 / (2 n) for pulses.
-double relative_width_variance_bound(const SyntheticSet& set, const TruePeak& peak, double start_time_ns);
+/// Least variances of any unbiased estimate on the sampling grid that starts at `start_time_ns`.
+struct InformationBounds {
+    /// 1 / sum of lambda'^2 J(lambda) with J the information of one Poisson + normal sample, or 1 / (mu' C^-1 mu') with
+    /// C the covariance of overlapping pulses.
+    double position_variance_ns2 = 0;
+    /// The same for the logarithm of the width, the number of ions being unknown; 1 / (2 n) for pulses.
+    double relative_width_variance = 0;
+};
+InformationBounds information_bounds(const SyntheticSet& set, const TruePeak& peak, double start_time_ns);
 
 }  // namespace korvane

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -38,7 +37,7 @@ struct SyntheticSet {
     int background_ions = 300;
 
     double fwhm_ns(double time_ns) const;
-    double sigma_ns(double time_ns) const;
+    double sigma_ns(double time_ns) const { return fwhm_ns(time_ns) / fwhm_per_sigma; }
 };
 
 /// The sets "150k", "300k", "600k" and "600k-pulse".
@@ -57,12 +56,8 @@ struct SyntheticSpectrum {
     std::vector<TruePeak> peaks;  ///< in the order of flight time
 };
 
-/// sqrt(m/z) = 4.5e-4/ns x (t - 20 ns).
-double synthetic_time_ns(double mass);
-double synthetic_mass(double time_ns);
-
 /// Ten calibrants of 10000, 3000, 1000, 300 and 100 ions, twice, and the set's background ions, at a random sub-sample
-/// phase. The same set and seed give the same spectrum.
+/// phase, sqrt(m/z) = 4.5e-4/ns x (t - 20 ns). The same set and seed give the same spectrum.
 SyntheticSpectrum synthesize(const SyntheticSet& set, std::uint64_t seed);
 /// The given peaks alone; the first sample lies at `start_time_ns` and `samples` of the set are made.
 SyntheticSpectrum synthesize_peaks(const SyntheticSet& set, const std::vector<TruePeak>& peaks, double start_time_ns,
@@ -70,9 +65,13 @@ SyntheticSpectrum synthesize_peaks(const SyntheticSet& set, const std::vector<Tr
 
 /// Expected counts of a peak above the baseline in a sample.
 double expected_counts(const SyntheticSet& set, const TruePeak& peak, double sample_time_ns);
+
 /// Full width at half maximum and height of the expected peak, delayed ions included.
-double true_fwhm_ns(const SyntheticSet& set, const TruePeak& peak);
-double true_height_counts(const SyntheticSet& set, const TruePeak& peak);
+struct TrueShape {
+    double fwhm_ns;
+    double height_counts;
+};
+TrueShape true_shape(const SyntheticSet& set, const TruePeak& peak);
 
 /// Spread of the ions' arrival about the peak's centre, and the mean delay of the late ones.
 struct ArrivalSpread {
@@ -80,16 +79,11 @@ struct ArrivalSpread {
     double tail_ns;
 };
 ArrivalSpread arrival_spread(const SyntheticSet& set, double time_ns);
-
-/// Samples, counted from the first, that hold all of a peak.
-struct SampleRange {
-    std::ptrdiff_t first;
-    std::ptrdiff_t last;
-};
-SampleRange samples_of_peak(const SyntheticSet& set, const TruePeak& peak, double start_time_ns);
-
+/// Density of the arrival, widened to `sigma_ns`, at a distance from the centre.
+double arrival_density(const SyntheticSet& set, double sigma_ns, double tail_ns, double distance_ns);
 double normal_density(double x);
-/// Density at x of a normal of deviation 1 plus an exponential of mean `tail`.
-double delayed_density(double x, double tail);
+
+/// Times of the samples that hold all of a peak; those before or after the spectrum too.
+std::vector<double> sample_times_of_peak(const SyntheticSet& set, const TruePeak& peak, double start_time_ns);
 
 }  // namespace korvane

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <vector>
 
 #include "instrument/masstime/square_law_calibration.h"
 #include "instrument/peakfinder/measured_peak_list.h"
@@ -11,7 +10,7 @@
 namespace korvane {
 namespace {
 
-/// Records whose eight values are ordered differently at every position; two of them tie.
+/// Records whose eight values are ordered differently at every position; some of them tie.
 std::vector<MeasuredPeak> mixed_peaks() {
     std::vector<MeasuredPeak> peaks;
     for (int i = 0; i < 6; ++i) {
@@ -24,91 +23,77 @@ std::vector<MeasuredPeak> mixed_peaks() {
     return peaks;
 }
 
-SquareLawCalibration calibration() {
-    return SquareLawCalibration({4.5e-4, 20});
-}
+const SquareLawCalibration calibration({4.5e-4, 20});
 
-TEST(MeasuredPeakList, OrdersByEveryPositionInBothDirectionsBeforeAndAfterConversion) {
+TEST(MeasuredPeakList, OrdersByEveryPositionAndKeepsTiesRecordsUnitsAndErrorsTogether) {
     for (const bool converted : {false, true}) {
-        MeasuredPeakList list(mixed_peaks());
-        if (converted) list.convert(calibration(), convert_to_amu_mode);
         for (std::int32_t position = 0; position < 8; ++position) {
             for (const std::int32_t direction : {0, 1, -3}) {
+                SCOPED_TRACE(std::to_string(position) + " " + std::to_string(direction));
+                const auto peaks = mixed_peaks();
+                MeasuredPeakList list(peaks);
+                if (converted) list.convert(calibration, convert_to_amu_mode);
                 list.order(position, direction);
-                for (std::int32_t i = 1; i < list.count(); ++i) {
+                auto place = [&](std::int32_t i) {
+                    const PeakInfo record = list.GetPeakAttributeInfo(i, false);
+                    return std::ranges::find(peaks, record, &MeasuredPeak::record) - peaks.begin();
+                };
+                for (std::int32_t i = 0; i < 6; ++i) {
+                    const PeakInfo amu = list.GetPeakAttributeInfo(i, true);
+                    const double ns = peaks[place(i)].record.pkCentroid;
+                    EXPECT_EQ(amu.pkCentroid, converted ? calibration.mass_from_time(ns) : ns);
+                    const double units = converted ? 2 * 4.5e-4 * 4.5e-4 * (ns - 20) : 1;
+                    EXPECT_NEAR(list.uncertainty(i)->centroid / units, peaks[place(i)].uncertainty.centroid, 1e-8);
+                    EXPECT_NEAR(list.uncertainty(i)->width / units, 0.02, 1e-8);
+                    if (i == 0) continue;
                     const double before = list.GetPeakAttributeInfo(i - 1, true).value(position);
-                    const double after = list.GetPeakAttributeInfo(i, true).value(position);
-                    EXPECT_TRUE(direction == 0 ? before >= after : before <= after)
-                        << position << " " << direction << " " << before << " " << after;
+                    EXPECT_TRUE(direction == 0 ? before >= amu.value(position) : before <= amu.value(position));
+                    EXPECT_TRUE(before != amu.value(position) || place(i - 1) < place(i));
                 }
             }
         }
     }
 }
 
-TEST(MeasuredPeakList, OrderKeepsTiesRecordsAndErrorsTogether) {
-    const auto peaks = mixed_peaks();
-    MeasuredPeakList list(peaks);
-    list.convert(calibration(), convert_to_amu_mode);
-    list.order(height_position, 0);
-    double last_height = 1e9;
-    double last_place = -1;
-    for (std::int32_t i = 0; i < list.count(); ++i) {
-        const auto ns = list.GetPeakAttributeInfo(i, false);
-        const auto amu = list.GetPeakAttributeInfo(i, true);
-        EXPECT_EQ(amu.pkCentroid, calibration().mass_from_time(ns.pkCentroid));
-        double place = 0;
-        while (!(peaks[static_cast<std::size_t>(place)].record == ns)) ++place;
-        if (ns.pkHeight == last_height) {
-            EXPECT_GT(place, last_place);
-        }
-        last_height = ns.pkHeight;
-        last_place = place;
-        const double own_error_ns = peaks[static_cast<std::size_t>(place)].uncertainty.centroid;
-        const double amu_per_ns = 2 * 4.5e-4 * 4.5e-4 * (ns.pkCentroid - 20);
-        EXPECT_NEAR(list.uncertainty(i)->centroid, own_error_ns * amu_per_ns, 1e-6 * own_error_ns);
-    }
-}
-
-TEST(MeasuredPeakList, ConversionKeepsCountsAndMakesMassesOfTimes) {
+TEST(MeasuredPeakList, ConversionKeepsCountsAndMakesMassesOfTimesOnce) {
     MeasuredPeakList list(mixed_peaks());
-    list.convert(calibration(), convert_to_amu_mode);
-    const SquareLawCalibration other({9e-4, 0});
-    list.convert(other, convert_to_amu_mode);  // converting twice is converting once
+    list.convert(calibration, convert_to_amu_mode);
+    list.convert(SquareLawCalibration({9e-4, 0}), convert_to_amu_mode);
+    auto mass = [](double time_ns) { return calibration.mass_from_time(time_ns); };
     for (std::int32_t i = 0; i < list.count(); ++i) {
-        const auto ns = list.GetPeakAttributeInfo(i, false);
-        const auto amu = list.GetPeakAttributeInfo(i, true);
-        EXPECT_EQ(ns, mixed_peaks()[static_cast<std::size_t>(i)].record);
-        EXPECT_EQ(amu.pkApexX, calibration().mass_from_time(ns.pkApexX));
-        EXPECT_EQ(amu.pkStart, calibration().mass_from_time(ns.pkStart));
-        EXPECT_EQ(amu.pkEnd, calibration().mass_from_time(ns.pkEnd));
-        EXPECT_EQ(amu.pkArea, ns.pkArea);
-        EXPECT_EQ(amu.pkHeight, ns.pkHeight);
-        const double width = calibration().mass_from_time(ns.pkCentroid + ns.pkWidth / 2) -
-                             calibration().mass_from_time(ns.pkCentroid - ns.pkWidth / 2);
-        EXPECT_EQ(amu.pkWidth, width);
+        const PeakInfo ns = mixed_peaks()[static_cast<std::size_t>(i)].record;
+        const double width = mass(ns.pkCentroid + ns.pkWidth / 2) - mass(ns.pkCentroid - ns.pkWidth / 2);
+        const PeakInfo expected{mass(ns.pkApexX),
+                                mass(ns.pkStart),
+                                ns.pkArea,
+                                mass(ns.pkCentroid),
+                                width,
+                                ns.pkHeight,
+                                mass(ns.pkCentroid) / width,
+                                mass(ns.pkEnd)};
+        EXPECT_EQ(list.GetPeakAttributeInfo(i, true), expected);
         // m / dm is t / (2 dt) but for the time offset of the law.
-        EXPECT_NEAR(amu.pkResolution / ns.pkResolution, 1, 1e-3);
-        EXPECT_EQ(amu.pkResolution, amu.pkCentroid / amu.pkWidth);
+        EXPECT_NEAR(expected.pkResolution / ns.pkResolution, 1, 1e-3);
     }
 }
 
-TEST(MeasuredPeakList, WrongIndexPositionOrModeIsAnErrorThatNamesIt) {
+TEST(MeasuredPeakList, WrongIndexPositionOrModeIsAnErrorThatNamesItAndChangesNothing) {
     MeasuredPeakList list(mixed_peaks());
     MeasuredPeakList empty({});
     for (const std::int32_t index : {-1, 6, 2147483647}) {
-        const std::string text = std::to_string(index);
-        EXPECT_EQ(raised([&] { list.GetPeakAttributeInfo(index, true); }).substr(0, 2), "9|");
-        EXPECT_NE(raised([&] { list.GetPeakAttributeInfo(index, false); }).find(text), std::string::npos);
-        EXPECT_EQ(raised([&] { list.uncertainty(index); }).substr(0, 2), "9|");
+        const std::string text = raised([&] { list.GetPeakAttributeInfo(index, false); });
+        EXPECT_EQ(text.substr(0, 2), "9|");
+        EXPECT_NE(text.find(std::to_string(index)), std::string::npos);
+        EXPECT_EQ(raised([&] { list.GetPeakAttributeInfo(index, true); }), text);
+        EXPECT_EQ(raised([&] { list.uncertainty(index); }), text);
     }
     EXPECT_EQ(raised([&] { empty.GetPeakAttributeInfo(0, true); }).substr(0, 2), "9|");
     EXPECT_EQ(raised([&] { empty.order(8, 0); }).substr(0, 2), "9|");
     EXPECT_EQ(raised([&] { list.order(-1, 0); }).substr(0, 2), "9|");
-    EXPECT_NE(raised([&] { list.convert(calibration(), 1); }).find("5|"), std::string::npos);
-    EXPECT_EQ(raised([&] { empty.convert(calibration(), convert_to_amu_mode); }), "no error");
-    // A refused conversion leaves the list as it was.
-    EXPECT_EQ(list.GetPeakAttributeInfo(0, true), list.GetPeakAttributeInfo(0, false));
+    EXPECT_EQ(raised([&] { list.convert(calibration, 1); }).substr(0, 2), "5|");
+    EXPECT_EQ(raised([&] { empty.convert(calibration, convert_to_amu_mode); }), "no error");
+    for (std::int32_t i = 0; i < 6; ++i)
+        EXPECT_EQ(list.GetPeakAttributeInfo(i, true), mixed_peaks()[static_cast<std::size_t>(i)].record);
 }
 
 }  // namespace
