@@ -1,5 +1,5 @@
 # The libraries of a cross build for Windows. Header-only ones are those of the build machine, reached through a folder of
-# links so that none of its other headers is found; pugixml is compiled from the source of the system's package.
+# links so that none of its other headers is found; Expat and pugixml are compiled from the sources of the system's packages.
 set(headers ${CMAKE_BINARY_DIR}/headers)
 file(MAKE_DIRECTORY ${headers})
 foreach(library fmt CLI nlohmann)
@@ -23,13 +23,22 @@ korvane_header_library(nlohmann_json::nlohmann_json)
 set(ZLIB_USE_STATIC_LIBS ON)
 find_package(ZLIB REQUIRED)
 
-set(KORVANE_PUGIXML ${CMAKE_BINARY_DIR}/pugixml CACHE PATH "Source of pugixml, fetched when it is not there")
-if(NOT EXISTS ${KORVANE_PUGIXML}/src/pugixml.cpp)
-  execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/fetch_pugixml.sh ${KORVANE_PUGIXML} COMMAND_ERROR_IS_FATAL ANY)
-endif()
-add_library(pugixml STATIC ${KORVANE_PUGIXML}/src/pugixml.cpp)
-target_include_directories(pugixml SYSTEM PUBLIC ${KORVANE_PUGIXML}/src)
+set(KORVANE_SOURCES ${CMAKE_BINARY_DIR}/sources CACHE PATH "Sources of Debian packages, fetched when they are not there")
+execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/fetch_sources.sh ${KORVANE_SOURCES} pugixml=libpugixml-dev
+                        expat=libexpat1-dev COMMAND_ERROR_IS_FATAL ANY)
+add_library(pugixml STATIC ${KORVANE_SOURCES}/pugixml/src/pugixml.cpp)
+target_include_directories(pugixml SYSTEM PUBLIC ${KORVANE_SOURCES}/pugixml/src)
 add_library(pugixml::pugixml ALIAS pugixml)
+
+enable_language(C)
+set(expat ${KORVANE_SOURCES}/expat/expat/lib)
+file(TOUCH ${CMAKE_BINARY_DIR}/expat/expat_config.h)
+add_library(expat STATIC ${expat}/xmlparse.c ${expat}/xmlrole.c ${expat}/xmltok.c)
+target_include_directories(expat SYSTEM PRIVATE ${CMAKE_BINARY_DIR}/expat PUBLIC ${expat})
+# What its own configuration step finds out, as for Debian's library.
+target_compile_definitions(expat PUBLIC XML_STATIC
+                           PRIVATE BYTEORDER=1234 HAVE_MEMMOVE XML_CONTEXT_BYTES=1024 XML_DTD XML_NS)
+add_library(EXPAT::EXPAT ALIAS expat)
 
 if(KORVANE_TESTS)
   set(BUILD_GMOCK ON)

@@ -2,8 +2,8 @@
 # Installs what the build and the tests need and the machine lacks, with apt. Parts: native (default), windows.
 set -euo pipefail
 
-native=(g++ cmake ninja-build ccache git ca-certificates libpugixml-dev libfmt-dev libcli11-dev nlohmann-json3-dev
-        libeigen3-dev zlib1g-dev libgtest-dev libgmock-dev)
+native=(g++ cmake ninja-build ccache git ca-certificates libexpat1-dev libpugixml-dev libfmt-dev libcli11-dev
+        nlohmann-json3-dev libeigen3-dev zlib1g-dev libgtest-dev libgmock-dev)
 windows=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools libz-mingw-w64-dev wine wine64 libwine
          googletest dpkg-dev)
 

@@ -6,8 +6,7 @@
 #include "assembly/base_data.h"
 #include "korvane/embedded.h"
 #include "korvane/error.h"
-#include "platform/environment.h"
-#include "platform/paths.h"
+#include "platform/files.h"
 #include "platform/safe_save.h"
 
 namespace korvane {

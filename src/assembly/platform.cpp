@@ -11,8 +11,7 @@
 #include "instrument/simulator/simulator.h"
 #include "korvane/embedded.h"
 #include "korvane/recording.h"
-#include "platform/environment.h"
-#include "platform/paths.h"
+#include "platform/files.h"
 
 namespace korvane {
 

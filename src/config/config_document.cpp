@@ -4,7 +4,7 @@
 
 #include "frame/lazy_instrument.h"
 #include "frame/located_number.h"
-#include "korvane/system.h"
+#include "platform/files.h"
 
 namespace korvane {
 
@@ -32,12 +32,12 @@ std::string ConfigDocument::path() const {
     return join_path(base_folder(*platform_.instrument), std::string(file_.name));
 }
 
-void ConfigDocument::load(TraceObj& record, bool for_editing) {
+void ConfigDocument::load(TraceObj& record) {
     opened_ = true;
     loaded_ = false;
     const std::string file_path = path();
     for (int attempt = 1;; ++attempt) {
-        parse_error_ = document_.load(*platform_.files, file_path, for_editing);
+        parse_error_ = document_.load(*platform_.files, file_path);
         loaded_ = !parse_error_;
         if (loaded_) return;
         if (attempt == attempts) give_up(record, file_.load_failed_trace, file_path);

@@ -43,7 +43,7 @@ public:
     /// opening.
     void require_layer() const { platform_.instrument->create_path_information(); }
     /// Reads the file, three times at most; then -904. Memory is kept between loads.
-    void load(TraceObj& record, bool for_editing);
+    void load(TraceObj& record);
     /// Sets an element's text and saves, three times at most; then -904. A read-only attribute is cleared first.
     void write(TraceObj& record, const XmlElement& element, const std::string& text);
 

@@ -42,8 +42,8 @@ constexpr std::string_view not_found = "] not found in Tune XML config file";
 struct clsTuneParamsXML::Impl {
     explicit Impl(const Platform& platform) : trace(platform.tracers), document(platform, parameter_file) {}
 
-    void open(bool for_editing = false) {
-        routine(trace, {"OpenTuneParamsXML"}, no_line, [&](TraceObj& record) { document.load(record, for_editing); });
+    void open() {
+        routine(trace, {"OpenTuneParamsXML"}, no_line, [&](TraceObj& record) { document.load(record); });
     }
     void open_if_needed(bool reload) {
         if (reload || !document.is_open()) open();
@@ -116,7 +116,7 @@ void clsTuneParamsXML::WriteTuneParamValue(const std::string& ParamGroupName, co
                                            const std::string& strNewParamValue, const std::string& strAltTreeNode) {
     const auto body = [&](TraceObj& record) {
         require_permitted(writable_groups, ParamGroupName);
-        impl_->open(true);
+        impl_->open();
         const auto group = impl_->document.select(tof_path + strAltTreeNode + "/" + ParamGroupName);
         // The text names the usual tree even when another was asked for.
         if (!group)

@@ -17,15 +17,14 @@ const std::string root_path = "/TunePreferences";
 struct clsTunePrefsXML::Impl {
     explicit Impl(const Platform& platform) : trace(platform.tracers), document(platform, preference_file) {}
 
-    void open(bool for_editing) {
+    void open() {
         document.require_layer();
         const auto unavailable = [](TraceObj& record, RoutineName name, const Error& error) {
             ErrorLine{"OpenTunePrefsXML: error[", ", ", "] opening Tune Prefs XML"}(record, name, error);
             throw Error(error_number::preferences_unavailable, std::string(config_reader_source),
                         "TunePreferences XML file doesn't exist");
         };
-        routine(trace, {"OpenTunePrefsXML"}, unavailable,
-                [&](TraceObj& record) { document.load(record, for_editing); });
+        routine(trace, {"OpenTunePrefsXML"}, unavailable, [&](TraceObj& record) { document.load(record); });
     }
 
     XmlElement preference(const std::string& name) const {
@@ -51,14 +50,14 @@ clsTunePrefsXML& clsTunePrefsXML::operator=(clsTunePrefsXML&&) noexcept = defaul
 
 std::string clsTunePrefsXML::GetTunePreference(const std::string& ParamName, bool bReOpenXMLFile) {
     return routine(impl_->trace, {"GetTunePreference"}, StoreLine{"querying for element", ParamName}, [&] {
-        if (bReOpenXMLFile || !impl_->document.is_open()) impl_->open(false);
+        if (bReOpenXMLFile || !impl_->document.is_open()) impl_->open();
         return impl_->preference(ParamName).text();
     });
 }
 
 void clsTunePrefsXML::WriteTunePreference(const std::string& strParamName, const std::string& strNewParameterValue) {
     routine(impl_->trace, {"WriteTunePreference"}, StoreLine{"writing element", strParamName}, [&](TraceObj& record) {
-        impl_->open(true);
+        impl_->open();
         impl_->document.write(record, impl_->preference(strParamName), strNewParameterValue);
     });
 }

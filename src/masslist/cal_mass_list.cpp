@@ -65,7 +65,7 @@ CalMassList& CalMassList::operator=(CalMassList&&) noexcept = default;
 
 VariantArray<double> CalMassList::GetMassListArrayFromFile(const std::string& fileName, const std::string& sourceType,
                                                            const std::string& polarity) {
-    const MassListDocument document(*impl_->files, fileName, false);
+    const MassListDocument document(*impl_->files, fileName);
     std::vector<double> masses;
     for (const XmlElement& mass : document.masses({sourceType, polarity}))
         masses.push_back(located_number(mass.text(), [&] {
@@ -75,7 +75,7 @@ VariantArray<double> CalMassList::GetMassListArrayFromFile(const std::string& fi
 }
 
 void CalMassList::OpenMassListFile(const std::string& fileName) {
-    MassListDocument document(*impl_->files, fileName, true);
+    MassListDocument document(*impl_->files, fileName);
     MassLists lists = lists_of(document);
     impl_->open.emplace(Impl::OpenFile{std::move(document), std::move(lists)});
     impl_->any_dirty = false;

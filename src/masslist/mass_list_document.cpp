@@ -19,9 +19,8 @@ void raise_mass_list_error(const std::string& description) {
     throw Error(error_number::routine_detected, "CalMassList", description);
 }
 
-MassListDocument::MassListDocument(Files& files, const std::string& file_name, bool for_editing)
-    : file_name_(file_name) {
-    const XmlParseError error = document_.load(files, file_name, for_editing);
+MassListDocument::MassListDocument(Files& files, const std::string& file_name) : file_name_(file_name) {
+    const XmlParseError error = document_.load(files, file_name);
     const bool unreadable = error.code < 0;
     if (unreadable) raise_mass_list_error("Failed to open mass list file: " + file_name);
     if (error) raise_mass_list_error(file_name + " is not a valid Mass List file.\r\n" + error.reason);

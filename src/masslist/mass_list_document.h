@@ -25,7 +25,7 @@ struct MassListName {
 class MassListDocument {
 public:
     /// Error -1 for a file that cannot be read or is not a mass-list file.
-    MassListDocument(Files& files, const std::string& file_name, bool for_editing);
+    MassListDocument(Files& files, const std::string& file_name);
 
     const std::string& file_name() const { return file_name_; }
     std::vector<XmlElement> configurations() const;

@@ -1,11 +1,16 @@
 #include "platform/automation_arithmetic.h"
 
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <clocale>
 #include <cmath>
 #include <limits>
 
 #include "korvane/error.h"
 #include "platform/rounding.h"
+#include "platform/text.h"
+#include "platform/windows_text.h"
 
 namespace korvane {
 
@@ -18,6 +23,41 @@ Integer to_integer(double value) {
                       nearest <= static_cast<double>(std::numeric_limits<Integer>::max());
     if (!fits) raise_runtime_fault(error_number::overflow, number_text(value));
     return static_cast<Integer>(nearest);
+}
+
+/// Plain decimals stand for exponents -5 to 15.
+constexpr double smallest_plain = 1e-5, beyond_plain = 1e16;
+
+std::string_view without_blanks(std::string_view text) {
+    constexpr std::string_view blanks = " \t\r\n";
+    const std::size_t first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+/// The text with the current locale's decimal separator turned into a point; false where it holds a point already.
+bool with_point(std::string_view text, std::string& out) {
+    const std::string separator = decimal_separator();
+    const bool is_point = separator == "." || separator.empty();
+    if (!is_point && text.find('.') != std::string_view::npos) return false;
+    const std::size_t at = is_point ? std::string_view::npos : text.find(separator);
+    out = text.substr(0, at);
+    if (at != std::string_view::npos) out.append(1, '.').append(text.substr(at + separator.size()));
+    return true;
+}
+
+/// Whether digits that a double cannot hold are too large rather than too small.
+bool is_huge(std::string_view digits) {
+    const std::size_t exponent_mark = std::min(digits.find_first_of("eE"), digits.size());
+    const std::string_view mantissa = digits.substr(0, exponent_mark);
+    const auto point = static_cast<long long>(std::min(mantissa.find('.'), mantissa.size()));
+    const auto leading = static_cast<long long>(mantissa.find_first_not_of("0."));
+    std::string_view exponent_text = digits.substr(std::min(exponent_mark + 1, digits.size()));
+    if (exponent_text.starts_with('+')) exponent_text.remove_prefix(1);
+    long long exponent = 0;
+    const auto parsed = std::from_chars(exponent_text.data(), exponent_text.data() + exponent_text.size(), exponent);
+    if (parsed.ec == std::errc::result_out_of_range) return !exponent_text.starts_with('-');
+    return point - leading + exponent > 0;
 }
 
 }  // namespace
@@ -41,6 +81,72 @@ std::int32_t to_int32(const InstrumentValue& value) {
 }
 std::int16_t to_int16(const InstrumentValue& value) {
     return to_int16(to_double(value));
+}
+
+std::string decimal_separator() {
+#ifdef _WIN32
+    // The user's own setting, which the C library of this module never heard of.
+    wchar_t text[8] = L"";
+    GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_SDECIMAL, text, 8);
+    return utf8_from_utf16(text);
+#else
+    return std::localeconv()->decimal_point;
+#endif
+}
+
+std::string number_text(double value) {
+    std::string text;
+    append_number(text, value);
+    return text;
+}
+
+std::string number_text(float value) {
+    if (!std::isfinite(value)) return number_text(static_cast<double>(value));
+    std::array<char, 32> text;
+    const auto end = std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::scientific).ptr;
+    double same_text = 0;
+    std::from_chars(text.data(), end, same_text);
+    return number_text(same_text);
+}
+
+std::string number_text(const InstrumentValue& value) {
+    if (const auto* integer = std::get_if<std::int32_t>(&value)) return number_text(*integer);
+    if (const auto* number = std::get_if<double>(&value)) return number_text(*number);
+    if (const auto* text = std::get_if<std::string>(&value)) return *text;
+    return {};
+}
+
+void append_number(std::string& out, double value) {
+    if (value == 0) {
+        out += '0';
+    } else if (!std::isfinite(value)) {
+        append_text(out, std::signbit(value) ? "-" : "", std::isinf(value) ? "1.#INF" : "1.#QNAN");
+    } else {
+        std::array<char, 32> text;
+        const bool plain = std::abs(value) >= smallest_plain && std::abs(value) < beyond_plain;
+        const auto format = plain ? std::chars_format::fixed : std::chars_format::scientific;
+        char* const end = std::to_chars(text.data(), text.data() + text.size(), value, format).ptr;
+        std::replace(text.data(), end, 'e', 'E');
+        out.append(text.data(), end);
+    }
+}
+
+double parse_double(std::string_view text) {
+    const auto mismatch = [&] { raise_runtime_fault(error_number::type_mismatch, "[" + std::string(text) + "]"); };
+    std::string digits;
+    if (!with_point(without_blanks(text), digits)) mismatch();
+    const bool negative = !digits.empty() && digits.front() == '-';
+    if (negative || (!digits.empty() && digits.front() == '+')) digits.erase(0, 1);
+    // What from_chars would take besides: a second sign and the names of the values that are no numbers.
+    if (digits.empty() || (digits.front() != '.' && (digits.front() < '0' || digits.front() > '9'))) mismatch();
+    double value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    if (error == std::errc::invalid_argument || end != digits.data() + digits.size()) mismatch();
+    if (error == std::errc::result_out_of_range) {
+        if (is_huge(digits)) raise_runtime_fault(error_number::overflow, "[" + std::string(text) + "]");
+        value = 0;
+    }
+    return negative ? -value : value;
 }
 
 }  // namespace korvane

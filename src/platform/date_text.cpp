@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include "korvane/error.h"
 #include "platform/automation_arithmetic.h"
 #include "platform/windows_text.h"
 #ifdef _WIN32

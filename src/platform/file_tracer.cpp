@@ -5,7 +5,6 @@
 
 #include "korvane/error.h"
 #include "korvane/system.h"
-#include "platform/environment.h"
 #include "platform/files.h"
 
 namespace korvane {

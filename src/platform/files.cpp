@@ -1,41 +1,34 @@
 #include "platform/files.h"
 
+#include <cstdlib>
+
+#include "platform/windows_text.h"
+
 namespace korvane {
-
-std::int32_t FileError::runtime_error_number() const noexcept {
-    switch (kind_) {
-        case FileErrorKind::not_found:
-            return 53;
-        case FileErrorKind::access_denied:
-        case FileErrorKind::sharing_violation:
-            return 70;
-        case FileErrorKind::no_space:
-            return 61;
-        case FileErrorKind::input_output:
-            return 57;
-        case FileErrorKind::other:
-            break;
-    }
-    return 75;
-}
-
-bool Files::is_first_save(const std::string& path) {
-    const std::lock_guard lock(mutex_);
-    return saved_paths_.insert(path).second;
-}
-
-std::string join_path(const std::string& folder, const std::string& name) {
-    const std::string_view separator = path_separator();
-    const bool ends_in_separator = !folder.empty() && (folder.back() == '/' || folder.back() == separator.front());
-    if (folder.empty() || ends_in_separator) return folder + name;
-    return folder + std::string(separator) + name;
-}
 
 std::string_view path_separator() {
 #ifdef _WIN32
     return "\\";
 #else
     return "/";
+#endif
+}
+
+std::string join_path(const std::string& folder, const std::string& name) {
+    const bool ends_in_separator = folder.ends_with('/') || folder.ends_with(path_separator());
+    return folder.empty() || ends_in_separator ? folder + name : folder + std::string(path_separator()) + name;
+}
+
+std::string environment_text(const std::string& name) {
+#ifdef _WIN32
+    // The system's environment: a host may change it behind the back of this module's C library.
+    const std::wstring wide = utf16_from_utf8(name);
+    std::wstring value(GetEnvironmentVariableW(wide.c_str(), nullptr, 0), L'\0');
+    value.resize(GetEnvironmentVariableW(wide.c_str(), value.data(), static_cast<DWORD>(value.size())));
+    return utf8_from_utf16(value);
+#else
+    const char* const value = std::getenv(name.c_str());
+    return value ? value : "";
 #endif
 }
 

@@ -8,13 +8,17 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/files.h"
+#include "korvane/system.h"
+
+namespace pugi {
+struct xml_node_struct;
+}
 
 namespace korvane {
 
-/// Outcome of a load. Code 0 is success; the codes are the parser's own, from 100 on the document's: 100 too large (256
-/// MiB), 101 unknown encoding, 102 bytes that are no characters, 103 text outside the root element, 104 several root
-/// elements, 105 elements nested too deep (8192 levels). File faults are the system's code, negative.
+/// Outcome of a load. Code 0 is success. 100: larger than 256 MiB; 102: bytes that are no characters; 105: elements
+/// nested deeper than 8192 levels; 106: a reference to an entity of the document's own; from 200 on: Expat's code for
+/// what is not well-formed; 3: no memory for the tree. File faults are the system's code, negative.
 struct XmlParseError {
     std::int32_t code = 0;
     std::string reason;
@@ -39,12 +43,12 @@ public:
 
 private:
     friend class XmlDocument;
-    XmlElement(const XmlDocument* document, void* node) : document_(document), node_(node) {}
+    XmlElement(const XmlDocument* document, pugi::xml_node_struct* node) : document_(document), node_(node) {}
     const XmlDocument* document_;
-    void* node_;
+    pugi::xml_node_struct* node_;
 };
 
-/// A new element to put into a document: attributes and either text or children.
+/// A new element to put into a document: attributes and either text or children. Names must be names to XML.
 struct XmlNewElement {
     std::string name;
     std::vector<std::pair<std::string, std::string>> attributes;
@@ -59,20 +63,20 @@ public:
     XmlDocument(XmlDocument&&) noexcept;
     XmlDocument& operator=(XmlDocument&&) noexcept;
 
-    /// Reads and parses a file; on failure the document is empty. `for_editing` keeps the source bytes. Nothing outside
-    /// the file is touched: a DTD is passed over and external entities stay unresolved. Memory is kept between loads.
+    /// Reads and parses a file; on failure the document is empty. While the bytes read are those last parsed, the tree
+    /// stays. Nothing outside the file is touched: a DTD is passed over, and references to entities are refused.
     /// Encodings: UTF-8, UTF-16, US-ASCII, ISO-8859-1, windows-1252.
-    XmlParseError load(Files& files, const std::string& path, bool for_editing = false);
+    XmlParseError load(Files& files, const std::string& path);
     /// The same from bytes.
-    XmlParseError parse(std::string bytes, bool for_editing = false);
+    XmlParseError parse(std::string bytes);
 
     /// First element of an XPath 1.0 node set, if any. Error -2147467259 naming the query where it is not a query for
     /// elements, nests too deep (64 brackets) or is too long (65,536 bytes).
     std::optional<XmlElement> select(const std::string& xpath) const;
     std::vector<XmlElement> select_all(const std::string& xpath) const;
 
-    // Edits. They invalidate all elements and raise error 5 on a document not loaded for editing, for an element of
-    // another document and for characters and names that XML does not allow; the document is then unchanged.
+    // Edits. They invalidate all elements and raise error 5 for an element of another document and where the result
+    // would not be well-formed (characters that XML does not allow, too deep); the document is then unchanged.
     /// Children are replaced too. A text that the element has already changes nothing.
     void set_text(const XmlElement& element, const std::string& text);
     /// Puts `replacement` after the last child of `parent` and takes `old`, a child of it, away. New elements are laid
@@ -80,16 +84,18 @@ public:
     void replace_child(const XmlElement& parent, const XmlElement& old, const XmlNewElement& replacement);
     void append_child(const XmlElement& parent, const XmlNewElement& addition);
 
-    /// The document in the encoding it was read in, byte order mark included.
-    std::string bytes() const;
-    /// Checks that the bytes parse back, then saves them safely. Raises `FileError`.
+    /// The document in the encoding it was read in, byte order mark included; nothing where it is empty.
+    const std::string& bytes() const;
+    /// Saves the bytes safely. Raises `FileError`.
     void save(Files& files, const std::string& path) const;
 
 private:
     friend class XmlElement;
-    void require_editable(const XmlElement& element) const;
     struct State;
+    std::size_t begin_of(const XmlElement& element) const;
+    void replace_source(std::string_view edited);
     std::unique_ptr<State> state_;
+    std::string read_;  ///< the bytes of the last load; its memory is kept
 };
 
 }  // namespace korvane

@@ -4,27 +4,19 @@
 #include <pugixml.hpp>
 
 #include "platform/xml_document.h"
-#include "platform/xml_encoding.h"
+#include "platform/xml_source.h"
 
 namespace korvane {
 
+/// All parts say the same, or the document is empty and has no bytes.
 struct XmlDocument::State {
+    std::string bytes;  ///< as the file has them
+    XmlSource source;
     pugi::xml_document tree;
-    std::string parsed;  ///< UTF-8; the parser cuts it up, and the tree points into it
-    std::string source;  ///< UTF-8, whole; only for editing
-    XmlEncoding encoding;
-    bool editable = false;
 
+    /// The rest from the bytes; empty where they are refused.
+    XmlParseError build();
     void clear();
-    /// Builds the tree from a file's bytes in `parsed`.
-    XmlParseError build(bool for_editing);
-    /// Puts an edited source in the place of the present one. Error 5 where it does not parse; nothing has then
-    /// changed.
-    void replace_source(std::string edited);
-
-private:
-    XmlParseError decode();
-    XmlParseError build_tree();
 };
 
 }  // namespace korvane

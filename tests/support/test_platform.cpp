@@ -9,7 +9,6 @@
 #include <sstream>
 
 #include "platform/files.h"
-#include "platform/paths.h"
 
 namespace korvane {
 

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "platform/environment.h"
+#include "platform/files.h"
 
 namespace korvane::automation {
 
