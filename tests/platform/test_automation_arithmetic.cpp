@@ -71,6 +71,7 @@ template <class Number, class Bits>
 void expect_shortest_round_trips() {
     std::mt19937_64 random(5);
     const std::regex plain("-?(0|[1-9][0-9]*)(\\.[0-9]*[1-9])?");
+    const std::regex no_digit("[^0-9]"), outer_zeros("^0+|0+$");
     const std::regex scientific("-?[1-9](\\.[0-9]*[1-9])?E[+-][0-9]{2,3}");
     for (int i = 0; i < 20'000; ++i) {
         // Every bit pattern, and numbers of everyday size with few digits.
@@ -87,8 +88,8 @@ void expect_shortest_round_trips() {
         const double magnitude = std::abs(static_cast<double>(value));
         const bool is_plain = value == 0 || (magnitude >= 1e-5 && magnitude < 1e16);
         ASSERT_TRUE(std::regex_match(text, is_plain ? plain : scientific)) << text;
-        std::string digits = std::regex_replace(text.substr(0, text.find('E')), std::regex("[^0-9]"), "");
-        digits = std::regex_replace(digits, std::regex("^0+|0+$"), "");
+        std::string digits = std::regex_replace(text.substr(0, text.find('E')), no_digit, "");
+        digits = std::regex_replace(digits, outer_zeros, "");
         if (digits.size() < 2) continue;
         const std::string shorter = fmt::format("{:.{}e}", value, digits.size() - 2);
         std::from_chars(shorter.data(), shorter.data() + shorter.size(), back);
