@@ -11,29 +11,24 @@ namespace {
 using Lines = std::vector<std::string>;
 
 TEST(Readiness, OnlyARoundedNegativeStateIsNotReadyWhateverTheRunState) {
-    struct Case {
-        double state;
-        bool ready;
-        const char* rounded;
-    };
-    const Case cases[] = {{0, true, "0"},      {1, true, "1"},       {-0.4, true, "0"},         {-0.5, true, "0"},
-                          {-0.6, false, "-1"}, {-1.25, false, "-1"}, {-32768, false, "-32768"}, {32767, true, "32767"}};
+    // The state and its 16-bit integer.
+    const std::pair<double, std::int32_t> cases[] = {{0, 0},   {1, 1},      {-0.4, 0},        {-0.5, 0},     {-0.6, -1},
+                                                     {-1, -1}, {-1.25, -1}, {-32768, -32768}, {32767, 32767}};
     for (const bool run_state_also : {false, true}) {
         ParserWorld world;
         world.test.preference("WaitDialogHandlesRunStateAlso", run_state_also ? "Yes" : "No");
         SpectrumParser::Impl state(world.platform());
         auto& registers = world.instrument().registers;
-        for (const Case& one : cases)
+        for (const auto& [not_ready, rounded] : cases)
             for (const std::int32_t run_state : {-5, 0, 3}) {
                 world.test.trace().lines.clear();
-                registers["ACTUAL.NDR[NRDYSTATE]"] = one.state;
+                registers["ACTUAL.NDR[NRDYSTATE]"] = not_ready;
                 registers["REG[ACTUAL].OBJ[1].NDR[RUNSTATE]"] = run_state;
-                EXPECT_EQ(state.CheckInstrumentReadyState(), one.ready) << one.state << " " << run_state;
-                Lines traced{text_of("NrdyState is ", one.state)};
+                EXPECT_EQ(state.CheckInstrumentReadyState(), rounded >= 0) << not_ready << " " << run_state;
+                Lines traced{text_of("NrdyState is ", not_ready)};
                 if (run_state_also)
-                    traced = one.ready
-                                 ? Lines{}
-                                 : Lines{text_of("Waiting: NReady[", one.rounded, "], RunState[", run_state, "]")};
+                    traced = rounded >= 0 ? Lines{}
+                                       : Lines{text_of("Waiting: NReady[", rounded, "], RunState[", run_state, "]")};
                 EXPECT_EQ(world.traced_by("CheckInstrumentReadyState"), traced);
             }
         registers["ACTUAL.NDR[NRDYSTATE]"] = 32767.5;

@@ -166,13 +166,6 @@ TEST(SearchErrors, MissingPeaksDoNotHideAnErrorOfTheSameProbeAndOverflowIsOne) {
     EXPECT_THAT(high.adjusted(251000), StartsWith("6|"));
 }
 
-TEST(SearchErrors, AbortEndsTheSearchBeforeTheNextProbe) {
-    FailingProbe test;
-    test.parser.on_adjust_probe([&](const AdjustProbe&) { test.request_abort(); });
-    EXPECT_EQ(test.adjusted(251000), "1||User aborted");
-    EXPECT_EQ(test.journal_of("write 50").size(), 1);
-}
-
 // What the fast variant does otherwise.
 
 TEST(FastSearch, MeasurementFarOffTheTargetIsRepeatedUntilItComesNearFourTimesAtMost) {
