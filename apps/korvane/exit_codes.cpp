@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string_view>
 
 namespace korvane::program {
@@ -16,9 +17,9 @@ constexpr std::string_view library = "Korvane";
 struct ErrorClass {
     std::int32_t number;
     ExitCode code;
-    std::string_view source = {};       // empty: any source
-    std::string_view description = {};  // empty: any description
-    std::string_view remark = {};       // what the description does not say
+    std::string_view source = {};        // empty: any source
+    std::optional<ErrorKind> kind = {};  // nothing: any kind
+    std::string_view remark = {};        // what the description does not say
 };
 
 // The first row that fits decides; what no row names is the instrument's.
@@ -29,9 +30,9 @@ constexpr std::array error_classes{
     ErrorClass{
         error_number::polarity_timeout, ExitCode::time_out, {}, {}, "no spectrum of the sought polarity within 45 s"},
     ErrorClass{error_number::setpoint_not_reached, ExitCode::time_out},
-    // The time-out of a wait for a spectrum has no error of its own.
-    ErrorClass{error_number::invalid_call, ExitCode::time_out, library, "Invalid procedure call or argument",
-               "no populated spectrum within 15 s"},
+    // The time-out of a wait for a spectrum has no number of its own.
+    ErrorClass{
+        error_number::invalid_call, ExitCode::time_out, {}, ErrorKind::time_out, "no populated spectrum within 15 s"},
     ErrorClass{error_number::routine_detected, ExitCode::configuration, "CalMassList"},
     ErrorClass{error_number::type_mismatch, ExitCode::configuration},
     ErrorClass{
@@ -56,7 +57,7 @@ constexpr std::array error_classes{
 ErrorClass class_of(const Error& error) {
     const auto* const row = std::find_if(error_classes.begin(), error_classes.end(), [&](const ErrorClass& known) {
         return known.number == error.number() && (known.source.empty() || known.source == error.source()) &&
-               (known.description.empty() || known.description == error.description());
+               (!known.kind || *known.kind == error.kind());
     });
     return row == error_classes.end() ? ErrorClass{error.number(), ExitCode::instrument} : *row;
 }
