@@ -1,16 +1,30 @@
-# Korvane.dll: the automation server, with its type library inside. The library is made from the committed interface
-# definition, which a test holds against the member tables.
+# Korvane.dll: the automation server, with its type library inside, which is made from the member tables.
 set(com ${PROJECT_SOURCE_DIR}/src/automation/com)
 set(typelib ${CMAKE_CURRENT_BINARY_DIR}/typelib)
 file(MAKE_DIRECTORY ${typelib})
 set(KORVANE_TYPE_LIBRARY_FOLDER ${typelib})
 
-# A tool of the build, so it is compiled for the machine that builds.
+# A tool of the build, so it is compiled for the machine that builds. It reads the member tables and calls no member: what
+# they point to need not be there.
 find_program(KORVANE_BUILD_CXX NAMES g++ c++ clang++ NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 file(GLOB tool_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/typelib/*.cpp)
+foreach(source idl class_description records enumerations)
+  list(APPEND tool_sources ${PROJECT_SOURCE_DIR}/src/automation/${source}.cpp)
+endforeach()
+file(GLOB table_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/automation/*.h ${PROJECT_SOURCE_DIR}/include/korvane/*.h
+                                          ${PROJECT_SOURCE_DIR}/cmake/typelib/*.h)
+set(tool_objects "")
+foreach(source ${tool_sources})
+  get_filename_component(name ${source} NAME_WE)
+  list(APPEND tool_objects ${typelib}/${name}.o)
+  add_custom_command(OUTPUT ${typelib}/${name}.o
+    COMMAND ${CMAKE_CXX_COMPILER_LAUNCHER} ${KORVANE_BUILD_CXX} -std=c++20 -DFMT_HEADER_ONLY -I${PROJECT_SOURCE_DIR}/src
+            -I${PROJECT_SOURCE_DIR}/include -c ${source} -o ${typelib}/${name}.o
+    DEPENDS ${source} ${table_headers} VERBATIM)
+endforeach()
 add_custom_command(OUTPUT ${typelib}/typelib
-  COMMAND ${KORVANE_BUILD_CXX} -std=c++20 -O1 ${tool_sources} -o ${typelib}/typelib
-  DEPENDS ${tool_sources} ${PROJECT_SOURCE_DIR}/cmake/typelib/typelib.h VERBATIM)
+  COMMAND ${KORVANE_BUILD_CXX} -static -Wl,--unresolved-symbols=ignore-all ${tool_objects} -o ${typelib}/typelib
+  DEPENDS ${tool_objects} VERBATIM)
 
 # The standard type library comes with Wine.
 find_program(KORVANE_WIDL NAMES ${KORVANE_MINGW}-widl NO_CMAKE_FIND_ROOT_PATH REQUIRED)
@@ -22,10 +36,10 @@ list(GET standard_library 0 standard_library)
 get_filename_component(standard_library_folder ${standard_library} DIRECTORY)
 math(EXPR bits "8 * ${CMAKE_SIZEOF_VOID_P}")
 add_custom_command(OUTPUT ${typelib}/korvane.tlb
-  COMMAND ${typelib}/typelib prepare ${PROJECT_SOURCE_DIR}/src/automation/korvane.idl plain.idl korvane.defaults
+  COMMAND ${typelib}/typelib idl plain.idl
   COMMAND ${KORVANE_WIDL} -m${bits} -t -L ${standard_library_folder} -o plain.tlb plain.idl
-  COMMAND ${typelib}/typelib patch plain.tlb korvane.defaults korvane.tlb
-  DEPENDS ${typelib}/typelib ${PROJECT_SOURCE_DIR}/src/automation/korvane.idl
+  COMMAND ${typelib}/typelib patch plain.tlb korvane.tlb
+  DEPENDS ${typelib}/typelib
   WORKING_DIRECTORY ${typelib} VERBATIM)
 
 add_library(korvane_server MODULE ${com}/korvane.def ${com}/korvane.rc)

@@ -1,12 +1,14 @@
-// typelib prepare IN.idl OUT.idl OUT.defaults
-// typelib patch IN.tlb IN.defaults OUT.tlb
+// Makes a type library with widl, which cannot write every default value:
+// typelib idl OUT.idl
+// typelib patch IN.tlb OUT.tlb
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <vector>
 
-#include "typelib.h"
+#include "automation/idl.h"
+#include "patch.h"
 
 namespace {
 
@@ -28,15 +30,12 @@ void write(const std::string& path, const std::string& bytes) {
 
 int main(int count, char** arguments) try {
     const std::vector<std::string> words(arguments + 1, arguments + count);
-    if (words.size() == 4 && words[0] == "prepare") {
-        const typelib::Prepared prepared = typelib::prepare(read(words[1]));
-        write(words[2], prepared.idl);
-        write(words[3], prepared.defaults);
-    } else if (words.size() == 4 && words[0] == "patch") {
-        write(words[3], typelib::patch(read(words[1]), read(words[2])));
-    } else {
-        throw std::runtime_error("usage: typelib prepare IDL IDL DEFAULTS | typelib patch TLB DEFAULTS TLB");
-    }
+    if (words.size() == 2 && words[0] == "idl")
+        write(words[1], korvane::automation::idl_text(korvane::automation::IdlDialect::widl));
+    else if (words.size() == 3 && words[0] == "patch")
+        write(words[2], typelib::with_defaults(read(words[1])));
+    else
+        throw std::runtime_error("usage: typelib idl IDL | typelib patch TLB TLB");
 } catch (const std::exception& error) {
     std::fprintf(stderr, "typelib: %s\n", error.what());
     return 1;

@@ -1,19 +1,19 @@
 // The layout of the file ("MSFT"): a header, the offsets of the type infos, fifteen segment descriptors, the segments,
 // and a block of function records for every type info. A parameter's default is an offset into the segment of custom
 // data, where a value stands as its type in two bytes, its bytes, and filling to four.
-#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <map>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <vector>
 
-#include "typelib.h"
+#include "automation/class_description.h"
+#include "patch.h"
 
 namespace typelib {
+
+using namespace korvane::automation;
 
 namespace {
 
@@ -35,7 +35,6 @@ constexpr std::uint32_t defaults_present_flag = 0x1000;
 constexpr std::size_t parameter_count_place = 20;
 constexpr std::size_t parameter_size = 12;
 constexpr std::uint32_t has_default_flag = 0x20;
-constexpr std::string_view interface_word = "INTERFACE ";
 constexpr std::uint16_t vt_r8 = 5, vt_bstr = 8;
 constexpr std::uint32_t false_in_slot = 0xac000000;  // a truth value needs no place in the custom data
 constexpr std::uint32_t true_in_slot = 0xac00ffff;
@@ -103,20 +102,17 @@ void append(std::string& out, T value) {
     out.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-std::string encoded(const std::string& line) {
-    const auto blank = line.find(' ');
-    const std::string kind = line.substr(0, blank);
-    const std::string text = blank == std::string::npos ? "" : line.substr(blank + 1);
+/// A default as it stands in the custom data; empty where widl wrote it.
+std::string encoded(const Parameter& parameter) {
     std::string data;
-    if (kind == "R8") {
+    if (parameter.type.kind == TypeKind::real) {
         append(data, vt_r8);
-        append(data, std::stod(text));
-    } else if (kind == "BSTR") {
+        append(data, std::get<double>(parameter.default_value));
+    } else if (parameter.type.kind == TypeKind::text) {
+        const std::string_view text = std::get<const char*>(parameter.default_value);
         append(data, vt_bstr);
         append(data, static_cast<std::uint32_t>(text.size()));
         data += text;
-    } else {
-        throw std::runtime_error("unknown kind of default: " + line);
     }
     while (data.size() % 4 != 0) data += '\x57';
     return data;
@@ -141,43 +137,43 @@ std::vector<std::size_t> slots_of(const Library& library, std::size_t info) {
     return slots;
 }
 
-void set_default(Library& library, std::size_t info, std::size_t slot, const std::string& line) {
-    if (line == "KEEP") return;
-    const std::uint32_t value = line == "BOOL -1"  ? true_in_slot
-                                : line == "BOOL 0" ? false_in_slot
-                                                   : library.append_custom_data(encoded(line));
-    library.set_word(slots_of(library, info)[slot], value);
+std::vector<const Parameter*> defaults_of(const ClassDescription& description) {
+    std::vector<const Parameter*> defaults;
+    for (const Member& member : description.members)
+        for (const Parameter& parameter : member.parameters())
+            if (parameter.has_default()) defaults.push_back(&parameter);
+    return defaults;
 }
 
 }  // namespace
 
-std::string patch(const std::string& bytes, const std::string& defaults) {
+std::string with_defaults(const std::string& bytes) {
     Library library(bytes);
-    std::map<std::string, std::vector<std::string>> lines_of_interface;
-    std::vector<std::string>* lines = nullptr;
-    std::istringstream in(defaults);
-    for (std::string line; std::getline(in, line);) {
-        if (line.starts_with(interface_word)) {
-            lines = &lines_of_interface[line.substr(interface_word.size())];
-        } else if (lines) {
-            lines->push_back(line);
-        } else {
-            throw std::runtime_error("a default before the first interface: " + line);
-        }
-    }
+    std::size_t found = 0;
     // The order of the interfaces in the file is the compiler's own.
     for (std::size_t info = 0; info < library.info_count(); ++info) {
-        const std::size_t slots = slots_of(library, info).size();
         const std::string uuid = library.uuid(info);
-        const std::vector<std::string> values = lines_of_interface[uuid];
-        lines_of_interface.erase(uuid);
-        if (slots != values.size())
-            throw std::runtime_error(std::to_string(values.size()) + " defaults for the " + std::to_string(slots) +
-                                     " slots of " + uuid);
-        for (std::size_t slot = 0; slot < slots; ++slot) set_default(library, info, slot, values[slot]);
+        std::vector<const Parameter*> defaults;
+        for (const ClassDescription& description : class_descriptions())
+            if (description.interface_id == uuid) {
+                defaults = defaults_of(description);
+                ++found;
+            }
+        if (slots_of(library, info).size() != defaults.size())
+            throw std::runtime_error("not as many defaults as the tables have: " + uuid);
+        for (std::size_t slot = 0; slot < defaults.size(); ++slot) {
+            const Parameter& parameter = *defaults[slot];
+            const std::string data = encoded(parameter);
+            if (parameter.type.kind == TypeKind::variant) {
+                const bool truth = std::get<bool>(parameter.default_value);
+                library.set_word(slots_of(library, info)[slot], truth ? true_in_slot : false_in_slot);
+            } else if (!data.empty()) {
+                const std::uint32_t place = library.append_custom_data(data);
+                library.set_word(slots_of(library, info)[slot], place);
+            }
+        }
     }
-    if (!lines_of_interface.empty())
-        throw std::runtime_error("no interface " + lines_of_interface.begin()->first + " in the type library");
+    if (found != class_descriptions().size()) throw std::runtime_error("an interface is missing in the type library");
     return library.bytes();
 }
 

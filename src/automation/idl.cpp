@@ -1,5 +1,8 @@
+#include "automation/idl.h"
+
 #include <fmt/format.h>
 
+#include <bit>
 #include <iterator>
 
 #include "automation/class_description.h"
@@ -12,6 +15,21 @@ namespace korvane::automation {
 
 namespace {
 
+constexpr const char* imports = "import \"oaidl.idl\";\nimport \"ocidl.idl\";\n\n";
+
+// Base interfaces with as many methods as the real ones, so that vtable offsets come out right.
+constexpr const char* widl_prelude = R"(typedef long LONG;
+typedef LONG HRESULT;
+typedef [unique] wchar_t* BSTR;
+typedef short VARIANT_BOOL;
+typedef struct tagVARIANT { long x; } VARIANT;
+[object, uuid(00000000-0000-0000-C000-000000000046)] interface IUnknown { HRESULT q(); LONG a(); LONG r(); }
+[object, uuid(00020400-0000-0000-C000-000000000046)] interface IDispatch : IUnknown {
+    HRESULT c(); HRESULT t(); HRESULT n(); HRESULT i();
+}
+
+)";
+
 /// Empty where there is no default.
 struct DefaultText {
     std::string operator()(std::monostate) const { return {}; }
@@ -21,11 +39,21 @@ struct DefaultText {
     std::string operator()(const char* text) const { return fmt::format("\"{}\"", text); }
 };
 
-std::string parameter_text(const Parameter& parameter) {
+std::string default_text(const Parameter& parameter, IdlDialect dialect) {
+    const TypeKind kind = parameter.type.kind;
+    if (dialect == IdlDialect::widl) {
+        if (kind == TypeKind::single)
+            return std::to_string(
+                std::bit_cast<std::int32_t>(static_cast<float>(std::get<double>(parameter.default_value))));
+        if (kind == TypeKind::real || kind == TypeKind::text || kind == TypeKind::variant) return "0";
+    }
+    return std::visit(DefaultText{}, parameter.default_value);
+}
+
+std::string parameter_text(const Parameter& parameter, IdlDialect dialect) {
     std::string attributes = parameter.is_by_reference() ? "in, out" : "in";
     if (parameter.optional) attributes += ", optional";
-    if (parameter.has_default())
-        attributes += ", defaultvalue(" + std::visit(DefaultText{}, parameter.default_value) + ")";
+    if (parameter.has_default()) attributes += ", defaultvalue(" + default_text(parameter, dialect) + ")";
     return fmt::format("[{}] {}{} {}", attributes, parameter.type.idl_text(), parameter.is_by_reference() ? "*" : "",
                        parameter.name);
 }
@@ -35,7 +63,7 @@ void write(std::string& out, fmt::format_string<Pieces...> format, Pieces&&... p
     fmt::format_to(std::back_inserter(out), format, std::forward<Pieces>(pieces)...);
 }
 
-void write_member(std::string& out, const Member& member) {
+void write_member(std::string& out, const Member& member, IdlDialect dialect) {
     static constexpr std::string_view kinds[]{"", ", propget", ", propput"};
     write(out, "        [id({}){}, helpstring(\"{}\")]\n        HRESULT {}(", member.dispid,
           kinds[static_cast<std::size_t>(member.kind)], member.help, member.name);
@@ -44,7 +72,7 @@ void write_member(std::string& out, const Member& member) {
         write(out, "{}\n            {}", separator, text);
         separator = ",";
     };
-    for (const Parameter& parameter : member.parameters()) write_line(parameter_text(parameter));
+    for (const Parameter& parameter : member.parameters()) write_line(parameter_text(parameter, dialect));
     if (member.result.kind != TypeKind::none) write_line("[out, retval] " + member.result.idl_text() + "* result");
     out += ");\n";
 }
@@ -68,12 +96,12 @@ void write_records(std::string& out) {
     }
 }
 
-void write_class(std::string& out, const ClassDescription& description) {
+void write_class(std::string& out, const ClassDescription& description, IdlDialect dialect) {
     const std::string interface = description.interface_name();
     write(out, "    [object, uuid({}), dual, oleautomation, nonextensible, helpstring(\"{}\")]\n",
           description.interface_id, description.help);
     write(out, "    interface {} : IDispatch {{\n", interface);
-    for (const Member& member : description.members) write_member(out, member);
+    for (const Member& member : description.members) write_member(out, member, dialect);
     write(out, "    }}\n\n    [uuid({}), helpstring(\"{}\"){}]\n", description.class_id, description.help,
           description.create ? "" : ", noncreatable");
     write(out, "    coclass {} {{ [default] interface {}; }}\n\n", description.name, interface);
@@ -82,8 +110,12 @@ void write_class(std::string& out, const ClassDescription& description) {
 }  // namespace
 
 std::string idl_text() {
-    std::string out =
-        "// Made from the member tables of the automation classes.\n\nimport \"oaidl.idl\";\nimport \"ocidl.idl\";\n\n";
+    return idl_text(IdlDialect::standard);
+}
+
+std::string idl_text(IdlDialect dialect) {
+    std::string out = "// Made from the member tables of the automation classes.\n\n";
+    out += dialect == IdlDialect::standard ? imports : widl_prelude;
     write(out, "[uuid({}), version({}.{}), helpstring(\"Korvane\")]\n", library_id, library_major_version,
           library_minor_version);
     out += "library Korvane {\n    importlib(\"stdole2.tlb\");\n\n";
@@ -92,7 +124,7 @@ std::string idl_text() {
     for (const ClassDescription& description : class_descriptions())
         write(out, "    interface {};\n", description.interface_name());
     out += '\n';
-    for (const ClassDescription& description : class_descriptions()) write_class(out, description);
+    for (const ClassDescription& description : class_descriptions()) write_class(out, description, dialect);
     out.pop_back();
     return out + "}\n";
 }
