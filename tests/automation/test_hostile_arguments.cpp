@@ -6,22 +6,13 @@
 namespace korvane::automation {
 namespace {
 
-struct Tally {
-    int calls = 0;
-    int results = 0;
-    int errors = 0;
-};
-
-void call_with(const Object& object, const Member& member, Arguments arguments, Tally& tally, const std::string& what) {
+void call_with(const Object& object, const Member& member, Arguments arguments, const std::string& what) {
     const Access access = member.kind == MemberKind::property_put ? Access::put : Access::call;
-    ++tally.calls;
     try {
         object->invoke(member.dispid, arguments, access);
-        ++tally.results;
     } catch (const Error& error) {
         EXPECT_NE(error.number(), 0) << what;
         EXPECT_NE(error.number(), 51) << what << " ended in an internal error: " << error.description();
-        ++tally.errors;
     } catch (const std::exception& error) {
         ADD_FAILURE() << what << " let an exception out that is no error: " << error.what();
     }
@@ -35,23 +26,21 @@ TEST_P(HostileArguments, EndInAnErrorOrAResult) {
     const Object object = object_of(world, description);
     ASSERT_TRUE(object);
     ImpatientUser user(world);
-    Tally tally;
     for (const Member& member : description.members) {
         std::vector<Value> fitting;
         for (const Parameter& parameter : member.parameters())
             fitting.push_back(fitting_value(world, member, parameter));
-        call_with(object, member, {fitting, {}}, tally, std::string(member.name));
+        call_with(object, member, {fitting, {}}, std::string(member.name));
         for (std::size_t place = 0; place < fitting.size(); ++place)
             for (const auto& [name, value] : hostile_values(world)) {
                 Arguments arguments{fitting, {}};
                 arguments.positional[place] = value;
                 user.calm_down();
                 call_with(
-                    object, member, arguments, tally,
+                    object, member, arguments,
                     std::string(member.name) + ", " + std::string(member.parameter_slots[place].name) + " = " + name);
             }
     }
-    EXPECT_EQ(tally.results + tally.errors, tally.calls) << "a call ended in neither";
 }
 
 INSTANTIATE_TEST_SUITE_P(Classes, HostileArguments,

@@ -1,10 +1,14 @@
-// The simulated instrument behind Windows objects, in this process and with a virtual clock.
+// The simulated instrument behind Windows objects, in this process and with a virtual clock; what calls leave as text.
 #pragma once
 
 #include "argument_values.h"
-#include "automation/com/com_object.h"
+#include "automation/com/variant_conversion.h"
+#include "automation/com/vtable.h"
+#include "automation/json_values.h"
 
 namespace korvane::automation {
+
+using Texts = std::vector<std::string>;
 
 class ServerWorld {
 public:
@@ -28,5 +32,45 @@ public:
 
     EmbeddedWorld native;
 };
+
+inline VARIANT reference_to(VARTYPE kind, void* content) {
+    VARIANT variant{};
+    variant.vt = static_cast<VARTYPE>(kind | VT_BYREF);
+    variant.byref = content;
+    return variant;
+}
+
+/// The content as JSON; a reference is followed.
+inline std::string text_of_variant(const VARIANT& variant) {
+    return json_of(value_of_variant(variant)).dump();
+}
+
+/// "Success", or number, source, description and help that an Invoke reported; frees them.
+inline std::string text_of_outcome(HRESULT code, EXCEPINFO& details) {
+    if (code == S_OK) return "Success";
+    if (code != DISP_E_EXCEPTION) return "code " + std::to_string(code);
+    std::string text = "error " + std::to_string(details.scode) + " from " + text_of(details.bstrSource) + ": " +
+                       text_of(details.bstrDescription) + " (" + text_of(details.bstrHelpFile) + " " +
+                       std::to_string(details.dwHelpContext) + ")";
+    SysFreeString(details.bstrSource);
+    SysFreeString(details.bstrDescription);
+    SysFreeString(details.bstrHelpFile);
+    details = {};
+    return text;
+}
+
+/// The same for a call of the vtable, from the thread's error object.
+inline std::string text_of_outcome(HRESULT code) {
+    if (code == S_OK) return "Success";
+    ComPointer<IErrorInfo> info;
+    if (GetErrorInfo(0, info.put()) != S_OK) return "code " + std::to_string(code) + " without an error object";
+    EXCEPINFO details{};
+    details.scode = code;
+    info->GetSource(&details.bstrSource);
+    info->GetDescription(&details.bstrDescription);
+    info->GetHelpFile(&details.bstrHelpFile);
+    info->GetHelpContext(&details.dwHelpContext);
+    return text_of_outcome(DISP_E_EXCEPTION, details);
+}
 
 }  // namespace korvane::automation

@@ -1,13 +1,14 @@
 // Somebody else's automation objects, for tests: an instrument layer, "KorvaneTest.Layer", and the tracer
 // "quillkit.trace.1".
 #include <array>
+#include <fstream>
 
 #include "automation/com/com_object.h"
 #include "automation/com/error_mapping.h"
 #include "automation/com/record_info.h"
 #include "layer/test_layer.h"
 #include "layer_objects.h"
-#include "tracer.h"
+#include "platform/files.h"
 
 namespace korvane::automation {
 namespace {
@@ -16,8 +17,40 @@ IDispatch* make_layer() {
     return make_com_object(std::static_pointer_cast<NativeObject>(object_of_layer(std::make_shared<TestLayer>())));
 }
 
+/// It is on, and appends what it is told to the file that KORVANE_TEST_TRACE names.
+struct TestTracer {
+    std::string path = environment_text("KORVANE_TEST_TRACE");
+
+    void write(const std::string& line) const {
+        std::ofstream(path_from_utf8(path), std::ios::app | std::ios::binary) << line << '\n';
+    }
+    std::string mnameOfModule() { return {}; }
+    void set_mnameOfModule(const std::string& name) { write("mnameOfModule|" + name); }
+    bool mtraceFlag() {
+        write("mtraceFlag");
+        return true;
+    }
+    void Entry(const std::string& routine, std::int32_t level) {
+        write("Entry|" + routine + "|" + std::to_string(level));
+    }
+    void Exit(const std::string& routine, std::int32_t level) {
+        write("Exit|" + routine + "|" + std::to_string(level));
+    }
+    void TracePrint(const std::string& text, const std::string& routine, std::int32_t level) {
+        write("TracePrint|" + text + "|" + routine + "|" + std::to_string(level));
+    }
+};
+
+constexpr auto tracer_members =
+    member_table(property<&TestTracer::mnameOfModule, &TestTracer::set_mnameOfModule>(1, ""),
+                 property<&TestTracer::mtraceFlag>(2, "mtraceFlag", ""),
+                 method<&TestTracer::Entry>(3, "", reference("Routine"), reference("Level")),
+                 method<&TestTracer::Exit>(4, "", reference("Routine"), reference("Level")),
+                 method<&TestTracer::TracePrint>(5, "", reference("Text"), reference("Routine"), reference("Level")));
+
 IDispatch* make_tracer() {
-    return new TestTracer;
+    static const ClassDescription description{"TestTracer", {}, {}, {}, tracer_members};
+    return make_com_object(std::make_shared<NativeObject>(description, std::make_shared<TestTracer>()));
 }
 
 struct TestClass {
