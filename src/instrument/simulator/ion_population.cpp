@@ -29,45 +29,33 @@ double log_uniform(RandomStream& random, double low, double high) {
     return low * portable_exp(random.uniform() * portable_log(high / low));
 }
 
-class BackgroundPlacer {
-public:
-    BackgroundPlacer(const Scene& scene, const MassTimeCalibration& law, RandomStream random)
-        : scene_(scene), law_(law), random_(random) {}
-
-    void place(IonPeaks& peaks) {
-        for (const IonPeak& peak : peaks) taken_times_.insert(peak.flight_time_ns);
-        for (std::int32_t i = 0; i < scene_.background.count; ++i) peaks.push_back(next_peak());
-    }
-
-private:
-    IonPeak next_peak() {
-        const BackgroundSetup& setup = scene_.background;
-        for (int attempt = 0; attempt < 1000; ++attempt) {
-            IonPeak peak;
-            peak.mz = log_uniform(random_, setup.least_mz, setup.most_mz);
-            peak.ions = log_uniform(random_, setup.least_ions, setup.most_ions);
-            peak.flight_time_ns = law_.time_from_mass(peak.mz);
-            peak.background = true;
-            if (!is_free(peak.flight_time_ns)) continue;
-            taken_times_.insert(peak.flight_time_ns);
-            return peak;
-        }
-        raise_runtime_fault(error_number::invalid_call, "background.count[" + std::to_string(setup.count) +
-                                                            "] peaks do not fit with background.separation_sigmas");
-    }
-    bool is_free(double time_ns) const {
+/// Places the background between the peaks that are there.
+void add_background(const Scene& scene, const MassTimeCalibration& law, RandomStream random, IonPeaks& peaks) {
+    const BackgroundSetup& setup = scene.background;
+    std::set<double> taken_times;
+    for (const IonPeak& peak : peaks) taken_times.insert(peak.flight_time_ns);
+    const auto is_free = [&](double time_ns) {
         const PeakWidth width =
-            peak_width(time_ns, scene_.peak_shape.resolution_limit, scene_.peak_shape.detector_width_ns);
-        const double distance = scene_.background.separation_sigmas * width.total_sigma_ns;
-        const auto next = taken_times_.lower_bound(time_ns - distance);
-        return next == taken_times_.end() || *next > time_ns + distance;
+            peak_width(time_ns, scene.peak_shape.resolution_limit, scene.peak_shape.detector_width_ns);
+        const double distance = setup.separation_sigmas * width.total_sigma_ns;
+        const auto next = taken_times.lower_bound(time_ns - distance);
+        return next == taken_times.end() || *next > time_ns + distance;
+    };
+    for (std::int32_t placed = 0, attempts = 0; placed < setup.count; ++attempts) {
+        if (attempts == 1000)
+            raise_runtime_fault(error_number::invalid_call, "background.count[" + std::to_string(setup.count) +
+                                                                "] peaks do not fit with background.separation_sigmas");
+        IonPeak peak{.background = true};
+        peak.mz = log_uniform(random, setup.least_mz, setup.most_mz);
+        peak.ions = log_uniform(random, setup.least_ions, setup.most_ions);
+        peak.flight_time_ns = law.time_from_mass(peak.mz);
+        if (!is_free(peak.flight_time_ns)) continue;
+        taken_times.insert(peak.flight_time_ns);
+        peaks.push_back(peak);
+        ++placed;
+        attempts = -1;
     }
-
-    const Scene& scene_;
-    const MassTimeCalibration& law_;
-    RandomStream random_;
-    std::set<double> taken_times_;
-};
+}
 
 }  // namespace
 
@@ -75,7 +63,7 @@ std::array<IonPeaks, 2> build_ion_population(const Scene& scene, const MassTimeC
     std::array<IonPeaks, 2> population;
     for (const SceneIon& ion : scene.sample.ions) add_scene_ion(ion, scene, law, population[ion.charge > 0 ? 0 : 1]);
     for (std::size_t polarity = 0; polarity < population.size(); ++polarity) {
-        BackgroundPlacer(scene, law, RandomStream(seed, polarity)).place(population[polarity]);
+        add_background(scene, law, RandomStream(seed, polarity), population[polarity]);
         std::ranges::stable_sort(population[polarity], {}, &IonPeak::mz);
     }
     return population;

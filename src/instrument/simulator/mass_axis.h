@@ -12,26 +12,26 @@ public:
     /// Masses of the samples; copies share storage.
     const VariantArray<double>& masses(const MassTimeCalibration& calibration, double start_time_ns,
                                        double sampling_interval_ns, std::size_t sample_count) {
-        const CalibrationCoefficients coefficients = calibration.coefficients();
-        const bool same = coefficients == coefficients_ && start_time_ns == start_time_ns_ &&
-                          sampling_interval_ns == sampling_interval_ns_ && sample_count == masses_.size();
-        if (same) return masses_;
-        masses_.clear();
+        const Basis basis{calibration.coefficients(), start_time_ns, sampling_interval_ns, sample_count};
+        if (basis == basis_) return masses_;
         std::vector<double> times(sample_count);
         for (std::size_t i = 0; i < sample_count; ++i)
             times[i] = start_time_ns + static_cast<double>(i) * sampling_interval_ns;
         masses_ = calibration.masses_from_times(times);
-        coefficients_ = coefficients;
-        start_time_ns_ = start_time_ns;
-        sampling_interval_ns_ = sampling_interval_ns;
+        basis_ = basis;
         return masses_;
     }
 
 private:
+    struct Basis {
+        CalibrationCoefficients coefficients;
+        double start_time_ns = -1, sampling_interval_ns = -1;
+        std::size_t sample_count = 0;
+        friend bool operator==(const Basis&, const Basis&) = default;
+    };
+
     VariantArray<double> masses_;
-    CalibrationCoefficients coefficients_;
-    double start_time_ns_ = -1;
-    double sampling_interval_ns_ = -1;
+    Basis basis_;
 };
 
 }  // namespace korvane::simulation

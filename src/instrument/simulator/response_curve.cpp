@@ -38,6 +38,7 @@ double ResponseCurve::relative(double value, double default_value, double mz) co
 std::vector<ResponseCurve> default_responses() {
     using enum ResponseShape;
     using enum ResponseTarget;
+    constexpr auto positive = PolaritySetpoint::Positive, negative = PolaritySetpoint::Negative;
     // setpoint, target, shape, midpoint, width, exponent, mass exponent, sources, polarity
     return {
         {22, ions, low_mass_cutoff, 0.7, 1, 8, 0, {}, {}},
@@ -61,8 +62,8 @@ std::vector<ResponseCurve> default_responses() {
         {121, ions, rising, 2000, 400, 1, 0, {7, 10}, {}},
         {123, ions, rising, 200, 40, 1, 0, {7, 8}, {}},
         {124, ions, rising, 120, 25, 1, 0, {4}, {}},
-        {125, ions, rising, 2, 0.6, 1, 0, {7, 10}, PolaritySetpoint::Positive},
-        {126, ions, rising, 8, 2, 1, 0, {7, 10}, PolaritySetpoint::Negative},
+        {125, ions, rising, 2, 0.6, 1, 0, {7, 10}, positive},
+        {126, ions, rising, 8, 2, 1, 0, {7, 10}, negative},
         {165, ions, rising, 2000, 400, 1, 0, {9, 11}, {}},
         {167, ions, rising, 5, 1.5, 1, 0, {9, 11}, {}},
         {169, ions, rising, 200, 40, 1, 0, {9, 11}, {}},

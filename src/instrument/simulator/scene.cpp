@@ -353,15 +353,10 @@ template <class Object>
 std::string reference_rows(const std::string& heading) {
     std::string rows = "| **" + heading + "** | | | | |\n";
     for (const Field<Object>& field : fields<Object>) {
-        const nlohmann::json standard = field.access.write({});
-        const bool is_plain =
-            !standard.is_null() && !standard.is_object() && standard.dump().find('{') == std::string::npos;
+        const std::string standard = field.required ? "required" : field.access.write({}).dump();
+        const bool is_plain = standard != "null" && standard.find('{') == std::string::npos;
         const bool has_limits = field.bounds.high < Bounds{}.high;
-        rows += fmt::format("| `{}` | {} | {} | {} | {} |\n", field.name,
-                            field.required ? "required"
-                            : is_plain     ? standard.dump()
-                                           : "",
-                            field.unit,
+        rows += fmt::format("| `{}` | {} | {} | {} | {} |\n", field.name, is_plain ? standard : "", field.unit,
                             has_limits ? number_text(field.bounds.low) + " to " + number_text(field.bounds.high) : "",
                             field.meaning);
     }

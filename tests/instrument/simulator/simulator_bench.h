@@ -8,6 +8,7 @@
 
 #include "instrument/simulator/simulator.h"
 #include "support/memory_disk.h"
+#include "support/raised.h"
 #include "support/virtual_clock.h"
 
 namespace korvane {
@@ -69,16 +70,5 @@ struct Moments {
     }
     double mean = 0, variance = 0;
 };
-
-/// Number and description of the error that an action raises; number 0 where it raises none.
-template <class Action>
-Error error_of(const Action& action) {
-    try {
-        action();
-    } catch (const Error& fault) {
-        return fault;
-    }
-    return {0, "", ""};
-}
 
 }  // namespace korvane
