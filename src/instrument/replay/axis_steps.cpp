@@ -1,11 +1,10 @@
 #include "instrument/replay/axis_steps.h"
 
+#include <Eigen/QR>
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <limits>
-
-#include "instrument/replay/least_squares.h"
 
 namespace korvane::replay {
 
@@ -84,9 +83,11 @@ private:
     /// certain the prediction is.
     Prediction predict(std::size_t at) const {
         const std::vector<Stretch> near = neighbourhood(at);
-        const std::size_t degree = std::clamp<std::size_t>(near.size() / 3, 1, 4);
+        if (near.empty()) return {1, infinite};
+        const auto count = static_cast<Eigen::Index>(near.size());
+        const Eigen::Index degree = std::clamp<Eigen::Index>(count / 3, 1, 4);
         const double steps = steps_in_hole(at, near, degree);
-        const double other = steps_in_hole(at, near, degree == 1 ? 2 : degree - 1);
+        const double other = steps_in_hole(at, near, degree > 1 ? degree - 1 : std::min<Eigen::Index>(count, 2));
         const double uncertainty = std::abs(steps - other) + std::abs(steps - std::round(steps));
         return std::isfinite(uncertainty) ? Prediction{steps, uncertainty} : Prediction{1, infinite};
     }
@@ -132,27 +133,25 @@ private:
 
     /// The number of steps up to a root as a polynomial of the root: its differences over the stretches are known, that
     /// over the hole is sought.
-    double steps_in_hole(std::size_t at, const std::vector<Stretch>& near, std::size_t degree) const {
+    double steps_in_hole(std::size_t at, const std::vector<Stretch>& near, Eigen::Index degree) const {
         const double middle = 0.5 * (roots_[at] + roots_[at + 1]);
         double reach = roots_[at + 1] - middle;
         for (const Stretch& s : near) reach = std::max({reach, middle - s.from, s.to - middle});
-        const auto scaled = [&](double root) { return (root - middle) / reach; };
-        std::vector<std::vector<double>> columns(degree, std::vector<double>(near.size()));
-        std::vector<double> steps(near.size());
-        for (std::size_t i = 0; i < near.size(); ++i) {
-            steps[i] = near[i].steps;
-            for (std::size_t p = 1; p <= degree; ++p)
-                columns[p - 1][i] = power_difference(scaled(near[i].from), scaled(near[i].to), p);
+        const auto differences = [&](double from, double to) {
+            Eigen::RowVectorXd powers(degree);
+            for (Eigen::Index p = 0; p < degree; ++p)
+                powers[p] = std::pow((to - middle) / reach, p + 1) - std::pow((from - middle) / reach, p + 1);
+            return powers;
+        };
+        const auto count = static_cast<Eigen::Index>(near.size());
+        Eigen::MatrixXd columns(count, degree);
+        Eigen::VectorXd steps(count);
+        for (Eigen::Index i = 0; i < count; ++i) {
+            const Stretch& stretch = near[static_cast<std::size_t>(i)];
+            columns.row(i) = differences(stretch.from, stretch.to);
+            steps[i] = stretch.steps;
         }
-        const std::vector<double> polynomial = least_squares(columns, steps);
-        double sum = 0;
-        for (std::size_t p = 1; p <= degree; ++p)
-            sum += polynomial[p - 1] * power_difference(scaled(roots_[at]), scaled(roots_[at + 1]), p);
-        return sum;
-    }
-
-    static double power_difference(double from, double to, std::size_t power) {
-        return std::pow(to, static_cast<double>(power)) - std::pow(from, static_cast<double>(power));
+        return differences(roots_[at], roots_[at + 1]).dot(least_squares(columns, steps));
     }
 
     std::span<const double> roots_;
@@ -162,6 +161,14 @@ private:
 };
 
 }  // namespace
+
+Eigen::VectorXd least_squares(const Eigen::MatrixXd& columns, const Eigen::VectorXd& values) {
+    constexpr double dependent = 1e-13;
+    const Eigen::VectorXd lengths = columns.colwise().norm().cwiseMax(std::numeric_limits<double>::min());
+    Eigen::ColPivHouseholderQR<Eigen::MatrixXd> solver(columns * lengths.cwiseInverse().asDiagonal());
+    solver.setThreshold(dependent);
+    return solver.solve(values).cwiseQuotient(lengths);
+}
 
 std::vector<std::int64_t> count_steps(std::span<const double> roots, std::int64_t limit) {
     return HoleCounter(roots, limit).count();

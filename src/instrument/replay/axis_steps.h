@@ -1,11 +1,17 @@
 // Counts the sampling steps of an m/z axis before its law is known.
 #pragma once
 
+#include <Eigen/Core>
 #include <cstdint>
 #include <span>
 #include <vector>
 
 namespace korvane::replay {
+
+/// The coefficients of `columns` whose sum comes nearest to `values` in the sense of least squares. By
+/// orthogonalisation, so that columns that are nearly alike do no harm; one that depends on others gets the coefficient
+/// 0.
+Eigen::VectorXd least_squares(const Eigen::MatrixXd& columns, const Eigen::VectorXd& values);
 
 /// Position of every sample, counted in sampling steps from the first one, 0. `roots` are the square roots of the m/z,
 /// ascending, at least two; by the square law they lie almost evenly, with holes where samples were left out. The steps

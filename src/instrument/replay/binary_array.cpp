@@ -7,6 +7,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 namespace korvane::replay {
@@ -15,115 +16,84 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
+static_assert(std::endian::native == std::endian::little, "mzML arrays are little-endian");
+
 constexpr std::string_view base64_alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr unsigned char not_base64 = 255;
-
-constexpr std::array<unsigned char, 256> make_base64_values() {
-    std::array<unsigned char, 256> values{};
-    for (auto& value : values) value = not_base64;
-    for (std::size_t i = 0; i < base64_alphabet.size(); ++i)
-        values[static_cast<unsigned char>(base64_alphabet[i])] = static_cast<unsigned char>(i);
-    return values;
-}
-constexpr auto base64_values = make_base64_values();
-
-bool is_space(char c) {
-    return c == ' ' || c == '\n' || c == '\r' || c == '\t';
-}
-
-std::string without_spaces(std::string_view text) {
-    std::string packed(text);
-    std::erase_if(packed, is_space);
-    return packed;
-}
 
 Bytes decode_base64(std::string_view text, const RecordingPlace& place, const std::string& array) {
-    const std::string packed = without_spaces(text);
+    std::string packed(text);
+    std::erase_if(packed, [](char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; });
     if (packed.size() % 4 != 0)
         place.fail(array + ": the base64 text is cut off (" + std::to_string(packed.size()) + " characters)");
-    std::size_t padding = 0;
-    while (padding < 2 && padding < packed.size() && packed[packed.size() - 1 - padding] == '=') ++padding;
-    Bytes bytes(packed.size() / 4 * 3 - padding);
+    const std::size_t padding = packed.ends_with("==") ? 2 : packed.ends_with('=') ? 1 : 0;
+    std::fill_n(packed.rbegin(), padding, base64_alphabet.front());
+    std::array<std::uint32_t, 256> values{};
+    values.fill(base64_alphabet.size());
+    for (const char c : base64_alphabet) values[static_cast<unsigned char>(c)] = base64_alphabet.find(c);
+    Bytes bytes;
+    bytes.reserve(packed.size() / 4 * 3);
     std::uint32_t group = 0;
     for (std::size_t i = 0; i < packed.size(); ++i) {
-        const bool is_padding = i >= packed.size() - padding;
-        const unsigned char value = is_padding ? 0 : base64_values[static_cast<unsigned char>(packed[i])];
-        if (value == not_base64) place.fail(array + ": character " + std::to_string(i + 1) + " is not base64");
+        const std::uint32_t value = values[static_cast<unsigned char>(packed[i])];
+        if (value == base64_alphabet.size())
+            place.fail(array + ": character " + std::to_string(i + 1) + " is not base64");
         group = group << 6 | value;
-        if (i % 4 != 3) continue;
-        for (std::size_t k = 0; k < 3 && i / 4 * 3 + k < bytes.size(); ++k)
-            bytes[i / 4 * 3 + k] = static_cast<unsigned char>(group >> (16 - 8 * k));
-        group = 0;
+        if (i % 4 == 3)
+            for (const int shift : {16, 8, 0}) bytes.push_back(static_cast<unsigned char>(group >> shift));
     }
+    bytes.resize(bytes.size() - padding);
     return bytes;
 }
 
-std::string encode_base64(const Bytes& bytes) {
+std::string encode_base64(Bytes bytes) {
+    const std::size_t padding = (3 - bytes.size() % 3) % 3;
+    bytes.resize(bytes.size() + padding);
     std::string text;
-    text.reserve((bytes.size() + 2) / 3 * 4);
+    text.reserve(bytes.size() / 3 * 4);
     for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        const std::size_t taken = std::min<std::size_t>(3, bytes.size() - i);
-        std::uint32_t group = 0;
-        for (std::size_t k = 0; k < 3; ++k) group = group << 8 | (k < taken ? bytes[i + k] : 0U);
-        for (std::size_t k = 0; k < 4; ++k)
-            text.push_back(k <= taken ? base64_alphabet[group >> (18 - 6 * k) & 63U] : '=');
+        const std::uint32_t group = bytes[i] << 16 | bytes[i + 1] << 8 | bytes[i + 2];
+        for (const int shift : {18, 12, 6, 0}) text.push_back(base64_alphabet[group >> shift & 63U]);
     }
+    std::fill_n(text.rbegin(), padding, '=');
     return text;
 }
 
-Bytes inflate_exactly(Bytes& packed, std::size_t size, const RecordingPlace& place, const std::string& array) {
+Bytes inflated(const Bytes& packed, std::size_t size, const RecordingPlace& place, const std::string& array) {
     Bytes bytes(size);
-    z_stream stream{};
-    if (inflateInit(&stream) != Z_OK) place.fail(array + ": zlib cannot be started");
-    unsigned char nowhere = 0;  // zlib wants an address even for no bytes
-    stream.next_in = packed.empty() ? &nowhere : packed.data();
-    stream.avail_in = static_cast<uInt>(packed.size());
-    stream.next_out = bytes.empty() ? &nowhere : bytes.data();
-    stream.avail_out = static_cast<uInt>(size);
-    const int result = inflate(&stream, Z_FINISH);
-    const std::string reason = stream.msg != nullptr ? stream.msg : "they end too soon";
-    const bool unread = stream.avail_in != 0;
-    const bool full = stream.avail_out == 0;
-    const std::size_t written = stream.total_out;
-    inflateEnd(&stream);
-    if (result == Z_BUF_ERROR && full)
+    auto written = static_cast<uLongf>(size);
+    auto taken = static_cast<uLong>(packed.size());
+    const int result = uncompress2(bytes.data(), &written, packed.data(), &taken);
+    if (result == Z_BUF_ERROR)
         place.fail(array + ": the data do not end with the " + std::to_string(size) + " bytes of its length");
-    if (result != Z_STREAM_END) place.fail(array + ": zlib refuses the data: " + reason);
-    if (!full)
+    if (result != Z_OK) place.fail(array + ": zlib refuses the data: " + zError(result));
+    if (written != size)
         place.fail(array + ": the data unpack to " + std::to_string(written) + " bytes, not the " +
                    std::to_string(size) + " of its length");
-    if (unread) place.fail(array + ": bytes follow the compressed data");
+    if (taken != packed.size()) place.fail(array + ": bytes follow the compressed data");
     return bytes;
 }
 
-Bytes deflate_all(const Bytes& bytes) {
+Bytes deflated(const Bytes& bytes) {
     uLongf size = compressBound(static_cast<uLong>(bytes.size()));
     Bytes packed(size);
-    if (compress2(packed.data(), &size, bytes.data(), static_cast<uLong>(bytes.size()), Z_DEFAULT_COMPRESSION) != Z_OK)
+    if (compress(packed.data(), &size, bytes.data(), static_cast<uLong>(bytes.size())) != Z_OK)
         throw Error(error_number::file_or_element, "RecordingWriter", "zlib cannot compress a binary array");
     packed.resize(size);
     return packed;
 }
 
-template <class Bits, class Float>
+template <class Float>
 std::vector<double> numbers_of(const Bytes& bytes) {
-    std::vector<double> numbers(bytes.size() / sizeof(Bits));
-    for (std::size_t i = 0; i < numbers.size(); ++i) {
-        Bits bits = 0;
-        for (std::size_t k = sizeof(Bits); k-- > 0;) bits = bits << 8 | bytes[i * sizeof(Bits) + k];
-        numbers[i] = static_cast<double>(std::bit_cast<Float>(bits));
-    }
-    return numbers;
+    std::vector<Float> numbers(bytes.size() / sizeof(Float));
+    std::memcpy(numbers.data(), bytes.data(), bytes.size());
+    return {numbers.begin(), numbers.end()};
 }
 
-template <class Bits, class Float>
+template <class Float>
 Bytes bytes_of(std::span<const double> numbers) {
-    Bytes bytes;
-    bytes.reserve(numbers.size() * sizeof(Bits));
-    for (const double number : numbers) {
-        const auto bits = std::bit_cast<Bits>(static_cast<Float>(number));
-        for (std::size_t k = 0; k < sizeof(Bits); ++k) bytes.push_back(static_cast<unsigned char>(bits >> 8 * k));
-    }
+    const std::vector<Float> floats(numbers.begin(), numbers.end());
+    Bytes bytes(floats.size() * sizeof(Float));
+    std::memcpy(bytes.data(), floats.data(), bytes.size());
     return bytes;
 }
 
@@ -132,26 +102,25 @@ Bytes bytes_of(std::span<const double> numbers) {
 std::vector<double> decode_numbers(std::string_view base64, const BinaryEncoding& encoding, std::size_t count,
                                    const RecordingPlace& place, const std::string& array) {
     Bytes bytes = decode_base64(base64, place, array);
-    const std::size_t size = count * (encoding.is_64_bit ? 8 : 4);
+    const std::size_t size = count * (encoding.is_64_bit ? sizeof(double) : sizeof(float));
     // Compressed data are hardly ever longer than what they hold; this also keeps the sizes within zlib's integers.
     if (bytes.size() > size + size / 100 + 1024)
         place.fail(array + ": " + std::to_string(bytes.size()) + " bytes of data are too many for its length");
-    if (encoding.is_zlib) bytes = inflate_exactly(bytes, size, place, array);
+    if (encoding.is_zlib) bytes = inflated(bytes, size, place, array);
     if (bytes.size() != size)
         place.fail(array + ": the data have " + std::to_string(bytes.size()) + " bytes, not the " +
                    std::to_string(size) + " of its length");
-    return encoding.is_64_bit ? numbers_of<std::uint64_t, double>(bytes) : numbers_of<std::uint32_t, float>(bytes);
+    return encoding.is_64_bit ? numbers_of<double>(bytes) : numbers_of<float>(bytes);
 }
 
 std::string encode_numbers(std::span<const double> numbers, const BinaryEncoding& encoding) {
-    const Bytes bytes =
-        encoding.is_64_bit ? bytes_of<std::uint64_t, double>(numbers) : bytes_of<std::uint32_t, float>(numbers);
-    return encode_base64(encoding.is_zlib ? deflate_all(bytes) : bytes);
+    const Bytes bytes = encoding.is_64_bit ? bytes_of<double>(numbers) : bytes_of<float>(numbers);
+    return encode_base64(encoding.is_zlib ? deflated(bytes) : bytes);
 }
 
 bool fits_32_bit(std::span<const double> numbers) {
     constexpr double largest = std::numeric_limits<float>::max();
-    return std::all_of(numbers.begin(), numbers.end(), [](double number) {
+    return std::ranges::all_of(numbers, [](double number) {
         return std::abs(number) <= largest && static_cast<double>(static_cast<float>(number)) == number;
     });
 }

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "instrument/replay/recording_fault.h"
+#include "instrument/replay/recording.h"
 
 namespace korvane::replay {
 

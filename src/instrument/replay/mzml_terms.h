@@ -3,15 +3,17 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string_view>
+
+#include "korvane/embedded_parts.h"
 
 namespace korvane::replay {
 
 struct Term {
     const char* accession;
     const char* name;
-    /// Compares with an accession.
-    bool operator==(std::string_view other) const { return other == accession; }
+    bool is(std::string_view other) const { return other == accession; }
 };
 
 namespace term {
@@ -34,13 +36,6 @@ inline constexpr Term float_32{"MS:1000521", "32-bit float"};
 inline constexpr Term float_64{"MS:1000523", "64-bit float"};
 inline constexpr Term zlib_compression{"MS:1000574", "zlib compression"};
 inline constexpr Term no_compression{"MS:1000576", "no compression"};
-inline constexpr Term custom_software{"MS:1000799", "custom unreleased software tool"};
-inline constexpr Term conversion_to_mzml{"MS:1000544", "Conversion to mzML"};
-inline constexpr Term instrument_model{"MS:1000031", "instrument model"};
-inline constexpr Term quadrupole{"MS:1000081", "quadrupole"};
-inline constexpr Term time_of_flight{"MS:1000084", "time-of-flight"};
-inline constexpr Term detector_type{"MS:1000026", "detector type"};
-inline constexpr Term analog_digital_converter{"MS:1000117", "analog-digital converter"};
 inline constexpr Term sampling_frequency{"MS:1000029", "sampling frequency"};
 inline constexpr Term ionization_type{"MS:1000008", "ionization type"};
 }  // namespace term
@@ -61,8 +56,24 @@ inline constexpr const char* first_flight_time = "flight time of the first sampl
 inline constexpr const char* sampling_interval = "sampling interval";
 inline constexpr const char* coefficients = "calibration coefficients A to H";
 inline constexpr const char* use_flags = "calibration term use flags";
+inline constexpr const char* resolution_limit = "peak finder: resolution limit";
+inline constexpr const char* detector_width = "peak finder: detector width (ns)";
 inline constexpr const char* setpoint_prefix = "setpoint ";
 }  // namespace user_parameter
+
+/// The peak finder's options beside the width.
+struct PeakFinderParameter {
+    const char* name;
+    std::optional<double> PeakFinderOptions::*value;
+};
+inline constexpr auto peak_finder_parameters = std::to_array<PeakFinderParameter>({
+    {"peak finder: counts per ion", &PeakFinderOptions::counts_per_ion},
+    {"peak finder: ion height spread", &PeakFinderOptions::ion_height_spread},
+    {"peak finder: ion pulse width (ns)", &PeakFinderOptions::ion_pulse_fwhm_ns},
+    {"peak finder: tail fraction", &PeakFinderOptions::tail_fraction},
+    {"peak finder: tail pulse part", &PeakFinderOptions::tail_pulse_part},
+    {"peak finder: saturation (counts)", &PeakFinderOptions::saturation_counts},
+});
 
 /// An ionisation by its term, by the source type code (setpoint 117) and by the word that the names of such sources
 /// contain; "nanoESI" comes before "ESI".

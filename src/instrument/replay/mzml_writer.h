@@ -31,8 +31,6 @@ public:
     std::string text();
 
 private:
-    void add_components(pugi::xml_node configuration, const RecordedInstrument& instrument);
-
     pugi::xml_document document_;
     pugi::xml_node spectra_;
     std::int32_t count_ = 0;

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "instrument/replay/axis_fit.h"
-#include "instrument/replay/recording_fault.h"
+#include "instrument/replay/recording.h"
 
 namespace korvane::replay {
 

@@ -8,9 +8,23 @@
 #include <vector>
 
 #include "korvane/embedded_parts.h"
+#include "korvane/error.h"
 #include "korvane/records.h"
 
 namespace korvane::replay {
+
+/// Where in a recording something is wrong.
+struct RecordingPlace {
+    std::string file;
+    std::string spectrum_id;  ///< empty for the file as a whole
+
+    /// Raises error -904 from "RecordingReader": "recording [file], spectrum [id]: what".
+    [[noreturn]] void fail(const std::string& what) const {
+        const std::string spectrum = spectrum_id.empty() ? "" : ", spectrum [" + spectrum_id + "]";
+        throw Error(error_number::file_or_element, "RecordingReader",
+                    "recording [" + file + "]" + spectrum + ": " + what);
+    }
+};
 
 /// A mass-time law: coefficients in nanoseconds and the use flags, element p for the power p.
 struct StatedCalibration {
@@ -34,7 +48,6 @@ struct RecordedSpectrum {
 
 struct Recording {
     std::string file;
-    std::string instrument_model;
     std::int32_t source_code = 0;                ///< as setpoint 117 has it
     std::optional<double> sampling_interval_ns;  ///< of the digitiser, where the file states its frequency
     std::map<std::string, double> setpoints;     ///< by internal name; only recordings of our own state them

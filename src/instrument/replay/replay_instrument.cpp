@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "instrument/peakfinder/embedded_peak_finder.h"
-#include "instrument/replay/recording_fault.h"
+#include "instrument/replay/recording.h"
 #include "platform/automation_arithmetic.h"
 
 namespace korvane::replay {

@@ -76,7 +76,7 @@ double worst_deviation(const TrueAxis& axis, const AxisFit& fit, std::size_t fir
 
 TEST(AxisFitting, MeetsEverySampleOfAxesWithRandomTerms) {
     std::mt19937 random(1);
-    for (int trial = 0; trial < 24; ++trial) {
+    for (int trial = 0; trial < 8; ++trial) {
         const TrueAxis axis(random);
         const AxisFit fit = fit_axis(axis.masses(), {}, place);
         EXPECT_LT(worst_deviation(axis, fit, 0), 0.01) << trial;
@@ -86,7 +86,7 @@ TEST(AxisFitting, MeetsEverySampleOfAxesWithRandomTerms) {
 
 TEST(AxisFitting, CountsTheSamplesThatWereLeftOut) {
     std::mt19937 random(2);
-    for (int trial = 0; trial < 24; ++trial) {
+    for (int trial = 0; trial < 8; ++trial) {
         const TrueAxis axis(random);
         const bool is_32_bit = trial % 2 == 1;
         const std::vector<std::size_t> kept = kept_samples(random, axis.count, is_32_bit ? 20 : 3);
