@@ -24,8 +24,11 @@ bool is_plain_name(std::string_view query) {
 
 }  // namespace
 
-std::optional<XmlElement> select_child(const XmlElement& parent, const std::string& query) {
-    return is_plain_name(query) ? parent.child(query) : parent.select(query);
+XmlElement required_child(const XmlElement& parent, const std::string& query, std::string_view item,
+                          std::string_view place) {
+    if (const auto found = is_plain_name(query) ? parent.child(query) : parent.select(query)) return *found;
+    throw Error(error_number::file_or_element, std::string(config_reader_source),
+                text_of("Item[", item, "] not found in Tune XML config file", place));
 }
 
 std::string ConfigDocument::path() const {
@@ -47,33 +50,25 @@ void ConfigDocument::load(TraceObj& record) {
 
 void ConfigDocument::write(TraceObj& record, const XmlElement& element, const std::string& text) {
     document_.set_text(element, text);
-    save(record, path());
-}
-
-void ConfigDocument::save(TraceObj& record, const std::string& path) {
-    for (int attempt = 1; !try_save(record, path); ++attempt) {
-        if (attempt == attempts) give_up(record, file_.save_failed_trace, path);
+    const std::string file_path = path();
+    for (int attempt = 1; !try_save(record, file_path); ++attempt) {
+        if (attempt == attempts) give_up(record, file_.save_failed_trace, file_path);
         before_next_attempt(record);
     }
 }
 
 bool ConfigDocument::try_save(TraceObj& record, const std::string& path) {
     try {
-        clear_read_only(record, path);
+        const FileStatus status = platform_.files->status(path);
+        if (status.exists && status.read_only) {
+            if (!file_.cleared_read_only_trace.empty()) record.TR_PRINT(file_.cleared_read_only_trace);
+            platform_.files->clear_read_only(path);
+        }
         document_.save(*platform_.files, path);
         return true;
     } catch (const FileError&) {
         return false;
-    } catch (const Error&) {
-        return false;
     }
-}
-
-void ConfigDocument::clear_read_only(TraceObj& record, const std::string& path) {
-    const FileStatus status = platform_.files->status(path);
-    if (!status.exists || !status.read_only) return;
-    if (!file_.cleared_read_only_trace.empty()) record.TR_PRINT(file_.cleared_read_only_trace);
-    platform_.files->clear_read_only(path);
 }
 
 void ConfigDocument::before_next_attempt(TraceObj& record) const {
@@ -90,6 +85,12 @@ void ConfigDocument::give_up(TraceObj& record, std::string_view trace, const std
 std::optional<XmlElement> ConfigDocument::select(const std::string& xpath) const {
     static const XmlDocument empty;
     return (loaded_ ? document_ : empty).select(xpath);
+}
+
+XmlElement ConfigDocument::required(const std::string& xpath, std::string_view source,
+                                    const std::string& description) const {
+    if (const auto found = select(xpath)) return *found;
+    throw Error(error_number::group_node, std::string(source), description);
 }
 
 double ConfigDocument::number(const XmlElement& element, std::string_view item) const {

@@ -39,8 +39,8 @@ public:
     /// Whether a load was ever tried. After a failed one the document is there, and empty.
     bool is_open() const { return opened_; }
 
-    /// Raises what a layer says that cannot be had. To be called before a handler that would take its error for a failed
-    /// opening.
+    /// Raises what a layer says that cannot be had. To be called before a handler that would take its error for a
+    /// failed opening.
     void require_layer() const { platform_.instrument->create_path_information(); }
     /// Reads the file, three times at most; then -904. Memory is kept between loads.
     void load(TraceObj& record);
@@ -49,14 +49,14 @@ public:
 
     /// First element of an XPath query.
     std::optional<XmlElement> select(const std::string& xpath) const;
+    /// The same; error -905 of `source` where there is none.
+    XmlElement required(const std::string& xpath, std::string_view source, const std::string& description) const;
     /// The element's number; a text that is none is an error that names item and file.
     double number(const XmlElement& element, std::string_view item) const;
 
 private:
     std::string path() const;
-    void save(TraceObj& record, const std::string& path);
     bool try_save(TraceObj& record, const std::string& path);
-    void clear_read_only(TraceObj& record, const std::string& path);
     void before_next_attempt(TraceObj& record) const;
     [[noreturn]] void give_up(TraceObj& record, std::string_view trace, const std::string& path) const;
 
@@ -68,7 +68,9 @@ private:
     bool loaded_ = false;
 };
 
-/// First node of a relative query. A plain name is looked up without the XPath engine, which would find the same.
-std::optional<XmlElement> select_child(const XmlElement& parent, const std::string& query);
+/// First node of a relative query; error -904 naming `item`, and `place` behind the text, where there is none. A plain
+/// name is looked up without the XPath engine, which would find the same.
+XmlElement required_child(const XmlElement& parent, const std::string& query, std::string_view item,
+                          std::string_view place = {});
 
 }  // namespace korvane

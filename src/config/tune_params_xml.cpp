@@ -30,13 +30,6 @@ void require_permitted(const Groups& groups, const std::string& group) {
         throw Error(error_number::group_not_permitted, "", "");
 }
 
-template <class... Pieces>
-[[noreturn]] void raise_item_not_found(const Pieces&... pieces) {
-    throw Error(error_number::file_or_element, std::string(config_reader_source), text_of("Item[", pieces...));
-}
-
-constexpr std::string_view not_found = "] not found in Tune XML config file";
-
 }  // namespace
 
 struct clsTuneParamsXML::Impl {
@@ -48,10 +41,16 @@ struct clsTuneParamsXML::Impl {
     void open_if_needed(bool reload) {
         if (reload || !document.is_open()) open();
     }
-    double leaf_number(const XmlElement& group_node, const std::string& group, const std::string& name) const {
-        const std::optional<XmlElement> leaf = select_child(group_node, name);
-        if (!leaf) raise_item_not_found(group, "\\", name, not_found);
-        return document.number(*leaf, name);
+    /// Callers match on this source, although not all routines have that name.
+    XmlElement group(const std::string& path, const std::string& described) const {
+        return document.required(path, "GetTuneParamByXMLPath", "XML Query failed for " + described);
+    }
+    XmlElement sought(TraceObj& record, const std::string& path, const std::string& name) const {
+        record.TR_PRINT("Seeking Node[", path, "]");
+        return group(path, text_of(path, ", ", name));
+    }
+    static XmlElement leaf(const XmlElement& node, const std::string& group, const std::string& name) {
+        return required_child(node, name, text_of(group, "\\", name));
     }
 
     Trace trace;
@@ -67,14 +66,9 @@ double clsTuneParamsXML::GetTuneParamByXMLPath(const std::string& XMLPath, const
                                                bool bReOpenXMLFile) {
     const auto body = [&](TraceObj& record) {
         impl_->open_if_needed(bReOpenXMLFile);
-        record.TR_PRINT("Seeking Node[", XMLPath, "]");
-        const auto node = impl_->document.select(XMLPath);
-        if (!node)
-            throw Error(error_number::group_node, "GetTuneParamByXMLPath",
-                        text_of("XML Query failed for ", XMLPath, ", ", ParamName));
-        const auto leaf = select_child(*node, ParamName);
-        if (!leaf) raise_item_not_found(ParamName, not_found, " at path[", XMLPath, "]");
-        return impl_->document.number(*leaf, ParamName);
+        const XmlElement node = impl_->sought(record, XMLPath, ParamName);
+        const std::string place = text_of(" at path[", XMLPath, "]");
+        return impl_->document.number(required_child(node, ParamName, ParamName, place), ParamName);
     };
     return routine(impl_->trace, {"GetTuneParamByXMLPath"}, StoreLine{querying, ParamName}, body);
 }
@@ -83,14 +77,8 @@ double clsTuneParamsXML::GetAutotuneLimitValue(const std::string& LimitGroupType
                                                bool bReOpenXMLFile) {
     const auto body = [&](TraceObj& record) {
         impl_->open_if_needed(bReOpenXMLFile);
-        const std::string path = autotune_path + LimitGroupType;
-        record.TR_PRINT("Seeking Node[", path, "]");
-        const auto group = impl_->document.select(path);
-        // Callers match on this source, although the routine has another name.
-        if (!group)
-            throw Error(error_number::group_node, "GetTuneParamByXMLPath",
-                        text_of("XML Query failed for ", path, ", ", ParamName));
-        return impl_->leaf_number(*group, LimitGroupType, ParamName);
+        const XmlElement group = impl_->sought(record, autotune_path + LimitGroupType, ParamName);
+        return impl_->document.number(Impl::leaf(group, LimitGroupType, ParamName), ParamName);
     };
     return routine(impl_->trace, {"GetAutotuneLimitValue"}, StoreLine{querying, ParamName}, body);
 }
@@ -105,9 +93,9 @@ double clsTuneParamsXML::GetManualTuneValue(const std::string& GroupType, const 
     const auto body = [&] {
         impl_->open_if_needed(bReOpenXMLFile);
         require_permitted(manual_groups, GroupType);
-        const auto group = impl_->document.select(manual_path + GroupType);
-        if (!group) throw Error(error_number::group_node, "TuneParams.GetManualTuneValue", "ChosenRootNode is nothing");
-        return impl_->leaf_number(*group, GroupType, ParamName);
+        const XmlElement group = impl_->document.required(manual_path + GroupType, "TuneParams.GetManualTuneValue",
+                                                          "ChosenRootNode is nothing");
+        return impl_->document.number(Impl::leaf(group, GroupType, ParamName), ParamName);
     };
     return routine(impl_->trace, {"GetManualTuneValue"}, StoreLine{querying, ParamName}, body);
 }
@@ -117,15 +105,11 @@ void clsTuneParamsXML::WriteTuneParamValue(const std::string& ParamGroupName, co
     const auto body = [&](TraceObj& record) {
         require_permitted(writable_groups, ParamGroupName);
         impl_->open();
-        const auto group = impl_->document.select(tof_path + strAltTreeNode + "/" + ParamGroupName);
         // The text names the usual tree even when another was asked for.
-        if (!group)
-            throw Error(error_number::group_node, "GetTuneParamByXMLPath",
-                        text_of("XML Query failed for ", autotune_path, ParamGroupName, ", ", strParamName, ", ",
-                                strNewParamValue));
-        const auto leaf = select_child(*group, strParamName);
-        if (!leaf) raise_item_not_found(ParamGroupName, "\\", strParamName, not_found);
-        impl_->document.write(record, *leaf, strNewParamValue);
+        const XmlElement group =
+            impl_->group(tof_path + strAltTreeNode + "/" + ParamGroupName,
+                         text_of(autotune_path, ParamGroupName, ", ", strParamName, ", ", strNewParamValue));
+        impl_->document.write(record, Impl::leaf(group, ParamGroupName, strParamName), strNewParamValue);
     };
     routine(impl_->trace, {"WriteTuneParamValue"}, StoreLine{"writing element", strParamName}, body);
 }
@@ -138,9 +122,8 @@ bool clsTuneParamsXML::IsThisSourceSupportedForAutotuning(const std::string& str
             text_of("/QTOFTuneParams/Mode/Tune[@polarity=\"", strPolarity, "\" and @source=\"", StrSourceType, "\"]");
         const auto tune = impl_->document.select(path);
         if (!tune) return false;
-        const auto allowed = tune->child("Allowed");
-        if (!allowed) raise_item_not_found("Allowed", not_found, " at path[", path, "]");
-        return equal_but_for_case(allowed->text(), "YES");
+        const auto allowed = required_child(*tune, "Allowed", "Allowed", text_of(" at path[", path, "]"));
+        return equal_but_for_case(allowed.text(), "YES");
     };
     return routine(impl_->trace, {"IsThisSourceSupportedForAutotuning"}, StoreLine{querying, "Allowed"}, body);
 }

@@ -10,7 +10,7 @@ constexpr ConfigFile preference_file{"TunePreferences.xml",
                                      "TunePrefsXML: Failed to load XML: ", "TunePrefsXML: Failed to load XML: ",
                                      "TunePrefsXML: Failed to load XML file: ", ""};
 
-const std::string root_path = "/TunePreferences";
+const std::string root_missing = "ChosenTunePreferencesRootNode is nothing";
 
 }  // namespace
 
@@ -28,15 +28,7 @@ struct clsTunePrefsXML::Impl {
     }
 
     XmlElement preference(const std::string& name) const {
-        const std::optional<XmlElement> root = document.select(root_path);
-        if (!root)
-            throw Error(error_number::group_node, std::string(config_reader_source),
-                        "ChosenTunePreferencesRootNode is nothing");
-        const std::optional<XmlElement> element = select_child(*root, name);
-        if (!element)
-            throw Error(error_number::file_or_element, std::string(config_reader_source),
-                        text_of("Item[", name, "] not found in Tune XML config file"));
-        return *element;
+        return required_child(document.required("/TunePreferences", config_reader_source, root_missing), name, name);
     }
 
     Trace trace;

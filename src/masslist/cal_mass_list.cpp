@@ -4,7 +4,6 @@
 
 #include "frame/located_number.h"
 #include "masslist/mass_list_document.h"
-#include "masslist/mass_list_text.h"
 #include "platform/text.h"
 
 namespace korvane {
@@ -22,11 +21,8 @@ using MassLists = std::map<std::string, MassListEntry>;
 MassLists lists_of(const MassListDocument& document) {
     MassLists lists;
     for (const XmlElement& configuration : document.configurations()) {
-        MassListEntry entry;
-        entry.name = {configuration.attribute("IonSource"), configuration.attribute("IonPolarity")};
-        entry.text = mass_list_text(configuration.select_all("MassList/mass"));
-        const std::string key = entry.name.key();
-        lists[key] = std::move(entry);
+        const MassListName name{configuration.attribute("IonSource"), configuration.attribute("IonPolarity")};
+        lists[name.key()] = {name, mass_list_text(configuration.select_all("MassList/mass"))};
     }
     return lists;
 }

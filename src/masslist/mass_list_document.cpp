@@ -1,7 +1,10 @@
 #include "masslist/mass_list_document.h"
 
+#include <limits>
+
 #include "korvane/error.h"
 #include "platform/text.h"
+#include "platform/xml_encoding.h"
 
 namespace korvane {
 
@@ -13,6 +16,32 @@ std::string not_found(const MassListName& name) {
     return text_of("Mass list for source ", name.source, " and ", name.polarity, " polarity not found");
 }
 
+bool is_number(std::string_view text) {
+    try {
+        parse_double(text);
+        return true;
+    } catch (const Error&) {
+        return false;
+    }
+}
+
+bool fits_into_xml(std::string_view text) {
+    while (!text.empty()) {
+        const auto character = take_utf8(text);
+        if (!character || !is_xml_character(*character)) return false;
+    }
+    return true;
+}
+
+XmlNewElement mass_element(const std::string& line, const std::string& list) {
+    const std::size_t tab = line.find('\t');
+    const bool two_fields = tab != std::string::npos && line.find('\t', tab + 1) == std::string::npos;
+    if (!two_fields || !is_number(std::string_view(line).substr(tab + 1)) || !fits_into_xml(line))
+        raise_mass_list_error(
+            text_of("Mass list for ", list, ": line[", line, "] is not a use flag, a tab and a number"));
+    return {"mass", {{"Used", line.substr(0, tab)}}, line.substr(tab + 1), {}};
+}
+
 }  // namespace
 
 void raise_mass_list_error(const std::string& description) {
@@ -21,8 +50,7 @@ void raise_mass_list_error(const std::string& description) {
 
 MassListDocument::MassListDocument(Files& files, const std::string& file_name) : file_name_(file_name) {
     const XmlParseError error = document_.load(files, file_name);
-    const bool unreadable = error.code < 0;
-    if (unreadable) raise_mass_list_error("Failed to open mass list file: " + file_name);
+    if (error.code < 0) raise_mass_list_error("Failed to open mass list file: " + file_name);
     if (error) raise_mass_list_error(file_name + " is not a valid Mass List file.\r\n" + error.reason);
     if (!document_.select("/QTOF_MassListConfiguration"))
         raise_mass_list_error(file_name + " is not a valid Mass List file.");
@@ -64,6 +92,36 @@ void MassListDocument::save(Files& files, const std::string& file_name) const {
     } catch (const FileError& error) {
         raise_mass_list_error(failed + "\r\n" + error.what());
     }
+}
+
+std::vector<std::string> split_lines(std::string_view text) {
+    std::vector<std::string> lines;
+    if (text.empty()) return lines;
+    for (std::size_t begin = 0;;) {
+        const std::size_t end = text.find('\n', begin);
+        lines.emplace_back(text.substr(begin, end - begin));
+        if (end == std::string_view::npos) return lines;
+        begin = end + 1;
+    }
+}
+
+std::string mass_list_text(const std::vector<XmlElement>& masses) {
+    std::string text;
+    for (const XmlElement& mass : masses) {
+        if (&mass != &masses.front()) text += '\n';
+        append_text(text, mass.attribute("Used"), '\t', mass.text());
+    }
+    return text;
+}
+
+XmlNewElement mass_list_element(const std::string& text, const std::string& list) {
+    const std::vector<std::string> lines = split_lines(text);
+    // The rule's line counter has 16 bits.
+    if (lines.size() > static_cast<std::size_t>(std::numeric_limits<std::int16_t>::max()))
+        raise_runtime_fault(error_number::overflow, text_of("mass list for ", list, ", ", lines.size(), " lines"));
+    XmlNewElement element{list_element, {}, "", {}};
+    for (const std::string& line : lines) element.children.push_back(mass_element(line, list));
+    return element;
 }
 
 }  // namespace korvane

@@ -1,7 +1,9 @@
-// A loaded mass-list file: its configurations and the rewriting of one.
+// A loaded mass-list file: its configurations, the rewriting of one, and lists as text: one line a mass, joined by line
+// feeds; use flag, tab, m/z.
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/xml_document.h"
@@ -27,7 +29,6 @@ public:
     /// Error -1 for a file that cannot be read or is not a mass-list file.
     MassListDocument(Files& files, const std::string& file_name);
 
-    const std::string& file_name() const { return file_name_; }
     std::vector<XmlElement> configurations() const;
     /// Error -1 where the configuration is missing or has no masses.
     std::vector<XmlElement> masses(const MassListName& name) const;
@@ -43,5 +44,15 @@ private:
     std::string file_name_;
     XmlDocument document_;
 };
+
+/// The lines; none for an empty text.
+std::vector<std::string> split_lines(std::string_view text);
+
+/// Text of the `mass` elements.
+std::string mass_list_text(const std::vector<XmlElement>& masses);
+
+/// The `MassList` element for a text. Error 6 above 32767 lines, -1 naming `list` and the first line that is not a use
+/// flag, a tab and a number.
+XmlNewElement mass_list_element(const std::string& text, const std::string& list);
 
 }  // namespace korvane
