@@ -15,11 +15,11 @@ public:
     AbortHelper(AbortHelper&&) noexcept;
     AbortHelper& operator=(AbortHelper&&) noexcept;
 
-    /// Clears the request.
+    /// Clears the request: writes "0".
     void Reset();
-    /// Makes the request.
+    /// Makes the request: writes "1".
     void TriggerAbort();
-    /// Reads the file anew; any flag text but "0" is a request.
+    /// Reads the file anew; any flag text but "0" is a request. A failure is raised, never an answer.
     bool UserHasClickedAbort();
 
 private:

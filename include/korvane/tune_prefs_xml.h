@@ -8,8 +8,8 @@
 
 namespace korvane {
 
-/// Errors of every member: -901 the file cannot be opened, -904 no such element or the save failed three times,
-/// -905 no root element.
+/// Errors of every member: -901 the file cannot be opened (three attempts), -904 no such element or the save failed
+/// three times, -905 no root element, -2147467259 what is no XPath query.
 class KORVANE_API clsTunePrefsXML {
 public:
     explicit clsTunePrefsXML(Platform platform = Platform::process_default());
@@ -19,7 +19,7 @@ public:
 
     /// Text of a preference, from the copy already loaded unless a reload is asked for.
     std::string GetTunePreference(const std::string& ParamName, bool bReOpenXMLFile = false);
-    /// Reloads, sets an existing preference, saves.
+    /// Reloads, sets the text of an existing preference as given, saves; a read-only file is made writable.
     void WriteTunePreference(const std::string& strParamName, const std::string& strNewParameterValue);
 
 private:

@@ -6,6 +6,7 @@
 #include "korvane/abort_helper.h"
 #include "korvane/forwarding.h"
 #include "korvane/tune_params_xml.h"
+#include "korvane/tune_prefs_xml.h"
 #include "support/memory_platform.h"
 #include "support/raised.h"
 
