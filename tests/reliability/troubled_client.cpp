@@ -1,0 +1,232 @@
+#include "reliability/troubled_client.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+namespace korvane {
+
+namespace {
+
+constexpr int lens = SpectrumWorld::adjustable_setpoint, transients = SpectrumWorld::transients_setpoint;
+constexpr int scintillator = 69, averaging = 162, slicer = 170;
+constexpr double lens_before = 70, lens_after = 60, scintillator_before = 5, transients_before = 10000;
+
+// At 10000 x a tenth of the transients the peak of 5000 is within the tolerance of 100; of 90000 it is not.
+constexpr double reached = 50000, never_reached = 90000;
+
+auto search(bool fast, double target) {
+    return [=](SpectrumParser& parser, TuneGlobals&) {
+        parser.set_fast_search(fast);
+        parser.BinaryAdjustAbundanceDownUsingThisSetpoint(lens, 900, target, 30, true, 0, 100, 20);
+    };
+}
+
+}  // namespace
+
+const std::vector<Operation>& operations() {
+    const std::vector<int> search_moves{scintillator, transients, lens}, fast_moves{scintillator, transients};
+    static const std::vector<Operation> all{
+        {"set", [](auto&, auto& globals) { globals.SetMSSetpointValueByIdx(lens, lens_after); }, {lens}, lens_after},
+        {"set by name",
+         [](auto&, auto& globals) { globals.SetMSSetpointValueByInternalName("Lens", lens_after); },
+         {lens},
+         lens_after},
+        {"set by difference and wait",
+         [](auto&, auto& globals) {
+             globals.SetMSSetpointValueByIdx(lens, setpoint_value_not_given, lens_after - lens_before, 3);
+         },
+         {lens},
+         lens_after},
+        {"set and wait until seen",
+         [](auto&, auto& globals) { globals.SetMSSetpointValueByIdx(lens, lens_after, 0, 0, true); },
+         {lens},
+         lens_after},
+        {"seek a clean slicer position",
+         [](auto&, auto& globals) { globals.SeekNextAvailableCleanSlicerPosForTune(); },
+         {slicer},
+         2},
+        {"measure", [](auto& parser, auto&) { parser.GetPeakInfoForCalibrantMasses(); }, {scintillator}},
+        {"lists", [](auto& parser, auto&) { parser.GetPeakListsForCalibrantMasses(); }, {scintillator}},
+        {"verify",
+         [](auto& parser, auto&) { parser.VerifyInstrumentIsShowingValidCalibrantSpectrum(); },
+         {scintillator}},
+        {"dual gain",
+         [](auto& parser, auto&) {
+             parser.AbundancesAreBelowDualGainThreshold(std::vector<double>{100, 400, 900, 1600, 2500});
+         },
+         {scintillator}},
+        {"one peak", [](auto& parser, auto&) { parser.GetPeakAttribute(PeakCalcType::Height, 900); }, {}},
+        {"search to the resolution", search(false, never_reached), search_moves},
+        {"search within tolerance", search(false, reached), search_moves},
+        {"averaging search", search(false, never_reached), search_moves, {}, true},
+        {"fast search to the resolution", search(true, never_reached), fast_moves},
+        {"fast search within tolerance", search(true, reached), fast_moves},
+    };
+    return all;
+}
+
+TroubledClient::TroubledClient(double spectrum_seconds) {
+    world.test.trace().on = false;
+    world.test.limit("Calibration", "BinarySearchAbTolerance", "2000");
+    world.test.limit("Limits", "InitTOFTune_MaxRunTimeOnSlicerPos_hrs", "100");
+    world.test.preference("SlicerLifeTime_SimulateOverLimit", "No");
+    world.test.raw_parameters(
+        "<TOF><ManualTuneParameters><IndexedSlicer><NumberOfPositions>6</NumberOfPositions>"
+        "<HighResolutionFirstPosition>4</HighResolutionFirstPosition></IndexedSlicer></ManualTuneParameters></TOF>");
+    ScriptedState& instrument = world.instrument();
+    instrument.setpoints[slicer].type = 3;
+    instrument.setpoints[slicer].name = "SlicerPosition";
+    instrument.setpoints[transients].lower = 0;
+    for (int position = 1; position <= 6; ++position)
+        instrument.dictionary["SlicerPos[" + std::to_string(position) + "].Hours"] = 0.0;
+    instrument.firmware[22] = 0;
+    instrument.acquire = [this, spectrum_seconds](AcquiredSpectrum& spectrum, int) {
+        world.test.clock->advance(spectrum_seconds);
+        acquire(spectrum);
+    };
+    instrument.metadata_items = [this, spectrum_seconds] {
+        world.test.clock->advance(spectrum_seconds);
+        return metadata();
+    };
+    renew();
+}
+
+void TroubledClient::renew() {
+    parser_.reset();
+    globals_.reset();
+    for (const auto& log : std::filesystem::directory_iterator(world.test.base() / "Logfiles"))
+        std::filesystem::remove(log);
+    parser_.emplace(world.platform());
+    globals_.emplace(world.platform());
+    // The instruments are made now: one whose making fails would stay so.
+    parser_->GetPeakInfoForCalibrantMasses();
+    globals_->GetPolarityStr();
+}
+
+std::string TroubledClient::run(const Operation& operation, Trouble trouble, int at_call) {
+    begin(operation, trouble, at_call);
+    error_ = error_of([&] { operation.run(*parser_, *globals_); });
+    end();
+    if (!is_explained(operation)) return text_of("error ", error_.number(), " ", error_.description());
+    return broken_promise(operation);
+}
+
+void TroubledClient::begin(const Operation& operation, Trouble trouble, int at_call) {
+    ScriptedState& instrument = world.instrument();
+    instrument.setpoints[lens].value = lens_before;
+    instrument.setpoints[scintillator].value = scintillator_before;
+    instrument.setpoints[transients].value = transients_before;
+    instrument.setpoints[slicer].value = 1;
+    instrument.setpoints[averaging].value = operation.averages;
+    before_.clear();
+    for (const auto& [index, setpoint] : instrument.setpoints) before_[index] = setpoint.value;
+    instrument.journal.clear();
+    instrument.calls = 0;
+    met_ = emptied_ = false;
+    trouble_ = trouble;
+    instrument.fault_stays = trouble == Trouble::fault_for_good;
+    if (trouble == Trouble::fault || trouble == Trouble::fault_for_good) instrument.fault_at = at_call;
+    instrument.on_call = [this, at_call](int call) {
+        if (call != at_call || trouble_ == Trouble::none) return;
+        met_ = true;
+        if (trouble_ == Trouble::abort) world.request_abort();
+        const auto file = world.test.base() / "TunePreferences.xml";
+        if (trouble_ == Trouble::missing_file) std::filesystem::rename(file, file.string() + ".away");
+    };
+}
+
+void TroubledClient::end() {
+    world.instrument().fault_at.reset();
+    world.instrument().on_call = nullptr;
+    const auto file = world.test.base() / "TunePreferences.xml";
+    if (suffers(Trouble::missing_file)) std::filesystem::rename(file.string() + ".away", file);
+    if (suffers(Trouble::abort)) world.test.preference("AbortFlag", "0");
+}
+
+void TroubledClient::acquire(AcquiredSpectrum& spectrum) {
+    ++acquisitions_;
+    const bool empty_once = suffers(Trouble::empty_spectrum) && !emptied_;
+    emptied_ = emptied_ || empty_once;
+    if (suffers(Trouble::silence) || empty_once) return;
+    for (const double mass : {900.0, 1600.0}) world.set_peak(mass, suffers(Trouble::no_peaks) ? 0 : 5000);
+    world.fill(spectrum);
+    const std::int32_t polarity = suffers(Trouble::wrong_polarity) ? 1 : 0;
+    spectrum.meta_data = VariantArray<InstrumentValue>(std::vector<InstrumentValue>{1, polarity, 0});
+}
+
+std::vector<MetaItem> TroubledClient::metadata() {
+    ++acquisitions_;
+    std::vector<MetaItem> items;
+    if (suffers(Trouble::silence) || suffers(Trouble::wrong_polarity)) return items;
+    for (const auto& [index, setpoint] : world.instrument().setpoints) items.push_back({setpoint.name, setpoint.value});
+    return items;
+}
+
+/// A search that came within the tolerance stops before it looks at what its measurements collected. A measurement that
+/// failed leaves the scintillator out of the way, and a later one finds it so.
+bool TroubledClient::is_excused(const Operation& operation) const {
+    return met_ && operation.may_move(transients) &&
+           parser_->last_adjustment().end == AdjustOutcome::End::within_tolerance;
+}
+
+bool TroubledClient::is_explained(const Operation& operation) const {
+    static const std::map<Trouble, std::set<std::int32_t>> numbers{
+        {Trouble::fault, {-4711}},
+        {Trouble::fault_for_good, {-4711}},
+        {Trouble::abort, {error_number::user_aborted}},
+        {Trouble::wrong_polarity, {error_number::polarity_timeout}},
+        // A single-mass peak does not wait for a populated spectrum: it fails on an array that is not there.
+        {Trouble::silence, {error_number::invalid_call, error_number::polarity_timeout, error_number::type_mismatch}},
+        {Trouble::empty_spectrum, {error_number::type_mismatch}},
+        {Trouble::no_peaks, {error_number::routine_detected, error_number::invalid_spectrum}},
+        {Trouble::missing_file, {error_number::preferences_unavailable}}};
+    const bool faulty = trouble_ == Trouble::fault || trouble_ == Trouble::fault_for_good;
+    if (!met_) return error_.number() == 0;
+    if (error_.number() == 0) return !faulty || is_excused(operation);
+    // A wait for a value tells every failure inside it, but an abort, as a value that was not reached.
+    if (error_.number() == error_number::setpoint_not_reached)
+        return trouble_ != Trouble::abort &&
+               error_.description().find("did not reach expected value[") != std::string::npos;
+    if (faulty && (error_.source() != "Instrument" || error_.description() != "scripted fault")) return false;
+    if (trouble_ == Trouble::abort && error_.description() != "User aborted") return false;
+    return numbers.at(trouble_).contains(error_.number());
+}
+
+std::vector<double> TroubledClient::written(int setpoint) {
+    const std::string start = "write " + std::to_string(setpoint) + " = ";
+    std::vector<double> values;
+    for (const std::string& line : world.journal_of(start)) values.push_back(std::stod(line.substr(start.size())));
+    return values;
+}
+
+std::string TroubledClient::broken_promise(const Operation& operation) {
+    using Values = std::vector<double>;
+    const bool success = error_.number() == 0;
+    for (const auto& [index, setpoint] : world.instrument().setpoints) {
+        const Values writes = written(index);
+        if (setpoint.value != (writes.empty() ? before_[index] : writes.back()))
+            return text_of("setpoint ", index, " has not the value written last");
+        if (!writes.empty() && !operation.may_move(index)) return text_of("setpoint ", index, " was written");
+    }
+    if (operation.sets) {
+        const Values writes = written(operation.moves.front());
+        return writes == Values{*operation.sets} || (!success && writes.empty()) ? "" : "not set as asked";
+    }
+    // Out of the way and back, again and again; an error leaves it out of the way.
+    const Values out_and_back = written(scintillator);
+    for (std::size_t i = 0; i < out_and_back.size(); ++i)
+        if (out_and_back[i] != (i % 2 ? scintillator_before : 0)) return "the scintillator is not put aside and back";
+    if (success && !is_excused(operation) && out_and_back.size() % 2) return "the scintillator is not restored";
+    if (!operation.may_move(transients)) return "";
+    const Values there{transients_before / 10}, there_and_back{transients_before / 10, transients_before};
+    const Values writes = written(transients);
+    const bool is_partial = writes.empty() || writes == there || writes == there_and_back;
+    if (success ? writes != there_and_back : !is_partial) return "the number of transients is not restored";
+    const auto& probes = parser_->last_adjustment().probes;
+    const bool at_probe =
+        !operation.may_move(lens) || probes.empty() || world.instrument().setpoints[lens].value == probes.back().value;
+    return at_probe || !success ? "" : "the setpoint searched does not have its last probe";
+}
+
+}  // namespace korvane
