@@ -1,26 +1,27 @@
 #include "frame/lazy_instrument.h"
 
-#include "frame/routine.h"
+#include "korvane/error.h"
 
 namespace korvane {
 
+namespace {
+
+template <class Made>
+Made required(Made made, const char* what) {
+    if (!made) raise_runtime_fault(error_number::object_not_set, what);
+    return made;
+}
+
+}  // namespace
+
 void LazyInstrument::make() const {
-    if (failure_) throw *failure_;
-    try {
-        std::unique_ptr<InstrumentGlobals> made = layer_->create_globals();
-        if (!made) raise_runtime_fault(error_number::object_not_set, "instrument globals");
-        made->initialise();
-        globals_ = std::move(made);
-    } catch (...) {
-        failure_ = current_error();
-        throw *failure_;
-    }
+    auto made = required(layer_->create_globals(), "instrument globals");
+    made->initialise();
+    globals_ = std::move(made);
 }
 
 std::string base_folder(InstrumentLayer& layer) {
-    const auto paths = layer.create_path_information();
-    if (!paths) raise_runtime_fault(error_number::object_not_set, "path information");
-    return paths->base_folder();
+    return required(layer.create_path_information(), "path information")->base_folder();
 }
 
 }  // namespace korvane

@@ -2,17 +2,15 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 
-#include "korvane/error.h"
 #include "korvane/instrument.h"
 
 namespace korvane {
 
-/// The layer's globals. A failure to make or initialise them is raised by the first use and by every later one; error
-/// 91 where the layer makes none. Used from one thread at a time, as the object it belongs to.
+/// The layer's globals, once made and initialised. A failure to do so is raised by the use; the next use tries anew.
+/// Error 91 where the layer makes none. Used from one thread at a time, as the object it belongs to.
 class LazyInstrument {
 public:
     explicit LazyInstrument(std::shared_ptr<InstrumentLayer> layer) : layer_(std::move(layer)) {}
@@ -28,7 +26,6 @@ private:
 
     std::shared_ptr<InstrumentLayer> layer_;
     mutable std::unique_ptr<InstrumentGlobals> globals_;
-    mutable std::optional<Error> failure_;
 };
 
 /// The base folder that the layer names, without a separator at its end; error 91 where it has no path information.
