@@ -22,8 +22,7 @@ endif()
 
 # Unity builds, which the presets for testing use, put a room's sources together. Private names then meet: these sources,
 # which give one another meaning than a neighbour, stay alone.
-foreach(source globals/mass_calibration
-        automation/com/entry_points)  # of the server; other programs that use the room have none or their own
+foreach(source automation/com/entry_points)  # of the server; other programs that use the room have none or their own
   set_source_files_properties(${PROJECT_SOURCE_DIR}/src/${source}.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 endforeach()
 

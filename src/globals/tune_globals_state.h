@@ -1,55 +1,56 @@
-// What the tune globals are made of.
+// What the members of the tune globals share. Each is defined in the file of its topic.
 #pragma once
 
-#include <memory>
+#include <optional>
+#include <string>
 
-#include "globals/detector_defaults.h"
-#include "globals/indexed_slicer.h"
-#include "globals/tune_logs.h"
+#include "frame/routine.h"
+#include "globals/current_setpoints.h"
+#include "globals/log_file.h"
+#include "korvane/abort_helper.h"
 #include "korvane/tune_globals.h"
+#include "korvane/tune_params_xml.h"
+#include "korvane/tune_prefs_xml.h"
 
 namespace korvane {
 
-struct TuneGlobals::Impl {
-    explicit Impl(const Platform& given)
-        : platform(given),
-          instrument(platform.instrument),
-          preferences(platform),
-          parameters(platform),
-          abort(platform) {
-        if (is_base_folder_known()) logs.read_log_setpoint_traffic();
-    }
-    Impl(const Impl&) = delete;
-    Impl& operator=(const Impl&) = delete;
+inline constexpr double ns_per_us = 1000;
 
-    bool is_base_folder_known() const {
-        try {
-            return !base_folder(*platform.instrument).empty();
-        } catch (...) {
-            return false;  // A missing instrument is no reason to fail here.
-        }
+struct TuneGlobalsState {
+    explicit TuneGlobalsState(const Platform& given);
+    TuneGlobalsState(const TuneGlobalsState&) = delete;
+    TuneGlobalsState& operator=(const TuneGlobalsState&) = delete;
+
+    HardwareQueries& hardware() const { return instrument->hardware(); }
+    bool has_option(std::int32_t code) const { return hardware().option_present(hardware().option_name(code)); }
+    /// Only the first characters tell.
+    bool is_model_4410() const { return hardware().model().starts_with(contract::model_4410); }
+    double limit(const std::string& group, const std::string& key) {
+        return parameters.GetAutotuneLimitValue(group, key);
     }
+    /// Whether the setpoint log is kept: the preference at creation or, where the base folder was not known then, at
+    /// the first setpoint line.
+    bool logs_setpoint_traffic();
 
     const Platform platform;
-    const LazyInstrument instrument;
-    clsTunePrefsXML preferences;
-    clsTuneParamsXML parameters;
-    AbortHelper abort;
-
+    const LazyInstrument instrument{platform.instrument};
     Segments segments;
-    double abundance_reduction_vcap = 0;
-    double abundance_reduction_fragmentor = 0;
-
+    const CurrentSetpoints setpoints{instrument, segments};
+    clsTunePrefsXML preferences{platform};
+    clsTuneParamsXML parameters{platform};
+    AbortHelper abort{platform};
     std::string error_message;
     const Trace trace{platform.tracers, &error_message};
-    const CurrentSetpoints current{instrument, segments};
-    SetpointAccess setpoints{trace, instrument, current, abort, *platform.clock};
-    TuneLogs logs{trace, instrument, preferences, platform};
-    MassCalibration calibration{trace, instrument, current, preferences, parameters};
-    SourceAndPolarity source{trace, instrument, current, parameters};
-    MassRange mass_range{trace, instrument, current, platform};
-    IndexedSlicer slicer{trace, instrument, setpoints, preferences, parameters, logs};
-    DetectorDefaults detector{trace, instrument, current, parameters, source, calibration, mass_range};
+
+    double abundance_reduction_vcap = 0;
+    double abundance_reduction_fragmentor = 0;
+    std::optional<bool> log_setpoint_traffic;
+    LogFile tune_log{platform};
+    LogFile setpoint_log{platform};
+};
+
+struct TuneGlobals::Impl final : TuneGlobalsState {
+    using TuneGlobalsState::TuneGlobalsState;
 };
 
 }  // namespace korvane

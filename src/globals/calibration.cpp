@@ -1,0 +1,150 @@
+// The mass calibration: units of its coefficients, defaults, and its exchange with the instrument.
+#include <array>
+#include <cmath>
+
+#include "globals/tune_globals_state.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr std::int32_t store_trace_level = 8;
+constexpr std::int32_t term_used = 1;
+
+// Of the terms in use, in their order.
+constexpr std::array term_coefficients{&CalibrationCoefficients::C, &CalibrationCoefficients::D,
+                                       &CalibrationCoefficients::E, &CalibrationCoefficients::F,
+                                       &CalibrationCoefficients::G, &CalibrationCoefficients::H};
+
+double finite_coefficient(double value, char coefficient) {
+    if (!std::isfinite(value))
+        raise_runtime_fault(error_number::overflow, text_of("calibration coefficient ", coefficient));
+    return value;
+}
+
+CalibrationObject calibration_of_now(const TuneGlobalsState& state) {
+    const std::int32_t polarity =
+        state.setpoints.is_positive() ? contract::polarity.positive : contract::polarity.negative;
+    CalibrationObject calibration = state.instrument->calibrations().calibration(polarity);
+    if (!calibration) raise_runtime_fault(error_number::object_not_set, text_of("calibration of polarity ", polarity));
+    return calibration;
+}
+
+void convert_terms(TraceObj& record, const VariantArray<std::int32_t>& flags, CalibrationCoefficients& coefficients,
+                   bool to_ns) {
+    if (flags.is_empty()) return;
+    record.TR_PRINT("ValueUseFlags[lbound,ubound] = ", flags.lower_bound(), ",", flags.upper_bound());
+    std::size_t used = 0;
+    for (std::int32_t term = flags.lower_bound(); term <= flags.upper_bound(); ++term) {
+        if (flags.at(term) != term_used) continue;
+        record.TR_PRINT("Term ", term, " used");
+        if (used == term_coefficients.size()) continue;
+        const char name = static_cast<char>('C' + used);
+        double& coefficient = coefficients.*term_coefficients[used++];
+        // Of c t^p: the unit of the coefficient goes with 1 / t^p.
+        const double scale = finite_coefficient(std::pow(ns_per_us, term), name);
+        coefficient = finite_coefficient(to_ns ? coefficient / scale : coefficient * scale, name);
+        record.TR_PRINT("writing ", name, " coeff");
+    }
+}
+
+bool uses_override_values(TuneGlobalsState& state) {
+    return state.preferences.GetTunePreference("DefaultCalib_UseOverrideValues", true) == "Yes";
+}
+
+// No model has a default of its own for B.
+double default_b_ns(TuneGlobalsState& state) {
+    return routine(state.trace, {"getDefaultCalibCoefB_nsec"}, [&] {
+        if (uses_override_values(state))
+            return state.parameters.GetManualTuneValue("Calibration", "DefaultCalibBCoef_Override");
+        return to_double(state.instrument->dictionary_item(contract::dictionary_item.coefficient_b));
+    });
+}
+
+}  // namespace
+
+CalibrationCoefficients TuneGlobals::convert_coefficients_usec_to_nsec(const CalibrationCoefficients& calcoef) {
+    return routine(impl_->trace, {"convert_coefficients_usec_to_nsec"}, [&](TraceObj& record) {
+        const auto trace_a_and_b = [&](std::string_view when, const CalibrationCoefficients& coefficients) {
+            record.TR_PRINT("pMassCoef.A (", when, " conversion to nsec) = ", coefficients.A);
+            record.TR_PRINT("pMassCoef.B (", when, " conversion to nsec) = ", coefficients.B);
+        };
+        trace_a_and_b("before", calcoef);
+        const CalibrationCoefficients nanoseconds = convert_coefficients_nsec_to_usec(calcoef, true);
+        trace_a_and_b("after", nanoseconds);
+        return nanoseconds;
+    });
+}
+
+CalibrationCoefficients TuneGlobals::convert_coefficients_nsec_to_usec(const CalibrationCoefficients& calcoef,
+                                                                       bool b_usec_to_nsec) {
+    return routine(impl_->trace, {"convert_coefficients_nsec_to_usec"}, [&](TraceObj& record) {
+        CalibrationCoefficients converted = calcoef;
+        // A goes with 1/t, B with t.
+        converted.A = finite_coefficient(b_usec_to_nsec ? calcoef.A / ns_per_us : calcoef.A * ns_per_us, 'A');
+        converted.B = finite_coefficient(b_usec_to_nsec ? calcoef.B * ns_per_us : calcoef.B / ns_per_us, 'B');
+        convert_terms(record, calibration_of_now(*impl_)->use_flags(), converted, b_usec_to_nsec);
+        return converted;
+    });
+}
+
+CalibrationObject TuneGlobals::GetCurrentCalibrationObjFromDD() {
+    return routine(impl_->trace, {"GetCurrentCalibrationObjFromDD"}, [&] { return calibration_of_now(*impl_); });
+}
+
+double TuneGlobals::getDefaultCalibCoefA_nsec() {
+    return routine(impl_->trace, {"getDefaultCalibCoefA_nsec"}, [&] {
+        if (uses_override_values(*impl_))
+            return impl_->parameters.GetManualTuneValue("Calibration", "DefaultCalibACoef_Override");
+        if (impl_->is_model_4410()) return impl_->limit("Calibration", "DefaultCalibACoef_4410");
+        return to_double(impl_->instrument->dictionary_item(contract::dictionary_item.coefficient_a));
+    });
+}
+
+CalibrationCoefficients TuneGlobals::getDefaultCalibrationCoeffs_nsec() {
+    return routine(impl_->trace, {"getDefaultCalibrationCoeffs_nsec"}, [&] {
+        CalibrationCoefficients coefficients;
+        coefficients.A = getDefaultCalibCoefA_nsec();
+        coefficients.B = default_b_ns(*impl_);
+        return coefficients;
+    });
+}
+
+CalibrationObject TuneGlobals::getDefaultMTObj_nsec() {
+    return routine(impl_->trace, {"getDefaultMTObj_nsec"}, [&] {
+        const auto number = [&](const contract::Text& item) {
+            return to_int32(impl_->instrument->dictionary_item(item));
+        };
+        CalibrationObject calibration = GetCurrentCalibrationObjFromDD();
+        CalibrationSettings settings = calibration->settings();
+        settings.CalReserved1 = number(contract::dictionary_item.reserved_1);
+        settings.CalTraditionalWeighting = number(contract::dictionary_item.traditional_weighting);
+        settings.CalPolynomialWeighting = number(contract::dictionary_item.polynomial_weighting);
+        calibration->set_settings(settings);
+        calibration->set_coefficients(getDefaultCalibrationCoeffs_nsec());
+        return calibration;
+    });
+}
+
+void TuneGlobals::WriteThisCalibrationObjToDD(const CalibrationObject& pMTCalcObj) {
+    routine(impl_->trace, {"WriteThisCalibrationObjToDD", store_trace_level}, [&](TraceObj& record) {
+        if (!pMTCalcObj) raise_runtime_fault(error_number::object_not_set, "calibration object");
+        const bool positive = impl_->setpoints.is_positive();
+        record.TR_PRINT("Saving new coefficients to ", positive ? "positive" : "negative", " mode calibrant");
+        impl_->instrument->calibrations().store(positive ? contract::polarity.positive : contract::polarity.negative,
+                                                *pMTCalcObj);
+    });
+}
+
+void TuneGlobals::SetNewCalibrationWithTheseAAndt0Values_usec(double LikelyA, double t0) {
+    routine(impl_->trace, {"SetNewCalibrationWithTheseAAndt0Values_usec"}, [&] {
+        const CalibrationObject calibration = GetCurrentCalibrationObjFromDD();
+        CalibrationCoefficients coefficients = calibration->coefficients();
+        coefficients.A = LikelyA;
+        coefficients.B = t0;
+        calibration->set_coefficients(convert_coefficients_usec_to_nsec(coefficients));
+        WriteThisCalibrationObjToDD(calibration);
+    });
+}
+
+}  // namespace korvane
