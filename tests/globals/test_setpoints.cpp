@@ -1,6 +1,7 @@
 #include <cmath>
 #include <limits>
 
+#include "globals/stopwatch.h"
 #include "globals/tune_globals_test.h"
 
 namespace korvane {
@@ -13,6 +14,19 @@ protected:
         lens.lower = -5;
         lens.upper = 100;
         setpoint(13, 1, "Other");
+    }
+    /// Spectra report this value whatever is written.
+    void spectra_report(double value) {
+        test.instrument().metadata_items = [=] { return std::vector<MetaItem>{{"Lens", value}}; };
+    }
+    template <class Body>
+    double seconds_of(Body&& body) {
+        const double before = test.clock->total_seconds();
+        body();
+        return test.clock->total_seconds() - before;
+    }
+    std::string set_and_wait(TuneGlobals& made) {
+        return raised([&] { made.SetMSSetpointValueByIdx(12, 20, 0, 0, true); });
     }
 };
 
@@ -58,17 +72,12 @@ TEST_F(Setpoints, TargetIsWrittenInItsTypeWithinItsLimitsOrNotAtAll) {
 }
 
 TEST_F(Setpoints, IntegerOverflowIsAnErrorAndWritesNothing) {
-    const std::pair<std::int32_t, double> rows[] = {{6, 32767.5}, {6, -32769}, {3, 2147483647.5}, {3, -3e9}};
     auto made = globals();
-    for (const auto& [type, value] : rows) {
-        ScriptedSetpoint& lens = setpoint(12, 10);
-        lens.type = type;
-        lens.lower = -1e10;
-        lens.upper = 1e10;
+    for (const auto& [type, value] : {std::pair{6, 32767.5}, {6, -32769}, {3, 2147483647.5}, {3, -3e9}}) {
+        setpoint(12, 10) = {10, -1e10, 1e10, 0.1, 0.01, type, "Lens"};
         EXPECT_EQ(raised([&] { made.SetMSSetpointValueByIdx(12, value); }).substr(0, 2), "6|");
         EXPECT_TRUE(made.ErrorMsgString().starts_with(
-            "Error[6] in SetMSSetpointValueByIdx: unable to set current value for setpoint[12]: Overflow"))
-            << made.ErrorMsgString();
+            "Error[6] in SetMSSetpointValueByIdx: unable to set current value for setpoint[12]: Overflow"));
     }
     EXPECT_TRUE(test.instrument().journal.empty());
 }
@@ -136,12 +145,7 @@ TEST_F(Setpoints, FailureOfAnyInstrumentCallIsRaisedOnceWithItsErrorLineKept) {
     test.instrument().calibrations[0] = std::make_shared<SquareLawCalibration>(CalibrationCoefficients{0.0001, 1000});
     for (const char* item : {"CoefA", "CoefB", "CalReserved1", "CalTraditionalWeighting", "CalPolynomialWeighting"})
         test.instrument().dictionary[item] = 1;
-    struct Operation {
-        std::string name;
-        std::function<void(TuneGlobals&)> call;
-        std::string error = "-4711|Instrument|scripted fault";
-    };
-    const Operation operations[] = {
+    const std::pair<std::string, std::function<void(TuneGlobals&)>> operations[] = {
         {"set", [](auto& g) { g.SetMSSetpointValueByInternalName("Lens", 11); }},
         {"get", [](auto& g) { g.GetMSSetpointValueByInternalName("Lens"); }},
         {"metadata", [](auto& g) { g.GetMetaValue("Lens"); }},
@@ -151,21 +155,21 @@ TEST_F(Setpoints, FailureOfAnyInstrumentCallIsRaisedOnceWithItsErrorLineKept) {
         {"state", [](auto& g) { g.GetCurrentInstrumentStateAsString(); }},
         {"logbook", [](auto& g) { g.ReportStatusToLogbook("message"); }},
     };
-    for (const Operation& operation : operations) {
+    for (const auto& operation : operations) {
         int failures = 0;
         for (;; ++failures) {
             auto made = globals();
             test.instrument().fault_at = failures + 1;
             test.instrument().journal.clear();
-            const std::string error = raised([&] { operation.call(made); });
+            const std::string error = raised([&] { operation.second(made); });
             test.instrument().fault_at.reset();
             expect_balanced_trace();
             if (error == "no error") break;
-            ASSERT_EQ(error, operation.error) << operation.name << " at call " << failures + 1;
-            const bool has_handler = operation.name != "logbook" && !(operation.name == "set" && failures < 2);
-            EXPECT_EQ(made.ErrorMsgString().starts_with("Error[-4711] in "), has_handler) << operation.name;
+            ASSERT_EQ(error, "-4711|Instrument|scripted fault") << operation.first << " at call " << failures + 1;
+            const bool has_handler = operation.first != "logbook" && !(operation.first == "set" && failures < 2);
+            EXPECT_EQ(made.ErrorMsgString().starts_with("Error[-4711] in "), has_handler) << operation.first;
         }
-        EXPECT_GE(failures, 1) << operation.name << " never asks the instrument";
+        EXPECT_GE(failures, 1) << operation.first << " never asks the instrument";
     }
 }
 
@@ -190,6 +194,90 @@ TEST_F(Setpoints, MetadataItemIsFoundByTheStartOfItsNameAndLens2OnlyByTheWhole) 
     EXPECT_TRUE(test.trace().contains("GetMetaValue: MetaData value [No such] NOT FOUND"));
     test.instrument().has_control = false;
     EXPECT_EQ(raised([&] { made.GetMetaValue("Lens"); }).substr(0, 3), "91|");
+}
+
+TEST_F(Setpoints, TimedWaitEndsOnTheFirstPollPastItsDeadlineAtAnyTimeOfDay) {
+    auto made = globals();
+    for (double start : {0.0, 36000.0, 86390.0, 86399.75})
+        for (double wait : {-1.0, 0.0, 0.2, 0.5, 1.0, 30.0, 301.0}) {
+            *test.clock = VirtualClock(start);
+            const double took = seconds_of([&] { made.WaitThisManySeconds(wait); });
+            EXPECT_LE(took, std::max(wait, 0.0) + 0.5) << start << ", " << wait;
+            EXPECT_TRUE(wait <= 0 ? took == 0 : took > wait) << start << ", " << wait << ": " << took;
+        }
+    EXPECT_EQ(raised([&] { made.WaitThisManySeconds(std::numeric_limits<double>::infinity()); }).substr(0, 2), "5|");
+}
+
+TEST_F(Setpoints, EventsThatTakeMinutesAcrossMidnightDoNotCostADay) {
+    auto made = globals();
+    *test.clock = VirtualClock(86399);
+    test.clock->on_events = [&] { test.clock->advance(400); };
+    EXPECT_LE(seconds_of([&] { made.WaitThisManySeconds(30); }), 401);
+}
+
+TEST(StopwatchTest, ClockSetBackALittleIsNoDay) {
+    VirtualClock clock(1000);
+    Stopwatch stopwatch(clock);
+    clock.advance(-5);
+    EXPECT_EQ(stopwatch.seconds(), 0);
+    clock.advance(10);
+    EXPECT_EQ(stopwatch.seconds(), 10);
+}
+
+TEST_F(Setpoints, ThatNeverArriveAreGivenUpWithWhatWasSeen) {
+    spectra_report(10);
+    auto made = globals();
+    const std::string text = "SetMSSetpointValueByIdx: setpoint[12] did not reach expected value[20]; last value[10]";
+    EXPECT_EQ(set_and_wait(made), "-807|SetMSSetpointValueByIdx()|" + text);
+    EXPECT_TRUE(test.trace().contains(
+        "WaitForSpectrumWithSetpointValue: Error[1] in WaitForSpectrumWithSetpointValue: Setpoint[12] in "
+        "WaitForSpectrumWithSetpointValue: timed out waiting for setpoint"));
+    EXPECT_EQ(made.ErrorMsgString(),
+              "Error[-807] in SetMSSetpointValueByIdx: unable to set current value for setpoint[12]: " + text);
+    test.instrument().registers[run_state] = 3;
+    const int spectra = test.instrument().spectra;
+    EXPECT_EQ(set_and_wait(made).substr(0, 5), "-807|");
+    EXPECT_TRUE(test.trace().contains("GetMetaValue: Waiting for PreRun state; current state = 3"));
+    EXPECT_EQ(test.instrument().spectra, spectra) << "a spectrum of an instrument that is not in pre-run was taken";
+}
+
+TEST_F(Setpoints, ToleranceIsStrict) {
+    auto made = globals();
+    spectra_report(20.5);
+    for (const auto& [tolerance, reached] : {std::pair{0.5, false}, {0.51, true}}) {
+        setpoint(12, 10).tolerance = tolerance;
+        EXPECT_EQ(set_and_wait(made) == "no error", reached);
+    }
+}
+
+TEST_F(Setpoints, AbortIsNoFailureOfTheSetter) {
+    spectra_report(10);
+    for (const double state : {1.0, 2.0}) {
+        test.preference("AbortFlag", "0");
+        test.instrument().registers[run_state] = state;
+        auto made = globals();
+        abort_after_events(2);
+        EXPECT_EQ(set_and_wait(made), user_aborted);
+        for (const std::string& line : test.trace().lines)
+            EXPECT_EQ(line.find("unable to set"), std::string::npos) << line;
+        EXPECT_TRUE(made.ErrorMsgString().starts_with("Error[1] in ")) << made.ErrorMsgString();
+        expect_balanced_trace();
+    }
+}
+
+TEST_F(Setpoints, AbortFlagAlreadySetStopsReadsBeforeTheInstrumentIsAsked) {
+    auto made = globals();
+    test.preference("AbortFlag", "1");
+    EXPECT_EQ(raised([&] { made.GetMSSetpointValueByIdx(12); }), user_aborted);
+    EXPECT_EQ(test.instrument().calls, 0);
+    EXPECT_EQ(made.SetMSSetpointValueByIdx(12, 20), 20) << "a plain write asks nobody";
+}
+
+TEST_F(Setpoints, PreferenceFileLostDuringAWaitIsNoTimeOut) {
+    auto made = globals();
+    test.clock->on_events = [&] { std::filesystem::remove(test.base() / "TunePreferences.xml"); };
+    EXPECT_EQ(raised([&] { made.WaitThisManySeconds(60); }),
+              "-901|AutotuneParameterXMLConfigFileReader|TunePreferences XML file doesn't exist");
 }
 
 }  // namespace
