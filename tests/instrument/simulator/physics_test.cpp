@@ -221,7 +221,8 @@ TEST(Determinism, SpectraDependOnSeedNumberAndSettingsAlone) {
                 bench.set("Polarity", 1);
                 bench.set("SamplingRate", 2);
                 bench.set("Polarity", 0);
-                for (const double value : bench.acquire().y_data.elements())
+                const AcquiredSpectrum spectrum = bench.acquire();
+                for (const double value : spectrum.y_data.elements())
                     hash = (hash ^ static_cast<std::uint64_t>(value)) * 0x100000001b3u;
             }
             EXPECT_EQ(hash == known[i], seed == 42) << hash;
