@@ -19,6 +19,10 @@ inline constexpr contract::Text unknown_text{"NoSuchItem", "", "", "", ""};
 inline std::string unless(bool condition, const std::string& failure) {
     return condition ? std::string() : failure;
 }
+/// The first of two failures.
+inline std::string first_of(const std::string& failure, const std::string& other) {
+    return failure.empty() ? other : failure;
+}
 /// Fails where two numbers differ by more than a part of the expected one.
 std::string unless_near(double measured, double expected, double part);
 /// Fails where the value is not what its unit promises: a text that is not empty for "text", else a finite number.

@@ -39,7 +39,7 @@ std::vector<SetpointProperty> setpoint_properties(InstrumentGlobals& globals) {
             {"internal_name", "found by index_of",
              [=](std::int32_t index) { return table().index_of(table().internal_name(index)) == index; }},
             {"write", "the value can be read back", [=](std::int32_t index) {
-                 if (index == unknown_number) table().write(index, 0, 0, 1.0);
+                 if (index == unknown_number) return table().write(index, 0, 0, 1.0), true;
                  const double before = number(index);
                  table().write(index, 0, 0, in_type(table().variable_type(index), before));
                  return std::fabs(number(index) - before) < table().tolerance(index);

@@ -48,7 +48,7 @@ std::string unless_fits(const AcquiredSpectrum& spectrum, const MassTimeCalibrat
     const std::int32_t last = spectrum.mass_data.upper_bound();
     const double first_ns = calibration.time_from_mass(spectrum.mass_data.at(0));
     const double mean_ns = (calibration.time_from_mass(spectrum.mass_data.at(last)) - first_ns) / last;
-    return unless_near(spectrum.start_time_ns, first_ns, 1e-3) + unless_near(interval_ns, mean_ns, 1e-2);
+    return first_of(unless_near(spectrum.start_time_ns, first_ns, 1e-3), unless_near(interval_ns, mean_ns, 1e-2));
 }
 
 }  // namespace
@@ -71,8 +71,8 @@ void check_spectra(ConformanceChecks& checks, InstrumentGlobals& globals) {
     checks.check("InstrumentControl.GetMetaDescription", "names the experiment and, with \"(S)\", the polarity", [&] {
         description = control.GetMetaDescription();
         positions = metadata_positions(globals, description);
-        return unless(positions.lExpIndex >= 0, "no entry of the experiment") +
-               unless(positions.lPolarityIndex >= 0, "no entry of the polarity");
+        return first_of(unless(positions.lExpIndex >= 0, "no entry of the experiment"),
+                        unless(positions.lPolarityIndex >= 0, "no entry of the polarity"));
     });
     checks.check(next, "as many masses as abundances, from index 0", [&] {
         globals.refresh();

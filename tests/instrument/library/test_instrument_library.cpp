@@ -3,8 +3,10 @@
 
 #include "instrument/library/instrument_library.h"
 #include "korvane/conformance.h"
-#include "korvane/instrument_library.h"
 #include "korvane/embedded.h"
+#include "korvane/instrument_contract.h"
+#include "korvane/instrument_library.h"
+#include "korvane/spectrum_parser.h"
 #include "korvane/tune_globals.h"
 #include "layer/test_layer.h"
 #include "support/environment.h"
@@ -26,11 +28,20 @@ protected:
     EnvironmentVariable base{"KORVANE_TEST_LAYER_BASE", folder.file("base")};
 };
 
-TEST_F(InstrumentLibraryTest, ALayerFromOutsideConforms) {
-    const auto layer = load_instrument_library(library("test_layer"));
-    EXPECT_EQ(layer->create_globals()->title(), test_layer_title);
-    for (const ConformanceResult& result : check_instrument_layer(*layer))
+TEST_F(InstrumentLibraryTest, TheDocumentsExampleConformsMeasuresAndAdjusts) {
+    const EnvironmentVariable of_the_embedded_instrument{"KORVANE_BASE", folder.file("base")};
+    const Platform platform = make_outside_platform(library("document_layer"));
+    for (const ConformanceResult& result : check_instrument_layer(*platform.instrument))
         EXPECT_TRUE(result.passed) << result.operation << ": " << result.check << ": " << result.detail;
+    SpectrumParser parser(platform);
+    double window_percent = -1;
+    const auto peaks = parser.GetPeakInfoForCalibrantMasses({}, window_percent);
+    for (std::size_t row = 0; row < peaks.rows(); ++row) EXPECT_GT(peaks.at(row, 0).pkHeight, 0) << row;
+    parser.BinaryAdjustAbundanceDownUsingThisSetpoint(contract::setpoint.vcap_esi, 566.8885, 50000, 30, true, 0, 3500,
+                                                      200);
+    const AdjustOutcome& outcome = parser.last_adjustment();
+    EXPECT_NE(outcome.end, AdjustOutcome::End::target_never_reached) << outcome.probes.size();
+    EXPECT_GT(outcome.probes.size(), 1u);
 }
 
 TEST_F(InstrumentLibraryTest, ObjectsOutliveTheLayerThatMadeThem) {
@@ -41,6 +52,7 @@ TEST_F(InstrumentLibraryTest, ObjectsOutliveTheLayerThatMadeThem) {
 
 TEST_F(InstrumentLibraryTest, APlatformRunsOnIt) {
     const Platform platform = make_outside_platform(library("test_layer"));
+    EXPECT_EQ(platform.instrument->create_globals()->title(), test_layer_title);
     TuneGlobals globals(platform);
     EXPECT_EQ(globals.GetPolarityStr(), "Positive");
     globals.WriteLineToTuneLogFile("line");
