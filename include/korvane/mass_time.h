@@ -15,20 +15,22 @@ class KORVANE_API MassTimeCalibration {
 public:
     virtual ~MassTimeCalibration() = default;
 
-    virtual CalibrationCoefficients coefficients() const = 0;  // nanoseconds
+    virtual CalibrationCoefficients coefficients() const = 0;  ///< in nanoseconds
     virtual void set_coefficients(const CalibrationCoefficients& nanoseconds) = 0;
     virtual CalibrationSettings settings() const = 0;
     virtual void set_settings(const CalibrationSettings& settings) = 0;
     /// `ValueUseFlags` of the calibration definition, indexed by term number; 1 means used.
     virtual VariantArray<std::int32_t> use_flags() const = 0;
 
+    /// amu.
     virtual double mass_from_time(double time_ns) const = 0;
-    /// Error 5 where no flight time of the mass exists.
+    /// ns; error 5 naming a mass (amu) of which no flight time exists.
     virtual double time_from_mass(double mass) const = 0;
+    /// The two above for arrays, element by element.
     virtual std::vector<double> masses_from_times(const std::vector<double>& times_ns) const;
     virtual std::vector<double> times_from_masses(const std::vector<double>& masses) const;
 
-    /// An independent calibration with the same content.
+    /// An independent calibration with the same content; not null.
     virtual std::shared_ptr<MassTimeCalibration> clone() const = 0;
 };
 
