@@ -45,7 +45,7 @@ XmlNewElement mass_element(const std::string& line, const std::string& list) {
 }  // namespace
 
 void raise_mass_list_error(const std::string& description) {
-    throw Error(error_number::routine_detected, "CalMassList", description);
+    throw Error(error_number::routine_detected, "CalMassList", description, ErrorKind::configuration);
 }
 
 MassListDocument::MassListDocument(Files& files, const std::string& file_name) : file_name_(file_name) {
