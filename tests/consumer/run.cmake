@@ -1,5 +1,5 @@
-# Installs the library into an empty prefix, takes the C++ example out of the README, and builds and runs it against the
-# installed package, as a user of the library would.
+# Installs the library into an empty prefix, takes the C++ examples out of the README, and builds and runs them against
+# the installed package, as a user of the library would.
 set(work ${BUILD}/consumer)
 file(REMOVE_RECURSE ${work})
 function(step)
@@ -10,17 +10,28 @@ function(step)
   set(output "${output}" PARENT_SCOPE)
 endfunction()
 
-file(READ ${SOURCE}/README.md readme)
-if(NOT readme MATCHES "```cpp\n([^`]*)```")
-  message(FATAL_ERROR "README.md has no C++ example")
+step(${CMAKE_COMMAND} --install ${BUILD} --prefix ${work}/installed)
+file(RENAME ${work}/installed ${work}/prefix)
+step(${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH ${work}/prefix/bin/korvane --version)
+if(NOT EXISTS ${work}/prefix/share/doc/korvane/automation.md)
+  message(FATAL_ERROR "the reference page is not installed")
 endif()
-file(WRITE ${work}/example.cpp "${CMAKE_MATCH_1}")
 
-step(${CMAKE_COMMAND} --install ${BUILD} --prefix ${work}/prefix)
-step(${CMAKE_COMMAND} -S ${SOURCE}/tests/consumer -B ${work}/build -DCMAKE_PREFIX_PATH=${work}/prefix
-     -DCONSUMER_SOURCE=${work}/example.cpp "-DCMAKE_CXX_FLAGS=${FLAGS}")
-step(${CMAKE_COMMAND} --build ${work}/build)
-step(${CMAKE_COMMAND} -E env KORVANE_BASE= XDG_DATA_HOME=${work}/home ${work}/build/consumer)
-if(NOT output MATCHES "158.96")
-  message(FATAL_ERROR "the example did not print the first calibrant:\n${output}")
-endif()
+file(READ ${SOURCE}/README.md readme)
+foreach(expected "158.96" "calibrant is low")
+  if(NOT readme MATCHES "```cpp\n([^`]*)```")
+    message(FATAL_ERROR "README.md has no C++ example for ${expected}")
+  endif()
+  file(WRITE ${work}/example.cpp "${CMAKE_MATCH_1}")
+  string(FIND "${readme}" "```cpp" start)
+  math(EXPR start "${start} + 6")
+  string(SUBSTRING "${readme}" ${start} -1 readme)
+
+  step(${CMAKE_COMMAND} -S ${SOURCE}/tests/consumer -B ${work}/build -DCMAKE_PREFIX_PATH=${work}/prefix
+       -DCONSUMER_SOURCE=${work}/example.cpp "-DCMAKE_CXX_FLAGS=${FLAGS}")
+  step(${CMAKE_COMMAND} --build ${work}/build)
+  step(${CMAKE_COMMAND} -E env KORVANE_BASE= XDG_DATA_HOME=${work}/home ${work}/build/consumer)
+  if(NOT output MATCHES "${expected}")
+    message(FATAL_ERROR "the example did not print ${expected}:\n${output}")
+  endif()
+endforeach()
