@@ -1,6 +1,5 @@
 #include "korvane/platform.h"
 
-#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -23,42 +22,29 @@ constexpr const char* state_file_name = "instrument.json";
 constexpr const char* scene_file_name = "scene.json";
 constexpr std::int32_t cannot_create = 429;
 
-using LayerMaker = std::function<std::shared_ptr<InstrumentLayer>()>;
-
-class KnownFolder final : public PathInformation {
-public:
-    explicit KnownFolder(std::string folder) : folder_(std::move(folder)) {}
-    std::string base_folder() override { return folder_; }
-
-private:
-    std::string folder_;
-};
-
-/// A layer that is made at its first use, and asked for again as long as it cannot be had. A base folder that is known
-/// beforehand is told without it.
+/// A layer that is loaded at its first use, and asked for again as long as it cannot be had.
 class LazyLayer final : public InstrumentLayer {
 public:
-    explicit LazyLayer(LayerMaker make, std::optional<std::string> base_folder = std::nullopt)
-        : make_(std::move(make)), base_folder_(std::move(base_folder)) {}
+    explicit LazyLayer(std::string name) : name_(std::move(name)) {}
 
     std::unique_ptr<InstrumentGlobals> create_globals() override { return target().create_globals(); }
-    std::unique_ptr<PathInformation> create_path_information() override {
-        if (base_folder_) return std::make_unique<KnownFolder>(*base_folder_);
-        return target().create_path_information();
-    }
+    std::unique_ptr<PathInformation> create_path_information() override { return target().create_path_information(); }
     std::unique_ptr<LogbookEntry> create_logbook_entry() override { return target().create_logbook_entry(); }
     std::unique_ptr<PeakFinder> create_peak_finder() override { return target().create_peak_finder(); }
 
 private:
     InstrumentLayer& target() {
         const std::lock_guard lock(mutex_);
-        if (!target_) target_ = make_();
+        if (target_) return *target_;
+        if (!names_library(name_))
+            raise_runtime_fault(cannot_create,
+                                name_ + " (neither a library file nor, on this system, an automation object)");
+        target_ = load_instrument_library(name_);
         return *target_;
     }
 
+    const std::string name_;
     std::mutex mutex_;
-    LayerMaker make_;
-    std::optional<std::string> base_folder_;
     std::shared_ptr<InstrumentLayer> target_;
 };
 
@@ -68,17 +54,6 @@ std::optional<std::string> scene_file(const EmbeddedOptions& options, const fs::
     std::error_code ignored;
     if (fs::exists(own, ignored)) return utf8_from_path(own);
     return std::nullopt;
-}
-
-std::shared_ptr<InstrumentLayer> make_embedded_layer(const EmbeddedOptions& options, const fs::path& folder,
-                                                     const std::shared_ptr<Files>& files,
-                                                     const std::shared_ptr<Clock>& clock) {
-    if (options.replay) return make_replay({.recording = *options.replay, .base_folder = folder}, files, clock);
-    return make_simulator({.base_folder = utf8_from_path(folder),
-                           .seed = options.seed,
-                           .scene_path = scene_file(options, folder),
-                           .state_path = utf8_from_path(folder / state_file_name)},
-                          files, clock);
 }
 
 }  // namespace
@@ -93,20 +68,20 @@ Platform make_platform(std::shared_ptr<InstrumentLayer> instrument) {
 
 Platform make_embedded_platform(const EmbeddedOptions& options, Platform system) {
     const fs::path folder = usable_base_folder(options.base_folder);
-    system.instrument = std::make_shared<LazyLayer>(
-        [options, folder, files = system.files, clock = system.clock] {
-            return make_embedded_layer(options, folder, files, clock);
-        },
-        utf8_from_path(folder));
+    if (options.replay)
+        system.instrument =
+            make_replay({.recording = *options.replay, .base_folder = folder}, system.files, system.clock);
+    else
+        system.instrument = make_simulator({.base_folder = utf8_from_path(folder),
+                                            .seed = options.seed,
+                                            .scene_path = scene_file(options, folder),
+                                            .state_path = utf8_from_path(folder / state_file_name)},
+                                           system.files, system.clock);
     return system;
 }
 
 Platform make_outside_platform(const std::string& instrument) {
-    return make_platform(std::make_shared<LazyLayer>([instrument] {
-        if (names_library(instrument)) return load_instrument_library(instrument);
-        raise_runtime_fault(cannot_create,
-                            instrument + " (neither a library file nor, on this system, an automation object)");
-    }));
+    return make_platform(std::make_shared<LazyLayer>(instrument));
 }
 
 std::optional<std::string> default_instrument() {
