@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "commands.h"
+
 namespace korvane::program {
 
 std::vector<double> chosen_masses(Session& session, TuneGlobals& globals, const std::vector<double>& given) {
@@ -27,6 +29,14 @@ std::string current_mass_list_source(Session& session, TuneGlobals& globals) {
 std::string written_log(const SpectrumParser& parser) {
     const std::string path = parser.tune_log_path();
     return path.empty() ? "not written (no Logfiles folder in the base folder?)" : path;
+}
+
+double number_of(const InstrumentValue& value, const std::string& what) {
+    if (const auto* integer = std::get_if<std::int32_t>(&value)) return *integer;
+    if (const auto* number = std::get_if<double>(&value)) return *number;
+    if (const auto* text = std::get_if<std::string>(&value))
+        if (const auto number = parse_number(*text)) return *number;
+    raise_runtime_fault(error_number::type_mismatch, what);
 }
 
 }  // namespace korvane::program

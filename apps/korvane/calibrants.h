@@ -1,9 +1,10 @@
-// Which masses a command measures, and words about the measurement.
+// What several commands read from the instrument, and words about it.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "korvane/records.h"
 #include "korvane/spectrum_parser.h"
 #include "korvane/tune_globals.h"
 #include "session.h"
@@ -20,5 +21,8 @@ std::string current_mass_list_source(Session& session, TuneGlobals& globals);
 
 /// Path of the tune log that the measurement wrote, or that there is none.
 std::string written_log(const SpectrumParser& parser);
+
+/// A number that the instrument shows; error 13 naming what is none.
+double number_of(const InstrumentValue& value, const std::string& what);
 
 }  // namespace korvane::program

@@ -3,10 +3,9 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <string>
+#include <array>
 
 #include "commands.h"
-#include "number_options.h"
 
 namespace korvane::program {
 
@@ -34,6 +33,7 @@ constexpr const char* examples =
     "  korvane prefs set LogSetpointTraffic Yes       a switch of the tune programs\n"
     "  korvane masslist show                          the calibrants in use\n"
     "  korvane abort request                          stop a tune that runs elsewhere\n"
+    "  korvane abort reset                            ... and let others run again\n"
     "  korvane call TuneGlobals.QuadType              any member of the automation classes\n"
     "  korvane automation list                        ... and which there are\n"
     "  korvane conform                                does the instrument layer do what it has to?\n"
@@ -42,45 +42,52 @@ constexpr const char* examples =
     "\n"
     "Data goes to standard output, talk to standard error. The options above may also follow the command.\n\n";
 
-void add_global_options(CLI::App& program, GlobalOptions& options) {
-    CLI::Option* base =
-        program.add_option("--base", options.base, "base folder (KORVANE_BASE, else your own, made on first use)")
-            ->type_name("DIR")
-            ->check(not_empty);
-    CLI::Option* replay =
-        program.add_option("--replay", options.replay, "recording (mzML) in the place of the simulated instrument")
-            ->type_name("FILE")
-            ->check(not_empty);
-    CLI::Option* scene = program.add_option("--scene", options.scene, "scene of the simulated instrument")
-                             ->type_name("FILE")
-                             ->check(not_empty);
-    add_seed(program, options.seed);
-    program
-        .add_option("--instrument", options.instrument,
-                    "instrument layer from outside: a shared library, or on Windows a ProgID (KORVANE_INSTRUMENT)")
-        ->type_name("LAYER")
-        ->check(not_empty)
-        ->excludes(base, replay, scene);
-    program.set_version_flag("--version", "korvane " KORVANE_VERSION, "print the version");
-}
-
-struct CommandGroup {
-    std::string heading;
-    std::vector<void (*)(CLI::App&, Session&)> commands;
+struct CommandRow {
+    const char* heading;
+    const char* name;
+    const char* help;
+    void (*declare)(CLI::App&, Session&);
 };
 
-void add_commands(CLI::App& program, Session& session) {
-    const std::vector<CommandGroup> groups{
-        {"Begin", {add_init, add_state}},
-        {"Measure and adjust", {add_measure, add_peak, add_verify, add_adjust, add_calibration, add_record}},
-        {"Set", {add_setpoint, add_params, add_prefs, add_masslist}},
-        {"Work with other programs", {add_abort, add_call, add_automation, add_conform}},
-    };
-    for (const CommandGroup& group : groups)
-        for (const auto add : group.commands) {
-            add(program, session);
-            program.get_subcommands({}).back()->group(group.heading);
-        }
+constexpr std::array commands{
+    CommandRow{"Begin", "init", "make a base folder with the standard configuration", declare_init},
+    CommandRow{"Begin", "state",
+               "tell what the instrument is set to: source, polarity, mass range, saturation, readiness",
+               declare_state},
+    CommandRow{"Measure and adjust", "measure", "find the calibrant peaks: position, height, width, mass error",
+               declare_measure},
+    CommandRow{"Measure and adjust", "peak", "measure the highest peak near one mass, in the next spectrum",
+               declare_peak},
+    CommandRow{"Measure and adjust", "verify",
+               "check that the spectrum shows enough calibrants to tune on; exit code 1 when it does not",
+               declare_verify},
+    CommandRow{"Measure and adjust", "adjust",
+               "search the setpoint value that brings a peak's abundance down to a target", declare_adjust},
+    CommandRow{"Measure and adjust", "calibration", "the mass calibration of the current polarity",
+               declare_calibration},
+    CommandRow{"Measure and adjust", "record", "write the next spectra of the instrument as mzML", declare_record},
+    CommandRow{"Set", "setpoint", "read and change the instrument's setpoints", declare_setpoint},
+    CommandRow{"Set", "params", "read and change the numbers in TuneParams.xml", declare_params},
+    CommandRow{"Set", "prefs", "read and change the switches in TunePreferences.xml", declare_prefs},
+    CommandRow{"Set", "masslist", "the calibrant masses by ion source and polarity", declare_masslist},
+    CommandRow{"Work with other programs", "abort", "ask a running tune to stop, from anywhere", declare_abort},
+    CommandRow{"Work with other programs", "call", "call a member of an automation class", declare_call},
+    CommandRow{"Work with other programs", "automation", "describe the automation interface", declare_automation},
+    CommandRow{"Work with other programs", "conform", "check an instrument layer, operation by operation",
+               declare_conform},
+};
+
+void add_global_options(CLI::App& program, GlobalOptions& options) {
+    CLI::Option* base = add_name(program, "--base", options.base,
+                                 "base folder (KORVANE_BASE, else your own, made on first use)", "DIR");
+    CLI::Option* replay = add_name(program, "--replay", options.replay,
+                                   "recording (mzML) in the place of the simulated instrument", "FILE");
+    CLI::Option* scene = add_name(program, "--scene", options.scene, "scene of the simulated instrument", "FILE");
+    add_seed(program, options.seed);
+    add_name(program, "--instrument", options.instrument,
+             "instrument layer from outside: a shared library, or on Windows a ProgID (KORVANE_INSTRUMENT)", "LAYER")
+        ->excludes(base, replay, scene);
+    program.set_version_flag("--version", "korvane " KORVANE_VERSION, "print the version");
 }
 
 // The words of the command that the arguments named: "setpoint set".
@@ -109,12 +116,8 @@ std::string usage_line(const std::string& command, const std::string& fault) {
     return fmt::format("{}: {} (see {} --help)", whole, line, whole);
 }
 
-int code(ExitCode exit_code) {
-    return static_cast<int>(exit_code);
-}
-
 /// Nothing when a command is to be run; else the exit code of what was printed instead.
-std::optional<int> parse(CLI::App& program, int argc, const char* const* argv, Session& session) {
+std::optional<ExitCode> parse(CLI::App& program, int argc, const char* const* argv, Session& session) {
     try {
         program.parse(argc, argv);
         return std::nullopt;
@@ -122,34 +125,31 @@ std::optional<int> parse(CLI::App& program, int argc, const char* const* argv, S
         std::ostringstream text;
         program.exit(wanted, text, text);
         session.print(text.str());
-        return code(ExitCode::done);
+        return ExitCode::done;
     } catch (const CLI::ParseError& fault) {
         session.talk(usage_line(command_name(program), fault_text(program, fault)));
-        return code(ExitCode::usage);
+        return ExitCode::usage;
     }
 }
 
-int run(Session& session, const std::string& command) {
+ExitCode run(Session& session, const std::string& command) {
     try {
-        return code(session.command());
+        return session.work(session);
     } catch (const UsageError& fault) {
         session.talk(usage_line(command, fault.what()));
-        return code(ExitCode::usage);
+        return ExitCode::usage;
     } catch (const Error& error) {
         session.talk(failure_line(error, command, session.known_base_folder()));
-        return code(exit_code_of(error));
+        return exit_code_of(error);
     } catch (const std::exception& fault) {
         session.talk(fmt::format("korvane: {}: internal fault: {}", command, fault.what()));
     } catch (...) {
         session.talk(fmt::format("korvane: {}: internal fault", command));
     }
-    return code(ExitCode::internal_fault);
+    return ExitCode::internal_fault;
 }
 
-}  // namespace
-
-int run_command_line(int argc, const char* const* argv, Streams streams, Platform system) {
-    Session session(streams, std::move(system));
+ExitCode parse_and_run(int argc, const char* const* argv, Streams streams, Session& session) {
     CLI::App program(about, "korvane");
     program.allow_windows_style_options(false);  // an argument that begins with a slash is a path or a query
     program.fallthrough();
@@ -157,15 +157,26 @@ int run_command_line(int argc, const char* const* argv, Streams streams, Platfor
     program.get_formatter()->column_width(34);
     program.get_formatter()->label("SUBCOMMAND", "COMMAND");
     add_global_options(program, session.options);
-    add_commands(program, session);
+    for (const CommandRow& row : commands) {
+        CLI::App* const command = program.add_subcommand(row.name, row.help)->group(row.heading);
+        // Only what the command line names is declared further.
+        command->preparse_callback([&row, command, &session](std::size_t) { row.declare(*command, session); });
+    }
     program.footer(examples + exit_code_help() + "\n");
 
     const auto printed = parse(program, argc, argv, session);
-    const int exit_code = printed ? *printed : run(session, command_name(program));
+    const ExitCode code = printed ? *printed : run(session, command_name(program));
     streams.out.flush();
-    if (streams.out || exit_code) return exit_code;
+    if (streams.out || code != ExitCode::done) return code;
     session.talk(failure_line(Error(57, "standard output", "the data could not be written"), "korvane"));
-    return code(ExitCode::configuration);
+    return ExitCode::configuration;
+}
+
+}  // namespace
+
+int run_command_line(int argc, const char* const* argv, Streams streams, Platform system) {
+    Session session(streams, std::move(system));
+    return static_cast<int>(parse_and_run(argc, argv, streams, session));
 }
 
 }  // namespace korvane::program

@@ -1,66 +1,85 @@
-// The commands. Each function adds one of them, with its options, and hands its work to the session.
+// The commands, and what they are declared with.
 #pragma once
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <limits>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "session.h"
 
 namespace korvane::program {
 
-void add_init(CLI::App& program, Session& session);
-void add_state(CLI::App& program, Session& session);
-void add_measure(CLI::App& program, Session& session);
-void add_peak(CLI::App& program, Session& session);
-void add_verify(CLI::App& program, Session& session);
-void add_adjust(CLI::App& program, Session& session);
-void add_calibration(CLI::App& program, Session& session);
-void add_setpoint(CLI::App& program, Session& session);
-void add_params(CLI::App& program, Session& session);
-void add_prefs(CLI::App& program, Session& session);
-void add_masslist(CLI::App& program, Session& session);
-void add_abort(CLI::App& program, Session& session);
-void add_record(CLI::App& program, Session& session);
-void add_call(CLI::App& program, Session& session);
-void add_automation(CLI::App& program, Session& session);
-void add_conform(CLI::App& program, Session& session);
+// Each gives a command its options and its work. They are called when the command line names the command.
+void declare_init(CLI::App& command, Session& session);
+void declare_state(CLI::App& command, Session& session);
+void declare_measure(CLI::App& command, Session& session);
+void declare_peak(CLI::App& command, Session& session);
+void declare_verify(CLI::App& command, Session& session);
+void declare_adjust(CLI::App& command, Session& session);
+void declare_calibration(CLI::App& group, Session& session);
+void declare_record(CLI::App& command, Session& session);
+void declare_setpoint(CLI::App& group, Session& session);
+void declare_params(CLI::App& group, Session& session);
+void declare_prefs(CLI::App& group, Session& session);
+void declare_masslist(CLI::App& group, Session& session);
+void declare_abort(CLI::App& group, Session& session);
+void declare_call(CLI::App& command, Session& session);
+void declare_automation(CLI::App& group, Session& session);
+void declare_conform(CLI::App& command, Session& session);
 
-/// Adds a command with --json and an example below its help.
-inline CLI::App* add_command(CLI::App& parent, Session& session, const std::string& name, const std::string& help,
-                             const std::string& example) {
-    CLI::App* command = parent.add_subcommand(name, help);
-    command->add_flag("--json", session.json, "print one JSON object instead of text");
-    command->group("Commands");
-    command->footer("Example:\n  " + example + "\n");
-    return command;
-}
+/// Hands the work to the session once the whole command line has been read.
+void runs(CLI::App& command, Session& session, Session::Work work);
 
-/// Check of an option that names a file or a folder.
-inline std::string not_empty(const std::string& text) {
-    return text.empty() ? "the name is empty" : std::string();
-}
-
-/// A command that is a group of commands.
-inline CLI::App* add_group(CLI::App& program, const std::string& name, const std::string& help) {
-    CLI::App* group = program.add_subcommand(name, help);
-    group->require_subcommand(1);
-    return group;
+/// The same for work with options, which live as long as the command. Adds --json, and the example below the help.
+template <class Options>
+Options& runs(CLI::App& command, Session& session, const char* example, ExitCode (*work)(Session&, const Options&)) {
+    command.add_flag("--json", session.json, "print one JSON object instead of text");
+    command.footer(std::string("Example:\n  ") + example + "\n");
+    auto options = std::make_shared<Options>();
+    runs(command, session, [options, work](Session& running) { return work(running, *options); });
+    return *options;
 }
 
-/// Runs `work(options)` once the whole command line has been read. The options live as long as the command.
-template <class Options, class Work>
-void on_run(CLI::App* command, Session& session, std::shared_ptr<Options> options, Work work) {
-    command->final_callback([&session, options = std::move(options), work = std::move(work)] {
-        session.command = [&session, options, work] { return work(session, *options); };
-    });
+struct NoOptions {};
+
+/// A command of a group.
+template <class Options>
+std::pair<CLI::App&, Options&> add_command(CLI::App& group, Session& session, const char* name, const char* help,
+                                           const char* example, ExitCode (*work)(Session&, const Options&)) {
+    CLI::App& command = *group.require_subcommand(1)->add_subcommand(name, help)->group("Commands");
+    return {command, runs(command, session, example, work)};
 }
-template <class Work>
-void on_run(CLI::App* command, Session& session, Work work) {
-    command->final_callback(
-        [&session, work = std::move(work)] { session.command = [&session, work] { return work(session); }; });
-}
+
+// Numbers of the command line are read strictly: the whole text, finite, independent of the locale.
+std::optional<double> parse_number(std::string_view text);
+std::optional<std::int64_t> parse_integer(std::string_view text);
+
+/// What a number must be besides finite.
+struct NumberRule {
+    double above = -std::numeric_limits<double>::infinity();
+    double below = std::numeric_limits<double>::infinity();
+};
+inline constexpr NumberRule positive{.above = 0};
+
+// Each adds an option (or a positional, for a name without dashes). A text that does not fit is a usage error naming
+// it.
+CLI::Option* add_number(CLI::App& command, const std::string& name, std::optional<double>& target,
+                        const std::string& help, NumberRule rule = {});
+CLI::Option* add_numbers(CLI::App& command, const std::string& name, std::vector<double>& target,
+                         const std::string& help, NumberRule rule = {});
+/// An integer from `least` to `most`.
+CLI::Option* add_count(CLI::App& command, const std::string& name, std::int64_t& target, const std::string& help,
+                       std::int64_t least, std::int64_t most);
+/// A 64-bit seed.
+CLI::Option* add_seed(CLI::App& command, std::uint64_t& target);
+/// The name of a file, a folder or a layer; not empty.
+CLI::Option* add_name(CLI::App& command, const std::string& option, std::optional<std::string>& target,
+                      const std::string& help, const std::string& kind);
 
 }  // namespace korvane::program

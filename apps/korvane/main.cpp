@@ -40,7 +40,7 @@ private:
 int wmain(int argc, wchar_t** argv) {
     std::vector<std::string> arguments;
     std::vector<const char*> words;
-    for (int i = 0; i < argc; ++i) arguments.push_back(korvane::program::utf8_from_path(argv[i]));
+    for (int i = 0; i < argc; ++i) arguments.push_back(korvane::program::utf8_of(argv[i]));
     for (const std::string& argument : arguments) words.push_back(argument.c_str());
     const ConsoleCodePage utf8;
     return korvane::program::run_command_line(argc, words.data(), {std::cout, std::cerr, _isatty(2) != 0},

@@ -34,36 +34,36 @@ struct Streams {
 };
 
 struct GlobalOptions {
-    std::optional<std::string> base;
-    std::optional<std::string> replay;
-    std::optional<std::string> scene;
+    std::optional<std::string> base, replay, scene, instrument;
     std::uint64_t seed = 1;
-    std::optional<std::string> instrument;
 };
 
 class Session {
 public:
+    using Work = std::function<ExitCode(Session&)>;
+
     /// `system` has the files, clock, message box and tracers for the embedded instrument.
     Session(Streams streams, Platform system) : streams_(streams), system_(std::move(system)) {}
 
     GlobalOptions options;
     bool json = false;
-    /// The command that the arguments ask for.
-    std::function<ExitCode()> command;
+    /// What the arguments ask for.
+    Work work;
 
     /// The platform on the chosen base folder or with the chosen instrument layer, built at the first call. What the
     /// command line says goes before the environment. Errors as `make_embedded_platform`, `make_outside_platform`.
     const Platform& platform();
     /// The program's own view of the instrument.
     InstrumentGlobals& instrument();
-    /// The base folder in use, with no trailing separator.
-    std::filesystem::path base_folder();
-    /// The same as text; empty while no platform has been built, and where the instrument does not tell.
+    /// The base folder in use, UTF-8, with no trailing separator.
+    std::string base_folder();
+    /// The same; empty while no platform has been built, and where the instrument does not tell.
     std::string known_base_folder();
 
-    /// Writes text as it is, or a JSON value and a line end, to standard output.
+    /// Writes text as it is to standard output.
     void print(std::string_view text) { streams_.out << text; }
-    void print_json(const Json& value);
+    /// Prints what --json asks for: the object or the text. Returns that all is done.
+    ExitCode show(const Json& object, std::string_view text);
     /// One line of talk.
     void talk(std::string_view line) { streams_.err << line << std::endl; }
     std::ostream& talk_stream() { return streams_.err; }
@@ -79,7 +79,7 @@ private:
 };
 
 /// A path given as UTF-8, and back.
-std::filesystem::path path_from_utf8(const std::string& utf8);
-std::string utf8_from_path(const std::filesystem::path& path);
+std::filesystem::path path_of(const std::string& utf8);
+std::string utf8_of(const std::filesystem::path& path);
 
 }  // namespace korvane::program

@@ -1,43 +1,33 @@
-#include "setpoints.h"
-
-#include <fmt/format.h>
-
+// Setpoints, named by index or by internal name: get, set, list, and the search for the value of an abundance.
 #include <algorithm>
+#include <cmath>
 
-#include "number_options.h"
+#include "calibrants.h"
+#include "commands.h"
+#include "korvane/instrument_contract.h"
+#include "text_table.h"
 
 namespace korvane::program {
 
 namespace {
 
+struct SetpointDescription {
+    std::int32_t index = 0;
+    std::string internal_name, external_name;
+    double value = 0, lower = 0, upper = 0, resolution = 0;
+    std::string type;  // "double", "int32", "int16", or "type <code>"
+};
+
 std::string type_text(std::int32_t code) {
     switch (code) {
-        case 3:
+        case contract::variable_type.int32.key:
             return "int32";
-        case 4:
+        case contract::variable_type.real.key:
             return "double";
-        case 6:
+        case contract::variable_type.int16.key:
             return "int16";
     }
     return fmt::format("type {}", code);
-}
-
-double number_of(const InstrumentValue& value) {
-    if (const auto* integer = std::get_if<std::int32_t>(&value)) return *integer;
-    if (const auto* number = std::get_if<double>(&value)) return *number;
-    if (const auto* text = std::get_if<std::string>(&value))
-        if (const auto number = parse_number(*text)) return *number;
-    raise_runtime_fault(error_number::type_mismatch, "setpoint value");
-}
-
-}  // namespace
-
-std::int32_t setpoint_index(Session& session, const std::string& text) {
-    SetpointTable& table = session.instrument().setpoints();
-    const auto number = parse_integer(text);
-    for (const std::int32_t index : table.indexes())
-        if (number ? index == *number : table.internal_name(index) == text) return index;
-    throw UsageError(fmt::format("the instrument has no setpoint {} (korvane setpoint list shows them)", text));
 }
 
 SetpointDescription describe_setpoint(Session& session, std::int32_t index) {
@@ -45,11 +35,30 @@ SetpointDescription describe_setpoint(Session& session, std::int32_t index) {
     return {index,
             table.internal_name(index),
             table.external_name(index),
-            number_of(table.value(index, 0, 0)),
+            number_of(table.value(index, 0, 0), "setpoint value"),
             table.lower_limit(index),
             table.upper_limit(index),
             table.resolution(index),
             type_text(table.variable_type(index))};
+}
+
+/// The setpoint that a text means; a usage error when the instrument has none such.
+SetpointDescription setpoint_named(Session& session, const std::string& text) {
+    SetpointTable& table = session.instrument().setpoints();
+    const auto number = parse_integer(text);
+    for (const std::int32_t index : table.indexes())
+        if (number ? index == *number : table.internal_name(index) == text) return describe_setpoint(session, index);
+    throw UsageError(fmt::format("the instrument has no setpoint {} (korvane setpoint list shows them)", text));
+}
+
+void require_within_limits(const SetpointDescription& setpoint, double value) {
+    if (value < setpoint.lower || value > setpoint.upper)
+        throw UsageError(fmt::format("{} lies outside the limits of setpoint {} ({}), {} to {}", value, setpoint.index,
+                                     setpoint.internal_name, setpoint.lower, setpoint.upper));
+}
+
+CLI::Option* add_setpoint(CLI::App& command, std::string& setpoint) {
+    return command.add_option("SETPOINT", setpoint, "index or internal name (korvane setpoint list)")->required();
 }
 
 Json setpoint_json(const SetpointDescription& setpoint) {
@@ -63,10 +72,201 @@ Json setpoint_json(const SetpointDescription& setpoint) {
                 {"type", setpoint.type}};
 }
 
-void require_within_limits(const SetpointDescription& setpoint, double value) {
-    if (value < setpoint.lower || value > setpoint.upper)
-        throw UsageError(fmt::format("{} lies outside the limits of setpoint {} ({}), {} to {}", value, setpoint.index,
-                                     setpoint.internal_name, setpoint.lower, setpoint.upper));
+ExitCode show_setpoint(Session& session, SetpointDescription setpoint, double value) {
+    setpoint.value = value;
+    return session.show(setpoint_json(setpoint), fmt::format("{}\n", value));
+}
+
+ExitCode get_setpoint(Session& session, const std::string& name) {
+    const SetpointDescription setpoint = setpoint_named(session, name);
+    return show_setpoint(session, setpoint, TuneGlobals(session.platform()).GetMSSetpointValueByIdx(setpoint.index));
+}
+
+struct SetpointChange {
+    std::string setpoint;
+    std::optional<double> value, delta, wait_seconds;
+    bool until_set = false;
+};
+
+ExitCode set_setpoint(Session& session, const SetpointChange& options) {
+    if (options.value.has_value() == options.delta.has_value()) throw UsageError("give either a value or --delta");
+    const SetpointDescription setpoint = setpoint_named(session, options.setpoint);
+    require_within_limits(setpoint, options.value ? *options.value : setpoint.value + *options.delta);
+    TuneGlobals globals(session.platform());
+    const double value = globals.SetMSSetpointValueByIdx(
+        setpoint.index, options.value.value_or(setpoint_value_not_given), options.delta.value_or(0),
+        static_cast<float>(options.wait_seconds.value_or(0)), options.until_set);
+    return show_setpoint(session, setpoint, value);
+}
+
+ExitCode list_setpoints(Session& session, const NoOptions&) {
+    Json rows = Json::array();
+    TextTable table({"index", "<internal name", "value", "lower", "upper", "resolution", "<type", "<external name"});
+    for (const std::int32_t index : session.instrument().setpoints().indexes()) {
+        const SetpointDescription row = describe_setpoint(session, index);
+        rows.push_back(setpoint_json(row));
+        table.add_row(row.index, row.internal_name, row.value, row.lower, row.upper, row.resolution, row.type,
+                      row.external_name);
+    }
+    return session.show(Json{{"setpoints", std::move(rows)}}, table.text());
+}
+
+// The fast search writes firmware channel 22, whatever setpoint it is given.
+constexpr const char* fast_setpoint = "QuadAMU";
+
+struct AdjustOptions {
+    std::string setpoint;
+    std::optional<double> mz, target, least, most, resolution;
+    bool raise_to_reduce = false, fast = false, apply = false, no_progress = false;
+};
+
+struct Bounds {
+    double low = 0, high = 0, resolution = 0;
+};
+
+// A bound left out is the setpoint's limit.
+Bounds checked_bounds(const SetpointDescription& setpoint, const AdjustOptions& options) {
+    const Bounds bounds{options.least.value_or(setpoint.lower), options.most.value_or(setpoint.upper),
+                        options.resolution.value_or(setpoint.resolution)};
+    require_within_limits(setpoint, bounds.low);
+    require_within_limits(setpoint, bounds.high);
+    if (bounds.low >= bounds.high)
+        throw UsageError(fmt::format("--min {} is not below --max {}", bounds.low, bounds.high));
+    if (bounds.resolution <= 0)
+        throw UsageError(fmt::format("setpoint {} has no resolution; give --resolution", setpoint.index));
+    return bounds;
+}
+
+/// Shows a search while it runs: a bar on a terminal, a line a probe elsewhere.
+class AdjustProgress {
+public:
+    AdjustProgress(Session& session, const Bounds& bounds) : session_(session), bounds_(bounds) {}
+    /// Ends the bar's line.
+    ~AdjustProgress() {
+        if (bar_shown_) session_.talk("");
+    }
+    AdjustProgress(const AdjustProgress&) = delete;
+    AdjustProgress& operator=(const AdjustProgress&) = delete;
+
+    void show(const AdjustProbe& probe) {
+        const std::string line = fmt::format("probe {}: {:.6g} gives {:.0f}, bracket {:.6g} to {:.6g}", probe.number,
+                                             probe.value, probe.abundance, probe.low, probe.high);
+        if (!session_.talk_is_terminal()) return session_.talk(line);
+        // The bracket halves with every probe, so its logarithm tells how far the search has come.
+        constexpr std::size_t bar_width = 24;
+        const double range = bounds_.high - bounds_.low;
+        const double bracket = std::max(probe.high - probe.low, bounds_.resolution);
+        const double done =
+            range > bounds_.resolution ? std::log(range / bracket) / std::log(range / bounds_.resolution) : 1.0;
+        const auto filled = static_cast<std::size_t>(std::clamp(done, 0.0, 1.0) * bar_width);
+        session_.talk_stream() << fmt::format("\r[{:.<{}}] {}\x1b[K", std::string(filled, '#'), bar_width, line)
+                               << std::flush;
+        bar_shown_ = true;
+    }
+
+private:
+    Session& session_;
+    Bounds bounds_;
+    bool bar_shown_ = false;
+};
+
+const char* end_text(AdjustOutcome::End end) {
+    switch (end) {
+        case AdjustOutcome::End::within_tolerance:
+            return "within tolerance";
+        case AdjustOutcome::End::resolution_reached:
+            return "resolution reached";
+        case AdjustOutcome::End::target_never_reached:
+            return "target never reached";
+    }
+    return "";
+}
+
+ExitCode show_outcome(Session& session, const SetpointDescription& setpoint, const AdjustOutcome& outcome,
+                      bool applied) {
+    Json probes = Json::array();
+    for (const AdjustProbe& probe : outcome.probes)
+        probes.push_back(Json{{"number", probe.number},
+                              {"value", probe.value},
+                              {"abundance", probe.abundance},
+                              {"low", probe.low},
+                              {"high", probe.high}});
+    TextTable table({"<setpoint", "value", "abundance", "scaled target", "probes", "<end"});
+    table.add({fmt::format("{} ({})", setpoint.internal_name, setpoint.index), fmt::format("{:.6g}", outcome.value),
+               fmt::format("{:.0f}", outcome.abundance), fmt::format("{:.0f}", outcome.scaled_target),
+               fmt::format("{}", outcome.probes.size()), end_text(outcome.end)});
+    return session.show(Json{{"setpoint", setpoint.index},
+                             {"internal_name", setpoint.internal_name},
+                             {"value", outcome.value},
+                             {"abundance", outcome.abundance},
+                             {"scaled_target", outcome.scaled_target},
+                             {"speed_up_factor", outcome.speed_up_factor},
+                             {"probes_made", outcome.probes.size()},
+                             {"end", end_text(outcome.end)},
+                             {"applied", applied},
+                             {"probes", std::move(probes)}},
+                        table.text());
+}
+
+ExitCode adjust(Session& session, const AdjustOptions& options) {
+    TuneGlobals globals(session.platform());
+    require_mass_in_range(globals, *options.mz);
+    const SetpointDescription setpoint = setpoint_named(session, options.setpoint);
+    if (options.fast && setpoint.internal_name != fast_setpoint)
+        throw UsageError(fmt::format("--fast drives the quadrupole through the firmware; it adjusts {} only, not {}",
+                                     fast_setpoint, setpoint.internal_name));
+    const Bounds bounds = checked_bounds(setpoint, options);
+    SpectrumParser parser(session.platform());
+    {
+        AdjustProgress progress(session, bounds);
+        if (!options.no_progress) parser.on_adjust_probe([&](const AdjustProbe& probe) { progress.show(probe); });
+        if (options.fast) parser.set_fast_search(true);
+        parser.BinaryAdjustAbundanceDownUsingThisSetpoint(setpoint.index, *options.mz, *options.target, 30.0,
+                                                          !options.raise_to_reduce, bounds.low, bounds.high,
+                                                          bounds.resolution);
+        parser.on_adjust_probe({});
+    }
+    const AdjustOutcome& outcome = parser.last_adjustment();
+    if (options.apply) globals.SetMSSetpointValueByIdx(setpoint.index, outcome.value);
+    session.talk("tune log " + written_log(parser));
+    return show_outcome(session, setpoint, outcome, options.apply);
+}
+
+}  // namespace
+
+void declare_setpoint(CLI::App& group, Session& session) {
+    const auto [get, name] = add_command(group, session, "get", "print a setpoint's value",
+                                         "korvane setpoint get FragmentTune", get_setpoint);
+    add_setpoint(get, name);
+
+    const auto [set, change] = add_command(group, session, "set", "change a setpoint and print the value read back",
+                                           "korvane setpoint set FragmentTune --delta -5 --until-set", set_setpoint);
+    add_setpoint(set, change.setpoint);
+    add_number(set, "VALUE", change.value, "the new value");
+    add_number(set, "--delta", change.delta, "add this to the value instead");
+    add_number(set, "--wait", change.wait_seconds, "wait so many seconds after the change",
+               {.above = 0, .below = 86400});
+    set.add_flag("--until-set", change.until_set, "return when a spectrum shows the new value; exit code 5 after 15 s");
+
+    add_command(group, session, "list", "print all setpoints", "korvane setpoint list", list_setpoints);
+}
+
+void declare_adjust(CLI::App& command, Session& session) {
+    AdjustOptions& options =
+        runs(command, session, "korvane adjust FragmentTune --mz 566.8885 --target 50000 --max 175 --apply", adjust);
+    add_setpoint(command, options.setpoint);
+    add_number(command, "--mz", options.mz, "m/z of the peak", positive)->required();
+    add_number(command, "--target", options.target, "abundance to come down to, counts at the full transients",
+               positive)
+        ->required();
+    add_number(command, "--min", options.least, "lower bound of the search (the setpoint's limit)");
+    add_number(command, "--max", options.most, "upper bound of the search (the setpoint's limit)");
+    add_number(command, "--resolution", options.resolution, "smallest step worth taking (the setpoint's)", positive);
+    command.add_flag("--raise-to-reduce", options.raise_to_reduce, "raising the setpoint lowers the abundance");
+    command.add_flag("--fast", options.fast,
+                     "search through the firmware, without waiting for readiness (QuadAMU only)");
+    command.add_flag("--apply", options.apply, "write the result; without it the last probe stands");
+    command.add_flag("--no-progress", options.no_progress, "do not show the probes while the search runs");
 }
 
 }  // namespace korvane::program

@@ -4,30 +4,36 @@
 
 namespace korvane::program {
 
+namespace {
+
+/// Number of characters of a UTF-8 text.
 std::size_t character_count(const std::string& text) {
     return static_cast<std::size_t>(
         std::count_if(text.begin(), text.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
 }
 
-std::string TextTable::text() const {
-    std::vector<std::vector<std::string>> lines(1);
-    for (const Column& column : columns_) lines.front().push_back(column.title);
-    lines.insert(lines.end(), rows_.begin(), rows_.end());
+}  // namespace
 
-    std::vector<std::size_t> widths(columns_.size());
-    for (const auto& line : lines)
-        for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], character_count(line[i]));
+std::string TextTable::text() const {
+    std::vector<Cells> rows = rows_;
+    std::vector<std::size_t> widths(rows.front().size());
+    std::vector<bool> left;
+    for (std::string& title : rows.front()) {
+        left.push_back(title.starts_with('<'));
+        if (left.back()) title.erase(0, 1);
+    }
+    for (const Cells& row : rows)
+        for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], character_count(row[i]));
 
     std::string text;
-    for (const auto& line : lines) {
-        std::string row;
+    for (const Cells& row : rows) {
+        std::string line;
         for (std::size_t i = 0; i < widths.size(); ++i) {
-            const std::string blanks(widths[i] - character_count(line[i]), ' ');
-            if (i) row += "  ";
-            row += columns_[i].align == Align::left ? line[i] + blanks : blanks + line[i];
+            const std::string blanks(widths[i] - character_count(row[i]), ' ');
+            line += (i ? "  " : "") + (left[i] ? row[i] + blanks : blanks + row[i]);
         }
-        row.erase(row.find_last_not_of(' ') + 1);
-        text += row + '\n';
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + '\n';
     }
     return text;
 }

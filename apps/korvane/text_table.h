@@ -1,32 +1,31 @@
 // A table for people: columns as wide as their widest cell, two blanks apart.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <string>
 #include <vector>
 
 namespace korvane::program {
 
-enum class Align { left, right };
-
-struct Column {
-    std::string title;
-    Align align = Align::right;
-};
-
 class TextTable {
 public:
-    explicit TextTable(std::vector<Column> columns) : columns_(std::move(columns)) {}
+    using Cells = std::vector<std::string>;
+
+    /// Columns are right-aligned, but for those whose title begins with '<', which is not part of the title.
+    explicit TextTable(Cells titles) : rows_{std::move(titles)} {}
     /// One cell a column.
-    void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+    void add(Cells cells) { rows_.push_back(std::move(cells)); }
+    /// The same of texts and numbers, these in their shortest text.
+    template <class... Values>
+    void add_row(const Values&... values) {
+        add({fmt::format("{}", values)...});
+    }
     /// Title line and rows, each ended by a line feed, no trailing blanks.
     std::string text() const;
 
 private:
-    std::vector<Column> columns_;
-    std::vector<std::vector<std::string>> rows_;
+    std::vector<Cells> rows_;  // the first are the titles
 };
-
-/// Number of characters of a UTF-8 text.
-std::size_t character_count(const std::string& text);
 
 }  // namespace korvane::program

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -22,18 +21,16 @@ struct Outcome {
     std::vector<std::string> failure_lines() const;
 };
 
-Outcome run_program(const std::vector<std::string>& arguments, bool terminal = false, Platform system = make_platform(nullptr));
+Outcome run_program(const std::vector<std::string>& arguments, bool terminal = false,
+                    Platform system = make_platform(nullptr));
 
 class ProgramTest {
 public:
     ProgramTest();
 
     /// With --base; the option goes in front, where it is read in any case.
-    Outcome run(std::vector<std::string> arguments) const;
-    /// The same on a virtual clock: waiting takes no time.
-    Outcome run_without_waiting(std::vector<std::string> arguments) const;
-    void scene(const std::string& json) const;
-    std::string file(const std::string& name) const { return folder.file(name); }
+    Outcome run(std::vector<std::string> arguments, Platform system = make_platform(nullptr)) const;
+    void scene(const std::string& json) const { write_text(base / "scene.json", json); }
 
     TemporaryFolder folder;
     std::filesystem::path base;

@@ -1,8 +1,9 @@
-// The examples of the documents and of the help texts, run one after the other on one base folder.
+// The examples of README, docs and the help texts, run in a shell as a reader would, and what they print compared.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cstdlib>
 #include <iterator>
+#include <set>
 #include <sstream>
 
 #include "program_run.h"
@@ -10,96 +11,119 @@
 namespace korvane::program {
 namespace {
 
-/// The words of every line that calls the program, up to the shell's "&&" or a comment two blanks further on.
-std::vector<std::vector<std::string>> calls_in(const std::string& text) {
-    std::vector<std::vector<std::string>> calls;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        const auto begin = line.find_first_not_of(' ');
-        if (begin == std::string::npos || line.compare(begin, 8, "korvane ") != 0) continue;
-        const auto end = std::min(line.find(" && "), line.find("  ", begin));
-        std::istringstream words(line.substr(begin + 8, end == std::string::npos ? end : end - begin - 8));
-        calls.emplace_back(std::istream_iterator<std::string>(words), std::istream_iterator<std::string>());
+namespace fs = std::filesystem;
+
+struct Example {
+    std::string command, printed;
+};
+
+/// The lines "$ command" of blocks "```console", each with the lines below it. No other block may call the program.
+std::vector<Example> examples_in(const fs::path& document) {
+    std::vector<Example> examples;
+    std::string block;
+    for (const std::string& line : read_lines(document)) {
+        if (line.starts_with("```"))
+            block = block.empty() ? line : "";
+        else if (block == "```sh")
+            EXPECT_FALSE(line.starts_with("korvane ")) << document << ": its output is not compared: " << line;
+        else if (block == "```console" && line.starts_with("$ "))
+            examples.push_back({line.substr(2), ""});
+        else if (block == "```console")
+            examples.back().printed += line + "\n";
     }
+    return examples;
+}
+
+/// "..." in the expected text stands for any text.
+bool matches(const std::string& text, const std::string& expected) {
+    const std::string gap = "...";
+    std::size_t begin = 0, at = 0;
+    for (;;) {
+        const std::size_t end = std::min(expected.find(gap, begin), expected.size());
+        const std::string piece = expected.substr(begin, end - begin);
+        if (end == expected.size())
+            return begin == 0 ? text == piece : text.size() >= at + piece.size() && text.ends_with(piece);
+        const std::size_t found = text.find(piece, at);
+        if (found == std::string::npos || (begin == 0 && found != 0)) return false;
+        at = found + piece.size();
+        begin = end + gap.size();
+    }
+}
+
+/// A reader's shell: the program is on the path, KORVANE_BASE a fresh base folder in the working folder.
+struct Shell {
+    Shell() { create_base_folder(folder.path() / "base"); }
+    /// What the lines print on both streams.
+    std::string run(const std::string& lines) const {
+        const std::string here = folder.path().string(), program = fs::path(KORVANE_PROGRAM).parent_path().string();
+        write_text(folder.path() / "lines", lines);
+        EXPECT_NE(
+            std::system(("cd '" + here + "' && env -u KORVANE_INSTRUMENT -u KORVANE_TRACE LC_ALL=C HOME='" + here +
+                         "' KORVANE_BASE='" + here + "/base' PATH='" + program + "':\"$PATH\" sh lines > printed 2>&1")
+                            .c_str()),
+            -1);
+        return read_text(folder.path() / "printed");
+    }
+
+    TemporaryFolder folder;
+};
+
+class Documents : public testing::TestWithParam<std::string> {};
+
+TEST_P(Documents, ExamplesPrintWhatTheDocumentSays) {
+    const Shell shell;
+    for (const Example& example : examples_in(fs::path(KORVANE_SOURCE_DIR) / GetParam())) {
+        const std::string printed = shell.run(example.command);
+        EXPECT_TRUE(matches(printed, example.printed)) << "$ " << example.command << "\n"
+                                                       << printed << "--- but the document says\n"
+                                                       << example.printed;
+    }
+}
+
+std::vector<std::string> documents() {
+    std::vector<std::string> found{"README.md"};
+    for (const auto& entry : fs::directory_iterator(fs::path(KORVANE_SOURCE_DIR) / "docs"))
+        if (entry.path().extension() == ".md") found.push_back("docs/" + entry.path().filename().string());
+    return found;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Documents, testing::ValuesIn(documents()));
+
+/// The calls of the program that a help text shows.
+std::vector<std::string> calls_in(const std::string& help) {
+    std::vector<std::string> calls;
+    std::istringstream lines(help);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("  korvane ") || line.starts_with("  export "))
+            calls.push_back(line.substr(2, line.find("   ", 2) - 2));
     return calls;
 }
 
-/// The text between the lines "```sh" and "```".
-std::string shell_blocks(const std::string& markdown) {
-    std::string text;
-    bool inside = false;
-    std::istringstream lines(markdown);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with("```"))
-            inside = line == "```sh";
-        else if (inside)
-            text += line + "\n";
-    }
-    return text;
+TEST(Help, TheFirstSessionRuns) {
+    std::string session = "set -e\n";
+    for (const std::string& call : calls_in(run_program({"--help"}).out)) session += call + "\n";
+    const std::string printed = Shell().run(session);
+    EXPECT_TRUE(matches(printed, ".../tune\n...ready\n...today.mzML\n...reaches minimum\n...")) << printed;
 }
 
-void expect_to_run(const ProgramTest& program, const std::vector<std::vector<std::string>>& calls) {
-    for (const auto& words : calls) {
-        if (words.front() == "init") continue;  // its folder is somebody's
-        const Outcome run = program.run(words);
-        EXPECT_EQ(run.code, 0) << testing::PrintToString(words) << ": " << run.err;
-        program.run({"abort", "reset"});
-    }
-}
-
-class InFolder {
-public:
-    explicit InFolder(const std::filesystem::path& folder) : before_(std::filesystem::current_path()) {
-        std::filesystem::current_path(folder);
-    }
-    ~InFolder() { std::filesystem::current_path(before_); }
-    InFolder(const InFolder&) = delete;
-    InFolder& operator=(const InFolder&) = delete;
-
-private:
-    std::filesystem::path before_;
-};
-
-TEST(Examples, OfTheDocumentRun) {
-    const ProgramTest program;
-    const InFolder working(program.folder.path());
-    const auto calls =
-        calls_in(shell_blocks(read_text(std::filesystem::path(KORVANE_SOURCE_DIR) / "docs/command-line.md")));
-    EXPECT_GT(calls.size(), 20U);
-    expect_to_run(program, calls);
-}
-
-TEST(Examples, OfTheCommandsHelpRun) {
-    const ProgramTest program;
-    const InFolder working(program.folder.path());
-    std::string examples;
-    for (const char* command :
+TEST(Help, EveryCommandHasAnExampleThatTheDocumentsRun) {
+    std::set<std::string> documented;
+    for (const Example& example : examples_in(fs::path(KORVANE_SOURCE_DIR) / "docs/command-line.md"))
+        documented.insert(example.command);
+    for (const std::string command :
          {"state",           "measure",       "peak",          "verify",       "adjust",         "setpoint get",
           "setpoint set",    "setpoint list", "params get",    "params set",   "params list",    "prefs get",
           "prefs set",       "prefs list",    "masslist show", "masslist set", "masslist check", "calibration show",
           "calibration set", "abort request", "abort reset",   "abort status", "record",         "automation list"}) {
-        std::vector<std::string> words = calls_in("korvane " + std::string(command)).front();
-        words.push_back("--help");
-        const Outcome help = run_program(words);
-        EXPECT_EQ(help.code, 0) << command;
-        EXPECT_NE(help.out.find("--json"), std::string::npos) << command;
-        const std::string heading = "Example:\n  korvane " + std::string(command);
-        const auto example = help.out.find(heading);
-        ASSERT_NE(example, std::string::npos) << help.out;
-        examples += help.out.substr(example);
+        std::vector<std::string> words{"--help"};
+        std::istringstream split(command);
+        words.insert(words.begin(), std::istream_iterator<std::string>(split), {});
+        const std::string help = run_program(words).out;
+        EXPECT_NE(help.find("--json"), std::string::npos) << command;
+        ASSERT_EQ(calls_in(help).size(), 1U) << help;
+        EXPECT_TRUE(calls_in(help).front().starts_with("korvane " + command)) << help;
+        EXPECT_TRUE(documented.count(calls_in(help).front())) << calls_in(help).front() << " is not documented";
     }
-    expect_to_run(program, calls_in(examples));
-}
-
-TEST(Examples, OfTheProgramsHelpRun) {
-    const ProgramTest program;
-    const InFolder working(program.folder.path());
-    const Outcome help = run_program({"--help"});
-    EXPECT_EQ(help.code, 0);
-    EXPECT_NE(help.out.find("70 internal fault"), std::string::npos);
-    const auto calls = calls_in(help.out);
-    EXPECT_GT(calls.size(), 15U);
-    expect_to_run(program, calls);
 }
 
 }  // namespace

@@ -1,0 +1,93 @@
+#include "commands.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <cmath>
+
+namespace korvane::program {
+
+namespace {
+
+template <class Number>
+std::optional<Number> parse(std::string_view text) {
+    if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
+    Number number{};
+    const char* const end = text.data() + text.size();
+    const auto [stopped, fault] = std::from_chars(text.data(), end, number);
+    if (fault != std::errc() || stopped != end) return std::nullopt;
+    return number;
+}
+
+double checked_number(const std::string& name, const std::string& text, NumberRule rule) {
+    const auto number = parse_number(text);
+    if (!number) throw CLI::ValidationError(name, fmt::format("\"{}\" is not a number", text));
+    if (*number <= rule.above) throw CLI::ValidationError(name, fmt::format("{} is not above {}", text, rule.above));
+    if (*number >= rule.below) throw CLI::ValidationError(name, fmt::format("{} is not below {}", text, rule.below));
+    return *number;
+}
+
+/// A whole number from `least` on; `range` says the bounds.
+template <class Number>
+CLI::Option* add_whole(CLI::App& command, const std::string& name, Number& target, const std::string& help,
+                       Number least, Number most, const std::string& range) {
+    const auto read = [=, &target](const std::string& text) {
+        const auto number = parse<Number>(text);
+        if (!number || *number < least || *number > most)
+            throw CLI::ValidationError(name, fmt::format("\"{}\" is not a whole number from {}", text, range));
+        target = *number;
+    };
+    return command.add_option_function<std::string>(name, read, help);
+}
+
+}  // namespace
+
+void runs(CLI::App& command, Session& session, Session::Work work) {
+    command.final_callback([&session, work = std::move(work)] { session.work = work; });
+}
+
+std::optional<double> parse_number(std::string_view text) {
+    const auto number = parse<double>(text);
+    return number && std::isfinite(*number) ? number : std::nullopt;
+}
+
+std::optional<std::int64_t> parse_integer(std::string_view text) {
+    return parse<std::int64_t>(text);
+}
+
+CLI::Option* add_number(CLI::App& command, const std::string& name, std::optional<double>& target,
+                        const std::string& help, NumberRule rule) {
+    const auto read = [&target, name, rule](const std::string& text) { target = checked_number(name, text, rule); };
+    return command.add_option_function<std::string>(name, read, help)->type_name("NUMBER");
+}
+
+CLI::Option* add_numbers(CLI::App& command, const std::string& name, std::vector<double>& target,
+                         const std::string& help, NumberRule rule) {
+    const auto read = [&target, name, rule](const std::vector<std::string>& texts) {
+        target.clear();
+        for (const std::string& text : texts) target.push_back(checked_number(name, text, rule));
+    };
+    return command.add_option_function<std::vector<std::string>>(name, read, help)->type_name("NUMBER");
+}
+
+CLI::Option* add_count(CLI::App& command, const std::string& name, std::int64_t& target, const std::string& help,
+                       std::int64_t least, std::int64_t most) {
+    return add_whole(command, name, target, help, least, most, fmt::format("{} to {}", least, most))
+        ->type_name("COUNT");
+}
+
+CLI::Option* add_seed(CLI::App& command, std::uint64_t& target) {
+    return add_whole<std::uint64_t>(command, "--seed", target,
+                                    "seed of the simulated instrument: same seed, same spectra (1)", 0,
+                                    std::numeric_limits<std::uint64_t>::max(), "0")
+        ->type_name("SEED");
+}
+
+CLI::Option* add_name(CLI::App& command, const std::string& option, std::optional<std::string>& target,
+                      const std::string& help, const std::string& kind) {
+    return command.add_option(option, target, help)->type_name(kind)->check([](const std::string& text) {
+        return text.empty() ? "the name is empty" : std::string();
+    });
+}
+
+}  // namespace korvane::program

@@ -1,0 +1,280 @@
+// The files of a base folder: making one, parameters, preferences, mass lists, the abort flag.
+#include <algorithm>
+
+#include "calibrants.h"
+#include "commands.h"
+#include "korvane/abort_helper.h"
+#include "korvane/cal_mass_list.h"
+#include "korvane/listing.h"
+#include "korvane/tune_params_xml.h"
+#include "korvane/tune_prefs_xml.h"
+#include "text_table.h"
+
+namespace korvane::program {
+
+namespace {
+
+ExitCode init(Session& session, const std::optional<std::string>& wanted) {
+    const auto path = std::filesystem::absolute(path_of(*wanted));
+    create_base_folder(path);
+    return session.show(Json{{"base_folder", utf8_of(path)}}, utf8_of(path) + "\n");
+}
+
+constexpr const char* autotune_tree = "AutotuneParameters";
+constexpr const char* manual_tree = "ManualTuneParameters";
+
+struct ParameterOptions {
+    std::string group, key, tree = autotune_tree;
+    std::string text;  // as given, so that the file keeps it so
+};
+
+double parameter(Session& session, const ParameterOptions& options) {
+    clsTuneParamsXML store(session.platform());
+    if (options.tree == autotune_tree) return store.GetAutotuneLimitValue(options.group, options.key);
+    if (options.tree == manual_tree) return store.GetManualTuneValue(options.group, options.key);
+    return store.GetTuneParamByXMLPath("/QTOFTuneParams/TOF/" + options.tree + "/" + options.group, options.key);
+}
+
+ExitCode get_parameter(Session& session, const ParameterOptions& options) {
+    const double value = parameter(session, options);
+    return session.show(Json{{"tree", options.tree}, {"group", options.group}, {"key", options.key}, {"value", value}},
+                        fmt::format("{}\n", value));
+}
+
+ExitCode set_parameter(Session& session, const ParameterOptions& options) {
+    clsTuneParamsXML(session.platform()).WriteTuneParamValue(options.group, options.key, options.text, options.tree);
+    return get_parameter(session, options);
+}
+
+ExitCode list_parameters(Session& session, const ParameterOptions& options) {
+    Json groups = Json::object();
+    TextTable table({"<group", "<key", "<value"});
+    for (const ListedParameter& parameter : list_tune_parameters(session.platform(), options.tree)) {
+        groups[parameter.group][parameter.name] = parameter.text;
+        table.add({parameter.group, parameter.name, parameter.text});
+    }
+    return session.show(Json{{"tree", options.tree}, {"groups", std::move(groups)}}, table.text());
+}
+
+void add_tree(CLI::App& command, ParameterOptions& options) {
+    command
+        .add_option("--tree", options.tree, "tree of the file below TOF: AutotuneParameters, ManualTuneParameters, ...")
+        ->type_name("TREE")
+        ->capture_default_str();
+}
+
+void add_key(CLI::App& command, ParameterOptions& options) {
+    command.add_option("GROUP", options.group, "group, such as RampParams")->required();
+    command.add_option("KEY", options.key, "key, such as MinimumAcceptableAbundance")->required();
+}
+
+struct PreferenceOptions {
+    std::string name, value;
+};
+
+ExitCode get_preference(Session& session, const PreferenceOptions& options) {
+    const std::string value = clsTunePrefsXML(session.platform()).GetTunePreference(options.name);
+    return session.show(Json{{"name", options.name}, {"value", value}}, value + "\n");
+}
+
+ExitCode set_preference(Session& session, const PreferenceOptions& options) {
+    clsTunePrefsXML(session.platform()).WriteTunePreference(options.name, options.value);
+    return get_preference(session, options);
+}
+
+ExitCode list_preferences(Session& session, const NoOptions&) {
+    Json values = Json::object();
+    TextTable table({"<name", "<value"});
+    for (const ListedPreference& preference : list_tune_preferences(session.platform())) {
+        values[preference.name] = preference.text;
+        table.add({preference.name, preference.text});
+    }
+    return session.show(Json{{"preferences", std::move(values)}}, table.text());
+}
+
+// Which list: what the options leave open is what the instrument is set to.
+struct ListChoice {
+    std::string source, polarity;
+    bool all = false;
+};
+
+struct MassListChange {
+    ListChoice choice;
+    std::vector<double> masses, unused;
+};
+
+ListChoice filled_in(ListChoice choice, Session& session) {
+    TuneGlobals globals(session.platform());
+    if (choice.source.empty()) choice.source = current_mass_list_source(session, globals);
+    if (choice.polarity.empty()) choice.polarity = globals.GetPolarityStr();
+    return choice;
+}
+
+ListedMassList chosen_list(Session& session, const ListChoice& choice) {
+    for (ListedMassList& list : list_mass_lists(session.platform()))
+        if (list.source == choice.source && list.polarity == choice.polarity) return std::move(list);
+    throw Error(error_number::file_or_element, "masslist",
+                fmt::format("no list for source {} and {} polarity in {}", choice.source, choice.polarity,
+                            default_mass_list_file(session.platform())));
+}
+
+ExitCode show_lists(Session& session, const ListChoice& choice) {
+    const auto lists = choice.all ? list_mass_lists(session.platform())
+                                  : std::vector{chosen_list(session, filled_in(choice, session))};
+    Json rows = Json::array();
+    TextTable table({"<source", "<polarity", "m/z", "<used"});
+    for (const ListedMassList& list : lists) {
+        Json masses = Json::array();
+        for (const auto& mass : list.masses) {
+            const auto number = parse_number(mass.text);
+            masses.push_back(Json{{"mass", number ? Json(*number) : Json(mass.text)}, {"used", mass.used}});
+            table.add({list.source, list.polarity, mass.text, mass.used});
+        }
+        rows.push_back(Json{{"source", list.source}, {"polarity", list.polarity}, {"masses", std::move(masses)}});
+    }
+    return session.show(Json{{"file", default_mass_list_file(session.platform())}, {"lists", std::move(rows)}},
+                        table.text());
+}
+
+ExitCode set_list(Session& session, const MassListChange& options) {
+    const ListChoice choice = filled_in(options.choice, session);
+    chosen_list(session, choice);
+    std::vector<std::pair<double, char>> masses;
+    for (const double mass : options.masses) masses.emplace_back(mass, '1');
+    for (const double mass : options.unused) masses.emplace_back(mass, '0');
+    std::sort(masses.begin(), masses.end());
+    std::string text;
+    for (const auto& [mass, used] : masses) text += fmt::format("{}{}\t{}", text.empty() ? "" : "\n", used, mass);
+
+    const std::string file = default_mass_list_file(session.platform());
+    CalMassList lists(session.platform());
+    lists.OpenMassListFile(file);
+    lists.UpdateMassList(choice.source, choice.polarity, text);
+    lists.SaveMassListToFile(file);
+    return show_lists(session, choice);
+}
+
+// The faults of a list, a sentence each: what the routines that use it do not work with.
+std::vector<std::string> mass_list_faults(const ListedMassList& list) {
+    constexpr std::size_t least_calibrants = 4;
+    const std::string name = fmt::format("{}, {}", list.source, list.polarity);
+    std::vector<std::string> faults;
+    double previous = 0;
+    for (const auto& mass : list.masses) {
+        const auto number = parse_number(mass.text);
+        if (!number || *number <= 0) {
+            faults.push_back(fmt::format("{}: \"{}\" is not a mass", name, mass.text));
+            continue;
+        }
+        if (*number <= previous) faults.push_back(fmt::format("{}: {} does not ascend", name, mass.text));
+        previous = *number;
+    }
+    if (list.masses.size() < least_calibrants)
+        faults.push_back(fmt::format("{}: {} masses, fewer than {}", name, list.masses.size(), least_calibrants));
+    return faults;
+}
+
+ExitCode check_lists(Session& session, const NoOptions&) {
+    const auto lists = list_mass_lists(session.platform());
+    std::vector<std::string> faults;
+    for (const ListedMassList& list : lists)
+        for (std::string& fault : mass_list_faults(list)) faults.push_back(std::move(fault));
+    if (lists.empty()) faults.emplace_back("the file holds no lists");
+    const std::string file = default_mass_list_file(session.platform());
+    std::string text;
+    for (const std::string& fault : faults) text += fault + "\n";
+    if (faults.empty()) text = fmt::format("{} lists, no faults\n", lists.size());
+    session.show(Json{{"file", file}, {"lists", lists.size()}, {"faults", faults}}, text);
+    if (faults.empty()) return ExitCode::done;
+    session.talk(failure_line(
+        Error(error_number::routine_detected, "masslist check", fmt::format("{} faults in {}", faults.size(), file)),
+        {}));
+    return ExitCode::check_failed;
+}
+
+void add_choice(CLI::App& command, ListChoice& choice) {
+    command.add_option("--source", choice.source, "ion source, such as ESI (the instrument's)")->type_name("NAME");
+    command.add_option("--polarity", choice.polarity, "Positive or Negative (the instrument's)")
+        ->type_name("NAME")
+        ->check(CLI::IsMember({"Positive", "Negative"}));
+}
+
+ExitCode abort_status(Session& session, const NoOptions&) {
+    const bool requested = AbortHelper(session.platform()).UserHasClickedAbort();
+    return session.show(Json{{"requested", requested}}, requested ? "abort requested\n" : "no abort requested\n");
+}
+
+template <void (AbortHelper::*act)()>
+ExitCode change_abort(Session& session, const NoOptions& none) {
+    (AbortHelper(session.platform()).*act)();
+    return abort_status(session, none);
+}
+
+}  // namespace
+
+void declare_init(CLI::App& command, Session& session) {
+    auto& folder = runs(command, session, "korvane init ~/tune/instrument-1", init);
+    add_name(command, "DIR", folder, "folder to make; must not exist yet, or be empty", "TEXT")->required();
+}
+
+void declare_params(CLI::App& group, Session& session) {
+    const auto [get, got] = add_command(group, session, "get", "print a parameter",
+                                        "korvane params get RampParams MinimumAcceptableAbundance", get_parameter);
+    add_key(get, got);
+    add_tree(get, got);
+
+    const auto [set, change] =
+        add_command(group, session, "set", "change a parameter that exists",
+                    "korvane params set PeakHandling PeakFindWindowInPercentT 0.2", set_parameter);
+    add_key(set, change);
+    set.add_option("VALUE", change.text, "the new number")->required()->check([](const std::string& text) {
+        return parse_number(text) ? std::string() : "VALUE: \"" + text + "\" is not a number";
+    });
+    add_tree(set, change);
+
+    const auto [list, listed] = add_command(group, session, "list", "print all parameters of a tree",
+                                            "korvane params list --tree ManualTuneParameters", list_parameters);
+    add_tree(list, listed);
+}
+
+void declare_prefs(CLI::App& group, Session& session) {
+    const auto [get, got] = add_command(group, session, "get", "print a preference",
+                                        "korvane prefs get AIC_RunFastVersion", get_preference);
+    get.add_option("NAME", got.name, "name of the preference")->required();
+
+    const auto [set, change] = add_command(group, session, "set", "change a preference that exists",
+                                           "korvane prefs set LogSetpointTraffic Yes", set_preference);
+    set.add_option("NAME", change.name, "name of the preference")->required();
+    set.add_option("VALUE", change.value, "the new text, written as given")->required();
+
+    add_command(group, session, "list", "print all preferences", "korvane prefs list --json", list_preferences);
+}
+
+void declare_masslist(CLI::App& group, Session& session) {
+    const auto [show, shown] = add_command(group, session, "show", "print a mass list",
+                                           "korvane masslist show --polarity Negative", show_lists);
+    add_choice(show, shown);
+    show.add_flag("--all", shown.all, "all lists of the file");
+
+    const auto [set, change] =
+        add_command(group, session, "set", "replace a mass list; it is kept in ascending order",
+                    "korvane masslist set 158.9640 294.9388 566.8885 838.8381 --source ESI", set_list);
+    add_numbers(set, "MASS", change.masses, "m/z of the calibrants in use", positive)->required();
+    add_numbers(set, "--unused", change.unused, "m/z to list as not used", positive);
+    add_choice(set, change.choice);
+
+    add_command(group, session, "check",
+                "check every list of the file: numbers, ascending, enough of them; exit code 1 on faults",
+                "korvane masslist check", check_lists);
+}
+
+void declare_abort(CLI::App& group, Session& session) {
+    group.footer("A request stands until it is reset, and ends whatever runs on the base folder with exit code 6.\n");
+    add_command(group, session, "request", "make the request", "korvane abort request",
+                change_abort<&AbortHelper::TriggerAbort>);
+    add_command(group, session, "reset", "take the request back", "korvane abort reset",
+                change_abort<&AbortHelper::Reset>);
+    add_command(group, session, "status", "tell whether there is a request", "korvane abort status", abort_status);
+}
+
+}  // namespace korvane::program

@@ -1,0 +1,179 @@
+// The instrument as a whole, and other programs: state, recording, automation calls, layers from outside.
+#include <algorithm>
+
+#include "calibrants.h"
+#include "commands.h"
+#include "korvane/automation.h"
+#include "korvane/conformance.h"
+#include "korvane/instrument_contract.h"
+#include "korvane/recording.h"
+#include "text_table.h"
+
+namespace korvane::program {
+
+namespace {
+
+std::string quad_type_text(enumQuadType type) {
+    switch (type) {
+        case enumQuadType::MaxMass4k:
+            return "4000 amu";
+        case enumQuadType::MaxMass8k:
+            return "8000 amu";
+    }
+    return "unknown";
+}
+
+std::string value_text(const Json& value) {
+    if (value.is_string()) return value.get<std::string>();
+    if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+    return value.is_number_integer() ? fmt::format("{}", value.get<std::int64_t>())
+                                     : fmt::format("{:.10g}", value.get<double>());
+}
+
+ExitCode show_state(Session& session, const NoOptions&) {
+    TuneGlobals globals(session.platform());
+    InstrumentGlobals& instrument = session.instrument();
+    const auto not_ready =
+        instrument.actual_value(contract::instrument_register.not_ready_state, contract::not_ready_state_type);
+    const Json state{{"title", instrument.title()},
+                     {"source", globals.GetSourceTypeStr()},
+                     {"polarity", globals.GetPolarityStr()},
+                     {"state", globals.GetCurrentInstrumentStateAsString()},
+                     {"time_segment", globals.CurrentTimeSegment()},
+                     {"scan_segment", globals.CurrentScanSegment()},
+                     {"quad_type", quad_type_text(globals.QuadType())},
+                     {"max_mass", globals.GetMaxMassForCurrentMassRange()},
+                     {"min_spectrum_time_usec", globals.GetMinSpectrumTime_usec()},
+                     {"max_spectrum_time_usec", globals.GetMaxSpectrumTime_usec()},
+                     {"sampling_interval_ns", instrument.sampling_interval_seconds() * 1e9},
+                     {"saturation_threshold_begin", globals.GetSaturationThreshold_Begin()},
+                     {"saturation_threshold_hard", globals.GetSaturationThreshold_Hard()},
+                     {"ready", number_of(not_ready, "not-ready state") > -0.5},  // negative is not ready
+                     {"base_folder", session.base_folder()}};
+    std::string text;
+    for (const auto& [name, value] : state.items()) {
+        std::string label = name;
+        std::replace(label.begin(), label.end(), '_', ' ');
+        text += fmt::format("{:<28}{}\n", label, value_text(value));
+    }
+    return session.show(state, text);
+}
+
+struct RecordOptions {
+    std::optional<std::string> file;
+    std::int64_t spectra = 1;
+};
+
+ExitCode record(Session& session, const RecordOptions& options) {
+    record_spectra(session.platform(), path_of(*options.file), static_cast<std::int32_t>(options.spectra));
+    return session.show(Json{{"file", *options.file}, {"spectra", options.spectra}}, *options.file + "\n");
+}
+
+constexpr const char* call_help =
+    "An argument is JSON (numbers, texts in quotes, true, false, null, arrays, records as objects of their fields) or\n"
+    "plain text; NAME=ARG passes it by the parameter's name, and parameters may be left out from the end. An object "
+    "is\n"
+    "asked of another member: '{\"call\": \"TuneGlobals.GetCurrentCalibrationObjFromDD\"}'. Prints one JSON object: "
+    "the\n"
+    "result, and the new values of the arguments that the member changed. A property is set with CLASS.PROPERTY= "
+    "VALUE.\n"
+    "Options of the program come before \"call\"; all that follows belongs to the call. Members: korvane automation "
+    "list.\n\n"
+    "Examples:\n"
+    "  korvane call TuneGlobals.GetCurrentInstrumentStateAsString\n"
+    "  korvane call SpectrumParser.GetPeakAttribute 5 566.89 dMassWindow=0.5\n"
+    "  korvane call clsTuneParamsXML.GetAutotuneLimitValue RampParams MinimumAcceptableAbundance\n";
+
+ExitCode call(Session& session, std::vector<std::string> words) {
+    if (words.empty()) throw UsageError("CLASS.MEMBER is missing");
+    const std::string member = std::move(words.front());
+    words.erase(words.begin());
+    try {
+        session.print(automation::call_from_texts(session.platform(), member, words) + "\n");
+        return ExitCode::done;
+    } catch (const Error& error) {
+        constexpr std::int32_t no_such_class = 429;
+        if (error.kind() != ErrorKind::usage && error.number() != no_such_class) throw;
+        throw UsageError(error.description());
+    }
+}
+
+ExitCode list_members(Session& session, const NoOptions&) {
+    Json rows = Json::array();
+    std::string text, class_name;
+    for (const auto& member : automation::member_summaries()) {
+        rows.push_back({{"class", member.class_name},
+                        {"member", member.name},
+                        {"dispid", member.dispid},
+                        {"signature", member.signature},
+                        {"help", member.help}});
+        if (member.class_name != class_name) {
+            class_name = member.class_name;
+            text += fmt::format("{}{}\n", text.empty() ? "" : "\n", class_name);
+        }
+        text += fmt::format("  {:>3}  {}\n", member.dispid, member.signature);
+    }
+    return session.show(Json{{"members", std::move(rows)}}, text);
+}
+
+ExitCode conform(Session& session, const std::string& layer) {
+    const Platform platform = layer.empty() ? session.platform() : automation::make_outside_platform(layer);
+    const auto results = check_instrument_layer(*platform.instrument);
+    const auto passed = std::count_if(results.begin(), results.end(), [](const auto& result) { return result.passed; });
+    const auto failed = static_cast<std::ptrdiff_t>(results.size()) - passed;
+    if (passed == 0) platform.instrument->create_globals();  // a layer that cannot be had says why
+    Json rows = Json::array();
+    std::string text;
+    for (const auto& result : results) {
+        rows.push_back({{"operation", result.operation},
+                        {"check", result.check},
+                        {"passed", result.passed},
+                        {"detail", result.detail}});
+        text += fmt::format("{}  {}: {}{}{}\n", result.passed ? "pass" : "FAIL", result.operation, result.check,
+                            result.passed ? "" : ": ", result.detail);
+    }
+    text += fmt::format("{} passed, {} failed\n", passed, failed);
+    session.show(Json{{"passed", passed}, {"failed", failed}, {"checks", std::move(rows)}}, text);
+    return failed ? ExitCode::check_failed : ExitCode::done;
+}
+
+void add_text_command(CLI::App& group, Session& session, const char* name, const char* help, std::string (*text)()) {
+    runs(*group.add_subcommand(name, help)->group("Commands"), session, [text](Session& running) {
+        running.print(text());
+        return ExitCode::done;
+    });
+}
+
+}  // namespace
+
+void declare_state(CLI::App& command, Session& session) {
+    runs(command, session, "korvane state --json", show_state);
+}
+
+void declare_record(CLI::App& command, Session& session) {
+    RecordOptions& options = runs(command, session, "korvane record today.mzML -n 5", record);
+    add_name(command, "FILE", options.file, "file to write", "TEXT")->required();
+    add_count(command, "-n", options.spectra, "number of spectra (1)", 1, 100000);
+}
+
+void declare_call(CLI::App& command, Session& session) {
+    command.footer(call_help);
+    // What follows the member may begin with a dash, a negative number above all.
+    command.fallthrough(false)->prefix_command();
+    runs(command, session, [&command](Session& running) { return call(running, command.remaining()); });
+}
+
+void declare_automation(CLI::App& group, Session& session) {
+    add_command(group, session, "list", "print classes and members with their signatures",
+                "korvane automation list --json", list_members);
+    add_text_command(group, session, "idl", "print the interface definition", &automation::idl_text);
+    add_text_command(group, session, "reference", "print the reference page", &automation::reference_text);
+}
+
+void declare_conform(CLI::App& command, Session& session) {
+    std::string& layer = runs(command, session, "korvane conform ./libmylayer.so", conform);
+    command.add_option("LAYER", layer,
+                       "shared library, or on Windows a ProgID; without it the instrument that the program works on");
+}
+
+}  // namespace korvane::program
