@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what the build and the tests need and the machine lacks, with apt. Parts: native (default), windows.
+# Installs what the build and the tests need and the machine lacks, with apt. Parts: native (default), format, windows,
+# bench, peers, fuzz.
 set -euo pipefail
 
 native=(g++ cmake ninja-build ccache git ca-certificates libexpat1-dev libpugixml-dev libfmt-dev libcli11-dev
@@ -11,11 +12,12 @@ wanted=()
 for part in "${@:-native}"; do
     case $part in
         native) wanted+=("${native[@]}") ;;
+        format) wanted+=(clang-format) ;;
         windows) wanted+=("${windows[@]}") ;;
         bench) wanted+=(libbenchmark-dev) ;;
         peers) wanted+=(libopenms-dev libpwiz-dev qtbase5-dev libboost-dev python3-scipy libxml2-dev) ;;
         fuzz) wanted+=(clang libclang-rt-14-dev) ;;
-        *) echo "usage: $0 [native] [windows] [bench] [peers] [fuzz]" >&2; exit 2 ;;
+        *) echo "usage: $0 [native] [format] [windows] [bench] [peers] [fuzz]" >&2; exit 2 ;;
     esac
 done
 

@@ -1,8 +1,14 @@
 #!/usr/bin/env bash
-# Builds and runs the tests; installs what is missing. Arguments: native (in release and under the sanitizers), windows
-# (cross-built, under Wine); both when there are none.
+# Builds and runs the tests; installs what is missing. Arguments: format (the sources are as .clang-format has them),
+# native (in release and under the sanitizers), windows (cross-built, under Wine); all when there are none.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+format() {
+    scripts/bootstrap.sh format
+    echo "== format"
+    git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
+}
 
 native() {
     scripts/bootstrap.sh native
@@ -33,10 +39,10 @@ windows() {
           -DOBJDUMP=i686-w64-mingw32-objdump -P tests/windows/imports.cmake
 }
 
-[ $# -gt 0 ] || set -- native windows
+[ $# -gt 0 ] || set -- format native windows
 for half in "$@"; do
     case $half in
-        native | windows) "$half" ;;
-        *) echo "usage: $0 [native] [windows]" >&2; exit 2 ;;
+        format | native | windows) "$half" ;;
+        *) echo "usage: $0 [format] [native] [windows]" >&2; exit 2 ;;
     esac
 done

@@ -12,8 +12,8 @@ namespace {
 
 ComPointer<IDispatch> create(HMODULE module, std::string_view class_name) {
     using GetClassObject = HRESULT WINAPI(REFCLSID, REFIID, void**);
-    auto* const get_class_object = reinterpret_cast<GetClassObject*>(
-        reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
+    auto* const get_class_object =
+        reinterpret_cast<GetClassObject*>(reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
     ComPointer<IClassFactory> factory;
     require(get_class_object(guid_of(find_class(class_name)->class_id), IID_IClassFactory,
                              reinterpret_cast<void**>(factory.put())),
@@ -100,15 +100,12 @@ int run(const char* server) {
                                       nullptr, nullptr);
          }},
         {"`Invoke` of a property read", third,
-         [&] {
-             globals->Invoke(segment, IID_NULL, 0, DISPATCH_PROPERTYGET, &none, result.get(), nullptr, nullptr);
-         },
+         [&] { globals->Invoke(segment, IID_NULL, 0, DISPATCH_PROPERTYGET, &none, result.get(), nullptr, nullptr); },
          [&] {
              globals_type->Invoke(globals_dual.get(), segment, DISPATCH_PROPERTYGET, &none, result.get(), nullptr,
                                   nullptr);
          }},
-        {"`GetIDsOfNames`, a name of 71", tenth,
-         [&] { globals->GetIDsOfNames(IID_NULL, &names, 1, 0, &found); },
+        {"`GetIDsOfNames`, a name of 71", tenth, [&] { globals->GetIDsOfNames(IID_NULL, &names, 1, 0, &found); },
          [&] { globals_type->GetIDsOfNames(&names, 1, &found); }},
     };
     std::puts("| figure | direct | by the type library | ratio | reach | reached |\n|---|---|---|---|---|---|");

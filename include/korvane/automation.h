@@ -62,8 +62,8 @@ KORVANE_API Object create_object(std::string_view prog_id, const Platform& platf
 // Where the system has automation objects (Windows), instrument layers and tracers may be such objects. Elsewhere these
 // three are what `korvane/platform.h` has.
 
-/// The process's own platform, built once: KORVANE_INSTRUMENT may name an automation object by its ProgID, and the tracer
-/// is the one that the system has registered. Objects that are created without a platform stand on it.
+/// The process's own platform, built once: KORVANE_INSTRUMENT may name an automation object by its ProgID, and the
+/// tracer is the one that the system has registered. Objects that are created without a platform stand on it.
 KORVANE_API const Platform& process_platform();
 /// A platform with the layer of a shared library, or of the automation object with this ProgID. Errors as
 /// `korvane::make_outside_platform`; a ProgID that cannot be had is error 429 naming it, at the layer's first use.

@@ -28,7 +28,7 @@ TEST(Readiness, OnlyARoundedNegativeStateIsNotReadyWhateverTheRunState) {
                 Lines traced{text_of("NrdyState is ", not_ready)};
                 if (run_state_also)
                     traced = rounded >= 0 ? Lines{}
-                                       : Lines{text_of("Waiting: NReady[", rounded, "], RunState[", run_state, "]")};
+                                          : Lines{text_of("Waiting: NReady[", rounded, "], RunState[", run_state, "]")};
                 EXPECT_EQ(world.traced_by("CheckInstrumentReadyState"), traced);
             }
         registers["ACTUAL.NDR[NRDYSTATE]"] = 32767.5;

@@ -190,7 +190,9 @@ TEST_F(Replay, NamesTheRecordingThatItCannotPlay) {
         text.insert(text.find("<spectrumList"), "<userParam " + std::string(setpoint) + "/>");
         const std::string file = folder.file("setpoints.mzML");
         write_text(file, text);
-        const Error refused = error_of([&] { make_replay({file, folder.path()}, make_system_files(), clock)->create_globals(); });
+        const Error refused = error_of([&] {
+            make_replay({file, folder.path()}, make_system_files(), clock)->create_globals();
+        });
         EXPECT_EQ(refused.number(), -904);
         EXPECT_THAT(refused.description(), testing::AllOf(testing::HasSubstr(file), testing::HasSubstr("setpoint")));
     }

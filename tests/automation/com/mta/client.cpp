@@ -70,9 +70,7 @@ int run() {
 }  // namespace
 }  // namespace korvane::automation
 
-int main() try {
-    return korvane::automation::run();
-} catch (const korvane::Error& error) {
+int main() try { return korvane::automation::run(); } catch (const korvane::Error& error) {
     std::printf("FAIL %s\n", error.what());
     return 1;
 }
