@@ -32,7 +32,7 @@ add_library(pugixml::pugixml ALIAS pugixml)
 
 enable_language(C)
 set(expat ${KORVANE_SOURCES}/expat/expat/lib)
-file(TOUCH ${CMAKE_BINARY_DIR}/expat/expat_config.h)
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/expat/expat_config.h CONTENT "")
 add_library(expat STATIC ${expat}/xmlparse.c ${expat}/xmlrole.c ${expat}/xmltok.c)
 target_include_directories(expat SYSTEM PRIVATE ${CMAKE_BINARY_DIR}/expat PUBLIC ${expat})
 # What its own configuration step finds out, as for Debian's library.
