@@ -116,7 +116,17 @@ ExitCode list_members(Session& session, const NoOptions&) {
     return session.show(Json{{"members", std::move(rows)}}, text);
 }
 
-ExitCode conform(Session& session, const std::string& layer) {
+struct ConformOptions {
+    std::string layer;
+    bool contract = false;
+};
+
+ExitCode conform(Session& session, const ConformOptions& options) {
+    if (options.contract) {
+        session.print(contract::contract_text());
+        return ExitCode::done;
+    }
+    const std::string& layer = options.layer;
     const Platform platform = layer.empty() ? session.platform() : automation::make_outside_platform(layer);
     const auto results = check_instrument_layer(*platform.instrument);
     const auto passed = std::count_if(results.begin(), results.end(), [](const auto& result) { return result.passed; });
@@ -171,9 +181,10 @@ void declare_automation(CLI::App& group, Session& session) {
 }
 
 void declare_conform(CLI::App& command, Session& session) {
-    std::string& layer = runs(command, session, "korvane conform ./libmylayer.so", conform);
-    command.add_option("LAYER", layer,
+    ConformOptions& options = runs(command, session, "korvane conform ./libmylayer.so", conform);
+    command.add_option("LAYER", options.layer,
                        "shared library, or on Windows a ProgID; without it the instrument that the program works on");
+    command.add_flag("--contract", options.contract, "print what the library asks of an instrument, and check nothing");
 }
 
 }  // namespace korvane::program
