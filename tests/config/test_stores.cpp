@@ -7,6 +7,7 @@
 #include "korvane/forwarding.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
+#include "platform/files.h"
 #include "support/memory_platform.h"
 #include "support/raised.h"
 
@@ -338,7 +339,7 @@ TEST_F(Stores, AnyFlagTextButZeroIsAnAbortSeenByAnotherHelper) {
     EXPECT_TRUE(
         trace().ends_with("UserHasClickedAbort: Error[-904]: Item[AbortFlag] not found in Tune XML config file\n"
                           "< UserHasClickedAbort\n"));
-    world.disk->put(preference_path, preferences);
+    world.disk->put(join_path("/base", "TunePreferences.xml"), preferences);
     world.layer->state->base_folder = "/base";
     EXPECT_FALSE(AbortHelper(platform()).UserHasClickedAbort()) << "a folder without a separator at its end";
 }

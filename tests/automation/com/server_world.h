@@ -25,8 +25,11 @@ public:
     /// The text without the path of this world's folder.
     std::string without_folder(std::string text) const {
         const std::string folder = native.base().parent_path().string();
-        for (std::size_t place; (place = text.find(folder)) != std::string::npos;)
-            text.replace(place, folder.size(), "FOLDER");
+        std::string quoted;  // as texts in quotes have it
+        for (const char character : folder) quoted += character == '\\' ? "\\\\" : std::string(1, character);
+        for (const std::string& form : {quoted, folder})
+            for (std::size_t place; (place = text.find(form)) != std::string::npos;)
+                text.replace(place, form.size(), "FOLDER");
         return text;
     }
 

@@ -105,10 +105,10 @@ std::string idl_of(ITypeInfo& info, const FUNCDESC& function) {
         if (flags & PARAMFLAG_FOPT) attributes += ", optional";
         if (flags & PARAMFLAG_FHASDEFAULT)
             attributes += ", defaultvalue(" + default_text(element.paramdesc.pparamdescex->varDefaultValue) + ")";
-        // Puts have no names for their last parameter in a type library.
+        // Puts have no names in a type library: theirs are those of the get with the same number.
         const std::size_t name = static_cast<std::size_t>(place) + 1;
         text += fmt::format("{}\n[{}] {} {}", place == 0 ? "" : ",", attributes, type_text(info, element.tdesc),
-                            name < named ? text_of(names[name]) : "value");
+                            name < named && function.invkind != INVOKE_PROPERTYPUT ? text_of(names[name]) : "value");
     }
     for (BSTR name : names) SysFreeString(name);
     return lower_case(text + ");\n");
