@@ -1,8 +1,6 @@
 #include "instrument/replay/recorder.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <map>
@@ -96,7 +94,7 @@ private:
         if (record.mz.empty() || record.mz.size() != record.intensity.size())
             fail("a spectrum has " + std::to_string(record.mz.size()) + " masses and " +
                  std::to_string(record.intensity.size()) + " abundances");
-        if (!std::all_of(record.intensity.begin(), record.intensity.end(), [](double c) { return std::isfinite(c); }))
+        if (!std::ranges::all_of(record.intensity, [](double counts) { return std::isfinite(counts); }))
             fail("a spectrum has abundances that are not finite numbers");
         double below = 0;
         for (const double mass : record.mz) {
@@ -108,8 +106,7 @@ private:
 
     /// Those that the library reads, and the quadrupole's.
     std::map<std::string, double> setpoints() {
-        using Contract = std::array<contract::Number, sizeof(contract::Setpoints) / sizeof(contract::Number)>;
-        const auto read_ones = std::bit_cast<Contract>(contract::setpoint);
+        const auto read_ones = contract::entries<contract::Number>(contract::setpoint);
         SetpointTable& table = globals_->setpoints();
         std::map<std::string, double> values;
         for (const std::int32_t index : table.indexes())

@@ -1,7 +1,5 @@
 #include "recording_text.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 namespace korvane {
@@ -52,16 +50,6 @@ SpectrumText plain_spectrum() {
         spectrum.intensity.push_back(std::round(30 + 9000 * std::exp(-0.1 * std::pow(i - 120.3, 2)) +
                                                 4000 * std::exp(-0.1 * std::pow(i - 300.7, 2))));
     return spectrum;
-}
-
-Error error_of(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const Error& error) {
-        return error;
-    }
-    ADD_FAILURE() << "no error was raised";
-    return Error(0, "", "");
 }
 
 }  // namespace korvane

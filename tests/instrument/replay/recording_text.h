@@ -7,6 +7,7 @@
 
 #include "instrument/replay/binary_array.h"
 #include "instrument/replay/recording.h"
+#include "support/raised.h"
 #include "support/test_platform.h"
 
 namespace korvane {
@@ -38,8 +39,5 @@ std::vector<double> masses_at(double start_ns, double interval_ns, std::size_t c
 
 /// A spectrum of 400 samples at 1 ns under A = 4.5e-4, B = 0, from 40 us, with two peaks.
 SpectrumText plain_spectrum();
-
-/// The error that `action` raises; fails the test when it raises none.
-Error error_of(const std::function<void()>& action);
 
 }  // namespace korvane
