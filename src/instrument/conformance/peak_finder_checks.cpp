@@ -13,7 +13,7 @@ constexpr double start_ns = 10000;
 constexpr double end_ns = 14000;
 constexpr double baseline_counts = 300;
 constexpr double sigma_ns = 2.5;
-constexpr double full_width_ns = 2.3548 * sigma_ns;
+constexpr double full_width_ns = fwhm_per_sigma * sigma_ns;
 
 struct KnownPeak {
     double centre_ns;
