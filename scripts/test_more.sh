@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the tests where they might differ: under a locale with a decimal comma, with the checking standard library, and
-# under thread sanitizer. Arguments: which of them (locale debug threads; default all).
+# under thread sanitizer; and compiles every source by itself, warnings as errors. Arguments: which of them (sources
+# locale debug threads; default all).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/bootstrap.sh native
@@ -49,12 +50,17 @@ run_debug() {
     ctest --test-dir "$work/debug" --no-tests=error --output-on-failure -j2 -E '^consumer$'
 }
 
+run_sources() {
+    cmake --preset dev -DKORVANE_TESTS=OFF >/dev/null
+    cmake --build --preset dev
+}
+
 run_threads() {
     build threads -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1" -DKORVANE_SANITIZE=thread
     ctest --test-dir "$work/threads" --no-tests=error --output-on-failure -j2 -E '^consumer$'
 }
 
-[ $# -gt 0 ] || set -- locale debug threads
+[ $# -gt 0 ] || set -- sources locale debug threads
 for which in "$@"; do
     echo "== $which"
     "run_$which"
