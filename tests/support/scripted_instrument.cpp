@@ -22,9 +22,56 @@ namespace {
 
 using State = std::shared_ptr<ScriptedState>;
 
-class ScriptedTable final : public SetpointTable {
+/// The instrument and all its views.
+class ScriptedGlobals final : public InstrumentGlobals,
+                              SetpointTable,
+                              InstrumentControl,
+                              CalibrationStore,
+                              HardwareQueries,
+                              FirmwareChannels {
 public:
-    explicit ScriptedTable(State state) : state_(std::move(state)) {}
+    explicit ScriptedGlobals(State state) : state_(std::move(state)) {}
+
+    void initialise() override { state_->call(); }
+    void refresh() override { state_->call(); }
+    SetpointTable& setpoints() override { return *this; }
+    CalibrationStore& calibrations() override { return *this; }
+    HardwareQueries& hardware() override { return *this; }
+    FirmwareChannels& firmware() override { return *this; }
+    InstrumentControl* control() override { return state_->has_control ? this : nullptr; }
+    InstrumentValue dictionary_item(const std::string& name) override {
+        const auto& items = called().dictionary;
+        const auto known = items.find(name);
+        if (known == items.end()) raise_runtime_fault(error_number::invalid_call, name);
+        return known->second;
+    }
+    std::string parameter_name(std::int32_t index) override {
+        state_->call();
+        return index == 23 ? "Experiment" : "parameter " + std::to_string(index);
+    }
+    InstrumentValue actual_value(const std::string& path, const std::string&) override {
+        return called().registers.at(path);
+    }
+    double sampling_interval_seconds() override { return called().sampling_interval_seconds; }
+    std::string source_type() override { return state_->source_type; }
+    std::string source_word() override { return state_->source_word; }
+    std::string time_stamp() override { return state_->time_stamp; }
+    std::string title() override { return state_->title; }
+
+private:
+    ScriptedState& called() {
+        state_->call();
+        return *state_;
+    }
+    ScriptedSetpoint& called(std::int32_t index) { return called().setpoint(index); }
+    void note_segments(std::int32_t time_segment, std::int32_t scan_segment) {
+        state_->time_segment = time_segment;
+        state_->scan_segment = scan_segment;
+    }
+    void note_spectrum() {
+        called().spectra++;
+        state_->journal.push_back("spectrum " + std::to_string(state_->spectra));
+    }
 
     InstrumentValue value(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment) override {
         note_segments(time_segment, scan_segment);
@@ -47,8 +94,7 @@ public:
     std::string external_name(std::int32_t index) override { return called(index).name; }
     std::string internal_name(std::int32_t index) override { return called(index).name; }
     std::int32_t index_of(const std::string& internal_name) override {
-        state_->call();
-        for (const auto& [index, setpoint] : state_->setpoints)
+        for (const auto& [index, setpoint] : called().setpoints)
             if (setpoint.name == internal_name) return index;
         raise_runtime_fault(error_number::invalid_call, internal_name);
     }
@@ -58,156 +104,48 @@ public:
         return all;
     }
 
-private:
-    void note_segments(std::int32_t time_segment, std::int32_t scan_segment) {
-        state_->time_segment = time_segment;
-        state_->scan_segment = scan_segment;
-    }
-    ScriptedSetpoint& called(std::int32_t index) {
-        state_->call();
-        return state_->setpoint(index);
-    }
-    State state_;
-};
-
-class ScriptedControl final : public InstrumentControl {
-public:
-    explicit ScriptedControl(State state) : state_(std::move(state)) {}
-
     void GetNextSpectrum(AcquiredSpectrum& spectrum) override {
-        state_->call();
-        ++state_->spectra;
-        state_->journal.push_back("spectrum " + std::to_string(state_->spectra));
+        note_spectrum();
         if (state_->acquire) state_->acquire(spectrum, state_->spectra);
     }
-    VariantArray<std::string> GetMetaDescription() override {
-        state_->call();
-        return state_->meta_description;
-    }
+    VariantArray<std::string> GetMetaDescription() override { return called().meta_description; }
     std::vector<MetaItem> next_spectrum_metadata() override {
-        state_->call();
-        ++state_->spectra;
-        state_->journal.push_back("spectrum " + std::to_string(state_->spectra));
+        note_spectrum();
         if (state_->metadata_items) return state_->metadata_items();
         std::vector<MetaItem> items;
         for (const auto& [index, setpoint] : state_->setpoints) items.push_back({setpoint.name, setpoint.value});
         return items;
     }
-    double read_register(const std::string& path) override {
-        state_->call();
-        return to_double(state_->registers.at(path));
-    }
+    double read_register(const std::string& path) override { return to_double(called().registers.at(path)); }
 
-private:
-    State state_;
-};
-
-class ScriptedCalibrations final : public CalibrationStore {
-public:
-    explicit ScriptedCalibrations(State state) : state_(std::move(state)) {}
-
-    CalibrationObject calibration(std::int32_t polarity) override {
-        state_->call();
-        return state_->calibrations[polarity];
-    }
+    CalibrationObject calibration(std::int32_t polarity) override { return called().calibrations[polarity]; }
     void store(std::int32_t polarity, const MassTimeCalibration& calibration) override {
-        state_->call();
-        state_->journal.push_back("store calibration " + std::to_string(polarity));
+        called().journal.push_back("store calibration " + std::to_string(polarity));
         state_->calibrations[polarity] = calibration.clone();
     }
 
-private:
-    State state_;
-};
-
-class ScriptedHardware final : public HardwareQueries {
-public:
-    explicit ScriptedHardware(State state) : state_(std::move(state)) {}
-
-    bool has_160cm_flight_tube() override { return answer(state_->flight_tube_160cm); }
+    bool has_160cm_flight_tube() override { return called().flight_tube_160cm; }
     std::string option_name(std::int32_t option_code) override {
-        const auto known = state_->options.find(option_code);
-        return answer(known == state_->options.end() ? "absent " + std::to_string(option_code) : known->second);
+        const auto& options = called().options;
+        const auto known = options.find(option_code);
+        return known == options.end() ? "absent " + std::to_string(option_code) : known->second;
     }
     bool option_present(const std::string& option_name) override {
-        return answer(std::any_of(state_->options.begin(), state_->options.end(),
-                                  [&](const auto& option) { return option.second == option_name; }));
+        return std::ranges::any_of(called().options, [&](const auto& option) { return option.second == option_name; });
     }
-    bool has_positive_post_acceleration() override { return answer(state_->positive_post_acceleration); }
-    std::int16_t abundance_reduction_setting() override { return answer(state_->abundance_reduction); }
-    std::string model() override { return answer(state_->model); }
-
-private:
-    template <class T>
-    T answer(T value) {
-        state_->call();
-        return value;
-    }
-    State state_;
-};
-
-class ScriptedFirmware final : public FirmwareChannels {
-public:
-    explicit ScriptedFirmware(State state) : state_(std::move(state)) {}
+    bool has_positive_post_acceleration() override { return called().positive_post_acceleration; }
+    std::int16_t abundance_reduction_setting() override { return called().abundance_reduction; }
+    std::string model() override { return called().model; }
 
     std::int32_t write(std::int32_t channel, float value) override {
-        state_->call();
-        state_->firmware[channel] = static_cast<double>(value);
+        called().firmware[channel] = static_cast<double>(value);
         state_->journal.push_back(text_of("firmware ", channel, " = ", value));
         if (state_->on_write) state_->on_write(-channel, static_cast<double>(value));
         return 0;
     }
-    double read(std::int32_t channel) override {
-        state_->call();
-        return state_->firmware[channel];
-    }
+    double read(std::int32_t channel) override { return called().firmware[channel]; }
 
-private:
     State state_;
-};
-
-class ScriptedGlobals final : public InstrumentGlobals {
-public:
-    explicit ScriptedGlobals(const State& state)
-        : state_(state), setpoints_(state), control_(state), calibrations_(state), hardware_(state), firmware_(state) {}
-
-    void initialise() override { state_->call(); }
-    void refresh() override { state_->call(); }
-    SetpointTable& setpoints() override { return setpoints_; }
-    CalibrationStore& calibrations() override { return calibrations_; }
-    HardwareQueries& hardware() override { return hardware_; }
-    FirmwareChannels& firmware() override { return firmware_; }
-    InstrumentControl* control() override { return state_->has_control ? &control_ : nullptr; }
-    InstrumentValue dictionary_item(const std::string& name) override {
-        state_->call();
-        const auto known = state_->dictionary.find(name);
-        if (known == state_->dictionary.end()) raise_runtime_fault(error_number::invalid_call, name);
-        return known->second;
-    }
-    std::string parameter_name(std::int32_t index) override {
-        state_->call();
-        return index == 23 ? "Experiment" : "parameter " + std::to_string(index);
-    }
-    InstrumentValue actual_value(const std::string& path, const std::string&) override {
-        state_->call();
-        return state_->registers.at(path);
-    }
-    double sampling_interval_seconds() override {
-        state_->call();
-        return state_->sampling_interval_seconds;
-    }
-    std::string source_type() override { return state_->source_type; }
-    std::string source_word() override { return state_->source_word; }
-    std::string time_stamp() override { return state_->time_stamp; }
-    std::string title() override { return state_->title; }
-
-private:
-    State state_;
-    ScriptedTable setpoints_;
-    ScriptedControl control_;
-    ScriptedCalibrations calibrations_;
-    ScriptedHardware hardware_;
-    ScriptedFirmware firmware_;
 };
 
 class ScriptedPath final : public PathInformation {
