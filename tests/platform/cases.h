@@ -1,6 +1,7 @@
 // Tables of texts, written one behind the other.
 #pragma once
 
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,11 +11,7 @@ namespace korvane {
 /// The parts of a text between bars.
 inline std::vector<std::string> cases_in(std::string_view table) {
     std::vector<std::string> cases;
-    for (std::size_t bar = table.find('|'); bar != std::string_view::npos; bar = table.find('|')) {
-        cases.emplace_back(table.substr(0, bar));
-        table.remove_prefix(bar + 1);
-    }
-    cases.emplace_back(table);
+    for (const auto part : std::views::split(table, '|')) cases.emplace_back(part.begin(), part.end());
     return cases;
 }
 

@@ -8,9 +8,7 @@
 #include <clocale>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <random>
-#include <regex>
 
 #include "platform/cases.h"
 #include "platform/rounding.h"
@@ -25,26 +23,28 @@ const std::string overflow = "6|Korvane|Overflow: ", mismatch = "13|Korvane|Type
 TEST(ToInteger, RoundsHalvesToEvenInEveryRoundingModeOfTheThread) {
     std::mt19937_64 random(3);
     std::uniform_real_distribution<double> uniform(-2e9, 2e9);
-    std::vector<double> values{
-        0.49999999999999994, 4503599627370497.0 / 4194304.0, 2147483647.49999, -2147483648.49999, 1e-300, -1e-300};
+    std::vector<double> values{0.49999999999999994, 2147483647.49999, -2147483648.49999, 1e-300, -1e-300};
     for (int i = -1000; i <= 1000; ++i)
         for (const double around : {i + 0.0, i + 0.5, std::nextafter(i + 0.5, 1e9), std::nextafter(i + 0.5, -1e9)})
             values.push_back(around);
     for (int i = 0; i < 2000; ++i) values.push_back(uniform(random));
-    std::vector<std::int32_t> expected, rounded;
-    for (const double value : values) expected.push_back(static_cast<std::int32_t>(std::lrint(value)));
+    const auto rounded_by = [&](const auto& round) {
+        std::vector<std::int32_t> rounded;
+        for (const double value : values) rounded.push_back(static_cast<std::int32_t>(round(value)));
+        return rounded;
+    };
+    const auto expected = rounded_by([](double value) { return std::lrint(value); });
     for (const int mode : {FE_TONEAREST, FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO}) {
         ASSERT_EQ(std::fesetround(mode), 0);
-        rounded.clear();
-        for (const double value : values) rounded.push_back(to_int32(value));
-        const bool standard = [] {
+        const auto rounded = rounded_by([](double value) { return to_int32(value); });
+        const int inside = [] {
             const StandardRounding guard;
-            return std::fegetround() == FE_TONEAREST;
+            return std::fegetround();
         }();
         const bool restored = std::fegetround() == mode;
         std::fesetround(FE_TONEAREST);
         EXPECT_EQ(rounded, expected) << "in mode " << mode;
-        EXPECT_TRUE(standard && restored) << mode;
+        EXPECT_TRUE(inside == FE_TONEAREST && restored) << mode;
     }
 }
 
@@ -52,55 +52,53 @@ TEST(ToInteger, OverflowsExactlyWhereTheRoundedNumberDoesNotFitAndTakesNumbersAn
     EXPECT_EQ(to_int16(32767.49), 32767);
     EXPECT_EQ(to_int16(-32768.5), -32768);
     EXPECT_EQ(to_int32(2147483647.4999998), 2147483647);
-    EXPECT_EQ(to_int32(-2147483648.5), std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(to_int32(-2147483648.5), -2147483647 - 1);
     for (const double value : {32767.5, -32768.51, 1e300, -1e300, double(INFINITY), -double(INFINITY), double(NAN)})
         EXPECT_EQ(raised([&] { to_int16(value); }), overflow + number_text(value));
     for (const double value : {2147483647.5, -2147483648.500001, 1e19, double(INFINITY), double(NAN)})
         EXPECT_EQ(raised([&] { to_int32(value); }), overflow + number_text(value));
-    EXPECT_EQ(to_double(InstrumentValue{7}), 7.0);
-    EXPECT_EQ(to_double(InstrumentValue{2.5}), 2.5);
-    EXPECT_EQ(to_double(InstrumentValue{std::string(" -2.5 ")}), -2.5);
-    EXPECT_EQ(to_int32(InstrumentValue{std::string("2.5")}), 2);
-    EXPECT_EQ(to_int16(InstrumentValue{3.5}), 4);
+    EXPECT_EQ(to_double(InstrumentValue{7}) + to_double(InstrumentValue{std::string(" -2.5 ")}), 4.5);
+    EXPECT_EQ(to_int32(InstrumentValue{std::string("2.5")}) + to_int16(InstrumentValue{3.5}), 6);
     EXPECT_EQ(raised([] { to_int16(InstrumentValue{40000}); }), overflow + "40000");
     EXPECT_EQ(raised([] { to_double(InstrumentValue{}); }), mismatch + "no value");
     EXPECT_EQ(raised([] { to_int32(InstrumentValue{std::string("x")}); }), mismatch + "[x]");
 }
 
+/// The fewest digits that read back; plain decimals for exponents -5 to 15.
+template <class Number>
+std::string shortest_text(Number value) {
+    for (int precision = 0;; ++precision) {
+        std::string text = fmt::format("{:.{}e}", value, precision);
+        Number back = 0;
+        std::from_chars(text.data(), text.data() + text.size(), back);
+        if (back != value) continue;
+        const double same = std::stod(text), magnitude = std::abs(same);
+        const int exponent = std::stoi(text.substr(text.find('e') + 1));
+        if (magnitude >= 1e-5 && magnitude < 1e16)
+            return fmt::format("{:.{}f}", same, std::max(precision - exponent, 0));
+        text.replace(text.find('e'), 1, "E");
+        return text;
+    }
+}
+
 template <class Number, class Bits>
-void expect_shortest_round_trips() {
+void expect_shortest_texts() {
     std::mt19937_64 random(5);
-    const std::regex plain("-?(0|[1-9][0-9]*)(\\.[0-9]*[1-9])?");
-    const std::regex no_digit("[^0-9]"), outer_zeros("^0+|0+$");
-    const std::regex scientific("-?[1-9](\\.[0-9]*[1-9])?E[+-][0-9]{2,3}");
-    for (int i = 0; i < 20'000; ++i) {
+    for (int i = 0; i < 10'000; ++i) {
         // Every bit pattern, and numbers of everyday size with few digits.
         const Bits bits = static_cast<Bits>(random());
-        Number value = static_cast<Number>(static_cast<double>(random() % 2'000'000) - 1e6) *
-                       static_cast<Number>(std::pow(10.0, static_cast<int>(random() % 30) - 15));
+        Number value = static_cast<Number>((static_cast<double>(random() % 2'000'000) - 1'000'000.5) *
+                                           std::pow(10.0, static_cast<int>(random() % 30) - 15));
         if (i % 2 == 0) std::memcpy(&value, &bits, sizeof value);
         if (!std::isfinite(value)) continue;
-        const std::string text = number_text(value);
-        Number back = 1;
-        const auto parsed = std::from_chars(text.data(), text.data() + text.size(), back);
-        ASSERT_TRUE(parsed.ec == std::errc() && parsed.ptr == text.data() + text.size()) << text;
-        ASSERT_EQ(back, value) << text;
-        const double magnitude = std::abs(static_cast<double>(value));
-        const bool is_plain = value == 0 || (magnitude >= 1e-5 && magnitude < 1e16);
-        ASSERT_TRUE(std::regex_match(text, is_plain ? plain : scientific)) << text;
-        std::string digits = std::regex_replace(text.substr(0, text.find('E')), no_digit, "");
-        digits = std::regex_replace(digits, outer_zeros, "");
-        if (digits.size() < 2) continue;
-        const std::string shorter = fmt::format("{:.{}e}", value, digits.size() - 2);
-        std::from_chars(shorter.data(), shorter.data() + shorter.size(), back);
-        ASSERT_NE(back, value) << text << " is longer than " << shorter;
-        ASSERT_EQ(static_cast<Number>(parse_double(text)), value);
+        ASSERT_EQ(number_text(value), shortest_text(value));
+        ASSERT_EQ(static_cast<Number>(parse_double(number_text(value))), value);
     }
 }
 
 TEST(NumberText, ReadsBackExactlyInTheFormOfItsSizeAsAutomationPrintsIt) {
-    expect_shortest_round_trips<double, std::uint64_t>();
-    expect_shortest_round_trips<float, std::uint32_t>();
+    expect_shortest_texts<double, std::uint64_t>();
+    expect_shortest_texts<float, std::uint32_t>();
     for (const std::string& text : cases_in("0|0.1|-1.5|0.00001|1E-06|1.5E-07|9500000000000000|1E+16|-1.25E+100|"
                                             "622.0289600000001|5E-324"))
         EXPECT_EQ(number_text(parse_double(text)), text);
@@ -134,10 +132,7 @@ TEST(ParseDouble, TakesWhatIsANumberWhollyAndRefusesAllElseNamingIt) {
 #ifndef _WIN32  // where the separator is the user's own setting, not the process's
 TEST(ParseDouble, FollowsACommaLocaleAndNumberTextDoesNot) {
     const std::string before = std::setlocale(LC_NUMERIC, nullptr);
-    const char* found = nullptr;
-    for (const char* const name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8"})
-        if (found == nullptr) found = std::setlocale(LC_NUMERIC, name);
-    if (found == nullptr) GTEST_SKIP() << "no locale with a decimal comma is installed";
+    if (!std::setlocale(LC_NUMERIC, "de_DE.UTF-8")) GTEST_SKIP() << "no locale with a decimal comma is installed";
     const std::string texts = number_text(parse_double("1,5")) + raised([] { (void)parse_double("1.5"); }) +
                               raised([] { (void)parse_double("1.000,5"); });
     std::setlocale(LC_NUMERIC, before.c_str());
@@ -146,14 +141,13 @@ TEST(ParseDouble, FollowsACommaLocaleAndNumberTextDoesNot) {
 #endif
 
 TEST(DateTexts, PadAndTurnTheHourRound) {
-    const LocalTime morning{2026, 1, 2, 8, 3, 5}, evening{2009, 11, 21, 20, 30, 15};
-    EXPECT_EQ(date_yyyymmdd(morning) + time_hhmmss(morning) + date_yymmdd(morning), "20260102080305260102");
-    EXPECT_EQ(date_yymmdd(evening), "091121");
+    const LocalTime morning{2026, 1, 2, 8, 3, 5}, midnight{2009, 11, 21, 0, 0, 0};
+    EXPECT_EQ(date_yyyymmdd(morning) + time_hhmmss(morning) + date_yymmdd(midnight), "20260102080305091121");
+    EXPECT_EQ(general_date_text(midnight), "11/21/2009");
     EXPECT_EQ(general_date_text(morning), "1/2/2026 8:03:05 AM");
-    EXPECT_EQ(general_date_text(evening), "11/21/2009 8:30:15 PM");
-    EXPECT_EQ(general_date_text({2026, 11, 21, 0, 0, 1}), "11/21/2026 12:00:01 AM");
-    EXPECT_EQ(general_date_text({2026, 11, 21, 12, 0, 0}), "11/21/2026 12:00:00 PM");
-    EXPECT_EQ(general_date_text({2026, 11, 21, 0, 0, 0}), "11/21/2026");
+    for (const auto& [hour, text] :
+         {std::pair(0, "12:00:01 AM"), {11, "11:00:01 AM"}, {12, "12:00:01 PM"}, {20, "8:00:01 PM"}})
+        EXPECT_EQ(general_date_text({2026, 11, 21, hour, 0, 1}), std::string("11/21/2026 ") + text);
 }
 
 }  // namespace
