@@ -32,39 +32,31 @@ TEST(Trace, ReportsUnderTheRoutineThatRunsAndInNestedOrder) {
         outer.TR_PRINT("  before  ");
         routine(traced.trace, {"Inner"}, no_line, [&](TraceObj& inner) { inner.TR_PRINT("value ", 1.5, " ", true); });
         outer.TR_PRINT("after");
+        TraceObj late(traced.trace);
+        late.TR_PRINT("early");
+        late.TR_ENTRY(9, "Late");
+        late.TR_PRINT("   ");
     });
     EXPECT_EQ(traced.lines(), (Lines{"> Outer", "Outer: before", "> Inner", "Inner: value 1.5 True", "< Inner",
-                                     "Outer: after", "< Outer"}));
-    EXPECT_EQ(traced.tracers->record->levels, (std::vector<std::int32_t>{4, 9}));
+                                     "Outer: after", "Outer: early", "> Late", "Late: ", "< Late", "< Outer"}));
+    EXPECT_EQ(traced.tracers->record->levels, (std::vector<std::int32_t>{4, 9, 9}));
     EXPECT_EQ(traced.tracers->record->module_name, "korvanetune");
-}
-
-TEST(Trace, PrintBeforeTheEntryIsReportedUnderTheCaller) {
-    Traced traced;
-    TraceObj outer(traced.trace);
-    outer.TR_ENTRY(9, "Outer");
-    TraceObj inner(traced.trace);
-    inner.TR_PRINT("early");
-    inner.TR_ENTRY(9, "Inner");
-    inner.TR_PRINT("   ");
-    EXPECT_EQ(traced.lines(), (Lines{"> Outer", "Outer: early", "> Inner", "Inner: "}));
 }
 
 TEST(Trace, SwitchedOffMakesNoCallAndSwitchingOnLaterIsNotNoticed) {
     Traced traced;
-    traced.tracers->record->on = false;
-    const auto run = [&] {
-        routine(traced.trace, {"Outer"}, [&](TraceObj& record) {
-            record.TR_PRINT("never");
-            throw Error(-1, "source", "text");
-        });
-    };
-    EXPECT_EQ(raised(run), "-1|source|text");
-    EXPECT_EQ(traced.error_line, "Error[-1] in Outer(): text") << "kept without tracing too";
-    traced.tracers->record->on = true;
-    EXPECT_EQ(raised(run), "-1|source|text");
+    for (const bool on : {false, true}) {
+        traced.tracers->record->on = on;
+        EXPECT_EQ(raised([&] {
+                      routine(traced.trace, {"Outer"}, [&](TraceObj& record) {
+                          record.TR_PRINT("never");
+                          throw Error(-1, "source", "text");
+                      });
+                  }),
+                  "-1|source|text");
+        EXPECT_EQ(traced.error_line, "Error[-1] in Outer(): text") << "kept without tracing too";
+    }
     EXPECT_EQ(traced.lines(), Lines{});
-    EXPECT_EQ(traced.tracers->created, 1);
     std::thread([&] { routine(traced.trace, {"Other"}, [] {}); }).join();
     EXPECT_EQ(traced.lines(), (Lines{"> Other", "< Other"})) << "a new thread reads the flag anew";
     EXPECT_EQ(traced.tracers->created, 2);
@@ -80,7 +72,6 @@ TEST(Routine, EveryKindOfFailureBecomesAnAutomationErrorAndGoesTheWayOfItsReacti
         {[] { throw 5; }, "51|Korvane|Internal error"},
     };
     for (const auto& row : failures) {
-        const std::function<void()>& failure = row.first;
         const std::string& expected = row.second;
         const std::string number = expected.substr(0, expected.find('|'));
         const std::string text = expected.substr(expected.rfind('|') + 1);
@@ -88,19 +79,19 @@ TEST(Routine, EveryKindOfFailureBecomesAnAutomationErrorAndGoesTheWayOfItsReacti
         const auto trace_of = [&](const std::string& line) { return Lines{"> Inner", "Inner: " + line, "< Inner"}; };
         const auto replace = [](TraceObj&, RoutineName, const Error&) { throw Error(-901, "other", "replaced"); };
         const auto number_of = [](TraceObj&, RoutineName, const Error& error) { return error.number(); };
-        const auto fail = [&]() -> std::int32_t { return failure(), 0; };
+        const auto fail = [&row]() -> std::int32_t { return row.first(), 0; };
 
         Traced again, silent, odd, ended, replaced, result;
-        EXPECT_EQ(raised([&] { routine(again.trace, {"Inner"}, failure); }), expected);
+        EXPECT_EQ(raised([&] { routine(again.trace, {"Inner"}, row.first); }), expected);
         EXPECT_EQ(again.lines(), trace_of(named));
         EXPECT_EQ(again.error_line, named);
-        EXPECT_EQ(raised([&] { routine(silent.trace, {"Inner"}, no_line, failure); }), expected);
+        EXPECT_EQ(raised([&] { routine(silent.trace, {"Inner"}, no_line, row.first); }), expected);
         EXPECT_EQ(silent.lines(), (Lines{"> Inner", "< Inner"}));
-        EXPECT_EQ(raised([&] { routine(odd.trace, {"Inner"}, ErrorLine{"e ", " -> ", "!"}, failure); }), expected);
+        EXPECT_EQ(raised([&] { routine(odd.trace, {"Inner"}, ErrorLine{"e ", " -> ", "!"}, row.first); }), expected);
         EXPECT_EQ(odd.lines(), trace_of("e " + number + " -> " + text + "!"));
-        routine(ended.trace, {"Inner"}, swallowed_after(NamedLine{"error"}), failure);
+        routine(ended.trace, {"Inner"}, swallowed_after(NamedLine{"error"}), row.first);
         EXPECT_EQ(ended.error_line, "e" + named.substr(1));
-        EXPECT_EQ(raised([&] { routine(replaced.trace, {"Inner"}, replace, failure); }), "-901|other|replaced");
+        EXPECT_EQ(raised([&] { routine(replaced.trace, {"Inner"}, replace, row.first); }), "-901|other|replaced");
         EXPECT_EQ(std::to_string(routine(result.trace, {"Inner"}, number_of, fail)), number);
     }
 }
