@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include <cmath>
 #include <limits>
 
@@ -7,6 +5,8 @@
 
 namespace korvane {
 namespace {
+
+using testing::StartsWith;
 
 class Calibration : public TuneGlobalsTest {
 protected:
@@ -38,29 +38,32 @@ std::vector<double> values(const CalibrationCoefficients& c) {
 
 TEST_F(Calibration, TermsAreScaledByTheirNumbersInTheOrderOfUse) {
     const CalibrationCoefficients us{0.5, 1.5, 2, 3, 4, 5, 6, 7};
-    struct Row {
-        VariantArray<std::int32_t> flags;
-        CalibrationCoefficients ns;
-    };
-    const Row rows[] = {
+    const std::pair<VariantArray<std::int32_t>, CalibrationCoefficients> rows[] = {
         {{}, {0.0005, 1500, 2, 3, 4, 5, 6, 7}},
         {{Flags{0, 0, 2, -1}}, {0.0005, 1500, 2, 3, 4, 5, 6, 7}},
-        {{Flags{1, 0, 1}}, {0.0005, 1500, 2, 3e-6, 4, 5, 6, 7}},
-        {{Flags{1, 0, 1}, 3}, {0.0005, 1500, 2e-9, 3e-15, 4, 5, 6, 7}},
         {{Flags{1, 1, 1, 1, 1, 1, 1, 1}}, {0.0005, 1500, 2, 3e-3, 4e-6, 5e-9, 6e-12, 7e-15}},
+        {{Flags{1, 0, 1}, 3}, {0.0005, 1500, 2e-9, 3e-15, 4, 5, 6, 7}},
     };
     auto made = globals();
-    for (const Row& row : rows) {
-        calibrate(0, row.flags);
+    for (const auto& [flags, scaled] : rows) {
+        calibrate(0, flags);
+        test.trace().lines.clear();
         const auto ns = made.convert_coefficients_usec_to_nsec(us);
-        EXPECT_THAT(values(ns), testing::Pointwise(testing::DoubleEq(), values(row.ns)));
+        EXPECT_THAT(values(ns), testing::Pointwise(testing::DoubleEq(), values(scaled)));
+        const Lines traced = test.trace().lines;
         EXPECT_THAT(values(made.convert_coefficients_nsec_to_usec(ns)),
                     testing::Pointwise(testing::DoubleEq(), values(us)));
+        if (&flags != &rows[3].first) continue;
+        const std::string outer = "convert_coefficients_usec_to_nsec: ", inner = "convert_coefficients_nsec_to_usec: ";
+        EXPECT_EQ(
+            traced,
+            (Lines{"> convert_coefficients_usec_to_nsec", outer + "pMassCoef.A (before conversion to nsec) = 0.5",
+                   outer + "pMassCoef.B (before conversion to nsec) = 1.5", "> convert_coefficients_nsec_to_usec",
+                   inner + "ValueUseFlags[lbound,ubound] = 3,5", inner + "Term 3 used", inner + "writing C coeff",
+                   inner + "Term 5 used", inner + "writing D coeff", "< convert_coefficients_nsec_to_usec",
+                   outer + "pMassCoef.A (after conversion to nsec) = 0.0005",
+                   outer + "pMassCoef.B (after conversion to nsec) = 1500", "< convert_coefficients_usec_to_nsec"}));
     }
-}
-
-TEST_F(Calibration, OverflowNamesTheCoefficient) {
-    auto made = globals();
     calibrate(0, Flags{0, 1});
     const double huge = std::numeric_limits<double>::max();
     for (const auto& [given, to_ns, name] : {std::tuple{CalibrationCoefficients{huge}, false, 'A'},
@@ -71,43 +74,22 @@ TEST_F(Calibration, OverflowNamesTheCoefficient) {
     EXPECT_EQ(made.convert_coefficients_nsec_to_usec({1, 1, 1, huge}).D, huge) << "an unused term was scaled";
 }
 
-TEST_F(Calibration, WholeTraceOfAConversion) {
+TEST_F(Calibration, DefaultsComeFromOverrideModelOrDictionaryIntoTheLentObjectOfThePolarityOfNow) {
     auto made = globals();
-    calibrate(0, VariantArray<std::int32_t>(Flags{1, 0, 1}, 2));
-    made.convert_coefficients_usec_to_nsec({0.5, 1.5, 2, 3});
-    const std::string outer = "convert_coefficients_usec_to_nsec: ", inner = "convert_coefficients_nsec_to_usec: ";
-    EXPECT_EQ(test.trace().lines,
-              (Lines{"> convert_coefficients_usec_to_nsec", outer + "pMassCoef.A (before conversion to nsec) = 0.5",
-                     outer + "pMassCoef.B (before conversion to nsec) = 1.5", "> convert_coefficients_nsec_to_usec",
-                     inner + "ValueUseFlags[lbound,ubound] = 2,4", inner + "Term 2 used", inner + "writing C coeff",
-                     inner + "Term 4 used", inner + "writing D coeff", "< convert_coefficients_nsec_to_usec",
-                     outer + "pMassCoef.A (after conversion to nsec) = 0.0005",
-                     outer + "pMassCoef.B (after conversion to nsec) = 1500", "< convert_coefficients_usec_to_nsec"}));
-}
-
-TEST_F(Calibration, DefaultsComeFromOverrideModelOrDictionary) {
-    auto made = globals();
-    for (const auto& [override_text, model, a, b] : {std::tuple{"Yes", "K4410A", 0.11, 1100.0},
-                                                     {"Yes", "K4430", 0.11, 1100.0},
-                                                     {"yes", "K4430", 0.33, 3300.0},
-                                                     {"No", "K4410X9", 0.44, 3300.0},
-                                                     {"No", "K441", 0.33, 3300.0},
-                                                     {"", "xK4410", 0.33, 3300.0}}) {
+    for (const auto& [override_text, model, polarity, a, b] : {std::tuple{"Yes", "K4410A", 0.0, 0.11, 1100.0},
+                                                               {"Yes", "K4430", 0.0, 0.11, 1100.0},
+                                                               {"yes", "K4430", 1.0, 0.33, 3300.0},
+                                                               {"No", "K4410X9", -1.0, 0.44, 3300.0},
+                                                               {"No", "K441", 0.0, 0.33, 3300.0},
+                                                               {"", "xK4410", 0.0, 0.33, 3300.0}}) {
         test.preference("DefaultCalib_UseOverrideValues", override_text);
         test.instrument().model = model;
-        EXPECT_EQ(made.getDefaultCalibCoefA_nsec(), a) << override_text << model;
-        EXPECT_EQ(made.getDefaultCalibrationCoeffs_nsec(), (CalibrationCoefficients{a, b})) << override_text << model;
-    }
-}
-
-TEST_F(Calibration, DefaultObjectIsTheLentOneChangedInPlaceForThePolarityOfNow) {
-    auto made = globals();
-    for (double polarity : {0.0, 1.0, -1.0}) {
         setpoint(119, polarity);
+        EXPECT_EQ(made.getDefaultCalibCoefA_nsec(), a) << override_text << model;
         const auto lent = made.GetCurrentCalibrationObjFromDD();
         EXPECT_EQ(lent, test.instrument().calibrations[polarity == 0 ? 0 : 1]);
         EXPECT_EQ(made.getDefaultMTObj_nsec(), lent);
-        EXPECT_EQ(lent->coefficients(), (CalibrationCoefficients{0.33, 3300}));
+        EXPECT_EQ(lent->coefficients(), (CalibrationCoefficients{a, b}));
         EXPECT_EQ(lent->settings(), (CalibrationSettings{2, 7, -8}));
     }
 }
@@ -125,51 +107,43 @@ TEST_F(Calibration, NewCalibrationIsConvertedWholeAndStoredForThePolarityOfNow) 
         EXPECT_TRUE(test.trace().contains(std::string("WriteThisCalibrationObjToDD: Saving new coefficients to ") +
                                           word + " mode calibrant"));
     }
-    EXPECT_EQ(raised([&] { made.WriteThisCalibrationObjToDD(nullptr); }).substr(0, 3), "91|");
+    EXPECT_THAT(raised([&] { made.WriteThisCalibrationObjToDD(nullptr); }), StartsWith("91|"));
     test.instrument().calibrations.clear();
-    EXPECT_EQ(raised([&] { made.GetCurrentCalibrationObjFromDD(); }).substr(0, 3), "91|");
+    EXPECT_THAT(raised([&] { made.GetCurrentCalibrationObjFromDD(); }), StartsWith("91|"));
 }
 
-TEST_F(Calibration, StatisticsAreThoseOfEveryColumnAndFailWhole) {
+TEST_F(Calibration, StatisticsAreThoseOfEverySeries) {
     auto made = globals();
-    VariantMatrix<double> values(3, 2), one(1, 1);
-    for (std::size_t row = 0; row < 3; ++row) {
-        values.at(row, 0) = static_cast<double>(row + 1);
-        values.at(row, 1) = 1e9 + static_cast<double>(row % 2);
-    }
-    VariantArray<double> means, deviations;
-    made.CalculateMeanAndStdevForThisData(values, means, deviations);
-    EXPECT_EQ(means.at(0), 2);
-    EXPECT_EQ(deviations.at(0), 1);
-    EXPECT_NEAR(deviations.at(1), std::sqrt(1.0 / 3), 1e-7) << "cancellation";
-    EXPECT_EQ(raised([&] { made.CalculateMeanAndStdevForThisData(one, means, deviations); }).substr(0, 3), "11|");
-    EXPECT_EQ(means.at(0), 2) << "a failed call changed its results";
-}
-
-TEST_F(Calibration, MassErrorsArePpmPerMassOverTheSpectra) {
-    auto made = globals();
-    const auto calibration = std::make_shared<SquareLawCalibration>(CalibrationCoefficients{1e-4, 0});
+    const auto law = std::make_shared<SquareLawCalibration>(CalibrationCoefficients{1e-4, 0});
     const VariantArray<double> expected(std::vector<double>{100, 400}, 1);
-    const double ppm_given[2][3] = {{-1, 0, 1}, {10, 20, 30}};
-    VariantMatrix<double> times(2, 3), raw;
+    const double ppm[2][3] = {{-1, 0, 1}, {1e4, 1e4 + 20, 1e4 + 10}};
+    VariantMatrix<double> times(2, 3), transposed(3, 2), raw, one(1, 1);
     for (std::size_t mass = 0; mass < 2; ++mass)
-        for (std::size_t spectrum = 0; spectrum < 3; ++spectrum)
+        for (std::size_t spectrum = 0; spectrum < 3; ++spectrum) {
             times.at(mass, spectrum) =
-                calibration->time_from_mass(expected.elements()[mass] * (1 + ppm_given[mass][spectrum] * 1e-6));
+                law->time_from_mass(expected.elements()[mass] * (1 + ppm[mass][spectrum] * 1e-6));
+            transposed.at(spectrum, mass) = ppm[mass][spectrum];
+        }
     VariantArray<double> means, deviations;
-    made.CalculateStdevOfMassAssignmentErrorForTheseMasses(expected, times, calibration, raw, means, deviations);
-    EXPECT_NEAR(raw.at(1, 2), 30, 1e-6);
-    EXPECT_NEAR(means.at(0), 0, 1e-6);
-    EXPECT_NEAR(means.at(1), 20, 1e-6);
-    EXPECT_NEAR(deviations.at(1), 10, 1e-6);
-    const std::pair<VariantArray<double>, std::string> bad[] = {
-        {std::vector<double>{100}, "9|"}, {std::vector<double>{100, 0}, "11|"}, {{}, "9|"}};
-    for (const auto& [masses, number] : bad)
-        EXPECT_TRUE(raised([&] {
-                        made.CalculateStdevOfMassAssignmentErrorForTheseMasses(masses, times, calibration, raw, means,
-                                                                               deviations);
-                    }).starts_with(number));
-    EXPECT_EQ(raw.columns(), 3u);
+    const auto assess = [&](const VariantArray<double>& masses) {
+        return raised([&] {
+            made.CalculateStdevOfMassAssignmentErrorForTheseMasses(masses, times, law, raw, means, deviations);
+        });
+    };
+    for (const bool of_masses : {false, true}) {
+        means = deviations = {};
+        of_masses ? (void)assess(expected) : made.CalculateMeanAndStdevForThisData(transposed, means, deviations);
+        for (int mass = 0; mass < 2; ++mass) {
+            EXPECT_NEAR(means.at(mass), mass ? 1e4 + 10 : 0, 1e-6);
+            EXPECT_NEAR(deviations.at(mass), mass ? 10 : 1, 1e-6);
+        }
+    }
+    EXPECT_NEAR(raw.at(1, 2), 1e4 + 10, 1e-6);
+    EXPECT_THAT(raised([&] { made.CalculateMeanAndStdevForThisData(one, means, deviations); }), StartsWith("11|"));
+    EXPECT_NEAR(means.at(1), 1e4 + 10, 1e-6) << "a failed call changed its results";
+    EXPECT_THAT(assess(std::vector<double>{100}), StartsWith("9|"));
+    EXPECT_THAT(assess(std::vector<double>{100, 0}), StartsWith("11|"));
+    EXPECT_THAT(assess({}), StartsWith("9|"));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The world of the tests of the tune globals.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,30 +28,6 @@ protected:
         made.value = value;
         if (!name.empty()) made.name = name;
         return made;
-    }
-    void abort_after_events(int polls) {
-        test.clock->on_events = [this, polls, seen = 0]() mutable {
-            if (++seen == polls) test.preference("AbortFlag", "1");
-        };
-    }
-    /// The trace without the abort polls and openings inside other routines.
-    Lines own_trace() const {
-        Lines lines;
-        int hidden = 0;
-        for (const std::string& line : test.tracers->record->lines) {
-            const bool poll = line.ends_with(" UserHasClickedAbort") || line.ends_with(" GetTunePreference") ||
-                              line.ends_with(" GetTuneParamByXMLPath") || line.ends_with(" OpenTuneParamsXML");
-            if (poll) hidden += line.front() == '>' ? 1 : -1;
-            if (!poll && hidden == 0) lines.push_back(line);
-        }
-        return lines;
-    }
-    void expect_balanced_trace() const {
-        const Lines& lines = test.tracers->record->lines;
-        const auto count = [&](char c) {
-            return std::count_if(lines.begin(), lines.end(), [&](const auto& line) { return line.front() == c; });
-        };
-        EXPECT_EQ(count('>'), count('<'));
     }
 
     TestPlatform test;
