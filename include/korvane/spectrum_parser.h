@@ -116,8 +116,9 @@ public:
 
     /// Setpoint value (in the setpoint's unit) at which the abundance at `mz` comes down to `AbTarget`, by bisection:
     /// the probe that came within tolerance, else the best one at or under the target, else the value on entry. The
-    /// setpoint keeps the last probe; an error leaves the number of transients reduced. Errors: 11 for a speed-up
-    /// factor of 0, 6 for an abundance that no 32-bit integer holds.
+    /// setpoint keeps the last probe; an error leaves the number of transients reduced. `dmz` is only logged. A probe
+    /// whose measurement failed still succeeds where the abundance held before lies within tolerance; an abort never
+    /// does. Errors: 11 for a speed-up factor of 0, 6 for an abundance that no 32-bit integer holds.
     double BinaryAdjustAbundanceDownUsingThisSetpoint(std::int32_t IdxOfSetpointToAdjust, double mz, double AbTarget,
                                                       double dmz = 30.0, bool bLowerThisSPToReduceAbundance = true,
                                                       double StartingMinSPValue = search_value_not_given,

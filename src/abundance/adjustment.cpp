@@ -27,16 +27,10 @@ struct SearchRequest {
     double StartingMinSPValue, StartingMaxSPValue, SPResolution;
 };
 
-/// A failing write is kept in `ErrorMsgString` and never raised, as with the other logs. The log stays open as long as
-/// the parser.
+/// The log stays open as long as the parser.
 void WriteLineToBinarySearchLogFile(ParserState& state, const std::string& line) {
-    const auto keep_text = [&](TraceObj& record, RoutineName name, const Error& error) {
-        const std::string text = text_of("error[", error.number(), "] in ", name.name, "(): ", error.description());
-        record.TR_PRINT(text);
-        state.tune.set_ErrorMsgString(text);
-        return true;
-    };
-    routine(state.trace, {"WriteLineToBinarySearchLogFile"}, keep_text, [&] {
+    const auto keep = [&](const std::string& text) { state.tune.set_ErrorMsgString(text); };
+    log_routine(state.trace, {"WriteLineToBinarySearchLogFile"}, keep, [&] {
         if (!state.search_log.is_open()) {
             const LocalTime now = state.platform.clock->now();
             const InstrumentValue gain_channel = state.current().table().value(
@@ -52,7 +46,11 @@ void WriteLineToBinarySearchLogFile(ParserState& state, const std::string& line)
 template <class... Pieces>
 void search_line(ParserState& state, TraceObj& record, const Pieces&... pieces) {
     record.TR_PRINT(pieces...);
-    if (state.search_log_is_on) WriteLineToBinarySearchLogFile(state, text_of(pieces...));
+    if (state.search_log_is_on.value_or(false)) WriteLineToBinarySearchLogFile(state, text_of(pieces...));
+}
+
+bool is_search_log_chosen(ParserState& state) {
+    return state.prefs.GetTunePreference("BinarySearchLoggingEnabled") == "3000";
 }
 
 /// One search through the setpoint table, with the wait for readiness. Setpoint values are called voltages, as in the
@@ -125,10 +123,11 @@ protected:
     void line(const Pieces&... pieces) {
         search_line(state_, record_, pieces...);
     }
-    /// Runs a statement of a probe: those after it run whether it fails or not. The last error is kept, but for a mere
-    /// absence of peaks.
+    /// Runs a statement of a probe: those after it run whether it fails or not, but after an abort. The last error is
+    /// kept, but for a mere absence of peaks.
     template <class Statement>
     void collect(const Statement& statement) {
+        if (is_aborted()) return;
         try {
             statement();
         } catch (...) {
@@ -136,6 +135,8 @@ protected:
             if (!means_no_peaks(error)) pending_ = error;
         }
     }
+
+    bool is_aborted() const { return pending_ && pending_->number() == error_number::user_aborted; }
 
     SpectrumParser& parser_;
     ParserState& state_;
@@ -156,7 +157,7 @@ private:
         state_.adjustment.scaled_target = request_.AbTarget;
         state_.adjustment.speed_up_factor = SpeedUpFactor;
 
-        state_.search_log_is_on = state_.prefs.GetTunePreference("BinarySearchLoggingEnabled") == "3000";
+        state_.search_log_is_on = is_search_log_chosen(state_);
         line(name_, "(IdxOfSetpointToAdjust[", index, "], mz[", request_.mz, "], AbTarget[", request_.AbTarget,
              "], dmz[", request_.dmz, "], bLowerThisSPToReduceAbundance[", request_.bLowerThisSPToReduceAbundance,
              "], StartingMinSPValue[", request_.StartingMinSPValue, "], StartingMaxSPValue[",
@@ -172,7 +173,7 @@ private:
         Setpoint_Middle = LowVoltage;
     }
 
-    /// Whether the search may stop at the value just measured. An error counts only where it may not.
+    /// Whether the search may stop at the value just measured. An error counts only where it may not; an abort always.
     bool measure_middle() {
         pending_.reset();
         bool stop = false;
@@ -254,7 +255,8 @@ private:
         measure_once("1st MiddleAb = ");
         collect([&] { report_channel("after GetPeakInfos(): "); });
         collect([&] {
-            for (int repetition = 1; deviation() > far_off_the_target && repetition <= most_repetitions; ++repetition) {
+            for (int repetition = 1;
+                 !is_aborted() && deviation() > far_off_the_target && repetition <= most_repetitions; ++repetition) {
                 measure_once("resampled MiddleAb = ");
                 line("Abs(AbTarget[", request_.AbTarget, "] - MiddleAb[", MiddleAb, ") / AbTarget[", request_.AbTarget,
                      "] = ", deviation());
@@ -300,11 +302,17 @@ double SpectrumParser::BinaryAdjustAbundanceDownUsingThisSetpoint(std::int32_t I
                                                                   double SPResolution) {
     Impl& state = *impl_;
     state.adjustment = {};
-    state.search_log_is_on = false;
+    state.search_log_is_on.reset();
     const SearchRequest request{
         IdxOfSetpointToAdjust, mz,          AbTarget, dmz, bLowerThisSPToReduceAbundance, StartingMinSPValue,
         StartingMaxSPValue,    SPResolution};
     const auto report_error = [&](TraceObj& record, RoutineName name, const Error& error) {
+        // An error before the preference was read.
+        if (!state.search_log_is_on) try {
+                state.search_log_is_on = is_search_log_chosen(state);
+            } catch (const Error&) {
+                state.search_log_is_on = false;
+            }
         search_line(state, record, "Error[", error.number(), "] in ", name.name, "(): ", error.description());
     };
     return routine(state.trace, {search_name}, report_error, [&](TraceObj& record) {

@@ -8,7 +8,12 @@ namespace {
 constexpr const char* setpoint_log_name = "SetpointLog.txt";
 constexpr std::int32_t logbook_trace_level = 4;
 
-const auto log_failure = swallowed_after(NamedLine{"error"});
+/// A log writer of the tune globals.
+template <class Body>
+void log_routine(TuneGlobalsState& state, RoutineName name, const Body& body) {
+    log_routine(
+        state.trace, name, [&](const std::string& text) { state.error_message = text; }, body);
+}
 
 void open_tune_log(LogFile& log, const std::string& name, const LocalTime& now) {
     log.open(name, text_of("===TUNE ", general_date_text(now), "==="));
@@ -27,14 +32,14 @@ bool TuneGlobalsState::logs_setpoint_traffic() {
 }
 
 void TuneGlobals::WriteLineToTuneLogFile(const std::string& strMessage) {
-    routine(impl_->trace, {"WriteLineToTuneLogFile"}, log_failure, [&] {
+    log_routine(*impl_, {"WriteLineToTuneLogFile"}, [&] {
         if (!impl_->tune_log.is_open()) open_dated_log(impl_->tune_log, "TuneLog", *impl_);
         impl_->tune_log.write_line(strMessage);
     });
 }
 
 void TuneGlobals::WriteLineToTuneErrorLogFile(const std::string& strMessage) {
-    routine(impl_->trace, {"WriteLineToTuneErrorLogFile"}, log_failure, [&] {
+    log_routine(*impl_, {"WriteLineToTuneErrorLogFile"}, [&] {
         LogFile log(impl_->platform);
         open_dated_log(log, "TuneErrorLog", *impl_);
         log.write_line(strMessage);
@@ -42,7 +47,7 @@ void TuneGlobals::WriteLineToTuneErrorLogFile(const std::string& strMessage) {
 }
 
 void TuneGlobals::WriteLineToSetpointLogFile(const std::string& strMessage) {
-    routine(impl_->trace, {"WriteLineToSetpointLogFile"}, log_failure, [&] {
+    log_routine(*impl_, {"WriteLineToSetpointLogFile"}, [&] {
         if (!impl_->logs_setpoint_traffic()) return;
         const LocalTime now = impl_->platform.clock->now();
         if (!impl_->setpoint_log.is_open()) open_tune_log(impl_->setpoint_log, setpoint_log_name, now);

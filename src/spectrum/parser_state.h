@@ -75,7 +75,7 @@ struct SpectrumParser::Impl {
     std::optional<bool> fast_choice;
     AdjustOutcome adjustment;
     LogFile search_log;
-    bool search_log_is_on = false;
+    std::optional<bool> search_log_is_on;  // once the search has read the preference
 };
 
 using ParserState = SpectrumParser::Impl;

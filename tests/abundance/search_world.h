@@ -30,6 +30,7 @@ struct SearchWorld : ParserWorld {
                                                                  low, high, resolution);
     }
     const AdjustOutcome& outcome() const { return parser.last_adjustment(); }
+    std::vector<std::string> log() const { return test.log_lines("BinarySearch_"); }
 
     std::function<double(double)> curve = [](double value) { return 10000 * value; };
     const bool fast;
