@@ -1,42 +1,20 @@
 #include "korvane/automation.h"
 
 #include <charconv>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "assembly/base_data.h"
 #include "fuzz/targets.h"
 #include "instrument/masstime/square_law_calibration.h"
+#include "korvane/abort_helper.h"
 #include "korvane/error.h"
 #include "support/memory_platform.h"
 
 namespace korvane::fuzz {
 
 namespace {
-
-constexpr const char* preferences_path = "/base/TunePreferences.xml";
-
-std::string preferences_file(const char* abort_flag) {
-    std::string text = "<TunePreferences><AbortFlag>" + std::string(abort_flag) + "</AbortFlag>";
-    for (const char* name : {"LogSetpointTraffic", "AIC_RunFastVersion", "BinarySearchLoggingEnabled",
-                             "WaitForReady_SkipAll", "WaitDialogHandlesRunStateAlso"})
-        text.append("<").append(name).append(">No</").append(name).append(">");
-    return text + "</TunePreferences>";
-}
-
-void put_files(MemoryDisk& disk) {
-    disk.put(preferences_path, preferences_file("0"));
-    disk.put("/base/TuneParams.xml",
-             "<QTOFTuneParams><TOF><AutotuneParameters><RampParams><MinimumAcceptableAbundance>1000"
-             "</MinimumAcceptableAbundance></RampParams><PeakHandling><PeakFindWindowInPercentT>0.5"
-             "</PeakFindWindowInPercentT></PeakHandling><Calibration><AIC_SearchSpeedUpFactor>10"
-             "</AIC_SearchSpeedUpFactor><BinarySearchAbTolerance>100</BinarySearchAbTolerance></Calibration>"
-             "</AutotuneParameters></TOF></QTOFTuneParams>");
-    disk.put("/base/MassLists/default_calibration_mass_list.xml",
-             "<QTOF_MassListConfiguration><Configuration IonSource=\"ESI\" IonPolarity=\"Positive\"><MassList>"
-             "<mass Used=\"1\">100</mass><mass Used=\"1\">900</mass></MassList></Configuration>"
-             "</QTOF_MassListConfiguration>");
-    disk.put("/base/Logfiles/old", "");
-}
 
 void connect_instrument(ScriptedState& state) {
     for (const std::int32_t index : {18, 50, 69, 104, 117, 119, 127, 128, 149, 162})
@@ -64,33 +42,26 @@ std::string member_of(const std::string& line) {
     return member.class_name + "." + member.name;
 }
 
-std::vector<std::string> lines_of(std::string_view input) {
-    std::vector<std::string> lines{""};
-    for (const char c : input) {
-        if (c == '\n')
-            lines.emplace_back();
-        else
-            lines.back() += c;
-    }
-    return lines;
-}
-
 }  // namespace
 
 void automation_call(std::string_view input) {
-    std::vector<std::string> lines = lines_of(input);
-    const std::string member = member_of(lines.front());
-    lines.erase(lines.begin());
+    std::istringstream text{std::string(input)};
+    std::string member;
+    std::getline(text, member);
+    std::vector<std::string> arguments;
+    for (std::string line; std::getline(text, line);) arguments.push_back(line);
 
     const MemoryPlatform world;
-    put_files(*world.disk);
+    for (const BaseDataFile& file : base_data_files())
+        world.disk->put("/base/" + std::string(file.name), std::string(file.bytes));
+    world.disk->put("/base/Logfiles/old", "");
     connect_instrument(*world.layer->state);
     // A wait of any length is granted until somebody asks for an end.
     world.clock->on_events = [&, events = 0]() mutable {
-        if (++events == 100) world.disk->put(preferences_path, preferences_file("1"));
+        if (++events == 100) AbortHelper(world.platform()).TriggerAbort();
     };
     try {
-        automation::call_from_texts(world.platform(), member, lines);
+        automation::call_from_texts(world.platform(), member_of(member), arguments);
     } catch (const Error& error) {
         if (error.number() == 0) std::abort();
     }

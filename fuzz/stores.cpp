@@ -22,39 +22,35 @@ bool passes(Body&& body) {
     }
 }
 
-struct Split {
-    std::string first, rest;
-};
-
-Split split_line(std::string_view input) {
-    const auto end = input.find('\n');
-    if (end == std::string_view::npos) return {std::string(input), {}};
-    return {std::string(input.substr(0, end)), std::string(input.substr(end + 1))};
+/// The first line, and what follows it.
+std::pair<std::string, std::string> split_line(std::string_view input) {
+    const auto end = std::min(input.find('\n'), input.size());
+    return {std::string(input.substr(0, end)), std::string(input.substr(std::min(end + 1, input.size())))};
 }
 
 }  // namespace
 
 void parameters(std::string_view input) {
-    const Split split = split_line(input);
+    const auto [query, file] = split_line(input);
     const MemoryPlatform world;
-    world.disk->put("/base/TuneParams.xml", split.rest);
+    world.disk->put("/base/TuneParams.xml", file);
     clsTuneParamsXML store(world.platform());
-    passes([&] { store.GetTuneParamByXMLPath(split.first, "Value", true); });
-    passes([&] { store.GetTuneParamByXMLPath("/QTOFTuneParams", split.first); });
-    passes([&] { store.GetAutotuneLimitValue("Calibration", split.first); });
-    passes([&] { store.GetManualTuneValue("Calibration", split.first); });
-    passes([&] { store.IsThisSourceSupportedForAutotuning("pos", split.first); });
-    passes([&] { store.WriteTuneParamValue("Calibration", "Value", split.first); });
+    passes([&] { store.GetTuneParamByXMLPath(query, "Value", true); });
+    passes([&] { store.GetTuneParamByXMLPath("/QTOFTuneParams", query); });
+    passes([&] { store.GetAutotuneLimitValue("Calibration", query); });
+    passes([&] { store.GetManualTuneValue("Calibration", query); });
+    passes([&] { store.IsThisSourceSupportedForAutotuning("pos", query); });
+    passes([&] { store.WriteTuneParamValue("Calibration", "Value", query); });
     if (!passes([&] { store.WriteTuneParamValue("Calibration", "Value", "12.5"); })) return;
     if (store.GetAutotuneLimitValue("Calibration", "Value", true) != 12.5) std::abort();
 }
 
 void preferences(std::string_view input) {
-    const Split split = split_line(input);
+    const auto [query, file] = split_line(input);
     const MemoryPlatform world;
-    world.disk->put("/base/TunePreferences.xml", split.rest);
+    world.disk->put("/base/TunePreferences.xml", file);
     clsTunePrefsXML store(world.platform());
-    passes([&] { store.GetTunePreference(split.first, true); });
+    passes([&] { store.GetTunePreference(query, true); });
     passes([&] { store.GetTunePreference("AbortFlag"); });
     const std::string text = "a < b & \"c\"";
     if (!passes([&] { store.WriteTunePreference("AbortFlag", text); })) return;

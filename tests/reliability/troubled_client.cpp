@@ -27,7 +27,6 @@ auto search(bool fast, double target) {
 const std::vector<Operation>& operations() {
     const std::vector<int> search_moves{scintillator, transients, lens}, fast_moves{scintillator, transients};
     static const std::vector<Operation> all{
-        {"set", [](auto&, auto& globals) { globals.SetMSSetpointValueByIdx(lens, lens_after); }, {lens}, lens_after},
         {"set by name",
          [](auto&, auto& globals) { globals.SetMSSetpointValueByInternalName("Lens", lens_after); },
          {lens},
@@ -107,7 +106,9 @@ void TroubledClient::renew() {
 std::string TroubledClient::run(const Operation& operation, Trouble trouble, int at_call) {
     begin(operation, trouble, at_call);
     error_ = error_of([&] { operation.run(*parser_, *globals_); });
-    end();
+    world.instrument().fault_at.reset();
+    world.instrument().on_call = nullptr;
+    if (suffers(Trouble::abort)) world.test.preference("AbortFlag", "0");
     if (!is_explained(operation)) return text_of("error ", error_.number(), " ", error_.description());
     return broken_promise(operation);
 }
@@ -123,7 +124,7 @@ void TroubledClient::begin(const Operation& operation, Trouble trouble, int at_c
     for (const auto& [index, setpoint] : instrument.setpoints) before_[index] = setpoint.value;
     instrument.journal.clear();
     instrument.calls = 0;
-    met_ = emptied_ = false;
+    met_ = false;
     trouble_ = trouble;
     instrument.fault_stays = trouble == Trouble::fault_for_good;
     if (trouble == Trouble::fault || trouble == Trouble::fault_for_good) instrument.fault_at = at_call;
@@ -131,24 +132,12 @@ void TroubledClient::begin(const Operation& operation, Trouble trouble, int at_c
         if (call != at_call || trouble_ == Trouble::none) return;
         met_ = true;
         if (trouble_ == Trouble::abort) world.request_abort();
-        const auto file = world.test.base() / "TunePreferences.xml";
-        if (trouble_ == Trouble::missing_file) std::filesystem::rename(file, file.string() + ".away");
     };
-}
-
-void TroubledClient::end() {
-    world.instrument().fault_at.reset();
-    world.instrument().on_call = nullptr;
-    const auto file = world.test.base() / "TunePreferences.xml";
-    if (suffers(Trouble::missing_file)) std::filesystem::rename(file.string() + ".away", file);
-    if (suffers(Trouble::abort)) world.test.preference("AbortFlag", "0");
 }
 
 void TroubledClient::acquire(AcquiredSpectrum& spectrum) {
     ++acquisitions_;
-    const bool empty_once = suffers(Trouble::empty_spectrum) && !emptied_;
-    emptied_ = emptied_ || empty_once;
-    if (suffers(Trouble::silence) || empty_once) return;
+    if (suffers(Trouble::silence)) return;
     for (const double mass : {900.0, 1600.0}) world.set_peak(mass, suffers(Trouble::no_peaks) ? 0 : 5000);
     world.fill(spectrum);
     const std::int32_t polarity = suffers(Trouble::wrong_polarity) ? 1 : 0;
@@ -178,9 +167,7 @@ bool TroubledClient::is_explained(const Operation& operation) const {
         {Trouble::wrong_polarity, {error_number::polarity_timeout}},
         // A single-mass peak does not wait for a populated spectrum: it fails on an array that is not there.
         {Trouble::silence, {error_number::invalid_call, error_number::polarity_timeout, error_number::type_mismatch}},
-        {Trouble::empty_spectrum, {error_number::type_mismatch}},
-        {Trouble::no_peaks, {error_number::routine_detected, error_number::invalid_spectrum}},
-        {Trouble::missing_file, {error_number::preferences_unavailable}}};
+        {Trouble::no_peaks, {error_number::routine_detected, error_number::invalid_spectrum}}};
     const bool faulty = trouble_ == Trouble::fault || trouble_ == Trouble::fault_for_good;
     if (!met_) return error_.number() == 0;
     if (error_.number() == 0) return !faulty || is_excused(operation);

@@ -14,20 +14,9 @@
 namespace korvane {
 
 /// What is wrong at the n-th instrument call of an operation, or from it on.
-enum class Trouble {
-    none,
-    fault,
-    fault_for_good,
-    abort,
-    wrong_polarity,
-    silence,
-    empty_spectrum,
-    no_peaks,
-    missing_file
-};
-inline constexpr const char* trouble_names[] = {"none",           "fault",          "fault for good",
-                                                "abort",          "wrong polarity", "silence",
-                                                "empty spectrum", "no peaks",       "missing file"};
+enum class Trouble { none, fault, fault_for_good, abort, wrong_polarity, silence, no_peaks };
+inline constexpr const char* trouble_names[] = {"none",           "fault",   "fault for good", "abort",
+                                                "wrong polarity", "silence", "no peaks"};
 
 struct Operation {
     std::string name;
@@ -61,7 +50,6 @@ public:
 
 private:
     void begin(const Operation& operation, Trouble trouble, int at_call);
-    void end();
     void acquire(AcquiredSpectrum& spectrum);
     std::vector<MetaItem> metadata();
     bool suffers(Trouble trouble) const { return met_ && trouble_ == trouble; }
@@ -75,7 +63,7 @@ private:
     std::map<int, double> before_;
     Error error_{0, "", ""};
     Trouble trouble_ = Trouble::none;
-    bool met_ = false, emptied_ = false;
+    bool met_ = false;
     std::int64_t acquisitions_ = 0;
 };
 
