@@ -1,5 +1,7 @@
 #include "program_run.h"
 
+#include <algorithm>
+#include <iterator>
 #include <sstream>
 
 namespace korvane::program {
@@ -21,8 +23,11 @@ Outcome run_program(const std::vector<std::string>& arguments, bool terminal, Pl
     return {code, out.str(), err.str()};
 }
 
-ProgramTest::ProgramTest() : base(folder.path() / "base") {
-    create_base_folder(base);
+std::vector<std::string> words_of(const std::string& line) {
+    std::istringstream text(line);
+    std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
+    std::replace(words.begin(), words.end(), std::string("''"), std::string());
+    return words;
 }
 
 Outcome ProgramTest::run(std::vector<std::string> arguments, Platform system) const {

@@ -23,17 +23,18 @@ struct Outcome {
 
 Outcome run_program(const std::vector<std::string>& arguments, bool terminal = false,
                     Platform system = make_platform(nullptr));
+/// The words of a line; '' is an empty one.
+std::vector<std::string> words_of(const std::string& line);
 
-class ProgramTest {
-public:
-    ProgramTest();
+struct ProgramTest {
+    ProgramTest() { create_base_folder(base); }
 
     /// With --base; the option goes in front, where it is read in any case.
     Outcome run(std::vector<std::string> arguments, Platform system = make_platform(nullptr)) const;
     void scene(const std::string& json) const { write_text(base / "scene.json", json); }
 
     TemporaryFolder folder;
-    std::filesystem::path base;
+    std::filesystem::path base = folder.path() / "base";
 };
 
 }  // namespace korvane::program

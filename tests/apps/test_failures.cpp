@@ -1,4 +1,5 @@
-// What the program refuses and how it fails: exit code, and one line that names the matter.
+// What the examples of the documents do not show: refusals and failures, an exit code and one line that names the
+// matter.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,7 +8,6 @@
 #include <iterator>
 #include <sstream>
 
-#include "commands.h"
 #include "exit_codes.h"
 #include "program_run.h"
 #include "support/environment.h"
@@ -28,14 +28,6 @@ void expect_failure(const Outcome& run, int code, const std::string& named) {
     EXPECT_NE(run.failure_lines().front().find(mark), std::string::npos) << named << ": " << run.err;
 }
 
-/// The words of a line; '' is an empty one.
-std::vector<std::string> words_of(const std::string& line) {
-    std::istringstream text(line);
-    std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
-    std::replace(words.begin(), words.end(), std::string("''"), std::string());
-    return words;
-}
-
 struct RefusedCalls {
     std::string command;
     std::vector<std::string> ends;  // each completes the command
@@ -48,7 +40,7 @@ TEST(Usage, WhatCannotBeDoneIsRefusedInOneLineThatNamesIt) {
     const std::vector<RefusedCalls> calls{
         {"", {"mesure", "measure extra", "abort perhaps"}, ""},
         {"", {"", "setpoint"}, "subcommand"},
-        {"measure --mass ", {"abc", "0", "-5", "nan", "inf", "1e999", "0x10", "1,5"}, ""},
+        {"measure --mass ", {"abc", "0", "-5", "nan", "inf", "1e999", "0x10", "1,5", "1.2.3", "+-1", "1e"}, ""},
         {"measure --mass ", {"1e7"}, "mass range"},
         {"measure --window ", {"0", "100"}, "--window"},
         {"measure --seed ", {"-1", "18446744073709551616"}, ""},
@@ -84,38 +76,32 @@ TEST(Usage, WhatCannotBeDoneIsRefusedInOneLineThatNamesIt) {
                            named.empty() ? end.substr(end.rfind(' ') + 1) : named);
 }
 
-TEST(Numbers, AreReadWholeAndFinite) {
-    for (const char* text : {"", " 1", "1 ", "1.2.3", "+-1", "--1", "1e", "infinity", "-nan", "1e400", "0x1p3"})
-        EXPECT_FALSE(parse_number(text)) << text;
-    EXPECT_EQ(parse_number("+1.5e2"), 150.0);
-    EXPECT_EQ(parse_number("-.5"), -0.5);
-}
-
-TEST(ExitCodes, FollowTheKind) {
-    const std::vector<std::pair<Error, ExitCode>> cases{
-        {{5, "Korvane", "Invalid procedure call or argument: x"}, ExitCode::instrument},
-        {{5, "Korvane", "", ErrorKind::time_out}, ExitCode::time_out},
-        {{-2147220000, "Instrument", ""}, ExitCode::instrument},
-        {{7, "Korvane", ""}, ExitCode::internal_fault},
+TEST(FailureLine, IsOneLineThatSaysWhatTheDescriptionLeavesOutAndTheCodeFollowsTheKind) {
+    struct Case {
+        Error error;
+        ExitCode code;
+        std::string line;
     };
-    for (const auto& [error, code] : cases) EXPECT_EQ(exit_code_of(error), code) << error.number();
-}
-
-TEST(FailureLine, IsOneLineWhateverTheTextsHold) {
-    EXPECT_EQ(failure_line(Error(-821, "Verify", "Too few ions.\r\n\r\nBottle B may be empty"), "verify"),
-              "korvane: Verify: error -821: Too few ions. Bottle B may be empty");
-    EXPECT_EQ(failure_line(Error(-1, "", "first\nsecond\n"), "measure"), "korvane: measure: error -1: first; second");
-    EXPECT_EQ(failure_line(Error(4711, "A\nB", "\r\n"), "measure"), "korvane: A; B: error 4711: no description");
-}
-
-TEST(FailureLine, SaysWhatDescriptionsLeaveOut) {
-    EXPECT_EQ(failure_line(Error(-906, "", ""), "params set", "/base"),
-              "korvane: params set: error -906: this parameter group is not permitted here (base folder /base)");
-    EXPECT_EQ(failure_line(Error(-904, "Store", "Failed to load /base/TuneParams.xml"), "measure", "/base"),
-              "korvane: Store: error -904: Failed to load /base/TuneParams.xml");
-    EXPECT_EQ(failure_line(Error(5, "Korvane", "Invalid procedure call or argument", ErrorKind::time_out), "measure",
-                           "/base"),
-              "korvane: measure: error 5: Invalid procedure call or argument (no populated spectrum within 15 s)");
+    const std::string invalid = "Invalid procedure call or argument";
+    for (const auto& [error, code, line] : std::vector<Case>{
+             {{5, "Korvane", invalid}, ExitCode::instrument, "measure: error 5: " + invalid},
+             {{5, "Korvane", invalid, ErrorKind::time_out},
+              ExitCode::time_out,
+              "measure: error 5: " + invalid + " (no populated spectrum within 15 s)"},
+             {{-2147220000, "Instrument", ""}, ExitCode::instrument, "Instrument: error -2147220000: no description"},
+             {{7, "A\nB", "\r\n"}, ExitCode::internal_fault, "A; B: error 7: no description"},
+             {{-821, "Verify", "Too few ions.\r\n\r\nBottle B may\nbe empty"},
+              ExitCode::check_failed,
+              "Verify: error -821: Too few ions. Bottle B may; be empty"},
+             {{-906, "", ""},
+              ExitCode::configuration,
+              "measure: error -906: this parameter group is not permitted here (base folder /base)"},
+             {{-904, "Store", "Failed to load /base/TuneParams.xml"},
+              ExitCode::configuration,
+              "Store: error -904: Failed to load /base/TuneParams.xml"}}) {
+        EXPECT_EQ(exit_code_of(error), code) << line;
+        EXPECT_EQ(failure_line(error, "measure", "/base"), "korvane: " + line);
+    }
 }
 
 // A fault done to one file of a fresh base folder, and what has to come of it.
@@ -126,13 +112,6 @@ struct BrokenBase {
     std::string command;
     int code;
     std::string named;  ///< in the line
-
-    void harm(const fs::path& base) const {
-        std::string content = old.empty() ? text : read_text(base / file);
-        if (!old.empty()) content.replace(content.find(old), old.size(), text);
-        write_text(base / file, content);
-        if (text == "-") fs::remove(base / file);
-    }
 };
 
 TEST(Failures, BrokenBaseFoldersEndInTheirExitCodeAndOneLine) {
@@ -140,7 +119,6 @@ TEST(Failures, BrokenBaseFoldersEndInTheirExitCodeAndOneLine) {
                       lists = "MassLists/default_calibration_mass_list.xml";
     const std::vector<BrokenBase> cases{
         {params, "", "<QTOFTuneParams><a>", "measure", 3, params},
-        {params, "", "", "measure", 3, params},
         {params, "", "-", "measure", 3, params},
         {prefs, "", "<Tune", "measure", 3, prefs},
         {prefs, "", "-", "abort status", 3, prefs},
@@ -148,13 +126,10 @@ TEST(Failures, BrokenBaseFoldersEndInTheirExitCodeAndOneLine) {
         {params, "MinimumAcceptableAbundance>", "MinimumAcceptableAbundance>many", "measure", 3, "many"},
         {params, "PeakFindWindowInPercentT>", "PeakFindWindowInPercentT>x", "measure", 3, "PeakFindWindowInPercentT"},
         {lists, "", "-", "measure", 3, "default_calibration"},
-        {lists, "", "<QTOF", "measure", 3, "default_calibration"},
-        {lists, "", "<Other/>", "measure", 3, "default_calibration"},
         {lists, "", "<QTOF_MassListConfiguration/>", "measure", 3, "ESI"},
         {lists, "158.9640", "heavy!!!", "measure", 3, "heavy"},
         {"scene.json", "", "{", "measure", 3, "scene.json"},
         {"instrument.json", "", "[]", "state", 3, "instrument.json"},
-        {prefs, "", "<TunePreferences>", "prefs list", 3, prefs},
         {lists, "", "-", "masslist check", 3, "default_calibration"},
         {"scene.json", "", R"({"background": {"count": 0}})", "peak 2000", 4, "No peaks"},
         {"scene.json", "", R"({"instrument": {"spectrum_duration_ns": 35000}})",
@@ -174,7 +149,11 @@ TEST(Failures, BrokenBaseFoldersEndInTheirExitCodeAndOneLine) {
     };
     for (const BrokenBase& broken : cases) {
         const ProgramTest program;
-        broken.harm(program.base);
+        const fs::path file = program.base / broken.file;
+        std::string content = broken.old.empty() ? broken.text : read_text(file);
+        if (!broken.old.empty()) content.replace(content.find(broken.old), broken.old.size(), broken.text);
+        write_text(file, content);
+        if (broken.text == "-") fs::remove(file);
         Platform system = make_platform(nullptr);
         system.clock = std::make_shared<VirtualClock>();
         expect_failure(program.run(words_of(broken.command), system), broken.code, broken.named);
@@ -198,6 +177,40 @@ TEST(Failures, ALayerThatCannotBeHadIsNamedAndNoOtherFolderTaken) {
                                 "abort request", "masslist check", "conform"})
         expect_failure(run_program(words_of(command)), 3, "/nowhere/layer.so");
     EXPECT_EQ(program.run({"prefs", "get", "AbortFlag"}).out, "0\n") << "--base asks for the embedded instrument";
+}
+
+TEST(MassList, CheckFindsEveryFault) {
+    const ProgramTest program;
+    write_text(program.base / "MassLists" / "default_calibration_mass_list.xml",
+               "<QTOF_MassListConfiguration>"
+               "<Configuration IonSource='A' IonPolarity='Positive'><MassList><mass Used='1'>3</mass>"
+               "<mass Used='1'>2</mass><mass Used='1'>heavy</mass><mass Used='1'>4</mass></MassList></Configuration>"
+               "<Configuration IonSource='B' IonPolarity='Negative'/></QTOF_MassListConfiguration>");
+    const Outcome check = program.run({"masslist", "check", "--json"});
+    EXPECT_EQ(check.code, 1);
+    EXPECT_EQ(check.json()["faults"],
+              (nlohmann::json{"A, Positive: 2 does not ascend", "A, Positive: \"heavy\" is not a mass",
+                              "B, Negative: 0 masses, fewer than 4"}));
+}
+
+TEST(Measure, AListMayHoldMassesThatTheSpectrumDoesNotReachOrShow) {
+    const ProgramTest program;
+    program.scene(R"({"instrument": {"spectrum_duration_ns": 35000}})");  // ends at m/z 409
+    const nlohmann::json peaks = program.run({"measure", "--json"}).json()["peaks"];
+    EXPECT_TRUE(peaks[1]["found"].get<bool>());
+    EXPECT_FALSE(peaks[2]["found"].get<bool>());
+    EXPECT_TRUE(peaks[2]["ppm"].is_null());
+    EXPECT_EQ(peaks[2]["ns"]["pkHeight"], 0);
+    EXPECT_NE(program.run({"measure"}).out.find(" no peak "), std::string::npos);
+}
+
+TEST(Adjust, DrawsABarOnATerminalOnly) {
+    const ProgramTest program;
+    const Outcome run = run_program({"adjust", "FragmentTune", "--mz", "566.8885", "--target", "50000", "--max", "175",
+                                     "--base", program.base.string()},
+                                    true);
+    EXPECT_NE(run.err.find("\r[###.....................] probe 1: "), std::string::npos) << run.err;
+    EXPECT_EQ(run.out.find("["), std::string::npos);
 }
 
 TEST(Failures, DataThatCannotBeWrittenIsAFailure) {

@@ -1,0 +1,85 @@
+// A session prints and logs the same for the same seed: beside other threads, at any time of day, and in a process with
+// a decimal comma.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstdlib>
+#include <locale>
+#include <regex>
+#include <set>
+#include <thread>
+
+#include "program_run.h"
+#include "support/virtual_clock.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+// The C library keeps the parts of LOCPATH for the life of the process.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+    return "leak:argz";
+}
+#endif
+
+namespace korvane::program {
+namespace {
+
+/// What it prints, and its tune logs without the lines that tell a time.
+std::string session(const ProgramTest& program, int seed, double start_second = 36000) {
+    Platform system = make_platform(nullptr);
+    system.clock = std::make_shared<VirtualClock>(start_second);
+    std::string text;
+    program.scene(R"({"instrument": {"spectrum_duration_ns": 66000}})");
+    for (const char* command : {"verify", "measure --mass 566.8885", "params list", "abort request", "abort reset",
+                                "adjust QuadAMU --mz 566.8885 --target 20000 --raise-to-reduce --fast"}) {
+        const Outcome run = program.run(words_of("--seed " + std::to_string(seed) + " " + command), system);
+        EXPECT_EQ(run.code, 0) << command << ": " << run.err;
+        text += run.out;
+    }
+    std::set<std::filesystem::path> logs;
+    for (const auto& log : std::filesystem::directory_iterator(program.base / "Logfiles")) logs.insert(log);
+    for (const auto& log : logs)
+        for (const std::string& line : read_lines(log))
+            if (!line.starts_with("===TUNE ")) text += line + "\n";
+    return text;
+}
+
+TEST(Everywhere, ASeedDecidesBesideOtherThreadsAndAtAnyTimeOfDay) {
+    constexpr int threads = 2;
+    std::vector<std::string> alone, together(threads);
+    for (int seed = 0; seed < threads; ++seed) alone.push_back(session(ProgramTest(), seed));
+    std::vector<std::thread> running;
+    for (int seed = 0; seed < threads; ++seed)
+        running.emplace_back([&together, seed] { together[seed] = session(ProgramTest(), seed); });
+    for (std::thread& thread : running) thread.join();
+    EXPECT_EQ(together, alone);
+    EXPECT_EQ(session(ProgramTest(), 1, 86395), alone[1]);
+    EXPECT_NE(alone[0], alone[1]) << "the seed changes nothing";
+}
+
+TEST(Everywhere, ADecimalCommaChangesStoredNumbersAndNothingElse) {
+    const std::string classic = session(ProgramTest(), 1);
+    const ProgramTest program;
+    for (const char* name : {"TuneParams.xml", "MassLists/default_calibration_mass_list.xml"})
+        write_text(program.base / name,
+                   std::regex_replace(read_text(program.base / name), std::regex("(>[-0-9]*)\\.([0-9]+<)"), "$1,$2"));
+    const std::locale before;
+#ifdef _WIN32
+    std::setlocale(LC_ALL, "de-DE");
+#else
+    const std::string name = "de_DE.UTF-8", made = program.folder.file(name);
+    if (std::setlocale(LC_ALL, name.c_str()) == nullptr &&
+        std::system(("localedef -i de_DE -f UTF-8 '" + made + "' >/dev/null 2>&1").c_str()) == 0)
+        setenv("LOCPATH", program.folder.path().c_str(), 1);
+    if (std::setlocale(LC_ALL, name.c_str())) std::locale::global(std::locale(name));
+#endif
+    if (std::localeconv()->decimal_point != std::string(",")) GTEST_SKIP() << "no locale with a decimal comma";
+    std::string german = session(program, 1), points = classic;
+    for (std::string* text : {&german, &points}) std::replace(text->begin(), text->end(), ',', '.');
+    EXPECT_EQ(german, points);
+    EXPECT_EQ(ProgramTest().run({"measure"}).code, 3) << "a number with a point was taken";
+    std::locale::global(before);
+    std::setlocale(LC_ALL, "C");
+}
+
+}  // namespace
+}  // namespace korvane::program
