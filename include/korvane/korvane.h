@@ -21,6 +21,7 @@
 #include "korvane/platform.h"
 #include "korvane/recording.h"
 #include "korvane/records.h"
+#include "korvane/restoring.h"
 #include "korvane/spectrum_parser.h"
 #include "korvane/status_id.h"
 #include "korvane/system.h"

@@ -1,0 +1,211 @@
+#include "korvane/restoring.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <mutex>
+#include <optional>
+
+#include "korvane/forwarding.h"
+
+namespace korvane {
+
+namespace {
+
+double number_of(const InstrumentValue& value, const std::string& name) {
+    if (const auto* number = std::get_if<double>(&value)) return *number;
+    if (const auto* integer = std::get_if<std::int32_t>(&value)) return *integer;
+    raise_runtime_fault(error_number::type_mismatch, name);
+}
+
+/// A number in the type that a setpoint was written in.
+SetpointValue of_the_type(const SetpointValue& example, double number) {
+    return std::visit([&](auto typed) -> SetpointValue { return static_cast<decltype(typed)>(number); }, example);
+}
+
+/// One place that can be moved.
+struct Place {
+    enum class Kind { setpoint, firmware } kind;
+    std::int32_t index, time_segment, scan_segment;
+    friend bool operator==(const Place&, const Place&) = default;
+};
+
+struct Move {
+    Place place;
+    std::string name;
+    double before;
+    std::optional<double> ours;  // read after the last write; nothing where that failed
+    std::function<double()> read;
+    std::function<void(double)> write;
+};
+
+}  // namespace
+
+struct Restoring::Journal {
+    std::mutex mutex;
+    std::vector<Move> moves;
+
+    /// Notes what stands in a place before its first write, then writes.
+    void write(const Move& move, const std::function<void()>& write) {
+        const std::lock_guard lock(mutex);
+        auto known = std::ranges::find(moves, move.place, &Move::place);
+        if (known == moves.end()) {
+            Move first = move;
+            first.before = move.read();
+            known = moves.insert(moves.end(), std::move(first));
+        }
+        known->ours = std::nullopt;
+        write();
+        known->ours = move.read();
+    }
+};
+
+/// Notes the writes that go through it. Tables and channels keep their globals alive, for the way back.
+class Restoring::Layer final : public ForwardingInstrumentLayer {
+public:
+    Layer(std::shared_ptr<InstrumentLayer> layer, std::shared_ptr<Journal> journal)
+        : ForwardingInstrumentLayer(std::move(layer)), journal_(std::move(journal)) {}
+
+    std::unique_ptr<InstrumentGlobals> create_globals() override {
+        return std::make_unique<Globals>(ForwardingInstrumentLayer::create_globals(), journal_);
+    }
+
+private:
+    class Table final : public ForwardingSetpointTable {
+    public:
+        Table(std::shared_ptr<InstrumentGlobals> globals, std::shared_ptr<Journal> journal)
+            : ForwardingSetpointTable(globals->setpoints()),
+              globals_(std::move(globals)),
+              journal_(std::move(journal)) {}
+
+        void write(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment,
+                   const SetpointValue& value) override {
+            const auto table = [globals = globals_]() -> SetpointTable& { return globals->setpoints(); };
+            const std::string name = target().internal_name(index);
+            journal_->write(
+                {{Place::Kind::setpoint, index, time_segment, scan_segment},
+                 name,
+                 0,
+                 0,
+                 [=] { return number_of(table().value(index, time_segment, scan_segment), name); },
+                 [=](double number) { table().write(index, time_segment, scan_segment, of_the_type(value, number)); }},
+                [&] { ForwardingSetpointTable::write(index, time_segment, scan_segment, value); });
+        }
+
+    private:
+        std::shared_ptr<InstrumentGlobals> globals_;
+        std::shared_ptr<Journal> journal_;
+    };
+
+    class Channels final : public ForwardingFirmwareChannels {
+    public:
+        Channels(std::shared_ptr<InstrumentGlobals> globals, std::shared_ptr<Journal> journal)
+            : ForwardingFirmwareChannels(globals->firmware()),
+              globals_(std::move(globals)),
+              journal_(std::move(journal)) {}
+
+        std::int32_t write(std::int32_t channel, float value) override {
+            std::int32_t status = 0;
+            journal_->write({{Place::Kind::firmware, channel, 0, 0},
+                             "firmware channel " + std::to_string(channel),
+                             0,
+                             {},
+                             [globals = globals_, channel] { return globals->firmware().read(channel); },
+                             [globals = globals_, channel](double number) {
+                                 globals->firmware().write(channel, static_cast<float>(number));
+                             }},
+                            [&] { status = ForwardingFirmwareChannels::write(channel, value); });
+            return status;
+        }
+
+    private:
+        std::shared_ptr<InstrumentGlobals> globals_;
+        std::shared_ptr<Journal> journal_;
+    };
+
+    class Globals final : public ForwardingInstrumentGlobals {
+    public:
+        Globals(std::shared_ptr<InstrumentGlobals> globals, std::shared_ptr<Journal> journal)
+            : ForwardingInstrumentGlobals(globals), globals_(std::move(globals)), journal_(std::move(journal)) {}
+
+        // References are valid from `initialise` on only.
+        SetpointTable& setpoints() override {
+            if (!table_) table_.emplace(globals_, journal_);
+            return *table_;
+        }
+        FirmwareChannels& firmware() override {
+            if (!channels_) channels_.emplace(globals_, journal_);
+            return *channels_;
+        }
+
+    private:
+        std::shared_ptr<InstrumentGlobals> globals_;
+        std::shared_ptr<Journal> journal_;
+        std::optional<Table> table_;
+        std::optional<Channels> channels_;
+    };
+
+    std::shared_ptr<Journal> journal_;
+};
+
+Restoring::Restoring(const Platform& platform) : journal_(std::make_shared<Journal>()), platform_(platform) {
+    platform_.instrument = std::make_shared<Layer>(platform.instrument, journal_);
+}
+
+Restoring::~Restoring() {
+    restore();
+}
+
+const Platform& Restoring::platform() const {
+    return platform_;
+}
+
+void Restoring::keep(std::int32_t setpoint) {
+    const std::lock_guard lock(journal_->mutex);
+    std::erase_if(journal_->moves, [&](const Move& move) {
+        return move.place.kind == Place::Kind::setpoint && move.place.index == setpoint;
+    });
+}
+
+void Restoring::keep_everything() {
+    const std::lock_guard lock(journal_->mutex);
+    journal_->moves.clear();
+}
+
+namespace {
+
+PutBack put_back(const Move& move) {
+    PutBack result{move.name, move.before, 0, {}};
+    try {
+        result.now = move.read();
+        if (result.now == move.before) return result;
+        if (move.ours && result.now != move.ours) {
+            result.failure = "somebody else has moved it since";
+            return result;
+        }
+        move.write(move.before);
+        result.now = move.read();
+        if (result.now != move.before) result.failure = "the instrument does not take it";
+    } catch (const Error& error) {
+        result.failure = error.description();
+    } catch (const std::exception& error) {
+        result.failure = error.what();
+    } catch (...) {
+        result.failure = "unknown fault";
+    }
+    return result;
+}
+
+}  // namespace
+
+std::vector<PutBack> Restoring::restore() noexcept {
+    const std::lock_guard lock(journal_->mutex);
+    std::vector<PutBack> results;
+    while (!journal_->moves.empty()) {
+        results.push_back(put_back(journal_->moves.back()));
+        journal_->moves.pop_back();
+    }
+    return results;
+}
+
+}  // namespace korvane
