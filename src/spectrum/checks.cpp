@@ -37,7 +37,7 @@ bool next_spectrum_is_valid(SpectrumParser& parser, ParserState& state, TraceObj
         append_text(peak_text, "[", peak.pkCentroid, ", ", peak.pkHeight, "]", peak_separator);
         if (peak.pkHeight > state.limit("RampParams", "MinimumAcceptableAbundance")) ++sufficient;
     }
-    peak_text.resize(peak_text.size() - peak_separator.size());
+    if (!peak_text.empty()) peak_text.resize(peak_text.size() - peak_separator.size());
     state.log("STATUS: Verify Spectrum: MinimumAcceptableAbundance[",
               state.limit("RampParams", "MinimumAcceptableAbundance"), "]; Got these peaks: [", peak_text, "]");
     record.TR_PRINT("InstrumentIsShowingValidCalibrantSpectrum() resulted in ", peak_text);

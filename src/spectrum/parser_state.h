@@ -20,10 +20,14 @@
 
 namespace korvane {
 
-/// Sample positions of a window's edges; -1 where an edge lies off the mass axis.
+/// Sample position of a window's edge: as the bisection gives it, -1 where it finds none, and as it is searched.
+struct WindowEdge {
+    double index = 0;
+    std::int32_t searched = 0;
+};
+
 struct IndexRange {
-    double start = 0;
-    double end = 0;
+    WindowEdge start, end;
 };
 
 /// The objects are made in the order of the members. Routines that build on public members are given the parser.

@@ -24,7 +24,8 @@ double sampling_interval_ns(const ParserState& state) {
 }
 
 double ConvertIndexToTimeInNS(const ParserState& state, double index, double spectrum_start_ns) {
-    return index * sampling_interval_ns(state) + spectrum_start_ns;
+    return routine(state.trace, {"ConvertIndexToTimeInNS"},
+                   [&] { return index * sampling_interval_ns(state) + spectrum_start_ns; });
 }
 
 /// The peaks that `finder` sees in the window of the spectrum taken last; null where it returns no list.
@@ -53,14 +54,15 @@ struct CalibrantSearch {
         if (mass_index < 0 || static_cast<std::size_t>(mass_index) >= state.windows.size())
             raise_runtime_fault(error_number::subscript, text_of("calibrant position ", mass_index));
         IndexRange range = state.windows[static_cast<std::size_t>(mass_index)];
-        range.end = std::min(range.end, static_cast<double>(samples.upper_bound()));
+        const std::int32_t last = samples.upper_bound();
+        range.end = {std::min(range.end.index, static_cast<double>(last)), std::min(range.end.searched, last)};
         record.TR_PRINT("Copy Data - actually the whole YData, after fixing problem with pre-amp offset");
         state.searched.take(samples);
         record.TR_PRINT("Before masstime creation");
-        window = {ConvertIndexToTimeInNS(state, range.start, spectrum_start_ns),
-                  ConvertIndexToTimeInNS(state, range.end, spectrum_start_ns)};
+        window = {ConvertIndexToTimeInNS(state, range.start.searched, spectrum_start_ns),
+                  ConvertIndexToTimeInNS(state, range.end.searched, spectrum_start_ns)};
         state.log("AUTOTUNE LOG: PeakFind: STATUS: dSpectrumStartTimeinNS[", spectrum_start_ns, "], dStartIndex[",
-                  range.start, "], EndTimeRange[", range.end, "], dStartTimeToSearch[", window.start_ns,
+                  range.start.index, "], EndTimeRange[", range.end.index, "], dStartTimeToSearch[", window.start_ns,
                   "], dEndTimeToSearch[", window.end_ns, "]");
         list = run_finder(state, record, *finder, window, spectrum_start_ns);
         if (list)
@@ -106,10 +108,10 @@ std::int32_t SpectrumParser::FindPeakForMass(std::int32_t massIndex, double dSpe
             const double found_baseline = search.finder->baseline();
             const auto uncertainty = search.list->uncertainty(0);
             if (search.first_lies_inside()) {
-                search.convert_to_amu(pMTObj);
-                peakInfoInAmu = search.list->GetPeakAttributeInfo(0, true);
                 peakInfoInNanoseconds = peak;
                 baseLine = found_baseline;
+                search.convert_to_amu(pMTObj);
+                peakInfoInAmu = search.list->GetPeakAttributeInfo(0, true);
                 state.taken_uncertainty = uncertainty;
             }
             record.TR_PRINT("SpectrumMax, #pts, #peaks, PeakAb = [", state.searched.maximum(), ", ",

@@ -1,4 +1,5 @@
 // Masses turned into ranges of sample positions on a spectrum's mass axis.
+#include <algorithm>
 #include <cmath>
 
 #include "spectrum/parser_state.h"
@@ -23,8 +24,9 @@ std::vector<double> mass_bounds(TraceObj& record, const VariantArray<double>& ma
 /// The same for +-`percent` percent of flight time.
 std::vector<double> percentage_bounds(TraceObj& record, const MassTimeCalibration& calibration,
                                       const VariantArray<double>& masses, double percent) {
-    const auto listed = masses.elements();
-    const std::vector<double> times = calibration.times_from_masses({listed.begin(), listed.end()});
+    std::vector<double> listed;  // from position 0 on, wherever the array begins
+    for (std::int32_t i = 0; i <= masses.upper_bound(); ++i) listed.push_back(masses.at(i));
+    const std::vector<double> times = calibration.times_from_masses(listed);
     std::vector<double> time_range_list;
     for (std::int32_t i = 0; i <= masses.upper_bound(); ++i) {
         const double mass = masses.at(i);
@@ -41,6 +43,14 @@ std::vector<double> percentage_bounds(TraceObj& record, const MassTimeCalibratio
         record.TR_PRINT("MassWindow(", i, ") = [", bounds[2 * i], ", ", bounds[2 * i + 1], "]");
     }
     return bounds;
+}
+
+/// Of a mass that the bisection does not find: at an end of the axis, where the mass lies beyond it.
+std::int32_t nearest_sample(const VariantArray<double>& axis, double mass) {
+    const auto masses = axis.elements();
+    auto above = std::ranges::lower_bound(masses, mass);
+    if (above == masses.end() || (above != masses.begin() && mass - above[-1] <= *above - mass)) --above;
+    return axis.lower_bound() + static_cast<std::int32_t>(above - masses.begin());
 }
 
 }  // namespace
@@ -60,9 +70,12 @@ void SpectrumParser::CalculateTimeIndex(const VariantArray<double>& vMassData, c
             throw Error(error_number::routine_detected, "CalculateTimeIndex", "Invalid delta mass or percentage time");
         }
         impl_->windows.assign(bounds.size() / 2, IndexRange{});
+        const auto edge = [&](double mass) {
+            const std::int32_t found = GetMassArrayIndexForThisMass(vMassData, mass);
+            return WindowEdge{static_cast<double>(found), found < 0 ? nearest_sample(vMassData, mass) : found};
+        };
         for (std::size_t i = 0; i < impl_->windows.size(); ++i)
-            impl_->windows[i] = {static_cast<double>(GetMassArrayIndexForThisMass(vMassData, bounds[2 * i])),
-                                 static_cast<double>(GetMassArrayIndexForThisMass(vMassData, bounds[2 * i + 1]))};
+            impl_->windows[i] = {edge(bounds[2 * i]), edge(bounds[2 * i + 1])};
     });
 }
 

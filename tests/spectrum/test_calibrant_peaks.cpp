@@ -4,7 +4,6 @@
 
 #include <cmath>
 
-#include "instrument/peakfinder/embedded_peak_finder.h"
 #include "support/raised.h"
 #include "support/spectrum_world.h"
 
@@ -70,6 +69,8 @@ constexpr std::string_view measurement = R"(
   > FindPeakForMass
     Copy Data - actually the whole YData, after fixing problem with pre-amp offset
     Before masstime creation
+    > ConvertIndexToTimeInNS
+    > ConvertIndexToTimeInNS
     log: AUTOTUNE LOG: PeakFind: STATUS: dSpectrumStartTimeinNS[5003], dStartIndex[1494], EndTimeRange[1506], dStartTimeToSearch[19943], dEndTimeToSearch[20063]
     Before PeakFinder Call
     XStartNS is : 19943
@@ -201,19 +202,10 @@ TEST(WindowSearch, WhatItDoesNotTakeLeavesTheRecordsAsTheyWere) {
             test.peaks.peaks[0].pkCentroid = time_ns;
         };
     };
-    // Windows that leave the mass axis, which is from 25.03 to 3599.3 amu.
-    const auto window_at = [](double mass) {
-        return [=](WindowSearch& test) {
-            test.set_window(mass, 2.0F);
-            test.instrument().make_finder = [] { return make_peak_finder(); };
-        };
-    };
     const std::pair<std::function<void(WindowSearch&)>, const char*> cases[] = {
         {[](auto& test) { test.samples.clear(); }, "Error : Empty Y Data"},
         {[](auto& test) { test.peaks.returns_no_list = true; }, "PeakList is not set by PeakFinder"},
         {[](auto& test) { test.peaks.peaks.clear(); }, "NO Peaks Found"},
-        {window_at(25.5), "PeakFinder Call succeeded"},
-        {window_at(3590), "PeakFinder Call succeeded"},
         // The window's edges themselves.
         {peak_at(19803), taken_aside},
         {peak_at(20203), taken_aside},
@@ -231,7 +223,7 @@ TEST(WindowSearch, WhatItDoesNotTakeLeavesTheRecordsAsTheyWere) {
     }
 }
 
-TEST(WindowSearch, FaultsLeaveTheRecordsAsTheyWere) {
+TEST(WindowSearch, FaultsLeaveTheRecordsAsTheyWereButForWhatWasSetBeforeTheConversion) {
     for (const char* error : {"91|Korvane|Object variable or With block variable not set: mass-time calibration",
                               "6|Korvane|Overflow: sampling interval", "6|Korvane|Overflow: 3000000000"}) {
         WindowSearch test;
@@ -240,8 +232,26 @@ TEST(WindowSearch, FaultsLeaveTheRecordsAsTheyWere) {
         if (text.ends_with("interval")) test.instrument().sampling_interval_seconds = 1e300;
         if (text.ends_with("0")) test.samples = Masses(5500, 3e9);
         EXPECT_EQ(test.find(), error);
-        EXPECT_TRUE(test.outputs_untouched());
+        EXPECT_EQ(test.outputs_untouched(), !text.ends_with("calibration"));
         EXPECT_THAT(test.traced_by("FindPeakForMass").back(), HasSubstr("] in FindPeakForMass(): "));
+        if (test.outputs_untouched()) continue;
+        EXPECT_EQ(test.ns.pkHeight, 5000);
+        EXPECT_EQ(test.amu.pkHeight, 1);
+        EXPECT_EQ(test.baseline, 7.5);
+    }
+}
+
+TEST(WindowSearch, WindowOverAnEndOfTheAxisIsSearchedToTheLastSample) {
+    // The axis is from 25.03 (5003 ns) to 3599.3 amu (59993 ns).
+    for (const auto& [mass, range, start, end] : {std::tuple{25.5, "dStartIndex[-1], EndTimeRange[15]", 5003.0, 5153.0},
+                                                  {3590.0, "dStartIndex[5372], EndTimeRange[-1]", 58723.0, 59993.0},
+                                                  {4500.0, "dStartIndex[-1], EndTimeRange[-1]", 59993.0, 59993.0}}) {
+        WindowSearch test;
+        test.set_window(mass, 2.0F);
+        EXPECT_EQ(test.find(), "no error");
+        EXPECT_THAT(test.tune_log(), Contains(HasSubstr(range)));
+        EXPECT_THAT(test.peaks.journal, Contains("start " + number_text(start)));
+        EXPECT_THAT(test.peaks.journal, Contains("end " + number_text(end)));
     }
 }
 

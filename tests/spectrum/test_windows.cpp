@@ -85,6 +85,18 @@ TEST(TimeIndex, WindowReachesTheSameShareOrMassToBothSides) {
     }
 }
 
+TEST(TimeIndex, ListThatBeginsBelowZeroGivesTheWindowsOfItsPositionsFromZeroOn) {
+    for (const auto& [delta, percent] : {std::pair{0.0, 1.0F}, {4.0, 0.0F}}) {
+        Windows test;
+        const auto set_up = [&](const VariantArray<double>& list) {
+            test.parser.CalculateTimeIndex(test.axis, test.instrument().calibrations[0], list, delta, percent);
+            return test.range(0) + test.range(1) + test.range(2);
+        };
+        const std::string expected = set_up(std::vector<double>{400, 900});
+        EXPECT_EQ(set_up({std::vector<double>{100, 1600, 400, 900}, -2}), expected);
+    }
+}
+
 TEST(TimeIndex, NeitherWindowUsableIsTheDetectedErrorAndKeepsTheOldTable) {
     Windows test;
     test.set_up({400}, 4, 0.0F);
