@@ -15,9 +15,15 @@ Made required(Made made, const char* what) {
 }  // namespace
 
 void LazyInstrument::make() const {
-    auto made = required(layer_->create_globals(), "instrument globals");
-    made->initialise();
-    globals_ = std::move(made);
+    if (failure_) std::rethrow_exception(failure_);
+    try {
+        auto made = required(layer_->create_globals(), "instrument globals");
+        made->initialise();
+        globals_ = std::move(made);
+    } catch (...) {
+        failure_ = std::current_exception();
+        throw;
+    }
 }
 
 std::string base_folder(InstrumentLayer& layer) {

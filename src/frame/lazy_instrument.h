@@ -1,6 +1,7 @@
 // The instrument of one object: made and initialised at the first use, so that the object itself can be made without.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <utility>
@@ -9,8 +10,8 @@
 
 namespace korvane {
 
-/// The layer's globals, once made and initialised. A failure to do so is raised by the use; the next use tries anew.
-/// Error 91 where the layer makes none. Used from one thread at a time, as the object it belongs to.
+/// The layer's globals, once made and initialised. A failure to do so is kept: every use raises it. Error 91 where the
+/// layer makes none. Used from one thread at a time, as the object it belongs to.
 class LazyInstrument {
 public:
     explicit LazyInstrument(std::shared_ptr<InstrumentLayer> layer) : layer_(std::move(layer)) {}
@@ -26,6 +27,7 @@ private:
 
     std::shared_ptr<InstrumentLayer> layer_;
     mutable std::unique_ptr<InstrumentGlobals> globals_;
+    mutable std::exception_ptr failure_;
 };
 
 /// The base folder that the layer names, without a separator at its end; error 91 where it has no path information.
