@@ -1,5 +1,8 @@
 #include <fmt/format.h>
 
+#include <clocale>
+#include <ctime>
+
 #include "korvane/error.h"
 #include "platform/automation_arithmetic.h"
 #include "platform/windows_text.h"
@@ -43,9 +46,22 @@ std::string general_date_text(const LocalTime& time) {
 #else
 
 std::string general_date_text(const LocalTime& time) {
-    const std::string date = fmt::format("{}/{}/{}", time.month, time.day, time.year);
     // The general format leaves midnight out: it stands for a date without a time.
-    if (time.hour == 0 && time.minute == 0 && time.second == 0) return date;
+    const bool is_midnight = time.hour == 0 && time.minute == 0 && time.second == 0;
+    const std::string_view locale = std::setlocale(LC_TIME, nullptr);
+    if (locale != "POSIX" && locale != "C" && !locale.starts_with("C.")) {
+        std::tm parts{};
+        parts.tm_year = time.year - 1900;
+        parts.tm_mon = time.month - 1;
+        parts.tm_mday = time.day;
+        parts.tm_hour = time.hour;
+        parts.tm_min = time.minute;
+        parts.tm_sec = time.second;
+        char text[200];
+        return {text, std::strftime(text, sizeof text, is_midnight ? "%x" : "%x %X", &parts)};
+    }
+    const std::string date = fmt::format("{}/{}/{}", time.month, time.day, time.year);
+    if (is_midnight) return date;
     const int hour = time.hour % 12 == 0 ? 12 : time.hour % 12;
     return fmt::format("{} {}:{:02}:{:02} {}", date, hour, time.minute, time.second, time.hour < 12 ? "AM" : "PM");
 }

@@ -148,6 +148,13 @@ TEST(DateTexts, PadAndTurnTheHourRound) {
     for (const auto& [hour, text] :
          {std::pair(0, "12:00:01 AM"), {11, "11:00:01 AM"}, {12, "12:00:01 PM"}, {20, "8:00:01 PM"}})
         EXPECT_EQ(general_date_text({2026, 11, 21, hour, 0, 1}), std::string("11/21/2026 ") + text);
+#ifndef _WIN32
+    const std::string before = std::setlocale(LC_TIME, nullptr);
+    if (!std::setlocale(LC_TIME, "de_DE.UTF-8")) GTEST_SKIP() << "no German locale is installed";
+    const std::string german = general_date_text(morning) + "|" + general_date_text(midnight);
+    std::setlocale(LC_TIME, before.c_str());
+    EXPECT_EQ(german, "02.01.2026 08:03:05|21.11.2009");
+#endif
 }
 
 }  // namespace
