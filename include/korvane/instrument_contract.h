@@ -199,6 +199,7 @@ inline constexpr Polarities polarity{};
 struct SourceTypes {
     static constexpr Group group{"Values of the setpoint `source_type` that a rule asks for by itself",
                                  "SetpointTable.value"};
+    Number sgf{9, "sheath-gas source", "code", "", "GetDefaultSheathGasTempValue"};
     Number dual_sgf{11, "dual sheath-gas source", "code", "", "GetDefaultGasTempValue"};
 };
 inline constexpr SourceTypes source_type{};

@@ -55,11 +55,14 @@ public:
     double SetMSSetpointValueByInternalName(const std::string& strParameterName,
                                             double new_value = setpoint_value_not_given, double Delta = 0.0,
                                             float wait_time = 0, bool bDoNotReturnUntilSetpointValueHasBeenSet = false);
+    /// Name of the metadata item that the last wait for a setpoint sought, where no spectrum had it; else empty.
+    std::string unreported_item() const;
     /// Error 1 when the user has asked to abort.
     double GetMSSetpointValueByIdx(std::int32_t lSetpointIdx);
     double GetMSSetpointValueByInternalName(const std::string& strParameterName);
     /// Value of the first item of the next spectrum's metadata whose name begins so, to 2 decimals;
-    /// `setpoint_value_not_given` where there is none. Waits for the pre-run state. Error 13: the item is no number.
+    /// `setpoint_value_not_given` where there is none; every name begins with the empty one. Waits for the pre-run
+    /// state. Error 13: the item is no number.
     double GetMetaValue(const std::string& SetpointExternalName);
     /// Error 5 for a time that is not finite.
     void WaitThisManySeconds(double wait_time_in_seconds);
@@ -93,7 +96,7 @@ public:
                                                            VariantMatrix<double>& calibErrorRawData,
                                                            VariantArray<double>& calibErrorMean,
                                                            VariantArray<double>& calibStdDevs);
-    /// Mean and sample standard deviation of every column. Error 11 with one row.
+    /// Mean and sample standard deviation of every column. Error 11 with one row, when the means stand.
     void CalculateMeanAndStdevForThisData(const VariantMatrix<double>& varMeasuredValues, VariantArray<double>& Means,
                                           VariantArray<double>& StdDevs);
 

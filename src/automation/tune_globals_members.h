@@ -13,7 +13,7 @@ inline constexpr auto tune_globals_members = member_table(
     property<&TuneGlobals::CurrentScanSegment, &TuneGlobals::set_CurrentScanSegment>(
         2, "Scan segment of every setpoint read and write."),
     property<&TuneGlobals::ErrorMsgString, &TuneGlobals::set_ErrorMsgString>(
-        3, "Text of the last error that a routine kept to itself."),
+        3, "Text of the last error that a routine caught, also of those raised again."),
     property<&TuneGlobals::m_AbundanceReductionTechnology_VCap, &TuneGlobals::set_m_AbundanceReductionTechnology_VCap>(
         4, "Capillary voltage of abundance reduction."),
     property<&TuneGlobals::m_AbundanceReductionTechnology_Fragmentor,

@@ -28,7 +28,11 @@ double preamp_ramp_end(TuneGlobalsState& state, const std::string& key, bool low
 }
 
 double sheath_gas(TuneGlobalsState& state, const std::string& key, std::int32_t fallback_setpoint) {
-    if (!is_dual_source(state)) return state.setpoints.value(fallback_setpoint);
+    const auto has_sheath_gas = [&] {
+        const std::int32_t source = state.setpoints.code(contract::setpoint.source_type);
+        return source == contract::source_type.sgf || source == contract::source_type.dual_sgf;
+    };
+    if (!is_dual_source(state) || !has_sheath_gas()) return state.setpoints.value(fallback_setpoint);
     return state.limit("Limits", state.is_model_4410() ? key + "_4410" : key);
 }
 

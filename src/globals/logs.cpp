@@ -57,7 +57,7 @@ void TuneGlobals::WriteLineToSetpointLogFile(const std::string& strMessage) {
 }
 
 void TuneGlobals::ReleaseTuneLogFile() {
-    routine(impl_->trace, {"ReleaseTuneLogFile"}, no_line, [&] { impl_->tune_log.close(); });
+    routine(impl_->trace, {"ReleaseTuneLogFile"}, [&] { impl_->tune_log.close(); });
 }
 
 void TuneGlobals::ReportStatusToLogbook(const std::string& sMessage, bool bDoMessageBox, bool bDoTraceOutput) {

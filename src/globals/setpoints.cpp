@@ -29,7 +29,8 @@ struct Deadline {
 /// What came of the wait for a spectrum that reports a setpoint's value.
 struct Arrival {
     ReturnCode code = ReturnCode::UnexpectedError;
-    double last_value = 0;
+    double last_value = 0;  // that a spectrum reported, or the one before the write
+    bool is_reported = false;
 };
 
 [[noreturn]] void raise_aborted() {
@@ -58,7 +59,6 @@ bool is_waited_out(TuneGlobalsState& state, double seconds) {
 }
 
 bool is_item_sought(std::string_view item, std::string_view sought) {
-    if (sought.empty()) return false;
     const bool whole = equal_but_for_case(sought, contract::metadata_name.lens_2.key);
     return equal_but_for_case(whole ? item : item.substr(0, sought.size()), sought);
 }
@@ -77,7 +77,9 @@ double rounded_to_2_decimals(double value) {
     return std::isfinite(hundredfold) ? nearest_even(hundredfold) / 100 : value;
 }
 
-std::optional<double> find_item(TuneGlobalsState& state, const std::vector<MetaItem>& items, const std::string& name) {
+using FoundItem = std::optional<double>;
+
+FoundItem find_item(TuneGlobalsState& state, const std::vector<MetaItem>& items, const std::string& name) {
     for (const MetaItem& item : items) {
         if (is_item_sought(item.name, name)) return rounded_to_2_decimals(number_of_item(item));
         state.platform.clock->process_pending_events();
@@ -98,21 +100,22 @@ bool is_in_pre_run(TraceObj& record, TuneGlobalsState& state, InstrumentControl&
     }
 }
 
-/// Of the next spectrum. Nothing when the deadline passes before the instrument is ready for it.
-std::optional<double> metadata_value(TuneGlobalsState& state, const std::string& name, Deadline* deadline) {
+/// Of the next spectrum, which may not have it. Nothing when the deadline passes before the instrument is ready.
+std::optional<FoundItem> metadata_value(TuneGlobalsState& state, const std::string& name,
+                                        Deadline* deadline = nullptr) {
     const ErrorLine line{"Error[", "] in GetMetaValue: "};
-    return routine(state.trace, {"GetMetaValue"}, line, [&](TraceObj& record) -> std::optional<double> {
+    return routine(state.trace, {"GetMetaValue"}, line, [&](TraceObj& record) -> std::optional<FoundItem> {
         record.TR_PRINT("Param Name is ", name);
         InstrumentControl* const control = state.instrument->control();
         if (!control) raise_runtime_fault(error_number::object_not_set, "instrument control");
         record.TR_PRINT("g_VexMSCtrl is valid");
         record.TR_PRINT("Getting next spectrum...");
         if (!is_in_pre_run(record, state, *control, deadline)) return std::nullopt;
-        const std::optional<double> found = find_item(state, control->next_spectrum_metadata(), name);
+        const FoundItem found = find_item(state, control->next_spectrum_metadata(), name);
         if (found) record.TR_PRINT("Reporting back MetaData value [", name, "] of ", *found);
         raise_if_aborted(state);
         if (!found) record.TR_PRINT("MetaData value [", name, "] NOT FOUND");
-        return found.value_or(setpoint_value_not_given);
+        return found;
     });
 }
 
@@ -123,21 +126,25 @@ bool is_seen(TraceObj& record, TuneGlobalsState& state, std::int32_t index, doub
     record.TR_PRINT("Looking up Setpoints[", index, "]");
     const std::string name = state.setpoints.table().external_name(index);
     record.TR_PRINT("Name to search is ", name);
-    const std::optional<double> value = metadata_value(state, name, &deadline);
-    if (!value) return false;
-    arrival.last_value = *value;
-    if (std::abs(target - *value) < state.setpoints.table().tolerance(index)) {
+    const auto next = metadata_value(state, name, &deadline);
+    if (!next) return false;
+    arrival.is_reported |= next->has_value();
+    state.unreported_item = arrival.is_reported ? std::string() : name;
+    arrival.last_value = next->value_or(arrival.last_value);
+    const double value = next->value_or(setpoint_value_not_given);
+    if (std::abs(target - value) < state.setpoints.table().tolerance(index)) {
         record.TR_PRINT("New value reached");
         return true;
     }
     record.TR_PRINT("New value Not yet reached OR Not the first scan");
-    record.TR_PRINT("MetaValue is ", *value);
+    record.TR_PRINT("MetaValue is ", value);
     record.TR_PRINT("TargetValue to look for is ", target);
     return false;
 }
 
 Arrival wait_until_seen(TuneGlobalsState& state, std::int32_t index, double target, double current) {
     Arrival arrival{ReturnCode::UnexpectedError, current};
+    state.unreported_item.clear();
     const auto note = [&](TraceObj& record, RoutineName name, const Error& error) {
         record.error_line("Error[", error.number(), "] in ", name.name, ": ", error.description());
         const bool unexplained = arrival.code == ReturnCode::UnexpectedError;
@@ -174,13 +181,20 @@ bool is_within_limits(SetpointTable& table, std::int32_t index, double target) {
 }
 
 void write_typed(const CurrentSetpoints& setpoints, std::int32_t index, double target) {
+    const auto integer = [&](const auto& convert) {
+        try {
+            return convert(target);
+        } catch (const Error&) {
+            raise_runtime_fault(error_number::overflow, text_of("setpoint[", index, "]: [", target, "]"));
+        }
+    };
     switch (setpoints.table().variable_type(index)) {
         case contract::variable_type.real:
             return setpoints.write(index, target);
         case contract::variable_type.int32:
-            return setpoints.write(index, to_int32(target));
+            return setpoints.write(index, integer([](double value) { return to_int32(value); }));
         case contract::variable_type.int16:
-            return setpoints.write(index, to_int16(target));
+            return setpoints.write(index, integer([](double value) { return to_int16(value); }));
         default:
             throw Error(error_number::routine_detected, set_source, "invalid setpoint variable type");
     }
@@ -236,7 +250,7 @@ double TuneGlobals::SetMSSetpointValueByIdx(std::int32_t SetpointIdx, double new
 double TuneGlobals::SetMSSetpointValueByInternalName(const std::string& strParameterName, double new_value,
                                                      double Delta, float wait_time,
                                                      bool bDoNotReturnUntilSetpointValueHasBeenSet) {
-    return routine(impl_->trace, {"SetMSSetpointValueByInternalName", setpoint_trace_level}, no_line, [&] {
+    return routine(impl_->trace, {"SetMSSetpointValueByInternalName", setpoint_trace_level}, [&] {
         return SetMSSetpointValueByIdx(impl_->setpoints.table().index_of(strParameterName), new_value, Delta, wait_time,
                                        bDoNotReturnUntilSetpointValueHasBeenSet);
     });
@@ -259,7 +273,7 @@ double TuneGlobals::GetMSSetpointValueByInternalName(const std::string& strParam
 }
 
 double TuneGlobals::GetMetaValue(const std::string& SetpointExternalName) {
-    return metadata_value(*impl_, SetpointExternalName, nullptr).value_or(setpoint_value_not_given);
+    return metadata_value(*impl_, SetpointExternalName)->value_or(setpoint_value_not_given);
 }
 
 void TuneGlobals::WaitThisManySeconds(double wait_time_in_seconds) {
@@ -267,7 +281,11 @@ void TuneGlobals::WaitThisManySeconds(double wait_time_in_seconds) {
 }
 
 bool TuneGlobals::UserHasClickedAbort() {
-    return impl_->abort.UserHasClickedAbort();
+    return routine(impl_->trace, {"UserHasClickedAbort"}, [&] { return impl_->abort.UserHasClickedAbort(); });
+}
+
+std::string TuneGlobals::unreported_item() const {
+    return impl_->unreported_item;
 }
 
 }  // namespace korvane

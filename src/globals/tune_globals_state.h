@@ -40,6 +40,7 @@ struct TuneGlobalsState {
     clsTuneParamsXML parameters{platform};
     AbortHelper abort{platform};
     std::string error_message;
+    std::string unreported_item;  // of the last wait for a setpoint
     const Trace trace{platform.tracers, &error_message};
 
     double abundance_reduction_vcap = 0;

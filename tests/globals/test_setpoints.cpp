@@ -66,7 +66,7 @@ TEST_F(Setpoints, TargetIsWrittenInItsTypeWithinItsLimitsOrNotAtAll) {
         {5, 6e9, 0, ""},
         {4, nan, 0, no_number},
         {4, 1, nan, no_number},
-        {6, 32767.5, 0, "6|Korvane|Overflow"},
+        {6, 32767.5, 0, "6|Korvane|Overflow: setpoint[12]: [32767.5]"},
         {6, -32769, 0, "6|Korvane|Overflow"},
         {3, 2147483647.5, 0, "6|Korvane|Overflow"},
         {3, -3e9, 0, "6|Korvane|Overflow"},
@@ -160,7 +160,7 @@ TEST_F(Setpoints, MetadataItemIsFoundByTheStartOfItsNameAndLens2OnlyByTheWhole) 
     auto made = globals();
     const std::pair<std::string, double> rows[] = {
         {"lens 1", 2.68}, {"Lens 2", 4.12}, {"Lens 2 R", 1}, {"LENS 2", 4.12},     {"Half", 0.12},
-        {"Half2", 0.38},  {"Neg", -12.34},  {"Huge", 1e300}, {"No such", -999999}, {"", -999999}};
+        {"Half2", 0.38},  {"Neg", -12.34},  {"Huge", 1e300}, {"No such", -999999}, {"", 1}};
     for (const auto& [name, value] : rows) EXPECT_DOUBLE_EQ(made.GetMetaValue(name), value) << name;
     EXPECT_EQ(raised([&] { made.GetMetaValue("Empty"); }),
               "13|Korvane|Type mismatch: metadata item [Empty] has no value");
@@ -201,6 +201,14 @@ TEST_F(Setpoints, ThatNeverArriveAreGivenUpWithWhatWasSeen) {
         "WaitForSpectrumWithSetpointValue: timed out waiting for setpoint"));
     EXPECT_EQ(made.ErrorMsgString(),
               "Error[-807] in SetMSSetpointValueByIdx: unable to set current value for setpoint[12]: " + text);
+    EXPECT_EQ(made.unreported_item(), "");
+    test.instrument().metadata_items = [] { return std::vector<MetaItem>{{"Other", 1.0}}; };
+    EXPECT_EQ(
+        raised([&] { made.SetMSSetpointValueByInternalName("Lens", 30, 0, 0, true); }),
+        "-807|SetMSSetpointValueByIdx()|SetMSSetpointValueByIdx: setpoint[12] did not reach expected value[30]; last "
+        "value[20]");
+    EXPECT_THAT(made.ErrorMsgString(), StartsWith("Error[-807] in SetMSSetpointValueByInternalName(): SetMSSetpoint"));
+    EXPECT_EQ(made.unreported_item(), "Lens");
     test.instrument().registers[run_state] = 3;
     const int spectra = test.instrument().spectra;
     EXPECT_THAT(set_and_wait(made), StartsWith("-807|"));
@@ -236,6 +244,8 @@ TEST_F(Setpoints, AbortIsNoFailureOfTheSetter) {
     test.clock->on_events = [&] { std::filesystem::remove(test.base() / "TunePreferences.xml"); };
     EXPECT_EQ(raised([&] { made.WaitThisManySeconds(60); }),
               "-901|AutotuneParameterXMLConfigFileReader|TunePreferences XML file doesn't exist");
+    EXPECT_THAT(raised([&] { made.UserHasClickedAbort(); }), StartsWith("-901|"));
+    EXPECT_THAT(made.ErrorMsgString(), StartsWith("Error[-901] in UserHasClickedAbort(): "));
 }
 
 }  // namespace
