@@ -73,7 +73,15 @@ private:
     std::uint64_t id_;
 };
 
-enum class FileErrorKind { not_found, access_denied, sharing_violation, no_space, input_output, other };
+enum class FileErrorKind {
+    not_found,
+    folder_not_found,
+    access_denied,
+    sharing_violation,
+    no_space,
+    input_output,
+    other
+};
 
 /// What the system said of a file. Turned into an automation error (number by `runtime_error_number`) where it leaves
 /// the library.
@@ -83,7 +91,7 @@ public:
         : std::runtime_error(text), kind_(kind), system_code_(system_code) {}
     FileErrorKind kind() const noexcept { return kind_; }
     int system_code() const noexcept { return system_code_; }
-    /// 53 file not found, 70 permission denied, 61 disk full, 57 device input/output error.
+    /// 53 file not found, 76 path not found, 70 permission denied, 61 disk full, 57 device input/output error.
     std::int32_t runtime_error_number() const noexcept;
 
 private:

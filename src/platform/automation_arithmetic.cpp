@@ -21,7 +21,7 @@ Integer to_integer(double value) {
     const double nearest = nearest_even(value);
     const bool fits = nearest >= static_cast<double>(std::numeric_limits<Integer>::min()) &&
                       nearest <= static_cast<double>(std::numeric_limits<Integer>::max());
-    if (!fits) raise_runtime_fault(error_number::overflow, number_text(value));
+    if (!fits) raise_runtime_fault(error_number::overflow, "[" + number_text(value) + "]");
     return static_cast<Integer>(nearest);
 }
 

@@ -25,11 +25,18 @@ constexpr std::size_t smallest_read = 4096;
 constexpr std::size_t largest_read = std::size_t{1} << 30;
 constexpr std::size_t longest_attribute = 65536;  // as the system bounds values and lists of names
 
-FileErrorKind kind_of(int code) {
+bool has_folder(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    struct stat found;
+    return slash == std::string::npos || ::stat(path.substr(0, slash + 1).c_str(), &found) == 0;
+}
+
+FileErrorKind kind_of(int code, const std::string& path) {
     switch (code) {
         case ENOENT:
+            return has_folder(path) ? FileErrorKind::not_found : FileErrorKind::folder_not_found;
         case ENOTDIR:
-            return FileErrorKind::not_found;
+            return FileErrorKind::folder_not_found;
         case EACCES:
         case EPERM:
         case EROFS:
@@ -50,7 +57,7 @@ FileErrorKind kind_of(int code) {
 }
 
 [[noreturn]] void fail(const char* operation, const std::string& path, int code) {
-    throw FileError(kind_of(code), code,
+    throw FileError(kind_of(code, path), code,
                     std::string("Cannot ") + operation + " [" + path + "]: " + std::generic_category().message(code));
 }
 

@@ -26,12 +26,13 @@ constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELE
 FileErrorKind kind_of(DWORD code) {
     switch (code) {
         case ERROR_FILE_NOT_FOUND:
+        case ERROR_INVALID_NAME:  // what no file can be called
+            return FileErrorKind::not_found;
         case ERROR_PATH_NOT_FOUND:
         case ERROR_BAD_NETPATH:
         case ERROR_INVALID_DRIVE:
-        case ERROR_DIRECTORY:     // a file where a folder should be
-        case ERROR_INVALID_NAME:  // and what no file can be called
-            return FileErrorKind::not_found;
+        case ERROR_DIRECTORY:  // a file where a folder should be
+            return FileErrorKind::folder_not_found;
         case ERROR_ACCESS_DENIED:
         case ERROR_WRITE_PROTECT:
             return FileErrorKind::access_denied;

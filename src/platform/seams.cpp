@@ -21,6 +21,8 @@ std::int32_t FileError::runtime_error_number() const noexcept {
     switch (kind_) {
         case FileErrorKind::not_found:
             return 53;
+        case FileErrorKind::folder_not_found:
+            return 76;
         case FileErrorKind::access_denied:
         case FileErrorKind::sharing_violation:
             return 70;

@@ -32,7 +32,7 @@ TEST(Readiness, OnlyARoundedNegativeStateIsNotReadyWhateverTheRunState) {
                 EXPECT_EQ(world.traced_by("CheckInstrumentReadyState"), traced);
             }
         registers["ACTUAL.NDR[NRDYSTATE]"] = 32767.5;
-        EXPECT_EQ(raised([&] { state.CheckInstrumentReadyState(); }), "6|Korvane|Overflow: 32767.5");
+        EXPECT_EQ(raised([&] { state.CheckInstrumentReadyState(); }), "6|Korvane|Overflow: [32767.5]");
     }
 }
 

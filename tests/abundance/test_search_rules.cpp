@@ -56,7 +56,7 @@ TEST(SearchRules, ErrorsOutsideTheProbesAreRaisedAndLoggedWhereTheLogIsChosen) {
         EXPECT_EQ(test.log().empty() ? "" : test.log().back(), chosen == std::string("3000") ? line : "");
     }
     SearchWorld test(true);
-    EXPECT_EQ(raised([&] { test.adjust(251000, 0, 1e39, 1); }), "6|Korvane|Overflow: 5E+38");
+    EXPECT_EQ(raised([&] { test.adjust(251000, 0, 1e39, 1); }), "6|Korvane|Overflow: [5E+38]");
     // The fast search sets the transients through the tune globals, which skip a value beyond the limits.
     test.instrument().journal.clear();
     test.instrument().setpoint(127) = {10000, 2000, 1e6, 1, 0.01, 4, "NumTrans"};
@@ -71,7 +71,7 @@ TEST(SearchRules, FailingLogEndsNoSearch) {
     std::filesystem::remove_all(test.test.base() / "Logfiles");
     EXPECT_EQ(test.adjust(251000), 25);
     EXPECT_THAT(test.traced_by("WriteLineToBinarySearchLogFile"),
-                Contains(StartsWith("error[53] in WriteLineToBinarySearchLogFile(): ")));
+                Contains(StartsWith("error[76] in WriteLineToBinarySearchLogFile(): ")));
 }
 
 }  // namespace

@@ -145,7 +145,7 @@ TEST_F(Logs, MissingFolderIsSwallowedNotMadeAndTriedAgain) {
     for (const auto& [name, writer] : writers) {
         made.set_ErrorMsgString("");
         (made.*writer)("lost");
-        const std::string start = "error[53] in " + name + "(): ";
+        const std::string start = "error[76] in " + name + "(): ";
         EXPECT_EQ(made.ErrorMsgString().substr(0, start.size()), start);
         EXPECT_TRUE(test.trace().contains(name + ": " + made.ErrorMsgString()));
         EXPECT_FALSE(std::filesystem::exists(folder));

@@ -54,12 +54,12 @@ TEST(ToInteger, OverflowsExactlyWhereTheRoundedNumberDoesNotFitAndTakesNumbersAn
     EXPECT_EQ(to_int32(2147483647.4999998), 2147483647);
     EXPECT_EQ(to_int32(-2147483648.5), -2147483647 - 1);
     for (const double value : {32767.5, -32768.51, 1e300, -1e300, double(INFINITY), -double(INFINITY), double(NAN)})
-        EXPECT_EQ(raised([&] { to_int16(value); }), overflow + number_text(value));
+        EXPECT_EQ(raised([&] { to_int16(value); }), overflow + "[" + number_text(value) + "]");
     for (const double value : {2147483647.5, -2147483648.500001, 1e19, double(INFINITY), double(NAN)})
-        EXPECT_EQ(raised([&] { to_int32(value); }), overflow + number_text(value));
+        EXPECT_EQ(raised([&] { to_int32(value); }), overflow + "[" + number_text(value) + "]");
     EXPECT_EQ(to_double(InstrumentValue{7}) + to_double(InstrumentValue{std::string(" -2.5 ")}), 4.5);
     EXPECT_EQ(to_int32(InstrumentValue{std::string("2.5")}) + to_int16(InstrumentValue{3.5}), 6);
-    EXPECT_EQ(raised([] { to_int16(InstrumentValue{40000}); }), overflow + "40000");
+    EXPECT_EQ(raised([] { to_int16(InstrumentValue{40000}); }), overflow + "[40000]");
     EXPECT_EQ(raised([] { to_double(InstrumentValue{}); }), mismatch + "no value");
     EXPECT_EQ(raised([] { to_int32(InstrumentValue{std::string("x")}); }), mismatch + "[x]");
 }

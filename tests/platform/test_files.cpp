@@ -87,10 +87,10 @@ TEST_F(FilesTest, EveryFaultNamesTheFileAndItsKind) {
     expect_fault(not_found, none, [&] { files->read(none, bytes); });
     expect_fault(not_found, none, [&] { files->clear_read_only(none); });
     expect_fault(not_found, none, [&] { files->remove(none); });
-    expect_fault(not_found, file, [&] { (void)files->list(file); });
+    expect_fault(folder_not_found, file, [&] { (void)files->list(file); });
     expect_fault(not_found, file, [&] { files->replace(none, file); });
-    expect_fault(not_found, inside, [&] { (void)files->open_append(inside); });
-    expect_fault(not_found, inside, [&] { (void)files->create_new(inside, none); });
+    expect_fault(folder_not_found, inside, [&] { (void)files->open_append(inside); });
+    expect_fault(folder_not_found, inside, [&] { (void)files->create_new(inside, none); });
     expect_fault(other, file, [&] { (void)files->create_new(file, none); });
     EXPECT_EQ(read_text(file), "x");
 #ifndef _WIN32
@@ -98,8 +98,9 @@ TEST_F(FilesTest, EveryFaultNamesTheFileAndItsKind) {
     expect_fault(no_space, "/dev/full", [&] { files->open_append("/dev/full")->write("x"); });
     expect_fault(other, folder.path().string(), [&] { files->read(folder.path().string(), bytes); });
 #endif
-    const std::map<FileErrorKind, int> numbers{{not_found, 53}, {access_denied, 70}, {sharing_violation, 70},
-                                               {no_space, 61},  {input_output, 57},  {other, 75}};
+    const std::map<FileErrorKind, int> numbers{
+        {not_found, 53}, {folder_not_found, 76}, {access_denied, 70}, {sharing_violation, 70},
+        {no_space, 61},  {input_output, 57},     {other, 75}};
     for (const auto& [kind, number] : numbers) EXPECT_EQ(FileError(kind, 1, "").runtime_error_number(), number);
 }
 

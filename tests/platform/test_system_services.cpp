@@ -50,7 +50,7 @@ TEST(FileTracer, AppendsOneLineARecordAtOnceWhereTheVariableSays) {
     {
         const EnvironmentVariable variable("KORVANE_TRACE", folder.file("none/trace.txt"));
         const std::string error = raised([&] { (void)factory->create(tracer_prog_id); });
-        EXPECT_TRUE(error.starts_with("53|Korvane|File not found: KORVANE_TRACE: Cannot open [")) << error;
+        EXPECT_TRUE(error.starts_with("76|Korvane|Path not found: KORVANE_TRACE: Cannot open [")) << error;
     }
     const EnvironmentVariable variable("KORVANE_TRACE", folder.file("trace.txt"));
     for (const std::string module : {"first", "second"}) {

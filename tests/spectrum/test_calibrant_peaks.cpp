@@ -225,7 +225,7 @@ TEST(WindowSearch, WhatItDoesNotTakeLeavesTheRecordsAsTheyWere) {
 
 TEST(WindowSearch, FaultsLeaveTheRecordsAsTheyWereButForWhatWasSetBeforeTheConversion) {
     for (const char* error : {"91|Korvane|Object variable or With block variable not set: mass-time calibration",
-                              "6|Korvane|Overflow: sampling interval", "6|Korvane|Overflow: 3000000000"}) {
+                              "6|Korvane|Overflow: sampling interval", "6|Korvane|Overflow: [3000000000]"}) {
         WindowSearch test;
         const std::string text = error;
         if (text.ends_with("calibration")) test.calibration = nullptr;
