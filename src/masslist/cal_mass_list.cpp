@@ -12,7 +12,7 @@ namespace {
 
 struct MassListEntry {
     MassListName name;
-    std::string text;
+    std::vector<std::string> lines;  ///< one a mass
     bool dirty = false;
 };
 
@@ -22,7 +22,7 @@ MassLists lists_of(const MassListDocument& document) {
     MassLists lists;
     for (const XmlElement& configuration : document.configurations()) {
         const MassListName name{configuration.attribute("IonSource"), configuration.attribute("IonPolarity")};
-        lists[name.key()] = {name, mass_list_text(configuration.select_all("MassList/mass"))};
+        lists[name.key()] = {name, mass_list_lines(configuration.select_all("MassList/mass"))};
     }
     return lists;
 }
@@ -71,47 +71,42 @@ VariantArray<double> CalMassList::GetMassListArrayFromFile(const std::string& fi
 }
 
 void CalMassList::OpenMassListFile(const std::string& fileName) {
+    impl_->open.reset();
     MassListDocument document(*impl_->files, fileName);
     MassLists lists = lists_of(document);
     impl_->open.emplace(Impl::OpenFile{std::move(document), std::move(lists)});
-    impl_->any_dirty = false;
 }
 
 void CalMassList::CloseMassListFile() {
     impl_->open.reset();
-    impl_->any_dirty = false;
 }
 
 void CalMassList::SaveMassListToFile(const std::string& fileName) {
     if (fileName.empty())
         raise_mass_list_error("Save mass list file: A file name other than the default was not specified");
     auto& [document, lists] = impl_->require_open();
-    // Everything is checked before the first edit, so that a list that cannot be written leaves the others as they are.
-    std::vector<std::pair<MassListEntry*, XmlNewElement>> rewrites;
     for (auto& [key, entry] : lists) {
         if (!entry.dirty) continue;
-        rewrites.emplace_back(&entry, mass_list_element(entry.text, key));
-        document.require_rewritable(entry.name);
+        document.rewrite(entry.name, mass_list_element(entry.lines, key));
+        entry.dirty = false;
     }
-    for (const auto& [entry, element] : rewrites) document.rewrite(entry->name, element);
     document.save(*impl_->files, fileName);
-    for (const auto& [entry, element] : rewrites) entry->dirty = false;
     impl_->any_dirty = false;
 }
 
 VariantArray<std::string> CalMassList::GetMassListArray(const std::string& sourceType, const std::string& polarity) {
-    return split_lines(impl_->entry(sourceType, polarity).text);
+    return impl_->entry(sourceType, polarity).lines;
 }
 
 std::string CalMassList::GetMassList(const std::string& sourceType, const std::string& polarity) {
-    return impl_->entry(sourceType, polarity).text;
+    return joined_lines(impl_->entry(sourceType, polarity).lines);
 }
 
 void CalMassList::UpdateMassList(const std::string& sourceType, const std::string& polarity,
                                  const std::string& massList) {
     MassListEntry& entry = impl_->entry(sourceType, polarity);
-    if (entry.text == massList) return;
-    entry.text = massList;
+    if (joined_lines(entry.lines) == massList) return;
+    entry.lines = split_lines(massList);
     entry.dirty = true;
     impl_->any_dirty = true;
 }

@@ -1,5 +1,7 @@
 #include "masslist/mass_list_document.h"
 
+#include <fmt/format.h>
+
 #include <limits>
 
 #include "korvane/error.h"
@@ -16,15 +18,6 @@ std::string not_found(const MassListName& name) {
     return text_of("Mass list for source ", name.source, " and ", name.polarity, " polarity not found");
 }
 
-bool is_number(std::string_view text) {
-    try {
-        parse_double(text);
-        return true;
-    } catch (const Error&) {
-        return false;
-    }
-}
-
 bool fits_into_xml(std::string_view text) {
     while (!text.empty()) {
         const auto character = take_utf8(text);
@@ -35,11 +28,10 @@ bool fits_into_xml(std::string_view text) {
 
 XmlNewElement mass_element(const std::string& line, const std::string& list) {
     const std::size_t tab = line.find('\t');
-    const bool two_fields = tab != std::string::npos && line.find('\t', tab + 1) == std::string::npos;
-    if (!two_fields || !is_number(std::string_view(line).substr(tab + 1)) || !fits_into_xml(line))
+    if (tab == std::string::npos || !fits_into_xml(line))
         raise_mass_list_error(
-            text_of("Mass list for ", list, ": line[", line, "] is not a use flag, a tab and a number"));
-    return {"mass", {{"Used", line.substr(0, tab)}}, line.substr(tab + 1), {}};
+            text_of("Mass list for [", list, "]: line[", line, "] is not a use flag, a tab and a mass"));
+    return {"mass", {{"Used", line.substr(0, tab)}}, line.substr(tab + 1, line.find('\t', tab + 1) - tab - 1), {}};
 }
 
 }  // namespace
@@ -66,21 +58,13 @@ std::vector<XmlElement> MassListDocument::masses(const MassListName& name) const
     return masses;
 }
 
-void MassListDocument::require_rewritable(const MassListName& name) const {
-    const auto found = document_.select_all(name.xpath());
-    if (found.empty()) raise_mass_list_error(text_of(not_found(name), " in ", file_name_));
-    const bool one_place = found.size() == 1 && found.front().select_all(list_element).size() <= 1;
-    if (!one_place)
-        raise_mass_list_error(text_of("Mass list for source ", name.source, " and ", name.polarity,
-                                      " polarity is given more than once in ", file_name_));
-}
-
 void MassListDocument::rewrite(const MassListName& name, const XmlNewElement& list) {
-    const XmlElement configuration = document_.select(name.xpath()).value();
-    if (const auto old = configuration.child(list_element))
-        document_.replace_child(configuration, *old, list);
+    const auto configuration = document_.select(name.xpath());
+    if (!configuration) raise_mass_list_error(text_of(not_found(name), " in ", file_name_));
+    if (const auto old = configuration->child(list_element))
+        document_.replace_child(*configuration, *old, list);
     else
-        document_.append_child(configuration, list);
+        document_.append_child(*configuration, list);
 }
 
 void MassListDocument::save(Files& files, const std::string& file_name) const {
@@ -105,20 +89,20 @@ std::vector<std::string> split_lines(std::string_view text) {
     }
 }
 
-std::string mass_list_text(const std::vector<XmlElement>& masses) {
-    std::string text;
-    for (const XmlElement& mass : masses) {
-        if (&mass != &masses.front()) text += '\n';
-        append_text(text, mass.attribute("Used"), '\t', mass.text());
-    }
-    return text;
+std::string joined_lines(const std::vector<std::string>& lines) {
+    return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
-XmlNewElement mass_list_element(const std::string& text, const std::string& list) {
-    const std::vector<std::string> lines = split_lines(text);
+std::vector<std::string> mass_list_lines(const std::vector<XmlElement>& masses) {
+    std::vector<std::string> lines;
+    for (const XmlElement& mass : masses) lines.push_back(mass.attribute("Used") + '\t' + mass.text());
+    return lines;
+}
+
+XmlNewElement mass_list_element(const std::vector<std::string>& lines, const std::string& list) {
     // The rule's line counter has 16 bits.
     if (lines.size() > static_cast<std::size_t>(std::numeric_limits<std::int16_t>::max()))
-        raise_runtime_fault(error_number::overflow, text_of("mass list for ", list, ", ", lines.size(), " lines"));
+        raise_runtime_fault(error_number::overflow, text_of("[", lines.size(), "] lines of mass list[", list, "]"));
     XmlNewElement element{list_element, {}, "", {}};
     for (const std::string& line : lines) element.children.push_back(mass_element(line, list));
     return element;

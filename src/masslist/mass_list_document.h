@@ -33,9 +33,8 @@ public:
     /// Error -1 where the configuration is missing or has no masses.
     std::vector<XmlElement> masses(const MassListName& name) const;
 
-    /// Error -1 unless exactly one configuration of that name with at most one `MassList` exists.
-    void require_rewritable(const MassListName& name) const;
-    /// Puts `list` in the place of the configuration's `MassList`, as its last child.
+    /// Puts `list` in the place of the first `MassList` of the first configuration of that name, as its last child.
+    /// Error -1 where there is no such configuration.
     void rewrite(const MassListName& name, const XmlNewElement& list);
     /// Error -1 naming the file when it cannot be written.
     void save(Files& files, const std::string& file_name) const;
@@ -48,11 +47,13 @@ private:
 /// The lines; none for an empty text.
 std::vector<std::string> split_lines(std::string_view text);
 
-/// Text of the `mass` elements.
-std::string mass_list_text(const std::vector<XmlElement>& masses);
+std::string joined_lines(const std::vector<std::string>& lines);
 
-/// The `MassList` element for a text. Error 6 above 32767 lines, -1 naming `list` and the first line that is not a use
-/// flag, a tab and a number.
-XmlNewElement mass_list_element(const std::string& text, const std::string& list);
+/// One line for every `mass` element, whatever its text holds.
+std::vector<std::string> mass_list_lines(const std::vector<XmlElement>& masses);
+
+/// The `MassList` element for lines; what stands behind a second tab is left out. Error 6 above 32767 lines, -1 naming
+/// `list` and the first line that is not a use flag, a tab and a text.
+XmlNewElement mass_list_element(const std::vector<std::string>& lines, const std::string& list);
 
 }  // namespace korvane
