@@ -44,11 +44,15 @@ struct ErrorLine {
 /// Reaction: no line; the routine has no handler of its own.
 inline constexpr auto no_line = [](TraceObj&, RoutineName, const Error&) {};
 
-/// Reaction: a routine without a result ends in peace after `line`.
+/// Reaction: a routine without a result ends in peace after `line`, even where the tracer fails.
 template <class Line>
 auto swallowed_after(Line line) {
     return [line](TraceObj& record, RoutineName name, const Error& error) {
-        line(record, name, error);
+        try {
+            line(record, name, error);
+        } catch (...) {
+            // The text is kept before it is traced; who swallows an error is not to raise another.
+        }
         return true;
     };
 }

@@ -39,25 +39,25 @@ ThreadTrace& Trace::start_up() const {
 }
 
 void TraceObj::enter(std::int32_t level, std::string_view routine) {
-    state_.call_stack.emplace_back(routine, level);
+    state_->call_stack.emplace_back(routine, level);
     entered_ = true;
-    state_.tracer->entry(state_.call_stack.back().first, level);
+    state_->tracer->entry(state_->call_stack.back().first, level);
 }
 
 void TraceObj::print(std::string_view text) {
     static const std::pair<std::string, std::int32_t> nobody{"", 0};
-    const auto& [routine, level] = state_.call_stack.empty() ? nobody : state_.call_stack.back();
-    state_.tracer->trace_print(std::string(trimmed(text)), routine, level);
+    const auto& [routine, level] = state_->call_stack.empty() ? nobody : state_->call_stack.back();
+    state_->tracer->trace_print(std::string(trimmed(text)), routine, level);
 }
 
 void TraceObj::TR_EXIT() noexcept {
     try {
-        const auto& [routine, level] = state_.call_stack.back();
-        state_.tracer->exit(routine, level);
+        const auto& [routine, level] = state_->call_stack.back();
+        state_->tracer->exit(routine, level);
     } catch (...) {
         // The routine is over and has its result; there is nobody left to tell.
     }
-    state_.call_stack.pop_back();
+    state_->call_stack.pop_back();
 }
 
 }  // namespace korvane

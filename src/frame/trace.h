@@ -44,9 +44,10 @@ private:
 };
 
 /// One routine's trace record. Records of a thread are released in reverse order of their making.
+/// Making one asks nothing of the tracer, so that it cannot fail.
 class TraceObj {
 public:
-    explicit TraceObj(const Trace& trace) : trace_(trace), state_(trace.thread()) {}
+    explicit TraceObj(const Trace& trace) noexcept : trace_(trace) {}
     ~TraceObj() {
         if (entered_) [[unlikely]]
             TR_EXIT();
@@ -55,14 +56,14 @@ public:
     TraceObj& operator=(const TraceObj&) = delete;
 
     void TR_ENTRY(std::int32_t level, std::string_view funcName) {
-        if (state_.flag) [[unlikely]]
+        if (is_on()) [[unlikely]]
             enter(level, funcName);
     }
 
     /// Traces the pieces put together; they are not looked at when tracing is off.
     template <class... Pieces>
     void TR_PRINT(const Pieces&... pieces) {
-        if (state_.flag) [[unlikely]]
+        if (is_on()) [[unlikely]]
             print_pieces(pieces...);
     }
 
@@ -79,12 +80,16 @@ private:
     [[gnu::noinline, gnu::cold]] void print_pieces(const Pieces&... pieces) {
         print(text_of(pieces...));
     }
+    bool is_on() {
+        if (!state_) state_ = &trace_.thread();
+        return state_->flag;
+    }
     void enter(std::int32_t level, std::string_view routine);
     void print(std::string_view text);
     void TR_EXIT() noexcept;
 
     const Trace& trace_;
-    ThreadTrace& state_;
+    ThreadTrace* state_ = nullptr;
     bool entered_ = false;
 };
 

@@ -108,6 +108,23 @@ TEST(Routine, ErrorRaisedAgainKeepsItsKindAndHelp) {
     }
 }
 
+TEST(Routine, FailureOfTheTracerIsOneOfTheRoutineExceptAtTheExitAndNeverPassesOneThatSwallows) {
+    for (const std::string call : {"create", "entry", "print", "exit"}) {
+        Traced traced;
+        traced.tracers->record->failing = call;
+        EXPECT_EQ(raised([&] { routine(traced.trace, {"Inner"}, [](TraceObj& record) { record.TR_PRINT("x"); }); }),
+                  call == "exit" ? "no error" : "-99|Tracer|" + call);
+        traced.error_line.clear();
+        routine(traced.trace, {"Inner"}, swallowed_after(NamedLine{"error"}), [] { throw Error(-5, "", "text"); });
+        EXPECT_EQ(traced.error_line, call == "create" || call == "entry" ? "error[-99] in Inner(): " + call
+                                                                         : "error[-5] in Inner(): text");
+        traced.tracers->record->failing.clear();
+        traced.tracers->record->lines.clear();
+        TraceObj(traced.trace).TR_PRINT("after");
+        EXPECT_EQ(traced.lines(), Lines{": after"}) << "the routine is still on the stack after " << call;
+    }
+}
+
 TEST(LazyInstrument, IsMadeOnceAtTheFirstUseThatSucceeds) {
     struct Layer final : ForwardingInstrumentLayer {
         using ForwardingInstrumentLayer::ForwardingInstrumentLayer;

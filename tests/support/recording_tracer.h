@@ -15,6 +15,11 @@ struct TraceRecord {
     std::string module_name;
     std::vector<std::string> lines;
     std::vector<std::int32_t> levels;  // of the entries, in order
+    std::string failing;               // the call that fails, if any: "create", "entry", "print" or "exit"
+
+    void call(const std::string& name) const {
+        if (name == failing) throw Error(-99, "Tracer", name);
+    }
 
     bool contains(const std::string& line) const {
         for (const auto& known : lines)
@@ -26,6 +31,7 @@ struct TraceRecord {
 class RecordingTracerFactory final : public TracerFactory {
 public:
     std::unique_ptr<Tracer> create(std::string_view) override {
+        record->call("create");
         ++created;
         return std::make_unique<Recorder>(record);
     }
@@ -40,11 +46,16 @@ private:
         void set_module_name(const std::string& name) override { record_->module_name = name; }
         bool trace_flag() override { return record_->on; }
         void entry(const std::string& routine, std::int32_t level) override {
+            record_->call("entry");
             record_->lines.push_back("> " + routine);
             record_->levels.push_back(level);
         }
-        void exit(const std::string& routine, std::int32_t) override { record_->lines.push_back("< " + routine); }
+        void exit(const std::string& routine, std::int32_t) override {
+            record_->call("exit");
+            record_->lines.push_back("< " + routine);
+        }
         void trace_print(const std::string& text, const std::string& routine, std::int32_t) override {
+            record_->call("print");
             record_->lines.push_back(routine + ": " + text);
         }
 
