@@ -22,11 +22,20 @@ bool is_plain_name(std::string_view query) {
     return std::all_of(query.begin(), query.end(), [](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
 }
 
+std::optional<XmlElement> found_by_name(const XmlElement& parent, const std::string& name) {
+    if (is_plain_name(name)) return parent.child(name);
+    try {
+        return parent.select(name);
+    } catch (const Error&) {
+        return std::nullopt;  // "my pref", "160cm": no step of a path, so nothing has that name
+    }
+}
+
 }  // namespace
 
 XmlElement required_child(const XmlElement& parent, const std::string& query, std::string_view item,
                           std::string_view place) {
-    if (const auto found = is_plain_name(query) ? parent.child(query) : parent.select(query)) return *found;
+    if (const auto found = found_by_name(parent, query)) return *found;
     throw Error(error_number::file_or_element, std::string(config_reader_source),
                 text_of("Item[", item, "] not found in Tune XML config file", place));
 }
@@ -51,19 +60,19 @@ void ConfigDocument::load(TraceObj& record) {
 void ConfigDocument::write(TraceObj& record, const XmlElement& element, const std::string& text) {
     document_.set_text(element, text);
     const std::string file_path = path();
-    for (int attempt = 1; !try_save(record, file_path); ++attempt) {
+    const FileStatus status = platform_.files->status(file_path);
+    if (status.exists && status.read_only) {
+        if (!file_.cleared_read_only_trace.empty()) record.TR_PRINT(file_.cleared_read_only_trace);
+        platform_.files->clear_read_only(file_path);
+    }
+    for (int attempt = 1; !try_save(file_path); ++attempt) {
         if (attempt == attempts) give_up(record, file_.save_failed_trace, file_path);
         before_next_attempt(record);
     }
 }
 
-bool ConfigDocument::try_save(TraceObj& record, const std::string& path) {
+bool ConfigDocument::try_save(const std::string& path) {
     try {
-        const FileStatus status = platform_.files->status(path);
-        if (status.exists && status.read_only) {
-            if (!file_.cleared_read_only_trace.empty()) record.TR_PRINT(file_.cleared_read_only_trace);
-            platform_.files->clear_read_only(path);
-        }
         document_.save(*platform_.files, path);
         return true;
     } catch (const FileError&) {

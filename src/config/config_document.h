@@ -44,7 +44,8 @@ public:
     void require_layer() const { platform_.instrument->create_path_information(); }
     /// Reads the file, three times at most; then -904. Memory is kept between loads.
     void load(TraceObj& record);
-    /// Sets an element's text and saves, three times at most; then -904. A read-only attribute is cleared first.
+    /// Sets an element's text and saves, three times at most; then -904. A read-only attribute is cleared first, once;
+    /// where it cannot be, the system's error is raised as it is.
     void write(TraceObj& record, const XmlElement& element, const std::string& text);
 
     /// First element of an XPath query.
@@ -56,7 +57,7 @@ public:
 
 private:
     std::string path() const;
-    bool try_save(TraceObj& record, const std::string& path);
+    bool try_save(const std::string& path);
     void before_next_attempt(TraceObj& record) const;
     [[noreturn]] void give_up(TraceObj& record, std::string_view trace, const std::string& path) const;
 
@@ -68,8 +69,8 @@ private:
     bool loaded_ = false;
 };
 
-/// First node of a relative query; error -904 naming `item`, and `place` behind the text, where there is none. A plain
-/// name is looked up without the XPath engine, which would find the same.
+/// First node of a relative query; error -904 naming `item`, and `place` behind the text, where there is none or the
+/// query is none. A plain name is looked up without the XPath engine, which would find the same.
 XmlElement required_child(const XmlElement& parent, const std::string& query, std::string_view item,
                           std::string_view place = {});
 

@@ -9,8 +9,8 @@
 namespace korvane {
 
 XmlParseError XmlDocument::State::build() {
-    // White space is kept where it is all that an element holds, since it may be its value.
-    constexpr unsigned options = pugi::parse_default | pugi::parse_ws_pcdata_single;
+    // White space is kept wherever it stands, since it may be part of a value.
+    constexpr unsigned options = pugi::parse_default | pugi::parse_ws_pcdata;
     tree.reset();  // a failure on the way leaves no tree of other bytes
     XmlParseError error = read_xml(bytes, source);
     if (!error) {

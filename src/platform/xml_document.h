@@ -11,8 +11,9 @@
 #include "korvane/system.h"
 
 namespace pugi {
+struct xml_attribute_struct;
 struct xml_node_struct;
-}
+}  // namespace pugi
 
 namespace korvane {
 
@@ -27,12 +28,12 @@ struct XmlParseError {
 
 class XmlDocument;
 
-/// An element of a document. Valid until the document is edited, loaded again or destroyed.
+/// An element of a document, or what else a query found: the document itself, an attribute, a text. Valid until the
+/// document is edited, loaded again or destroyed.
 class XmlElement {
 public:
     std::string name() const;
-    /// The element's text: all its character data, children included, unchanged. White space that stands between two
-    /// pieces of markup is layout and no part of it, unless it is all that an element holds.
+    /// All character data of an element, children and white space included, unchanged; an attribute's value.
     std::string text() const;
     /// The attribute's value; empty where there is none.
     std::string attribute(std::string_view name) const;
@@ -43,9 +44,11 @@ public:
 
 private:
     friend class XmlDocument;
-    XmlElement(const XmlDocument* document, pugi::xml_node_struct* node) : document_(document), node_(node) {}
+    XmlElement(const XmlDocument* document, pugi::xml_node_struct* node, pugi::xml_attribute_struct* attribute = {})
+        : document_(document), node_(node), attribute_(attribute) {}
     const XmlDocument* document_;
-    pugi::xml_node_struct* node_;
+    pugi::xml_node_struct* node_;            ///< null for an attribute
+    pugi::xml_attribute_struct* attribute_;  ///< null for all else
 };
 
 /// A new element to put into a document: attributes and either text or children. Names must be names to XML.
@@ -70,13 +73,14 @@ public:
     /// The same from bytes.
     XmlParseError parse(std::string bytes);
 
-    /// First element of an XPath 1.0 node set, if any. Error -2147467259 naming the query where it is not a query for
-    /// elements, nests too deep (64 brackets) or is too long (65,536 bytes).
+    /// First node of an XPath 1.0 node set, if any. Names match as they are written, prefix included; a default
+    /// namespace makes no difference. Error -2147467259 naming the query where it is not a query for nodes, nests too
+    /// deep (64 brackets) or is too long (65,536 bytes).
     std::optional<XmlElement> select(const std::string& xpath) const;
     std::vector<XmlElement> select_all(const std::string& xpath) const;
 
-    // Edits. They invalidate all elements and raise error 5 for an element of another document and where the result
-    // would not be well-formed (characters that XML does not allow, too deep); the document is then unchanged.
+    // Edits. They invalidate all elements and raise error 5 for what is no element of this document and where the
+    // result would not be well-formed (characters that XML does not allow, too deep); the document is then unchanged.
     /// Children are replaced too. A text that the element has already changes nothing.
     void set_text(const XmlElement& element, const std::string& text);
     /// Puts `replacement` after the last child of `parent` and takes `old`, a child of it, away. New elements are laid

@@ -215,8 +215,8 @@ void XmlDocument::append_child(const XmlElement& parent, const XmlNewElement& ad
 }
 
 std::size_t XmlDocument::begin_of(const XmlElement& element) const {
-    if (element.document_ != this)
-        raise_runtime_fault(error_number::invalid_call, "the element is of another document");
+    if (element.document_ != this || pugi::xml_node(element.node_).type() != pugi::node_element)
+        raise_runtime_fault(error_number::invalid_call, "what to edit is no element of this document");
     return static_cast<std::size_t>(pugi::xml_node(element.node_).offset_debug()) - 1;  // before its name
 }
 

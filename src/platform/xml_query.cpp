@@ -50,11 +50,6 @@ auto queried(const std::string& query, Run run) {
     }
 }
 
-pugi::xml_node_struct* element_of(const std::string& query, const pugi::xpath_node& found) {
-    if (found.node().type() != pugi::node_element) fail_query(query, "it does not select elements");
-    return found.node().internal_object();
-}
-
 }  // namespace
 
 std::string XmlElement::name() const {
@@ -62,6 +57,7 @@ std::string XmlElement::name() const {
 }
 
 std::string XmlElement::text() const {
+    if (attribute_) return pugi::xml_attribute(attribute_).value();
     static const pugi::xpath_query all_character_data("string()");
     return all_character_data.evaluate_string(pugi::xml_node(node_));
 }
@@ -80,7 +76,7 @@ std::optional<XmlElement> XmlElement::select(const std::string& xpath) const {
     return queried(xpath, [&](const pugi::xpath_query& query) -> std::optional<XmlElement> {
         const pugi::xpath_node found = pugi::xml_node(node_).select_node(query);
         if (!found) return std::nullopt;
-        return XmlElement(document_, element_of(xpath, found));
+        return XmlElement(document_, found.node().internal_object(), found.attribute().internal_object());
     });
 }
 
@@ -89,7 +85,8 @@ std::vector<XmlElement> XmlElement::select_all(const std::string& xpath) const {
         pugi::xpath_node_set found = pugi::xml_node(node_).select_nodes(query);
         found.sort();
         std::vector<XmlElement> elements;
-        for (const pugi::xpath_node& node : found) elements.push_back(XmlElement(document_, element_of(xpath, node)));
+        for (const pugi::xpath_node& node : found)
+            elements.push_back({document_, node.node().internal_object(), node.attribute().internal_object()});
         return elements;
     });
 }

@@ -124,9 +124,12 @@ TEST_F(Stores, EveryFailureHasItsNumberSourceTextAndTraceLine) {
     }
     EXPECT_EQ(world.disk->content(parameter_path), parameters);
     EXPECT_EQ(world.disk->content(preference_path), preferences);
-    // A number as an element's name goes through the query engine.
-    EXPECT_TRUE(raised([&] { params().GetAutoParm("Calibration", 12); }).starts_with("-2147467259|XPath|Query["));
-    EXPECT_NE(trace().find("GetAutotuneLimitValue: GetAutotuneLimitValue: error[-2147467259, Query"),
+    // What is no step of a path is no name of an element either; a path is a query.
+    for (const std::string name : {"12", "160cm", "my pref", "a'b", "", "count(.)"})
+        EXPECT_EQ(raised(limit("Calibration", name)), item + "Calibration\\" + name + not_found);
+    EXPECT_EQ(raised([&] { store.GetAutoParm("Calibration", 12); }), item + "Calibration\\12" + not_found);
+    EXPECT_TRUE(raised(by_path("/a b", "A")).starts_with("-2147467259|XPath|Query[/a b]"));
+    EXPECT_NE(trace().find("GetTuneParamByXMLPath: GetTuneParamByXMLPath: error[-2147467259, Query"),
               std::string::npos);
     world.disk->put(preference_path, "<Other><AbortFlag>0</AbortFlag></Other>");
     for (const auto& call : {get("AbortFlag"), get("No")}) EXPECT_EQ(raised(call), "-905|" + reader + no_root);
@@ -233,6 +236,32 @@ WriteTunePreference: TunePrefsXML: Failed to load XML: /base/TunePreferences.xml
 WriteTunePreference: WriteTunePreference: error[-904, TunePrefsXML: Failed to load XML file: /base/TunePreferences.xml; parseError[0]] writing element[AbortFlag]
 )");
     EXPECT_EQ(prefs().GetTunePreference("AbortFlag"), "7");
+    // An attribute that cannot be cleared is told as it is, at once.
+    world.disk->put(parameter_path, parameters, true);
+    fail("clear read-only", 1);
+    EXPECT_EQ(raised([&] { params().WriteTuneParamValue("Calibration", "A", "99"); }), "70|Korvane|in use");
+    EXPECT_EQ(printed().substr(0, 88),
+              "WriteTuneParamValue: XML file was set read-only; removing read-only attribute\nWriteTuneP");
+    EXPECT_EQ(world.clock->sleeps, 0);
+}
+
+TEST_F(Stores, PathsSelectWhatAQueryDoesTheRootAndAttributesIncluded) {
+    world.disk->put(parameter_path,
+                    "<QTOFTuneParams xmlns='urn:x'><TOF n='7'><AutotuneParameters><Misc n='8'><A>9</A>"
+                    "</Misc></AutotuneParameters></TOF></QTOFTuneParams>");
+    std::string values;
+    for (const auto& [path, name] : {std::pair("/", "QTOFTuneParams/TOF/@n"),
+                                     {"//Misc", "@n"},
+                                     {"//Misc", "../../@n"},
+                                     {"/", "QTOFTuneParams"},
+                                     {"//A", "text()"},
+                                     {"//Misc", "/QTOFTuneParams/*/*/*/A"}})
+        values += std::to_string(static_cast<int>(params().GetTuneParamByXMLPath(path, name)));
+    EXPECT_EQ(values, "787999");
+    EXPECT_EQ(raised([&] { params().GetTuneParamByXMLPath("//Misc/@n", "A"); }),
+              "-904|" + reader + "Item[A] not found in Tune XML config file at path[//Misc/@n]");
+    EXPECT_EQ(raised([&] { params().WriteTuneParamValue("Misc", "@n", "1"); }),
+              "5|Korvane|Invalid procedure call or argument: what to edit is no element of this document");
 }
 
 TEST_F(Stores, ReadKeepsItsCopyUntilAReloadAndAWriteEditsTheFileOfNow) {
@@ -274,9 +303,15 @@ TEST_F(Stores, AnyFlagTextButZeroIsAnAbortSeenByAnotherHelper) {
     const auto flag = [this](const std::string& text) {
         world.disk->put(preference_path, "<TunePreferences>" + text + "</TunePreferences>");
     };
-    for (const std::string text : {"0", "1", "1 ", " 0", "0 ", "", "00", "no"}) {
+    // All that is text counts, blanks beside a comment too; comments and the spelling of the digit do not.
+    for (const std::string text : {"1", "1 ", " 0", "0 ", "", "00", "no", " <!-- x -->0", "0<!-- x --> ",
+                                   "<![CDATA[0]]> ", "<![CDATA[ 0]]>", "\n<?p?>0", "<b/> 0"}) {
         flag("<AbortFlag>" + text + "</AbortFlag>");
-        EXPECT_EQ(loop.UserHasClickedAbort(), text != "0") << "[" << text << "]";
+        EXPECT_TRUE(loop.UserHasClickedAbort()) << "[" << text << "]";
+    }
+    for (const std::string text : {"0", "<!-- x -->0", "<![CDATA[0]]>", "&#48;<!-- x -->", "<b/>0"}) {
+        flag("<AbortFlag>" + text + "</AbortFlag>");
+        EXPECT_FALSE(loop.UserHasClickedAbort()) << "[" << text << "]";
     }
     flag("");
     EXPECT_EQ(raised([&] { loop.UserHasClickedAbort(); }),

@@ -78,7 +78,7 @@ TEST(XmlText, IsAllCharacterDataUnchangedUpToTheElementsEnd) {
     // Each with its text.
     const auto cases = cases_in(
         " | |\n\t|\n\t|||1 |1 | 1| 1|a\r\nb|a\nb|a&#13;&#10;b|a\r\nb|&lt;&gt;&amp;&quot;&apos;&#x41;|<>&\"'A|"
-        "<![CDATA[<&amp;>]]>|<&amp;>|a<![CDATA[ b ]]>c|a b c|a<!-- x -->b<?p y?>c|abc|"
+        "<![CDATA[<&amp;>]]>|<&amp;>|a<![CDATA[ b ]]>c|a b c|a<!-- x -->b<?p y?>c|abc| <!-- x -->0<?p?>\n| 0\n|"
         "a<b>c<d>e</d></b>f<g/>h|acefh|<b>1</b><c>2</c>|12");
     XmlDocument document;
     for (std::size_t i = 0; i < cases.size(); i += 2) {
@@ -156,9 +156,9 @@ TEST(XmlLimits, NestingAndSizeAreRefusedFromTheFirstTooMany) {
 
 TEST(XmlQuery, RefusesBombsAndMalformedQueriesNamingThem) {
     std::vector<std::string> queries =
-        cases_in("|//|/r[@a='x]|/r[@a='it's']|count(/r)|1+1|'x'|/r/@a|/r/text()|/|$v|f(/r)|no:pe()|/r//|/r/123");
-    queries.insert(queries.end(), {"/r/a|//@a", "/r[@a='" + std::string(70'000, 'x') + "']",
-                                   repeated("(", 65) + "/r" + repeated(")", 65)});
+        cases_in("|//|/r[@a='x]|/r[@a='it's']|count(/r)|1+1|'x'|$v|f(/r)|no:pe()|/r//|/r/123");
+    queries.insert(queries.end(),
+                   {"/r[@a='" + std::string(70'000, 'x') + "']", repeated("(", 65) + "/r" + repeated(")", 65)});
     for (const std::size_t count : {5000U, 200'000U})
         for (const auto& [start, piece, end] : std::vector<std::array<std::string, 3>>{
                  {"/r[", "-", "1]"}, {"/r", "/r", ""}, {"/r", "|/r", ""}, {"/r", "[1]", ""}, {"/r", "[r", "]"}})
