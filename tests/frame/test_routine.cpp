@@ -125,7 +125,7 @@ TEST(Routine, FailureOfTheTracerIsOneOfTheRoutineExceptAtTheExitAndNeverPassesOn
     }
 }
 
-TEST(LazyInstrument, IsMadeOnceAtTheFirstUseThatSucceeds) {
+TEST(LazyInstrument, IsMadeOnceAtTheFirstUseAndKeepsItsFailure) {
     struct Layer final : ForwardingInstrumentLayer {
         using ForwardingInstrumentLayer::ForwardingInstrumentLayer;
         std::unique_ptr<InstrumentGlobals> create_globals() override {
@@ -137,17 +137,20 @@ TEST(LazyInstrument, IsMadeOnceAtTheFirstUseThatSucceeds) {
     };
     ScriptedLayer scripted;
     const auto layer = std::make_shared<Layer>(scripted);
-    const LazyInstrument instrument(layer);
+    const LazyInstrument healthy(layer), without(layer), faulty(layer);
     EXPECT_EQ(layer->made, 0);
-    layer->has_globals = false;
-    EXPECT_EQ(raised([&] { *instrument; }),
-              "91|Korvane|Object variable or With block variable not set: instrument globals");
-    layer->has_globals = true;
-    scripted.state->fault_at = 1;
-    EXPECT_EQ(raised([&] { *instrument; }), "-4711|Instrument|scripted fault");
-    EXPECT_EQ(&*instrument, &*instrument);
+    EXPECT_EQ(&*healthy, &*healthy);
+    for (int use = 0; use < 2; ++use) {
+        layer->has_globals = use != 0;
+        EXPECT_EQ(raised([&] { *without; }),
+                  "91|Korvane|Object variable or With block variable not set: instrument globals");
+    }
+    for (int use = 0; use < 2; ++use) {
+        scripted.state->fault_at = 2;
+        EXPECT_EQ(raised([&] { *faulty; }), "-4711|Instrument|scripted fault");
+    }
     EXPECT_EQ(layer->made, 3);
-    EXPECT_EQ(scripted.state->calls, 2) << "initialised once more after the failure";
+    EXPECT_EQ(scripted.state->calls, 2);
 }
 
 TEST(LocatedNumber, ErrorSaysWhichTextAndWhere) {

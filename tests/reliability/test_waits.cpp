@@ -201,8 +201,9 @@ TEST(EveryWait, EndsWithinAPollOfItsLimitAndWithinTwoOfAnAbortAtAnyTimeOfDay) {
                           (world.requested ? *world.requested + 2 * wait.poll(behaviour) : longest) + 1e-6)
                     << "ended with " << world.number;
                 EXPECT_TRUE(world.requested || ends_by_itself) << "given up by itself";
-                if (given_up_after_seconds.contains(world.number))
+                if (given_up_after_seconds.contains(world.number)) {
                     EXPECT_GT(world.seconds, given_up_after_seconds.at(world.number) - 1e-6) << "given up too early";
+                }
                 undisturbed += !world.requested;
                 time_outs += !world.requested && world.number != 0;
                 requested += world.requested.has_value();

@@ -32,7 +32,9 @@ Scene single_ion_scene(double ions, DetectorStatistics statistics = counting) {
 /// The same on the detector of the default scene, without drift.
 Scene noisy_scene(double ions, DetectorStatistics statistics = counting) {
     Scene scene = single_ion_scene(ions);
-    scene.detector = {.statistics = statistics, .baseline_drift = 0};
+    scene.detector = {};
+    scene.detector.statistics = statistics;
+    scene.detector.baseline_drift = 0;
     return scene;
 }
 
