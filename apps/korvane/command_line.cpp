@@ -40,7 +40,8 @@ constexpr const char* examples =
     "  korvane record today.mzML -n 5                 keep five spectra\n"
     "  korvane measure --replay today.mzML            ... and measure them later\n"
     "\n"
-    "Data goes to standard output, talk to standard error. The options above may also follow the command.\n\n";
+    "Data goes to standard output, talk to standard error. The options above may also follow the command.\n"
+    "KORVANE_TRACE=FILE keeps a trace of every routine (- is standard error).\n\n";
 
 struct CommandRow {
     const char* heading;

@@ -42,7 +42,8 @@ ExitCode get_parameter(Session& session, const ParameterOptions& options) {
 }
 
 ExitCode set_parameter(Session& session, const ParameterOptions& options) {
-    clsTuneParamsXML(session.platform()).WriteTuneParamValue(options.group, options.key, options.text, options.tree);
+    clsTuneParamsXML(session.platform())
+        .WriteTuneParamValue(options.group, options.key, stored_number(options.text), options.tree);
     return get_parameter(session, options);
 }
 
@@ -126,7 +127,7 @@ ExitCode show_lists(Session& session, const ListChoice& choice) {
     for (const ListedMassList& list : lists) {
         Json masses = Json::array();
         for (const auto& mass : list.masses) {
-            const auto number = parse_number(mass.text);
+            const auto number = parse_number(plain_number(mass.text));
             masses.push_back(Json{{"mass", number ? Json(*number) : Json(mass.text)}, {"used", mass.used}});
             table.add({list.source, list.polarity, mass.text, mass.used});
         }
@@ -144,7 +145,8 @@ ExitCode set_list(Session& session, const MassListChange& options) {
     for (const double mass : options.unused) masses.emplace_back(mass, '0');
     std::sort(masses.begin(), masses.end());
     std::string text;
-    for (const auto& [mass, used] : masses) text += fmt::format("{}{}\t{}", text.empty() ? "" : "\n", used, mass);
+    for (const auto& [mass, used] : masses)
+        text += fmt::format("{}{}\t{}", text.empty() ? "" : "\n", used, stored_number(fmt::format("{}", mass)));
 
     const std::string file = default_mass_list_file(session.platform());
     CalMassList lists(session.platform());
@@ -161,7 +163,7 @@ std::vector<std::string> mass_list_faults(const ListedMassList& list) {
     std::vector<std::string> faults;
     double previous = 0;
     for (const auto& mass : list.masses) {
-        const auto number = parse_number(mass.text);
+        const auto number = parse_number(plain_number(mass.text));
         if (!number || *number <= 0) {
             faults.push_back(fmt::format("{}: \"{}\" is not a mass", name, mass.text));
             continue;

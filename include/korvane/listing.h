@@ -42,6 +42,11 @@ KORVANE_API std::vector<ListedPreference> list_tune_preferences(const Platform& 
 /// Errors: -904 and -905 likewise.
 KORVANE_API std::vector<ListedMassList> list_mass_lists(const Platform& platform);
 
+/// A number as the configuration files hold it, by the decimal separator of the process's locale ("0,5"), of one with a
+/// point ("0.5"), and back. Texts that are no numbers stay as they are but for that.
+KORVANE_API std::string stored_number(const std::string& text);
+KORVANE_API std::string plain_number(const std::string& text);
+
 /// Path of the mass-list file from which the default lists come.
 KORVANE_API std::string default_mass_list_file(const Platform& platform);
 

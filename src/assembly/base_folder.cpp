@@ -1,11 +1,13 @@
 #include "assembly/base_folder.h"
 
+#include <algorithm>
 #include <random>
 #include <string_view>
 
 #include "assembly/base_data.h"
 #include "korvane/embedded.h"
 #include "korvane/error.h"
+#include "korvane/listing.h"
 #include "platform/files.h"
 #include "platform/safe_save.h"
 
@@ -53,13 +55,28 @@ fs::path make_staging_folder(const fs::path& parent) {
     }
 }
 
+/// The file with the numbers among its texts as the stores read them here.
+std::string with_local_numbers(std::string_view bytes) {
+    std::string text;
+    while (!bytes.empty()) {
+        const std::size_t end = std::min(bytes.find('<'), bytes.size());
+        const std::string_view piece = bytes.substr(0, end);
+        const bool is_number = piece.find_first_not_of("0123456789.+-eE") == std::string_view::npos;
+        text += is_number ? stored_number(std::string(piece)) : piece;
+        const std::size_t next = std::min(bytes.find('>', end), bytes.size() - 1) + 1;
+        text += bytes.substr(end, next - end);
+        bytes.remove_prefix(next);
+    }
+    return text;
+}
+
 void write_base_data(const fs::path& folder) {
     const auto files = make_system_files();
     fs::create_directory(folder / logs_folder);
     for (const BaseDataFile& file : base_data_files()) {
         const fs::path path = folder / fs::path(file.name);
         fs::create_directories(path.parent_path());
-        safe_save(*files, utf8_from_path(path), file.bytes);
+        safe_save(*files, utf8_from_path(path), with_local_numbers(file.bytes));
     }
 }
 

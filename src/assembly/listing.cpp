@@ -1,6 +1,7 @@
 #include "korvane/listing.h"
 
 #include "korvane/error.h"
+#include "platform/automation_arithmetic.h"
 #include "platform/files.h"
 #include "platform/xml_document.h"
 
@@ -24,6 +25,11 @@ private:
     std::string path_;
     XmlDocument document_;
 };
+
+std::string replaced(std::string text, const std::string& old, const std::string& replacement) {
+    if (const auto at = text.find(old); at != std::string::npos) text.replace(at, old.size(), replacement);
+    return text;
+}
 
 std::string base_folder(const Platform& platform) {
     return platform.instrument->create_path_information()->base_folder();
@@ -58,6 +64,14 @@ std::vector<ListedMassList> list_mass_lists(const Platform& platform) {
         lists.push_back(std::move(list));
     }
     return lists;
+}
+
+std::string stored_number(const std::string& text) {
+    return replaced(text, ".", decimal_separator());
+}
+
+std::string plain_number(const std::string& text) {
+    return replaced(text, decimal_separator(), ".");
 }
 
 std::string default_mass_list_file(const Platform& platform) {

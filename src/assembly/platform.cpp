@@ -1,5 +1,6 @@
 #include "korvane/platform.h"
 
+#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -22,10 +23,10 @@ constexpr const char* state_file_name = "instrument.json";
 constexpr const char* scene_file_name = "scene.json";
 constexpr std::int32_t cannot_create = 429;
 
-/// A layer that is loaded at its first use, and asked for again as long as it cannot be had.
+/// A layer that is made at its first use, and asked for again as long as it cannot be had.
 class LazyLayer final : public InstrumentLayer {
 public:
-    explicit LazyLayer(std::string name) : name_(std::move(name)) {}
+    explicit LazyLayer(std::function<std::shared_ptr<InstrumentLayer>()> make) : make_(std::move(make)) {}
 
     std::unique_ptr<InstrumentGlobals> create_globals() override { return target().create_globals(); }
     std::unique_ptr<PathInformation> create_path_information() override { return target().create_path_information(); }
@@ -35,15 +36,11 @@ public:
 private:
     InstrumentLayer& target() {
         const std::lock_guard lock(mutex_);
-        if (target_) return *target_;
-        if (!names_library(name_))
-            raise_runtime_fault(cannot_create,
-                                name_ + " (neither a library file nor, on this system, an automation object)");
-        target_ = load_instrument_library(name_);
+        if (!target_) target_ = make_();
         return *target_;
     }
 
-    const std::string name_;
+    const std::function<std::shared_ptr<InstrumentLayer>()> make_;
     std::mutex mutex_;
     std::shared_ptr<InstrumentLayer> target_;
 };
@@ -67,21 +64,25 @@ Platform make_platform(std::shared_ptr<InstrumentLayer> instrument) {
 }
 
 Platform make_embedded_platform(const EmbeddedOptions& options, Platform system) {
-    const fs::path folder = usable_base_folder(options.base_folder);
-    if (options.replay)
-        system.instrument =
-            make_replay({.recording = *options.replay, .base_folder = folder}, system.files, system.clock);
-    else
-        system.instrument = make_simulator({.base_folder = utf8_from_path(folder),
-                                            .seed = options.seed,
-                                            .scene_path = scene_file(options, folder),
-                                            .state_path = utf8_from_path(folder / state_file_name)},
-                                           system.files, system.clock);
+    system.instrument = std::make_shared<LazyLayer>([options, files = system.files, clock = system.clock] {
+        const fs::path folder = usable_base_folder(options.base_folder);
+        if (options.replay) return make_replay({.recording = *options.replay, .base_folder = folder}, files, clock);
+        return make_simulator({.base_folder = utf8_from_path(folder),
+                               .seed = options.seed,
+                               .scene_path = scene_file(options, folder),
+                               .state_path = utf8_from_path(folder / state_file_name)},
+                              files, clock);
+    });
     return system;
 }
 
 Platform make_outside_platform(const std::string& instrument) {
-    return make_platform(std::make_shared<LazyLayer>(instrument));
+    return make_platform(std::make_shared<LazyLayer>([instrument] {
+        if (!names_library(instrument))
+            raise_runtime_fault(cannot_create,
+                                instrument + " (neither a library file nor, on this system, an automation object)");
+        return load_instrument_library(instrument);
+    }));
 }
 
 std::optional<std::string> default_instrument() {

@@ -53,8 +53,9 @@ TEST(BaseFolder, WhatIsNoneIsNamedAndKept) {
                     }).starts_with("-904|create_base_folder|base folder " + path.string() + ": " + fault));
     for (const auto& [path, fault] :
          {std::pair{file, "it is not a folder"}, {temporary.path() / "nowhere", "it does not exist"}})
-        EXPECT_EQ(raised([&] { make_embedded_platform({.base_folder = path}); }),
-                  "-904|make_embedded_platform|base folder " + path.string() + ": " + fault);
+        EXPECT_EQ(
+            raised([&] { clsTunePrefsXML(make_embedded_platform({.base_folder = path})).GetTunePreference("a"); }),
+            "-904|make_embedded_platform|base folder " + path.string() + ": " + fault);
     EXPECT_EQ(names_in(folder), std::set<std::string>{"notes.txt"});
     EXPECT_EQ(read_text(file), "keep");
     EXPECT_EQ(names_in(temporary.path()), (std::set<std::string>{"file", "mine"}));
@@ -73,7 +74,8 @@ TEST(BaseFolder, TheUsersOwnIsMadeOnFirstUseAndANamedOneIsNot) {
     {
         const EnvironmentVariable named("KORVANE_BASE", temporary.file("named"));
         EXPECT_EQ(default_base_folder(), temporary.path() / "named");
-        EXPECT_TRUE(raised([] { make_embedded_platform({}); }).starts_with("-904|"));
+        AbortHelper made_without_folder;
+        EXPECT_TRUE(raised([&] { made_without_folder.Reset(); }).starts_with("-904|"));
         EXPECT_TRUE(names_in(temporary.path()).empty());
     }
     const EnvironmentVariable unnamed("KORVANE_BASE", "");
