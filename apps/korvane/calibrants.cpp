@@ -28,7 +28,14 @@ std::string current_mass_list_source(Session& session, TuneGlobals& globals) {
 
 std::string written_log(const SpectrumParser& parser) {
     const std::string path = parser.tune_log_path();
-    return path.empty() ? "not written (no Logfiles folder in the base folder?)" : path;
+    return path.empty() ? "not written" : path;
+}
+
+ExitCode log_and_end(Session& session, const SpectrumParser& parser) {
+    if (!parser.tune_log_path().empty()) return ExitCode::done;
+    session.fault = Error(error_number::file_or_element, "",
+                          "the tune log is not written: Logfiles is missing or cannot be written");
+    return ExitCode::configuration;
 }
 
 double number_of(const InstrumentValue& value, const std::string& what) {

@@ -62,6 +62,7 @@ struct CalibrationChoice {
 };
 
 ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
+    if (options.repeats) session.begin_run();
     TuneGlobals globals(session.platform());
     const CalibrationCoefficients ns = globals.GetCurrentCalibrationObjFromDD()->coefficients();
     const CalibrationCoefficients usec = globals.convert_coefficients_nsec_to_usec(ns);
@@ -82,7 +83,7 @@ ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
         object["usec"][name] = usec.*member;
         coefficients.add({name, fmt::format("{:.12g}", ns.*member), fmt::format("{:.12g}", usec.*member)});
     }
-    std::string text = coefficients.text();
+    std::string text = session.csv ? coefficients.csv() : coefficients.text();
     if (options.repeats) {
         const auto ppm_text = [](std::optional<double> ppm) { return ppm ? fmt::format("{:.3f}", *ppm) : "-"; };
         const auto ppm_json = [](std::optional<double> ppm) { return ppm ? Json(*ppm) : Json(); };
@@ -96,7 +97,7 @@ ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
             errors.add({fmt::format("{:.4f}", row.mass), fmt::format("{} of {}", row.found, options.repeats),
                         ppm_text(row.mean_ppm), ppm_text(row.stdev_ppm)});
         }
-        text += "\n" + errors.text();
+        text = session.csv ? errors.csv() : text + "\n" + errors.text();
     }
     if (!session.json) session.talk(polarity + " ions: m = (A (t - B))^2 + used terms of C to H");
     return session.show(object, text);
@@ -110,6 +111,7 @@ struct CalibrationChange {
 ExitCode set_calibration(Session& session, const CalibrationChange& options) {
     if (options.standard == (options.a || options.t0) || options.a.has_value() != options.t0.has_value())
         throw UsageError("give either both -A and --t0, or --default");
+    session.begin_run();
     TuneGlobals globals(session.platform());
     if (options.standard)
         globals.WriteThisCalibrationObjToDD(globals.getDefaultMTObj_nsec());
@@ -124,6 +126,7 @@ void declare_calibration(CLI::App& group, Session& session) {
     const auto [show, showing] =
         add_command(group, session, "show", "print the coefficients, and the mass errors of repeated measurements",
                     "korvane calibration show --repeat 10", show_calibration);
+    add_csv(show, session);
     add_count(show, "--repeat", showing.repeats, "measure the calibrants in so many spectra (2 to 10000)", 2, 10000);
 
     const auto [set, setting] = add_command(group, session, "set", "write a new calibration and print it",

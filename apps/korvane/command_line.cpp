@@ -6,6 +6,7 @@
 #include <array>
 
 #include "commands.h"
+#include "stopping.h"
 
 namespace korvane::program {
 
@@ -117,8 +118,25 @@ std::string usage_line(const std::string& command, const std::string& fault) {
     return fmt::format("{}: {} (see {} --help)", whole, line, whole);
 }
 
-/// Nothing when a command is to be run; else the exit code of what was printed instead.
-std::optional<ExitCode> parse(CLI::App& program, int argc, const char* const* argv, Session& session) {
+/// How a command ended: the line for standard error where it failed, and what a JSON object says of it.
+struct End {
+    int code = 0;
+    std::string line = {};
+    Json more = Json::object();
+};
+
+End failed(ExitCode code, std::string line, const char* kind, Json number, const std::string& routine,
+           const std::string& text) {
+    Json error{{"kind", kind}, {"number", std::move(number)}, {"routine", routine}, {"text", joined_lines(text)}};
+    return {static_cast<int>(code), std::move(line), Json{{"error", std::move(error)}}};
+}
+
+End misused(const std::string& command, const std::string& fault) {
+    return failed(ExitCode::usage, usage_line(command, fault), "usage", nullptr, command, fault);
+}
+
+/// Nothing when a command is to be run; else what was asked instead, or is wrong.
+std::optional<End> parse(CLI::App& program, int argc, const char* const* argv, Session& session) {
     try {
         program.parse(argc, argv);
         return std::nullopt;
@@ -126,31 +144,77 @@ std::optional<ExitCode> parse(CLI::App& program, int argc, const char* const* ar
         std::ostringstream text;
         program.exit(wanted, text, text);
         session.print(text.str());
-        return ExitCode::done;
+        session.json = false;
+        return End{};
     } catch (const CLI::ParseError& fault) {
-        session.talk(usage_line(command_name(program), fault_text(program, fault)));
-        return ExitCode::usage;
+        // The flag counts wherever it stands, but for what "call" hands on.
+        for (int i = 1; i < argc && std::string_view(argv[i]) != "call"; ++i)
+            session.json = session.json || std::string_view(argv[i]) == "--json";
+        return misused(command_name(program), fault_text(program, fault));
     }
 }
 
-ExitCode run(Session& session, const std::string& command) {
+End failed(Session& session, const Error& error, const std::string& command) {
+    return failed(exit_code_of(error), failure_line(error, command, session.known_base_folder()),
+                  kind_name(error.kind()), error.number(), error.source().empty() ? command : error.source(),
+                  error.description());
+}
+
+End work_done(Session& session, const std::string& command) {
+    std::string fault_text = "an exception that is no error";
     try {
-        return session.work(session);
+        const ExitCode code = session.work(session);
+        if (session.stop()) return failed(session, *session.stop(), command);
+        End end = session.fault ? failed(session, *session.fault, command) : End{};
+        end.code = static_cast<int>(code);
+        return end;
     } catch (const UsageError& fault) {
-        session.talk(usage_line(command, fault.what()));
-        return ExitCode::usage;
+        return misused(command, fault.what());
     } catch (const Error& error) {
-        session.talk(failure_line(error, command, session.known_base_folder()));
-        return exit_code_of(error);
+        return failed(session, error, command);
     } catch (const std::exception& fault) {
-        session.talk(fmt::format("korvane: {}: internal fault: {}", command, fault.what()));
-    } catch (...) {
-        session.talk(fmt::format("korvane: {}: internal fault", command));
+        fault_text = fault.what();
+    } catch (...) {  // the text that stands there
     }
-    return ExitCode::internal_fault;
+    return failed(ExitCode::internal_fault, fmt::format("korvane: {}: internal fault: {}", command, fault_text),
+                  "internal", nullptr, command, fault_text);
 }
 
-ExitCode parse_and_run(int argc, const char* const* argv, Streams streams, Session& session) {
+/// Gives the instrument back, and says so.
+void give_back(Session& session, End& end) {
+    std::string done, failures;
+    Json rows = Json::array();
+    for (const PutBack& moved : session.give_back()) {
+        if (moved.found == moved.before && moved.failure.empty()) continue;
+        const bool failed = !moved.failure.empty();
+        std::string& list = failed ? failures : done;
+        list += fmt::format("{}{} to {}{}", list.empty() ? "" : ", ", moved.name, moved.before,
+                            failed ? " (" + joined_lines(moved.failure) + ")" : "");
+        rows.push_back(Json{{"name", moved.name},
+                            {"before", moved.before},
+                            {"now", moved.now},
+                            {"failure", failed ? Json(moved.failure) : Json()}});
+    }
+    if (rows.empty()) return;
+    end.more["put_back"] = std::move(rows);
+    if (!failures.empty() && end.code == 0) end.code = static_cast<int>(ExitCode::instrument);
+    if (!done.empty()) done = "put back " + done;
+    if (!failures.empty()) done += (done.empty() ? "" : "; ") + ("could not put back " + failures);
+    end.line += (end.line.empty() ? "" : "; ") + done;
+}
+
+End run(Session& session, const std::string& command) {
+    End end = work_done(session, command);
+    if (const int signal = stop_signal(); signal && end.code != 0) {
+        const std::string text = "stopped by " + stop_name(signal);
+        end = failed(ExitCode::aborted, stop_name(signal).empty() ? "" : fmt::format("korvane: {}: {}", command, text),
+                     "aborted", nullptr, command, text);
+    }
+    give_back(session, end);
+    return end;
+}
+
+int parse_and_run(int argc, const char* const* argv, Streams streams, Session& session) {
     CLI::App program(about, "korvane");
     program.allow_windows_style_options(false);  // an argument that begins with a slash is a path or a query
     program.fallthrough();
@@ -158,6 +222,7 @@ ExitCode parse_and_run(int argc, const char* const* argv, Streams streams, Sessi
     program.get_formatter()->column_width(34);
     program.get_formatter()->label("SUBCOMMAND", "COMMAND");
     add_global_options(program, session.options);
+    program.add_flag("--json", session.json, "print one JSON object instead of text, of a failure too");
     for (const CommandRow& row : commands) {
         CLI::App* const command = program.add_subcommand(row.name, row.help)->group(row.heading);
         // Only what the command line names is declared further.
@@ -165,19 +230,23 @@ ExitCode parse_and_run(int argc, const char* const* argv, Streams streams, Sessi
     }
     program.footer(examples + exit_code_help() + "\n");
 
-    const auto printed = parse(program, argc, argv, session);
-    const ExitCode code = printed ? *printed : run(session, command_name(program));
+    const auto parsed = parse(program, argc, argv, session);
+    const End end = parsed ? *parsed : run(session, command_name(program));
+    session.print_result(end.more);
     streams.out.flush();
-    if (streams.out || code != ExitCode::done) return code;
+    if (!end.line.empty()) session.talk(end.line);
+    constexpr int of_signals = 128;
+    if (stop_signal()) return of_signals + stop_signal();
+    if (streams.out || end.code != 0) return end.code;
     session.talk(failure_line(Error(57, "standard output", "the data could not be written"), "korvane"));
-    return ExitCode::configuration;
+    return static_cast<int>(ExitCode::configuration);
 }
 
 }  // namespace
 
 int run_command_line(int argc, const char* const* argv, Streams streams, Platform system) {
     Session session(streams, std::move(system));
-    return static_cast<int>(parse_and_run(argc, argv, streams, session));
+    return parse_and_run(argc, argv, streams, session);
 }
 
 }  // namespace korvane::program

@@ -46,6 +46,11 @@ void runs(CLI::App& command, Session& session, Session::Work work) {
     command.final_callback([&session, work = std::move(work)] { session.work = work; });
 }
 
+void add_csv(CLI::App& command, Session& session) {
+    command.add_flag("--csv", session.csv, "print the table with commas, for a spreadsheet")
+        ->excludes(command.get_option("--json"));
+}
+
 std::optional<double> parse_number(std::string_view text) {
     const auto number = parse<double>(text);
     return number && std::isfinite(*number) ? number : std::nullopt;

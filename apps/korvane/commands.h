@@ -48,6 +48,9 @@ Options& runs(CLI::App& command, Session& session, const char* example, ExitCode
 
 struct NoOptions {};
 
+/// For commands that print a table.
+void add_csv(CLI::App& command, Session& session);
+
 /// A command of a group.
 template <class Options>
 std::pair<CLI::App&, Options&> add_command(CLI::App& group, Session& session, const char* name, const char* help,

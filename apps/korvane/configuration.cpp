@@ -1,5 +1,6 @@
 // The files of a base folder: making one, parameters, preferences, mass lists, the abort flag.
 #include <algorithm>
+#include <cctype>
 
 #include "calibrants.h"
 #include "commands.h"
@@ -28,7 +29,22 @@ struct ParameterOptions {
     std::string text;  // as given, so that the file keeps it so
 };
 
+/// Names of elements, and nothing that a query would read otherwise.
+void require_name(const std::string& name) {
+    const auto is_plain = [](unsigned char c) {
+        return std::isalnum(c) || c == '_' || c == '-' || c == '.' || c > 127;
+    };
+    if (name.empty() || name.front() == '-' || name.front() == '.' ||
+        std::isdigit(static_cast<unsigned char>(name.front())) || !std::ranges::all_of(name, is_plain))
+        throw UsageError(fmt::format("\"{}\" is not a name", name));
+}
+
+void require_names(const ParameterOptions& options) {
+    for (const std::string& name : {options.tree, options.group, options.key}) require_name(name);
+}
+
 double parameter(Session& session, const ParameterOptions& options) {
+    require_names(options);
     clsTuneParamsXML store(session.platform());
     if (options.tree == autotune_tree) return store.GetAutotuneLimitValue(options.group, options.key);
     if (options.tree == manual_tree) return store.GetManualTuneValue(options.group, options.key);
@@ -42,19 +58,21 @@ ExitCode get_parameter(Session& session, const ParameterOptions& options) {
 }
 
 ExitCode set_parameter(Session& session, const ParameterOptions& options) {
+    require_names(options);
     clsTuneParamsXML(session.platform())
         .WriteTuneParamValue(options.group, options.key, stored_number(options.text), options.tree);
     return get_parameter(session, options);
 }
 
 ExitCode list_parameters(Session& session, const ParameterOptions& options) {
+    require_name(options.tree);
     Json groups = Json::object();
     TextTable table({"<group", "<key", "<value"});
     for (const ListedParameter& parameter : list_tune_parameters(session.platform(), options.tree)) {
         groups[parameter.group][parameter.name] = parameter.text;
         table.add({parameter.group, parameter.name, parameter.text});
     }
-    return session.show(Json{{"tree", options.tree}, {"groups", std::move(groups)}}, table.text());
+    return session.show(Json{{"tree", options.tree}, {"groups", std::move(groups)}}, table);
 }
 
 void add_tree(CLI::App& command, ParameterOptions& options) {
@@ -74,11 +92,13 @@ struct PreferenceOptions {
 };
 
 ExitCode get_preference(Session& session, const PreferenceOptions& options) {
+    require_name(options.name);
     const std::string value = clsTunePrefsXML(session.platform()).GetTunePreference(options.name);
     return session.show(Json{{"name", options.name}, {"value", value}}, value + "\n");
 }
 
 ExitCode set_preference(Session& session, const PreferenceOptions& options) {
+    require_name(options.name);
     clsTunePrefsXML(session.platform()).WriteTunePreference(options.name, options.value);
     return get_preference(session, options);
 }
@@ -90,7 +110,7 @@ ExitCode list_preferences(Session& session, const NoOptions&) {
         values[preference.name] = preference.text;
         table.add({preference.name, preference.text});
     }
-    return session.show(Json{{"preferences", std::move(values)}}, table.text());
+    return session.show(Json{{"preferences", std::move(values)}}, table);
 }
 
 // Which list: what the options leave open is what the instrument is set to.
@@ -108,6 +128,8 @@ ListChoice filled_in(ListChoice choice, Session& session) {
     TuneGlobals globals(session.platform());
     if (choice.source.empty()) choice.source = current_mass_list_source(session, globals);
     if (choice.polarity.empty()) choice.polarity = globals.GetPolarityStr();
+    if (choice.source.find_first_of("'\"<>&[]/=") != std::string::npos)
+        throw UsageError(fmt::format("\"{}\" is not a name", choice.source));
     return choice;
 }
 
@@ -128,13 +150,12 @@ ExitCode show_lists(Session& session, const ListChoice& choice) {
         Json masses = Json::array();
         for (const auto& mass : list.masses) {
             const auto number = parse_number(plain_number(mass.text));
-            masses.push_back(Json{{"mass", number ? Json(*number) : Json(mass.text)}, {"used", mass.used}});
+            masses.push_back(Json{{"mass", number ? Json(*number) : Json()}, {"used", mass.used}, {"text", mass.text}});
             table.add({list.source, list.polarity, mass.text, mass.used});
         }
         rows.push_back(Json{{"source", list.source}, {"polarity", list.polarity}, {"masses", std::move(masses)}});
     }
-    return session.show(Json{{"file", default_mass_list_file(session.platform())}, {"lists", std::move(rows)}},
-                        table.text());
+    return session.show(Json{{"file", default_mass_list_file(session.platform())}, {"lists", std::move(rows)}}, table);
 }
 
 ExitCode set_list(Session& session, const MassListChange& options) {
@@ -188,9 +209,8 @@ ExitCode check_lists(Session& session, const NoOptions&) {
     if (faults.empty()) text = fmt::format("{} lists, no faults\n", lists.size());
     session.show(Json{{"file", file}, {"lists", lists.size()}, {"faults", faults}}, text);
     if (faults.empty()) return ExitCode::done;
-    session.talk(failure_line(
-        Error(error_number::routine_detected, "masslist check", fmt::format("{} faults in {}", faults.size(), file)),
-        {}));
+    session.fault =
+        Error(error_number::routine_detected, "masslist check", fmt::format("{} faults in {}", faults.size(), file));
     return ExitCode::check_failed;
 }
 
@@ -230,12 +250,13 @@ void declare_params(CLI::App& group, Session& session) {
                     "korvane params set PeakHandling PeakFindWindowInPercentT 0.2", set_parameter);
     add_key(set, change);
     set.add_option("VALUE", change.text, "the new number")->required()->check([](const std::string& text) {
-        return parse_number(text) ? std::string() : "VALUE: \"" + text + "\" is not a number";
+        return parse_number(text) ? std::string() : "\"" + text + "\" is not a number";
     });
     add_tree(set, change);
 
     const auto [list, listed] = add_command(group, session, "list", "print all parameters of a tree",
                                             "korvane params list --tree ManualTuneParameters", list_parameters);
+    add_csv(list, session);
     add_tree(list, listed);
 }
 
@@ -249,12 +270,15 @@ void declare_prefs(CLI::App& group, Session& session) {
     set.add_option("NAME", change.name, "name of the preference")->required();
     set.add_option("VALUE", change.value, "the new text, written as given")->required();
 
-    add_command(group, session, "list", "print all preferences", "korvane prefs list --json", list_preferences);
+    add_csv(add_command(group, session, "list", "print all preferences", "korvane prefs list --json", list_preferences)
+                .first,
+            session);
 }
 
 void declare_masslist(CLI::App& group, Session& session) {
     const auto [show, shown] = add_command(group, session, "show", "print a mass list",
                                            "korvane masslist show --polarity Negative", show_lists);
+    add_csv(show, session);
     add_choice(show, shown);
     show.add_flag("--all", shown.all, "all lists of the file");
 

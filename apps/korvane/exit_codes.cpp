@@ -28,21 +28,6 @@ std::string_view remark_on(const Error& error) {
     return "";
 }
 
-// The operator's messages have several lines: sentences follow each other, other lines are set apart.
-std::string joined_lines(std::string_view text) {
-    std::string joined;
-    while (!text.empty()) {
-        const auto end = std::min(text.find_first_of("\r\n"), text.size());
-        const std::string_view line = text.substr(0, end);
-        if (!line.empty()) {
-            if (!joined.empty()) joined += std::string_view(".:;,!?").find(joined.back()) < 6 ? " " : "; ";
-            joined += line;
-        }
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return joined;
-}
-
 }  // namespace
 
 ExitCode exit_code_of(const Error& error) {
@@ -64,6 +49,25 @@ ExitCode exit_code_of(const Error& error) {
     return ExitCode::instrument;
 }
 
+const char* kind_name(ErrorKind kind) {
+    constexpr const char* names[] = {"usage", "configuration", "instrument", "time_out", "aborted", "internal"};
+    return names[static_cast<int>(kind)];
+}
+
+std::string joined_lines(std::string_view text) {
+    std::string joined;
+    while (!text.empty()) {
+        const auto end = std::min(text.find_first_of("\r\n"), text.size());
+        const std::string_view line = text.substr(0, end);
+        if (!line.empty()) {
+            if (!joined.empty()) joined += std::string_view(".:;,!?").find(joined.back()) < 6 ? " " : "; ";
+            joined += line;
+        }
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return joined;
+}
+
 std::string exit_code_help() {
     return "Exit codes:\n"
            "  0  done\n"
@@ -74,6 +78,7 @@ std::string exit_code_help() {
            "  5  time-out\n"
            "  6  aborted\n"
            "  70 internal fault\n"
+           "  130, 143, 129  stopped by Ctrl-C, SIGTERM, SIGHUP, after the instrument was given back\n"
            "A failure prints one line on standard error: routine, number, description.";
 }
 

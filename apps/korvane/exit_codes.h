@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "korvane/error.h"
 
@@ -20,8 +21,14 @@ enum class ExitCode : int {
 
 ExitCode exit_code_of(const Error& error);
 
+/// "usage", "configuration", "instrument", "time_out", "aborted" or "internal".
+const char* kind_name(ErrorKind kind);
+
 /// The codes and their meaning, a line each, for the help text.
 std::string exit_code_help();
+
+/// A text of several lines as one: sentences follow each other, other lines are set apart.
+std::string joined_lines(std::string_view text);
 
 /// One line: routine, number, description. `command` stands for the routine where the error names none. Line breaks of
 /// the description are joined; a configuration error that does not name its place gets the base folder (unless empty).

@@ -65,6 +65,7 @@ struct RecordOptions {
 };
 
 ExitCode record(Session& session, const RecordOptions& options) {
+    session.begin_run();
     record_spectra(session.platform(), path_of(*options.file), static_cast<std::int32_t>(options.spectra));
     return session.show(Json{{"file", *options.file}, {"spectra", options.spectra}}, *options.file + "\n");
 }
@@ -90,6 +91,7 @@ ExitCode call(Session& session, std::vector<std::string> words) {
     words.erase(words.begin());
     try {
         session.print(automation::call_from_texts(session.platform(), member, words) + "\n");
+        session.keep_moves();
         return ExitCode::done;
     } catch (const Error& error) {
         constexpr std::int32_t no_such_class = 429;
@@ -122,12 +124,10 @@ struct ConformOptions {
 };
 
 ExitCode conform(Session& session, const ConformOptions& options) {
-    if (options.contract) {
-        session.print(contract::contract_text());
-        return ExitCode::done;
-    }
-    const std::string& layer = options.layer;
-    const Platform platform = layer.empty() ? session.platform() : automation::make_outside_platform(layer);
+    if (options.contract) return session.show(Json{{"text", contract::contract_text()}}, contract::contract_text());
+    if (!options.layer.empty()) session.options.instrument = options.layer;
+    const Platform& platform = session.platform();
+    session.begin_run();
     const auto results = check_instrument_layer(*platform.instrument);
     const auto passed = std::count_if(results.begin(), results.end(), [](const auto& result) { return result.passed; });
     const auto failed = static_cast<std::ptrdiff_t>(results.size()) - passed;
@@ -149,8 +149,7 @@ ExitCode conform(Session& session, const ConformOptions& options) {
 
 void add_text_command(CLI::App& group, Session& session, const char* name, const char* help, std::string (*text)()) {
     runs(*group.add_subcommand(name, help)->group("Commands"), session, [text](Session& running) {
-        running.print(text());
-        return ExitCode::done;
+        return running.show(Json{{"text", text()}}, text());
     });
 }
 

@@ -12,6 +12,7 @@
 #endif
 
 #include "command_line.h"
+#include "stopping.h"
 
 #ifdef _WIN32
 
@@ -43,6 +44,7 @@ int wmain(int argc, wchar_t** argv) {
     for (int i = 0; i < argc; ++i) arguments.push_back(korvane::program::utf8_of(argv[i]));
     for (const std::string& argument : arguments) words.push_back(argument.c_str());
     const ConsoleCodePage utf8;
+    korvane::program::note_stop_signals();
     return korvane::program::run_command_line(argc, words.data(), {std::cout, std::cerr, _isatty(2) != 0},
                                               korvane::automation::with_system_tracer(korvane::make_platform(nullptr)));
 }
@@ -50,6 +52,7 @@ int wmain(int argc, wchar_t** argv) {
 #else
 
 int main(int argc, char** argv) {
+    korvane::program::note_stop_signals();
     return korvane::program::run_command_line(argc, argv, {std::cout, std::cerr, isatty(STDERR_FILENO) != 0});
 }
 

@@ -31,6 +31,7 @@ struct CalibrantRow {
 
     // A record that the search left alone is all zeros.
     bool found() const { return ns != PeakInfo{}; }
+    bool reaches(double minimum_height) const { return found() && ns.pkHeight >= minimum_height; }
     double ppm() const { return (amu.pkCentroid - mass) / mass * 1e6; }
 };
 
@@ -75,18 +76,18 @@ void require_masses_on_axis(SpectrumParser& parser, const std::vector<CalibrantR
                                          row.mass, first, last));
 }
 
-Json row_json(const CalibrantRow& row) {
+Json row_json(const CalibrantRow& row, double minimum_height) {
     Json object{{"mass", row.mass},
                 {"found", row.found()},
                 {"ppm", row.found() ? Json(row.ppm()) : Json()},
                 {"ns", peak_json(row.ns)},
                 {"amu", peak_json(row.amu)}};
-    if (const auto& errors = row.standard_errors) {
-        object["ppm_error"] = errors->centroid * row.ppm_per_ns;
-        object["height_error"] = errors->height;
-        object["width_error"] = errors->width;
-        object["ions"] = errors->ions;
-    }
+    const auto& errors = row.standard_errors;
+    object["ppm_error"] = errors ? Json(errors->centroid * row.ppm_per_ns) : Json();
+    object["height_error"] = errors ? Json(errors->height) : Json();
+    object["width_error"] = errors ? Json(errors->width) : Json();
+    object["ions"] = errors ? Json(errors->ions) : Json();
+    object["reaches_minimum"] = row.reaches(minimum_height);
     return object;
 }
 
@@ -100,10 +101,11 @@ TextTable::Cells row_cells(const CalibrantRow& row, double minimum_height) {
             fmt::format("{:.0f}", row.ns.pkHeight),
             fmt::format("{:.3f}", row.ns.pkWidth),
             fmt::format("{:.0f}", row.amu.pkResolution),
-            row.ns.pkHeight < minimum_height ? "no" : "yes"};
+            row.reaches(minimum_height) ? "yes" : "no"};
 }
 
 ExitCode measure(Session& session, const MeasureOptions& options) {
+    session.begin_run();
     TuneGlobals globals(session.platform());
     SpectrumParser parser(session.platform());
     clsTuneParamsXML params(session.platform());
@@ -122,11 +124,16 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     TextTable table({"expected m/z", "measured m/z", "error ppm", "time ns", "height", "width ns", "resolution",
                      "reaches minimum"});
     for (const CalibrantRow& row : rows) {
-        peaks.push_back(row_json(row));
+        peaks.push_back(row_json(row, minimum_height));
         table.add(row_cells(row, minimum_height));
     }
-    return session.show(Json{{"source", source}, {"polarity", polarity}, {"state", state}, {"peaks", std::move(peaks)}},
-                        table.text());
+    session.show(Json{{"source", source},
+                      {"polarity", polarity},
+                      {"state", state},
+                      {"peaks", std::move(peaks)},
+                      {"minimum_abundance_counts", minimum_height}},
+                 table);
+    return log_and_end(session, parser);
 }
 
 struct PeakOptions {
@@ -177,10 +184,11 @@ ExitCode show_record(Session& session, SpectrumParser& parser, double mass, doub
                    fmt::format("{:.5f}", amu.value(position))});
     }
     return session.show(Json{{"mass", mass}, {"peaks", peaks->count()}, {"ns", peak_json(ns)}, {"amu", peak_json(amu)}},
-                        table.text());
+                        table);
 }
 
 ExitCode measure_peak(Session& session, const PeakOptions& options) {
+    session.begin_run();
     TuneGlobals globals(session.platform());
     require_mass_in_range(globals, *options.mass);
     SpectrumParser parser(session.platform());
@@ -191,17 +199,18 @@ ExitCode measure_peak(Session& session, const PeakOptions& options) {
 }
 
 ExitCode verify(Session& session, const NoOptions&) {
+    session.begin_run();
     SpectrumParser parser(session.platform());
     try {
         parser.VerifyInstrumentIsShowingValidCalibrantSpectrum();
     } catch (const Error& error) {
-        if (session.json && exit_code_of(error) == ExitCode::check_failed)
+        if (exit_code_of(error) == ExitCode::check_failed)
             session.show(Json{{"valid", false}, {"message", error.description()}}, {});
         throw;
     }
     session.talk("tune log " + written_log(parser));
-    return session.show(Json{{"valid", true}, {"message", nullptr}},
-                        "The instrument shows a valid calibrant spectrum.\n");
+    session.show(Json{{"valid", true}, {"message", nullptr}}, "The instrument shows a valid calibrant spectrum.\n");
+    return log_and_end(session, parser);
 }
 
 }  // namespace
@@ -209,6 +218,7 @@ ExitCode verify(Session& session, const NoOptions&) {
 void declare_measure(CLI::App& command, Session& session) {
     MeasureOptions& options =
         runs(command, session, "korvane measure --mass 158.9640 --mass 566.8885 --window 0.2", measure);
+    add_csv(command, session);
     add_numbers(command, "--mass", options.masses,
                 "m/z to look for; repeat for more (the mass list of the base folder)", positive);
     add_number(command, "--window", options.window_percent,
@@ -218,6 +228,7 @@ void declare_measure(CLI::App& command, Session& session) {
 
 void declare_peak(CLI::App& command, Session& session) {
     PeakOptions& options = runs(command, session, "korvane peak 1382.7373 --attribute resolution", measure_peak);
+    add_csv(command, session);
     add_number(command, "MASS", options.mass, "m/z of the peak", positive)->required();
     add_number(command, "--window", options.window_amu, "half width of the search window, amu (0.2)", positive);
     command

@@ -1,8 +1,16 @@
 #include "session.h"
 
+#include <fmt/format.h>
+
+#include "korvane/abort_helper.h"
 #include "korvane/automation.h"
+#include "korvane/system.h"
+#include "stopping.h"
 
 namespace korvane::program {
+
+Session::Session(Streams streams, Platform system) : streams_(streams), system_(std::move(system)) {}
+Session::~Session() = default;
 
 Platform Session::build_platform() const {
     if (options.instrument) return automation::make_outside_platform(*options.instrument);
@@ -17,14 +25,24 @@ Platform Session::build_platform() const {
     return make_embedded_platform(embedded, system_);
 }
 
+std::string Session::instrument_name() const {
+    if (options.instrument) return *options.instrument;
+    if (options.replay) return "replayed";
+    return options.base || options.scene ? "simulated" : default_instrument().value_or("simulated");
+}
+
 const Platform& Session::platform() {
-    if (!platform_) platform_ = build_platform();
+    if (!platform_) {
+        restoring_ = std::make_unique<Restoring>(build_platform());
+        platform_ = watched(restoring_->platform(), [this](bool at_spectrum) { look(at_spectrum); });
+    }
     return *platform_;
 }
 
 InstrumentGlobals& Session::instrument() {
     if (!instrument_) {
         auto created = platform().instrument->create_globals();
+        if (!created) raise_runtime_fault(error_number::object_not_set, "create_globals");
         created->initialise();
         instrument_ = std::move(created);
     }
@@ -44,12 +62,86 @@ std::string Session::known_base_folder() {
     }
 }
 
-ExitCode Session::show(const Json& object, std::string_view text) {
-    if (json)
-        print(object.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
-    else
-        print(text);
+void Session::begin_run() {
+    abort_ = std::make_unique<AbortHelper>(platform());
+    look(true);
+}
+
+void Session::raise_stop(std::string description) {
+    stop_ = Error(error_number::user_aborted, "", std::move(description));
+    throw *stop_;
+}
+
+void Session::look(bool at_spectrum) {
+    if (stop_) throw *stop_;
+    if (stop_signal()) raise_stop("stopped");
+    if (streams_.err_is_terminal && !has_progress_) show_waiting(at_spectrum);
+    if (!at_spectrum || !abort_) return;
+    bool requested = false;
+    try {
+        requested = abort_->UserHasClickedAbort();
+    } catch (const Error&) {
+        // A flag that cannot be read is told by the members that need it.
+    }
+    if (requested) raise_stop("User aborted");
+}
+
+void Session::show_waiting(bool at_spectrum) {
+    const auto elapsed = std::chrono::steady_clock::now() - begun_;
+    const std::int64_t seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
+    if (seconds <= waited_seconds_) return;
+    waited_seconds_ = seconds;
+    write_open_line(fmt::format("waiting for {}, {} s", at_spectrum ? "a spectrum" : "the instrument", seconds));
+}
+
+void Session::write_open_line(std::string_view line) {
+    streams_.err << '\r' << line << "\x1b[K" << std::flush;
+    line_is_open_ = true;
+}
+
+void Session::keep_moves() {
+    if (restoring_) restoring_->keep_everything();
+}
+
+std::vector<PutBack> Session::give_back() noexcept {
+    return restoring_ ? restoring_->restore() : std::vector<PutBack>{};
+}
+
+ExitCode Session::show(Json object, std::string text) {
+    object_ = std::move(object);
+    text_ = std::move(text);
     return ExitCode::done;
+}
+
+ExitCode Session::show(Json object, const TextTable& table) {
+    return show(std::move(object), csv ? table.csv() : table.text());
+}
+
+void Session::print_result(const Json& more) {
+    if (line_is_open_) streams_.err << "\r\x1b[K" << std::flush;
+    line_is_open_ = false;
+    if (!json) return print(text_);
+    if (object_.is_null() && more.empty()) return;
+    const LocalTime now = system_.clock->now();
+    Json whole{{"schema_version", 1},
+               {"time", fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", now.year, now.month, now.day, now.hour,
+                                    now.minute, now.second)},
+               {"version", KORVANE_VERSION},
+               {"instrument", instrument_name()}};
+    if (!object_.is_null()) whole.update(object_);
+    whole.update(more);
+    print(whole.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+}
+
+void Session::talk(std::string_view line) {
+    if (line_is_open_) streams_.err << "\r\x1b[K";
+    line_is_open_ = false;
+    streams_.err << line << std::endl;
+}
+
+void Session::show_progress(std::string_view line) {
+    has_progress_ = true;
+    write_open_line(line);
 }
 
 std::filesystem::path path_of(const std::string& utf8) {

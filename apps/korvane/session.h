@@ -1,6 +1,7 @@
-// What every command works with: the options of the program itself, where output goes, and the platform.
+// What every command works with: the options of the program itself, the platform, and what becomes of its result.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -11,10 +12,17 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "exit_codes.h"
 #include "korvane/embedded.h"
 #include "korvane/platform.h"
+#include "korvane/restoring.h"
+#include "text_table.h"
+
+namespace korvane {
+class AbortHelper;
+}
 
 namespace korvane::program {
 
@@ -43,15 +51,19 @@ public:
     using Work = std::function<ExitCode(Session&)>;
 
     /// `system` has the files, clock, message box and tracers for the embedded instrument.
-    Session(Streams streams, Platform system) : streams_(streams), system_(std::move(system)) {}
+    Session(Streams streams, Platform system);
+    ~Session();
 
     GlobalOptions options;
-    bool json = false;
+    bool json = false, csv = false;
+    /// Why the exit code is another one although there is a result.
+    std::optional<Error> fault;
     /// What the arguments ask for.
     Work work;
 
     /// The platform on the chosen base folder or with the chosen instrument layer, built at the first call. What the
-    /// command line says goes before the environment. Errors as `make_embedded_platform`, `make_outside_platform`.
+    /// command line says goes before the environment. What is moved on it goes back at the end. Errors as
+    /// `make_embedded_platform`, `make_outside_platform`; 1 after a signal to stop.
     const Platform& platform();
     /// The program's own view of the instrument.
     InstrumentGlobals& instrument();
@@ -60,22 +72,50 @@ public:
     /// The same; empty while no platform has been built, and where the instrument does not tell.
     std::string known_base_folder();
 
+    /// Before a command moves the instrument or takes spectra: error 1 where an abort stands, and before each spectrum
+    /// from now on.
+    void begin_run();
+    /// The error that ended the run, also where what runs went on without regard to it.
+    const std::optional<Error>& stop() const { return stop_; }
+    /// What has been moved so far stays.
+    void keep_moves();
+    /// Puts back the rest.
+    std::vector<PutBack> give_back() noexcept;
+
     /// Writes text as it is to standard output.
     void print(std::string_view text) { streams_.out << text; }
-    /// Prints what --json asks for: the object or the text. Returns that all is done.
-    ExitCode show(const Json& object, std::string_view text);
+    /// Notes the result for the end: the object for --json, the text, or the table for --csv. Returns that all is done.
+    ExitCode show(Json object, std::string text);
+    ExitCode show(Json object, const TextTable& table);
+    /// Prints the result, if any. `more` is what a JSON object gets in any case.
+    void print_result(const Json& more);
     /// One line of talk.
-    void talk(std::string_view line) { streams_.err << line << std::endl; }
-    std::ostream& talk_stream() { return streams_.err; }
+    void talk(std::string_view line);
+    /// How far a command has come: a line on a terminal that the next one replaces. What takes more than a second
+    /// without it says there what is waited for.
+    void show_progress(std::string_view line);
     bool talk_is_terminal() const { return streams_.err_is_terminal; }
 
 private:
     Platform build_platform() const;
+    std::string instrument_name() const;
+    void look(bool at_spectrum);
+    [[noreturn]] void raise_stop(std::string description);
+    void show_waiting(bool at_spectrum);
+    void write_open_line(std::string_view line);
 
     Streams streams_;
     Platform system_;
+    std::unique_ptr<Restoring> restoring_;
     std::optional<Platform> platform_;
     std::unique_ptr<InstrumentGlobals> instrument_;
+    std::unique_ptr<AbortHelper> abort_;
+    std::optional<Error> stop_;
+    Json object_;
+    std::string text_;
+    std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+    std::int64_t waited_seconds_ = 0;
+    bool line_is_open_ = false, has_progress_ = false;
 };
 
 /// A path given as UTF-8, and back.

@@ -1,6 +1,9 @@
 // Setpoints, named by index or by internal name: get, set, list, and the search for the value of an abundance.
 #include <algorithm>
+#include <cctype>
 #include <cmath>
+#include <functional>
+#include <memory>
 
 #include "calibrants.h"
 #include "commands.h"
@@ -42,13 +45,80 @@ SetpointDescription describe_setpoint(Session& session, std::int32_t index) {
             type_text(table.variable_type(index))};
 }
 
-/// The setpoint that a text means; a usage error when the instrument has none such.
+bool same_but_for_case(std::string_view text, std::string_view other) {
+    const auto folded = [](unsigned char c) { return std::tolower(c); };
+    return std::ranges::equal(text, other, {}, folded, folded);
+}
+
+/// The setpoint that a text means: its index, its internal name, or either name in any case. A usage error when the
+/// instrument has none such.
 SetpointDescription setpoint_named(Session& session, const std::string& text) {
     SetpointTable& table = session.instrument().setpoints();
     const auto number = parse_integer(text);
-    for (const std::int32_t index : table.indexes())
-        if (number ? index == *number : table.internal_name(index) == text) return describe_setpoint(session, index);
+    const std::vector<std::int32_t> indexes = table.indexes();
+    const std::function<bool(std::int32_t)> meanings[] = {
+        [&](std::int32_t index) { return number ? index == *number : table.internal_name(index) == text; },
+        [&](std::int32_t index) { return same_but_for_case(table.internal_name(index), text); },
+        [&](std::int32_t index) { return same_but_for_case(table.external_name(index), text); }};
+    for (const auto& meant : meanings)
+        if (const auto found = std::ranges::find_if(indexes, meant); found != indexes.end())
+            return describe_setpoint(session, *found);
     throw UsageError(fmt::format("the instrument has no setpoint {} (korvane setpoint list shows them)", text));
+}
+
+using Words = std::vector<std::pair<std::string, double>>;
+
+template <class Entries>
+Words words_of(const Entries& group) {
+    Words words;
+    for (const contract::Number& entry : contract::entries<contract::Number>(group))
+        words.emplace_back(entry.name, entry.key);
+    return words;
+}
+
+/// The words that stand for the values of a setpoint.
+Words value_words(std::int32_t index) {
+    switch (index) {
+        case contract::setpoint.polarity.key:
+            return words_of(contract::polarity);
+        case contract::setpoint.sampling_rate.key:
+            return words_of(contract::sampling_rate);
+        case contract::setpoint.preamp_gain_mode.key:
+            return words_of(contract::preamp_gain_mode);
+        case contract::setpoint.mass_range.key:
+            return {{"low", 0}, {"standard", 1}, {"high", 2}};
+    }
+    for (const contract::Number& entry : contract::entries<contract::Number>(contract::setpoint))
+        if (entry.key == index && std::string_view(entry.unit) == "flag") return {{"off", 0}, {"on", 1}};
+    return {};
+}
+
+double value_named(const SetpointDescription& setpoint, const std::string& text) {
+    if (const auto number = parse_number(text)) return *number;
+    std::string known;
+    for (const auto& [word, value] : value_words(setpoint.index)) {
+        if (same_but_for_case(word, text)) return value;
+        known += ", " + word;
+    }
+    throw UsageError(
+        fmt::format("\"{}\" is not a number{}", text, known.empty() ? "" : ", and none of" + known.substr(1)));
+}
+
+void require_whole(const SetpointDescription& setpoint, double value) {
+    if (setpoint.type != "double" && value != std::trunc(value))
+        throw UsageError(fmt::format("setpoint {} ({}) takes whole numbers only, not {}", setpoint.index,
+                                     setpoint.internal_name, value));
+}
+
+/// The value that the instrument shows; a time-out where it is not the one set.
+double followed_value(Session& session, const SetpointDescription& setpoint, double wanted) {
+    SetpointTable& table = session.instrument().setpoints();
+    const double shown = number_of(table.value(setpoint.index, 0, 0), "setpoint value");
+    const double rounding = 1e-9 * std::abs(wanted);
+    if (std::abs(shown - wanted) <= std::max(table.tolerance(setpoint.index), rounding)) return shown;
+    throw Error(error_number::setpoint_not_reached, "",
+                fmt::format("the instrument did not follow: setpoint {} ({}) shows {}, not {}", setpoint.index,
+                            setpoint.internal_name, shown, wanted));
 }
 
 void require_within_limits(const SetpointDescription& setpoint, double value) {
@@ -58,7 +128,7 @@ void require_within_limits(const SetpointDescription& setpoint, double value) {
 }
 
 CLI::Option* add_setpoint(CLI::App& command, std::string& setpoint) {
-    return command.add_option("SETPOINT", setpoint, "index or internal name (korvane setpoint list)")->required();
+    return command.add_option("SETPOINT", setpoint, "index or name (korvane setpoint list)")->required();
 }
 
 Json setpoint_json(const SetpointDescription& setpoint) {
@@ -77,26 +147,32 @@ ExitCode show_setpoint(Session& session, SetpointDescription setpoint, double va
     return session.show(setpoint_json(setpoint), fmt::format("{}\n", value));
 }
 
+// It only reads, and so does not ask for the abort flag as the class does.
 ExitCode get_setpoint(Session& session, const std::string& name) {
     const SetpointDescription setpoint = setpoint_named(session, name);
-    return show_setpoint(session, setpoint, TuneGlobals(session.platform()).GetMSSetpointValueByIdx(setpoint.index));
+    return show_setpoint(session, setpoint, setpoint.value);
 }
 
 struct SetpointChange {
     std::string setpoint;
-    std::optional<double> value, delta, wait_seconds;
+    std::optional<std::string> value;
+    std::optional<double> delta, wait_seconds;
     bool until_set = false;
 };
 
 ExitCode set_setpoint(Session& session, const SetpointChange& options) {
     if (options.value.has_value() == options.delta.has_value()) throw UsageError("give either a value or --delta");
     const SetpointDescription setpoint = setpoint_named(session, options.setpoint);
-    require_within_limits(setpoint, options.value ? *options.value : setpoint.value + *options.delta);
-    TuneGlobals globals(session.platform());
-    const double value = globals.SetMSSetpointValueByIdx(
-        setpoint.index, options.value.value_or(setpoint_value_not_given), options.delta.value_or(0),
-        static_cast<float>(options.wait_seconds.value_or(0)), options.until_set);
-    return show_setpoint(session, setpoint, value);
+    const double wanted = options.value ? value_named(setpoint, *options.value) : setpoint.value + *options.delta;
+    require_whole(setpoint, wanted);
+    require_within_limits(setpoint, wanted);
+    session.begin_run();
+    const auto stays = [&](void*) { session.keep_moves(); };  // also where it was not seen to arrive
+    const std::unique_ptr<void, decltype(stays)> at_end(&session, stays);
+    TuneGlobals(session.platform())
+        .SetMSSetpointValueByIdx(setpoint.index, wanted, 0, static_cast<float>(options.wait_seconds.value_or(0)),
+                                 options.until_set);
+    return show_setpoint(session, setpoint, followed_value(session, setpoint, wanted));
 }
 
 ExitCode list_setpoints(Session& session, const NoOptions&) {
@@ -108,7 +184,7 @@ ExitCode list_setpoints(Session& session, const NoOptions&) {
         table.add_row(row.index, row.internal_name, row.value, row.lower, row.upper, row.resolution, row.type,
                       row.external_name);
     }
-    return session.show(Json{{"setpoints", std::move(rows)}}, table.text());
+    return session.show(Json{{"setpoints", std::move(rows)}}, table);
 }
 
 // The fast search writes firmware channel 22, whatever setpoint it is given.
@@ -141,12 +217,6 @@ Bounds checked_bounds(const SetpointDescription& setpoint, const AdjustOptions& 
 class AdjustProgress {
 public:
     AdjustProgress(Session& session, const Bounds& bounds) : session_(session), bounds_(bounds) {}
-    /// Ends the bar's line.
-    ~AdjustProgress() {
-        if (bar_shown_) session_.talk("");
-    }
-    AdjustProgress(const AdjustProgress&) = delete;
-    AdjustProgress& operator=(const AdjustProgress&) = delete;
 
     void show(const AdjustProbe& probe) {
         const std::string line = fmt::format("probe {}: {:.6g} gives {:.0f}, bracket {:.6g} to {:.6g}", probe.number,
@@ -159,15 +229,12 @@ public:
         const double done =
             range > bounds_.resolution ? std::log(range / bracket) / std::log(range / bounds_.resolution) : 1.0;
         const auto filled = static_cast<std::size_t>(std::clamp(done, 0.0, 1.0) * bar_width);
-        session_.talk_stream() << fmt::format("\r[{:.<{}}] {}\x1b[K", std::string(filled, '#'), bar_width, line)
-                               << std::flush;
-        bar_shown_ = true;
+        session_.show_progress(fmt::format("[{:.<{}}] {}", std::string(filled, '#'), bar_width, line));
     }
 
 private:
     Session& session_;
     Bounds bounds_;
-    bool bar_shown_ = false;
 };
 
 const char* end_text(AdjustOutcome::End end) {
@@ -182,8 +249,7 @@ const char* end_text(AdjustOutcome::End end) {
     return "";
 }
 
-ExitCode show_outcome(Session& session, const SetpointDescription& setpoint, const AdjustOutcome& outcome,
-                      bool applied) {
+void show_outcome(Session& session, const SetpointDescription& setpoint, const AdjustOutcome& outcome, bool applied) {
     Json probes = Json::array();
     for (const AdjustProbe& probe : outcome.probes)
         probes.push_back(Json{{"number", probe.number},
@@ -195,17 +261,25 @@ ExitCode show_outcome(Session& session, const SetpointDescription& setpoint, con
     table.add({fmt::format("{} ({})", setpoint.internal_name, setpoint.index), fmt::format("{:.6g}", outcome.value),
                fmt::format("{:.0f}", outcome.abundance), fmt::format("{:.0f}", outcome.scaled_target),
                fmt::format("{}", outcome.probes.size()), end_text(outcome.end)});
-    return session.show(Json{{"setpoint", setpoint.index},
-                             {"internal_name", setpoint.internal_name},
-                             {"value", outcome.value},
-                             {"abundance", outcome.abundance},
-                             {"scaled_target", outcome.scaled_target},
-                             {"speed_up_factor", outcome.speed_up_factor},
-                             {"probes_made", outcome.probes.size()},
-                             {"end", end_text(outcome.end)},
-                             {"applied", applied},
-                             {"probes", std::move(probes)}},
-                        table.text());
+    session.show(Json{{"setpoint", setpoint.index},
+                      {"internal_name", setpoint.internal_name},
+                      {"value", outcome.value},
+                      {"abundance", outcome.abundance},
+                      {"scaled_target", outcome.scaled_target},
+                      {"speed_up_factor", outcome.speed_up_factor},
+                      {"probes_made", outcome.probes.size()},
+                      {"end", end_text(outcome.end)},
+                      {"applied", applied},
+                      {"probes", std::move(probes)}},
+                 table);
+}
+
+/// Within tolerance, or between a value that shows more and the one found; and with a peak at all.
+bool is_reached(const AdjustOutcome& outcome) {
+    const auto exceeds = [&](const AdjustProbe& probe) { return probe.abundance > outcome.scaled_target; };
+    return outcome.abundance > 0 &&
+           (outcome.end == AdjustOutcome::End::within_tolerance ||
+            (outcome.end == AdjustOutcome::End::resolution_reached && std::ranges::any_of(outcome.probes, exceeds)));
 }
 
 ExitCode adjust(Session& session, const AdjustOptions& options) {
@@ -216,20 +290,29 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
         throw UsageError(fmt::format("--fast drives the quadrupole through the firmware; it adjusts {} only, not {}",
                                      fast_setpoint, setpoint.internal_name));
     const Bounds bounds = checked_bounds(setpoint, options);
+    session.begin_run();
     SpectrumParser parser(session.platform());
-    {
-        AdjustProgress progress(session, bounds);
-        if (!options.no_progress) parser.on_adjust_probe([&](const AdjustProbe& probe) { progress.show(probe); });
-        if (options.fast) parser.set_fast_search(true);
-        parser.BinaryAdjustAbundanceDownUsingThisSetpoint(setpoint.index, *options.mz, *options.target, 30.0,
-                                                          !options.raise_to_reduce, bounds.low, bounds.high,
-                                                          bounds.resolution);
-        parser.on_adjust_probe({});
-    }
+    AdjustProgress progress(session, bounds);
+    if (!options.no_progress) parser.on_adjust_probe([&](const AdjustProbe& probe) { progress.show(probe); });
+    // The preference of the fast search is for the quadrupole, too.
+    if (options.fast || setpoint.internal_name != fast_setpoint) parser.set_fast_search(options.fast);
+    parser.BinaryAdjustAbundanceDownUsingThisSetpoint(setpoint.index, *options.mz, *options.target, 30.0,
+                                                      !options.raise_to_reduce, bounds.low, bounds.high,
+                                                      bounds.resolution);
     const AdjustOutcome& outcome = parser.last_adjustment();
-    if (options.apply) globals.SetMSSetpointValueByIdx(setpoint.index, outcome.value);
+    const bool is_found = is_reached(outcome);
+    const bool applies = options.apply && is_found;
+    if (applies) {
+        globals.SetMSSetpointValueByIdx(setpoint.index, outcome.value);
+        session.keep_moves();
+        followed_value(session, setpoint, outcome.value);
+    }
     session.talk("tune log " + written_log(parser));
-    return show_outcome(session, setpoint, outcome, options.apply);
+    show_outcome(session, setpoint, outcome, applies);
+    if (is_found) return log_and_end(session, parser);
+    session.fault = Error(error_number::routine_detected, "",
+                          outcome.abundance > 0 ? "the target was never reached" : "there is no signal");
+    return ExitCode::check_failed;
 }
 
 }  // namespace
@@ -242,18 +325,20 @@ void declare_setpoint(CLI::App& group, Session& session) {
     const auto [set, change] = add_command(group, session, "set", "change a setpoint and print the value read back",
                                            "korvane setpoint set FragmentTune --delta -5 --until-set", set_setpoint);
     add_setpoint(set, change.setpoint);
-    add_number(set, "VALUE", change.value, "the new value");
+    set.add_option("VALUE", change.value, "the new value, or its word: Negative, on");
     add_number(set, "--delta", change.delta, "add this to the value instead");
     add_number(set, "--wait", change.wait_seconds, "wait so many seconds after the change",
                {.above = 0, .below = 86400});
     set.add_flag("--until-set", change.until_set, "return when a spectrum shows the new value; exit code 5 after 15 s");
 
-    add_command(group, session, "list", "print all setpoints", "korvane setpoint list", list_setpoints);
+    add_csv(add_command(group, session, "list", "print all setpoints", "korvane setpoint list", list_setpoints).first,
+            session);
 }
 
 void declare_adjust(CLI::App& command, Session& session) {
     AdjustOptions& options =
         runs(command, session, "korvane adjust FragmentTune --mz 566.8885 --target 50000 --max 175 --apply", adjust);
+    add_csv(command, session);
     add_setpoint(command, options.setpoint);
     add_number(command, "--mz", options.mz, "m/z of the peak", positive)->required();
     add_number(command, "--target", options.target, "abundance to come down to, counts at the full transients",
@@ -265,7 +350,7 @@ void declare_adjust(CLI::App& command, Session& session) {
     command.add_flag("--raise-to-reduce", options.raise_to_reduce, "raising the setpoint lowers the abundance");
     command.add_flag("--fast", options.fast,
                      "search through the firmware, without waiting for readiness (QuadAMU only)");
-    command.add_flag("--apply", options.apply, "write the result; without it the last probe stands");
+    command.add_flag("--apply", options.apply, "write the result; without it the setpoint gets its value back");
     command.add_flag("--no-progress", options.no_progress, "do not show the probes while the search runs");
 }
 

@@ -38,4 +38,21 @@ std::string TextTable::text() const {
     return text;
 }
 
+std::string TextTable::csv() const {
+    std::string text;
+    for (std::size_t row = 0; row < rows_.size(); ++row)
+        for (std::size_t i = 0; i < rows_[row].size(); ++i) {
+            std::string cell = rows_[row][i];
+            if (row == 0 && cell.starts_with('<')) cell.erase(0, 1);
+            if (cell == "-") cell.clear();
+            if (cell.find_first_of(",\"\r\n") != std::string::npos) {
+                for (std::size_t at = cell.find('"'); at != std::string::npos; at = cell.find('"', at + 2))
+                    cell.insert(at, 1, '"');
+                cell = '"' + cell + '"';
+            }
+            text += cell + (i + 1 < rows_[row].size() ? ',' : '\n');
+        }
+    return text;
+}
+
 }  // namespace korvane::program

@@ -23,6 +23,8 @@ public:
     }
     /// Title line and rows, each ended by a line feed, no trailing blanks.
     std::string text() const;
+    /// The same for a spreadsheet: commas between the cells, quotes where a cell holds one; empty for "-".
+    std::string csv() const;
 
 private:
     std::vector<Cells> rows_;  // the first are the titles

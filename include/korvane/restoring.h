@@ -15,6 +15,7 @@ struct PutBack {
     double before = 0;    ///< in its own unit, when it was first moved
     double now = 0;       ///< after putting back
     std::string failure;  ///< why it was not put back; empty where it was
+    double found = 0;     ///< when it was to be put back; equal to `before` where there was nothing to do
 };
 
 /// Classes that are made on `platform()` act on the same instrument as ever; every first write of a setpoint or of a

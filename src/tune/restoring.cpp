@@ -177,7 +177,7 @@ namespace {
 PutBack put_back(const Move& move) {
     PutBack result{move.name, move.before, 0, {}};
     try {
-        result.now = move.read();
+        result.now = result.found = move.read();
         if (result.now == move.before) return result;
         if (move.ours && result.now != move.ours) {
             result.failure = "somebody else has moved it since";

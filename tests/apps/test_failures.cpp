@@ -56,6 +56,8 @@ TEST(Usage, WhatCannotBeDoneIsRefusedInOneLineThatNamesIt) {
         {"adjust 30 --mz 566.8885 --target 1 ", {"--resolution 0"}, "--resolution"},
         {"adjust 30 --mz 566.8885 --target 1 ", {"--fast"}, "QuadAMU"},
         {"setpoint get ", {"31x", "99999999999"}, ""},
+        {"setpoint set POLARITY ", {"0.7", "--delta 0.5"}, "whole numbers only"},
+        {"setpoint set Polarity ", {"sideways"}, "none of positive, negative"},
         {"setpoint set FragmentTune ", {"", "100 --delta 1"}, "--delta"},
         {"setpoint set FragmentTune ", {"401", "--delta -1000"}, "0 to 400"},
         {"params set RampParams MinimumAcceptableAbundance ", {"many"}, ""},
@@ -64,7 +66,9 @@ TEST(Usage, WhatCannotBeDoneIsRefusedInOneLineThatNamesIt) {
         {"calibration set -A 0.45 ", {"", "--t0 0.02 --default"}, "--default"},
         {"calibration show --repeat ", {"1", "10001", "2.5"}, "from 2 to 10000"},
         {"record x.mzML -n ", {"0"}, "from 1 to 100000"},
-        {"params ", {"get RampParams Nonsense", "get Nonsense X", "get Ramp[ X", "list --tree NoSuchTree"}, "", 3},
+        {"params ", {"get RampParams Nonsense", "get Nonsense X", "list --tree NoSuchTree"}, "", 3},
+        {"params ", {"get Ramp[ X", "set Calibration ../../.. 5", "list --tree a/b"}, "is not a name"},
+        {"", {"prefs get x'='", "prefs set my=pref 1", "masslist show --source x'or'1'='1"}, "is not a name"},
         {"params ", {"get IndexedSlicer NumberOfPositions"}, "IndexedSlicer", 3},
         {"params set Limits ", {"DualSGF_DefaultSheathGasTemp 1"}, "not permitted", 3},
         {"", {"prefs get Nonsense", "masslist set 100 --source Laser", "conform /nowhere/layer.so"}, "", 3},
@@ -211,6 +215,43 @@ TEST(Adjust, DrawsABarOnATerminalOnly) {
                                     true);
     EXPECT_NE(run.err.find("\r[###.....................] probe 1: "), std::string::npos) << run.err;
     EXPECT_EQ(run.out.find("["), std::string::npos);
+}
+
+TEST(AbortFlag, StopsWhatMovesOrMeasuresBeforeItWritesAndNothingThatOnlyReads) {
+    const ProgramTest program;
+    program.run({"abort", "request"});
+    const auto state = program.base / "instrument.json";
+    for (const std::string command :
+         {"measure", "peak 566.8885", "verify", "record run.mzML", "conform", "calibration show --repeat 2",
+          "calibration set --default", "setpoint set FragmentTune 100",
+          "adjust FragmentTune --mz 566.8885 --target 50000"}) {
+        const Outcome run = program.run(words_of(command + " --json"));
+        EXPECT_EQ(run.code, 6) << command;
+        EXPECT_EQ(run.json()["error"]["kind"], "aborted") << command;
+        EXPECT_NE(run.err.find("korvane abort reset"), std::string::npos) << command << run.err;
+        EXPECT_FALSE(fs::exists(state) || fs::exists("run.mzML")) << command;
+    }
+    for (const char* command :
+         {"state", "setpoint list", "setpoint get FragmentTune", "calibration show", "prefs list"})
+        EXPECT_EQ(program.run(words_of(command)).code, 0) << command;
+}
+
+TEST(Adjust, GivesTheInstrumentBackUnlessItIsAskedToKeepAFoundValue) {
+    const ProgramTest program;
+    program.run(words_of("setpoint set FragmentTune 180"));
+    program.run(words_of("prefs set AIC_RunFastVersion Yes"));  // for the quadrupole, and no other setpoint
+    const auto setpoints = [&] { return program.run(words_of("setpoint list --csv")).out; };
+    const std::string before = setpoints(), adjust = "adjust fragmentor --max 175 --no-progress --json --mz ";
+    for (const auto& [rest, code, moved] : {std::tuple{"566.8885 --target 50000", 0, true},
+                                            {"566.8885 --target 1e9 --apply", 1, true},
+                                            {"700 --target 1 --apply", 1, true},
+                                            {"566.8885 --target 50000 --apply", 0, false}}) {
+        const Outcome run = program.run(words_of(adjust + rest));
+        EXPECT_EQ(run.code, code) << rest << run.err;
+        EXPECT_EQ(run.json().contains("put_back"), moved) << run.out;
+        EXPECT_EQ(run.json().contains("error"), code == 1) << run.out;
+        EXPECT_EQ(setpoints() == before, moved) << rest;
+    }
 }
 
 TEST(Failures, DataThatCannotBeWrittenIsAFailure) {
