@@ -29,14 +29,19 @@ struct SearchRequest {
 
 /// The log stays open as long as the parser.
 void WriteLineToBinarySearchLogFile(ParserState& state, const std::string& line) {
-    const auto keep = [&](const std::string& text) { state.tune.set_ErrorMsgString(text); };
-    log_routine(state.trace, {"WriteLineToBinarySearchLogFile"}, keep, [&] {
+    const auto kept = swallowed_after([&](TraceObj& record, RoutineName name, const Error& error) {
+        const std::string text = text_of("error[", error.number(), "] in ", name.name, "(): ", error.description());
+        state.tune.set_ErrorMsgString(text);
+        record.TR_PRINT(text);
+    });
+    routine(state.trace, {"WriteLineToBinarySearchLogFile"}, kept, [&] {
         if (!state.search_log.is_open()) {
             const LocalTime now = state.platform.clock->now();
             const InstrumentValue gain_channel = state.current().table().value(
                 contract::setpoint.preamp_gain_mode, state.segments.time, state.segments.scan);
             state.search_log.open(dated_log_name("BinarySearch", now),
-                                  text_of("===Binary Search ", general_date_text(now), "GainChannel = ", gain_channel));
+                                  text_of("===Binary Search ", general_date_text(now),
+                                          "GainChannel = ", one_line(number_text(gain_channel))));
         }
         state.search_log.write_line(line);
     });
@@ -46,7 +51,7 @@ void WriteLineToBinarySearchLogFile(ParserState& state, const std::string& line)
 template <class... Pieces>
 void search_line(ParserState& state, TraceObj& record, const Pieces&... pieces) {
     record.TR_PRINT(pieces...);
-    if (state.search_log_is_on.value_or(false)) WriteLineToBinarySearchLogFile(state, text_of(pieces...));
+    if (state.search_log_is_on.value_or(false)) WriteLineToBinarySearchLogFile(state, one_line(text_of(pieces...)));
 }
 
 bool is_search_log_chosen(ParserState& state) {

@@ -1,33 +1,26 @@
 #include "frame/lazy_instrument.h"
 
-#include "korvane/error.h"
+#include "frame/routine.h"
 
 namespace korvane {
 
-namespace {
-
-template <class Made>
-Made required(Made made, const char* what) {
-    if (!made) raise_runtime_fault(error_number::object_not_set, what);
-    return made;
-}
-
-}  // namespace
-
 void LazyInstrument::make() const {
-    if (failure_) std::rethrow_exception(failure_);
+    if (failure_) throw *failure_;
     try {
-        auto made = required(layer_->create_globals(), "instrument globals");
+        auto made = layer_->create_globals();
         made->initialise();
         globals_ = std::move(made);
     } catch (...) {
-        failure_ = std::current_exception();
-        throw;
+        failure_ = current_error();
+        throw *failure_;
     }
 }
 
 std::string base_folder(InstrumentLayer& layer) {
-    return required(layer.create_path_information(), "path information")->base_folder();
+    note_instrument_call("create_path_information");
+    const auto paths = layer.create_path_information();
+    if (!paths) raise_runtime_fault(error_number::object_not_set, "create_path_information() of the instrument layer");
+    return paths->base_folder();
 }
 
 }  // namespace korvane

@@ -1,11 +1,13 @@
 // The instrument of one object: made and initialised at the first use, so that the object itself can be made without.
 #pragma once
 
-#include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
+#include "frame/checked_layer.h"
+#include "korvane/error.h"
 #include "korvane/instrument.h"
 
 namespace korvane {
@@ -14,7 +16,7 @@ namespace korvane {
 /// layer makes none. Used from one thread at a time, as the object it belongs to.
 class LazyInstrument {
 public:
-    explicit LazyInstrument(std::shared_ptr<InstrumentLayer> layer) : layer_(std::move(layer)) {}
+    explicit LazyInstrument(std::shared_ptr<InstrumentLayer> layer) : layer_(checked(std::move(layer))) {}
 
     InstrumentGlobals& operator*() const {
         if (!globals_) make();
@@ -27,7 +29,7 @@ private:
 
     std::shared_ptr<InstrumentLayer> layer_;
     mutable std::unique_ptr<InstrumentGlobals> globals_;
-    mutable std::exception_ptr failure_;
+    mutable std::optional<Error> failure_;
 };
 
 /// The base folder that the layer names, without a separator at its end; error 91 where it has no path information.

@@ -5,7 +5,6 @@
 #include <string>
 #include <string_view>
 
-#include "frame/routine.h"
 #include "korvane/platform.h"
 #include "korvane/system.h"
 #include "platform/files.h"
@@ -40,26 +39,5 @@ private:
 
 /// "`stem`_YYYYMMDD_HHmmss.txt".
 std::string dated_log_name(std::string_view stem, const LocalTime& time);
-
-/// Runs a log writer: a failure's text goes to `keep`, then to the trace. Raises nothing, even when the tracer does.
-template <class Keep, class Body>
-void log_routine(const Trace& trace, RoutineName name, const Keep& keep, const Body& body) {
-    bool is_told = false;
-    const auto tell = [&](const Error& error) {
-        is_told = true;
-        const std::string text = text_of("error[", error.number(), "] in ", name.name, "(): ", error.description());
-        keep(text);
-        return text;
-    };
-    const auto swallow = [&](TraceObj& record, RoutineName, const Error& error) {
-        record.TR_PRINT(tell(error));
-        return true;
-    };
-    try {
-        routine(trace, name, swallow, body);
-    } catch (...) {
-        if (!is_told) tell(current_error());
-    }
-}
 
 }  // namespace korvane

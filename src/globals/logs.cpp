@@ -8,12 +8,7 @@ namespace {
 constexpr const char* setpoint_log_name = "SetpointLog.txt";
 constexpr std::int32_t logbook_trace_level = 4;
 
-/// A log writer of the tune globals.
-template <class Body>
-void log_routine(TuneGlobalsState& state, RoutineName name, const Body& body) {
-    log_routine(
-        state.trace, name, [&](const std::string& text) { state.error_message = text; }, body);
-}
+const auto log_failure = swallowed_after(NamedLine{"error"});
 
 void open_tune_log(LogFile& log, const std::string& name, const LocalTime& now) {
     log.open(name, text_of("===TUNE ", general_date_text(now), "==="));
@@ -32,14 +27,14 @@ bool TuneGlobalsState::logs_setpoint_traffic() {
 }
 
 void TuneGlobals::WriteLineToTuneLogFile(const std::string& strMessage) {
-    log_routine(*impl_, {"WriteLineToTuneLogFile"}, [&] {
+    routine(impl_->trace, {"WriteLineToTuneLogFile"}, log_failure, [&] {
         if (!impl_->tune_log.is_open()) open_dated_log(impl_->tune_log, "TuneLog", *impl_);
         impl_->tune_log.write_line(strMessage);
     });
 }
 
 void TuneGlobals::WriteLineToTuneErrorLogFile(const std::string& strMessage) {
-    log_routine(*impl_, {"WriteLineToTuneErrorLogFile"}, [&] {
+    routine(impl_->trace, {"WriteLineToTuneErrorLogFile"}, log_failure, [&] {
         LogFile log(impl_->platform);
         open_dated_log(log, "TuneErrorLog", *impl_);
         log.write_line(strMessage);
@@ -47,12 +42,12 @@ void TuneGlobals::WriteLineToTuneErrorLogFile(const std::string& strMessage) {
 }
 
 void TuneGlobals::WriteLineToSetpointLogFile(const std::string& strMessage) {
-    log_routine(*impl_, {"WriteLineToSetpointLogFile"}, [&] {
+    routine(impl_->trace, {"WriteLineToSetpointLogFile"}, log_failure, [&] {
         if (!impl_->logs_setpoint_traffic()) return;
         const LocalTime now = impl_->platform.clock->now();
         if (!impl_->setpoint_log.is_open()) open_tune_log(impl_->setpoint_log, setpoint_log_name, now);
         impl_->setpoint_log.write_line(
-            text_of(date_yymmdd(now), " ", impl_->instrument->time_stamp(), "==> ", strMessage));
+            text_of(date_yymmdd(now), " ", one_line(impl_->instrument->time_stamp()), "==> ", strMessage));
     });
 }
 
@@ -64,7 +59,6 @@ void TuneGlobals::ReportStatusToLogbook(const std::string& sMessage, bool bDoMes
     routine(impl_->trace, {"ReportStatusToLogbook", logbook_trace_level}, no_line, [&](TraceObj& record) {
         if (bDoTraceOutput) record.TR_PRINT(sMessage);
         const auto entry = impl_->platform.instrument->create_logbook_entry();
-        if (!entry) raise_runtime_fault(error_number::object_not_set, "logbook entry");
         entry->write(contract::logbook.kind, sMessage, contract::logbook.code, 0, 0, "");
         if (bDoMessageBox)
             impl_->platform.message_box->show(sMessage, impl_->instrument->title() + " Setpoint Editor - Tune");

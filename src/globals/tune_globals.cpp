@@ -15,7 +15,7 @@ bool is_base_folder_known(InstrumentLayer& layer) {
 
 }  // namespace
 
-TuneGlobalsState::TuneGlobalsState(const Platform& given) : platform(given) {
+TuneGlobalsState::TuneGlobalsState(const Platform& given) : platform(checked(given)) {
     if (is_base_folder_known(*platform.instrument)) logs_setpoint_traffic();
 }
 

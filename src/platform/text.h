@@ -42,6 +42,20 @@ std::string text_of(const Pieces&... pieces) {
     return out;
 }
 
+/// The text with its control characters as "\\x0A", so that what comes from outside forges no line of a log.
+inline std::string one_line(std::string text) {
+    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+    if (std::ranges::none_of(text, is_control)) return text;
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string line;
+    for (const char c : text)
+        if (is_control(c))
+            append_text(line, "\\x", digits[static_cast<unsigned char>(c) / 16], digits[c % 16]);
+        else
+            line += c;
+    return line;
+}
+
 /// Letters of ASCII; all else as it is.
 template <class Character>
 constexpr Character lower_case(Character letter) noexcept {

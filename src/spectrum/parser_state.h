@@ -44,10 +44,10 @@ struct SpectrumParser::Impl {
     double limit(const char* group, const char* name) { return params.GetAutotuneLimitValue(group, name); }
     /// Error 1 "User aborted" when the user asked for it.
     void raise_if_aborted();
-    /// Writes the pieces put together to the tune log.
+    /// Writes the pieces put together, as one line, to the tune log.
     template <class... Pieces>
     void log(const Pieces&... pieces) {
-        tune.WriteLineToTuneLogFile(text_of(pieces...));
+        tune.WriteLineToTuneLogFile(one_line(text_of(pieces...)));
     }
 
     /// False when none came within 45 s.

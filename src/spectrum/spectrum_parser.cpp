@@ -17,14 +17,14 @@ std::string SpectrumParser::tune_log_path() const {
 }
 
 SpectrumParser::Impl::Impl(const Platform& world)
-    : platform(world),
-      trace(world.tracers),
-      instrument(world.instrument),
-      tune(world),
-      params(world),
-      prefs(world),
-      abort(world),
-      search_log(world) {}
+    : platform(checked(world)),
+      trace(platform.tracers),
+      instrument(platform.instrument),
+      tune(platform),
+      params(platform),
+      prefs(platform),
+      abort(platform),
+      search_log(platform) {}
 
 CurrentSetpoints SpectrumParser::Impl::current() {
     segments = {tune.CurrentTimeSegment(), tune.CurrentScanSegment()};

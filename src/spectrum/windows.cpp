@@ -27,6 +27,7 @@ std::vector<double> percentage_bounds(TraceObj& record, const MassTimeCalibratio
     std::vector<double> listed;  // from position 0 on, wherever the array begins
     for (std::int32_t i = 0; i <= masses.upper_bound(); ++i) listed.push_back(masses.at(i));
     const std::vector<double> times = calibration.times_from_masses(listed);
+    require_size("times_from_masses", times.size(), listed.size());
     std::vector<double> time_range_list;
     for (std::int32_t i = 0; i <= masses.upper_bound(); ++i) {
         const double mass = masses.at(i);
@@ -38,6 +39,7 @@ std::vector<double> percentage_bounds(TraceObj& record, const MassTimeCalibratio
         }
     }
     std::vector<double> bounds = calibration.masses_from_times(time_range_list);
+    require_size("masses_from_times", bounds.size(), time_range_list.size());
     for (std::size_t i = 0; 2 * i + 1 < bounds.size(); ++i) {
         record.TR_PRINT("TimeWindow(", i, ") = [", time_range_list[2 * i], ", ", time_range_list[2 * i + 1], "]");
         record.TR_PRINT("MassWindow(", i, ") = [", bounds[2 * i], ", ", bounds[2 * i + 1], "]");

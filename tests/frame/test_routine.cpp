@@ -143,7 +143,7 @@ TEST(LazyInstrument, IsMadeOnceAtTheFirstUseAndKeepsItsFailure) {
     for (int use = 0; use < 2; ++use) {
         layer->has_globals = use != 0;
         EXPECT_EQ(raised([&] { *without; }),
-                  "91|Korvane|Object variable or With block variable not set: instrument globals");
+                  "91|Korvane|Object variable or With block variable not set: create_globals() of the instrument layer");
     }
     for (int use = 0; use < 2; ++use) {
         scripted.state->fault_at = 2;

@@ -85,52 +85,21 @@ TEST_F(Logs, MissingInstrumentFailsTheMembersThatNeedItForGoodAndNotTheCreation)
     platform.instrument = layer;
     TuneGlobals made(platform);
     const std::string not_set = "91|Korvane|Object variable or With block variable not set: ";
-    EXPECT_EQ(raised([&] { made.GetPolarityStr(); }), not_set + "instrument globals");
+    EXPECT_EQ(raised([&] { made.GetPolarityStr(); }), not_set + "create_globals() of the instrument layer");
     made.WriteLineToTuneLogFile("lost");
-    EXPECT_EQ(made.ErrorMsgString(),
-              "error[91] in WriteLineToTuneLogFile(): " + not_set.substr(11) + "path information");
+    EXPECT_EQ(made.ErrorMsgString(), "error[91] in WriteLineToTuneLogFile(): " + not_set.substr(11) +
+                                         "create_path_information() of the instrument layer");
     layer->is_there = true;
-    EXPECT_EQ(raised([&] { made.GetPolarityStr(); }), not_set + "instrument globals") << "the failure is not kept";
+    EXPECT_EQ(raised([&] { made.GetPolarityStr(); }), not_set + "create_globals() of the instrument layer")
+        << "the failure is not kept";
     made.WriteLineToTuneLogFile("kept");
     EXPECT_EQ(files(), Lines{"TuneLog_20261121_100000.txt"});
     EXPECT_FALSE(made.UserHasClickedAbort());
     test.preference("LogSetpointTraffic", "Yes");
     made.WriteLineToSetpointLogFile("read at the first line");
-    EXPECT_TRUE(made.ErrorMsgString().ends_with("instrument globals")) << "the time stamp is the instrument's";
+    EXPECT_TRUE(made.ErrorMsgString().ends_with("create_globals() of the instrument layer"))
+        << "the time stamp is the instrument's";
     EXPECT_EQ(lines("SetpointLog.txt").size(), 1u);
-}
-
-TEST_F(Logs, FailingTracerIsRaisedByNoLogWriter) {
-    struct BadTracer final : Tracer {
-        explicit BadTracer(bool flag_fails) {
-            if (flag_fails) throw Error(429, "Tracer", "no tracer");
-        }
-        void set_module_name(const std::string&) override {}
-        bool trace_flag() override { return true; }
-        void entry(const std::string&, std::int32_t) override { throw Error(-5, "Tracer", "full"); }
-        void exit(const std::string&, std::int32_t) override { throw Error(-6, "Tracer", "full"); }
-        void trace_print(const std::string&, const std::string&, std::int32_t) override {
-            throw Error(-7, "Tracer", "full");
-        }
-    };
-    struct Factory final : TracerFactory {
-        std::unique_ptr<Tracer> create(std::string_view) override {
-            return std::make_unique<BadTracer>(creation_fails);
-        }
-        bool creation_fails = false;
-    };
-    for (const bool creation_fails : {false, true}) {
-        const auto factory = std::make_shared<Factory>();
-        Platform platform = test.platform();
-        platform.tracers = factory;
-        platform.instrument = std::make_shared<ForwardingInstrumentLayer>(test.layer);
-        test.instrument().base_folder = "";  // nothing is read, or traced, at creation
-        TuneGlobals made(platform);
-        factory->creation_fails = creation_fails;
-        made.WriteLineToTuneLogFile("lost");
-        EXPECT_EQ(made.ErrorMsgString(), creation_fails ? "error[429] in WriteLineToTuneLogFile(): no tracer"
-                                                        : "error[-5] in WriteLineToTuneLogFile(): full");
-    }
 }
 
 TEST_F(Logs, MissingFolderIsSwallowedNotMadeAndTriedAgain) {

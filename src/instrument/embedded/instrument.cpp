@@ -1,9 +1,11 @@
 #include "instrument/embedded/instrument.h"
 
+#include <cmath>
 #include <utility>
 
 #include "korvane/error.h"
 #include "korvane/instrument_contract.h"
+#include "platform/text.h"
 
 namespace korvane::embedded {
 
@@ -98,12 +100,19 @@ CalibrationObject Instrument::calibration(std::int32_t polarity) {
 
 void Instrument::store(std::int32_t polarity, const MassTimeCalibration& calibration) {
     const std::size_t slot = polarity_slot(polarity);
+    // What the next start would refuse to read.
+    const CalibrationCoefficients c = calibration.coefficients();
+    if (!(c.A > 0)) refuse("calibration coefficient A", number_text(c.A));
+    for (const double value : {c.A, c.B, c.C, c.D, c.E, c.F, c.G, c.H})
+        if (value != 0 && !std::isnormal(value)) refuse("calibration coefficient", number_text(value));
     const std::lock_guard lock(mutex_);
     store_calibration(slot, calibration);
 }
 
 void Instrument::store_calibration(std::size_t polarity, const MassTimeCalibration& calibration) {
-    lent_[polarity] = calibration.clone();
+    auto copy = calibration.clone();
+    if (!copy) raise_runtime_fault(error_number::object_not_set, "clone() of the calibration");
+    lent_[polarity] = std::move(copy);
 }
 
 std::string Instrument::option_name(std::int32_t option_code) {

@@ -1,0 +1,143 @@
+#include "frame/checked_layer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <vector>
+
+#include "korvane/error.h"
+#include "korvane/forwarding.h"
+#include "platform/text.h"
+
+namespace korvane {
+
+namespace {
+
+constinit thread_local const char* last_call = nullptr;
+
+[[noreturn]] void raise_of_layer(const char* member, const std::string& fault) {
+    throw Error(error_number::routine_detected, member, text_of(member, "(): ", fault), ErrorKind::instrument);
+}
+
+template <class Forwarded>
+struct Noted : Forwarded {
+    using Forwarded::Forwarded;
+    void before(const char* member) const override { note_instrument_call(member); }
+};
+
+/// The checked form of an object that the layer lends, as long as it lends the same one.
+template <class Checked>
+class Lent {
+public:
+    template <class Interface>
+    Checked& of(Interface& lent) {
+        if (known_ != &lent) {
+            checked_.emplace(lent);
+            known_ = &lent;
+        }
+        return *checked_;
+    }
+
+private:
+    const void* known_ = nullptr;
+    std::optional<Checked> checked_;
+};
+
+class CheckedControl final : public Noted<ForwardingInstrumentControl> {
+public:
+    using Noted::Noted;
+    void GetNextSpectrum(AcquiredSpectrum& spectrum) override {
+        constexpr const char* member = "GetNextSpectrum";
+        target(member).GetNextSpectrum(spectrum);
+        const auto masses = spectrum.mass_data.elements();
+        const std::size_t samples = spectrum.y_data.size();
+        // Arrays that did not come, or came without elements, are for the routines to judge.
+        if (!masses.empty() && samples != 0) require_size(member, samples, masses.size());
+        if (!std::isfinite(spectrum.start_time_ns))
+            raise_of_layer(member, text_of("start time [", spectrum.start_time_ns, "]"));
+        if (masses.empty() || spectrum.mass_data.storage() == ascending_) return;
+        // Neither descending nor not a number.
+        const auto fault = std::ranges::adjacent_find(masses, [](double a, double b) { return !(a <= b); });
+        if (fault != masses.end() || std::isnan(masses.front()))
+            raise_of_layer(member, text_of("the mass axis does not ascend at sample [", fault - masses.begin(), "]"));
+        ascending_ = spectrum.mass_data.storage();
+    }
+
+private:
+    std::shared_ptr<const std::vector<double>> ascending_;  // the axis seen last: layers share one over many spectra
+};
+
+class CheckedGlobals final : public Noted<ForwardingInstrumentGlobals> {
+public:
+    using Noted::Noted;
+    SetpointTable& setpoints() override { return setpoints_.of(target().setpoints()); }
+    CalibrationStore& calibrations() override { return calibrations_.of(target().calibrations()); }
+    HardwareQueries& hardware() override { return hardware_.of(target().hardware()); }
+    FirmwareChannels& firmware() override { return firmware_.of(target().firmware()); }
+    InstrumentControl* control() override {
+        InstrumentControl* const lent = target().control();
+        return lent ? &control_.of(*lent) : nullptr;
+    }
+    double sampling_interval_seconds() override {
+        const double interval = target().sampling_interval_seconds();
+        if (!(interval > 0)) raise_of_layer("sampling_interval_seconds", text_of("[", interval, "]"));
+        return interval;
+    }
+
+private:
+    Lent<Noted<ForwardingSetpointTable>> setpoints_;
+    Lent<Noted<ForwardingCalibrationStore>> calibrations_;
+    Lent<Noted<ForwardingHardwareQueries>> hardware_;
+    Lent<Noted<ForwardingFirmwareChannels>> firmware_;
+    Lent<CheckedControl> control_;
+};
+
+class CheckedLayer final : public Noted<ForwardingInstrumentLayer> {
+public:
+    using Noted::Noted;
+    std::unique_ptr<InstrumentGlobals> create_globals() override {
+        return made<CheckedGlobals>("create_globals", target().create_globals());
+    }
+    std::unique_ptr<PathInformation> create_path_information() override {
+        return made<Noted<ForwardingPathInformation>>("create_path_information", target().create_path_information());
+    }
+    std::unique_ptr<LogbookEntry> create_logbook_entry() override {
+        return made<Noted<ForwardingLogbookEntry>>("create_logbook_entry", target().create_logbook_entry());
+    }
+    std::unique_ptr<PeakFinder> create_peak_finder() override {
+        return made<Noted<ForwardingPeakFinder>>("create_peak_finder", target().create_peak_finder());
+    }
+
+private:
+    template <class Checked, class Interface>
+    static std::unique_ptr<Checked> made(const char* member, std::unique_ptr<Interface> object) {
+        if (!object) raise_runtime_fault(error_number::object_not_set, text_of(member, "() of the instrument layer"));
+        return std::make_unique<Checked>(std::shared_ptr<Interface>(std::move(object)));
+    }
+};
+
+}  // namespace
+
+std::shared_ptr<InstrumentLayer> checked(std::shared_ptr<InstrumentLayer> layer) {
+    if (dynamic_cast<CheckedLayer*>(layer.get())) return layer;
+    return std::make_shared<CheckedLayer>(std::move(layer));
+}
+
+Platform checked(Platform platform) {
+    platform.instrument = checked(std::move(platform.instrument));
+    return platform;
+}
+
+const char* last_instrument_call() noexcept {
+    return last_call;
+}
+
+void note_instrument_call(const char* member) noexcept {
+    last_call = member;
+}
+
+void require_size(const char* member, std::size_t given, std::size_t expected) {
+    if (given != expected) raise_of_layer(member, text_of("[", given, "] elements where [", expected, "] belong"));
+}
+
+}  // namespace korvane
