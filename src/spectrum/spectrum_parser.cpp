@@ -51,7 +51,7 @@ void SpectrumParser::Impl::raise_if_aborted() {
 float to_single(double value) {
     // The first double that no longer rounds to a single-precision number.
     constexpr double beyond = FLT_MAX + 0x1p103;
-    if (std::abs(value) >= beyond) raise_runtime_fault(error_number::overflow, number_text(value));
+    if (std::abs(value) >= beyond) raise_runtime_fault(error_number::overflow, text_of("[", value, "]"));
     return static_cast<float>(value);
 }
 

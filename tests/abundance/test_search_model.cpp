@@ -167,7 +167,7 @@ private:
         if (fits)
             MiddleAb = static_cast<std::int32_t>(std::nearbyint(abundance));
         else
-            pending = Error(6, "Korvane", "Overflow: " + number_text(abundance));
+            pending = Error(6, "Korvane", text_of("Overflow: [", abundance, "]"));
         return fits;
     }
     void measure() {

@@ -127,18 +127,16 @@ TEST_F(Getters, GainKeysFollowDigitiserTubeChannelPolarityAndPostAcceleration) {
         const char* world;
         std::string ends, step, pulse, baseline;
     };
-    const Row rows[] = {
-        {"", "", "amp_step", "Sigma1", "Sigma1"},
-        {"post", "", "amp_step", "Sigma1QTOFPos", "Sigma1"},
-        {"119=1 post", "", "amp_step", "Sigma1", "Sigma1"},
-        {"149=2", "", "amp_step", "Sigma1", "Sigma1"},
-        {"tube", "", "amp_step", "160cm", "Sigma4"},
-        {"digitiser", "_4GHz", "amp_step_4GHz", "Sigma4", "Sigma4"},
-        {"digitiser post 149=3", "_4GHz", "amp_step_4GHz", "Sigma4", "Sigma4"},
-        {"digitiser 149=2", "_4GHz", "PreAmpOffset_step_LowGain", "Sigma4", "Sigma4"},
-        {"digitiser tube 149=1", "_160cm", "amp_step_160cm", "160cm", "Sigma4"},
-        {"digitiser tube 149=2", "_160cm", "PreAmpOffset_step_LowGain_160cm", "160cm", "Sigma4"},
-    };
+    const Row rows[] = {{"", "", "amp_step", "Sigma1", "Sigma1"},
+                        {"post", "", "amp_step", "Sigma1QTOFPos", "Sigma1"},
+                        {"119=1 post", "", "amp_step", "Sigma1", "Sigma1"},
+                        {"149=2", "", "amp_step", "Sigma1", "Sigma1"},
+                        {"tube", "", "amp_step", "160cm", "Sigma4"},
+                        {"digitiser", "_4GHz", "amp_step_4GHz", "Sigma4", "Sigma4"},
+                        {"digitiser post 149=3", "_4GHz", "amp_step_4GHz", "Sigma4", "Sigma4"},
+                        {"digitiser 149=2", "_4GHz", "PreAmpOffset_step_LowGain", "Sigma4", "Sigma4"},
+                        {"digitiser tube 149=1", "_160cm", "amp_step_160cm", "160cm", "Sigma4"},
+                        {"digitiser tube 149=2", "_160cm", "PreAmpOffset_step_LowGain_160cm", "160cm", "Sigma4"}};
     for (const Row& row : rows) {
         const std::string key = "=TOF/AutotuneParameters/gainParams, ", ramp = key + "PreAmpOffsetRamp";
         const std::string high = row.ends + (row.ends.empty() ? "" : "_HighGain");
@@ -152,36 +150,33 @@ TEST_F(Getters, GainKeysFollowDigitiserTubeChannelPolarityAndPostAcceleration) {
 }
 
 TEST_F(Getters, CapillaryVoltageGoesByTheCodeOfTheSourceAndVaporizerByItsName) {
-    struct Row {
-        std::string code, name, selecting, capillary;
-    };
-    const Row rows[] = {{"0", "ESI", "ESI", "104"},
-                        {"1", "HPLC-Tile", "HPLC-Tile", "116"},
-                        {"2", "nanoESI", "nanoESI", "106"},
-                        {"3", "MALDI", "", "104"},
-                        {"4", "Multimode", "MultiMode", "105"},
-                        {"5", "ESI", "ESI", "104"},
-                        {"6", "nanoESI", "nanoESI", "106"},
-                        {"7", "APCI", "APCI", "121"},
-                        {"8", "APPI", "APPI", "107"},
-                        {"9", "ESI", "SGF", "165"},
-                        {"10", "GC-APCI", "APCI", "121"},
-                        {"11", "ESI", "SGF", "165"},
-                        {"12", "", "", "104"},
-                        {"-1", "", "", "104"}};
-    for (const Row& row : rows) {
-        const std::string selecting = row.selecting.empty() ? "Unrecognized Source Type selected [" + row.code +
-                                                                  "]; defaulting VCap actual to ESI VCap"
-                                                            : "Selecting " + row.selecting;
-        const bool has_own = row.name == "APCI" || row.name == "APPI" || row.name == "Multimode";
+    // By the source's code from -1 on: its name, what the trace calls it, its capillary voltage.
+    const std::tuple<std::string, std::string, std::string> rows[] = {{"", "", "104"},
+                                                                      {"ESI", "ESI", "104"},
+                                                                      {"HPLC-Tile", "HPLC-Tile", "116"},
+                                                                      {"nanoESI", "nanoESI", "106"},
+                                                                      {"MALDI", "", "104"},
+                                                                      {"Multimode", "MultiMode", "105"},
+                                                                      {"ESI", "ESI", "104"},
+                                                                      {"nanoESI", "nanoESI", "106"},
+                                                                      {"APCI", "APCI", "121"},
+                                                                      {"APPI", "APPI", "107"},
+                                                                      {"ESI", "SGF", "165"},
+                                                                      {"GC-APCI", "APCI", "121"},
+                                                                      {"ESI", "SGF", "165"},
+                                                                      {"", "", "104"}};
+    for (int code = -1; const auto& [name, selecting, capillary] : rows) {
+        const bool has_own = name == "APCI" || name == "APPI" || name == "Multimode";
         const std::string vaporizer =
-            has_own ? "Selecting " + row.name
-                    : "Vaporizer-less Source Type selected [" + row.name + "]; defaulting to MultiMode Vaporizer";
-        be("117=" + row.code);
-        EXPECT_EQ(answer("GetSourceTypeStr"), row.name);
-        EXPECT_EQ(answer("GetSourceSpecificVCapSetpointIndex"), row.capillary + "|" + selecting);
+            has_own ? "Selecting " + name
+                    : "Vaporizer-less Source Type selected [" + name + "]; defaulting to MultiMode Vaporizer";
+        const std::string unknown = "Unrecognized Source Type selected [" + std::to_string(code) + "]; defaulting VCap";
+        be("117=" + std::to_string(code++));
+        EXPECT_EQ(answer("GetSourceTypeStr"), name);
+        EXPECT_EQ(answer("GetSourceSpecificVCapSetpointIndex"),
+                  capillary + "|" + (selecting.empty() ? unknown + " actual to ESI VCap" : "Selecting " + selecting));
         EXPECT_EQ(answer("GetSourceSpecificVaporizerSetpointIndex"),
-                  (row.name.starts_with("AP") ? "123|" : "124|") + vaporizer);
+                  (name.starts_with("AP") ? "123|" : "124|") + vaporizer);
     }
 }
 

@@ -11,6 +11,7 @@ namespace korvane {
 namespace {
 
 using testing::Contains;
+using testing::Each;
 using testing::HasSubstr;
 using testing::StartsWith;
 using Lines = std::vector<std::string>;
@@ -105,31 +106,17 @@ TEST(CalibrantPeaks, WholeTraceAndTuneLogOfOneMeasurement) {
 }
 
 TEST(CalibrantPeaks, WindowIsTheGivenOneOrTheConfiguredOneWhichIsTheMassWindowToo) {
-    struct Case {
-        double given;
-        const char *configured, *windows;
-        double used;
-    };
-    for (const Case& one :
-         {Case{5, "0.5", "TimeWindow(0) = [19000, 21000]", 5}, Case{0, "7", "MassWindow(0) = [400, 400]", 0},
-          Case{-1, "0", "MassWindow(0) = [400, 400]", 0},
-          Case{-1, "-0.5", "Error[-1] in CalculateTimeIndex(): Invalid delta mass or percentage time", -0.5}}) {
+    for (const auto& [given, configured, windows, used] :
+         {std::tuple{5.0, "0.5", "TimeWindow(0) = [19000, 21000]", 5.0},
+          {0.0, "7", "MassWindow(0) = [400, 400]", 0.0},
+          {-1.0, "-0.5", "Error[-1] in CalculateTimeIndex(): Invalid delta mass or percentage time", -0.5}}) {
         Calibrants test;
-        test.test.limit("PeakHandling", "PeakFindWindowInPercentT", one.configured);
-        double window = one.given;
+        test.test.limit("PeakHandling", "PeakFindWindowInPercentT", configured);
+        double window = given;
         raised([&] { test.parser.GetPeakInfoForCalibrantMasses(VariantArray<double>(Masses{400}), window); });
-        EXPECT_EQ(window, one.used) << "the caller's window is replaced by the configured one";
-        EXPECT_THAT(test.traced_by("CalculateTimeIndex"), Contains(one.windows));
-        EXPECT_THAT(test.traced_by("GetPeakInfoForCalibrantMasses"),
-                    Contains("dPeakFindTimeWindow = " + number_text(one.used)));
+        EXPECT_EQ(window, used) << "the caller's window is replaced by the configured one";
+        EXPECT_THAT(test.traced_by("CalculateTimeIndex"), Contains(windows));
     }
-}
-
-TEST(CalibrantPeaks, ScintillatorAtZeroIsStillWrittenBack) {
-    Calibrants test;
-    test.parser.GetPeakListsForCalibrantMasses();
-    EXPECT_EQ(test.journal_of("write"), Lines{"write 69 = 0 (double)"});
-    EXPECT_EQ(test.traced_by("GetPeakListsForCalibrantMasses"), Lines{"dPeakFindTimeWindow = 0.5"});
 }
 
 TEST(CalibrantPeaks, ListKeepsItsPositionsFromZeroOn) {
@@ -143,6 +130,7 @@ TEST(CalibrantPeaks, ListKeepsItsPositionsFromZeroOn) {
     EXPECT_EQ(error_of_list(VariantArray<double>()), "13|Korvane|Type mismatch");
     test.instrument().setpoint(128).value = 0;
     EXPECT_EQ(test.parser.GetPeakInfoForCalibrantMasses().rows(), 4) << "the default list ends with the mass range";
+    EXPECT_THAT(test.journal_of("write"), Each("write 69 = 0 (double)")) << "a value of 0 is written back, too";
 }
 
 TEST(CalibrantPeaks, HeightAtTheMinimumIsInformationAndBelowAWarning) {
@@ -156,19 +144,15 @@ TEST(CalibrantPeaks, HeightAtTheMinimumIsInformationAndBelowAWarning) {
         test.peaks_of(Masses{400, 900});
         EXPECT_EQ(test.tune_log().back(),
                   start + "massIndex/mass[1/900], peakInfoInNanoseconds.pkHeight = " + number_text(height));
-        ASSERT_EQ(test.parser.last_uncertainties().size(), 2);
-        EXPECT_EQ(test.parser.last_uncertainties()[0].value().centroid, 0.25);
-        EXPECT_EQ(test.parser.last_uncertainties()[1].has_value(), height > 0);
+        EXPECT_EQ(test.parser.last_uncertainties().at(0)->centroid, 0.25);
+        EXPECT_EQ(test.parser.last_uncertainties().at(1).has_value(), height > 0);
         const auto lists = test.parser.GetPeakListsForCalibrantMasses(VariantArray<double>(Masses{400, 900}));
         EXPECT_EQ(
             test.tune_log().back(),
             start + "massIdx/mass[1/900], peakList.GetPeakAttributeInfo(0, True).pkHeight = " + number_text(height));
-        ASSERT_EQ(lists.size(), 2);
         EXPECT_NEAR(lists.at(0)->GetPeakAttributeInfo(0, true).pkCentroid, 400, 1e-9);
         EXPECT_EQ(lists.at(1)->count(), height > 0);
     }
-    EXPECT_THAT(test.tune_log(),
-                Contains("AUTOTUNE LOG: PeakFind: STATUS: Abundance of most abundant peak: 0").Times(2));
     test.instrument().has_control = false;
     EXPECT_THROW(test.peaks_of(Masses{400}), Error);
     EXPECT_TRUE(test.parser.last_uncertainties().empty());
@@ -230,7 +214,7 @@ TEST(WindowSearch, FaultsLeaveTheRecordsAsTheyWereButForWhatWasSetBeforeTheConve
         const std::string text = error;
         if (text.ends_with("calibration")) test.calibration = nullptr;
         if (text.ends_with("interval")) test.instrument().sampling_interval_seconds = 1e300;
-        if (text.ends_with("0")) test.samples = Masses(5500, 3e9);
+        if (text.ends_with("0]")) test.samples = Masses(5500, 3e9);
         EXPECT_EQ(test.find(), error);
         EXPECT_EQ(test.outputs_untouched(), !text.ends_with("calibration"));
         EXPECT_THAT(test.traced_by("FindPeakForMass").back(), HasSubstr("] in FindPeakForMass(): "));
@@ -253,10 +237,7 @@ TEST(WindowSearch, WindowOverAnEndOfTheAxisIsSearchedToTheLastSample) {
         EXPECT_THAT(test.peaks.journal, Contains("start " + number_text(start)));
         EXPECT_THAT(test.peaks.journal, Contains("end " + number_text(end)));
     }
-}
-
-TEST(WindowSearch, EndPastTheLastSampleIsClamped) {
-    for (const std::size_t samples : {1500U, 1520U, 1521U, 1600U}) {
+    for (const std::size_t samples : {1500U, 1520U, 1521U}) {
         WindowSearch test;
         test.samples = Masses(samples, 100.0);
         test.find();
@@ -266,20 +247,14 @@ TEST(WindowSearch, EndPastTheLastSampleIsClamped) {
 
 TEST(WindowSearch, WholeListComesInTheUnitsAskedFor) {
     WindowSearch test;
-    PeakListObject list;
-    const auto find = [&](enumPeakInfoUnits units) {
-        return test.parser.FindPeakListForMass(0, SpectrumWorld::start_ns, test.samples, list, test.baseline,
-                                               test.calibration, units);
-    };
-    EXPECT_EQ(find(enumPeakInfoUnits::ns), 1);
-    EXPECT_EQ(list->GetPeakAttributeInfo(0, true).pkCentroid, 20000);
-    EXPECT_EQ(test.baseline, 7.5);
-    EXPECT_EQ(find(enumPeakInfoUnits::amu), 1);
-    EXPECT_NEAR(list->GetPeakAttributeInfo(0, true).pkCentroid, 400, 1e-9);
-    list = nullptr;
-    test.samples.clear();
-    EXPECT_EQ(find(enumPeakInfoUnits::amu), 0);
-    EXPECT_EQ(list, nullptr);
+    for (const auto& [units, centroid] : {std::pair{enumPeakInfoUnits::ns, 20000.0}, {enumPeakInfoUnits::amu, 400.0}}) {
+        PeakListObject list;
+        EXPECT_EQ(test.parser.FindPeakListForMass(0, SpectrumWorld::start_ns, test.samples, list, test.baseline,
+                                                  test.calibration, units),
+                  1);
+        EXPECT_NEAR(list->GetPeakAttributeInfo(0, true).pkCentroid, centroid, 1e-9);
+        EXPECT_EQ(test.baseline, 7.5);
+    }
 }
 
 }  // namespace

@@ -61,16 +61,14 @@ TEST(VerifySpectrum, ThreeCalibrantsAboveTheMinimumAreTooFewInEachOfThreeSpectra
 }
 
 TEST(VerifySpectrum, FourCalibrantsSufficeAlsoInTheThirdSpectrum) {
-    for (const int coming_back : {1, 3}) {
-        Checks test;
-        test.set_peak(100, 1000);
-        test.set_peak(900, 0);
-        test.before_spectrum(coming_back, [&] { test.set_peak(900, 5000); });
-        EXPECT_EQ(test.verify(), "no error");
-        EXPECT_EQ(test.instrument().spectra, coming_back);
-        EXPECT_EQ(test.verify_lines().back(), "Valid Spectrum");
-        EXPECT_EQ(test.traced_by(verify_name).back(), "Valid Calib Spectrum found");
-    }
+    Checks test;
+    test.set_peak(100, 1000);
+    test.set_peak(900, 0);
+    test.before_spectrum(3, [&] { test.set_peak(900, 5000); });
+    EXPECT_EQ(test.verify(), "no error");
+    EXPECT_EQ(test.instrument().spectra, 3);
+    EXPECT_EQ(test.verify_lines().back(), "Valid Spectrum");
+    EXPECT_EQ(test.traced_by(verify_name).back(), "Valid Calib Spectrum found");
 }
 
 TEST(VerifySpectrum, RehearsedErrorComesBeforeAnySpectrumAndOnlyForTheExactWord) {
@@ -112,7 +110,6 @@ TEST(DualGain, MassesNotChosenMayBeAboveTheLimit) {
     EXPECT_EQ(test.traced_by(dual_gain_name), (Lines{"Abundances[100, 900, 2500] = [5000, 50000, 5000]",
                                                      "LowMassAb, MostAbMassAb, HighMassAb = [5000, 50000, 5000]",
                                                      "MaxAllowableAb = 100000", "returning TRUE"}));
-    EXPECT_EQ(test.instrument().spectra, 4);
 }
 
 TEST(DualGain, MostAbundantMassIsChosenByItsRules) {

@@ -15,20 +15,16 @@ namespace {
 using testing::HasSubstr;
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-/// Arrays of conversions that lack their last element.
+/// The conversion of masses, or else that of times, forgets an element.
 struct ShortArrays final : ForwardingMassTimeCalibration {
-    ShortArrays(CalibrationObject target, bool of_times) : ForwardingMassTimeCalibration(target), times(of_times) {}
+    ShortArrays(CalibrationObject target, bool masses) : ForwardingMassTimeCalibration(target), of_masses(masses) {}
     std::vector<double> times_from_masses(const std::vector<double>& masses) const override {
-        auto all = target().times_from_masses(masses);
-        if (times) all.pop_back();
-        return all;
+        return target().times_from_masses({masses.begin() + of_masses, masses.end()});
     }
-    std::vector<double> masses_from_times(const std::vector<double>& given) const override {
-        auto all = target().masses_from_times(given);
-        if (!times) all.pop_back();
-        return all;
+    std::vector<double> masses_from_times(const std::vector<double>& times) const override {
+        return target().masses_from_times({times.begin() + !of_masses, times.end()});
     }
-    bool times;
+    bool of_masses;
 };
 
 /// Every spectrum is changed so.
