@@ -44,14 +44,28 @@ public:
     const ErrorHelp& help() const noexcept { return help_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
+    /// What lies behind it, where number and description are fixed by a rule and cannot say so; often empty.
+    const std::string& cause() const noexcept { return cause_; }
+
     /// The same error with another description.
-    Error described(std::string description) const { return {number_, source_, std::move(description), kind_, help_}; }
+    Error described(std::string description) const {
+        Error same(*this);
+        same.description_ = std::move(description);
+        return same;
+    }
+    /// The same error with a cause.
+    Error caused_by(std::string cause) const {
+        Error same(*this);
+        same.cause_ = std::move(cause);
+        return same;
+    }
 
 private:
     std::int32_t number_;
     ErrorKind kind_;
     std::string source_;
     std::string description_;
+    std::string cause_;
     ErrorHelp help_;
 };
 

@@ -194,6 +194,8 @@ struct ForwardingFiles : Forwarding<Files> {
     std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override {
         return target().create_new(path, like);
     }
+    void remove_abandoned(const std::string& path) override { target().remove_abandoned(path); }
+    std::unique_ptr<FileLock> try_lock(const std::string& path) override { return target().try_lock(path); }
     void replace(const std::string& from, const std::string& to) override { target().replace(from, to); }
     void flush_folder(const std::string& folder) override { target().flush_folder(folder); }
     void remove(const std::string& path) override { target().remove(path); }

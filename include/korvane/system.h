@@ -102,7 +102,14 @@ private:
 struct FileStatus {
     bool exists = false;
     bool is_folder = false;
-    bool read_only = false;  ///< nobody may write it (Windows: the read-only attribute)
+    bool read_only = false;   ///< nobody may write it (Windows: the read-only attribute)
+    bool is_special = false;  ///< neither file nor folder: a device, a pipe, a socket
+};
+
+/// Its life is the lock's.
+class KORVANE_API FileLock {
+public:
+    virtual ~FileLock() = default;
 };
 
 /// A file open for writing. Destruction closes without reporting.
@@ -122,14 +129,23 @@ class KORVANE_API Files {
 public:
     virtual ~Files() = default;
 
-    /// Replaces `bytes` with the file's content, keeping its capacity.
+    /// Replaces `bytes` with the file's content, keeping its capacity. A regular file of 1 GiB at most; anything else
+    /// is refused, without waiting for its other end.
     virtual void read(const std::string& path, std::string& bytes) = 0;
     virtual FileStatus status(const std::string& path) = 0;
     /// Clears the read-only attribute alone (POSIX: gives the owner back the right to write).
     virtual void clear_read_only(const std::string& path) = 0;
+    /// A regular file, made where there is none; a link in its place is not followed but refused.
     virtual std::unique_ptr<OutputFile> open_append(const std::string& path) = 0;
-    /// A file that must not exist yet, for a save; made with the owner, mode and attributes of `like` where it exists.
+    /// A file that must not exist yet, for a save of `like`, whose owner, mode (without set-user bits) and attributes
+    /// it gets where that exists. Errors name `like`.
     virtual std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) = 0;
+    /// Removes what `create_new` made, unless its `OutputFile` still lives, in whatever process; says nothing either
+    /// way.
+    virtual void remove_abandoned(const std::string& path) = 0;
+    /// A lock named `path`, a file that comes and goes with it; null while somebody has it, in whatever process. It
+    /// ends with its process at the latest.
+    virtual std::unique_ptr<FileLock> try_lock(const std::string& path) = 0;
     /// Puts `from` in the place of `to` in one step.
     virtual void replace(const std::string& from, const std::string& to) = 0;
     virtual void flush_folder(const std::string& folder) = 0;

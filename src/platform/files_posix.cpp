@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +15,7 @@
 #include <utility>
 
 #include "platform/files.h"
+#include "platform/text.h"
 #ifdef __linux__
 #include <sys/xattr.h>
 #endif
@@ -21,7 +24,6 @@ namespace korvane {
 
 namespace {
 
-constexpr std::size_t smallest_read = 4096;
 constexpr std::size_t largest_read = std::size_t{1} << 30;
 constexpr std::size_t longest_attribute = 65536;  // as the system bounds values and lists of names
 
@@ -47,6 +49,7 @@ FileErrorKind kind_of(int code, const std::string& path) {
             return FileErrorKind::sharing_violation;
         case ENOSPC:
         case EDQUOT:
+        case EFBIG:  // the process's own limit
             return FileErrorKind::no_space;
         case EIO:
         case ENXIO:
@@ -56,9 +59,13 @@ FileErrorKind kind_of(int code, const std::string& path) {
     }
 }
 
-[[noreturn]] void fail(const char* operation, const std::string& path, int code) {
+[[noreturn]] void fail(const char* operation, const std::string& path, int code, const std::string& advice = {}) {
     throw FileError(kind_of(code, path), code,
-                    std::string("Cannot ") + operation + " [" + path + "]: " + std::generic_category().message(code));
+                    text_of("Cannot ", operation, " [", path, "]: ", std::generic_category().message(code), advice));
+}
+
+[[noreturn]] void refuse(const char* operation, const std::string& path, int code, const char* reason) {
+    throw FileError(FileErrorKind::other, code, text_of("Cannot ", operation, " [", path, "]: ", reason));
 }
 
 /// Repeats a call that a signal interrupted.
@@ -84,11 +91,49 @@ private:
     int number_;
 };
 
-int open_or_fail(const char* operation, const std::string& path, int flags, mode_t mode = 0666) {
+/// -1 where it fails. Never one of the standard streams' numbers, which a caller may have closed: what the program
+/// prints must not end in a file.
+int opened(const std::string& path, int flags, mode_t mode = 0666) {
     const int number = retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); });
+    if (number < 0 || number > STDERR_FILENO) return number;
+    const int higher = ::fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    ::close(number);
+    return higher;
+}
+
+int open_or_fail(const char* operation, const std::string& path, int flags) {
+    const int number = opened(path, flags);
     if (number < 0) fail(operation, path, errno);
     return number;
 }
+
+/// The file's size; refuses devices, pipes, sockets, folders. To be opened with O_NONBLOCK, or a pipe would wait.
+std::size_t regular_size(const char* operation, const std::string& path, const Descriptor& file) {
+    struct stat found;
+    if (::fstat(file.number(), &found) != 0) fail(operation, path, errno);
+    if (!S_ISREG(found.st_mode)) refuse(operation, path, EINVAL, "it is no regular file");
+    return static_cast<std::size_t>(found.st_size);
+}
+
+/// While it lives, a write beyond the process's limit of a file's size is an error and not a signal that ends it.
+class NoSizeSignal {
+public:
+    NoSizeSignal() {
+        sigemptyset(&signal_);
+        sigaddset(&signal_, SIGXFSZ);
+        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+    }
+    ~NoSizeSignal() {
+        const timespec at_once{};
+        if (!sigismember(&before_, SIGXFSZ)) sigtimedwait(&signal_, nullptr, &at_once);
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    NoSizeSignal(const NoSizeSignal&) = delete;
+    NoSizeSignal& operator=(const NoSizeSignal&) = delete;
+
+private:
+    sigset_t signal_, before_;
+};
 
 class PosixOutputFile final : public OutputFile {
 public:
@@ -96,7 +141,10 @@ public:
 
     void write(std::string_view bytes) override {
         while (!bytes.empty()) {
-            const ssize_t count = retried([&] { return ::write(descriptor_.number(), bytes.data(), bytes.size()); });
+            const ssize_t count = retried([&] {
+                const NoSizeSignal guard;
+                return ::write(descriptor_.number(), bytes.data(), bytes.size());
+            });
             if (count < 0) fail("write to", path_, errno);
             bytes.remove_prefix(static_cast<std::size_t>(count));
         }
@@ -160,12 +208,13 @@ mode_t first_mode(const struct stat& like, const std::string& attributes) {
     return group == others && attributes.empty() ? like.st_mode & 0777 : 0600;
 }
 
-/// Owner and attributes as far as the system lets this user give them; the mode always.
+/// Owner and attributes as far as the system lets this user give them; the mode always, without the bits that let a
+/// program run as another user.
 void take_after(const std::string& like, const struct stat& like_status, const std::string& attributes,
                 const Descriptor& made, const std::string& path) {
     struct stat made_status;
     if (::fstat(made.number(), &made_status) != 0) fail("make", path, errno);
-    bool same_mode = (made_status.st_mode & 07777) == (like_status.st_mode & 07777);
+    bool same_mode = (made_status.st_mode & 07777) == (like_status.st_mode & 0777);
     if (made_status.st_uid != like_status.st_uid || made_status.st_gid != like_status.st_gid) {
         if (::fchown(made.number(), like_status.st_uid, like_status.st_gid) != 0 &&
             ::fchown(made.number(), static_cast<uid_t>(-1), like_status.st_gid) != 0) {
@@ -173,7 +222,7 @@ void take_after(const std::string& like, const struct stat& like_status, const s
         }
         same_mode = false;  // a new owner clears bits of it
     }
-    if (!same_mode && ::fchmod(made.number(), like_status.st_mode & 07777) != 0) fail("make", path, errno);
+    if (!same_mode && ::fchmod(made.number(), like_status.st_mode & 0777) != 0) fail("make", path, errno);
     copy_attributes(attributes, like, made.number());
 }
 
@@ -188,25 +237,43 @@ std::string link_target(const std::string& path) {
     return slash == std::string::npos ? text : path.substr(0, slash + 1) + text;
 }
 
+/// The name goes with the lock; who waits for the old one has to look again.
+class PosixLock final : public FileLock {
+public:
+    PosixLock(int number, std::string path) : descriptor_(number), path_(std::move(path)) {}
+    ~PosixLock() override { ::unlink(path_.c_str()); }
+
+private:
+    Descriptor descriptor_;
+    std::string path_;
+};
+
+bool locked(const Descriptor& file) {
+    return retried([&] { return ::flock(file.number(), LOCK_EX | LOCK_NB); }) == 0;
+}
+
+bool is_still(const std::string& path, const Descriptor& file) {
+    struct stat held, named;
+    return ::fstat(file.number(), &held) == 0 && ::lstat(path.c_str(), &named) == 0 && held.st_ino == named.st_ino &&
+           held.st_dev == named.st_dev;
+}
+
 class PosixFiles final : public Files {
 public:
     void read(const std::string& path, std::string& bytes) override {
-        const Descriptor file(open_or_fail("read", path, O_RDONLY));
-        std::size_t filled = 0;
-        // Most files fit into the buffer of the last read: the size is asked for only when one does not.
-        bytes.resize(std::max(bytes.capacity(), smallest_read));
-        for (;;) {
-            const ssize_t count =
-                retried([&] { return ::read(file.number(), bytes.data() + filled, bytes.size() - filled); });
-            if (count < 0) fail("read", path, errno);
-            filled += static_cast<std::size_t>(count);
-            if (count == 0) break;
-            if (filled < bytes.size()) continue;
-            const std::size_t larger = larger_size(file, filled);
-            if (larger > largest_read) fail("read", path, EFBIG);
-            bytes.resize(larger);
+        const Descriptor file(open_or_fail("read", path, O_RDONLY | O_NONBLOCK));
+        std::size_t size = regular_size("read", path, file);
+        for (std::size_t filled = 0;; size = 2 * filled) {  // it grows, or does not tell its size
+            if (size > largest_read) refuse("read", path, EFBIG, "it is larger than 1 GiB");
+            bytes.resize(size + 1);
+            while (filled < bytes.size()) {
+                const ssize_t count =
+                    retried([&] { return ::read(file.number(), bytes.data() + filled, bytes.size() - filled); });
+                if (count < 0) fail("read", path, errno);
+                if (count == 0) return bytes.resize(filled);
+                filled += static_cast<std::size_t>(count);
+            }
         }
-        bytes.resize(filled);
     }
 
     FileStatus status(const std::string& path) override {
@@ -215,6 +282,7 @@ public:
         if (!stat_if_there("look at", path, found)) return result;
         result.exists = true;
         result.is_folder = S_ISDIR(found.st_mode);
+        result.is_special = !result.is_folder && !S_ISREG(found.st_mode);
         // Not access(): it tells the superuser that everything is writable.
         result.read_only = (found.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
         return result;
@@ -227,24 +295,45 @@ public:
     }
 
     std::unique_ptr<OutputFile> open_append(const std::string& path) override {
-        const int number = open_or_fail("open", path, O_WRONLY | O_APPEND | O_CREAT);
-        return std::make_unique<PosixOutputFile>(number, path);
+        Descriptor file(opened(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK));
+        if (file.number() < 0 && errno == ELOOP) refuse("open", path, ELOOP, "it is a link");
+        if (file.number() < 0) fail("open", path, errno);
+        (void)regular_size("open", path, file);
+        return std::make_unique<PosixOutputFile>(file.release(), path);
     }
 
     std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override {
-        constexpr int flags = O_WRONLY | O_CREAT | O_EXCL;
         struct stat like_status;
-        if (!stat_if_there("look at", like, like_status))
-            return std::make_unique<PosixOutputFile>(open_or_fail("make", path, flags), path);
-        const std::string attributes = attribute_names(like);
-        Descriptor made(open_or_fail("make", path, flags, first_mode(like_status, attributes)));
+        const bool has_like = stat_if_there("look at", like, like_status);
+        const std::string attributes = has_like ? attribute_names(like) : "";
+        const mode_t mode = has_like ? first_mode(like_status, attributes) : 0666;
+        Descriptor made(opened(path, O_WRONLY | O_CREAT | O_EXCL, mode));
+        if (made.number() < 0 && errno == EACCES)
+            fail("save", like, EACCES, "; a save makes a new file, for which the folder has to be writable");
+        if (made.number() < 0) fail("save", like, errno);
+        (void)locked(made);  // where the file system has no locks, nothing is taken for abandoned either
         try {
-            take_after(like, like_status, attributes, made, path);
-            return std::make_unique<PosixOutputFile>(made.release(), path);
+            if (has_like) take_after(like, like_status, attributes, made, like);
+            return std::make_unique<PosixOutputFile>(made.release(), like);
         } catch (...) {
             ::unlink(path.c_str());
             throw;
         }
+    }
+
+    void remove_abandoned(const std::string& path) override {
+        const Descriptor file(opened(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+        if (file.number() >= 0 && locked(file) && is_still(path, file)) ::unlink(path.c_str());
+    }
+
+    std::unique_ptr<FileLock> try_lock(const std::string& path) override {
+        Descriptor file(open_or_fail("lock", path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK));
+        if (!locked(file)) {
+            if (errno == EWOULDBLOCK) return nullptr;
+            fail("lock", path, errno);
+        }
+        if (!is_still(path, file)) return nullptr;
+        return std::make_unique<PosixLock>(file.release(), path);
     }
 
     void replace(const std::string& from, const std::string& to) override {
@@ -291,15 +380,6 @@ public:
             current = std::move(next);
         }
         fail("resolve", path, ELOOP);
-    }
-
-private:
-    static std::size_t larger_size(const Descriptor& file, std::size_t filled) {
-        struct stat found;
-        const bool known = ::fstat(file.number(), &found) == 0 && S_ISREG(found.st_mode) &&
-                           static_cast<std::size_t>(found.st_size) >= filled;
-        const std::size_t wanted = known ? static_cast<std::size_t>(found.st_size) + 1 : filled * 2;
-        return std::max(wanted, filled + smallest_read);
     }
 };
 

@@ -11,13 +11,12 @@ namespace korvane {
 
 namespace {
 
-constexpr std::size_t smallest_read = 4096;
 constexpr std::size_t largest_read = std::size_t{1} << 30;
 /// A file that somebody reads cannot be replaced, and a tune that polls the abort flag reads it all the time, a
 /// fraction of a millisecond at once. Whoever holds it for longer meets the caller's own attempts.
 constexpr int replace_attempts = 20;
 
-bool may_be_a_reader(DWORD code) {
+bool may_be_held(DWORD code) {
     return code == ERROR_SHARING_VIOLATION || code == ERROR_ACCESS_DENIED;
 }
 
@@ -84,11 +83,27 @@ private:
     HANDLE handle_;
 };
 
-HANDLE open_or_fail(const char* operation, const std::string& path, DWORD access, DWORD share, DWORD disposition) {
-    const HANDLE handle =
-        CreateFileW(utf16_from_utf8(path).c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) fail(operation, path, GetLastError());
-    return handle;
+[[noreturn]] void refuse(const char* operation, const std::string& path, DWORD code, const char* reason) {
+    throw FileError(FileErrorKind::other, static_cast<int>(code),
+                    std::string("Cannot ").append(operation) + " [" + path + "]: " + reason);
+}
+
+HANDLE opened(const std::string& path, DWORD access, DWORD share, DWORD disposition,
+              DWORD flags = FILE_ATTRIBUTE_NORMAL) {
+    return CreateFileW(utf16_from_utf8(path).c_str(), access, share, nullptr, disposition, flags, nullptr);
+}
+
+/// Refuses devices and pipes, and a link that was not followed.
+HANDLE opened_file(const char* operation, const std::string& path, DWORD access, DWORD disposition, DWORD flags) {
+    Handle file(opened(path, access, share_all, disposition, flags));
+    if (file.get() == INVALID_HANDLE_VALUE) fail(operation, path, GetLastError());
+    if (GetFileType(file.get()) != FILE_TYPE_DISK) refuse(operation, path, ERROR_BAD_FILE_TYPE, "it is no file");
+    FILE_ATTRIBUTE_TAG_INFO found{};
+    const bool known = GetFileInformationByHandleEx(file.get(), FileAttributeTagInfo, &found, sizeof found);
+    if (known && (found.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+        found.ReparseTag == IO_REPARSE_TAG_SYMLINK)
+        refuse(operation, path, ERROR_BAD_FILE_TYPE, "it is a link");
+    return file.release();
 }
 
 class WindowsOutputFile final : public OutputFile {
@@ -143,25 +158,34 @@ bool is_missing(DWORD code) {
     return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
 }
 
+/// The file goes with the handle, and the handle with the process.
+class WindowsLock final : public FileLock {
+public:
+    explicit WindowsLock(HANDLE handle) : handle_(handle) {}
+
+private:
+    Handle handle_;
+};
+
 class WindowsFiles final : public Files {
 public:
     void read(const std::string& path, std::string& bytes) override {
-        const Handle file(open_or_fail("read", path, GENERIC_READ, share_all, OPEN_EXISTING));
-        std::size_t filled = 0;
-        bytes.resize(std::max(bytes.capacity(), smallest_read));
-        for (;;) {
-            DWORD count = 0;
-            const DWORD wanted = static_cast<DWORD>(std::min(bytes.size() - filled, largest_read));
-            if (!ReadFile(file.get(), bytes.data() + filled, wanted, &count, nullptr))
-                fail("read", path, GetLastError());
-            filled += count;
-            if (count == 0) break;
-            if (filled < bytes.size()) continue;
-            const std::size_t larger = larger_size(file, filled);
-            if (larger > largest_read) fail("read", path, ERROR_FILE_TOO_LARGE);
-            bytes.resize(larger);
+        const Handle file(opened_file("read", path, GENERIC_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL));
+        LARGE_INTEGER found;
+        if (!GetFileSizeEx(file.get(), &found)) fail("read", path, GetLastError());
+        std::size_t size = static_cast<std::size_t>(std::min<LONGLONG>(found.QuadPart, largest_read + 1));
+        for (std::size_t filled = 0;; size = 2 * filled) {  // it grows
+            if (size > largest_read) refuse("read", path, ERROR_FILE_TOO_LARGE, "it is larger than 1 GiB");
+            bytes.resize(size + 1);
+            while (filled < bytes.size()) {
+                DWORD count = 0;
+                const DWORD wanted = static_cast<DWORD>(bytes.size() - filled);
+                if (!ReadFile(file.get(), bytes.data() + filled, wanted, &count, nullptr))
+                    fail("read", path, GetLastError());
+                if (count == 0) return bytes.resize(filled);
+                filled += count;
+            }
         }
-        bytes.resize(filled);
     }
 
     FileStatus status(const std::string& path) override {
@@ -174,6 +198,7 @@ public:
         }
         result.exists = true;
         result.is_folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        result.is_special = (attributes & FILE_ATTRIBUTE_DEVICE) != 0;
         result.read_only = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
         return result;
     }
@@ -188,16 +213,34 @@ public:
     }
 
     std::unique_ptr<OutputFile> open_append(const std::string& path) override {
-        const HANDLE handle = open_or_fail("open", path, FILE_APPEND_DATA, share_all, OPEN_ALWAYS);
+        const HANDLE handle = opened_file("open", path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES, OPEN_ALWAYS,
+                                          FILE_FLAG_OPEN_REPARSE_POINT);
         return std::make_unique<WindowsOutputFile>(handle, path);
     }
 
     std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override {
-        Handle made(open_or_fail("make", path, GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW));
+        // Shared so that it can be given its name while it is open; see `remove_abandoned`.
+        Handle made(opened(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, CREATE_NEW));
+        if (made.get() == INVALID_HANDLE_VALUE) fail("save", like, GetLastError());
         const std::wstring wide_like = utf16_from_utf8(like);
         const DWORD attributes = GetFileAttributesW(wide_like.c_str());
         if (attributes != INVALID_FILE_ATTRIBUTES) take_after(wide_like, attributes, utf16_from_utf8(path));
-        return std::make_unique<WindowsOutputFile>(made.release(), path);
+        return std::make_unique<WindowsOutputFile>(made.release(), like);
+    }
+
+    void remove_abandoned(const std::string& path) override {
+        // Shared with nobody: whoever still writes it keeps it.
+        const Handle file(
+            opened(path, DELETE, 0, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT));
+    }
+
+    std::unique_ptr<FileLock> try_lock(const std::string& path) override {
+        const HANDLE handle =
+            opened(path, GENERIC_READ | DELETE, 0, OPEN_ALWAYS, FILE_ATTRIBUTE_HIDDEN | FILE_FLAG_DELETE_ON_CLOSE);
+        if (handle != INVALID_HANDLE_VALUE) return std::make_unique<WindowsLock>(handle);
+        // Somebody has it, or has just let go of it.
+        if (may_be_held(GetLastError())) return nullptr;
+        fail("lock", path, GetLastError());
     }
 
     void replace(const std::string& from, const std::string& to) override {
@@ -205,7 +248,7 @@ public:
         const std::wstring source = utf16_from_utf8(from), target = utf16_from_utf8(to);
         for (int attempt = 1; !MoveFileExW(source.c_str(), target.c_str(), flags); ++attempt) {
             const DWORD code = GetLastError();
-            if (attempt == replace_attempts || !may_be_a_reader(code)) fail("replace", to, code);
+            if (attempt == replace_attempts || !may_be_held(code)) fail("replace", to, code);
             Sleep(1);
         }
     }
@@ -251,14 +294,6 @@ public:
         if (written == 0 || written >= length) return path;  // a file system without such names
         found.resize(written);
         return without_device_prefix(found);
-    }
-
-private:
-    static std::size_t larger_size(const Handle& file, std::size_t filled) {
-        LARGE_INTEGER size;
-        if (!GetFileSizeEx(file.get(), &size) || size.QuadPart < static_cast<LONGLONG>(filled)) return filled * 2;
-        const LONGLONG wanted = std::min<LONGLONG>(size.QuadPart, largest_read) + 1;
-        return std::max(static_cast<std::size_t>(wanted), filled + smallest_read);
     }
 };
 

@@ -1,53 +1,21 @@
 #include "platform/safe_save.h"
 
-#include <atomic>
-#include <charconv>
-#include <cstdint>
-#include <random>
-
-#ifdef _WIN32
-#include "platform/windows_text.h"
-#else
-#include <signal.h>
-#include <unistd.h>
+#include <fmt/format.h>
 
 #include <cerrno>
-#endif
+#include <cmath>
+#include <random>
 
 namespace korvane {
 
 namespace {
 
-#ifdef _WIN32
-using ProcessId = unsigned long;
-
-ProcessId own_process() {
-    return GetCurrentProcessId();
-}
-
-bool is_alive(ProcessId process) {
-    const HANDLE handle = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process);
-    if (handle == nullptr) return GetLastError() == ERROR_ACCESS_DENIED;
-    DWORD exit_code = 0;
-    const bool alive = GetExitCodeProcess(handle, &exit_code) && exit_code == STILL_ACTIVE;
-    CloseHandle(handle);
-    return alive;
-}
-#else
-using ProcessId = pid_t;
-
-ProcessId own_process() {
-    return getpid();
-}
-
-bool is_alive(ProcessId process) {
-    return kill(process, 0) == 0 || errno == EPERM;
-}
-#endif
-
 constexpr std::string_view temporary_ending = ".tmp";
-/// Leaves room, in the 255 bytes that a name may have, for what a temporary file's name has besides.
+/// Leaves room, in the 255 bytes that a name may have, for what the names beside a file have besides.
 constexpr std::size_t longest_name_part = 200;
+
+constexpr double longest_wait_seconds = 1, seconds_a_day = 86400;
+constexpr int pause_milliseconds = 1;
 
 struct SplitPath {
     std::string folder;  // with the separator
@@ -64,35 +32,15 @@ SplitPath split(const std::string& path) {
     return {path.substr(0, separator + 1), path.substr(separator + 1)};
 }
 
-std::string temporary_prefix(const std::string& name) {
-    return std::string(".").append(name, 0, longest_name_part).append(".korvane-");
+/// How the names of hidden files beside a file begin.
+std::string name_beside(const std::string& name) {
+    return std::string(".").append(name, 0, longest_name_part);
 }
 
-/// Tells the temporary files of this process from those of an earlier one that had the same number.
-std::uint32_t own_tag() {
-    static const std::uint32_t tag = std::random_device{}();
-    return tag;
-}
-
-std::string temporary_name(const std::string& name) {
-    static std::atomic<std::uint32_t> count = 0;
-    const std::uint64_t number = static_cast<std::uint64_t>(own_tag()) << 32 | count++;
-    return temporary_prefix(name) + std::to_string(own_process()) + "-" + std::to_string(number) +
-           std::string(temporary_ending);
-}
-
-/// Whether `candidate` is a temporary file of a save of `name` by a process that is no more.
-bool is_leftover(std::string_view candidate, const std::string& name) {
-    const std::string prefix = temporary_prefix(name);
-    if (!candidate.starts_with(prefix) || !candidate.ends_with(temporary_ending)) return false;
-    ProcessId process = 0;
-    std::uint64_t number = 0;
-    const char* const end = candidate.data() + candidate.size() - temporary_ending.size();
-    const auto first = std::from_chars(candidate.data() + prefix.size(), end, process);
-    if (first.ec != std::errc() || first.ptr == end || *first.ptr != '-' || process <= 0) return false;
-    const auto second = std::from_chars(first.ptr + 1, end, number);
-    if (second.ec != std::errc() || second.ptr != end) return false;
-    return process == own_process() ? number >> 32 != own_tag() : !is_alive(process);
+/// Nothing of a process in it: processes of different machines may have the same number.
+std::string temporary_name(const std::string& prefix) {
+    std::random_device random;
+    return fmt::format("{}{:08x}{:08x}{}", prefix, random(), random(), temporary_ending);
 }
 
 void remove_quietly(Files& files, const std::string& path) {
@@ -103,10 +51,11 @@ void remove_quietly(Files& files, const std::string& path) {
     }
 }
 
-void remove_leftovers(Files& files, const SplitPath& parts) {
+void remove_leftovers(Files& files, const SplitPath& parts, const std::string& prefix) {
     try {
         for (const std::string& name : files.list(parts.folder))
-            if (is_leftover(name, parts.name)) remove_quietly(files, parts.folder + name);
+            if (name.starts_with(prefix) && name.ends_with(temporary_ending))
+                files.remove_abandoned(parts.folder + name);
     } catch (const FileError&) {
         // A folder that may be written but not listed: the save itself does not need the listing.
     }
@@ -115,19 +64,21 @@ void remove_leftovers(Files& files, const SplitPath& parts) {
 }  // namespace
 
 void safe_save(Files& files, const std::string& path, std::string_view bytes) {
+    const FileStatus status = files.status(path);
+    if (status.is_folder || status.is_special)
+        throw FileError(FileErrorKind::other, EINVAL, "Cannot save [" + path + "]: it is there, and no regular file");
     const std::string target = files.resolve(path);
     const SplitPath parts = split(target);
-    if (files.is_first_save(target)) remove_leftovers(files, parts);
-    const std::string temporary = parts.folder + temporary_name(parts.name);
+    const std::string prefix = name_beside(parts.name) + ".korvane-";
+    if (files.is_first_save(target)) remove_leftovers(files, parts, prefix);
+    const std::string temporary = parts.folder + temporary_name(prefix);
     bool made = false;
     try {
-        {
-            const std::unique_ptr<OutputFile> file = files.create_new(temporary, target);
-            made = true;
-            file->write(bytes);
-            file->flush_to_disk();
-            file->close();
-        }
+        // Held until it has its name, or another process would take it for abandoned.
+        const std::unique_ptr<OutputFile> file = files.create_new(temporary, target);
+        made = true;
+        file->write(bytes);
+        file->flush_to_disk();
         files.replace(temporary, target);
     } catch (...) {
         if (made) remove_quietly(files, temporary);
@@ -138,6 +89,27 @@ void safe_save(Files& files, const std::string& path, std::string_view bytes) {
     } catch (const FileError& fault) {
         throw FileError(fault.kind(), fault.system_code(),
                         "[" + path + "] was replaced, but may not outlast a power failure: " + fault.what());
+    }
+}
+
+std::unique_ptr<FileLock> wait_for_edit_lock(Files& files, Clock& clock, const std::string& path) {
+    const double start = clock.seconds_since_midnight();
+    const auto wait_for = [&](const std::string& name) -> std::unique_ptr<FileLock> {
+        for (;;) {
+            if (auto lock = files.try_lock(name)) return lock;
+            const double waited = clock.seconds_since_midnight() - start;
+            if (std::fmod(waited + seconds_a_day, seconds_a_day) >= longest_wait_seconds) return nullptr;
+            clock.sleep_milliseconds(pause_milliseconds);
+        }
+    };
+    try {
+        const SplitPath parts = split(files.resolve(path));
+        const std::string beside = parts.folder + name_beside(parts.name);
+        // Whoever has just let go of the lock queues behind those who wait for it.
+        const auto turn = wait_for(beside + ".turn");
+        return turn ? wait_for(beside + ".lock") : nullptr;
+    } catch (const FileError&) {
+        return nullptr;
     }
 }
 

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 #ifndef _WIN32
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -10,12 +13,14 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <map>
 
 #include "platform/cases.h"
 #include "platform/safe_save.h"
 #include "support/memory_disk.h"
 #include "support/test_platform.h"
+#include "support/virtual_clock.h"
 
 namespace korvane {
 namespace {
@@ -90,13 +95,11 @@ TEST_F(FilesTest, EveryFaultNamesTheFileAndItsKind) {
     expect_fault(folder_not_found, file, [&] { (void)files->list(file); });
     expect_fault(not_found, file, [&] { files->replace(none, file); });
     expect_fault(folder_not_found, inside, [&] { (void)files->open_append(inside); });
-    expect_fault(folder_not_found, inside, [&] { (void)files->create_new(inside, none); });
-    expect_fault(other, file, [&] { (void)files->create_new(file, none); });
+    expect_fault(folder_not_found, inside, [&] { (void)files->create_new(inside, inside); });
+    expect_fault(other, file, [&] { (void)files->create_new(file, file); });
     EXPECT_EQ(read_text(file), "x");
 #ifndef _WIN32
     expect_fault(not_found, none, [&] { files->flush_folder(none); });  // elsewhere a folder cannot be flushed
-    expect_fault(no_space, "/dev/full", [&] { files->open_append("/dev/full")->write("x"); });
-    expect_fault(other, folder.path().string(), [&] { files->read(folder.path().string(), bytes); });
 #endif
     const std::map<FileErrorKind, int> numbers{
         {not_found, 53}, {folder_not_found, 76}, {access_denied, 70}, {sharing_violation, 70},
@@ -122,24 +125,103 @@ TEST(SafeSave, TellsAFolderThatCannotBeFlushedAndSearchesItOnceAFileOnly) {
     EXPECT_EQ(listed, 2);
 }
 
+TEST_F(FilesTest, ASaveRemovesWhatNobodyHoldsAnyMoreAndNothingElse) {
+    const std::string path = folder.file("d.xml"), start = ".d.xml.korvane-";
+    const auto others = cases_in(start + "1.tmp.bak|.e.xml.korvane-1.tmp|d.xml.korvane-1.tmp|" + start + "held.tmp");
+    for (const std::string& name : cases_in(start + "1.tmp|" + start + "12-34.tmp"))
+        write_text(folder.file(name), "half");
+    const auto held = files->create_new(folder.file(others.back()), path);
+    for (const std::string& name : others) files->open_append(folder.file(name));
+    safe_save(*make_system_files(), path, "new");
+    auto names = files->list(folder.path().string());
+    std::erase(names, "d.xml");
+    EXPECT_TRUE(std::ranges::is_permutation(names, others)) << testing::PrintToString(names);
+}
+
+TEST_F(FilesTest, ALockIsOneHoldersAndLeavesNoFile) {
+    const std::string path = folder.file("d.xml"), name = folder.file(".d.xml.lock");
+    const auto clock = std::make_shared<VirtualClock>();
+    auto first = wait_for_edit_lock(*files, *clock, path);
+    ASSERT_TRUE(first);
+    EXPECT_FALSE(make_system_files()->try_lock(name));
+    EXPECT_FALSE(wait_for_edit_lock(*files, *clock, path));
+    EXPECT_NEAR(clock->total_seconds(), VirtualClock().total_seconds() + 1, 0.1);
+    first.reset();
+    EXPECT_TRUE(wait_for_edit_lock(*files, *clock, path));
+    EXPECT_FALSE(wait_for_edit_lock(*files, *clock, folder.file("none/d.xml")));
+    EXPECT_EQ(files->list(folder.path().string()), std::vector<std::string>());
+}
+
 #ifndef _WIN32
-TEST(SafeSave, RemovesLeftoversOfDeadProcessesAndNothingElse) {
-    const pid_t dead = fork();
-    if (dead == 0) _exit(0);
+/// The exit code of a process of its own that runs `body`, which has to end in time.
+int exit_code_of(const std::function<bool()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        _exit(body() ? 0 : 1);
+    }
     int status = 0;
-    ASSERT_EQ(waitpid(dead, &status, 0), dead);
-    const std::string killed = std::to_string(dead), alive = std::to_string(getppid()), own = std::to_string(getpid());
-    const auto leftovers = cases_in(".d.xml.korvane-" + killed + "-0.tmp|.d.xml.korvane-" + own + "-0.tmp");
-    const auto others =
-        cases_in(".d.xml.korvane-" + alive + "-0.tmp|.d.xml.korvane-" + killed + "-0.tmp.bak|.d.xml.korvane-" + killed +
-                 "-x.tmp|.d.xml.korvane--1-0.tmp|.d.xml.korvane-0-0.tmp|.d.xml.korvane-.tmp|.e.xml.korvane-" + killed +
-                 "-0.tmp|d.xml.korvane-" + killed + "-0.tmp");
-    MemoryDisk disk;
-    for (const auto* names : {&leftovers, &others})
-        for (const std::string& name : *names) disk.put("/base/" + name, "half");
-    safe_save(disk, target, "new");
-    for (const std::string& name : leftovers) EXPECT_FALSE(disk.content("/base/" + name)) << name;
-    for (const std::string& name : others) EXPECT_TRUE(disk.content("/base/" + name)) << name;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+TEST_F(FilesTest, WhatIsNoRegularFileIsNeitherReadNorAppendedToNorReplaced) {
+    const std::string pipe = folder.file("pipe"), link = folder.file("link"), sub = folder.file("folder");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    fs::create_symlink("pipe", link);
+    fs::create_directory(sub);
+    for (const std::string& path : {pipe, link, sub})
+        EXPECT_EQ(exit_code_of([&] {
+                      std::string bytes;
+                      expect_fault(FileErrorKind::other, path, [&] { files->read(path, bytes); });
+                      expect_fault(FileErrorKind::other, path, [&] { safe_save(*files, path, "x"); });
+                      EXPECT_THROW(files->open_append(path), FileError);
+                      return !HasFailure() && files->status(path).is_special == (path != sub);
+                  }),
+                  0)
+            << path;
+    EXPECT_TRUE(fs::is_fifo(pipe) && fs::is_symlink(link) && fs::is_directory(sub));
+    // A log follows no link, not to a regular file either.
+    write_text(folder.file("f"), "x");
+    fs::remove(link);
+    fs::create_symlink("f", link);
+    expect_fault(FileErrorKind::other, link, [&] { files->open_append(link); });
+}
+
+TEST_F(FilesTest, FullDiskMissingRightsAndClosedStreamsEndNoProcessAndLeaveTheOldFile) {
+    const std::string path = folder.file("d.xml");
+    write_text(path, "old");
+    EXPECT_EQ(exit_code_of([&] {
+                  const rlimit most{1000, 1000};
+                  setrlimit(RLIMIT_FSIZE, &most);
+                  expect_fault(FileErrorKind::no_space, path, [&] { safe_save(*files, path, std::string(5000, 'x')); });
+                  return !HasFailure();
+              }),
+              0);
+    fs::permissions(folder.path(), fs::perms(0555));
+    EXPECT_EQ(exit_code_of([&] {
+                  if (geteuid() == 0 && setuid(65534) != 0) return false;
+                  const auto save = [&] { safe_save(*files, path, "new"); };
+                  expect_fault(FileErrorKind::access_denied, path, save);
+                  return !HasFailure();
+              }),
+              0);
+    fs::permissions(folder.path(), fs::perms(0755));
+    EXPECT_EQ(exit_code_of([&] {
+                  close(STDIN_FILENO), close(STDERR_FILENO);
+                  const auto file = files->open_append(path);
+                  return fcntl(STDIN_FILENO, F_GETFD) < 0 && fcntl(STDERR_FILENO, F_GETFD) < 0;
+              }),
+              0);
+    EXPECT_EQ(read_text(path), "old");
+    EXPECT_EQ(files->list(folder.path().string()), std::vector<std::string>{"d.xml"});
+    // A lock ends with its process.
+    EXPECT_EQ(exit_code_of([&] {
+                  const auto lock = files->try_lock(folder.file("lock"));
+                  return lock && raise(SIGKILL) == 0;
+              }),
+              128 + SIGKILL);
+    EXPECT_TRUE(files->try_lock(folder.file("lock")));
 }
 
 TEST_F(FilesTest, LinksAreFollowedToTheFileBehindThemAllAndKeptByASave) {
@@ -162,7 +244,7 @@ TEST_F(FilesTest, LinksAreFollowedToTheFileBehindThemAllAndKeptByASave) {
 
 TEST_F(FilesTest, ASaveKeepsModeOwnerAndAttributesOfTheOldFileUnderAnyLengthOfName) {
     const std::string path = folder.file(std::string(255, 'x')), attribute = "user.korvane", value(3000, 'v');
-    for (const mode_t mode : {0640U, 0600U, 0666U, 0755U, 0444U}) {
+    for (const mode_t mode : {0640U, 0600U, 0666U, 06755U, 0444U}) {
         write_text(path, "old");
         ASSERT_EQ(chmod(path.c_str(), mode), 0);
         // Owner and attributes as far as this user and this file system can have them.
@@ -172,7 +254,7 @@ TEST_F(FilesTest, ASaveKeepsModeOwnerAndAttributesOfTheOldFileUnderAnyLengthOfNa
         EXPECT_EQ(read_text(path), "new");
         struct stat found {};
         ASSERT_EQ(stat(path.c_str(), &found), 0);
-        EXPECT_EQ(found.st_mode & 07777, mode);
+        EXPECT_EQ(found.st_mode & 07777, mode & 0777) << "rights to run as another user are not copied";
         EXPECT_TRUE(!has_owner || (found.st_uid == 1234U && found.st_gid == 2345U));
         if (has_attribute) {
             std::string kept(3001, '\0');
@@ -182,7 +264,7 @@ TEST_F(FilesTest, ASaveKeepsModeOwnerAndAttributesOfTheOldFileUnderAnyLengthOfNa
         EXPECT_EQ(files->status(path).read_only, mode == 0444U);
         files->clear_read_only(path);
         ASSERT_EQ(stat(path.c_str(), &found), 0);
-        EXPECT_EQ(found.st_mode & 07777, mode | S_IWUSR);
+        EXPECT_EQ(found.st_mode & 07777, (mode & 0777) | S_IWUSR);
     }
 }
 #endif

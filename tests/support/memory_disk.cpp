@@ -128,6 +128,15 @@ std::unique_ptr<OutputFile> MemoryDisk::create_new(const std::string& path, cons
     return std::make_unique<MemoryOutput>(*this, made);
 }
 
+void MemoryDisk::remove_abandoned(const std::string& path) {
+    remove(path);
+}
+
+std::unique_ptr<FileLock> MemoryDisk::try_lock(const std::string&) {
+    operation("lock");
+    return is_locked ? nullptr : std::make_unique<FileLock>();
+}
+
 void MemoryDisk::replace(const std::string& from, const std::string& to) {
     operation("replace");
     inode(from);

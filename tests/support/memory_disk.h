@@ -31,6 +31,7 @@ public:
     std::optional<Fault> fault;
     int operations = 0;
     int open_files = 0;
+    bool is_locked = false;  ///< somebody else has every lock
     /// Called before every operation with its name; for notes and for races.
     std::function<void(const std::string& operation)> before_operation;
 
@@ -44,6 +45,8 @@ public:
     void clear_read_only(const std::string& path) override;
     std::unique_ptr<OutputFile> open_append(const std::string& path) override;
     std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override;
+    void remove_abandoned(const std::string& path) override;
+    std::unique_ptr<FileLock> try_lock(const std::string& path) override;
     void replace(const std::string& from, const std::string& to) override;
     void flush_folder(const std::string& folder) override;
     void remove(const std::string& path) override;
