@@ -90,6 +90,7 @@ std::string failure_line(const Error& error, const std::string& command, const s
         description = description.empty() ? std::string(remark) : fmt::format("{} ({})", description, remark);
     };
     add(remark_on(error));
+    add(joined_lines(error.cause()));
     const bool names_folder = description.find(base_folder) != std::string::npos;  // also where there is none
     if (error.kind() == ErrorKind::configuration && !names_folder) add("base folder " + base_folder);
     return fmt::format("korvane: {}: error {}: {}", has_routine ? joined_lines(error.source()) : command,

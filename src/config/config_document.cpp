@@ -4,7 +4,7 @@
 
 #include "frame/lazy_instrument.h"
 #include "frame/located_number.h"
-#include "platform/files.h"
+#include "platform/safe_save.h"
 
 namespace korvane {
 
@@ -44,17 +44,24 @@ std::string ConfigDocument::path() const {
     return join_path(base_folder(*platform_.instrument), std::string(file_.name));
 }
 
-void ConfigDocument::load(TraceObj& record) {
+void ConfigDocument::load(TraceObj& record, const std::string& path) {
     opened_ = true;
     loaded_ = false;
-    const std::string file_path = path();
     for (int attempt = 1;; ++attempt) {
-        parse_error_ = document_.load(*platform_.files, file_path);
+        parse_error_ = document_.load(*platform_.files, path);
         loaded_ = !parse_error_;
         if (loaded_) return;
-        if (attempt == attempts) give_up(record, file_.load_failed_trace, file_path);
+        if (attempt == attempts) give_up(record, file_.load_failed_trace, path, parse_error_.reason);
         before_next_attempt(record);
     }
+}
+
+std::unique_ptr<FileLock> ConfigDocument::load_to_edit(TraceObj& record) {
+    const std::string file_path = path();
+    auto lock = wait_for_edit_lock(*platform_.files, *platform_.clock, file_path);
+    if (!lock) record.TR_PRINT("Edit without lock of ", file_path);
+    load(record, file_path);
+    return lock;
 }
 
 void ConfigDocument::write(TraceObj& record, const XmlElement& element, const std::string& text) {
@@ -65,18 +72,13 @@ void ConfigDocument::write(TraceObj& record, const XmlElement& element, const st
         if (!file_.cleared_read_only_trace.empty()) record.TR_PRINT(file_.cleared_read_only_trace);
         platform_.files->clear_read_only(file_path);
     }
-    for (int attempt = 1; !try_save(file_path); ++attempt) {
-        if (attempt == attempts) give_up(record, file_.save_failed_trace, file_path);
+    for (int attempt = 1;; ++attempt) {
+        try {
+            return document_.save(*platform_.files, file_path);
+        } catch (const FileError& fault) {
+            if (attempt == attempts) give_up(record, file_.save_failed_trace, file_path, fault.what());
+        }
         before_next_attempt(record);
-    }
-}
-
-bool ConfigDocument::try_save(const std::string& path) {
-    try {
-        document_.save(*platform_.files, path);
-        return true;
-    } catch (const FileError&) {
-        return false;
     }
 }
 
@@ -85,10 +87,12 @@ void ConfigDocument::before_next_attempt(TraceObj& record) const {
     platform_.clock->sleep_milliseconds(retry_pause_milliseconds);
 }
 
-void ConfigDocument::give_up(TraceObj& record, std::string_view trace, const std::string& path) const {
+void ConfigDocument::give_up(TraceObj& record, std::string_view trace, const std::string& path,
+                             const std::string& cause) const {
     record.TR_PRINT(trace, path, "; parseError[", parse_error_.code, "]");
     throw Error(error_number::file_or_element, std::string(config_reader_source),
-                text_of(file_.failed_description, path, "; parseError[", parse_error_.code, "]"));
+                text_of(file_.failed_description, path, "; parseError[", parse_error_.code, "]"))
+        .caused_by(cause);
 }
 
 std::optional<XmlElement> ConfigDocument::select(const std::string& xpath) const {

@@ -1,6 +1,7 @@
 // The document behind a configuration store: where it lies, how often its load and save are tried, what is said then.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -42,8 +43,11 @@ public:
     /// Raises what a layer says that cannot be had. To be called before a handler that would take its error for a
     /// failed opening.
     void require_layer() const { platform_.instrument->create_path_information(); }
-    /// Reads the file, three times at most; then -904. Memory is kept between loads.
-    void load(TraceObj& record);
+    /// Reads the file, three times at most; then -904, caused by what the system or the parser says. Memory is kept
+    /// between loads.
+    void load(TraceObj& record) { load(record, path()); }
+    /// The same for an edit, which is to hold the lock until its file is saved.
+    std::unique_ptr<FileLock> load_to_edit(TraceObj& record);
     /// Sets an element's text and saves, three times at most; then -904. A read-only attribute is cleared first, once;
     /// where it cannot be, the system's error is raised as it is.
     void write(TraceObj& record, const XmlElement& element, const std::string& text);
@@ -57,9 +61,10 @@ public:
 
 private:
     std::string path() const;
-    bool try_save(const std::string& path);
+    void load(TraceObj& record, const std::string& path);
     void before_next_attempt(TraceObj& record) const;
-    [[noreturn]] void give_up(TraceObj& record, std::string_view trace, const std::string& path) const;
+    [[noreturn]] void give_up(TraceObj& record, std::string_view trace, const std::string& path,
+                              const std::string& cause) const;
 
     Platform platform_;
     ConfigFile file_;

@@ -22,6 +22,7 @@ constexpr std::array<std::string_view, 9> writable_groups{"gainParams",  "checkA
                                                           "RampParams",  "PeakHandling",     "Misc",
                                                           "Calibration", "IndexedSlicer",    "SetpointUI"};
 
+constexpr RoutineName opening{"OpenTuneParamsXML"};
 constexpr std::string_view querying = "querying for element";
 
 template <class Groups>
@@ -36,7 +37,7 @@ struct clsTuneParamsXML::Impl {
     explicit Impl(const Platform& platform) : trace(platform.tracers), document(platform, parameter_file) {}
 
     void open() {
-        routine(trace, {"OpenTuneParamsXML"}, no_line, [&](TraceObj& record) { document.load(record); });
+        routine(trace, opening, no_line, [&](TraceObj& record) { document.load(record); });
     }
     void open_if_needed(bool reload) {
         if (reload || !document.is_open()) open();
@@ -104,7 +105,8 @@ void clsTuneParamsXML::WriteTuneParamValue(const std::string& ParamGroupName, co
                                            const std::string& strNewParamValue, const std::string& strAltTreeNode) {
     const auto body = [&](TraceObj& record) {
         require_permitted(writable_groups, ParamGroupName);
-        impl_->open();
+        const auto lock = routine(impl_->trace, opening, no_line,
+                                  [&](TraceObj& inner) { return impl_->document.load_to_edit(inner); });
         // The text names the usual tree even when another was asked for.
         const XmlElement group =
             impl_->group(tof_path + strAltTreeNode + "/" + ParamGroupName,

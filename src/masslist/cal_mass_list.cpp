@@ -4,6 +4,7 @@
 
 #include "frame/located_number.h"
 #include "masslist/mass_list_document.h"
+#include "platform/safe_save.h"
 #include "platform/text.h"
 
 namespace korvane {
@@ -30,7 +31,7 @@ MassLists lists_of(const MassListDocument& document) {
 }  // namespace
 
 struct CalMassList::Impl {
-    explicit Impl(const Platform& platform) : files(platform.files) {}
+    explicit Impl(const Platform& platform) : files(platform.files), clock(platform.clock) {}
 
     struct OpenFile {
         MassListDocument document;
@@ -50,6 +51,7 @@ struct CalMassList::Impl {
     }
 
     std::shared_ptr<Files> files;
+    std::shared_ptr<Clock> clock;
     std::optional<OpenFile> open;
     bool any_dirty = false;
 };
@@ -90,6 +92,7 @@ void CalMassList::SaveMassListToFile(const std::string& fileName) {
         document.rewrite(entry.name, mass_list_element(entry.lines, key));
         entry.dirty = false;
     }
+    const auto lock = wait_for_edit_lock(*impl_->files, *impl_->clock, fileName);
     document.save(*impl_->files, fileName);
     impl_->any_dirty = false;
 }

@@ -245,6 +245,37 @@ WriteTunePreference: WriteTunePreference: error[-904, TunePrefsXML: Failed to lo
     EXPECT_EQ(world.clock->sleeps, 0);
 }
 
+TEST_F(Stores, EditsHoldTheLockFromLoadToSaveAndGoOnWithoutItAfterASecond) {
+    std::string operations;
+    world.disk->before_operation = [&](const std::string& name) { operations += name + ' '; };
+    prefs().WriteTunePreference("AbortFlag", "1");
+    EXPECT_TRUE(operations.starts_with("resolve lock lock read status ")) << operations;
+    world.disk->is_locked = true;
+    const double before = world.clock->total_seconds();
+    EXPECT_TRUE(AbortHelper(world.platform()).UserHasClickedAbort());
+    EXPECT_EQ(world.clock->total_seconds(), before);
+    trace();
+    params().WriteTuneParamValue("Calibration", "A", "2");
+    EXPECT_NEAR(world.clock->total_seconds() - before, 1, 0.1);
+    EXPECT_EQ(printed(), "OpenTuneParamsXML: Edit without lock of /base/TuneParams.xml\n");
+    EXPECT_EQ(params().GetAutotuneLimitValue("Calibration", "A"), 2);
+}
+
+TEST_F(Stores, ErrorsWithAFixedTextCarryTheirCause) {
+    const auto cause = [](const auto& call) {
+        try {
+            call();
+        } catch (const Error& error) {
+            return error.cause();
+        }
+        return std::string("no error");
+    };
+    fail("replace", 3);
+    EXPECT_EQ(cause([&] { params().WriteTuneParamValue("Calibration", "A", "2"); }), "in use");
+    world.disk->put(preference_path, "<a>\n<b></a>");
+    EXPECT_EQ(cause([&] { prefs().GetTunePreference("A"); }), "mismatched tag (line 2)");
+}
+
 TEST_F(Stores, PathsSelectWhatAQueryDoesTheRootAndAttributesIncluded) {
     world.disk->put(parameter_path,
                     "<QTOFTuneParams xmlns='urn:x'><TOF n='7'><AutotuneParameters><Misc n='8'><A>9</A>"
