@@ -15,21 +15,21 @@ int main(int argc, char** argv) {
         "| set | search | options | geometric mean | worst, 1,000 ions up | worst, 100 ions | missed | "
         "false a spectrum | background found | width: together, worst, bias | area: together, worst, bias | "
         "stated / observed error |\n|---|---|---|---|---|---|---|---|---|---|---|---|\n");
-    std::vector<std::array<Accuracy, 3>> figures;
+    std::vector<std::array<Figures, 3>> figures;
     for (const auto& set : accuracy_sets()) figures.push_back(accuracy_of(set, spectra));
     constexpr const char* searches[] = {"whole | known", "whole | none", "windows | none"};
     for (std::size_t search = 0; search < 3; ++search) {
         for (std::size_t set = 0; set < figures.size(); ++set) {
-            const Accuracy& row = figures[set][search];
-            std::printf("| %s | %s | %.2f | %.2f | %.2f | %d |", accuracy_sets()[set].name.c_str(), searches[search],
-                        row.position, row.worst_strong_position, row.worst_weak_position, row.missed);
+            const Figures& row = figures[set][search];
+            std::printf("| %s | %s | %.2f | %.2f | %.2f | %.0f |", accuracy_sets()[set].name.c_str(), searches[search],
+                        row[0], row[1], row[2], row[3]);
             if (search < 2)
-                std::printf(" %.2f | %.1f %% |", row.false_peaks, 100 * row.background_found);
+                std::printf(" %.2f | %.1f %% |", row[4], 100 * row[5]);
             else
                 std::printf(" | |");
-            for (const auto& quantity : {row.width, row.area})
-                std::printf(" %.2f, %.2f, %.1f %% |", quantity.together, quantity.worst, 100 * quantity.bias);
-            std::printf(" %.2f |\n", row.stated_over_observed);
+            for (const std::size_t first : {6, 9})
+                std::printf(" %.2f, %.2f, %.1f %% |", row[first], row[first + 1], 100 * row[first + 2]);
+            std::printf(" %.2f |\n", row[12]);
         }
     }
     return 0;

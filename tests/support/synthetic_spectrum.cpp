@@ -9,25 +9,14 @@ namespace korvane {
 
 namespace {
 
-/// Sample numbers that lie within a range of distances from a place.
 struct Samples {
-    std::ptrdiff_t first;
-    std::ptrdiff_t last;
-
-    Samples(double place, double before, double after)
-        : first(static_cast<std::ptrdiff_t>(std::ceil(place - before))),
-          last(static_cast<std::ptrdiff_t>(std::floor(place + after))) {}
-    Samples within(std::size_t size) const {
-        Samples inside = *this;
-        inside.first = std::max<std::ptrdiff_t>(0, first);
-        inside.last = std::min(last, static_cast<std::ptrdiff_t>(size) - 1);
-        return inside;
-    }
+    std::ptrdiff_t first, last;
 };
 
-Samples samples_of_peak(const SyntheticSet& set, const TruePeak& peak, double start_time_ns) {
-    const double sigma = set.sigma_ns(peak.time_ns) / set.interval_ns;
-    return {(peak.time_ns - start_time_ns) / set.interval_ns, 7 * sigma, 22 * sigma};
+/// Those of a spectrum from `before` to `after` samples about a place.
+Samples samples_about(double place, double before, double after, std::size_t size) {
+    return {std::max<std::ptrdiff_t>(0, static_cast<std::ptrdiff_t>(std::ceil(place - before))),
+            std::min(static_cast<std::ptrdiff_t>(std::floor(place + after)), static_cast<std::ptrdiff_t>(size) - 1)};
 }
 
 class Draws {
@@ -51,7 +40,9 @@ private:
 
 void add_counted_ions(const SyntheticSet& set, const TruePeak& peak, double start_time_ns, Draws& draws,
                       std::vector<double>& signal) {
-    const auto [first, last] = samples_of_peak(set, peak, start_time_ns).within(signal.size());
+    const double sigma = set.sigma_ns(peak.time_ns) / set.interval_ns;
+    const double place = (peak.time_ns - start_time_ns) / set.interval_ns;
+    const auto [first, last] = samples_about(place, 7 * sigma, 22 * sigma, signal.size());
     for (auto i = first; i <= last; ++i) {
         const double sample_ns = start_time_ns + static_cast<double>(i) * set.interval_ns;
         signal[i] += set.counts_per_ion * draws.poisson(expected_counts(set, peak, sample_ns) / set.counts_per_ion);
@@ -68,7 +59,7 @@ void add_pulses(const SyntheticSet& set, const TruePeak& peak, double start_time
         if (draws.uniform(0, 1) < set.tail_fraction) time_ns += draws.exponential(arrival.tail_ns);
         const double height = set.counts_per_ion * draws.pulse_height(set.pulse_height_spread) / pulse_sigma;
         const double place = (time_ns - start_time_ns) / set.interval_ns;
-        const auto [first, last] = Samples(place, 6 * pulse_sigma, 6 * pulse_sigma).within(signal.size());
+        const auto [first, last] = samples_about(place, 6 * pulse_sigma, 6 * pulse_sigma, signal.size());
         for (auto i = first; i <= last; ++i)
             signal[i] += height * normal_density((static_cast<double>(i) - place) / pulse_sigma);
     }
@@ -146,9 +137,12 @@ ArrivalSpread arrival_spread(const SyntheticSet& set, double time_ns) {
 }
 
 std::vector<double> sample_times_of_peak(const SyntheticSet& set, const TruePeak& peak, double start_time_ns) {
+    const double sigma_ns = set.sigma_ns(peak.time_ns);
+    const double before = std::ceil((peak.time_ns - 7 * sigma_ns - start_time_ns) / set.interval_ns);
     std::vector<double> times_ns;
-    const auto [first, last] = samples_of_peak(set, peak, start_time_ns);
-    for (auto i = first; i <= last; ++i) times_ns.push_back(start_time_ns + static_cast<double>(i) * set.interval_ns);
+    for (double time_ns = start_time_ns + before * set.interval_ns; time_ns <= peak.time_ns + 22 * sigma_ns;
+         time_ns += set.interval_ns)
+        times_ns.push_back(time_ns);
     return times_ns;
 }
 

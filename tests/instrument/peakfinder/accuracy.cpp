@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "support/information_bounds.h"
-
 namespace korvane {
 
 namespace {
@@ -15,7 +13,7 @@ struct Judge {
     PeakFinderOptions options;
     bool windows = false;
     std::vector<PeakScore> calibrants{10};
-    double spectra = 0, found = 0, matched = 0, visible = 0, visible_found = 0;
+    double spectra = 0, unmatched = 0, visible = 0, visible_found = 0;
 
     std::vector<MeasuredPeak> search(const SyntheticSpectrum& spectrum) const {
         if (!windows) return find_peaks(spectrum, options);
@@ -29,7 +27,6 @@ struct Judge {
     }
 
     void add(const SyntheticSpectrum& spectrum) {
-        constexpr int bound_spectra = 4;  // the bound hardly depends on the sub-sample phase
         const auto peaks = search(spectrum);
         std::vector<bool> is_true(peaks.size());
         auto calibrant = calibrants.begin();
@@ -44,71 +41,73 @@ struct Judge {
                 visible_found += is_visible && hit;
                 continue;
             }
+            // The bound hardly depends on the sub-sample phase.
+            if (spectra == 0) calibrant->bounds = information_bounds(set, truth, spectrum.start_time_ns);
             calibrant->ions = truth.ions;
             calibrant->missed += !hit;
             if (hit) calibrant->add(set, truth, *nearest);
-            if (spectra < bound_spectra) calibrant->add_bounds(set, truth, spectrum.start_time_ns);
             ++calibrant;
         }
         spectra += 1;
-        found += static_cast<double>(peaks.size());
-        matched += static_cast<double>(std::ranges::count(is_true, true));
+        unmatched += static_cast<double>(std::ranges::count(is_true, false));
     }
 
-    Accuracy result() const {
-        Accuracy total;
-        double logarithms = 0, inverse_ratios = 0, strong = 0;
-        auto add = [](Accuracy::Quantity& quantity, double over_bound, double mean) {
-            quantity.together += over_bound * over_bound;
-            quantity.worst = std::max(quantity.worst, over_bound);
-            quantity.bias = std::max(quantity.bias, std::abs(mean - 1));
+    Figures result() const {
+        double logarithms = 0, inverse_ratios = 0, strong = 0, worst_strong = 0, worst_weak = 0;
+        int missed = 0;
+        Figures qualities(6, 0.0);
+        auto add = [&](std::size_t first, const Spread& relative, double bound) {
+            const double over_bound = relative.deviation() / bound;
+            qualities[first] += over_bound * over_bound;
+            qualities[first + 1] = std::max(qualities[first + 1], over_bound);
+            qualities[first + 2] = std::max(qualities[first + 2], std::abs(relative.mean() - 1));
         };
         for (const auto& calibrant : calibrants) {
             const double position = calibrant.position_over_bound();
             logarithms += std::log(position);
-            inverse_ratios += 1 / calibrant.stated_over_observed_variance();
-            total.missed += calibrant.missed;
-            if (calibrant.ions <= 100) total.worst_weak_position = std::max(total.worst_weak_position, position);
+            inverse_ratios += std::pow(calibrant.stated_over_observed(), -2);
+            missed += calibrant.missed;
+            if (calibrant.ions <= 100) worst_weak = std::max(worst_weak, position);
             if (calibrant.ions < 1000) continue;
-            total.worst_strong_position = std::max(total.worst_strong_position, position);
-            const Spread& width = calibrant.relative_width;
-            const Spread& area = calibrant.relative_area;
-            add(total.width, width.deviation() / std::sqrt(calibrant.width_bound_variance.mean()), width.mean());
-            add(total.area, area.deviation() * std::sqrt(calibrant.ions), area.mean());
+            worst_strong = std::max(worst_strong, position);
+            add(0, calibrant.relative_width, std::sqrt(calibrant.bounds.relative_width_variance));
+            add(3, calibrant.relative_area, 1 / std::sqrt(calibrant.ions));
             strong += 1;
         }
+        for (const std::size_t square : {0, 3}) qualities[square] = std::sqrt(qualities[square] / strong);
         const auto number = static_cast<double>(calibrants.size());
-        total.position = std::exp(logarithms / number);
-        total.stated_over_observed = 1 / std::sqrt(inverse_ratios / number);
-        for (auto* quantity : {&total.width, &total.area}) quantity->together = std::sqrt(quantity->together / strong);
-        total.false_peaks = (found - matched) / spectra;
-        total.background_found = visible_found / std::max(1.0, visible);
-        return total;
+        Figures all{std::exp(logarithms / number),
+                    worst_strong,
+                    worst_weak,
+                    static_cast<double>(missed),
+                    windows ? 0 : unmatched / spectra,
+                    windows ? 1 : visible_found / visible};
+        all.insert(all.end(), qualities.begin(), qualities.end());
+        all.push_back(1 / std::sqrt(inverse_ratios / number));
+        return all;
     }
 };
 
 }  // namespace
 
-PeakListObject run_finder(PeakFinder& finder, const SyntheticSpectrum& spectrum, const SearchWindow& window) {
+std::vector<MeasuredPeak> find_peaks(PeakFinder& finder, const SyntheticSpectrum& spectrum,
+                                     const SearchWindow& window) {
     finder.set_sampling_interval_ns(spectrum.interval_ns);
     finder.set_minimum_samples(3);
     finder.set_baseline_removal(1);
     finder.set_search_start_ns(window.start_ns);
     finder.set_search_end_ns(window.end_ns);
     finder.set_samples(spectrum.counts);
-    return finder.run(spectrum.start_time_ns);
-}
-
-std::vector<MeasuredPeak> contents(const PeakList& list) {
+    const PeakListObject list = finder.run(spectrum.start_time_ns);
     std::vector<MeasuredPeak> found;
-    for (std::int32_t i = 0; i < list.count(); ++i)
-        found.push_back({list.GetPeakAttributeInfo(i, true), list.uncertainty(i).value()});
+    for (std::int32_t i = 0; i < list->count(); ++i)
+        found.push_back({list->GetPeakAttributeInfo(i, true), list->uncertainty(i).value()});
     return found;
 }
 
 std::vector<MeasuredPeak> find_peaks(const SyntheticSpectrum& spectrum, const PeakFinderOptions& options,
                                      const SearchWindow& window) {
-    return contents(*run_finder(*make_peak_finder(options), spectrum, window));
+    return find_peaks(*make_peak_finder(options), spectrum, window);
 }
 
 PeakFinderOptions known_of(const SyntheticSet& set) {
@@ -135,27 +134,23 @@ double Spread::deviation() const {
 }
 
 void PeakScore::add(const SyntheticSet& set, const TruePeak& truth, const MeasuredPeak& found) {
+    const TrueShape shape = true_shape(set, truth);
     position_ns.add(found.record.pkCentroid - truth.time_ns);
-    relative_width.add(found.record.pkWidth / true_shape(set, truth).fwhm_ns);
+    relative_width.add(found.record.pkWidth / shape.fwhm_ns);
+    relative_height.add(found.record.pkHeight / shape.height_counts);
     relative_area.add(found.record.pkArea / (truth.ions * set.counts_per_ion));
-    stated_position_variance.add(found.uncertainty.centroid * found.uncertainty.centroid);
-}
-
-void PeakScore::add_bounds(const SyntheticSet& set, const TruePeak& truth, double start_time_ns) {
-    const InformationBounds bounds = information_bounds(set, truth, start_time_ns);
-    position_bound_variance.add(bounds.position_variance_ns2);
-    width_bound_variance.add(bounds.relative_width_variance);
+    stated_variance.add(found.uncertainty.centroid * found.uncertainty.centroid);
 }
 
 double PeakScore::position_over_bound() const {
-    return position_ns.deviation() / std::sqrt(position_bound_variance.mean());
+    return position_ns.deviation() / std::sqrt(bounds.position_variance_ns2);
 }
 
-double PeakScore::stated_over_observed_variance() const {
-    return stated_position_variance.mean() / std::pow(position_ns.deviation(), 2);
+double PeakScore::stated_over_observed() const {
+    return std::sqrt(stated_variance.mean()) / position_ns.deviation();
 }
 
-std::array<Accuracy, 3> accuracy_of(const SyntheticSet& set, int spectra) {
+std::array<Figures, 3> accuracy_of(const SyntheticSet& set, int spectra) {
     std::array<Judge, 3> judges{Judge{set, known_of(set)}, Judge{set, {}}, Judge{set, {}, true}};
     for (int seed = 1; seed <= spectra; ++seed) {
         const SyntheticSpectrum spectrum = synthesize(set, static_cast<std::uint64_t>(seed));

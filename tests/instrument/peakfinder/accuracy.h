@@ -7,7 +7,7 @@
 
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "instrument/peakfinder/measured_peak_list.h"
-#include "support/synthetic_spectrum.h"
+#include "support/information_bounds.h"
 
 namespace korvane {
 
@@ -17,8 +17,8 @@ struct SearchWindow {
 };
 
 /// With baseline removal, and peaks of three samples at least.
-PeakListObject run_finder(PeakFinder& finder, const SyntheticSpectrum& spectrum, const SearchWindow& window = {});
-std::vector<MeasuredPeak> contents(const PeakList& list);
+std::vector<MeasuredPeak> find_peaks(PeakFinder& finder, const SyntheticSpectrum& spectrum,
+                                     const SearchWindow& window = {});
 std::vector<MeasuredPeak> find_peaks(const SyntheticSpectrum& spectrum, const PeakFinderOptions& options = {},
                                      const SearchWindow& window = {});
 /// All that the instrument of a synthetic set knows of its peaks.
@@ -31,44 +31,31 @@ public:
     double deviation() const;
 
 private:
-    double number_ = 0;
-    double sum_ = 0;
-    double square_sum_ = 0;
+    double number_ = 0, sum_ = 0, square_sum_ = 0;
 };
 
 /// Of one true peak over many spectra.
 struct PeakScore {
     double ions = 0;
-    Spread position_ns, relative_width, relative_area, stated_position_variance;
-    Spread position_bound_variance, width_bound_variance;
+    Spread position_ns, relative_width, relative_area, relative_height, stated_variance;
+    InformationBounds bounds;
     int missed = 0;
 
     void add(const SyntheticSet& set, const TruePeak& truth, const MeasuredPeak& found);
-    void add_bounds(const SyntheticSet& set, const TruePeak& truth, double start_time_ns);
     double position_over_bound() const;
-    /// Square of the stated standard error over that of the spread.
-    double stated_over_observed_variance() const;
+    /// Root mean square of the stated standard errors of the position over its spread.
+    double stated_over_observed() const;
 };
 
-/// Over the ten calibrants; "strong" are those of 1,000 ions and more.
-struct Accuracy {
-    double position = 0;  ///< spread over the bound, geometric mean
-    double worst_strong_position = 0;
-    double worst_weak_position = 0;  ///< of 100 ions
-    int missed = 0;
-    double false_peaks = 0;       ///< a spectrum; a second peak where one is true counts as false
-    double background_found = 0;  ///< part of those above ten times the noise
-    /// Spreads over the bounds, root mean square and largest, and the largest deviation of a mean from 1; strong ones.
-    struct Quantity {
-        double together = 0;
-        double worst = 0;
-        double bias = 0;
-    } width, area;
-    double stated_over_observed = 0;  ///< standard error of the position, root mean square
-};
+using Figures = std::vector<double>;
 
-/// Of spectra of seeds 1 to `spectra`: searches of whole spectra with known options, of whole ones without, and of
-/// windows of 0.1 % of the flight time to either side of a calibrant without, where nothing else is judged.
-std::array<Accuracy, 3> accuracy_of(const SyntheticSet& set, int spectra);
+/// Of spectra of seeds 1 to `spectra`, over the ten calibrants ("strong" are those of 1,000 ions and more): spread of
+/// the position over the bound, as geometric mean, and the worst of the strong and of those of 100 ions; number missed;
+/// false peaks a spectrum, a second one where one is true among them; part found of the background above ten times the
+/// noise; spreads over the bound of the width and of the area of the strong, root mean square and largest, each with
+/// the largest deviation of a mean from 1; stated error of the position over the observed one. For searches of whole
+/// spectra with known options, of whole ones without, and of windows of 0.1 % of the flight time to either side of a
+/// calibrant without, where nothing else is judged.
+std::array<Figures, 3> accuracy_of(const SyntheticSet& set, int spectra);
 
 }  // namespace korvane

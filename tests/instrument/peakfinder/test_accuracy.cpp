@@ -12,42 +12,33 @@
 namespace korvane {
 namespace {
 
-using Figures = std::vector<double>;
-
 void expect_recorded(const Figures& now, const Figures& recorded) {
     constexpr double tolerance = 0.01;
-    ASSERT_EQ(now.size(), recorded.size());
+    ASSERT_EQ(now.size(), recorded.size()) << testing::PrintToString(now);
     for (std::size_t i = 0; i < now.size(); ++i)
         EXPECT_NEAR(now[i], recorded[i], tolerance) << "figure " << i << " of " << testing::PrintToString(now);
 }
 
 TEST(Accuracy, OfCalibrantsInWholeSpectraAndInWindowsIsWhatItWas) {
-    // Position: geometric mean, worst strong, worst weak. False peaks. Background found. Width: together, bias. Area:
-    // together, bias. Stated error.
+    // As `accuracy_of` gives them.
     const std::vector<std::array<Figures, 3>> recorded{
-        {{Figures{0.917, 1.216, 1.283, 0.1, 0.999, 1.164, 0.01, 0.946, 0.009, 1.042},
-          Figures{0.918, 1.216, 1.28, 0, 0.999, 1.204, 0.012, 0.946, 0.009, 1.013},
-          Figures{0.912, 1.202, 1.276, 0, 1, 1.232, 0.018, 0.944, 0.008, 0.986}}},
-        {{Figures{0.812, 1.09, 1.024, 0, 1, 1.031, 0.008, 1.023, 0.007, 1.179},
-          Figures{0.812, 1.088, 1.023, 0, 1, 1.009, 0.009, 1.023, 0.007, 1.114},
-          Figures{0.816, 1.082, 1.021, 0, 1, 1.1, 0.013, 1.022, 0.007, 1.11}}},
-        {{Figures{0.952, 1.485, 1.182, 0.1, 1, 1.026, 0.005, 0.779, 0.013, 0.981},
-          Figures{0.952, 1.486, 1.187, 0.1, 1, 1.07, 0.004, 0.779, 0.013, 0.942},
-          Figures{0.956, 1.482, 1.22, 0, 1, 1.088, 0.011, 0.778, 0.013, 0.887}}},
-        {{Figures{0.937, 1.345, 1.189, 0, 1, 0.589, 0.012, 1.025, 0.014, 1.011},
-          Figures{0.937, 1.345, 1.189, 0, 1, 0.62, 0.013, 1.025, 0.014, 1.007},
-          Figures{0.937, 1.345, 1.188, 0, 1, 0.623, 0.009, 1.025, 0.014, 1.062}}}};
+        {{Figures{0.917, 1.216, 1.283, 0, 0.1, 0.999, 1.164, 1.42, 0.01, 0.946, 1.199, 0.009, 1.042},
+          Figures{0.918, 1.216, 1.28, 0, 0, 0.999, 1.204, 1.65, 0.012, 0.946, 1.199, 0.009, 1.013},
+          Figures{0.912, 1.202, 1.276, 0, 0, 1, 1.231, 1.573, 0.018, 0.944, 1.198, 0.008, 0.986}}},
+        {{Figures{0.812, 1.09, 1.024, 0, 0, 1, 1.031, 1.3, 0.008, 1.023, 1.284, 0.007, 1.179},
+          Figures{0.812, 1.088, 1.023, 0, 0, 1, 1.009, 1.268, 0.009, 1.023, 1.284, 0.007, 1.114},
+          Figures{0.816, 1.082, 1.021, 0, 0, 1, 1.1, 1.479, 0.013, 1.022, 1.285, 0.007, 1.11}}},
+        {{Figures{0.952, 1.485, 1.182, 0, 0.1, 1, 1.026, 1.461, 0.005, 0.779, 0.922, 0.013, 0.981},
+          Figures{0.952, 1.486, 1.187, 0, 0.1, 1, 1.07, 1.509, 0.004, 0.779, 0.922, 0.013, 0.942},
+          Figures{0.956, 1.482, 1.22, 0, 0, 1, 1.088, 1.697, 0.011, 0.778, 0.917, 0.013, 0.887}}},
+        {{Figures{0.937, 1.345, 1.189, 0, 0, 1, 0.589, 0.92, 0.012, 1.025, 1.322, 0.014, 1.011},
+          Figures{0.937, 1.345, 1.189, 0, 0, 1, 0.62, 0.956, 0.013, 1.025, 1.322, 0.014, 1.007},
+          Figures{0.937, 1.345, 1.188, 0, 0, 1, 0.623, 0.921, 0.009, 1.025, 1.323, 0.014, 1.062}}}};
     for (std::size_t set = 0; set < recorded.size(); ++set) {
-        const auto searches = accuracy_of(accuracy_sets()[set], 10);
+        const auto found = accuracy_of(accuracy_sets()[set], 10);
         for (std::size_t search = 0; search < 3; ++search) {
             SCOPED_TRACE(accuracy_sets()[set].name + " search " + std::to_string(search));
-            const Accuracy& found = searches[search];
-            EXPECT_EQ(found.missed, 0);
-            const bool whole = search < 2;
-            expect_recorded({found.position, found.worst_strong_position, found.worst_weak_position,
-                             whole ? found.false_peaks : 0, whole ? found.background_found : 1, found.width.together,
-                             found.width.bias, found.area.together, found.area.bias, found.stated_over_observed},
-                            recorded[set][search]);
+            expect_recorded(found[search], recorded[set][search]);
         }
     }
 }
@@ -84,7 +75,6 @@ Figures figures_of(const Scene& scene) {
     const auto options = scene.knowing ? known_of(set) : PeakFinderOptions();
     set.detector_fwhm_ns *= scene.defocus;
     std::vector<PeakScore> scores(truth.size());
-    std::vector<Spread> heights(truth.size());
     int wrong = 0;
     for (int i = 0; i < spectra; ++i) {
         const double start_ns = time_ns - 170 + set.interval_ns * (i % 16) / 16;
@@ -92,19 +82,16 @@ Figures figures_of(const Scene& scene) {
         const auto found = find_peaks(spectrum, options, {time_ns - 20, time_ns + 20});
         wrong += found.size() != truth.size();
         for (std::size_t k = 0; k < truth.size() && found.size() == truth.size(); ++k) {
+            if (i == 0) scores[k].bounds = information_bounds(set, truth[k], start_ns);
             scores[k].add(set, truth[k], found[k]);
-            heights[k].add(found[k].record.pkHeight / true_shape(set, truth[k]).height_counts);
-            if (i < 2) scores[k].add_bounds(set, truth[k], start_ns);
             EXPECT_LE(k > 0 ? found[k - 1].record.pkEnd : 0, found[k].record.pkStart + 1e-6);
         }
     }
     Figures figures{static_cast<double>(wrong) / spectra};
-    for (std::size_t k = 0; k < truth.size(); ++k) {
-        const PeakScore& score = scores[k];
+    for (const PeakScore& score : scores)
         figures.insert(figures.end(), {score.position_ns.mean() / set.sigma_ns(time_ns), score.position_over_bound(),
-                                       score.relative_width.mean(), score.relative_area.mean(), heights[k].mean(),
-                                       std::sqrt(score.stated_over_observed_variance())});
-    }
+                                       score.relative_width.mean(), score.relative_area.mean(),
+                                       score.relative_height.mean(), score.stated_over_observed()});
     return figures;
 }
 
@@ -113,11 +100,8 @@ TEST(Accuracy, OfOneOrTwoPeaksOfAnySamplingIsWhatItWas) {
         {{1.6, {1000}, 0, true, 0}, {0, 0.003, 1.158, 0.995, 1.001, 1.006, 0.867}},
         {{1.6, {10000}}, {0, 0.066, 1.02, 1, 0.998, 1, 0.975}},
         {{6.4, {100}, 0, true, 0, 2}, {0, -0.003, 0.981, 0.982, 1.002, 0.995, 1.041}},
-        {{6.4, {1000}, 0, true, 0.08, 2}, {0, 0.062, 0.991, 0.992, 1.001, 1.008, 1.004}},
         {{8, {100}}, {0, 0.074, 0.857, 0.99, 0.998, 1.005, 1.184}},
-        {{8, {10000}}, {0, 0.069, 0.987, 1.001, 1, 1, 1.011}},
         {{4.1, {300}, 0, false}, {0, 0.07, 0.973, 1.012, 1.005, 1.002, 0.905}},
-        {{7.4, {300}, 0, false}, {0, 0.07, 0.883, 1.005, 1.005, 1.006, 1.062}},
         {{4.7, {1000, 1000}, 1.5},
          {0, 0.031, 1.174, 0.955, 0.974, 1.018, 0.975, 0.032, 1.042, 1.036, 1.014, 0.996, 1.151}},
         {{4.7, {3000, 10000}, 1.5}, {0, 0, 1.333, 0.941, 0.951, 1.013, 0.965, 0.043, 1.242, 1.025, 1.008, 0.99, 0.893}},
@@ -125,17 +109,15 @@ TEST(Accuracy, OfOneOrTwoPeaksOfAnySamplingIsWhatItWas) {
          {0.062, 0.039, 1.216, 0.971, 0.977, 1.016, 0.854, -0.077, 2.148, 1.098, 1.09, 1.042, 0.752}},
         {{4.7, {1000, 100}, 2},
          {0, 0.065, 0.909, 0.987, 0.992, 1.013, 1.104, 0.057, 1.206, 1.012, 1.009, 1.017, 1.013}},
-        {{4.7, {333, 1000}, 2}, {0, 0.047, 1.032, 0.975, 0.98, 1.004, 1.037, 0.065, 1.179, 1.004, 0.997, 0.999, 0.877}},
-        {{4.7, {100, 1000}, 3}, {0, 0.077, 1.043, 0.987, 0.98, 0.995, 0.971, 0.07, 1.063, 0.997, 0.996, 1.001, 0.939}},
         {{4.7, {1000, 10000}, 3}, {0, 0.068, 0.927, 0.992, 0.994, 1.01, 1.073, 0.066, 1.251, 1.002, 0.998, 0.999, 0.8}},
         {{4.7, {3000, 1000}, 2, false},
          {0, 0.051, 1.1, 0.992, 0.983, 1.004, 0.755, 0.025, 1.112, 1.054, 1.027, 0.992, 0.833}},
         {{4.7, {3000}, 0, true, 0.08, 0.22, 1.32}, {0, 0.068, 0.981, 1, 1.002, 1.004, 1.015}},
         {{4.7, {10000}, 0, true, 0.08, 0.22, 1, 0.6}, {0, 0.084, 1.305, 1.034, 0.938, 0.909, 0.915}},
         {{4.7, {10000}, 0, false, 0.08, 0.22, 1, 0.6}, {0, 0.084, 1.323, 1.038, 0.935, 0.902, 0.736}}};
-    for (const auto& [scene, recorded] : scenes) {
-        SCOPED_TRACE(testing::PrintToString(scene.ions) + " at " + std::to_string(scene.samples_per_width));
-        expect_recorded(figures_of(scene), recorded);
+    for (std::size_t scene = 0; scene < scenes.size(); ++scene) {
+        SCOPED_TRACE("scene " + std::to_string(scene));
+        expect_recorded(figures_of(scenes[scene].first), scenes[scene].second);
     }
 }
 
