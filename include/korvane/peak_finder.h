@@ -34,6 +34,8 @@ public:
     virtual void convert(const MassTimeCalibration& calibration, std::int32_t mode) = 0;
     /// Stated standard errors of a peak, in the units of the list; nothing from a finder that states none.
     virtual std::optional<PeakUncertainty> uncertainty(std::int32_t index) const;
+    /// What is known about a peak besides; nothing from a finder that tells nothing.
+    virtual std::optional<PeakQuality> quality(std::int32_t index) const;
 };
 
 using PeakListObject = std::shared_ptr<PeakList>;

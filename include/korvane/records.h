@@ -54,6 +54,14 @@ struct PeakUncertainty {
     double ions = 0;  ///< estimated number of ions in the peak
 };
 
+/// What a peak finder may tell about a peak beside its record.
+struct PeakQuality {
+    bool clipped = false;     ///< samples at the detector's limit were left out; height and area are extrapolated
+    bool overlapped = false;  ///< measured together with a neighbour whose samples it shares
+    bool few_ions = false;    ///< so few that width and height are mostly chance
+    double misfit = 1;        ///< root of chi squared per degree of freedom of the fit; the stated errors grow with it
+};
+
 /// Calibration coefficients: m = (A (t - B))^2 + used terms c t^p. In nanoseconds or microseconds, by convention of the
 /// routine that carries the record.
 struct CalibrationCoefficients {

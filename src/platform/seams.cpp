@@ -52,4 +52,8 @@ std::optional<PeakUncertainty> PeakList::uncertainty(std::int32_t) const {
     return std::nullopt;
 }
 
+std::optional<PeakQuality> PeakList::quality(std::int32_t) const {
+    return std::nullopt;
+}
+
 }  // namespace korvane

@@ -4,6 +4,8 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <limits>
+#include <numeric>
 
 namespace korvane {
 
@@ -55,7 +57,7 @@ void add_clipped(std::span<const std::int32_t> counts, std::int32_t centre, std:
 }
 
 /// Middle and scaled width of the shortest interval that holds half of a sparse selection of the samples.
-BackgroundLevel densest_half(std::span<const std::int32_t> samples) {
+BackgroundLevel densest_half(std::span<const std::int32_t> samples, double least_noise) {
     std::array<std::int32_t, guess_samples> selected;
     const Index number = std::min<Index>(selected.size(), samples.size());
     for (Index i = 0; i < number; ++i) selected[i] = samples[i * samples.size() / number];
@@ -65,12 +67,12 @@ BackgroundLevel densest_half(std::span<const std::int32_t> samples) {
     Index best = 0;
     for (Index i = 0; i + half < number; ++i)
         if (width_at(i) < width_at(best)) best = i;
-    const double noise = std::max(least_noise_counts, width_at(best) / half_interval_width);
+    const double noise = std::max(least_noise, width_at(best) / half_interval_width);
     return {static_cast<double>(selected[best + half / 2]), noise};
 }
 
 /// One step of clipping around a level; false when too few samples lie there to be the baseline.
-bool clip(std::span<const std::int32_t> samples, BackgroundLevel& level) {
+bool clip(std::span<const std::int32_t> samples, double least_noise, BackgroundLevel& level) {
     const auto centre = static_cast<std::int32_t>(std::floor(level.baseline + 0.5));
     const double reach = std::min(std::ceil(clip_deviations * level.noise), largest_clip_counts);
     const std::size_t judged = std::min<std::size_t>(samples.size(), block_stretches * stretch_samples);
@@ -82,14 +84,14 @@ bool clip(std::span<const std::int32_t> samples, BackgroundLevel& level) {
     if (moments.count < least_baseline_part * static_cast<double>(judged)) return false;
     const double mean = moments.sum / moments.count;
     const double variance = std::max(0.0, moments.square_sum / moments.count - mean * mean);
-    level = {centre + mean, std::max(least_noise_counts, std::sqrt(variance) / clipped_deviation)};
+    level = {centre + mean, std::max(least_noise, std::sqrt(variance) / clipped_deviation)};
     return true;
 }
 
-bool settle(std::span<const std::int32_t> samples, BackgroundLevel& level) {
+bool settle(std::span<const std::int32_t> samples, double least_noise, BackgroundLevel& level) {
     for (int step = 0; step < most_clip_steps; ++step) {
         const BackgroundLevel before = level;
-        if (!clip(samples, level)) return false;
+        if (!clip(samples, least_noise, level)) return false;
         if (std::abs(level.baseline - before.baseline) < settled_baseline_deviations * level.noise &&
             std::abs(level.noise - before.noise) < settled_noise_part * level.noise)
             break;
@@ -97,63 +99,154 @@ bool settle(std::span<const std::int32_t> samples, BackgroundLevel& level) {
     return true;
 }
 
-/// Gives blocks without a visible baseline the level of the nearest block that has one.
-void fill_hidden(std::vector<BackgroundBlock>& blocks, const std::vector<Index>& visible) {
-    for (Index i = 0; i < std::ssize(blocks) && !visible.empty(); ++i)
-        blocks[i].level =
-            blocks[*std::ranges::min_element(visible, {}, [&](Index j) { return std::abs(j - i); })].level;
+/// What all counts are multiples of, but for an offset.
+double digit_counts(std::span<const std::int32_t> samples) {
+    std::int64_t digit = 0;
+    const Index number = std::min<Index>(digit_samples, std::ssize(samples));
+    for (Index i = 0; i < number && digit != 1; ++i)
+        digit = std::gcd(digit, std::int64_t{samples[i * std::ssize(samples) / number]} - samples.front());
+    return static_cast<double>(std::max<std::int64_t>(1, digit));
+}
+
+/// Whether the middles of a long block's stretches lie at different levels.
+bool is_uneven(std::span<const std::int32_t> samples, const BackgroundLevel& level) {
+    double lowest = std::numeric_limits<double>::infinity();
+    double highest = -lowest;
+    for (Index i = 0; i < block_stretches; ++i) {
+        BackgroundLevel part = level;
+        const auto stretch = samples.subspan(i * samples.size() / block_stretches, stretch_samples);
+        if (!clip(stretch, least_noise_counts, part)) return true;
+        lowest = std::min(lowest, part.baseline);
+        highest = std::max(highest, part.baseline);
+    }
+    return highest - lowest > uneven_deviations * level.noise;
 }
 
 }  // namespace
 
 Background::Background(std::span<const std::int32_t> counts, Index first, Index end) : counts_(counts) {
     const Index size = end - first;
+    least_noise_ *= digit_counts(counts.subspan(first, size));
     const Index short_blocks = std::clamp<Index>(size / least_block_samples, 1, least_blocks);
-    const Index number = std::max(short_blocks, size / block_samples);
+    const Blocks blocks =
+        parts(first, end, std::max(short_blocks, size / block_samples), std::numeric_limits<double>::infinity());
+    auto jumps = [&](std::size_t left) {
+        if (left + 1 >= blocks.size()) return false;
+        const BackgroundLevel& before = blocks[left].level;
+        const BackgroundLevel& after = blocks[left + 1].level;
+        return std::abs(after.baseline - before.baseline) > jump_deviations * std::min(before.noise, after.noise);
+    };
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        const BackgroundBlock& block = blocks[i];
+        blocks_.push_back(block);
+        const Index pieces = (block.end - block.first) / fine_block_samples;
+        if (pieces < 3 || !(jumps(i) || (i > 0 && jumps(i - 1)) ||
+                            is_uneven(counts.subspan(block.first, block.end - block.first), block.level)))
+            continue;
+        // Where peaks cover all of a piece, what they leave is noisier than what lies about.
+        double noise = block.level.noise;
+        for (const std::size_t near : {i - 1, i + 1})
+            if (near < blocks.size()) noise = std::min(noise, blocks[near].level.noise);
+        const Blocks fine = parts(block.first, block.end, pieces, most_noise_part * noise);
+        if (fine.empty()) continue;
+        blocks_.pop_back();
+        blocks_.insert(blocks_.end(), fine.begin(), fine.end());
+    }
+    if (blocks_.size() > blocks.size()) find_steps();
+}
+
+Background::Blocks Background::parts(Index first, Index end, Index number, double most_noise) const {
+    Blocks blocks;
     std::vector<Index> visible;
     BackgroundLevel level;
     bool followed = false;
     for (Index i = 0; i < number; ++i) {
-        BackgroundBlock block{first + size * i / number, first + size * (i + 1) / number, {}};
-        const auto samples = counts.subspan(block.first, block.end - block.first);
-        followed = followed && settle(samples, level);
-        if (!followed) level = densest_half(samples);
-        followed = followed || settle(samples, level);
+        const Index from = first + (end - first) * i / number;
+        const Index to = first + (end - first) * (i + 1) / number;
+        const auto samples = counts_.subspan(from, to - from);
+        followed = followed && settle(samples, least_noise_, level);
+        if (!followed) level = densest_half(samples, least_noise_);
+        followed = (followed || settle(samples, least_noise_, level)) && level.noise <= most_noise;
         if (followed) visible.push_back(i);
-        block.level = level;
-        blocks_.push_back(block);
+        blocks.push_back({from, to, level});
     }
-    if (std::ssize(visible) < number) fill_hidden(blocks_, visible);
-    if (number > 1)
-        blocks_per_sample_ = static_cast<double>(number - 1) / (blocks_.back().centre() - blocks_.front().centre());
+    if (visible.empty() && std::isfinite(most_noise)) return {};
+    if (visible.empty() || std::ssize(visible) == number) return blocks;
+    for (Index i = 0; i < number; ++i)
+        blocks[i].level =
+            blocks[*std::ranges::min_element(visible, {}, [&](Index j) { return std::abs(j - i); })].level;
+    return blocks;
 }
 
-const BackgroundBlock* Background::left_of(double sample) const {
-    const double place = std::max(0.0, (sample - blocks_.front().centre()) * blocks_per_sample_);
-    return &blocks_[std::min(static_cast<std::size_t>(place), blocks_.size() - 2)];
+Index Background::step_between(const BackgroundBlock& left, const BackgroundBlock& right) const {
+    const double noise = std::min(left.level.noise, right.level.noise);
+    const double difference = right.level.baseline - left.level.baseline;
+    if (std::abs(difference) < step_deviations * noise) return -1;
+    const auto from = static_cast<Index>(left.centre());
+    const auto to = static_cast<Index>(right.centre());
+    const double most = clip_deviations * clip_deviations * noise * noise;
+    // Sums of the squares of what a level leaves over.
+    auto square = [&](Index i, double level) { return std::min(most, (counts_[i] - level) * (counts_[i] - level)); };
+    double step = 0, slope = 0, least = 0;
+    Index place = from;
+    for (Index i = from; i < to; ++i) {
+        const double part = static_cast<double>(i - from) / static_cast<double>(to - from);
+        const double after = square(i, right.level.baseline);
+        slope += square(i, left.level.baseline + part * difference) - after;
+        step += square(i, left.level.baseline) - after;
+        if (step < least) {
+            least = step;
+            place = i + 1;
+        }
+    }
+    return least + least_step_gain * noise * noise < slope ? place : -1;
+}
+
+void Background::find_steps() {
+    for (std::size_t i = 0; i + 2 < blocks_.size(); ++i) {
+        const Index place = step_between(blocks_[i], blocks_[i + 2]);
+        if (place < 0) continue;
+        blocks_[i].end = place;
+        blocks_[i].steps_after = true;
+        blocks_[i + 2].first = place;
+        blocks_.erase(blocks_.begin() + i + 1);
+    }
+}
+
+Background::Blocks::const_iterator Background::right_of(double sample) const {
+    return std::ranges::upper_bound(blocks_, sample, {}, &BackgroundBlock::centre);
 }
 
 BackgroundLevel Background::at(double sample) const {
-    if (blocks_.size() == 1) return blocks_.front().level;
-    const BackgroundBlock& left = *left_of(sample);
-    const BackgroundBlock& right = *(&left + 1);
-    const double part = std::clamp((sample - left.centre()) / (right.centre() - left.centre()), 0.0, 1.0);
-    return {left.level.baseline + part * (right.level.baseline - left.level.baseline),
-            left.level.noise + part * (right.level.noise - left.level.noise)};
+    const auto right = right_of(sample);
+    if (right == blocks_.begin()) return right->level;
+    const auto left = std::prev(right);
+    if (right == blocks_.end() || (left->steps_after && sample < static_cast<double>(left->end))) return left->level;
+    if (left->steps_after) return right->level;
+    const double part = (sample - left->centre()) / (right->centre() - left->centre());
+    return {left->level.baseline + part * (right->level.baseline - left->level.baseline),
+            left->level.noise + part * (right->level.noise - left->level.noise)};
 }
 
 void Background::subtract(Index first, std::span<double> above) const {
     const Index end = first + std::ssize(above);
     for (Index from = first; from < end;) {
-        // Up to the next centre of a block the baseline is a straight line.
+        // Up to the next centre or step the baseline is a straight line.
         Index to = end;
-        if (blocks_.size() > 1) {
-            const BackgroundBlock* left = left_of(from);
-            const double corner = from < left->centre() ? left->centre() : (left + 1)->centre();
-            if (corner > from) to = std::min(to, static_cast<Index>(std::ceil(corner)));
+        double slope = 0;
+        const auto right = right_of(static_cast<double>(from));
+        if (right != blocks_.end()) {
+            double corner = right->centre();
+            if (right != blocks_.begin()) {
+                const auto left = std::prev(right);
+                if (!left->steps_after)
+                    slope = (right->level.baseline - left->level.baseline) / (corner - left->centre());
+                else if (from < left->end)
+                    corner = static_cast<double>(left->end);
+            }
+            to = std::min(to, static_cast<Index>(std::ceil(corner)));
         }
-        const double start = at(from).baseline;
-        const double slope = (at(to).baseline - start) / static_cast<double>(to - from);
+        const double start = at(static_cast<double>(from)).baseline;
         for (Index i = from; i < to; ++i)
             above[i - first] = counts_[i] - (start + slope * static_cast<double>(i - from));
         from = to;

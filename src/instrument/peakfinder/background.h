@@ -23,13 +23,15 @@ struct BackgroundBlock {
     Index first = 0;
     Index end = 0;
     BackgroundLevel level;
+    bool steps_after = false;  ///< the level jumps at the end
 
     double centre() const { return 0.5 * static_cast<double>(first + end - 1); }
 };
 
 /// Follows a drifting baseline block by block: mean and deviation of the samples that stay within three deviations of
 /// it, started from the densest part of the samples' distribution, so that peaks over less than half of a block do no
-/// harm. Between the centres of the blocks the level is interpolated.
+/// harm. Between the centres of the blocks the level is interpolated. Where it changes faster than long blocks follow,
+/// blocks are short; where it jumps, they end.
 class Background {
 public:
     /// Estimates over counts[first, end), which must not be empty. The counts must outlive the background.
@@ -43,12 +45,20 @@ public:
     double mean_baseline(Index first, Index end) const;
 
 private:
-    /// The block whose centre is the last before the sample, but never the last block.
-    const BackgroundBlock* left_of(double sample) const;
+    using Blocks = std::vector<BackgroundBlock>;
+
+    /// As many of about equal length; a block that hides its baseline, or is noisier than may be, has the level of the
+    /// nearest one that shows it. None where none does and the noise is limited.
+    Blocks parts(Index first, Index end, Index number, double most_noise) const;
+    void find_steps();
+    /// Where the samples between the centres of two blocks jump from the level of the one to that of the other, or -1.
+    Index step_between(const BackgroundBlock& left, const BackgroundBlock& right) const;
+    /// The first whose centre lies after the sample.
+    Blocks::const_iterator right_of(double sample) const;
 
     std::span<const std::int32_t> counts_;
-    std::vector<BackgroundBlock> blocks_;
-    double blocks_per_sample_ = 0;
+    double least_noise_ = method::least_noise_counts;
+    Blocks blocks_;
 };
 
 }  // namespace korvane

@@ -178,17 +178,52 @@ private:
     /// What the apex stands on where the baseline is not that of its block.
     double pedestal(const Apex& apex) const {
         const auto near = static_cast<Index>(std::ceil(pedestal_from_sigmas * region_.sigma));
-        const auto far = static_cast<Index>(std::ceil(one_peak_sigmas * region_.sigma));
-        double lowest = std::numeric_limits<double>::infinity();
-        for (Index distance = near; distance <= far; ++distance)
-            for (const Index place : {apex.place - distance, apex.place + distance})
+        const auto far = static_cast<Index>(std::ceil(pedestal_to_sigmas * region_.sigma));
+        double sum = 0;
+        double least = smoothed_[apex.place];
+        for (const Index direction : {-1, 1}) {
+            double lowest = smoothed_[apex.place];
+            for (Index distance = near; distance <= far; ++distance) {
+                const Index place = apex.place + direction * distance;
                 if (place >= 0 && place < std::ssize(smoothed_)) lowest = std::min(lowest, smoothed_[place]);
-        return std::isfinite(lowest) ? std::max(0.0, lowest) : 0;
+            }
+            sum += lowest;
+            least = std::min(least, lowest);
+        }
+        // Between two peaks one side is a valley, which says little of the other. The lowest of some samples lies below
+        // what it is the lowest of.
+        const double noise_variance = region_.level.noise * region_.level.noise * smoothing_gain_;
+        const double level = std::min(0.5 * sum, most_slope * least);
+        if (level < lowest_deviations * std::sqrt(noise_variance)) return std::max(0.0, level);
+        const double variance = noise_variance + context_.model.ion_variance() * level * smoothing_gain_;
+        return level + lowest_deviations * std::sqrt(variance);
+    }
+
+    /// Mean level of the stretches to either side, the second lowest: one may be without the ions that the apex stands
+    /// on, two may hold other peaks. Outside the region nothing rises above the noise.
+    double surroundings(const Apex& apex) const {
+        std::array<double, 4> levels{};
+        for (std::size_t i = 0; i < levels.size(); ++i) {
+            const double nearest = i < 2 ? surroundings_sigmas[0] : surroundings_sigmas[1];
+            const double farthest = i < 2 ? surroundings_sigmas[1] : surroundings_sigmas[2];
+            const Index direction = i % 2 == 0 ? -1 : 1;
+            const auto from = static_cast<Index>(std::ceil(nearest * region_.sigma));
+            const auto to = std::max(from, static_cast<Index>(farthest * region_.sigma));
+            for (Index distance = from; distance <= to; ++distance) {
+                const Index place = apex.place + direction * distance;
+                if (place >= 0 && place < std::ssize(above_)) levels[i] += above_[place];
+            }
+            levels[i] /= static_cast<double>(to - from + 1);
+        }
+        std::ranges::nth_element(levels, levels.begin() + 1);
+        return std::max(0.0, levels[1]);
     }
 
     void judge(const Apex& apex) {
         const Index place = region_.first + apex.place;
-        const double pedestal_counts = late_ions_at(static_cast<double>(place)) + pedestal(apex);
+        double pedestal_counts = std::max(late_ions_at(static_cast<double>(place)), pedestal(apex));
+        if (apex.value * region_.sigma < surrounded_ions * context_.model.counts_per_ion)
+            pedestal_counts = std::max(pedestal_counts, surroundings(apex));
         const double sigma = context_.expected_sigma(static_cast<double>(place));
         const Correlation peak = correlation(above_, apex.place, sigma, correlation_sigmas, pedestal_counts);
         const double noise = region_.level.noise;
@@ -214,7 +249,7 @@ private:
 std::vector<Index> chunks_above_noise(const SearchContext& context) {
     constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
     std::vector<Index> chunks;
-    for (const auto& [first, end, level] : context.background.blocks()) {
+    for (const auto& [first, end, level, steps_after] : context.background.blocks()) {
         const double height = std::floor(level.baseline + chunk_deviations * level.noise);
         const auto threshold = static_cast<std::int32_t>(std::min(height, 2147483647.0));
         Index chunk = first;

@@ -12,7 +12,8 @@ namespace {
 
 /// Whether candidates found with the one model would be found with the other.
 bool agree(const PeakModel& model, const PeakModel& coarse, double start_ns, double end_ns) {
-    if (model.ion_variance() < agreeing_ion_variance_part * coarse.ion_variance()) return false;
+    const double scatter = model.ion_variance() / coarse.ion_variance();
+    if (scatter < agreeing_ion_variance_part || scatter > most_ion_variance_part) return false;
     for (const double time_ns : {start_ns, 0.5 * (start_ns + end_ns), end_ns})
         if (std::abs(coarse.width.sigma_ns(time_ns) / model.width.sigma_ns(time_ns) - 1) > agreeing_width_part)
             return false;
@@ -39,6 +40,7 @@ MeasuredPeak record_of(const SearchContext& context, const FittedPeak& fitted, b
     peak.uncertainty.width = fit.sigma_error * record.pkWidth;
     peak.uncertainty.area = fitted.area_error;
     peak.uncertainty.ions = std::max(0.0, fitted.area / context.model.counts_per_ion);
+    peak.quality = {fit.clipped, fitted.overlapped, peak.uncertainty.ions < few_ions, fit.misfit};
     if (!on_baseline) {
         record.pkHeight += fitted.baseline;
         record.pkArea += fitted.baseline * std::max(0.0, std::floor(fitted.end) - std::ceil(fitted.start) + 1);

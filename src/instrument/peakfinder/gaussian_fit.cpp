@@ -55,6 +55,9 @@ private:
         std::array<double, 3> residual{};
         std::array<double, 5> information{};
         std::array<double, 5> variance{};
+        double chi_square = 0;
+        double samples = 0;
+        bool clipped = false;
     };
     struct Step {
         Vector3d change;  // of the height's logarithm, the centre in sigmas and the width's logarithm
@@ -73,13 +76,18 @@ private:
         if (with_variance) influence_.assign(size, 0.0);
         const double floor_variance = noise_variance_ + end_softening * gain_ * shape_.height;
         const double ion_variance = has_pulses_ ? 0 : model_.ion_variance();
+        const double shape_error = (fit_shape_error + fit_tail_error * model_.tail_fraction) * shape_.height;
+        const double shape_variance = shape_error * shape_error;
         const Index offset = first_ - samples_.first;
         const double step = 1 / shape_.sigma;
         double u = (static_cast<double>(first_) - shape_.centre) / shape_.sigma;
         Sums sums;
         for (Index i = 0; i < size; ++i, u += step) {
             const double above = samples_.above[offset + i];
-            if (above == saturated) continue;
+            if (above == saturated) {
+                sums.clipped = true;
+                continue;
+            }
             const double others = samples_.other(offset + i);
             // The same weight for a sample that holds a neighbour's ions as well.
             const double slope = 1 / (floor_variance + gain_ * (values_[i] + others)) * values_[i];
@@ -89,6 +97,10 @@ private:
                 // The sample itself tells its variance better than the model, which knows nothing of late ions.
                 add_powers(slope * slope * (noise_variance_ + ion_variance * std::max(above, 0.0)), u, sums.variance);
                 influence_[i] = slope;
+                const double residual = above - others - values_[i];
+                sums.chi_square +=
+                    residual * residual / (noise_variance_ + gain_ * (values_[i] + others) + shape_variance);
+                sums.samples += 1;
             }
         }
         return sums;
@@ -147,8 +159,21 @@ private:
         fit.sigma_error = error(*own, 2);
         fit.height_error = error(*last, 0);
         fit.centre_error = error(*last, 1) * shape_.sigma;
+        fit.clipped = sums.clipped;
+        grow_errors(sums, fit);
         take(*last);
         return true;
+    }
+
+    /// By the misfit, which may be another peak to one side.
+    void grow_errors(const Sums& sums, PeakFit& fit) const {
+        const double freedom = sums.samples - fitted_parameters;
+        if (freedom < 1 || sums.chi_square < freedom + misfit_deviations * std::sqrt(2 * freedom)) return;
+        fit.misfit = std::sqrt(sums.chi_square / freedom);
+        for (double* const error : {&fit.height_error, &fit.sigma_error, &fit.centre_error}) *error *= fit.misfit;
+        const double lawful = (1 + 2 * model_.width_spread) * expected_sigma_;
+        const double widening = std::sqrt(std::max(0.0, fit.own_sigma * fit.own_sigma - lawful * lawful));
+        fit.centre_error = std::hypot(fit.centre_error, one_sided_widening * widening);
     }
 
     /// Covariance of the three sums over samples of influence x u^k x sample where every ion is a pulse over several

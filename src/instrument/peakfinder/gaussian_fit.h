@@ -28,6 +28,10 @@ struct PeakFit {
     double height_error = 0;
     double centre_error = 0;
     double sigma_error = 0;
+    /// Root of chi squared per degree of freedom where the samples are not a Gaussian's by more than chance, else 1.
+    /// The errors hold it.
+    double misfit = 1;
+    bool clipped = false;  ///< saturated samples were left out
     bool valid = false;
 };
 

@@ -60,4 +60,8 @@ std::optional<PeakUncertainty> MeasuredPeakList::uncertainty(std::int32_t index)
     return entry(index).current.uncertainty;
 }
 
+std::optional<PeakQuality> MeasuredPeakList::quality(std::int32_t index) const {
+    return entry(index).current.quality;
+}
+
 }  // namespace korvane

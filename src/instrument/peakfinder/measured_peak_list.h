@@ -13,6 +13,7 @@ namespace korvane {
 struct MeasuredPeak {
     PeakInfo record;
     PeakUncertainty uncertainty;
+    PeakQuality quality = {};
 };
 
 /// Peaks in the order of flight time until `order` is called.
@@ -26,6 +27,7 @@ public:
     PeakInfo GetPeakAttributeInfo(std::int32_t index, bool current_units) const override;
     void convert(const MassTimeCalibration& calibration, std::int32_t mode) override;
     std::optional<PeakUncertainty> uncertainty(std::int32_t index) const override;
+    std::optional<PeakQuality> quality(std::int32_t index) const override;
 
 private:
     struct Entry {

@@ -11,8 +11,8 @@ namespace korvane::method {
 /// Samples on either side of a window that are looked at too: a short block of background each.
 inline constexpr double context_samples = 256;
 /// Another search is made when the refined model's widths differ by more, or when its ions scatter so much less that
-/// shallower valleys count. Chosen.
-inline constexpr double agreeing_width_part = 0.2, agreeing_ion_variance_part = 0.85;
+/// shallower valleys count, or so much more that chance has made peaks. Chosen.
+inline constexpr double agreeing_width_part = 0.2, agreeing_ion_variance_part = 0.85, most_ion_variance_part = 2;
 
 // --- Background
 
@@ -20,6 +20,14 @@ inline constexpr double agreeing_width_part = 0.2, agreeing_ion_variance_part = 
 inline constexpr double least_noise_counts = 0.5;
 /// A drift is nearly straight over a block, and peaks cover less than half of it. A window has up to four short ones.
 inline constexpr std::ptrdiff_t block_samples = 4096, least_block_samples = 256, least_blocks = 4;
+/// Where the level changes faster, from stretch to stretch or from block to block, by so many deviations: a slow drift
+/// makes half of one. A ripple of 6,000 samples is followed to a thirtieth of its amplitude.
+inline constexpr std::ptrdiff_t fine_block_samples = 512;
+inline constexpr double uneven_deviations = 0.7, jump_deviations = 1, most_noise_part = 1.5;
+/// A step of the level is larger, and leaves that much less in squares of deviations than a slope.
+inline constexpr double step_deviations = 2.5, least_step_gain = 50;
+/// Looked at for what all counts are multiples of.
+inline constexpr std::ptrdiff_t digit_samples = 256;
 /// Long blocks are judged by stretches of them: a mean of 1024 samples is good to a thirtieth of the noise.
 inline constexpr std::ptrdiff_t block_stretches = 4, stretch_samples = 256;
 /// Sorted for the first guess of a block: its half is good to a fifth of the noise.
@@ -45,7 +53,7 @@ inline constexpr double chunk_deviations = 3.5;
 inline constexpr double least_signal_to_noise = 5;
 /// Between two apexes of one peak ions make dips: a valley is deeper than so many deviations of ions and noise; far
 /// from a peak noise alone counts. Chosen.
-inline constexpr double least_valley_deviations = 4.5, least_rise_deviations = 3, one_peak_sigmas = 6;
+inline constexpr double least_valley_deviations = 4.5, least_rise_deviations = 3, one_peak_sigmas = 4.5;
 /// Widens a peak by 6 %.
 inline constexpr double smoothing_sigmas = 0.35;
 /// Square samples up to which passes of 1/4, 1/2, 1/4 are quicker than running means.
@@ -57,8 +65,15 @@ inline constexpr std::ptrdiff_t piece_samples = 8192;
 inline constexpr double piece_overlap_sigmas = 10, region_reach_sigmas = 3;
 /// Late ions that a stronger peak is granted: no instrument in order has more. Their exponential is gone at the reach.
 inline constexpr double granted_tail_fraction = 0.15, tail_reach_sigmas = 30;
-/// From here to `one_peak_sigmas` the lowest sample is what an apex stands on: nearer it is the peak itself.
-inline constexpr double pedestal_from_sigmas = 1.5;
+/// Between them the lowest sample to either side is what an apex stands on: nearer it is the peak itself.
+inline constexpr double pedestal_from_sigmas = 1.5, pedestal_to_sigmas = 3.5;
+/// A weak apex, of fewer ions by its height and width, is compared with the stretches between these distances too: in
+/// the wings of a strong peak chance makes such apexes.
+inline constexpr double surrounded_ions = 30, surroundings_sigmas[] = {2.5, 6, 9.5};
+/// The lowest of about ten independent values of a normal distribution of deviation 1.
+inline constexpr double lowest_deviations = 1.5;
+/// What an apex stands on is at most so much of the lower side.
+inline constexpr double most_slope = 2;
 /// Of the correlation with the expected peak: 99 % of a Gaussian.
 inline constexpr double correlation_sigmas = 2.5;
 
@@ -81,8 +96,6 @@ inline constexpr double fitted_area_of_tail = 0.127;
 inline constexpr double side_from_sigmas = 2, side_to_sigmas = 6, excess_of_tail = 0.203;
 /// Part of the area in the two sides, which are eight sigmas of samples: 4.6 % of a Gaussian and usual late ions.
 inline constexpr double sides_part = 0.055, sides_sigmas = 8;
-/// Further left the exponential of the delayed density overflows where its other factor vanishes.
-inline constexpr double delayed_from_sigmas = -6;
 
 // --- Fit
 
@@ -116,6 +129,12 @@ inline constexpr Node normal_nodes[] = {
     {-2.85697, 0.0112574}, {-1.35563, 0.2220759}, {0, 0.5333333}, {1.35563, 0.2220759}, {2.85697, 0.0112574}};
 inline constexpr Node delay_nodes[] = {{0.5857864, 0.8535534}, {3.4142136, 0.1464466}};
 
+/// To which part of the height, and with which part of the late ions besides, a Gaussian describes a lone peak.
+inline constexpr double fit_shape_error = 0.01, fit_tail_error = 0.25;
+/// Chi squared beyond its mean by so many of its deviations is a misfit, which the errors grow with; so much of what
+/// makes such a peak wider than the law, in deviations of a peak, may lie to one side of its centre.
+inline constexpr double misfit_deviations = 4, one_sided_widening = 0.6;
+
 // --- Measurement
 
 /// Late ions make the right side longer.
@@ -137,8 +156,13 @@ inline constexpr double end_height_part = 0.002, end_noise_part = 0.5, least_end
 inline constexpr int crossing_steps = 30;
 /// Where no fit holds: moments of what rises above a tenth of the top, a fifth of a sample wide where all is in one.
 inline constexpr double moment_level_part = 0.1, least_moment_sigma = 0.2;
+/// Late ions widen what is left of a peak whose top is cut off: taken away, they settle in so many fits.
+inline constexpr int flank_rounds = 4;
 /// Of the centre, twice that of the ions; and a guess of the width's standard error.
 inline constexpr double moment_variance = 2, moment_width_error = 0.3;
+
+/// Nearer neighbours share samples that count; fewer ions leave the width to 13 % of chance.
+inline constexpr double overlapped_sigmas = 6, few_ions = 30;
 
 // --- Overlap
 
@@ -175,6 +199,9 @@ inline constexpr double box_reach_sigmas = 1.4;
 inline constexpr double one_sided_part = 0.4, one_sided_ions = 200;
 /// Such a box leaves less than this part of its counts beyond it, up to that many widths.
 inline constexpr double beyond_box_part = 0.4, beyond_box_widths = 3;
+/// The top of an apex at half of which its width is taken holds so many ions, and stands out by so many deviations;
+/// a box that is so much wider holds several peaks.
+inline constexpr double half_height_ions = 30, half_height_deviations = 10, one_peak_box_part = 0.7;
 /// Second moments are taken within these reaches in turn, and may change a sigma by a factor of two.
 inline constexpr double moment_reaches_sigmas[] = {1.5, 3.0}, most_moment_change = 2;
 /// A coarse width is good to a tenth at best; no peak is narrower than half a sample.

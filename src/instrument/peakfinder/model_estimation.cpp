@@ -57,13 +57,16 @@ public:
         // A box that reaches much further to one side holds a neighbour; then the other side of a strong peak tells its
         // width.
         double sigma = both.width / (2 * box_reach_sigmas);
+        const double half_height_sigma = width_at_half_height(both.width) / fwhm_per_sigma;
+        if (half_height_sigma < one_peak_box_part * sigma) sigma = half_height_sigma;
         const Box left = best_box(1, 0);
         const Box right = best_box(0, 1);
         const int direction = left.width < right.width ? -1 : 1;
         const Box& narrow = direction < 0 ? left : right;
         const double narrow_sigma = (narrow.width - 0.5) / box_reach_sigmas;
         const bool one_sided = ions > one_sided_ions && narrow_sigma < one_sided_part * sigma;
-        sigma = one_sided && ends_within(narrow, direction) ? narrow_sigma : moment_sigma(sigma);
+        if (half_height_sigma > sigma)
+            sigma = one_sided && ends_within(narrow, direction) ? narrow_sigma : moment_sigma(sigma);
         const double error = std::sqrt(coarse_width_variance + 2 / ions + std::pow(level_.noise / both.ratio, 2));
         return {{context_.axis.time_ns(apex_.centre), std::max(least_coarse_sigma, sigma) * context_.axis.interval_ns,
                  error},
@@ -88,6 +91,37 @@ private:
             if (ratio > best.ratio) best = {ratio, sum, width};
         }
         return best;
+    }
+
+    /// Of sums of so many samples that half of the top is no chance; at most that of a box of the given width.
+    double width_at_half_height(double box_width) const {
+        const double needed_counts = half_height_ions * usual_counts_per_ion(level_.noise, 0);
+        for (Index half = 0; 4 * half + 2 < static_cast<Index>(box_width); ++half) {
+            auto sum_about = [&](Index place) {
+                double sum = 0;
+                for (Index i = place - half; i <= place + half; ++i) sum += exists(i) ? above(i) : 0;
+                return sum;
+            };
+            const auto samples = static_cast<double>(2 * half + 1);
+            const double top = sum_about(place_);
+            if (top < std::max(needed_counts, half_height_deviations * level_.noise * std::sqrt(samples))) continue;
+            double width = 0;
+            for (const Index direction : {-1, 1}) {
+                double before = top;
+                for (Index distance = 1; distance < static_cast<Index>(box_width); ++distance) {
+                    const double sum = sum_about(place_ + direction * distance);
+                    if (sum < 0.5 * top) {
+                        width += static_cast<double>(distance) - (0.5 * top - sum) / (before - sum);
+                        break;
+                    }
+                    before = sum;
+                    if (distance + 1 == static_cast<Index>(box_width)) return box_width;
+                }
+            }
+            const double sums_square = (samples * samples - 1) / 12 * fwhm_per_sigma * fwhm_per_sigma;
+            return std::sqrt(std::max(1.0, width * width - sums_square));
+        }
+        return box_width;
     }
 
     /// Whether a box from the apex in the direction holds most of what lies there. The few ions of a sample at the top

@@ -104,22 +104,32 @@ std::vector<FittedPeak> measure_as_two(const SearchContext& context, std::span<c
     return measured;
 }
 
+/// First and end of the peaks within so many widths of one.
+std::pair<std::size_t, std::size_t> neighbours(std::span<const FittedPeak> peaks, std::size_t index,
+                                               double reach_sigmas) {
+    const PeakShape& shape = peaks[index].fit.shape;
+    const double reach = reach_sigmas * shape.sigma;
+    std::size_t first = index;
+    while (first > 0 && shape.centre - peaks[first - 1].fit.shape.centre < reach) --first;
+    std::size_t end = index + 1;
+    while (end < peaks.size() && peaks[end].fit.shape.centre - shape.centre < reach) ++end;
+    return {first, end};
+}
+
 }  // namespace
 
 void split_overlapping_peaks(const SearchContext& context, std::vector<FittedPeak>& peaks) {
     for (std::size_t index = 0; index < peaks.size(); ++index) {
         const FittedPeak& peak = peaks[index];
         if (!peak.fit.valid || !(is_too_wide(context, peak) || is_too_lopsided(context, peak))) continue;
-        const PeakShape& shape = peak.fit.shape;
-        const double reach = overlap_neighbour_sigmas * shape.sigma;
-        std::size_t first = index;
-        while (first > 0 && shape.centre - peaks[first - 1].fit.shape.centre < reach) --first;
-        std::size_t end = index + 1;
-        while (end < peaks.size() && peaks[end].fit.shape.centre - shape.centre < reach) ++end;
-        const auto measured = measure_as_two(context, std::span(peaks).subspan(first, end - first), index - first);
+        const auto [first, end] = neighbours(peaks, index, overlap_neighbour_sigmas);
+        // What lies further out bears on them, but is not measured with all its own neighbours here.
+        const auto [outer_first, outer_end] = neighbours(peaks, index, 2 * overlap_neighbour_sigmas);
+        const auto measured = measure_as_two(context, std::span(peaks).subspan(outer_first, outer_end - outer_first),
+                                             index - outer_first);
         if (measured.empty()) continue;
-        const auto place = peaks.erase(peaks.begin() + first, peaks.begin() + end);
-        peaks.insert(place, measured.begin(), measured.end());
+        peaks.insert(peaks.begin() + index, FittedPeak{});
+        std::copy_n(measured.begin() + (first - outer_first), end - first + 1, peaks.begin() + first);
         ++index;  // past the second of the two
     }
 }

@@ -25,7 +25,9 @@ double crossing(const PeakShape& left, const PeakShape& right) {
 /// Peaks within reach of one another, which are fitted in turn, each to what the others leave.
 class PeakGroup {
 public:
-    PeakGroup(const SearchContext& context, std::span<FittedPeak> peaks) : context_(context), peaks_(peaks) {}
+    PeakGroup(const SearchContext& context, std::span<FittedPeak> peaks) : context_(context), peaks_(peaks) {
+        for (const auto& peak : peaks) candidates_.push_back(peak.fit.shape.centre);
+    }
 
     void measure() {
         fit_together();
@@ -33,18 +35,29 @@ public:
     }
 
 private:
+    /// Each again while a neighbour within reach has moved since.
     void fit_together() {
+        std::vector<bool> disturbed(peaks_.size(), true);
         const int rounds = peaks_.size() == 1 ? 1 : most_rounds;
         for (int round = 0; round < rounds; ++round) {
-            double largest_move = 0;  // in standard errors
+            bool moved = false;
             for (std::size_t i = 0; i < peaks_.size(); ++i) {
+                if (!disturbed[i]) continue;
+                disturbed[i] = false;
                 const PeakFit& fit = peaks_[i].fit;
                 const double before = fit.shape.centre;
                 fit_one(i);
-                const double error = std::max(fit.centre_error, least_deviation);
-                largest_move = std::max(largest_move, std::abs(fit.shape.centre - before) / error);
+                const double error = std::max(fit.centre_error / fit.misfit, least_deviation);
+                if (round > 0 && std::abs(fit.shape.centre - before) < settled_move_errors * error) continue;
+                moved = true;
+                for (const int direction : {-1, 1})
+                    for (Index j = i + direction; j >= 0 && j < std::ssize(peaks_); j += direction) {
+                        const double distance = std::abs(peaks_[j].fit.shape.centre - fit.shape.centre);
+                        if (distance > group_reach_sigmas * fit.shape.sigma) break;
+                        disturbed[j] = true;
+                    }
             }
-            if (largest_move < settled_move_errors) break;
+            if (!moved) break;
         }
     }
 
@@ -74,10 +87,46 @@ private:
         const PeakShape start = peak.fit.shape;
         load_samples(index);
         peak.baseline = context_.background.at(start.centre).baseline;
-        const auto fit = fit_gaussian(context_, samples_, start);
+        auto fit = fit_gaussian(context_, samples_, start);
+        if (fit && fit->clipped) fit = fit_flanks(fit->shape);
         const double sigma = context_.expected_sigma(start.centre);
-        const bool kept = fit && std::abs(fit->shape.centre - start.centre) <= most_move_sigmas * sigma;
+        const bool kept = fit && std::abs(fit->shape.centre - candidates_[index]) <= most_move_sigmas * sigma;
         peak.fit = kept ? *fit : fit_by_moments(start, sigma);
+    }
+
+    /// Of the ions in time, what the late ones add taken away; told as the Gaussian that a fit to both would find.
+    std::optional<PeakFit> fit_flanks(PeakShape shape) {
+        const double known = context_.late_part(shape.sigma);
+        const double tail = known > 0 ? known : usual_tail;
+        const double widening = 1 + fitted_width_of_tail * tail;
+        auto with_late = [&](PeakShape in_time) {
+            in_time.centre += fitted_centre_of_tail * tail * in_time.sigma;
+            in_time.sigma *= widening;
+            in_time.height /= (1 - tail) * widening * (1 + fitted_area_of_tail * tail);
+            return in_time;
+        };
+        SearchContext context = context_;
+        context.model.width.slope /= widening;
+        context.model.width.floor_ns /= widening;
+        const std::vector<double> neighbours = samples_.others;
+        values_.resize(samples_.above.size());
+        std::optional<PeakFit> fit;
+        shape.sigma /= widening;
+        for (int round = 0; round < flank_rounds; ++round) {
+            samples_.others = neighbours;
+            samples_.others.resize(samples_.above.size(), 0.0);
+            add_late_peak_samples(with_late(shape), tail, samples_.first, samples_.others);
+            gaussian_samples(shape, samples_.first, values_);
+            for (std::size_t i = 0; i < values_.size(); ++i) samples_.others[i] -= values_[i];
+            fit = fit_gaussian(context, samples_, shape);
+            if (!fit) break;
+            shape = fit->shape;
+        }
+        samples_.others = neighbours;
+        if (!fit) return fit;
+        fit->shape = with_late(shape);
+        fit->own_sigma *= widening;
+        return fit;
     }
 
     /// The moments of what rises above a part of the top hold where a fit finds nothing to hold on to.
@@ -122,6 +171,9 @@ private:
             peak.start = std::min(shape.centre, std::max(peak.start, crossing(peaks_[index - 1].fit.shape, shape)));
         if (index + 1 < peaks_.size())
             peak.end = std::max(shape.centre, std::min(peak.end, crossing(shape, peaks_[index + 1].fit.shape)));
+        for (std::size_t other = index > 0 ? index - 1 : 1; other <= index + 1 && other < peaks_.size(); other += 2)
+            if (std::abs(peaks_[other].fit.shape.centre - shape.centre) < overlapped_sigmas * shape.sigma)
+                peak.overlapped = true;
         if (peaks_.size() > 1) load_samples(index);
         sum_samples(level, peak);
     }
@@ -164,7 +216,8 @@ private:
 
     const SearchContext& context_;
     std::span<FittedPeak> peaks_;
-    PeakSamples samples_;  // of the peak that is being fitted
+    std::vector<double> candidates_;  // centres
+    PeakSamples samples_;             // of the peak that is being fitted
     std::vector<double> values_;
 };
 

@@ -14,9 +14,10 @@ struct FittedPeak {
     std::int32_t samples = 0;  ///< between start and end that rise above the noise
     double area = 0;
     double area_error = 0;
-    double late_excess = 0;  ///< counts beyond two sigmas after the centre less those before it, model subtracted
-    double baseline = 0;     ///< counts
-    bool alone = true;       ///< no other peak within reach
+    double late_excess = 0;   ///< counts beyond two sigmas after the centre less those before it, model subtracted
+    double baseline = 0;      ///< counts
+    bool alone = true;        ///< no other peak within reach
+    bool overlapped = false;  ///< so near to another that they share samples that count
 };
 
 /// First indexes of the chunks of `chunk_samples` that hold a sample high above the noise, over the whole background.

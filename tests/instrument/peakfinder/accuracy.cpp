@@ -101,7 +101,7 @@ std::vector<MeasuredPeak> find_peaks(PeakFinder& finder, const SyntheticSpectrum
     const PeakListObject list = finder.run(spectrum.start_time_ns);
     std::vector<MeasuredPeak> found;
     for (std::int32_t i = 0; i < list->count(); ++i)
-        found.push_back({list->GetPeakAttributeInfo(i, true), list->uncertainty(i).value()});
+        found.push_back({list->GetPeakAttributeInfo(i, true), list->uncertainty(i).value(), list->quality(i).value()});
     return found;
 }
 

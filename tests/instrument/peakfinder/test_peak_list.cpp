@@ -20,7 +20,7 @@ std::vector<MeasuredPeak> mixed_peaks() {
         const double width_ns = 1 + (i * 7) % 5;
         PeakInfo record{time_ns - 0.1, time_ns - 9,          100.0 * ((i * 3) % 4),    time_ns,
                         width_ns,      50.0 * ((i + 2) % 3), time_ns / (2 * width_ns), time_ns + 9};
-        peaks.push_back({record, {0.01 * (i + 1), 1, 0.02, 3, 40}});
+        peaks.push_back({record, {0.01 * (i + 1), 1, 0.02, 3, 40}, {false, false, false, 1.0 + i}});
     }
     return peaks;
 }
@@ -56,12 +56,13 @@ TEST(MeasuredPeakList, OrdersByEveryPositionConvertsOnceAndKeepsTiesAndErrorsWit
             return std::ranges::find(peaks, record, &MeasuredPeak::record) - peaks.begin();
         };
         for (std::int32_t i = 0; i < 6; ++i) {
-            const auto& [ns, uncertainty] = peaks[place(i)];
+            const auto& [ns, uncertainty, quality] = peaks[place(i)];
             const PeakInfo found = list.GetPeakAttributeInfo(i, true);
             EXPECT_EQ(found, converted ? in_amu(ns) : ns);
             const double units = converted ? 2 * 4.5e-4 * 4.5e-4 * (ns.pkCentroid - 20) : 1;
             EXPECT_NEAR(list.uncertainty(i)->centroid / units, uncertainty.centroid, 1e-8);
             EXPECT_NEAR(list.uncertainty(i)->width / units, 0.02, 1e-8);
+            EXPECT_EQ(list.quality(i)->misfit, quality.misfit);
             if (i == 0) continue;
             const double before = list.GetPeakAttributeInfo(i - 1, true).value(position);
             EXPECT_TRUE(direction == 0 ? before >= found.value(position) : before <= found.value(position));

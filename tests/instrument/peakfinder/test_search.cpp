@@ -73,7 +73,7 @@ TEST(Search, RecordsAreWhatTheirDefinitionsSayWithAndWithoutBaselineAndWindowsFi
     finder->set_baseline_removal(0);
     const auto on_zero = finder->run(plain_spectrum().start_time_ns);
     for (std::size_t i = 0; i < peaks.size(); ++i) {
-        const auto& [record, uncertainty] = peaks[i];
+        const auto& [record, uncertainty, quality] = peaks[i];
         EXPECT_LT(record.pkStart, record.pkCentroid);
         EXPECT_GT(record.pkEnd, record.pkCentroid);
         EXPECT_NEAR(record.pkApexX, record.pkCentroid, 0.1 * record.pkWidth);
@@ -81,6 +81,7 @@ TEST(Search, RecordsAreWhatTheirDefinitionsSayWithAndWithoutBaselineAndWindowsFi
         // A Gaussian's area over its height and width, samples of 1 ns.
         const double shape = record.pkArea / (record.pkHeight * record.pkWidth);
         EXPECT_NEAR(shape, 1.0645, 0.1 + 4 * uncertainty.area / record.pkArea + 4 * uncertainty.width / record.pkWidth);
+        EXPECT_FALSE(quality.clipped);
         EXPECT_GT(std::min({uncertainty.centroid, uncertainty.height, uncertainty.width, uncertainty.area}), 0);
         const PeakInfo standing = on_zero->GetPeakAttributeInfo(static_cast<std::int32_t>(i), true);
         EXPECT_EQ(standing.pkCentroid, record.pkCentroid);
@@ -163,10 +164,10 @@ TEST(Search, HostileSamplesGiveFiniteRecordsOrNone) {
                 std::array{0, 1, least, most, drawn, sparse, i % 2 == 0 ? least : most, i * 1000}[variant % 8]);
         }
         for (const auto& options : {known_of(accuracy_sets()[2]), PeakFinderOptions()}) {
-            for (const auto& [record, uncertainty] : find_peaks({samples, 10000, 0.25, {}}, options)) {
+            for (const auto& [record, uncertainty, quality] : find_peaks({samples, 10000, 0.25, {}}, options)) {
                 for (std::int32_t position = 0; position < 8; ++position)
                     ASSERT_TRUE(std::isfinite(record.value(position))) << variant;
-                ASSERT_TRUE(std::isfinite(uncertainty.centroid));
+                ASSERT_TRUE(std::isfinite(uncertainty.centroid) && quality.misfit >= 1);
                 ASSERT_GT(record.pkWidth, 0);
             }
         }
