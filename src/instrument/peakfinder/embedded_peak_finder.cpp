@@ -89,7 +89,7 @@ PeakListObject EmbeddedPeakFinder::run(double start_time_ns) {
         const MeasuredPeak peak = record_of(context, fitted, baseline_removal_);
         const double centroid_ns = peak.record.pkCentroid;
         if (centroid_ns < search_start_ns_ || centroid_ns > search_end_ns_) continue;
-        if (fitted.samples >= minimum_samples_) peaks.push_back(peak);
+        if (fitted.stands_out && fitted.samples >= minimum_samples_) peaks.push_back(peak);
     }
     // Two that overlap may have changed places in the fit.
     std::ranges::stable_sort(peaks, {}, [](const MeasuredPeak& peak) { return peak.record.pkCentroid; });

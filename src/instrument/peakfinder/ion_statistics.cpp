@@ -17,9 +17,11 @@ struct Core {
 
 std::vector<Core> cores_of(const SearchContext& context, std::span<const FittedPeak> peaks, double tail_fraction) {
     std::vector<Core> cores;
-    for (const auto& peak : peaks) {
-        if (!peak.fit.valid || !peak.alone) continue;
-        const PeakShape& shape = peak.fit.shape;
+    for (std::size_t place = 0; place < peaks.size(); ++place) {
+        const PeakFit& fit = peaks[place].fit;
+        // Among neighbours a misfit may be one more peak; alone it may be that ions are fewer than expected.
+        if (!fit.valid || (!peaks[place].alone && fit.misfit > 1)) continue;
+        const PeakShape& shape = fit.shape;
         const double reach = core_sigmas * shape.sigma;
         const auto range = context.samples_between(shape.centre - reach, shape.centre + reach);
         bool unusable = range.size() < least_core_samples;
@@ -27,7 +29,11 @@ std::vector<Core> cores_of(const SearchContext& context, std::span<const FittedP
         if (unusable) continue;
         const auto above = context.above(range);
         std::vector<double> model(range.size(), 0.0);
-        add_late_peak_samples(shape, tail_fraction, range.first, model);
+        for (const int direction : {-1, 1})
+            for (Index i = place + (direction > 0 ? 0 : -1); i >= 0 && i < std::ssize(peaks); i += direction) {
+                if (std::abs(peaks[i].fit.shape.centre - shape.centre) > model_neighbour_sigmas * shape.sigma) break;
+                add_late_peak_samples(peaks[i].fit.shape, tail_fraction, range.first, model);
+            }
         Core& core = cores.emplace_back();
         core.noise_variance = context.noise_variance(shape.centre);
         for (Index i = 0; i < range.size(); ++i) {

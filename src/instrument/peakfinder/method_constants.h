@@ -143,6 +143,9 @@ inline constexpr double area_left_sigmas = 4, area_right_sigmas = 6;
 inline constexpr double group_reach_sigmas = 10.5, loaded_sigmas = 6.5;
 /// The exponential has fallen by ten of its lengths.
 inline constexpr double late_reach_sigmas = 15;
+/// A peak of fewer ions has to stand out, within half of that reach, from what lies in the other half, where that is
+/// more than noise and the few late ions that any peak has.
+inline constexpr double surrounded_ions_of_fit = 100, side_reach_sigmas = 5, few_side_ions = 3;
 /// Fits of overlapping peaks are repeated until none moves by that part of its error.
 inline constexpr double settled_move_errors = 0.05;
 inline constexpr int most_rounds = 12;
@@ -213,6 +216,8 @@ inline constexpr std::size_t least_law_points = 5;
 inline constexpr double least_law_lever = 1.3;
 /// From that many deviations on a point weighs less, as the inverse of its distance, which is kept above zero.
 inline constexpr double law_outlier_deviations = 2, tail_outlier_deviations = 2.5, least_deviation = 1e-9;
+/// A fit to few ions finds them nearer together than they would come: relative, per variance of the width.
+inline constexpr double narrowing_of_few = 3;
 /// Repetitions after which such weights have settled.
 inline constexpr int law_rounds = 6, tail_rounds = 4, counts_rounds = 3;
 

@@ -321,7 +321,9 @@ PeakModel refined_model(const SearchContext& context, const PeakFinderOptions& o
         for (const auto& peak : peaks) {
             const PeakFit& fit = peak.fit;
             if (!fit.valid) continue;
-            points.push_back({context.axis.time_ns(fit.shape.centre), fit.own_sigma * interval_ns, fit.sigma_error});
+            const double widening = 1 + narrowing_of_few * fit.sigma_error * fit.sigma_error;
+            points.push_back(
+                {context.axis.time_ns(fit.shape.centre), widening * fit.own_sigma * interval_ns, fit.sigma_error});
         }
         model.width = fit_width_law(points, model.width);
         model.width_spread = usual_width_spread;

@@ -16,6 +16,7 @@ struct FittedPeak {
     double area_error = 0;
     double late_excess = 0;   ///< counts beyond two sigmas after the centre less those before it, model subtracted
     double baseline = 0;      ///< counts
+    bool stands_out = true;   ///< from what lies to either side
     bool alone = true;        ///< no other peak within reach
     bool overlapped = false;  ///< so near to another that they share samples that count
 };
