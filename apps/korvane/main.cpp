@@ -1,3 +1,4 @@
+#include <clocale>
 #include <iostream>
 
 #ifdef _WIN32
@@ -52,6 +53,7 @@ int wmain(int argc, wchar_t** argv) {
 #else
 
 int main(int argc, char** argv) {
+    std::setlocale(LC_TIME, "");  // the dates in the headers of logs
     korvane::program::note_stop_signals();
     return korvane::program::run_command_line(argc, argv, {std::cout, std::cerr, isatty(STDERR_FILENO) != 0});
 }

@@ -169,9 +169,15 @@ ExitCode set_setpoint(Session& session, const SetpointChange& options) {
     session.begin_run();
     const auto stays = [&](void*) { session.keep_moves(); };  // also where it was not seen to arrive
     const std::unique_ptr<void, decltype(stays)> at_end(&session, stays);
-    TuneGlobals(session.platform())
-        .SetMSSetpointValueByIdx(setpoint.index, wanted, 0, static_cast<float>(options.wait_seconds.value_or(0)),
-                                 options.until_set);
+    TuneGlobals globals(session.platform());
+    try {
+        globals.SetMSSetpointValueByIdx(setpoint.index, wanted, 0, static_cast<float>(options.wait_seconds.value_or(0)),
+                                        options.until_set);
+    } catch (const Error& error) {
+        const std::string item = globals.unreported_item();
+        if (error.number() != error_number::setpoint_not_reached || item.empty()) throw;
+        throw error.described(error.description() + "; no spectrum reported [" + item + "]");
+    }
     return show_setpoint(session, setpoint, followed_value(session, setpoint, wanted));
 }
 

@@ -96,22 +96,27 @@ class CheckedLayer final : public Noted<ForwardingInstrumentLayer> {
 public:
     using Noted::Noted;
     std::unique_ptr<InstrumentGlobals> create_globals() override {
-        return made<CheckedGlobals>("create_globals", target().create_globals());
+        return wrapped<CheckedGlobals>(made("create_globals", target().create_globals()));
     }
+    // Bare: it is asked for at every poll of the abort flag.
     std::unique_ptr<PathInformation> create_path_information() override {
-        return made<Noted<ForwardingPathInformation>>("create_path_information", target().create_path_information());
+        return made("create_path_information", target().create_path_information());
     }
     std::unique_ptr<LogbookEntry> create_logbook_entry() override {
-        return made<Noted<ForwardingLogbookEntry>>("create_logbook_entry", target().create_logbook_entry());
+        return wrapped<Noted<ForwardingLogbookEntry>>(made("create_logbook_entry", target().create_logbook_entry()));
     }
     std::unique_ptr<PeakFinder> create_peak_finder() override {
-        return made<Noted<ForwardingPeakFinder>>("create_peak_finder", target().create_peak_finder());
+        return wrapped<Noted<ForwardingPeakFinder>>(made("create_peak_finder", target().create_peak_finder()));
     }
 
 private:
-    template <class Checked, class Interface>
-    static std::unique_ptr<Checked> made(const char* member, std::unique_ptr<Interface> object) {
+    template <class Made>
+    static Made made(const char* member, Made object) {
         if (!object) raise_runtime_fault(error_number::object_not_set, text_of(member, "() of the instrument layer"));
+        return object;
+    }
+    template <class Checked, class Interface>
+    static std::unique_ptr<Checked> wrapped(std::unique_ptr<Interface> object) {
         return std::make_unique<Checked>(std::shared_ptr<Interface>(std::move(object)));
     }
 };

@@ -142,8 +142,9 @@ TEST(LazyInstrument, IsMadeOnceAtTheFirstUseAndKeepsItsFailure) {
     EXPECT_EQ(&*healthy, &*healthy);
     for (int use = 0; use < 2; ++use) {
         layer->has_globals = use != 0;
-        EXPECT_EQ(raised([&] { *without; }),
-                  "91|Korvane|Object variable or With block variable not set: create_globals() of the instrument layer");
+        EXPECT_EQ(
+            raised([&] { *without; }),
+            "91|Korvane|Object variable or With block variable not set: create_globals() of the instrument layer");
     }
     for (int use = 0; use < 2; ++use) {
         scripted.state->fault_at = 2;
