@@ -16,6 +16,7 @@ struct TitledGlobals final : ForwardingInstrumentGlobals {
 std::shared_ptr<InstrumentLayer> simulator() {
     const char* const base = std::getenv("KORVANE_TEST_LAYER_BASE");
     if (!base) throw Error(error_number::file_or_element, "TestLayer", "KORVANE_TEST_LAYER_BASE is not set");
+    if (std::string(base) == "throw") throw 42;
     return make_simulator({.base_folder = base, .seed = 1, .scene_path = {}, .state_path = {}}, make_system_files(),
                           make_system_clock());
 }

@@ -13,6 +13,12 @@ namespace korvane {
 
 namespace {
 
+#ifdef _WIN32
+constexpr const char* folder_separators = "/\\:";
+#else
+constexpr const char* folder_separators = "/";
+#endif
+
 using EntryPoint = const InstrumentLibrary* (*)();
 
 [[noreturn]] void refuse(const std::string& path, const std::string& reason) {
@@ -25,8 +31,6 @@ using EntryPoint = const InstrumentLibrary* (*)();
 EntryPoint entry_point(const std::string& path) {
     std::wstring located = utf16_from_utf8(path);
     std::replace(located.begin(), located.end(), L'/', L'\\');
-    // A name without a folder would be looked for beside the program and in the system's folders.
-    if (located.find_first_of(L"\\:") == std::wstring::npos) located.insert(0, L".\\");
     const HMODULE library = LoadLibraryW(located.c_str());
     if (!library) refuse(path, "cannot be loaded: system error " + std::to_string(GetLastError()));
     return reinterpret_cast<EntryPoint>(reinterpret_cast<void*>(GetProcAddress(library, instrument_library_entry)));
@@ -35,9 +39,7 @@ EntryPoint entry_point(const std::string& path) {
 #else
 
 EntryPoint entry_point(const std::string& path) {
-    // A name without a folder would be looked for in the system's libraries.
-    const std::string located = path.find('/') == std::string::npos ? "./" + path : path;
-    void* const library = dlopen(located.c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!library) refuse(path, std::string("cannot be loaded: ") + dlerror());
     return reinterpret_cast<EntryPoint>(dlsym(library, instrument_library_entry));
 }
@@ -52,6 +54,10 @@ bool names_library(const std::string& name) {
 }
 
 std::shared_ptr<InstrumentLayer> load_instrument_library(const std::string& path) {
+    // The system would look for a name without a folder among its own libraries, and nobody means to load whatever lies
+    // in the current folder.
+    if (path.find_first_of(folder_separators) == std::string::npos)
+        refuse(path, "has no folder in its name (./" + path + " is the one in the current folder)");
     const EntryPoint entry = entry_point(path);
     if (!entry) refuse(path, std::string("has no entry point ") + instrument_library_entry);
     const InstrumentLibrary* const library = entry();
@@ -60,9 +66,16 @@ std::shared_ptr<InstrumentLayer> load_instrument_library(const std::string& path
         refuse(path, "has interface version " + std::to_string(library->interface_version) + ", this program has " +
                          std::to_string(instrument_interface_version));
     if (!library->create || !library->destroy) refuse(path, "makes no layer");
-    InstrumentLayer* const layer = library->create();
-    if (!layer) refuse(path, "made no layer");
-    return {layer, library->destroy};
+    try {
+        if (InstrumentLayer* const layer = library->create()) return {layer, library->destroy};
+    } catch (const Error&) {
+        throw;
+    } catch (const std::exception& fault) {
+        refuse(path, std::string("made no layer: ") + fault.what());
+    } catch (...) {
+        refuse(path, "made no layer: an exception of an unknown type");
+    }
+    refuse(path, "made no layer");
 }
 
 }  // namespace korvane
