@@ -46,10 +46,10 @@ std::string member_of(const std::string& line) {
 
 void automation_call(std::string_view input) {
     std::istringstream text{std::string(input)};
-    std::string member;
-    std::getline(text, member);
-    std::vector<std::string> arguments;
-    for (std::string line; std::getline(text, line);) arguments.push_back(line);
+    std::vector<std::string> words{""};
+    std::getline(text, words.front());
+    words.front() = member_of(words.front());
+    for (std::string line; std::getline(text, line);) words.push_back(line);
 
     const MemoryPlatform world;
     for (const BaseDataFile& file : base_data_files())
@@ -61,7 +61,7 @@ void automation_call(std::string_view input) {
         if (++events == 100) AbortHelper(world.platform()).TriggerAbort();
     };
     try {
-        automation::call_from_texts(world.platform(), member_of(member), arguments);
+        automation::TextCalls(world.platform()).call(words);
     } catch (const Error& error) {
         if (error.number() == 0) std::abort();
     }

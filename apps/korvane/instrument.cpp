@@ -1,5 +1,6 @@
 // The instrument as a whole, and other programs: state, recording, automation calls, layers from outside.
 #include <algorithm>
+#include <iostream>
 
 #include "calibrants.h"
 #include "commands.h"
@@ -78,6 +79,9 @@ constexpr const char* call_help =
     "the\n"
     "result, and the new values of the arguments that the member changed. A property is set with CLASS.PROPERTY= "
     "VALUE.\n"
+    "With \"-\" alone, calls are read from standard input, a line a call with the words as here and a shell's quotes, "
+    "on\nobjects that stay alive; each prints one line, {\"result\": ...} or {\"error\": ...}, and the exit code is "
+    "that of\nthe last failure.\n"
     "Options of the program come before \"call\"; all that follows belongs to the call. Members: korvane automation "
     "list.\n\n"
     "Examples:\n"
@@ -85,12 +89,34 @@ constexpr const char* call_help =
     "  korvane call SpectrumParser.GetPeakAttribute 5 566.89 dMassWindow=0.5\n"
     "  korvane call clsTuneParamsXML.GetAutotuneLimitValue RampParams MinimumAcceptableAbundance\n";
 
+/// Calls from standard input, a line a call, on objects that stay alive. The code is that of the last failure.
+ExitCode call_lines(Session& session) {
+    automation::TextCalls calls(session.platform());
+    ExitCode code = ExitCode::done;
+    for (std::string line; std::getline(std::cin, line);) {
+        Json failure;
+        try {
+            const std::vector<std::string> words = automation::words_of_line(line);
+            if (words.empty()) continue;
+            session.print_line(calls.call(words));
+            session.keep_moves();
+        } catch (const Error& error) {
+            code = exit_code_of(error);
+            failure["error"] = {{"kind", kind_name(error.kind())},
+                                {"number", error.number()},
+                                {"routine", error.source()},
+                                {"text", error.description()}};
+            session.print_line(failure.dump(-1, ' ', false, Json::error_handler_t::replace));
+        }
+    }
+    return code;
+}
+
 ExitCode call(Session& session, std::vector<std::string> words) {
     if (words.empty()) throw UsageError("CLASS.MEMBER is missing");
-    const std::string member = std::move(words.front());
-    words.erase(words.begin());
+    if (words.size() == 1 && words.front() == "-") return call_lines(session);
     try {
-        session.print(automation::call_from_texts(session.platform(), member, words) + "\n");
+        session.print(automation::TextCalls(session.platform()).call(words, 2) + "\n");
         session.keep_moves();
         return ExitCode::done;
     } catch (const Error& error) {

@@ -84,6 +84,8 @@ public:
 
     /// Writes text as it is to standard output.
     void print(std::string_view text) { streams_.out << text; }
+    /// The same as a line of its own, at once: somebody may wait for it.
+    void print_line(std::string_view text) { streams_.out << text << std::endl; }
     /// Notes the result for the end: the object for --json, the text, or the table for --csv. Returns that all is done.
     ExitCode show(Json object, std::string text);
     ExitCode show(Json object, const TextTable& table);

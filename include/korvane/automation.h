@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -34,7 +35,7 @@ public:
     virtual std::int32_t dispid_of(std::string_view member) const = 0;
     /// Calls a member. Raises what the member raises, and before it: 438 unknown number or a use that the member does
     /// not have, 448 unknown named argument, 449 a required argument left out, 450 too many, 13, 6 and 94 arguments
-    /// that do not convert, each naming member or parameter. Arguments change only when the call succeeds.
+    /// that do not convert, each naming member or parameter. Where the member raises, arguments are what it left.
     virtual Value invoke(std::int32_t dispid, Arguments& arguments, Access access) = 0;
 
     Value invoke(std::string_view member, Arguments& arguments, Access access = Access::call) {
@@ -87,12 +88,28 @@ KORVANE_API std::string idl_text();
 /// The reference page of the automation interface, Markdown.
 KORVANE_API std::string reference_text();
 
-/// A late-bound call from texts. `member` is "CLASS.MEMBER" or "CLASS.PROPERTY=" (a put). An argument is JSON (numbers,
-/// texts, booleans, null, arrays, records as objects of their fields, {"call": "CLASS.MEMBER", "arguments": [...]} for
-/// an object) or else plain text; "name=..." with a parameter's name passes it by name. Returns a JSON object with
-/// "result" and, where there are any, "by_reference" with the new values of the arguments that were changed.
-/// Errors as `LateBound::invoke`; 5 naming an argument that is malformed JSON of an array or object.
-KORVANE_API std::string call_from_texts(const Platform& platform, const std::string& member,
-                                        const std::vector<std::string>& arguments);
+/// Late-bound calls from texts, on objects that stay alive: the first call of a class makes its object.
+class KORVANE_API TextCalls {
+public:
+    explicit TextCalls(Platform platform) : platform_(std::move(platform)) {}
+
+    /// The first word is "CLASS.MEMBER" or "CLASS.PROPERTY=" (a put), the others are its arguments: JSON (numbers, texts,
+    /// booleans, null, arrays, records as objects of their fields, {"call": "CLASS.MEMBER", "arguments": [...]} for an
+    /// object) or else plain text; "name=..." with a parameter's name passes it by name. Returns a JSON object with
+    /// "result" and, where there are any, "by_reference" with the new values of the arguments that were changed; on one
+    /// line, or indented. Errors as `LateBound::invoke`; 5 naming an argument that is malformed JSON of an array or
+    /// object.
+    std::string call(const std::vector<std::string>& words, int indent = -1);
+    /// The object of a class, by name or ProgID. Error 429 naming an unknown one.
+    Object object_of(const std::string& class_name);
+
+private:
+    Platform platform_;
+    std::map<std::string, Object> objects_;  ///< by class
+};
+
+/// The words of a line with a shell's quotes: '...' as it is, "..." with backslashes before quotes and backslashes,
+/// a backslash before anything else; none from a # on. Error 5 for a quote that does not end.
+KORVANE_API std::vector<std::string> words_of_line(std::string_view line);
 
 }  // namespace korvane::automation

@@ -131,6 +131,8 @@ public:
 
     /// What the value holds, in a word: "Double", "String", "Nothing", "Array", ...
     std::string kind_name() const;
+    /// The value for a message: numbers, dates and texts (cut where they are long) as they are, others as their kind.
+    std::string shown() const;
 
     friend bool operator==(const Value&, const Value&) = default;
 

@@ -7,6 +7,7 @@
 #include "automation/error_numbers.h"
 #include "automation/native_object.h"
 #include "frame/routine.h"
+#include "korvane/forwarding.h"
 #include "platform/text.h"
 
 namespace korvane::automation {
@@ -30,14 +31,56 @@ private:
     std::span<Value> values_;
 };
 
-Value run(const Member& member, void* target, std::span<Value> arguments) {
+/// A call while its member runs, and the one that it was made in.
+struct CallInProgress {
+    CallInProgress(CallerArguments& its_caller, CallFrame& its_frame) : caller(its_caller), frame(its_frame) {
+        innermost = this;
+    }
+    ~CallInProgress() { innermost = outer; }
+    CallInProgress(const CallInProgress&) = delete;
+    CallInProgress& operator=(const CallInProgress&) = delete;
+
+    static thread_local CallInProgress* innermost;
+    CallerArguments& caller;
+    CallFrame& frame;
+    CallInProgress* const outer = innermost;
+};
+thread_local CallInProgress* CallInProgress::innermost = nullptr;
+
+class FlagSharingClock final : public ForwardingClock {
+public:
+    using ForwardingClock::ForwardingClock;
+    void process_pending_events() override {
+        for_each_flag([](CallerArguments& caller, std::size_t place, bool& flag) { caller.store(place, flag); });
+        ForwardingClock::process_pending_events();
+        for_each_flag(
+            [](CallerArguments& caller, std::size_t place, bool& flag) { flag = caller.load(place).as_boolean(); });
+    }
+
+private:
+    template <class Exchange>
+    static void for_each_flag(Exchange exchange) {
+        for (CallInProgress* call = CallInProgress::innermost; call; call = call->outer)
+            for (std::size_t place = 0; place < call->frame.arguments.size(); ++place)
+                if (call->frame.flags[place] && call->caller.given(place))
+                    exchange(call->caller, place, *call->frame.flags[place]);
+    }
+};
+
+Value run(const Member& member, void* target, CallerArguments& caller, CallFrame& frame) {
+    const CallInProgress in_progress(caller, frame);
     try {
-        return member.call(member, target, arguments);
+        return member.call(member, target, frame);
     } catch (const Error&) {
         throw;
     } catch (...) {
         throw current_error();
     }
+}
+
+void hand_back(CallerArguments& caller, CallFrame& frame) {
+    for (std::size_t place = 0; place < frame.arguments.size(); ++place)
+        if (frame.changed[place] && caller.given(place)) caller.store(place, std::move(frame.arguments[place]));
 }
 
 /// Arguments as values, by position and by name.
@@ -89,21 +132,36 @@ Value call_member(const Member& member, void* target, CallerArguments& caller) {
         try {
             arguments[place] = pure_result ? Value() : caller.load(place);
         } catch (const Error& error) {
-            throw ArgumentError(error, member, place);
+            throw ArgumentError(error, member, place, Value());
         }
     }
     for (std::size_t place = 0; place < arguments.size(); ++place) {
         if (!arguments[place].holds<Missing>()) continue;
         const Parameter& parameter = member.parameter_slots[place];
         if (!parameter.optional)
-            throw ArgumentError(Error(argument_not_optional, "Korvane", "Argument not optional"), member, place);
+            throw ArgumentError(Error(argument_not_optional, "Korvane", "Argument not optional"), member, place,
+                                Missing{});
         arguments[place] = default_value_of(parameter);
     }
-    Value result = run(member, target, arguments);
-    for (std::size_t place = 0; place < arguments.size(); ++place)
-        if (member.parameter_slots[place].changes && caller.given(place))
-            caller.store(place, std::move(arguments[place]));
+    CallFrame frame{arguments};
+    Value result;
+    try {
+        result = run(member, target, caller, frame);
+    } catch (...) {
+        try {
+            hand_back(caller, frame);
+        } catch (const Error&) {
+            // A variable that cannot take its value: the member's own error is what counts.
+        }
+        throw;
+    }
+    hand_back(caller, frame);
     return result;
+}
+
+Platform with_shared_flags(Platform platform) {
+    platform.clock = std::make_shared<FlagSharingClock>(std::move(platform.clock));
+    return platform;
 }
 
 std::int32_t parameter_place(const Member& member, std::string_view name) noexcept {
@@ -154,7 +212,7 @@ std::shared_ptr<void> target_of(const Object& object, const ClassDescription& de
 Object create_object(std::string_view prog_id, const Platform& platform) {
     const ClassDescription* const description = find_class(prog_id);
     if (!description || !description->create) raise_runtime_fault(cannot_create, std::string(prog_id));
-    return std::make_shared<NativeObject>(*description, description->create(platform));
+    return std::make_shared<NativeObject>(*description, description->create(with_shared_flags(platform)));
 }
 
 Object create_object(std::string_view prog_id) {

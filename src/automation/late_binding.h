@@ -18,9 +18,13 @@ public:
     virtual void store(std::size_t place, Value changed) = 0;
 };
 
-/// Binds the arguments, calls, and hands back those that the member changes by reference; none of them where it
-/// raises. Errors, besides the member's own: `ArgumentError` with the conversion's number, or 449 for a required
-/// argument left out.
+/// Binds the arguments, calls, and hands back those that the member changes by reference; where it raises, those that
+/// it had changed by then. Errors, besides the member's own: `ArgumentError` with the conversion's number, or 449 for a
+/// required argument left out.
 Value call_member(const Member& member, void* target, CallerArguments& caller);
+
+/// The platform with a clock around whose events the calls in progress on the thread exchange their flags with their
+/// callers: what an event handler sets there (`bUserHasCancelledRampInGUI`), the member sees.
+Platform with_shared_flags(Platform platform);
 
 }  // namespace korvane::automation

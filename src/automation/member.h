@@ -19,10 +19,16 @@ enum class MemberKind : std::uint8_t { method, property_get, property_put };
 
 inline constexpr std::size_t most_parameters = 8;
 
+/// One call: a value a parameter. Left-out arguments with a default have it already.
+struct CallFrame {
+    std::span<Value> arguments;
+    std::array<bool, most_parameters> changed{};  ///< what the member has assigned to, also where it then raised
+    /// The member's own variable of a flag by reference, while it runs: its caller may set it in an event.
+    std::array<bool*, most_parameters> flags{};
+};
+
 struct Member {
-    /// Calls the member with one value a parameter. Left-out arguments with a default have it already; parameters that
-    /// the member changes hold their new values afterwards.
-    using Call = Value (*)(const Member&, void* target, std::span<Value> arguments);
+    using Call = Value (*)(const Member&, void* target, CallFrame& frame);
 
     MemberKind kind = MemberKind::method;
     std::int32_t dispid = 0;
@@ -43,12 +49,12 @@ struct Member {
     }
 };
 
-/// A failed conversion of an argument, with the place of its parameter.
+/// A failed conversion of an argument; names the parameter, with the value in brackets.
 class ArgumentError : public Error {
 public:
-    ArgumentError(const Error& error, const Member& member, std::size_t place)
-        : Error(error.described(error.description() + " (" + std::string(member.parameter_slots[place].name) + " of " +
-                                std::string(member.name) + ")")),
+    ArgumentError(const Error& error, const Member& member, std::size_t place, const Value& given)
+        : Error(error.described(error.description() + " (" + std::string(member.parameter_slots[place].name) + "[" +
+                                given.shown() + "] of " + std::string(member.name) + ")")),
           place_(place) {}
     std::size_t place() const noexcept { return place_; }
 
@@ -64,22 +70,29 @@ namespace detail {
 template <class A>
 inline constexpr bool changes = std::is_lvalue_reference_v<A> && !std::is_const_v<std::remove_reference_t<A>>;
 
+/// What a pure result is until the member assigns to it: an array that no member makes, 0 for others.
 template <class T>
-inline constexpr bool is_native_object = false;
-template <class C>
-inline constexpr bool is_native_object<std::shared_ptr<C>> = true;
+struct Unassigned {
+    static T value() { return T{}; }
+    static bool is(const T&) { return false; }
+};
+template <class T>
+struct Unassigned<VariantArray<T>> {
+    static const VariantArray<T>& value() {
+        static const VariantArray<T> array{std::vector<T>()};
+        return array;
+    }
+    static bool is(const VariantArray<T>& array) { return array.storage() == value().storage(); }
+};
 
-/// An argument in its native type. An object that the member only reads must be one.
-template <class A, class T = std::remove_cvref_t<A>>
+/// An argument in its native type.
+template <class T>
 T native_argument(const Member& member, std::size_t place, const Value& given) try {
     const Parameter& parameter = member.parameter_slots[place];
-    if (parameter.direction == Direction::result || (given.holds<Missing>() && parameter.optional)) return T{};
-    T converted = Native<T>::from(given);
-    if constexpr (is_native_object<T> && !changes<A>)
-        if (!converted) raise_runtime_fault(error_number::object_not_set);
-    return converted;
+    if (parameter.direction == Direction::result) return Unassigned<T>::value();
+    return given.holds<Missing>() && parameter.optional ? T{} : Native<T>::from(given);
 } catch (const Error& error) {
-    throw ArgumentError(error, member, place);
+    throw ArgumentError(error, member, place, given);
 }
 
 template <auto Function, class C, class R, class... A>
@@ -89,29 +102,48 @@ struct NativeCall {
     static constexpr std::array<DeclaredType, arity> declared{Native<std::remove_cvref_t<A>>::declared...};
     static constexpr std::array<bool, arity> changed{changes<A>...};
 
-    static Value call(const Member& member, void* target, std::span<Value> arguments) {
-        return call(member, *static_cast<C*>(target), arguments, std::index_sequence_for<A...>());
+    static Value call(const Member& member, void* target, CallFrame& frame) {
+        return call(member, *static_cast<C*>(target), frame, std::index_sequence_for<A...>());
     }
 
 private:
     template <std::size_t... Place>
-    static Value call([[maybe_unused]] const Member& member, C& target, [[maybe_unused]] std::span<Value> arguments,
+    static Value call([[maybe_unused]] const Member& member, C& target, [[maybe_unused]] CallFrame& frame,
                       std::index_sequence<Place...>) {
-        std::tuple<std::remove_cvref_t<A>...> native{native_argument<A>(member, Place, arguments[Place])...};
-        const auto run = [&]() -> R { return std::invoke(Function, target, std::get<Place>(native)...); };
-        Value result;
-        if constexpr (std::is_void_v<R>) {
-            run();
-        } else {
-            result = Native<std::remove_cvref_t<R>>::to(run());
+        std::tuple<std::remove_cvref_t<A>...> native{
+            native_argument<std::remove_cvref_t<A>>(member, Place, frame.arguments[Place])...};
+        (expose<A>(std::get<Place>(native), frame.flags[Place]), ...);
+        try {
+            Value result;
+            if constexpr (std::is_void_v<R>) {
+                std::invoke(Function, target, std::get<Place>(native)...);
+            } else {
+                result = Native<std::remove_cvref_t<R>>::to(std::invoke(Function, target, std::get<Place>(native)...));
+            }
+            (hand_back<A>(std::get<Place>(native), Place, frame, true), ...);
+            return result;
+        } catch (...) {
+            (hand_back<A>(std::get<Place>(native), Place, frame, false), ...);
+            throw;
         }
-        (write_back<A>(std::get<Place>(native), arguments[Place]), ...);
-        return result;
     }
 
     template <class Argument, class T>
-    static void write_back(T& native, Value& argument) {
-        if constexpr (changes<Argument>) argument = Native<T>::to(std::move(native));
+    static void expose([[maybe_unused]] T& native, [[maybe_unused]] bool*& flag) {
+        if constexpr (changes<Argument> && std::is_same_v<T, bool>) flag = &native;
+    }
+
+    /// After a failure nothing counts as changed that has its value from before the call.
+    template <class Argument, class T>
+    static void hand_back(T& native, std::size_t place, CallFrame& frame, bool succeeded) {
+        if constexpr (changes<Argument>) {
+            if (Unassigned<T>::is(native)) return;
+            Value now = Native<T>::to(std::move(native));
+            const Value& before = frame.arguments[place];
+            if (!succeeded && (now == before || (before.holds<Empty>() && now == Native<T>::to(T{})))) return;
+            frame.arguments[place] = std::move(now);
+            frame.changed[place] = true;
+        }
     }
 };
 

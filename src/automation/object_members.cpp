@@ -32,6 +32,7 @@ Value times_from_masses(MassTimeCalibration& calibration, const VariantArray<dou
 }
 
 void convert_peaks(PeakList& peaks, const CalibrationObject& calibration, std::int32_t mode) {
+    if (!calibration) raise_runtime_fault(error_number::object_not_set, "Calibration[Nothing] of Convert");
     peaks.convert(*calibration, mode);
 }
 

@@ -37,7 +37,8 @@ shows them: a parameter without `ByVal` is passed by reference.
 
 Errors are raised with number, source and description. An argument that does not convert raises 13 (type mismatch),
 6 (overflow) or 94 (Null); a required one left out 449; too many arguments 450; an unknown name of an argument 448; an
-unknown member 438; an unknown class 429. Arguments passed by reference change only when the member succeeds.
+unknown member 438; an unknown class 429. Arguments passed by reference hold what the member has put there, also after
+an error.
 )";
 
 void describe_class(std::string& out, const ClassDescription& description) {

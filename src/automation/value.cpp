@@ -105,4 +105,14 @@ std::string Value::kind_name() const {
     return names[content_.index()];
 }
 
+std::string Value::shown() const {
+    constexpr std::size_t longest = 60;
+    if (holds<Null>() || holds<Missing>() || holds<Object>() || holds<Record>() || holds<Array>()) return kind_name();
+    std::string text = holds<Date>() ? number_text(get_if<Date>()->days) : as_text();
+    if (text.size() <= longest) return text;
+    std::size_t end = longest;
+    while (end > 0 && (text[end] & 0xC0) == 0x80) --end;  // not within a UTF-8 character
+    return text.substr(0, end) + "...";
+}
+
 }  // namespace korvane::automation

@@ -1,173 +1,113 @@
 // Conversions of values by the rules of automation, and arrays.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
+#include "automation/json_values.h"
 #include "automation/native_arrays.h"
-#include "korvane/automation.h"
 
 namespace korvane::automation {
 namespace {
 
-/// The number of the error that a call raises; 0 where it raises none.
+/// What a call gives, or "!" and the number of its error.
 template <class Call>
-std::int32_t error_of(Call call) {
+std::string outcome(Call call) {
     try {
-        call();
-        return 0;
+        return fmt::format("{}", call());
     } catch (const Error& error) {
-        return error.number();
+        return fmt::format("!{}", error.number());
     }
-}
-
-struct Conversion {
-    Value value;
-    // What each conversion gives: the value, or the number of the error.
-    std::variant<double, std::int32_t> real;
-    std::variant<std::int32_t, Error> whole;
-    std::variant<bool, Error> truth;
-    std::variant<std::string, Error> text;
-};
-
-Error fault(std::int32_t number) {
-    return Error(number, "", "");
-}
-
-std::vector<Conversion> conversions() {
-    const Error mismatch = fault(13), null = fault(94), missing = fault(449), overflow = fault(6);
-    return {
-        {Empty{}, 0.0, 0, false, std::string()},
-        {Null{}, 94, null, null, null},
-        {Missing{}, 449, missing, missing, missing},
-        {true, -1.0, -1, true, std::string("True")},
-        {false, 0.0, 0, false, std::string("False")},
-        {std::int16_t{-7}, -7.0, -7, true, std::string("-7")},
-        {2147483647, 2147483647.0, 2147483647, true, std::string("2147483647")},
-        {1.5f, 1.5, 2, true, std::string("1.5")},
-        {0.1f, static_cast<double>(0.1f), 0, true, std::string("0.1")},
-        {2.5, 2.5, 2, true, std::string("2.5")},
-        {3.5, 3.5, 4, true, std::string("3.5")},
-        {-0.5, -0.5, 0, true, std::string("-0.5")},
-        {2147483647.5, 2147483647.5, overflow, true, std::string("2147483647.5")},
-        {1e300, 1e300, overflow, true, std::string("1E+300")},
-        {Date{2.25}, 2.25, 2, true, std::string("1/1/1900 6:00:00 AM")},
-        {Date{-1.25}, -1.25, -1, true, std::string("12/29/1899 6:00:00 AM")},
-        {Date{1e9}, 1e9, 1000000000, true, mismatch},
-        {"12.75", 12.75, 13, true, std::string("12.75")},
-        {" -3 ", -3.0, -3, true, std::string(" -3 ")},
-        {"true", 13, mismatch, true, std::string("true")},
-        {" FALSE ", 13, mismatch, false, std::string(" FALSE ")},
-        {"", 13, mismatch, mismatch, std::string()},
-        {"1,000", 13, mismatch, mismatch, std::string("1,000")},
-        {"1e400", 6, overflow, overflow, std::string("1e400")},
-        {"0x10", 13, mismatch, mismatch, std::string("0x10")},
-        {PeakInfo{}, 13, mismatch, mismatch, mismatch},
-        {Object{}, 13, mismatch, mismatch, mismatch},
-        {Array(std::vector<double>{1}), 13, mismatch, mismatch, mismatch},
-    };
-}
-
-template <class T, class Convert>
-void expect_conversion(const std::variant<T, Error>& expected, Convert convert, const std::string& what) {
-    if (const auto* error = std::get_if<Error>(&expected))
-        EXPECT_EQ(error_of(convert), error->number()) << what;
-    else
-        EXPECT_EQ(convert(), std::get<T>(expected)) << what;
 }
 
 TEST(Values, ConvertAsAutomationDoes) {
-    for (const Conversion& row : conversions()) {
-        const Value& value = row.value;
-        const std::string what = value.kind_name();
-        if (const auto* number = std::get_if<double>(&row.real))
-            EXPECT_EQ(value.as_double(), *number) << what;
-        else
-            EXPECT_EQ(error_of([&] { value.as_double(); }), std::get<std::int32_t>(row.real)) << what;
-        expect_conversion(
-            row.whole, [&] { return value.as_int32(); }, what);
-        expect_conversion(
-            row.truth, [&] { return value.as_boolean(); }, what);
-        expect_conversion(
-            row.text, [&] { return value.as_text(); }, what);
+    constexpr double infinite = std::numeric_limits<double>::infinity();
+    // To Double, Single, Long, Integer, Boolean and String.
+    const std::vector<std::pair<Value, std::string>> rows{
+        {Empty{}, "0|0|0|0|false|"},
+        {Null{}, "!94|!94|!94|!94|!94|!94"},
+        {Missing{}, "!449|!449|!449|!449|!449|!449"},
+        {true, "-1|-1|-1|-1|true|True"},
+        {false, "0|0|0|0|false|False"},
+        {std::int16_t{-7}, "-7|-7|-7|-7|true|-7"},
+        {2147483647, "2147483647|2147483600|2147483647|!6|true|2147483647"},
+        {1.5f, "1.5|1.5|2|2|true|1.5"},
+        {0.1f, "0.10000000149011612|0.1|0|0|true|0.1"},
+        {2.5, "2.5|2.5|2|2|true|2.5"},
+        {3.5, "3.5|3.5|4|4|true|3.5"},
+        {-0.5, "-0.5|-0.5|0|0|true|-0.5"},
+        {32767.4, "32767.4|32767.4|32767|32767|true|32767.4"},
+        {32767.5, "32767.5|32767.5|32768|!6|true|32767.5"},
+        {2147483647.5, "2147483647.5|2147483600|!6|!6|true|2147483647.5"},
+        {1e300, "1e+300|!6|!6|!6|true|1E+300"},
+        {infinite, "inf|inf|!6|!6|true|1.#INF"},
+        {Date{2.25}, "2.25|2.25|2|2|true|1/1/1900 6:00:00 AM"},
+        {Date{-1.25}, "-1.25|-1.25|-1|-1|true|12/29/1899 6:00:00 AM"},
+        {Date{1e9}, "1000000000|1000000000|1000000000|!6|true|!13"},
+        {"12.75", "12.75|12.75|13|13|true|12.75"},
+        {" -3 ", "-3|-3|-3|-3|true| -3 "},
+        {"true", "!13|!13|!13|!13|true|true"},
+        {" FALSE ", "!13|!13|!13|!13|false| FALSE "},
+        {"", "!13|!13|!13|!13|!13|"},
+        {"1,000", "!13|!13|!13|!13|!13|1,000"},
+        {"1e400", "!6|!6|!6|!6|!6|1e400"},
+        {"0x10", "!13|!13|!13|!13|!13|0x10"},
+        {PeakInfo{}, "!13|!13|!13|!13|!13|!13"},
+        {Object{}, "!13|!13|!13|!13|!13|!13"},
+        {Array(std::vector<double>{1}), "!13|!13|!13|!13|!13|!13"},
+    };
+    for (const auto& [value, expected] : rows) {
+        const Value& given = value;
+        EXPECT_EQ(outcome([&] { return given.as_double(); }) + "|" + outcome([&] { return given.as_single(); }) + "|" +
+                      outcome([&] { return given.as_int32(); }) + "|" + outcome([&] { return given.as_int16(); }) +
+                      "|" + outcome([&] { return given.as_boolean(); }) + "|" +
+                      outcome([&] { return given.as_text(); }),
+                  expected)
+            << given.kind_name();
     }
-}
-
-TEST(Values, SmallerTypesOverflowInsteadOfWrapping) {
-    EXPECT_EQ(Value(32767.4).as_int16(), 32767);
-    EXPECT_EQ(error_of([] { Value(32767.5).as_int16(); }), 6);
-    EXPECT_EQ(error_of([] { Value(-32769).as_int16(); }), 6);
-    EXPECT_EQ(error_of([] { Value(1e39).as_single(); }), 6);
-    EXPECT_TRUE(std::isinf(Value(std::numeric_limits<double>::infinity()).as_single()));
-    EXPECT_EQ(error_of([] { Value(std::nan("")).as_int32(); }), 6);
-}
-
-TEST(Values, ObjectsAreGivenAskedForAndRefused) {
-    EXPECT_EQ(Value(Object{}).as_object(), nullptr);
-    EXPECT_EQ(Value().as_object(), nullptr);
-    EXPECT_EQ(error_of([] { Value(3).as_object(); }), 424);
-    EXPECT_EQ(error_of([] { Value("x").as_object(); }), 424);
-    EXPECT_EQ(error_of([] { Value(Null{}).as_object(); }), 94);
-    EXPECT_EQ(error_of([] { Value(3.0).as_array(); }), 13);
+    const auto object = [](const Value& value) { return outcome([&] { return value.as_object() != nullptr; }); };
+    EXPECT_EQ(object(Object{}) + object(Empty{}) + object(3) + object("x") + object(Null{}), "falsefalse!424!424!94");
 }
 
 TEST(Arrays, IndexesRunFromTheirLowerBounds) {
     auto elements = std::make_shared<const std::vector<double>>(std::vector<double>{1, 2, 3, 4, 5, 6});
     const Array array({{1, 2}, {-1, 3}}, elements);
-    EXPECT_EQ(array.at({1, -1}), Value(1.0));
+    EXPECT_EQ(json_of(Value(array)).dump(), "[[1.0,2.0,3.0],[4.0,5.0,6.0]]");
     EXPECT_EQ(array.at({1, 1}), Value(3.0));
     EXPECT_EQ(array.at({2, 0}), Value(5.0));
     for (const auto& wrong :
          std::vector<std::vector<std::int32_t>>{{0, 0}, {3, 0}, {1, 2}, {1, -2}, {1}, {1, 0, 0}, {}})
-        EXPECT_EQ(error_of([&] { array.at(wrong); }), 9);
-    EXPECT_EQ(error_of([&] { Array({{0, 7}}, elements); }), 9);
+        EXPECT_EQ(outcome([&] { return array.at(wrong).kind_name(); }), "!9");
+    EXPECT_EQ(outcome([&] { return Array({{0, 7}}, elements).size(); }), "!9");
+
+    const auto matrix = [&](std::vector<ArrayBound> bounds) {
+        return outcome([&] { return json_of(value_of(matrix_from<double>(Array(bounds, elements)))).dump(); });
+    };
+    EXPECT_EQ(matrix({{0, 3}, {0, 2}}), "[[1.0,2.0],[3.0,4.0],[5.0,6.0]]");
+    EXPECT_EQ(matrix({{-1, 3}, {-1, 2}}), "[[4.0],[6.0]]") << "routines count from index 0";
+    EXPECT_EQ(matrix({{1, 3}, {0, 2}}) + matrix({{0, 6}}), "!9!9");
 }
 
-TEST(Arrays, ElementsOfOneTypeAreSharedNotCopied) {
+TEST(Arrays, ElementsOfOneTypeAreSharedOthersConverted) {
     const VariantArray<double> spectrum(std::vector<double>(1000, 1.0), 1);
-    const Value value = value_of(spectrum);
-    const auto back = array_from<double>(value);
-    EXPECT_EQ(back.storage(), spectrum.storage());
-    EXPECT_EQ(back.lower_bound(), 1);
-}
-
-TEST(Arrays, EveryKindOfElementConverts) {
-    const std::vector<Value> numbers{1.0, "2", true, Empty{}, std::int16_t{5}, 6.5f};
-    const auto doubles = array_from<double>(Array(numbers, -2));
-    EXPECT_EQ(std::vector<double>(doubles.elements().begin(), doubles.elements().end()),
-              (std::vector<double>{1, 2, -1, 0, 5, 6.5}));
-    EXPECT_EQ(doubles.lower_bound(), -2);
-    EXPECT_EQ(array_from<double>(Array(std::vector<std::int16_t>{1, 2})).at(1), 2.0);
-    EXPECT_EQ(array_from<std::string>(Array(std::vector<double>{0.5})).at(0), "0.5");
-    EXPECT_TRUE(array_from<double>(Empty{}).is_empty());
-    EXPECT_EQ(array_from<double>(Array(std::vector<double>())).size(), 0u);
-    const auto meta = array_from<InstrumentValue>(Array(std::vector<Value>{Empty{}, std::int16_t{3}, 1.5f, "x"}));
-    EXPECT_EQ(meta.at(0), InstrumentValue());
-    EXPECT_EQ(meta.at(1), InstrumentValue(3));
-    EXPECT_EQ(meta.at(2), InstrumentValue(1.5));
-    EXPECT_EQ(meta.at(3), InstrumentValue("x"));
-}
-
-TEST(Arrays, WhatIsNoArrayOfTheRightShapeIsRefused) {
-    const Array matrix({{0, 1}, {0, 1}}, std::make_shared<const std::vector<double>>(std::vector<double>{1}));
-    EXPECT_EQ(error_of([] { array_from<double>(3.0); }), 13);
-    EXPECT_EQ(error_of([] { array_from<double>(Null{}); }), 94);
-    EXPECT_EQ(error_of([&] { array_from<double>(matrix); }), 9);
-    EXPECT_EQ(error_of([] { array_from<double>(Array(std::vector<Value>{Null{}})); }), 94);
-    EXPECT_EQ(error_of([] { array_from<double>(Array(std::vector<std::string>{"x"})); }), 13);
-    EXPECT_EQ(error_of([] { matrix_from<double>(Array(std::vector<double>{1})); }), 9);
-    EXPECT_EQ(error_of([] { matrix_from<double>(Empty{}); }), 13);
-}
-
-TEST(Arrays, MatricesCountFromIndexZeroWhateverTheirBounds) {
-    auto elements = std::make_shared<const std::vector<double>>(std::vector<double>{1, 2, 3, 4, 5, 6});
-    const auto matrix = matrix_from<double>(Array({{0, 3}, {0, 2}}, elements));
-    EXPECT_EQ(matrix.at(2, 0), 5.0);
-    EXPECT_EQ(value_of(matrix), Value(Array({{0, 3}, {0, 2}}, elements)));
-    const auto shifted = matrix_from<double>(Array({{-1, 3}, {0, 2}}, elements));
-    EXPECT_EQ(shifted.rows(), 2u);
-    EXPECT_EQ(shifted.at(0, 1), 4.0);
-    EXPECT_EQ(error_of([&] { matrix_from<double>(Array({{1, 3}, {0, 2}}, elements)); }), 9);
+    EXPECT_EQ(array_from<double>(value_of(spectrum)).storage(), spectrum.storage());
+    EXPECT_EQ(array_from<double>(value_of(spectrum)).lower_bound(), 1);
+    const auto converted = [](const Value& value, auto kind) {
+        return outcome([&] { return json_of(value_of(array_from<decltype(kind)>(value))).dump(); });
+    };
+    const Array numbers(std::vector<Value>{1.0, "2", true, Empty{}, std::int16_t{5}, 6.5f}, -2);
+    EXPECT_EQ(converted(numbers, 0.0), "[1.0,2.0,-1.0,0.0,5.0,6.5]");
+    EXPECT_EQ(array_from<double>(numbers).lower_bound(), -2);
+    EXPECT_EQ(converted(Array(std::vector<double>{0.5}), std::string()), "[\"0.5\"]");
+    EXPECT_EQ(converted(Empty{}, 0.0) + converted(Array(std::vector<double>()), 0.0), "null[]");
+    EXPECT_EQ(converted(Array(std::vector<Value>{Empty{}, std::int16_t{3}, 1.5f, "x"}), InstrumentValue()),
+              "[null,3,1.5,\"x\"]");
+    const Array matrix({{0, 1}, {0, 1}}, std::make_shared<const std::vector<double>>(1, 1.0));
+    EXPECT_EQ(converted(3.0, 0.0) + converted(Null{}, 0.0) + converted(matrix, 0.0) +
+                  converted(Array(std::vector<Value>{Null{}}), 0.0) +
+                  converted(Array(std::vector<std::string>{"x"}), 0.0),
+              "!13!94!9!94!13");
 }
 
 }  // namespace
