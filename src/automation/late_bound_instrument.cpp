@@ -6,13 +6,6 @@ namespace korvane::automation {
 
 namespace {
 
-/// Error 91 naming the member that returned Nothing.
-Object required_object(const Value& value, const std::string& member) {
-    Object object = value.as_object();
-    if (!object) raise_runtime_fault(error_number::object_not_set, member + " of the instrument layer");
-    return object;
-}
-
 class LateBoundSetpoints final : public LateBoundAdapter<SetpointTable> {
 public:
     using LateBoundAdapter::LateBoundAdapter;
@@ -41,31 +34,36 @@ public:
     using LateBoundAdapter::LateBoundAdapter;
 
     void GetNextSpectrum(AcquiredSpectrum& spectrum) override {
-        Arguments arguments{{0.0, 0.0, 0, Empty{}, Empty{}, Empty{}, 0.0, 0.0}, {}};
-        object()->invoke("GetNextSpectrum", arguments);
-        const std::vector<Value>& filled = arguments.positional;
-        spectrum.first_unused = filled[0].as_double();
-        spectrum.retention_time = filled[1].as_double();
-        spectrum.experiment = filled[2].as_int32();
-        spectrum.mass_data = array_from<double>(filled[3]);
-        spectrum.y_data = array_from<double>(filled[4]);
-        spectrum.meta_data = array_from<InstrumentValue>(filled[5]);
-        spectrum.start_time_ns = filled[6].as_double();
-        spectrum.last_unused = filled[7].as_double();
+        naming("GetNextSpectrum", [&] {
+            Arguments arguments{{0.0, 0.0, 0, Empty{}, Empty{}, Empty{}, 0.0, 0.0}, {}};
+            object()->invoke("GetNextSpectrum", arguments);
+            auto filled = arguments.positional.begin();
+            const auto take = [&filled]<class T>(T& into) { into = Native<T>::from(*filled++); };
+            take(spectrum.first_unused);
+            take(spectrum.retention_time);
+            take(spectrum.experiment);
+            take(spectrum.mass_data);
+            take(spectrum.y_data);
+            take(spectrum.meta_data);
+            take(spectrum.start_time_ns);
+            take(spectrum.last_unused);
+        });
     }
     VariantArray<std::string> GetMetaDescription() override {
         return ask<VariantArray<std::string>>("GetMetaDescription");
     }
     std::vector<MetaItem> next_spectrum_metadata() override {
-        const Value table = ask<Value>("NextSpectrumMetadata");
-        const Array& cells = table.as_array();
-        if (cells.rank() != 2 || cells.bounds()[1].count != 2)
-            raise_runtime_fault(error_number::subscript,
-                                "NextSpectrumMetadata of the instrument layer has not two columns");
-        std::vector<MetaItem> items;
-        for (std::size_t place = 0; place < cells.size(); place += 2)
-            items.push_back({cells.element(place).as_text(), Native<InstrumentValue>::from(cells.element(place + 1))});
-        return items;
+        return naming("NextSpectrumMetadata", [&] {
+            const Value table = object()->call("NextSpectrumMetadata");
+            const Array& cells = table.as_array();
+            if (cells.rank() != 2 || cells.bounds()[1].count != 2)
+                raise_runtime_fault(error_number::subscript, "not two columns");
+            std::vector<MetaItem> items;
+            for (std::size_t place = 0; place < cells.size(); place += 2)
+                items.push_back(
+                    {cells.element(place).as_text(), Native<InstrumentValue>::from(cells.element(place + 1))});
+            return items;
+        });
     }
     double read_register(const std::string& path) override { return ask<double>("ReadRegister", path); }
 };
@@ -75,7 +73,7 @@ public:
     using LateBoundAdapter::LateBoundAdapter;
 
     CalibrationObject calibration(std::int32_t polarity) override {
-        return native_from<MassTimeCalibration>(required_object(ask<Value>("Calibration", polarity), "Calibration"));
+        return ask_for_object<CalibrationObject>("Calibration", polarity);
     }
     void store(std::int32_t polarity, const MassTimeCalibration& calibration) override {
         ask<void>("Store", polarity, object_of(calibration));
@@ -90,7 +88,10 @@ public:
     std::string option_name(std::int32_t code) override { return ask<std::string>("OptionName", code); }
     bool option_present(const std::string& name) override { return ask<bool>("OptionPresent", name); }
     bool has_positive_post_acceleration() override { return ask<bool>("HasPositivePostAcceleration"); }
-    std::int16_t abundance_reduction_setting() override { return ask<Value>("AbundanceReductionSetting").as_int16(); }
+    std::int16_t abundance_reduction_setting() override {
+        return naming("AbundanceReductionSetting",
+                      [&] { return object()->call("AbundanceReductionSetting").as_int16(); });
+    }
     std::string model() override { return ask<std::string>("Model"); }
 };
 
@@ -104,29 +105,16 @@ public:
     double read(std::int32_t channel) override { return ask<double>("Read", channel); }
 };
 
-/// A part of the view, asked for at its first use: what a procedure does not touch need not exist.
-template <class Part>
-class LatePart {
-public:
-    Part& get(const Object& owner, const char* member) {
-        if (!part_) part_ = std::make_unique<Part>(required_object(owner->call(member), member));
-        return *part_;
-    }
-
-private:
-    std::unique_ptr<Part> part_;
-};
-
 class LateBoundGlobals final : public LateBoundAdapter<InstrumentGlobals> {
 public:
     using LateBoundAdapter::LateBoundAdapter;
 
     void initialise() override { ask<void>("Initialise"); }
     void refresh() override { ask<void>("Refresh"); }
-    SetpointTable& setpoints() override { return setpoints_.get(object(), "Setpoints"); }
-    CalibrationStore& calibrations() override { return calibrations_.get(object(), "Calibrations"); }
-    HardwareQueries& hardware() override { return hardware_.get(object(), "Hardware"); }
-    FirmwareChannels& firmware() override { return firmware_.get(object(), "Firmware"); }
+    SetpointTable& setpoints() override { return part(setpoints_, "Setpoints"); }
+    CalibrationStore& calibrations() override { return part(calibrations_, "Calibrations"); }
+    HardwareQueries& hardware() override { return part(hardware_, "Hardware"); }
+    FirmwareChannels& firmware() override { return part(firmware_, "Firmware"); }
     InstrumentControl* control() override {
         if (!control_)
             if (Object control = ask<Object>("Control")) control_ = std::make_unique<LateBoundControl>(control);
@@ -146,10 +134,17 @@ public:
     std::string title() override { return ask<std::string>("Title"); }
 
 private:
-    LatePart<LateBoundSetpoints> setpoints_;
-    LatePart<LateBoundCalibrations> calibrations_;
-    LatePart<LateBoundHardware> hardware_;
-    LatePart<LateBoundFirmware> firmware_;
+    /// A part of the view, asked for at its first use: what a procedure does not touch need not exist.
+    template <class Part>
+    Part& part(std::unique_ptr<Part>& known, const char* member) {
+        if (!known) known = std::make_unique<Part>(ask_for_object<Object>(member));
+        return *known;
+    }
+
+    std::unique_ptr<LateBoundSetpoints> setpoints_;
+    std::unique_ptr<LateBoundCalibrations> calibrations_;
+    std::unique_ptr<LateBoundHardware> hardware_;
+    std::unique_ptr<LateBoundFirmware> firmware_;
     std::unique_ptr<LateBoundControl> control_;
 };
 
@@ -200,7 +195,9 @@ public:
 private:
     template <class Adapter>
     std::unique_ptr<Adapter> make(const char* member) {
-        return std::make_unique<Adapter>(required_object(object_()->call(member), member));
+        const Object layer = object_();
+        return naming_errors<InstrumentLayer>(
+            member, [&] { return std::make_unique<Adapter>(required(layer->call(member).as_object())); });
     }
 
     std::function<Object()> object_;

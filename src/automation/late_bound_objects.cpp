@@ -23,12 +23,12 @@ public:
     double mass_from_time(double time_ns) const override { return ask<double>("MassFromTime", time_ns); }
     double time_from_mass(double mass) const override { return ask<double>("TimeFromMass", mass); }
     std::vector<double> masses_from_times(const std::vector<double>& times_ns) const override {
-        return ask_for_list<double>("MassesFromTimes", Array(times_ns));
+        return ask_for_list<double>("MassesFromTimes", {Array(times_ns)});
     }
     std::vector<double> times_from_masses(const std::vector<double>& masses) const override {
-        return ask_for_list<double>("TimesFromMasses", Array(masses));
+        return ask_for_list<double>("TimesFromMasses", {Array(masses)});
     }
-    std::shared_ptr<MassTimeCalibration> clone() const override { return ask<CalibrationObject>("Clone"); }
+    std::shared_ptr<MassTimeCalibration> clone() const override { return ask_for_object<CalibrationObject>("Clone"); }
 };
 
 class LateBoundPeakList final : public LateBoundAdapter<PeakList> {
