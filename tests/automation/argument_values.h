@@ -13,31 +13,19 @@
 
 namespace korvane::automation {
 
-/// A text that the data of a base folder has an answer for.
-inline std::string fitting_text(EmbeddedWorld& world, const Member& member, const Parameter& parameter) {
-    static const std::map<std::string, std::string> texts{{"GetTunePreference.ParamName", "LogSetpointTraffic"},
-                                                          {"WriteTunePreference.strParamName", "LogSetpointTraffic"},
-                                                          {"XMLPath", "TOF/AutotuneParameters/checkAbundParams"},
-                                                          {"ParamGroupName", "checkAbundParams"},
-                                                          {"LimitGroupType", "checkAbundParams"},
-                                                          {"ParamName", "TargetAbundance"},
-                                                          {"strParamName", "TargetAbundance"},
-                                                          {"strNewParamValue", "140000"},
-                                                          {"strNewParameterValue", "Yes"},
-                                                          {"strAltTreeNode", "AutotuneParameters"},
-                                                          {"polarity", "Positive"},
-                                                          {"strPolarity", "Positive"},
-                                                          {"massList", "118.0863,322.0481"},
-                                                          {"InternalNameOfParameterToRetrieve", "Fragmentor"}};
-    if (parameter.name == "fileName")
-        return (world.base() / "MassLists" / "default_calibration_mass_list.xml").string();
-    auto text = texts.find(std::string(member.name) + "." + std::string(parameter.name));
-    if (text == texts.end()) text = texts.find(std::string(parameter.name));
-    return text == texts.end() ? "ESI" : text->second;
-}
-
 /// A value that the parameter accepts, so that the others are what is tested.
 inline Value fitting_value(EmbeddedWorld& world, const Member& member, const Parameter& parameter) {
+    static const std::map<std::string_view, const char*> texts{{"XMLPath", "TOF/AutotuneParameters/checkAbundParams"},
+                                                               {"ParamGroupName", "checkAbundParams"},
+                                                               {"LimitGroupType", "checkAbundParams"},
+                                                               {"ParamName", "TargetAbundance"},
+                                                               {"strParamName", "TargetAbundance"},
+                                                               {"strNewParamValue", "140000"},
+                                                               {"strAltTreeNode", "AutotuneParameters"},
+                                                               {"polarity", "Positive"},
+                                                               {"strPolarity", "Positive"},
+                                                               {"massList", "118.0863,322.0481"},
+                                                               {"InternalNameOfParameterToRetrieve", "Fragmentor"}};
     switch (parameter.type.kind) {
         case TypeKind::boolean:
             return false;
@@ -47,21 +35,29 @@ inline Value fitting_value(EmbeddedWorld& world, const Member& member, const Par
         case TypeKind::single:
         case TypeKind::real:
             return 294.939;
-        case TypeKind::text:
-            return fitting_text(world, member, parameter);
+        case TypeKind::text: {
+            if (parameter.name == "fileName")
+                return (world.base() / "MassLists" / "default_calibration_mass_list.xml").string();
+            if (member.name.ends_with("TunePreference") && parameter.name.ends_with("ParamName"))
+                return "LogSetpointTraffic";
+            const auto text = texts.find(parameter.name);
+            return text == texts.end() ? "ESI" : text->second;
+        }
         case TypeKind::record:
             return make_record(*find_record(parameter.type.name));
         case TypeKind::object:
             if (parameter.type.name == "PeakList") return Object{};
             return world.create("TuneGlobals")->call("GetCurrentCalibrationObjFromDD");
-        case TypeKind::variant:
-            if (parameter.name == "wait_time_in_seconds" ||
-                !std::holds_alternative<std::monostate>(parameter.default_value))
-                return 1;
-            return Array(std::vector<double>{158.964, 294.939});
         default:
+            if (parameter.name == "wait_time_in_seconds" || parameter.has_default()) return 1;
             return Array(std::vector<double>{158.964, 294.939});
     }
+}
+
+inline std::vector<Value> fitting_values(EmbeddedWorld& world, const Member& member) {
+    std::vector<Value> values;
+    for (const Parameter& parameter : member.parameters()) values.push_back(fitting_value(world, member, parameter));
+    return values;
 }
 
 inline std::vector<std::pair<const char*, Value>> hostile_values(EmbeddedWorld& world) {

@@ -27,9 +27,7 @@ TEST_P(HostileArguments, EndInAnErrorOrAResult) {
     ASSERT_TRUE(object);
     ImpatientUser user(world);
     for (const Member& member : description.members) {
-        std::vector<Value> fitting;
-        for (const Parameter& parameter : member.parameters())
-            fitting.push_back(fitting_value(world, member, parameter));
+        const std::vector<Value> fitting = fitting_values(world, member);
         call_with(object, member, {fitting, {}}, std::string(member.name));
         for (std::size_t place = 0; place < fitting.size(); ++place)
             for (const auto& [name, value] : hostile_values(world)) {

@@ -2,8 +2,10 @@
 
 #include "automation/com/class_factory.h"
 
+#include "automation/class_description.h"
 #include "automation/com/com_object.h"
 #include "automation/com/error_mapping.h"
+#include "automation/com/variant_conversion.h"
 #include "korvane/automation.h"
 
 namespace korvane::automation {
@@ -12,7 +14,10 @@ namespace {
 
 class ClassFactory final : public IClassFactory {
 public:
-    explicit ClassFactory(const ClassDescription& description) : description_(description) { ModuleUse::add(); }
+    ClassFactory(std::function<IDispatch*()> make, const GUID& interface_id)
+        : make_(std::move(make)), interface_id_(interface_id) {
+        ModuleUse::add();
+    }
     virtual ~ClassFactory() { ModuleUse::release(); }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID wanted, void** result) override {
@@ -35,12 +40,9 @@ public:
         *result = nullptr;
         if (outer) return CLASS_E_NOAGGREGATION;
         try {
-            const auto object = create_object(description_.prog_id());
-            const auto made =
-                ComPointer<IDispatch>::owned(make_com_object(std::static_pointer_cast<NativeObject>(object)));
-            return made->QueryInterface(wanted, result);
+            return ComPointer<IDispatch>::owned(make_())->QueryInterface(wanted, result);
         } catch (...) {
-            return leave_error_object(error_in_flight(), guid_of(description_.interface_id));
+            return leave_error_object(error_in_flight(), interface_id_);
         }
     }
 
@@ -50,11 +52,17 @@ public:
     }
 
 private:
-    const ClassDescription& description_;
+    const std::function<IDispatch*()> make_;
+    const GUID interface_id_;
     std::atomic<ULONG> references_{0};
 };
 
 }  // namespace
+
+HRESULT make_factory(std::function<IDispatch*()> make, const GUID& interface_id, REFIID wanted, void** result) {
+    return ComPointer<ClassFactory>::shared(new ClassFactory(std::move(make), interface_id))
+        ->QueryInterface(wanted, result);
+}
 
 HRESULT make_class_factory(REFCLSID class_id, REFIID wanted, void** result) noexcept {
     if (!result) return E_POINTER;
@@ -62,8 +70,8 @@ HRESULT make_class_factory(REFCLSID class_id, REFIID wanted, void** result) noex
     try {
         for (const ClassDescription& description : class_descriptions()) {
             if (!description.create || !IsEqualGUID(class_id, guid_of(description.class_id))) continue;
-            const auto factory = ComPointer<ClassFactory>::shared(new ClassFactory(description));
-            return factory->QueryInterface(wanted, result);
+            return make_factory([&] { return dispatch_of_object(create_object(description.prog_id())); },
+                                guid_of(description.interface_id), wanted, result);
         }
         return CLASS_E_CLASSNOTAVAILABLE;
     } catch (...) {

@@ -2,6 +2,7 @@
 
 #include "automation/com/dispatch_object.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "automation/com/error_mapping.h"
@@ -12,7 +13,14 @@ namespace korvane::automation {
 
 namespace {
 
-/// The caller's variables as an object gets them: by reference, the last one first.
+/// Kinds of which typed languages declare parameters by reference.
+bool is_plain(VARTYPE kind) {
+    constexpr VARTYPE plain[]{VT_I2, VT_I4, VT_R4, VT_R8, VT_DATE, VT_BOOL, VT_BSTR};
+    return std::ranges::find(plain, kind) != std::end(plain);
+}
+
+/// The caller's variables as an object gets them: by reference, the last one first; numbers, truth values and texts as
+/// what they are, others inside a variant.
 class Parameters {
 public:
     explicit Parameters(std::vector<Value>& values)
@@ -26,17 +34,20 @@ public:
                 reference = *variables_[place];
                 continue;
             }
-            reference.vt = VT_BYREF | VT_VARIANT;
-            reference.pvarVal = variables_[place].get();
+            const bool plain = is_plain(variables_[place]->vt);
+            reference.vt = static_cast<VARTYPE>(VT_BYREF | (plain ? variables_[place]->vt : VT_VARIANT));
+            reference.byref = plain ? static_cast<void*>(&variables_[place]->llVal) : variables_[place].get();
         }
     }
 
     DISPPARAMS parameters() { return {references_.data(), nullptr, static_cast<UINT>(references_.size()), 0}; }
 
-    /// Reads what the object changed. A variable with the same bits is taken for unchanged: spectra are large.
+    /// Reads what the object changed. A variable with the same bits is taken for unchanged: spectra are large. A text
+    /// may have been changed where it lies.
     void read_back() {
         for (std::size_t place = 0; place < values_.size(); ++place)
-            if (std::memcmp(&before_[place], variables_[place].get(), sizeof(VARIANT)) != 0)
+            if (variables_[place]->vt == VT_BSTR ||
+                std::memcmp(&before_[place], variables_[place].get(), sizeof(VARIANT)) != 0)
                 values_[place] = value_of_variant(*variables_[place]);
     }
 

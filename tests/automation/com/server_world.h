@@ -22,19 +22,19 @@ public:
     }
     ComPointer<IDispatch> create(const std::string& class_name) { return create(class_named(class_name)); }
 
-    /// The text without the path of this world's folder.
-    std::string without_folder(std::string text) const {
-        const std::string folder = native.base().parent_path().string();
-        std::string quoted;  // as texts in quotes have it
-        for (const char character : folder) quoted += character == '\\' ? "\\\\" : std::string(1, character);
-        for (const std::string& form : {quoted, folder})
-            for (std::size_t place; (place = text.find(form)) != std::string::npos;)
-                text.replace(place, form.size(), "FOLDER");
-        return text;
-    }
-
     EmbeddedWorld native;
 };
+
+/// The text without the path of the world's folder.
+inline std::string without_folder(const EmbeddedWorld& world, std::string text) {
+    const std::string folder = world.base().parent_path().string();
+    std::string quoted;  // as texts in quotes have it
+    for (const char character : folder) quoted += character == '\\' ? "\\\\" : std::string(1, character);
+    for (const std::string& form : {quoted, folder})
+        for (std::size_t place; (place = text.find(form)) != std::string::npos;)
+            text.replace(place, form.size(), "FOLDER");
+    return text;
+}
 
 inline VARIANT reference_to(VARTYPE kind, void* content) {
     VARIANT variant{};
@@ -75,5 +75,41 @@ inline std::string text_of_outcome(HRESULT code) {
     info->GetHelpContext(&details.dwHelpContext);
     return text_of_outcome(DISP_E_EXCEPTION, details);
 }
+
+/// Calls by name through IDispatch; what the last one left behind.
+class Call {
+public:
+    explicit Call(IDispatch& object) : object_(object) {}
+
+    /// Arguments in the order of the parameters; named ones after them.
+    HRESULT operator()(std::wstring name, std::vector<VARIANT> arguments, std::vector<std::wstring> named = {},
+                       WORD flags = DISPATCH_METHOD | DISPATCH_PROPERTYGET) {
+        std::vector<wchar_t*> names{name.data()};
+        for (std::wstring& word : named) names.push_back(word.data());
+        std::vector<DISPID> dispids(names.size());
+        const HRESULT known =
+            object_.GetIDsOfNames(IID_NULL, names.data(), static_cast<UINT>(names.size()), 0, dispids.data());
+        if (FAILED(known)) return known;
+        std::reverse(arguments.begin(), arguments.end());
+        std::vector<DISPID> names_of_arguments(dispids.rbegin(), dispids.rend() - 1);
+        if (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) names_of_arguments = {DISPID_PROPERTYPUT};
+        DISPPARAMS parameters{arguments.data(), names_of_arguments.data(), static_cast<UINT>(arguments.size()),
+                              static_cast<UINT>(names_of_arguments.size())};
+        VariantClear(result.get());
+        EXCEPINFO details{};
+        const HRESULT code =
+            object_.Invoke(dispids[0], IID_NULL, 0, flags, &parameters, result.get(), &details, &wrong);
+        outcome = text_of_outcome(code, details);
+        return code;
+    }
+    std::string text() { return text_of_variant(*result); }
+
+    Variant result;
+    std::string outcome;
+    UINT wrong = 99;
+
+private:
+    IDispatch& object_;
+};
 
 }  // namespace korvane::automation

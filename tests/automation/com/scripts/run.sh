@@ -11,7 +11,8 @@ failed=0
 windows_path() { winepath -w "$1" 2>/dev/null | tr -d '\r'; }
 finish() {
     wine regsvr32 /s /u "$(windows_path "$server")" >/dev/null 2>&1 || true
-    wine regsvr32 /s /u "$(windows_path "$objects")" >/dev/null 2>&1 || true
+    wine reg delete 'HKLM\Software\Classes\KorvaneTest.Layer' /f >/dev/null 2>&1 || true
+    wine reg delete 'HKLM\Software\Classes\quillkit.trace.1' /f >/dev/null 2>&1 || true
     rm -rf "$work"
 }
 trap finish EXIT
@@ -78,7 +79,16 @@ german() {
 check "a decimal comma" german
 
 # Objects of others: an instrument layer and the acquisition software's tracer.
-check "registration of other objects" wine regsvr32 /s "$(windows_path "$objects")"
+classes='HKLM\Software\Classes' layer='{0C0A7B5E-31F4-4C0B-9E0E-6D2C8F5A9B11}' tracer='{0C0A7B5E-31F4-4C0B-9E0E-6D2C8F5A9B12}'
+register_class() {  # register_class PROGID CLASS_ID
+    wine reg add "$classes\\$1\\CLSID" /ve /d "$2" /f >/dev/null 2>&1 &&
+        wine reg add "$classes\\CLSID\\$2\\InprocServer32" /ve /d "$(windows_path "$objects")" /f >/dev/null 2>&1
+}
+forget_class() {
+    wine reg delete "$classes\\$1" /f >/dev/null 2>&1 && wine reg delete "$classes\\CLSID\\$2" /f >/dev/null 2>&1
+}
+check "registration of a layer" register_class KorvaneTest.Layer "$layer"
+check "registration of a tracer" register_class quillkit.trace.1 "$tracer"
 KORVANE_TEST_LAYER_BASE=$(windows_path "$base")
 KORVANE_TEST_TRACE=$(windows_path "$work/trace.txt")
 export KORVANE_TEST_LAYER_BASE KORVANE_TEST_TRACE
@@ -88,7 +98,8 @@ check "the program measures with the layer" wine "$program" measure >"$work/meas
 check "VBScript with the layer" script acceptance.vbs "$KORVANE_BASE"
 unset KORVANE_INSTRUMENT
 check "the tracer was told" grep -q '^Entry|' "$work/trace.txt"
-check "removal of other objects" wine regsvr32 /s /u "$(windows_path "$objects")"
+check "removal of the layer" forget_class KorvaneTest.Layer "$layer"
+check "removal of the tracer" forget_class quillkit.trace.1 "$tracer"
 
 check "removal" wine regsvr32 /s /u "$(windows_path "$server")"
 snapshot after
