@@ -23,6 +23,12 @@ public:
         return *globals_;
     }
     InstrumentGlobals* operator->() const { return &**this; }
+    /// Error 91 where no instrument control is connected.
+    InstrumentControl& control() const {
+        InstrumentControl* const connected = (**this).control();
+        if (!connected) raise_runtime_fault(error_number::object_not_set, "instrument control");
+        return *connected;
+    }
 
 private:
     void make() const;

@@ -22,14 +22,6 @@ double finite_coefficient(double value, char coefficient) {
     return value;
 }
 
-CalibrationObject calibration_of_now(const TuneGlobalsState& state) {
-    const std::int32_t polarity =
-        state.setpoints.is_positive() ? contract::polarity.positive : contract::polarity.negative;
-    CalibrationObject calibration = state.instrument->calibrations().calibration(polarity);
-    if (!calibration) raise_runtime_fault(error_number::object_not_set, text_of("calibration of polarity ", polarity));
-    return calibration;
-}
-
 void convert_terms(TraceObj& record, const VariantArray<std::int32_t>& flags, CalibrationCoefficients& coefficients,
                    bool to_ns) {
     if (flags.is_empty()) return;
@@ -83,13 +75,13 @@ CalibrationCoefficients TuneGlobals::convert_coefficients_nsec_to_usec(const Cal
         // A goes with 1/t, B with t.
         converted.A = finite_coefficient(b_usec_to_nsec ? calcoef.A / ns_per_us : calcoef.A * ns_per_us, 'A');
         converted.B = finite_coefficient(b_usec_to_nsec ? calcoef.B * ns_per_us : calcoef.B / ns_per_us, 'B');
-        convert_terms(record, calibration_of_now(*impl_)->use_flags(), converted, b_usec_to_nsec);
+        convert_terms(record, impl_->setpoints.calibration()->use_flags(), converted, b_usec_to_nsec);
         return converted;
     });
 }
 
 CalibrationObject TuneGlobals::GetCurrentCalibrationObjFromDD() {
-    return routine(impl_->trace, {"GetCurrentCalibrationObjFromDD"}, [&] { return calibration_of_now(*impl_); });
+    return routine(impl_->trace, {"GetCurrentCalibrationObjFromDD"}, [&] { return impl_->setpoints.calibration(); });
 }
 
 double TuneGlobals::getDefaultCalibCoefA_nsec() {
@@ -129,10 +121,10 @@ CalibrationObject TuneGlobals::getDefaultMTObj_nsec() {
 void TuneGlobals::WriteThisCalibrationObjToDD(const CalibrationObject& pMTCalcObj) {
     routine(impl_->trace, {"WriteThisCalibrationObjToDD", store_trace_level}, [&](TraceObj& record) {
         if (!pMTCalcObj) raise_runtime_fault(error_number::object_not_set, "calibration object");
-        const bool positive = impl_->setpoints.is_positive();
-        record.TR_PRINT("Saving new coefficients to ", positive ? "positive" : "negative", " mode calibrant");
-        impl_->instrument->calibrations().store(positive ? contract::polarity.positive : contract::polarity.negative,
-                                                *pMTCalcObj);
+        const std::int32_t polarity = impl_->setpoints.polarity();
+        record.TR_PRINT("Saving new coefficients to ",
+                        polarity == contract::polarity.positive ? "positive" : "negative", " mode calibrant");
+        impl_->instrument->calibrations().store(polarity, *pMTCalcObj);
     });
 }
 

@@ -7,6 +7,7 @@
 #include "korvane/instrument.h"
 #include "korvane/instrument_contract.h"
 #include "platform/automation_arithmetic.h"
+#include "platform/text.h"
 
 namespace korvane {
 
@@ -30,6 +31,15 @@ public:
         table().write(index, segments_.time, segments_.scan, value);
     }
     bool is_positive() const { return value(contract::setpoint.polarity) == 0; }
+    /// As the calibrations are kept.
+    std::int32_t polarity() const { return is_positive() ? contract::polarity.positive : contract::polarity.negative; }
+    /// What the instrument lends for the polarity of now; error 91 when that is nothing.
+    CalibrationObject calibration() const {
+        const std::int32_t now = polarity();
+        CalibrationObject calibration = instrument_->calibrations().calibration(now);
+        if (!calibration) raise_runtime_fault(error_number::object_not_set, text_of("calibration of polarity ", now));
+        return calibration;
+    }
 
 private:
     const LazyInstrument& instrument_;

@@ -106,12 +106,11 @@ std::optional<FoundItem> metadata_value(TuneGlobalsState& state, const std::stri
     const ErrorLine line{"Error[", "] in GetMetaValue: "};
     return routine(state.trace, {"GetMetaValue"}, line, [&](TraceObj& record) -> std::optional<FoundItem> {
         record.TR_PRINT("Param Name is ", name);
-        InstrumentControl* const control = state.instrument->control();
-        if (!control) raise_runtime_fault(error_number::object_not_set, "instrument control");
+        InstrumentControl& control = state.instrument.control();
         record.TR_PRINT("g_VexMSCtrl is valid");
         record.TR_PRINT("Getting next spectrum...");
-        if (!is_in_pre_run(record, state, *control, deadline)) return std::nullopt;
-        const FoundItem found = find_item(state, control->next_spectrum_metadata(), name);
+        if (!is_in_pre_run(record, state, control, deadline)) return std::nullopt;
+        const FoundItem found = find_item(state, control.next_spectrum_metadata(), name);
         if (found) record.TR_PRINT("Reporting back MetaData value [", name, "] of ", *found);
         raise_if_aborted(state);
         if (!found) record.TR_PRINT("MetaData value [", name, "] NOT FOUND");

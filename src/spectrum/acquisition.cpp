@@ -112,7 +112,7 @@ void SpectrumParser::GetNewSpectrumAndVerifyDataIsPopulated(VariantArray<double>
         Stopwatch stopwatch(*state.platform.clock);
         AcquiredSpectrum answer;  // keeps what the instrument filled in last
         const auto next_is_populated = [&](const auto& report) {
-            InstrumentControl& control = state.control();
+            InstrumentControl& control = state.instrument.control();
             vMassData = answer.mass_data = {};
             vYData = answer.y_data = {};
             vMetaData = answer.meta_data = {};
@@ -153,7 +153,7 @@ bool SpectrumParser::Impl::WaitForSpectrumWithProperPolarityAndExperimentIndex(S
     return routine(trace, {"WaitForSpectrumWithProperPolarityAndExperimentIndex"}, [&](TraceObj& record) {
         Stopwatch stopwatch(*platform.clock);
         log("AUTOTUNE LOG: STATUS: Waiting for spectrum with proper polarity and Experiment Index");
-        const VariantArray<std::string> vMetaDesc = control().GetMetaDescription();
+        const VariantArray<std::string> vMetaDesc = instrument.control().GetMetaDescription();
         record.TR_PRINT("Received metadescription");
         GetMetaDataIndexesForExperimentIdxAndPolarity(*this, vMetaDesc);
         do {

@@ -60,7 +60,7 @@ public:
         if (!state_.WaitForSpectrumWithProperPolarityAndExperimentIndex(parser_, spectrum_))
             throw Error(error_number::polarity_timeout, std::string(name.name),
                         "Timed out waiting for a spectrum of the sought polarity");
-        calibration_ = state_.calibration_of_current_polarity();
+        calibration_ = state_.current().calibration();
         // The window in amu that the windows would fall back to is the figure just read, percent though it is.
         double delta_mass = 0;
         if (window_percent == configured_window)

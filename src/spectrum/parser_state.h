@@ -36,10 +36,6 @@ struct SpectrumParser::Impl {
 
     /// The setpoint table for the segments current now.
     CurrentSetpoints current();
-    /// Error 91 where no instrument control is connected.
-    InstrumentControl& control();
-    /// What the instrument lends for the polarity that it is set to; error 91 when that is nothing.
-    CalibrationObject calibration_of_current_polarity();
     /// A limit from the loaded copy of the tune parameter file.
     double limit(const char* group, const char* name) { return params.GetAutotuneLimitValue(group, name); }
     /// Error 1 "User aborted" when the user asked for it.

@@ -29,7 +29,7 @@ PeakListObject search_twice(SpectrumParser& parser, TraceObj& record, const Mass
 PeakInfo SpectrumParser::GetPeakAttributes(double targetMass, double dMassWindow, enumPeakInfoUnits PeakInfoUnits,
                                            bool bThrowErrorOnNoPeaksFound) {
     return routine(impl_->trace, {"GetPeakAttributes"}, [&](TraceObj& record) {
-        const CalibrationObject calibration = impl_->calibration_of_current_polarity();
+        const CalibrationObject calibration = impl_->current().calibration();
         const auto list = search_twice(*this, record, *calibration, targetMass, dMassWindow, PeakInfoUnits);
         if (!list && bThrowErrorOnNoPeaksFound) raise_no_peaks();
         if (!list) return PeakInfo{};
@@ -41,7 +41,7 @@ PeakInfo SpectrumParser::GetPeakAttributes(double targetMass, double dMassWindow
 PeakListObject SpectrumParser::GetPeakListOfOnlyThisOneMass(double targetMass, double dMassWindow,
                                                             enumPeakInfoUnits PeakInfoUnits) {
     return routine(impl_->trace, {"GetPeakListOfOnlyThisOneMass"}, [&](TraceObj& record) {
-        const CalibrationObject calibration = impl_->calibration_of_current_polarity();
+        const CalibrationObject calibration = impl_->current().calibration();
         auto list = search_twice(*this, record, *calibration, targetMass, dMassWindow, PeakInfoUnits);
         if (!list) raise_no_peaks();
         return list;

@@ -152,7 +152,7 @@ PeakListObject SpectrumParser::GetPeakList(double dTimeToStartSearchInNS, double
         record.TR_PRINT("maxpeaks: ", MaxPeaks);
         record.TR_PRINT("Getting spectrum data");
         AcquiredSpectrum spectrum;
-        state.control().GetNextSpectrum(spectrum);
+        state.instrument.control().GetNextSpectrum(spectrum);
         const std::int32_t last = spectrum.y_data.upper_bound();
         record.TR_PRINT("Elements in lYValuesToSearch[] = ", spectrum.y_data.size(),
                         "; copying spectrum data to local copy");

@@ -31,19 +31,6 @@ CurrentSetpoints SpectrumParser::Impl::current() {
     return {instrument, segments};
 }
 
-InstrumentControl& SpectrumParser::Impl::control() {
-    InstrumentControl* connected = instrument->control();
-    if (!connected) raise_runtime_fault(error_number::object_not_set, "instrument control");
-    return *connected;
-}
-
-CalibrationObject SpectrumParser::Impl::calibration_of_current_polarity() {
-    const std::int32_t polarity = current().is_positive() ? contract::polarity.positive : contract::polarity.negative;
-    CalibrationObject calibration = instrument->calibrations().calibration(polarity);
-    if (!calibration) raise_runtime_fault(error_number::object_not_set, "mass-time calibration");
-    return calibration;
-}
-
 void SpectrumParser::Impl::raise_if_aborted() {
     if (abort.UserHasClickedAbort()) throw Error(error_number::user_aborted, "", "User aborted");
 }

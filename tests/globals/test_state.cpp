@@ -36,10 +36,10 @@ protected:
 };
 
 TEST_F(State, AnswersThatDependOnArgumentsAreExact) {
-    for (const auto& [mass, type] : {std::pair{"4000", 1}, {"4000.5", 0}, {"3000", 0}}) {
-        write_text(test.base() / "TuneParams.xml", "<QTOFTuneParams><Misc><QuadMaxMass>" + std::string(mass) +
-                                                       "</QuadMaxMass></Misc></QTOFTuneParams>");
-        EXPECT_EQ(static_cast<int>(globals().QuadType()), type) << mass;
+    for (const std::string mass : {"4000", "4000.5"}) {
+        write_text(test.base() / "TuneParams.xml",
+                   "<QTOFTuneParams><Misc><QuadMaxMass>" + mass + "</QuadMaxMass></Misc></QTOFTuneParams>");
+        EXPECT_EQ(static_cast<int>(globals().QuadType()), mass == "4000");
     }
     auto made = globals();
     const auto adjustable = [&](VariantArray<double> masses) {
