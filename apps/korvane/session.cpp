@@ -50,7 +50,9 @@ InstrumentGlobals& Session::instrument() {
 }
 
 std::string Session::base_folder() {
-    const auto folder = path_of(platform().instrument->create_path_information()->base_folder());
+    const auto paths = platform().instrument->create_path_information();
+    if (!paths) raise_runtime_fault(error_number::object_not_set, "create_path_information");
+    const auto folder = path_of(paths->base_folder());
     return utf8_of(folder.has_filename() ? folder : folder.parent_path());
 }
 

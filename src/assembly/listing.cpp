@@ -32,7 +32,9 @@ std::string replaced(std::string text, const std::string& old, const std::string
 }
 
 std::string base_folder(const Platform& platform) {
-    return platform.instrument->create_path_information()->base_folder();
+    const auto paths = platform.instrument->create_path_information();
+    if (!paths) raise_runtime_fault(error_number::object_not_set, "create_path_information");
+    return paths->base_folder();
 }
 
 }  // namespace

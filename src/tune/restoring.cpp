@@ -67,7 +67,9 @@ public:
         : ForwardingInstrumentLayer(std::move(layer)), journal_(std::move(journal)) {}
 
     std::unique_ptr<InstrumentGlobals> create_globals() override {
-        return std::make_unique<Globals>(ForwardingInstrumentLayer::create_globals(), journal_);
+        std::shared_ptr<InstrumentGlobals> made = ForwardingInstrumentLayer::create_globals();
+        if (!made) return nullptr;
+        return std::make_unique<Globals>(std::move(made), journal_);
     }
 
 private:
