@@ -36,13 +36,14 @@ void for_each_term(const Flags& flags, Use use) {
 TEST(SquareLawCalibration, EveryTermCountsAndTheInverseFindsTheTimeAgain) {
     std::mt19937_64 random(7);
     std::uniform_real_distribution<double> unit(-1, 1);
-    for (const auto& flags : {Flags{}, flags_of({0, 0, 0, 0}), flags_of({1}), flags_of({0, 0, 0, 1}),
-                              flags_of({1, 0, 1}, 3), flags_of({2, 1, -1, 1}, 1),  // only 1 means used
-                              flags_of({1, 1, 1, 1, 1, 1}),                        //
-                              flags_of({1, 1, 1, 1, 1, 1, 1, 1}, 1)}) {            // more terms than coefficients
+    for (const auto& flags : {Flags{}, flags_of({0, 0, 0, 0}), flags_of({1, 0, 1}, 3), flags_of({1, 0, 1}, 3),
+                              flags_of({2, 1, -1, 1}, 1),                // only 1 means used
+                              flags_of({1, 1, 1, 1, 1, 1}),              //
+                              flags_of({1, 1, 1, 1, 1, 1, 1, 1}, 1)}) {  // more terms than coefficients
         for (int repeat = 0; repeat < 20; ++repeat) {
             // A law of a real axis: terms that change the mass by parts per million, some of them falling.
             CalibrationCoefficients law{4.5e-4 * (1 + 0.2 * unit(random)), 20 * (1 + unit(random))};
+            for (const auto unused : higher) law.*unused = 1e9;
             for_each_term(flags,
                           [&](auto place, int power) { law.*place = 0.05 * unit(random) / std::pow(1e5, power); });
             const SquareLawCalibration calibration(law, flags);
@@ -61,13 +62,6 @@ TEST(SquareLawCalibration, EveryTermCountsAndTheInverseFindsTheTimeAgain) {
             }
         }
     }
-}
-
-TEST(SquareLawCalibration, CoefficientsOfUnusedTermsChangeNothing) {
-    const SquareLawCalibration plain({4.5e-4, 20});
-    const SquareLawCalibration unused({4.5e-4, 20, 1e9, 0, 0, 0, 0, -1e9}, flags_of({0, 0, 2}));
-    EXPECT_EQ(unused.mass_from_time(50000), plain.mass_from_time(50000));
-    EXPECT_EQ(unused.time_from_mass(922), plain.time_from_mass(922));
 }
 
 TEST(SquareLawCalibration, AMassWithoutAFlightTimeIsAnErrorThatNamesItAndSoIsATermOfANegativeNumber) {

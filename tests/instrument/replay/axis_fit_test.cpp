@@ -105,23 +105,15 @@ TEST(AxisFitting, MeetsRandomAxesWholeSparseAndWithKnownTimes) {
     }
 }
 
-TEST(AxisFitting, ChoosesTheSamplingRateThatKeepsFlightTimesShort) {
-    const auto interval_for = [](double steps_before) {
+TEST(AxisFitting, ReturnsTheSquareLawAtTheSamplingRateThatKeepsFlightTimesShort) {
+    for (const auto& [steps_before, interval_ns] :
+         {std::pair{140000, 1.0}, {160000, 0.5}, {320000, 0.25}, {900000, 0.25}}) {
         const auto masses = masses_at(steps_before, 1, 1000, [](double t) { return std::pow(3e-4 * t, 2); });
-        return fit_axis(masses, {}, place).scale.interval_ns;
-    };
-    EXPECT_EQ(interval_for(140000), 1);
-    EXPECT_EQ(interval_for(160000), 0.5);
-    EXPECT_EQ(interval_for(320000), 0.25);
-    EXPECT_EQ(interval_for(900000), 0.25);
-}
-
-TEST(AxisFitting, ReturnsTheSquareLawAloneWhereItIsEnough) {
-    const auto masses = masses_at(30000, 1, 5000, [](double t) { return std::pow(3e-4 * (t - 70), 2); });
-    const AxisFit fit = fit_axis(masses, {30000.0, 1.0}, place);
-    EXPECT_NEAR(fit.calibration->coefficients().A, 3e-4, 1e-13);
-    EXPECT_NEAR(fit.calibration->coefficients().B, 70, 1e-4);
-    EXPECT_THAT(fit.calibration->use_flags().elements(), testing::Each(0));
+        const AxisFit fit = fit_axis(masses, {}, place);
+        EXPECT_EQ(fit.scale.interval_ns, interval_ns);
+        EXPECT_NEAR(fit.calibration->coefficients().A, 3e-4 / interval_ns, 1e-12);
+        EXPECT_THAT(fit.calibration->use_flags().elements(), testing::Each(0));
+    }
 }
 
 TEST(AxisFitting, GrantsTheRoundingOf32BitNumbersButNoMore) {

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "recording_text.h"
+#include "support/memory_disk.h"
 
 namespace korvane {
 
@@ -15,11 +16,10 @@ using replay::RecordedSpectrum;
 using replay::Recording;
 using testing::HasSubstr;
 
-class MzmlReader : public testing::Test {
-protected:
+struct MzmlReader : testing::Test {
     Recording read(const std::string& text) {
-        write_text(file, text);
-        return read_recording(*files, file);
+        disk.put(file, text);
+        return read_recording(disk, file);
     }
     Recording read(const SpectrumText& spectrum) { return read(RecordingText{{spectrum}, {}, false}.text()); }
 
@@ -29,10 +29,10 @@ protected:
         EXPECT_TRUE(error.starts_with("-904|RecordingReader|recording [" + file + "]")) << error;
         return error;
     }
+    std::string fault(const SpectrumText& spectrum) { return fault(RecordingText{{spectrum}, {}, false}.text()); }
 
-    TemporaryFolder folder;
-    std::string file = folder.file("recording.mzML");
-    std::shared_ptr<Files> files = make_system_files();
+    MemoryDisk disk;
+    std::string file = "/recording.mzML";
 };
 
 std::string replaced(std::string text, const std::string& old, const std::string& by) {
@@ -100,7 +100,7 @@ TEST_F(MzmlReader, LeavesOutOtherLevelsWithoutDecodingThem) {
     const Recording recording = read(RecordingText{{fragments, plain_spectrum()}, {}, false}.text());
     ASSERT_EQ(recording.spectra.size(), 1u);
     EXPECT_EQ(recording.spectra[0].id, "scan=1");
-    EXPECT_THAT(fault(RecordingText{{fragments}, {}, false}.text()), HasSubstr("no spectrum of ms level 1"));
+    EXPECT_THAT(fault(fragments), HasSubstr("no spectrum of ms level 1"));
 }
 
 TEST_F(MzmlReader, NamesWhatIsWrongWithTheFile) {
@@ -111,9 +111,8 @@ TEST_F(MzmlReader, NamesWhatIsWrongWithTheFile) {
     EXPECT_THAT(fault("<mzML/>"), HasSubstr("no spectrum"));
     const std::string whole = RecordingText{{plain_spectrum()}, {}, false}.text();
     EXPECT_THAT(fault(whole.substr(0, whole.size() - 20)), HasSubstr("not XML"));
-    for (const std::string& path : {folder.file("missing.mzML"), folder.path().string()})
-        EXPECT_THAT(raised([&] { read_recording(*files, path); }),
-                    HasSubstr("-904|RecordingReader|recording [" + path + "]"));
+    EXPECT_THAT(raised([&] { read_recording(disk, "/none.mzML"); }),
+                HasSubstr("-904|RecordingReader|recording [/none.mzML]"));
 }
 
 struct Damage {
@@ -134,13 +133,10 @@ TEST_F(MzmlReader, NamesWhatIsWrongWithASpectrum) {
         {"UO:0000031", "UO:0000032", "UO:0000032"},
         {"value=\"1.5\"", "value=\"\"", "scan start time [] is not a number"},
         {length, R"(defaultArrayLength="399")", "3192"},
-        {length, R"(defaultArrayLength="401")", "3208"},
         {length, R"(defaultArrayLength="99999999999")", "99999999999"},
-        {length, R"(defaultArrayLength="-400")", "[-400]"},
         {length, "", "defaultArrayLength"},
         {length, R"(defaultArrayLength="0")", "no samples"},
         {"MS:1000514", "MS:1000786", "no m/z array"},
-        {"MS:1000515", "MS:1000786", "no intensity array"},
         {R"(<cvParam accession="MS:1000574"/>)", "", "compression"},
         {R"(<cvParam accession="MS:1000523"/>)", "", "64-bit float"},
         {"MS:1000523", "MS:1000522", "MS:1000522"},
@@ -148,11 +144,9 @@ TEST_F(MzmlReader, NamesWhatIsWrongWithASpectrum) {
          "MS:1002312 (MS-Numpress linear)"},
         {"MS:1000574", "MS:1000576", "not the 3200"},
         {"<binaryDataArray>", "<binaryDataArray encodedLength=\"17\">", "encodedLength 17"},
-        {"<binaryDataArray>", "<binaryDataArray arrayLength=\"17\">", "arrayLength 17"},
         {"<binary>", "<binary>*", "cut off"},
         {"<binary>", "<binary>****", "character 1 is not base64"},
         {"<binary>", "<binary>AAAA", "zlib refuses"},
-        {"<binary>", "<binary/><binary>", "zlib refuses"},
         {level, R"(<referenceableParamGroupRef ref="nowhere"/>)", "[nowhere]"},
         {"<spectrumList count=\"1\">", "<spectrumList count=\"2\">", "count 2"},
     };
@@ -161,30 +155,19 @@ TEST_F(MzmlReader, NamesWhatIsWrongWithASpectrum) {
         EXPECT_THAT(fault(replaced(whole, from, to)), HasSubstr(named)) << from << " -> " << to;
 }
 
-TEST_F(MzmlReader, RefusesAxesThatDoNotAscendAndNumbersThatAreNone) {
+TEST_F(MzmlReader, RefusesNumbersThatAreNoneAndArraysLongerOrShorterThanStated) {
     const double none = std::numeric_limits<double>::quiet_NaN();
-    const double infinite = std::numeric_limits<double>::infinity();
-    for (const double bad : {none, infinite, -1.0, 0.0, 1.0}) {
+    for (const double bad : {none, std::numeric_limits<double>::infinity(), -1.0, 0.0, 1.0}) {
         SpectrumText spectrum = plain_spectrum();
         spectrum.mz[7] = bad;
-        EXPECT_THAT(fault(RecordingText{{spectrum}, {}, false}.text()), HasSubstr("[scan=1]"));
+        EXPECT_THAT(fault(spectrum), HasSubstr("[scan=1]"));
     }
     SpectrumText spectrum = plain_spectrum();
     spectrum.intensity[9] = none;
-    EXPECT_THAT(fault(RecordingText{{spectrum}, {}, false}.text()), HasSubstr("intensity of sample 9"));
-}
-
-TEST_F(MzmlReader, DoesNotUnpackMoreThanTheSpectrumStates) {
-    SpectrumText bomb = plain_spectrum();
-    bomb.intensity.assign(400'000, 0.0);
-    EXPECT_LT(replay::encode_numbers(bomb.intensity, {}).size(), 5'000u);
-    const std::string text = fault(RecordingText{{bomb}, {}, false}.text());
-    EXPECT_THAT(text, HasSubstr("intensity array"));
-    EXPECT_THAT(text, HasSubstr("3200 bytes"));
-}
-
-TEST_F(MzmlReader, RefusesBytesAfterTheCompressedOnes) {
-    SpectrumText spectrum = plain_spectrum();
+    EXPECT_THAT(fault(spectrum), HasSubstr("intensity of sample 9"));
+    spectrum.intensity.assign(400'000, 0.0);  // few bytes that would unpack to many
+    EXPECT_THAT(fault(spectrum), HasSubstr("intensity array: the data do not end with the 3200 bytes"));
+    spectrum = plain_spectrum();
     while (replay::encode_numbers(spectrum.intensity, {}).ends_with('=')) {
         spectrum.mz.pop_back();
         spectrum.intensity.pop_back();
@@ -198,7 +181,7 @@ TEST_F(MzmlReader, EndsEveryDamagedFileInItsOwnError) {
     std::mt19937 random(20261121);
     const std::string whole = RecordingText{{plain_spectrum()}, {}, true}.text();
     int refused = 0;
-    for (int trial = 0; trial < 400; ++trial) {
+    for (int trial = 0; trial < 200; ++trial) {
         std::string damaged = whole;
         for (int i = 0; i < 1 + trial % 3; ++i) damaged[random() % damaged.size()] = static_cast<char>(random() % 256);
         if (trial % 4 == 0) damaged.resize(random() % damaged.size());
@@ -207,7 +190,7 @@ TEST_F(MzmlReader, EndsEveryDamagedFileInItsOwnError) {
         ++refused;
         ASSERT_TRUE(error.starts_with("-904|RecordingReader|recording [" + file + "]")) << error;
     }
-    EXPECT_GT(refused, 300);
+    EXPECT_GT(refused, 150);
 }
 
 }  // namespace

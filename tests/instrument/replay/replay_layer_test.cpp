@@ -5,18 +5,17 @@
 #include <cmath>
 
 #include "recording_text.h"
+#include "support/memory_disk.h"
 #include "support/virtual_clock.h"
 
 namespace korvane {
 
 namespace {
 
-class Replay : public testing::Test {
-protected:
+struct Replay : testing::Test {
     void play(const std::vector<SpectrumText>& spectra, const std::string& before_run = {}) {
-        const std::string file = folder.file("recording.mzML");
-        write_text(file, RecordingText{spectra, before_run, false}.text());
-        layer = make_replay({file, folder.path()}, make_system_files(), clock);
+        disk->put("/base/recording.mzML", RecordingText{spectra, before_run, false}.text());
+        layer = make_replay({"/base/recording.mzML", "/base"}, disk, clock);
         globals = layer->create_globals();
         globals->initialise();
     }
@@ -27,7 +26,7 @@ protected:
         return spectrum;
     }
 
-    TemporaryFolder folder;
+    std::shared_ptr<MemoryDisk> disk = std::make_shared<MemoryDisk>();
     std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
     std::shared_ptr<InstrumentLayer> layer;
     std::unique_ptr<InstrumentGlobals> globals;
@@ -48,11 +47,15 @@ std::string negative(std::string parameters) {
 
 TEST_F(Replay, ShowsSpectraInOrderAndThenAroundAgainAtTheirPace) {
     play({spectrum_number(1, 30), spectrum_number(2, 30.3), spectrum_number(3, 480)});
+    auto other = layer->create_globals();  // shares setpoints and place
+    other->setpoints().write(69, 0, 0, std::int16_t{1});
+    EXPECT_EQ(globals->setpoints().value(69, 0, 0), InstrumentValue(1));
     const double start = clock->total_seconds();
     std::vector<double> shown, seconds, times;
     for (int i = 0; i < 7; ++i) {
         const AcquiredSpectrum spectrum = next();
         shown.push_back(spectrum.y_data.at(0));
+        std::swap(globals, other);
         times.push_back(spectrum.retention_time);
         seconds.push_back(clock->total_seconds() - start);
     }
@@ -61,16 +64,6 @@ TEST_F(Replay, ShowsSpectraInOrderAndThenAroundAgainAtTheirPace) {
                 testing::Pointwise(testing::DoubleNear(1e-9), std::vector<double>{0.5, 0.505, 8, 0.5, 0.505, 8, 0.5}));
     EXPECT_THAT(seconds,
                 testing::Pointwise(testing::DoubleNear(1e-6), std::vector<double>{0, 0.3, 1.3, 1.4, 1.7, 2.7, 2.8}));
-}
-
-TEST_F(Replay, ViewsOfOneRecordingShareItsPlace) {
-    play({spectrum_number(1, 0), spectrum_number(2, 1)});
-    const auto other = layer->create_globals();
-    EXPECT_EQ(next().y_data.at(0), 1);
-    other->setpoints().write(69, 0, 0, std::int16_t{1});
-    other->control()->next_spectrum_metadata();
-    EXPECT_EQ(next().y_data.at(0), 1);
-    EXPECT_EQ(std::get<std::int32_t>(globals->setpoints().value(69, 0, 0)), 1);
 }
 
 TEST_F(Replay, PutsBackLeftOutSamplesAsZeros) {
@@ -166,11 +159,10 @@ TEST_F(Replay, StartsWithTheInstrumentOfTheRecording) {
 }
 
 TEST_F(Replay, NamesTheRecordingThatItCannotPlayWhenItIsFirstNeeded) {
-    const std::string file = folder.file("setpoints.mzML");
     const auto refusal = [&](const std::string& text) {
-        write_text(file, text);
-        layer = make_replay({file, folder.path()}, make_system_files(), clock);
-        EXPECT_EQ(layer->create_path_information()->base_folder(), folder.path());
+        disk->put("/base/recording.mzML", text);
+        layer = make_replay({"/base/recording.mzML", "/base"}, disk, clock);
+        EXPECT_EQ(layer->create_path_information()->base_folder(), "/base");
         return raised([&] { layer->create_globals(); });
     };
     SpectrumText jumping = plain_spectrum(), wide = plain_spectrum();
@@ -185,7 +177,7 @@ TEST_F(Replay, NamesTheRecordingThatItCannotPlayWhenItIsFirstNeeded) {
         texts.push_back(text.insert(text.find("<spectrumList"), "<userParam " + std::string(setpoint) + "/>"));
     }
     for (const std::string& text : texts)
-        EXPECT_THAT(refusal(text), testing::StartsWith("-904|RecordingReader|recording [" + file + "]"));
+        EXPECT_THAT(refusal(text), testing::StartsWith("-904|RecordingReader|recording [/base/recording.mzML]"));
 }
 
 }  // namespace
