@@ -36,6 +36,7 @@ SimulatedInstrument::SimulatedInstrument(Scene scene, std::string scene_name, st
         const embedded::CalibrationContent& content = *kept_.calibrations[polarity];
         lent_[polarity] = std::make_shared<SquareLawCalibration>(content.coefficients, flags, content.settings);
     }
+    synced_ = current();
 }
 
 SimulatedInstrument::~SimulatedInstrument() {
@@ -58,9 +59,34 @@ void SimulatedInstrument::keep_change() {
     if (!saved_) save();
 }
 
+InstrumentState SimulatedInstrument::current() const {
+    InstrumentState state = kept_;
+    state.setpoints = setpoints_.commanded_by_name();
+    return state;
+}
+
+InstrumentState SimulatedInstrument::merged_into(const std::optional<InstrumentState>& present) const {
+    InstrumentState merged = current();
+    if (!present) return merged;
+    for (auto& [name, value] : merged.setpoints)
+        if (const auto other = present->setpoints.find(name);
+            other != present->setpoints.end() && value == synced_.setpoints.at(name))
+            value = other->second;
+    const auto& [positive, negative] = present->calibrations;
+    if (positive && merged.calibrations.positive == synced_.calibrations.positive)
+        merged.calibrations.positive = positive;
+    if (negative && merged.calibrations.negative == synced_.calibrations.negative)
+        merged.calibrations.negative = negative;
+    if (present->slicer_hours)
+        for (std::size_t slot = 0; slot < slicer_position_count; ++slot)
+            (*merged.slicer_hours)[slot] = (*present->slicer_hours)[slot] +
+                                           std::max(0.0, (*kept_.slicer_hours)[slot] - (*synced_.slicer_hours)[slot]);
+    return merged;
+}
+
 void SimulatedInstrument::save() {
-    kept_.setpoints = setpoints_.commanded_by_name();
-    state_file_.save(kept_);
+    state_file_.update([this](const auto& present) { return merged_into(present); });
+    synced_ = current();
     saved_ = true;
     changed_since_ = false;
 }

@@ -15,7 +15,9 @@
 
 namespace korvane::simulation {
 
-/// The state is saved at the first change and again at the end, when anything has changed since.
+/// The state is saved at the first change and again at the end, when anything has changed since. A save brings what
+/// this program changed into what the file holds by then, so that programs that share the instrument lose nothing of
+/// each other's: changed setpoints and calibrations stand, hours add up.
 class SimulatedInstrument final : public embedded::Instrument {
 public:
     /// `scene_name` is what errors call the scene.
@@ -38,6 +40,8 @@ private:
     void fill(std::int64_t number, std::int32_t polarity, double minutes, AcquiredSpectrum& spectrum);
     SpectrumGenerator& generator();
     void restore(InstrumentState state);
+    InstrumentState current() const;
+    InstrumentState merged_into(const std::optional<InstrumentState>& present) const;
     void keep_change();
     void save();
 
@@ -46,7 +50,8 @@ private:
     const std::uint64_t seed_;
     const StateFile state_file_;
     std::optional<SpectrumGenerator> generator_;
-    InstrumentState kept_;  // its setpoints are put in when it is saved
+    InstrumentState kept_;    // calibrations and hours
+    InstrumentState synced_;  // all of it, as this program had it when it was last loaded or saved
     bool saved_ = false, changed_since_ = false;
     MassAxis mass_axis_;
     std::int64_t next_spectrum_ = 0;

@@ -33,10 +33,10 @@ std::optional<InstrumentState> StateFile::load() const {
     return parse_state(read_named_file(*files_, *path_, "state"), *path_);
 }
 
-void StateFile::save(const InstrumentState& state) const {
+void StateFile::update(const std::function<InstrumentState(const std::optional<InstrumentState>&)>& merged) const {
     if (!path_) return;
     try {
-        safe_save(*files_, *path_, state_text(state));
+        safe_save(*files_, *path_, state_text(merged(load())));
     } catch (const FileError& fault) {
         refuse_file(fault.runtime_error_number(), "state", *path_, fault);
     }

@@ -1,6 +1,7 @@
 // The file that keeps the instrument's state, if there is one.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,8 +22,9 @@ public:
     /// Nothing where no file is kept or it does not exist yet. Errors as `parse_state`, and -904 where it cannot be
     /// read.
     std::optional<InstrumentState> load() const;
-    /// Does nothing where no file is kept. Error naming the file where it cannot be saved.
-    void save(const InstrumentState& state) const;
+    /// Puts in the place of what the file holds now what `merged` makes of it. Does nothing where no file is kept.
+    /// Errors as `load`, and naming the file where it cannot be saved.
+    void update(const std::function<InstrumentState(const std::optional<InstrumentState>& present)>& merged) const;
 
 private:
     std::shared_ptr<Files> files_;

@@ -8,6 +8,7 @@
 #include <array>
 #include <thread>
 
+#include "instrument/masstime/square_law_calibration.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "instrument/simulator/acquisition_conditions.h"
 #include "instrument/simulator/simulator_bench.h"
@@ -110,24 +111,21 @@ TEST(Responses, AbundanceFollowsItsCurvesAndOnlyThoseOfTheInstalledSource) {
 }
 
 TEST(Responses, ThePeakFinderIsToldWhatTheSceneAndTheSetpointsSay) {
-    for (const bool pulses : {false, true})
-        for (const auto& [mirror, position, resolution] : {std::tuple{-1550, 5, 20000}, {-1400, 6, 50000}}) {
-            SimulatorBench bench(pulses ? R"({"detector": {"statistics": "pulse"}})" : "");
-            bench.set("MCP", 660);
-            bench.set("MidMirror", mirror);
-            bench.set("SlicerPosition", position);
-            bench.set("NumTransients2GHz", 1000);
-            const auto finder = bench.layer->create_peak_finder();
-            const PeakFinderOptions& options = dynamic_cast<EmbeddedPeakFinder&>(*finder).options();
-            EXPECT_NEAR(options.width->resolution_limit, resolution, 1e-6);
-            EXPECT_EQ(options.width->detector_fwhm_ns, 1.18);
-            EXPECT_NEAR(*options.counts_per_ion, 40 * std::pow(1.1, 10), 1e-9);
-            EXPECT_EQ(options.saturation_counts, 255000);
-            EXPECT_EQ(options.tail_fraction, 0.08);
-            EXPECT_EQ(options.tail_pulse_part, 1);
-            EXPECT_EQ(options.ion_height_spread, pulses ? 0.5 : 0);
-            EXPECT_EQ(options.ion_pulse_fwhm_ns, pulses ? 1.18 : 0);
-        }
+    SimulatorBench bench(R"({"detector": {"statistics": "pulse"}})");
+    for (const auto& [name, value] : {std::pair{"MCP", 660}, {"MidMirror", -1550}, {"NumTransients2GHz", 1000}})
+        bench.set(name, value);
+    const auto finder = bench.layer->create_peak_finder();
+    const PeakFinderOptions& options = dynamic_cast<EmbeddedPeakFinder&>(*finder).options();
+    const std::vector<double> told{options.width->resolution_limit, options.width->detector_fwhm_ns,
+                                   *options.counts_per_ion,         *options.saturation_counts,
+                                   *options.tail_fraction,          *options.tail_pulse_part,
+                                   *options.ion_height_spread,      *options.ion_pulse_fwhm_ns};
+    const std::vector<double> expected{20000, 1.18, 40 * std::pow(1.1, 10), 255000, 0.08, 1, 0.5, 1.18};
+    EXPECT_THAT(told, testing::Pointwise(testing::DoubleNear(1e-6), expected));
+    bench.set("MidMirror", -1400);
+    bench.set("SlicerPosition", 6);
+    const auto sharper = bench.layer->create_peak_finder();
+    EXPECT_NEAR(dynamic_cast<EmbeddedPeakFinder&>(*sharper).options().width->resolution_limit, 50000, 1e-6);
 }
 
 TEST(Faults, OfASceneShowSpectrumBySpectrumAndEnd) {
@@ -266,6 +264,32 @@ TEST(State, ARunSavesItsFirstChangeAndItsEndHoweverMuchItChanges) {
     EXPECT_EQ(saves, 2);
     EXPECT_EQ(kept(), 19);
     EXPECT_EQ(saves, 2);
+}
+
+// Programs that share the instrument, one saving after the other.
+TEST(State, WhatEachProgramChangedStandsAndHoursAddUp) {
+    const auto disk = std::make_shared<MemoryDisk>();
+    const auto hours = [](SimulatorBench& bench) {
+        return to_double(bench.globals->dictionary_item("SlicerPos[1].Hours"));
+    };
+    {
+        SimulatorBench first(faulty(""), 1, disk);
+        first.set("Scintillator", 1);
+        auto second = std::make_unique<SimulatorBench>(faulty(""), 1, disk);
+        second->set("VCapESI", 2000);
+        second->globals->calibrations().store(
+            1, SquareLawCalibration({4.4e-4, 19}, second->globals->calibrations().calibration(1)->use_flags()));
+        for (int i = 0; i < 3; ++i) second->acquire();
+        first.set("Lens1", 12);
+        first.set("Scintillator", 0);
+        first.acquire();
+        second.reset();
+    }
+    SimulatorBench later(faulty(""), 1, disk);
+    for (const auto& [name, value] : {std::pair{"VCapESI", 2000}, {"Lens1", 12}, {"Scintillator", 0}})
+        EXPECT_EQ(later.get(name), value) << name;
+    EXPECT_EQ(later.globals->calibrations().calibration(1)->coefficients().A, 4.4e-4);
+    EXPECT_NEAR(hours(later), 4 * 5000.0 / 6200 / 3600, 1e-12);
 }
 
 TEST(State, FilesAreReadWhenTheInstrumentIsFirstNeeded) {

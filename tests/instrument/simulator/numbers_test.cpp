@@ -1,45 +1,14 @@
-// Variates, elementary functions and isotope patterns against what they stand for.
+// Variates and isotope patterns against what they stand for.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
 
 #include "instrument/simulator/isotope_pattern.h"
-#include "instrument/simulator/portable_math.h"
-#include "instrument/simulator/quantile_tables.h"
 #include "instrument/simulator/random_stream.h"
 #include "instrument/simulator/simulator_bench.h"
 
 namespace korvane::simulation {
 namespace {
-
-TEST(PortableMath, AgreesWithTheLibraryFunctionsOverTheirRange) {
-    std::mt19937_64 random(7);
-    for (int i = 0; i < 5000; ++i) {
-        const double x = std::uniform_real_distribution<double>(-40, 40)(random);
-        ASSERT_NEAR(portable_exp(x) / std::exp(x), 1.0, 1e-13) << x;
-        ASSERT_NEAR(portable_log(std::exp(x)), x, 1e-13) << x;
-        ASSERT_NEAR(portable_sine_of_turns(x), std::sin(2 * pi * (x - std::floor(x))), 1e-12) << x;
-        ASSERT_NEAR(normal_distribution(x / 8), 0.5 * std::erfc(-x / 8 / std::sqrt(2.0)), 1e-14) << x;
-        const int n = i < 50 ? i : 10 * i;
-        ASSERT_NEAR(log_factorial(n), std::lgamma(n + 1.0), 1e-11 * (1 + n * std::log(n + 1.0))) << n;
-    }
-    EXPECT_EQ(portable_exp(-1e300), 0.0);
-    EXPECT_TRUE(std::isfinite(portable_exp(1e300)));
-}
-
-TEST(QuantileTables, HaveTheMomentsOfTheirDistributions) {
-    const auto check = [](const std::vector<double>& table, double mean, double spread) {
-        const Moments moments(table);
-        EXPECT_NEAR(moments.mean, mean, 1e-3);
-        EXPECT_NEAR(std::sqrt(moments.variance), spread, 0.01 * spread);
-    };
-    check(normal_quantiles(), 0, 1);
-    check(exponential_quantiles(), 1, 1);
-    for (const double spread : {0.0, 0.3, 0.5, 1.0}) check(log_normal_quantiles(spread), 1, spread);
-    for (std::size_t i = 0; i < quantile_count; i += 311)
-        EXPECT_NEAR(normal_distribution(normal_quantiles()[i]), (static_cast<double>(i) + 0.5) / quantile_count, 1e-9);
-}
 
 // Chi-square over cells of at least 25 expected draws, below and above the change of method.
 TEST(Poisson, CountsFollowTheDistribution) {
