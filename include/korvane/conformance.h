@@ -15,9 +15,9 @@ struct ConformanceResult {
     std::string detail;  ///< of a failure
 };
 
-/// Runs on the connected instrument. It reads everything and takes a few spectra; what it writes is what was there
-/// before (setpoints, firmware channel 22, calibrations), and one entry in the logbook. Never raises: an error is a
-/// failed check.
+/// Runs on the connected instrument. It reads everything, takes a few spectra and writes one entry in the logbook. What
+/// it moves it puts back: setpoints that take any number by one step of their resolution, firmware channel 22 by a
+/// hundredth, coefficient B of the calibrations by 1 ns. Never raises: an error is a failed check.
 KORVANE_API std::vector<ConformanceResult> check_instrument_layer(InstrumentLayer& layer);
 
 }  // namespace korvane

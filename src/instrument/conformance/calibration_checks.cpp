@@ -1,4 +1,6 @@
 // The calibrations that the instrument lends.
+#include <cmath>
+
 #include "instrument/conformance/checks.h"
 
 namespace korvane {
@@ -7,6 +9,7 @@ namespace {
 
 const std::vector<double> calibration_masses{120.0, 622.0, 1522.0};
 constexpr double no_mass = -1;
+constexpr double highest_mass = 20000;  // of the library's mass ranges
 constexpr std::int32_t no_polarity = 7;
 
 std::string unless_all_near(const std::vector<double>& measured, const std::vector<double>& expected) {
@@ -44,6 +47,10 @@ void check_calibration(ConformanceChecks& checks, const std::string& polarity, c
         }
         return unless_all_near(back, calibration_masses);
     });
+    check("time_from_mass", "gives a flight time up to the highest mass", [&] {
+        const double time_ns = calibration.time_from_mass(highest_mass);
+        return unless(std::isfinite(time_ns) && time_ns > 0, text_of(time_ns, " for ", highest_mass));
+    });
     check("times_from_masses", "agrees with time_from_mass",
           [&] { return unless_all_near(calibration.times_from_masses(calibration_masses), times); });
     check("masses_from_times", "agrees with mass_from_time",
@@ -69,10 +76,18 @@ CalibrationObject check_calibrations(ConformanceChecks& checks, InstrumentGlobal
         if (!calibration) continue;
         check_calibration(checks, name, *calibration);
         checks.check("CalibrationStore.store" + name, "what was stored is lent", [&] {
-            const auto copy = calibration->clone();
-            if (copy) globals.calibrations().store(polarity, *copy);
-            const CalibrationObject now = globals.calibrations().calibration(polarity);
-            return unless(copy && now && now->coefficients() == copy->coefficients(), "other coefficients");
+            const auto before = calibration->clone(), other = calibration->clone();
+            if (!before || !other) return std::string("clone gives nothing");
+            CalibrationCoefficients moved = before->coefficients();
+            moved.B += 1;
+            other->set_coefficients(moved);
+            const auto lends = [&](const MassTimeCalibration& stored) {
+                globals.calibrations().store(polarity, stored);
+                const CalibrationObject now = globals.calibrations().calibration(polarity);
+                return unless(now && now->coefficients() == stored.coefficients(), "other coefficients");
+            };
+            const std::string failure = lends(*other);
+            return first_of(lends(*before), failure);
         });
     }
     checks.refuses("CalibrationStore.calibration", error_number::invalid_call, text_of(no_polarity),

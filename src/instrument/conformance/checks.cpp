@@ -1,6 +1,9 @@
 #include "instrument/conformance/checks.h"
 
+#include <algorithm>
 #include <cmath>
+
+#include "platform/files.h"
 
 namespace korvane {
 
@@ -17,10 +20,17 @@ std::string unless_near(double measured, double expected, double part) {
                   text_of(measured, " instead of ", expected));
 }
 
+std::string unless_text(const std::string& text) {
+    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
+    return first_of(unless(!text.empty(), "empty"),
+                    unless(std::ranges::none_of(text, is_control), "with line breaks or other control characters"));
+}
+
 std::string unless_answer(const InstrumentValue& value, const std::string& unit) {
-    if (unit != "text") return unless(std::isfinite(to_double(value)), "no number");
     const auto* text = std::get_if<std::string>(&value);
-    return unless(text && !text->empty(), "empty");
+    if (unit == "text") return text ? unless_text(*text) : "no text";
+    if (text) return "a text, [" + *text + "]";
+    return unless(std::isfinite(to_double(value)), "no number");
 }
 
 bool ConformanceChecks::check(const std::string& operation, const std::string& expected,
@@ -63,9 +73,11 @@ std::vector<ConformanceResult> check_instrument_layer(InstrumentLayer& layer) {
         globals = std::move(made);
         return "";
     });
-    checks.check("InstrumentLayer.create_path_information", "names a base folder", [&] {
+    checks.check("InstrumentLayer.create_path_information", "names a base folder, absolute", [&] {
         const auto paths = layer.create_path_information();
-        return unless(paths && !paths->base_folder().empty(), "no base folder");
+        const std::string folder = paths ? paths->base_folder() : "";
+        return first_of(unless_text(folder),
+                        unless(path_from_utf8(folder).is_absolute(), "[" + folder + "] is not absolute"));
     });
     checks.check("InstrumentLayer.create_logbook_entry", "makes an entry that can be written", [&] {
         const auto entry = layer.create_logbook_entry();

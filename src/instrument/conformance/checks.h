@@ -25,7 +25,9 @@ inline std::string first_of(const std::string& failure, const std::string& other
 }
 /// Fails where two numbers differ by more than a part of the expected one.
 std::string unless_near(double measured, double expected, double part);
-/// Fails where the value is not what its unit promises: a text that is not empty for "text", else a finite number.
+/// Fails where the text is empty or more than one line.
+std::string unless_text(const std::string& text);
+/// Fails where the value is not what its unit promises: one line of text for "text", else a finite number.
 std::string unless_answer(const InstrumentValue& value, const std::string& unit);
 
 class ConformanceChecks {

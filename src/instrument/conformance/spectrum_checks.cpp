@@ -1,6 +1,9 @@
 // Spectra and their metadata.
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <tuple>
+#include <utility>
 
 #include "instrument/conformance/checks.h"
 
@@ -65,8 +68,14 @@ void check_spectra(ConformanceChecks& checks, InstrumentGlobals& globals) {
     VariantArray<std::string> description;
     META_INDEX positions;
     AcquiredSpectrum spectrum;
+    // Any other value than 0 counts as negative.
     const auto current_polarity = [&] {
-        return to_int32(globals.setpoints().value(contract::setpoint.polarity, 0, 0));
+        const bool is_positive = to_double(globals.setpoints().value(contract::setpoint.polarity, 0, 0)) == 0;
+        return is_positive ? contract::polarity.positive.key : contract::polarity.negative.key;
+    };
+    // One that comes empty, which the library waits over, is sound.
+    const auto is_empty = [&] {
+        return spectrum.mass_data.is_empty() && spectrum.y_data.is_empty() && spectrum.meta_data.is_empty();
     };
     checks.check("InstrumentControl.GetMetaDescription", "names the experiment and, with \"(S)\", the polarity", [&] {
         description = control.GetMetaDescription();
@@ -77,24 +86,38 @@ void check_spectra(ConformanceChecks& checks, InstrumentGlobals& globals) {
     checks.check(next, "as many masses as abundances, from index 0", [&] {
         globals.refresh();
         control.GetNextSpectrum(spectrum);
+        if (is_empty()) return std::string();
         const auto& [masses, samples] = std::tie(spectrum.mass_data, spectrum.y_data);
         return unless(masses.size() > 1 && masses.size() == samples.size() && masses.lower_bound() == 0 &&
                           samples.lower_bound() == 0 && spectrum.meta_data.lower_bound() == 0,
                       text_of(masses.size(), " from ", masses.lower_bound(), ", ", samples.size(), " from ",
                               samples.lower_bound(), ", metadata from ", spectrum.meta_data.lower_bound()));
     });
-    checks.check(next, "the masses ascend", [&] {
-        const auto masses = spectrum.mass_data.elements();
-        return unless(std::ranges::adjacent_find(masses, std::greater_equal<>()) == masses.end(), "they do not");
+    checks.check(next, "the masses are finite and ascend", [&] {
+        double below = 0;
+        for (const double mass : spectrum.mass_data.elements())
+            if (!std::isfinite(mass) || std::exchange(below, mass) >= mass) return text_of(mass, " after ", below);
+        return std::string();
+    });
+    checks.check(next, "the abundances are numbers of 32 bits", [&] {
+        constexpr double most = std::numeric_limits<std::int32_t>::max();
+        for (const double counts : spectrum.y_data.elements())
+            if (!(counts >= -most && counts <= most)) return text_of(counts);
+        return std::string();
     });
     checks.check(next, "start time and sampling interval (ns) fit the calibration of the polarity", [&] {
+        if (is_empty()) return std::string();
         const CalibrationObject calibration = globals.calibrations().calibration(current_polarity());
         if (!calibration) return std::string("there is none");
         return unless_fits(spectrum, *calibration, globals.sampling_interval_seconds() * 1e9);
     });
     checks.check(next, "one metadata value for every description, the polarity's that of its setpoint", [&] {
+        if (is_empty()) return std::string();
         if (spectrum.meta_data.size() != description.size())
             return text_of(spectrum.meta_data.size(), " for ", description.size());
+        for (std::int32_t i = 0; i <= description.upper_bound(); ++i)
+            if (const std::string fault = unless_answer(spectrum.meta_data.at(i), "code"); !fault.empty())
+                return "[" + description.at(i) + "]: " + fault;
         const double polarity = to_double(spectrum.meta_data.at(positions.lPolarityIndex));
         return unless((polarity == 0 || polarity == 1) && polarity == current_polarity(),
                       text_of("polarity ", polarity));

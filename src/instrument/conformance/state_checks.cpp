@@ -11,7 +11,10 @@ void check_state(ConformanceChecks& checks, InstrumentGlobals& globals) {
         {"InstrumentGlobals.title", [&] { return globals.title(); }},
         {"HardwareQueries.model", [&] { return globals.hardware().model(); }}};
     for (const auto& [operation, read] : texts)
-        checks.check(operation, "not empty", [&] { return unless_answer(read(), "text"); });
+        checks.check(operation, "one line of text", [&] { return unless_answer(read(), "text"); });
+    checks.check("InstrumentGlobals.source_word", "no quotation marks, for a query of the parameter file", [&] {
+        return unless(globals.source_word().find('"') == std::string::npos, "[" + globals.source_word() + "]");
+    });
     checks.answers(contract::parameter, unknown_number,
                    [&](std::int32_t number) -> InstrumentValue { return globals.parameter_name(number); });
     checks.answers(contract::dictionary_item, unknown_text,
@@ -45,8 +48,12 @@ void check_state(ConformanceChecks& checks, InstrumentGlobals& globals) {
     });
     checks.check("FirmwareChannels.write", "the quadrupole's channel keeps its value", [&] {
         const double before = globals.firmware().read(contract::firmware_channel.quad_amu);
-        globals.firmware().write(contract::firmware_channel.quad_amu, static_cast<float>(before));
-        return unless_near(globals.firmware().read(contract::firmware_channel.quad_amu), before, 1e-3);
+        const auto keeps = [&](double value) {
+            globals.firmware().write(contract::firmware_channel.quad_amu, static_cast<float>(value));
+            return unless_near(globals.firmware().read(contract::firmware_channel.quad_amu), value, 1e-3);
+        };
+        const std::string failure = keeps(before < 1000 ? 1.01 * before + 1 : 0.99 * before);
+        return first_of(keeps(before), failure);
     });
 }
 
