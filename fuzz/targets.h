@@ -15,6 +15,8 @@ void preferences(std::string_view input);
 void masslist(std::string_view input);
 /// A state or scene file of the simulator.
 void state(std::string_view input);
+/// A recording, read and put on its flight-time axis.
+void recording(std::string_view input);
 /// A member ("CLASS.MEMBER", or the number of its place in the tables) and its arguments, a line each.
 void automation_call(std::string_view input);
 
@@ -24,7 +26,7 @@ struct Target {
 };
 
 inline constexpr std::array targets{Target{"parameters", parameters}, Target{"preferences", preferences},
-                                    Target{"masslist", masslist}, Target{"state", state},
-                                    Target{"automation_call", automation_call}};
+                                    Target{"masslist", masslist},     Target{"state", state},
+                                    Target{"recording", recording},   Target{"automation_call", automation_call}};
 
 }  // namespace korvane::fuzz

@@ -21,6 +21,7 @@ Platform Session::build_platform() const {
     if (options.base) embedded.base_folder = path_of(*options.base);
     if (options.scene) embedded.scene = path_of(*options.scene);
     if (options.replay) embedded.replay = path_of(*options.replay);
+    embedded.recording.tell = [&err = streams_.err](const std::string& line) { err << line << std::endl; };
     embedded.seed = options.seed;
     return make_embedded_platform(embedded, system_);
 }

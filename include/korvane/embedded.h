@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "korvane/embedded_parts.h"
 #include "korvane/platform.h"
 
 namespace korvane {
@@ -19,6 +20,7 @@ struct EmbeddedOptions {
     std::optional<std::filesystem::path> scene = {};
     /// A recording (mzML) that takes the simulator's place.
     std::optional<std::filesystem::path> replay = {};
+    RecordingOptions recording = {};
 };
 
 /// `system` with the embedded instrument, which waits by its clock and reads and writes by its files. Folder and

@@ -1,14 +1,34 @@
-// Parts of the embedded instrument that it lends to whoever writes an instrument layer: the peak finder and the
-// mass-time law.
+// Parts of the embedded instrument: the peak finder and the mass-time law, which it lends to whoever writes an
+// instrument layer, and how its recordings are opened.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "korvane/mass_time.h"
 #include "korvane/peak_finder.h"
+#include "korvane/records.h"
 
 namespace korvane {
+
+inline constexpr std::int32_t every_ms_level = 0;
+
+/// How a recording is opened, and who is told what it does not say.
+struct RecordingOptions {
+    /// The MS level that is played; nothing: the lowest that there is.
+    std::optional<std::int32_t> ms_level = {};
+    /// Of spectra that do not state theirs.
+    PolaritySetpoint polarity = PolaritySetpoint::Positive;
+    /// Called when the recording is opened, with a line for everything that it does not say and for what was found out
+    /// or assumed in its place.
+    std::function<void(const std::string&)> tell = {};
+};
+
+/// Called before every spectrum with the number of those taken so far; what it raises ends the recording.
+using RecordingProgress = std::function<void(std::int32_t taken)>;
 
 /// Width over flight time of the ions that come in time: FWHM(t)^2 = (t / (2 resolution_limit))^2 + detector_fwhm_ns^2.
 struct WidthModel {

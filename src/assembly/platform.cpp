@@ -66,7 +66,9 @@ Platform make_platform(std::shared_ptr<InstrumentLayer> instrument) {
 Platform make_embedded_platform(const EmbeddedOptions& options, Platform system) {
     system.instrument = std::make_shared<LazyLayer>([options, files = system.files, clock = system.clock] {
         const fs::path folder = usable_base_folder(options.base_folder);
-        if (options.replay) return make_replay({.recording = *options.replay, .base_folder = folder}, files, clock);
+        if (options.replay)
+            return make_replay({.recording = *options.replay, .base_folder = folder, .options = options.recording}, files,
+                               clock);
         return make_simulator({.base_folder = utf8_from_path(folder),
                                .seed = options.seed,
                                .scene_path = scene_file(options, folder),
@@ -98,8 +100,9 @@ const Platform& Platform::process_default() {
     return platform;
 }
 
-void record_spectra(const Platform& platform, const fs::path& file, std::int32_t count) {
-    record_spectra(*platform.instrument, utf8_from_path(file), count, *platform.files);
+void record_spectra(const Platform& platform, const fs::path& file, std::int32_t count,
+                    const RecordingProgress& progress) {
+    record_spectra(*platform.instrument, utf8_from_path(file), count, *platform.files, *platform.clock, progress);
 }
 
 }  // namespace korvane

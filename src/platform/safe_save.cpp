@@ -64,6 +64,10 @@ void remove_leftovers(Files& files, const SplitPath& parts, const std::string& p
 }  // namespace
 
 void safe_save(Files& files, const std::string& path, std::string_view bytes) {
+    safe_save(files, path, [&](OutputFile& file) { file.write(bytes); });
+}
+
+void safe_save(Files& files, const std::string& path, const std::function<void(OutputFile&)>& write) {
     const FileStatus status = files.status(path);
     if (status.is_folder || status.is_special)
         throw FileError(FileErrorKind::other, EINVAL, "Cannot save [" + path + "]: it is there, and no regular file");
@@ -77,7 +81,7 @@ void safe_save(Files& files, const std::string& path, std::string_view bytes) {
         // Held until it has its name, or another process would take it for abandoned.
         const std::unique_ptr<OutputFile> file = files.create_new(temporary, target);
         made = true;
-        file->write(bytes);
+        write(*file);
         file->flush_to_disk();
         files.replace(temporary, target);
     } catch (...) {

@@ -1,6 +1,7 @@
 // Saves that survive a crash, and the lock under which a file is loaded, edited and saved.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -16,6 +17,8 @@ namespace korvane {
 /// in place, complete and visible to all, and the error says that a power failure may bring the old one back. A hard
 /// link to the old file keeps the old content.
 void safe_save(Files& files, const std::string& path, std::string_view bytes);
+/// The same of what `write` writes, part by part; what it raises is raised, and the old file stays.
+void safe_save(Files& files, const std::string& path, const std::function<void(OutputFile&)>& write);
 
 /// The lock of a file's editors, to be held from load to save; readers take none. It is a file beside `path` and ends
 /// with its process. Null where it is not to be had within a second, or cannot be made: the edit goes on without it.

@@ -120,10 +120,11 @@ Powers best_addition(const Points& points, const Powers& powers) {
 [[noreturn]] void fail_unmet(std::span<const double> mz, const SamplePositions& positions,
                              const RecordingPlace& place) {
     const double deviation = positions.worst_deviation_steps;
-    place.fail("m/z array: no flight-time law meets the axis to " + number_text(largest_deviation_steps) +
-               " of a step: under the best one, sample " + std::to_string(positions.worst_sample) + " at m/z [" +
-               number_text(mz[positions.worst_sample]) + "] lies " +
-               (std::isfinite(deviation) ? number_text(deviation) + " steps off" : "at no time after its neighbour"));
+    place.fail(
+        "m/z array: no flight-time law meets the axis, so that flight times would mean nothing: under the best one, "
+        "sample " +
+        std::to_string(positions.worst_sample) + " at m/z [" + number_text(mz[positions.worst_sample]) + "] lies " +
+        (std::isfinite(deviation) ? number_text(deviation) + " steps off" : "at no time after its neighbour"));
 }
 
 double rounding_of_32_bit(double value) {
@@ -134,7 +135,7 @@ double rounding_of_32_bit(double value) {
 }  // namespace
 
 SamplePositions locate_samples(std::span<const double> mz, const MassTimeCalibration& calibration,
-                               const TimeScale& scale) {
+                               const TimeScale& scale, double limit_steps) {
     const bool is_32_bit = fits_32_bit(mz);
     const auto mass_at = [&](std::int64_t step) {
         return calibration.mass_from_time(scale.origin_ns + static_cast<double>(step) * scale.interval_ns);
@@ -153,7 +154,7 @@ SamplePositions locate_samples(std::span<const double> mz, const MassTimeCalibra
     };
     SamplePositions positions;
     positions.steps.reserve(mz.size());
-    for (std::size_t i = 0; i < mz.size() && positions.met(); ++i) {
+    for (std::size_t i = 0; i < mz.size() && positions.met(limit_steps); ++i) {
         std::int64_t step = i == 0 ? 0 : positions.steps.back() + 1;
         double deviation = i == 0 ? nowhere : deviation_at(mz[i], step);
         if (deviation > largest_deviation_steps) {
@@ -185,12 +186,19 @@ AxisFit fit_axis(std::span<const double> mz, const KnownTimes& known, const Reco
         straight_line(places.cast<double>(), Eigen::Map<const Eigen::ArrayXd>(roots.data(), places.size()));
     const TimeScale scale = choose_scale(known, line[0] / line[1], steps.back());
     const Points points = fit_points(mz, steps, scale);
-    AxisFit fit;
+    std::vector<AxisFit> tried;
     for (Powers powers;; powers = best_addition(points, powers)) {
-        if (const auto law = fit_law(points, powers).calibration) fit = {law, scale, locate_samples(mz, *law, scale)};
-        if (fit.calibration && fit.positions.met()) return fit;
-        if (powers.size() == std::min(most_terms, mz.size() / samples_a_term)) fail_unmet(mz, fit.positions, place);
+        if (const auto law = fit_law(points, powers).calibration)
+            tried.push_back({law, scale, locate_samples(mz, *law, scale)});
+        if (!tried.empty() && tried.back().positions.met()) return tried.back();
+        if (powers.size() == std::min(most_terms, mz.size() / samples_a_term)) break;
     }
+    if (tried.empty()) place.fail("m/z array: no flight-time law meets the axis");
+    for (AxisFit& fit : tried) fit.positions = locate_samples(mz, *fit.calibration, scale, largest_misfit_steps);
+    const AxisFit& nearest =
+        *std::ranges::min_element(tried, {}, [](const AxisFit& fit) { return fit.positions.worst_deviation_steps; });
+    if (!nearest.positions.met(largest_misfit_steps)) fail_unmet(mz, nearest.positions, place);
+    return nearest;
 }
 
 }  // namespace korvane::replay

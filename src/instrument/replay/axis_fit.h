@@ -19,22 +19,23 @@ struct TimeScale {
     double interval_ns = 0;
 };
 
-/// How far from its law a sample may lie, in steps.
+/// How far from its law a sample may lie, in steps, for the law to be met, and for it to tell the samples apart at all.
 inline constexpr double largest_deviation_steps = 0.01;
+inline constexpr double largest_misfit_steps = 0.4;
 
 struct SamplePositions {
     std::vector<std::int64_t> steps;  ///< k of every sample
     double worst_deviation_steps = 0;
     std::size_t worst_sample = 0;
 
-    bool met() const { return worst_deviation_steps <= largest_deviation_steps; }
+    bool met(double limit_steps = largest_deviation_steps) const { return worst_deviation_steps <= limit_steps; }
 };
 
 /// Puts every m/z at the nearest sampling time of `scale` under `calibration`. The deviation is that in mass, over the
 /// mass step there; an axis whose numbers are all 32-bit floats is granted their rounding on top. Infinite where
-/// positions do not ascend or a mass has no flight time. Ends at the first sample that is not met.
+/// positions do not ascend or a mass has no flight time. Ends at the first sample that lies farther off than the limit.
 SamplePositions locate_samples(std::span<const double> mz, const MassTimeCalibration& calibration,
-                               const TimeScale& scale);
+                               const TimeScale& scale, double limit_steps = largest_deviation_steps);
 
 /// What is known of the flight times from elsewhere.
 struct KnownTimes {
@@ -56,7 +57,8 @@ struct AxisFit {
 /// digitiser's 1, 2 and 4 GHz) that keeps the last sample within 150 us; where the first flight time is not known it is
 /// the one that gives a straight line through the square roots the offset B = 0.
 ///
-/// Fails at `place` naming the deviation when six terms are not enough, and for fewer than three samples.
+/// Where six terms are not enough the nearest law is returned as long as it tells the samples apart
+/// (`largest_misfit_steps`); else, and for fewer than three samples, it fails at `place` naming the deviation.
 AxisFit fit_axis(std::span<const double> mz, const KnownTimes& known, const RecordingPlace& place);
 
 }  // namespace korvane::replay

@@ -54,11 +54,12 @@ public:
         : roots_(roots), limit_(static_cast<double>(limit)), counts_(single_steps(roots)) {
         for (std::size_t i = 0; i < counts_.size(); ++i)
             if (counts_[i] == hole) holes_.push_back(i);
+        predictions_left_ = 16 * holes_.size() + 1000;
     }
 
     std::vector<std::int64_t> count() {
         for (const double allowed : {0.05, 0.1, 0.2, 0.4, infinite})
-            while (fill_certain(allowed)) {
+            while (fill_certain(predictions_left_ > holes_.size() ? allowed : infinite)) {
             }
         std::vector<std::int64_t> positions(roots_.size());
         for (std::size_t i = 0; i < counts_.size(); ++i) positions[i + 1] = positions[i] + counts_[i];
@@ -68,6 +69,7 @@ public:
 private:
     /// Fills the holes whose number is certain enough; true when there may be more of them now.
     bool fill_certain(double allowed) {
+        predictions_left_ -= std::min(predictions_left_, holes_.size());
         const auto filled = std::remove_if(holes_.begin(), holes_.end(), [&](std::size_t at) {
             const Prediction predicted = predict(at);
             if (predicted.uncertainty > allowed) return false;
@@ -158,6 +160,7 @@ private:
     double limit_;
     std::vector<std::int64_t> counts_;
     std::vector<std::size_t> holes_;
+    std::size_t predictions_left_ = 0;  // so that the work grows no faster than the number of holes
 };
 
 }  // namespace

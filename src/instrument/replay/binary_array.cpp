@@ -9,6 +9,9 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <optional>
+#include <utility>
 
 namespace korvane::replay {
 
@@ -58,18 +61,18 @@ std::string encode_base64(Bytes bytes) {
     return text;
 }
 
+/// At most `size` bytes.
 Bytes inflated(const Bytes& packed, std::size_t size, const RecordingPlace& place, const std::string& array) {
-    Bytes bytes(size);
-    auto written = static_cast<uLongf>(size);
+    constexpr std::size_t best_ratio = 1032;  // of deflate
+    Bytes bytes(std::min(size, packed.size() * best_ratio));
+    auto written = static_cast<uLongf>(bytes.size());
     auto taken = static_cast<uLong>(packed.size());
     const int result = uncompress2(bytes.data(), &written, packed.data(), &taken);
     if (result == Z_BUF_ERROR)
         place.fail(array + ": the data do not end with the " + std::to_string(size) + " bytes of its length");
     if (result != Z_OK) place.fail(array + ": zlib refuses the data: " + zError(result));
-    if (written != size)
-        place.fail(array + ": the data unpack to " + std::to_string(written) + " bytes, not the " +
-                   std::to_string(size) + " of its length");
     if (taken != packed.size()) place.fail(array + ": bytes follow the compressed data");
+    bytes.resize(written);
     return bytes;
 }
 
@@ -82,12 +85,89 @@ Bytes deflated(const Bytes& bytes) {
     return packed;
 }
 
-template <class Float>
+template <class Number>
 std::vector<double> numbers_of(const Bytes& bytes) {
-    std::vector<Float> numbers(bytes.size() / sizeof(Float));
+    std::vector<Number> numbers(bytes.size() / sizeof(Number));
     std::memcpy(numbers.data(), bytes.data(), bytes.size());
     return {numbers.begin(), numbers.end()};
 }
+
+std::vector<double> plain_numbers(const Bytes& bytes, const BinaryEncoding& encoding) {
+    if (encoding.is_integer)
+        return encoding.is_64_bit ? numbers_of<std::int64_t>(bytes) : numbers_of<std::int32_t>(bytes);
+    return encoding.is_64_bit ? numbers_of<double>(bytes) : numbers_of<float>(bytes);
+}
+
+/// Reads the numeric compressions: a scale as a big-endian double, but for integers, and then little-endian words of
+/// two bytes or integers in half bytes, the upper half first: the number of leading half bytes, 0 (to 8) or 15 (8
+/// less), then the others from the lowest on.
+class NumpressReader {
+public:
+    explicit NumpressReader(const Bytes& bytes) : bytes_(bytes) {}
+
+    /// Nothing where the data end early.
+    std::optional<std::vector<double>> read(Numpress kind) {
+        double scale = 1;
+        if (kind != Numpress::positive_integer) {
+            if (bytes_.size() < 8) return std::nullopt;
+            std::memcpy(&scale, Bytes(bytes_.rend() - 8, bytes_.rend()).data(), 8);
+            half_ = 16;
+        }
+        std::vector<double> numbers;
+        std::uint32_t before = 0, last = 0;  // wrapping around, as the writer's integers do
+        while (!at_end()) {
+            const bool is_start = kind == Numpress::linear && numbers.size() < 2;
+            const auto word = is_start                            ? little_endian(4)
+                              : kind == Numpress::short_logarithm ? little_endian(2)
+                                                                  : packed_integer();
+            if (!word) return std::nullopt;
+            if (kind == Numpress::short_logarithm) {
+                numbers.push_back(std::exp(*word / scale) - 1);
+                continue;
+            }
+            const bool is_predicted = kind == Numpress::linear && !is_start;
+            const std::uint32_t value = is_predicted ? 2 * last - before + *word : *word;
+            before = std::exchange(last, value);
+            numbers.push_back(static_cast<std::int32_t>(value) / scale);
+        }
+        return numbers;
+    }
+
+private:
+    /// A single half byte 0 fills the last byte up.
+    bool at_end() const {
+        const std::size_t all = 2 * bytes_.size();
+        return half_ >= all || (half_ + 1 == all && (bytes_.back() & 15U) == 0);
+    }
+    std::optional<std::uint32_t> half_byte() {
+        if (half_ >= 2 * bytes_.size()) return std::nullopt;
+        const unsigned char byte = bytes_[half_ / 2];
+        return half_++ % 2 == 0 ? byte >> 4U : byte & 15U;
+    }
+    std::optional<std::uint32_t> little_endian(std::size_t count) {
+        std::uint32_t value = 0;
+        for (std::size_t i = 0; i < count; ++i, half_ += 2) {
+            if (half_ / 2 >= bytes_.size()) return std::nullopt;
+            value |= static_cast<std::uint32_t>(bytes_[half_ / 2]) << (8 * i);
+        }
+        return value;
+    }
+    std::optional<std::uint32_t> packed_integer() {
+        const auto head = half_byte();
+        if (!head) return std::nullopt;
+        const std::uint32_t leading = *head <= 8 ? *head : *head - 8;
+        std::uint32_t value = *head <= 8 ? 0 : ~(~0U >> (4 * leading));
+        for (std::uint32_t shift = 0; shift < 4 * (8 - leading); shift += 4) {
+            const auto half = half_byte();
+            if (!half) return std::nullopt;
+            value |= *half << shift;
+        }
+        return value;
+    }
+
+    const Bytes& bytes_;
+    std::size_t half_ = 0;  // half bytes read
+};
 
 template <class Float>
 Bytes bytes_of(std::span<const double> numbers) {
@@ -102,15 +182,49 @@ Bytes bytes_of(std::span<const double> numbers) {
 std::vector<double> decode_numbers(std::string_view base64, const BinaryEncoding& encoding, std::size_t count,
                                    const RecordingPlace& place, const std::string& array) {
     Bytes bytes = decode_base64(base64, place, array);
-    const std::size_t size = count * (encoding.is_64_bit ? sizeof(double) : sizeof(float));
+    const bool is_plain = encoding.numpress == Numpress::none;
+    // A number takes at most five bytes by the numeric compressions, beside their scale.
+    const std::size_t size = is_plain ? count * (encoding.is_64_bit ? 8 : 4) : 5 * count + 16;
     // Compressed data are hardly ever longer than what they hold; this also keeps the sizes within zlib's integers.
     if (bytes.size() > size + size / 100 + 1024)
         place.fail(array + ": " + std::to_string(bytes.size()) + " bytes of data are too many for its length");
     if (encoding.is_zlib) bytes = inflated(bytes, size, place, array);
-    if (bytes.size() != size)
+    if (is_plain && bytes.size() != size)
         place.fail(array + ": the data have " + std::to_string(bytes.size()) + " bytes, not the " +
                    std::to_string(size) + " of its length");
-    return encoding.is_64_bit ? numbers_of<double>(bytes) : numbers_of<float>(bytes);
+    if (is_plain) return plain_numbers(bytes, encoding);
+    auto numbers = NumpressReader(bytes).read(encoding.numpress);
+    if (!numbers) place.fail(array + ": the numeric compression ends early");
+    if (numbers->size() != count)
+        place.fail(array + ": the data have " + std::to_string(numbers->size()) + " numbers, not the " +
+                   std::to_string(count) + " of its length");
+    return *std::move(numbers);
+}
+
+std::string gunzipped(std::string_view bytes, const RecordingPlace& place) {
+    constexpr int gzip_header = 16;
+    constexpr std::size_t part = std::size_t{1} << 20;
+    const std::size_t most = most_bytes_for_one * bytes.size() + part;
+    std::string content;
+    z_stream stream{};
+    if (inflateInit2(&stream, MAX_WBITS + gzip_header) != Z_OK) place.fail("zlib cannot start");
+    const std::unique_ptr<z_stream, int (*)(z_stream*)> end(&stream, inflateEnd);
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+    stream.avail_in = static_cast<uInt>(bytes.size());
+    for (int result = Z_OK; result != Z_STREAM_END || stream.avail_in > 0;) {
+        if (result == Z_STREAM_END) inflateReset(&stream);  // members follow each other
+        const std::size_t before = content.size();
+        content.resize(before + part);
+        stream.next_out = reinterpret_cast<Bytef*>(content.data() + before);
+        stream.avail_out = part;
+        result = inflate(&stream, Z_NO_FLUSH);
+        content.resize(content.size() - stream.avail_out);
+        const bool goes_on = result == Z_OK && (stream.avail_in > 0 || stream.avail_out == 0);
+        if (result != Z_STREAM_END && !goes_on)
+            place.fail(std::string("gzip: ") + (result == Z_OK || result == Z_BUF_ERROR ? "cut off" : zError(result)));
+        if (content.size() > most) place.fail("gzip: unpacks to more than " + std::to_string(most) + " bytes");
+    }
+    return content;
 }
 
 std::string encode_numbers(std::span<const double> numbers, const BinaryEncoding& encoding) {

@@ -1,139 +1,118 @@
 #include "instrument/replay/mzml_reader.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstring>
-#include <iterator>
-#include <optional>
-#include <pugixml.hpp>
 #include <sstream>
 #include <string_view>
 
 #include "instrument/replay/binary_array.h"
-#include "instrument/replay/mzml_terms.h"
+#include "instrument/replay/mzml_parameters.h"
 #include "platform/automation_arithmetic.h"
 
 namespace korvane::replay {
 
+void Notes::add(const std::string& what) {
+    const auto known = std::ranges::find(counted_, what, &std::pair<std::string, int>::first);
+    if (known == counted_.end())
+        counted_.emplace_back(what, 1);
+    else
+        ++known->second;
+}
+
+std::vector<std::string> Notes::lines() const {
+    std::vector<std::string> all;
+    for (const auto& [what, count] : counted_)
+        all.push_back(count == 1 ? what : what + " (" + std::to_string(count) + " spectra)");
+    return all;
+}
+
+bool is_spaced_as_profile(const std::vector<double>& mz) {
+    constexpr double alike = 0.1;
+    constexpr std::size_t fewest = 4;  // that tell anything
+    std::size_t even = 0;
+    for (std::size_t i = 2; i < mz.size(); ++i)
+        even += std::abs((mz[i] - mz[i - 1]) / (mz[i - 1] - mz[i - 2]) - 1) < alike;
+    return mz.size() < fewest || 2 * even >= mz.size() - 2;
+}
+
 namespace {
 
-/// A whole number made of digits alone; fails naming `what`.
-std::size_t parse_count(const pugi::xml_attribute& attribute, const std::string& what, const RecordingPlace& place) {
-    const std::string text = attribute.value();
-    const bool digits = !text.empty() && text.size() <= 18 && text.find_first_not_of("0123456789") == std::string::npos;
-    if (!digits) place.fail(what + " [" + text + "] is not a count");
-    return static_cast<std::size_t>(std::stoull(text));
-}
-
-/// A finite number that makes up the whole of `text`; fails naming `what`.
-double parse_number(std::string_view text, const std::string& what, const RecordingPlace& place) {
-    double number = 0;
-    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (fault != std::errc() || end != text.data() + text.size() || !std::isfinite(number))
-        place.fail(what + " [" + std::string(text) + "] is not a number");
-    return number;
-}
-
-/// The parameters of an element: its own cvParam and userParam children and those of the groups that it refers to.
-class Parameters {
-public:
-    /// `groups` is the document's referenceableParamGroupList, which may be missing.
-    Parameters(const pugi::xml_node& element, const pugi::xml_node& groups, const RecordingPlace& place)
-        : place_(place) {
-        for (const auto& reference : element.children("referenceableParamGroupRef")) {
-            const char* id = reference.attribute("ref").value();
-            const auto group = groups.find_child_by_attribute("referenceableParamGroup", "id", id);
-            if (!group) place_.fail("there is no referenceableParamGroup [" + std::string(id) + "]");
-            collect(group);
-        }
-        collect(element);
-    }
-
-    const std::vector<pugi::xml_node>& controlled() const { return controlled_; }
-    const std::vector<pugi::xml_node>& user() const { return user_; }
-
-    /// The cvParam of a term; an empty node where there is none.
-    pugi::xml_node find(const Term& sought) const {
-        for (const auto& parameter : controlled_)
-            if (sought.is(parameter.attribute("accession").value())) return parameter;
-        return {};
-    }
-    bool has(const Term& sought) const { return !find(sought).empty(); }
-    std::optional<double> number(const Term& sought) const {
-        const auto parameter = find(sought);
-        if (!parameter) return std::nullopt;
-        return parse_number(parameter.attribute("value").value(), sought.name, place_);
-    }
-    std::string unit(const Term& sought) const { return find(sought).attribute("unitAccession").value(); }
-
-    std::optional<std::string> user_text(std::string_view name) const {
-        for (const auto& parameter : user_)
-            if (name == parameter.attribute("name").value()) return parameter.attribute("value").value();
-        return std::nullopt;
-    }
-    std::optional<double> user_number(const char* name) const {
-        const auto text = user_text(name);
-        if (!text) return std::nullopt;
-        return parse_number(*text, name, place_);
-    }
-
-private:
-    void collect(const pugi::xml_node& element) {
-        for (const auto& parameter : element.children("cvParam")) controlled_.push_back(parameter);
-        for (const auto& parameter : element.children("userParam")) user_.push_back(parameter);
-    }
-
-    const RecordingPlace& place_;
-    std::vector<pugi::xml_node> controlled_, user_;
+/// What the spectra of one file share.
+struct Source {
+    RecordingPlace place;  // the file as a whole
+    ParameterGroups groups;
+    RecordingOptions options;
+    Recording recording;
+    std::int64_t samples = 0;  // of the spectra read so far
 };
 
 /// Reads one spectrum element.
 class SpectrumReader {
 public:
-    SpectrumReader(const pugi::xml_node& element, const pugi::xml_node& groups, const std::string& file)
+    SpectrumReader(const pugi::xml_node& element, Source& source)
         : element_(element),
-          groups_(groups),
-          place_{file, element.attribute("id").value()},
-          parameters_(element, groups, place_) {}
+          source_(source),
+          place_{source.place.file, element.attribute("id").value()},
+          parameters_(element, source.groups, place_) {}
 
-    bool is_level_1() const {
+    std::int32_t ms_level() const {
+        constexpr double most = 100;
         const auto level = parameters_.number(term::ms_level);
-        if (!level && !parameters_.has(term::ms1_spectrum)) place_.fail("the ms level (MS:1000511) is missing");
-        return !level || *level == 1;
+        if (level && !(*level >= 1 && *level <= most && *level == std::floor(*level)))
+            place_.fail("ms level [" + number_text(*level) + "] is none");
+        if (!level && !parameters_.has(term::ms1_spectrum)) note("MS level not stated: taken as 1");
+        return static_cast<std::int32_t>(level.value_or(1));
     }
 
-    RecordedSpectrum read() const {
-        require_profile();
+    /// Adds the spectrum to the recording, unless it is empty or no profile.
+    void read(std::int32_t level) {
+        const bool is_profile = parameters_.has(term::profile_spectrum);
+        if (!is_profile && parameters_.has(term::centroid_spectrum)) return note("centroid spectra are passed over");
+        const std::size_t count = parse_count(element_.attribute("defaultArrayLength"), "defaultArrayLength", place_);
+        if (count == 0) return note("empty spectra are passed over");
+        count_samples(count);
         RecordedSpectrum spectrum;
         spectrum.id = place_.spectrum_id;
+        spectrum.ms_level = level;
         spectrum.polarity = polarity();
         // Where several scans were added up, the first one speaks for the spectrum.
-        read_scan(Parameters(element_.child("scanList").child("scan"), groups_, place_), spectrum);
-        const std::size_t count = parse_count(element_.attribute("defaultArrayLength"), "defaultArrayLength", place_);
-        if (count == 0) place_.fail("there are no samples");
-        if (count > static_cast<std::size_t>(largest_spectrum_samples))
-            place_.fail("defaultArrayLength " + std::to_string(count) + " is more than " +
-                        std::to_string(largest_spectrum_samples));
+        const Parameters scan(element_.child("scanList").child("scan"), source_.groups, place_);
+        read_scan(scan, spectrum);
         spectrum.mz = numbers(term::mz_array, count);
+        if (!is_profile && !is_spaced_as_profile(spectrum.mz))
+            return note("centroid spectra, by their spacing, are passed over");
+        check_masses(spectrum.mz);
+        if (!is_profile) note("profile or centroid not stated: profiles by their spacing");
         spectrum.intensity = numbers(term::intensity_array, count);
-        check_numbers(spectrum);
-        return spectrum;
+        for (std::size_t i = 0; i < count; ++i)
+            if (!std::isfinite(spectrum.intensity[i]))
+                place_.fail("intensity of sample " + std::to_string(i) + " is not a finite number");
+        if (!spectrum.sampling_interval_ns) spectrum.sampling_interval_ns = source_.recording.sampling_interval_ns;
+        source_.recording.spectra.push_back(std::move(spectrum));
     }
 
 private:
-    void require_profile() const {
-        if (parameters_.has(term::centroid_spectrum))
-            place_.fail("a centroid spectrum (MS:1000127) cannot be replayed, only a profile");
-        if (!parameters_.has(term::profile_spectrum)) place_.fail("the term profile spectrum (MS:1000128) is missing");
+    void note(const std::string& what) const { source_.recording.notes.add(what); }
+
+    void count_samples(std::size_t count) const {
+        if (count > static_cast<std::size_t>(largest_spectrum_samples))
+            place_.fail("defaultArrayLength " + std::to_string(count) + " is more than " +
+                        std::to_string(largest_spectrum_samples));
+        source_.samples += static_cast<std::int64_t>(count);
+        if (source_.samples > largest_recording_samples)
+            place_.fail("the spectra have more than " + std::to_string(largest_recording_samples) + " samples");
     }
 
     PolaritySetpoint polarity() const {
-        const bool positive = parameters_.has(term::positive_scan);
-        if (positive == parameters_.has(term::negative_scan))
-            place_.fail(positive ? "both polarities (MS:1000130, MS:1000129) are stated"
-                                 : "the polarity (MS:1000130 or MS:1000129) is missing");
-        return positive ? PolaritySetpoint::Positive : PolaritySetpoint::Negative;
+        const bool positive = parameters_.has(term::positive_scan), negative = parameters_.has(term::negative_scan);
+        if (positive && negative) place_.fail("both polarities (MS:1000130, MS:1000129) are stated");
+        if (positive) return PolaritySetpoint::Positive;
+        if (negative) return PolaritySetpoint::Negative;
+        const PolaritySetpoint taken = source_.options.polarity;
+        note(std::string("polarity not stated: taken as ") +
+             (taken == PolaritySetpoint::Positive ? "positive" : "negative"));
+        return taken;
     }
 
     void read_scan(const Parameters& scan, RecordedSpectrum& spectrum) const {
@@ -142,24 +121,39 @@ private:
         spectrum.sampling_interval_ns = scan.user_number(user_parameter::sampling_interval);
         if (spectrum.first_flight_time_ns && !spectrum.sampling_interval_ns)
             place_.fail(std::string(user_parameter::sampling_interval) + ": missing beside the flight time");
-        if (spectrum.sampling_interval_ns && !(*spectrum.sampling_interval_ns > 0))
-            place_.fail(std::string(user_parameter::sampling_interval) + ": is not above 0");
+        if (std::abs(spectrum.first_flight_time_ns.value_or(0)) > 1e12)
+            place_.fail(std::string(user_parameter::first_flight_time) + ": is none");
+        if (spectrum.sampling_interval_ns)
+            require_above_0(user_parameter::sampling_interval, *spectrum.sampling_interval_ns);
         spectrum.calibration = stated_calibration(scan);
         const auto limit = scan.user_number(user_parameter::resolution_limit);
         const auto width = scan.user_number(user_parameter::detector_width);
         if (limit.has_value() != width.has_value())
             place_.fail("of the peak finder's resolution limit and detector width only one is stated");
+        if (limit) require_above_0(user_parameter::resolution_limit, *limit);
+        if (width && *width < 0) require_above_0(user_parameter::detector_width, *width);
         if (limit) spectrum.peak_finder.width = WidthModel{*limit, *width};
-        for (const auto& [name, value] : peak_finder_parameters) spectrum.peak_finder.*value = scan.user_number(name);
+        for (const auto& [name, value] : peak_finder_parameters) {
+            const auto stated = spectrum.peak_finder.*value = scan.user_number(name);
+            if (stated && !(*stated >= 0 && *stated <= 1e12))
+                place_.fail(std::string(name) + " [" + number_text(*stated) + "] is not between 0 and 1E+12");
+        }
+        for (const auto part : {&PeakFinderOptions::tail_fraction, &PeakFinderOptions::tail_pulse_part})
+            if ((spectrum.peak_finder.*part).value_or(0) > 1) place_.fail("peak finder: a tail part is more than 1");
+    }
+
+    void require_above_0(const std::string& what, double value) const {
+        if (!(value > 0 && value < 1e12)) place_.fail(what + " [" + number_text(value) + "] is not above 0");
     }
 
     double scan_start_minutes(const Parameters& scan) const {
         const auto value = scan.number(term::scan_start_time);
-        if (!value) return 0;
+        if (!value) return note("start time not stated: taken as 0"), 0;
         const std::string stated = scan.unit(term::scan_start_time);
+        if (unit::millisecond.is(stated)) return *value / 60000;
         if (unit::second.is(stated)) return *value / 60;
-        if (unit::minute.is(stated)) return *value;
-        place_.fail("unit [" + stated + "] of the scan start time is neither second nor minute");
+        if (!unit::minute.is(stated)) note("unit [" + stated + "] of the start time: taken as minutes");
+        return *value;
     }
 
     std::optional<StatedCalibration> stated_calibration(const Parameters& scan) const {
@@ -176,31 +170,73 @@ private:
             *slot = parse_number(word, user_parameter::coefficients, place_);
         }
         if (words >> word) place_.fail("[" + *coefficients + "] are more than eight calibration coefficients");
+        if (!(c.A > 0)) place_.fail("calibration coefficient A [" + number_text(c.A) + "] is not above 0");
+        constexpr std::size_t most_flags = 32;
         for (std::istringstream flag_words(*flags); flag_words >> word;) {
             if (word != "0" && word != "1") place_.fail("calibration term use flag [" + word + "] is neither 0 nor 1");
             stated.use_flags.push_back(word == "1" ? 1 : 0);
+            if (stated.use_flags.size() > most_flags) place_.fail("more than 32 calibration term use flags");
         }
         return stated;
     }
 
     BinaryEncoding encoding(const Parameters& array, const Term& kind) const {
-        for (const auto& parameter : array.controlled()) {
+        struct Packing {
+            Term term;
+            bool is_zlib;
+            Numpress numpress;
+        };
+        static constexpr Packing packings[] = {{term::no_compression, false, Numpress::none},
+                                               {term::zlib_compression, true, Numpress::none},
+                                               {term::truncation_zlib, true, Numpress::none},
+                                               {term::numpress_linear, false, Numpress::linear},
+                                               {term::numpress_integer, false, Numpress::positive_integer},
+                                               {term::numpress_logarithm, false, Numpress::short_logarithm},
+                                               {term::numpress_linear_zlib, true, Numpress::linear},
+                                               {term::numpress_integer_zlib, true, Numpress::positive_integer},
+                                               {term::numpress_logarithm_zlib, true, Numpress::short_logarithm}};
+        const std::string name = kind.name;
+        BinaryEncoding found{.is_64_bit = true, .is_zlib = false};
+        int stated = 0;
+        for (const Packing& packing : packings)
+            if (array.has(packing.term)) {
+                // Numeric compression and zlib may also stand as two terms.
+                found.is_zlib |= packing.is_zlib;
+                if (packing.numpress != Numpress::none) found.numpress = packing.numpress;
+                stated += !packing.is_zlib || packing.numpress != Numpress::none || stated == 0;
+            }
+        if (stated > 1) place_.fail(name + ": several compressions are stated");
+        int types = 0;
+        for (const auto& [type, is_64_bit, is_integer] : {std::tuple{term::float_32, false, false},
+                                                          {term::float_64, true, false},
+                                                          {term::int_32, false, true},
+                                                          {term::int_64, true, true}})
+            if (array.has(type)) {
+                ++types;
+                found.is_64_bit = is_64_bit;
+                found.is_integer = is_integer;
+            }
+        if (types > 1 || (types == 0 && found.numpress == Numpress::none))
+            place_.fail(name + ": none or several of 32- and 64-bit float and integer are stated");
+        if (stated == 0) require_known_terms(array, kind);
+        return found;
+    }
+
+    /// Where no compression is stated that is known, another one may be.
+    void require_known_terms(const Parameters& array, const Term& kind) const {
+        for (const auto& parameter : array.element().children("cvParam")) {
             const std::string accession = parameter.attribute("accession").value();
-            const auto known = {kind, term::float_32, term::float_64, term::zlib_compression, term::no_compression};
+            const auto known = {kind, term::float_32, term::float_64, term::int_32, term::int_64};
             if (std::ranges::none_of(known, [&](const Term& each) { return each.is(accession); }))
                 place_.fail(std::string(kind.name) + ": term " + accession + " (" +
                             parameter.attribute("name").value() + ") is not supported");
         }
-        if (array.has(term::float_32) == array.has(term::float_64))
-            place_.fail(std::string(kind.name) + ": neither or both of 32-bit float and 64-bit float are stated");
-        if (array.has(term::zlib_compression) == array.has(term::no_compression))
-            place_.fail(std::string(kind.name) + ": neither or both of zlib compression and no compression are stated");
-        return {array.has(term::float_64), array.has(term::zlib_compression)};
+        note("compression of an array not stated: taken as none");
     }
 
     std::vector<double> numbers(const Term& array, std::size_t default_length) const {
         for (const auto& element : element_.child("binaryDataArrayList").children("binaryDataArray")) {
-            const Parameters parameters(element, groups_, place_);
+            const Parameters parameters(element, source_.groups, place_);
             if (!parameters.has(array)) continue;
             const BinaryEncoding how = encoding(parameters, array);
             const auto own_length = element.attribute("arrayLength");
@@ -209,30 +245,25 @@ private:
                 place_.fail(std::string(array.name) + ": arrayLength " + std::to_string(length) +
                             " is not the spectrum's defaultArrayLength " + std::to_string(default_length));
             const std::string_view text = element.child("binary").text().get();
+            const auto characters = std::ranges::count_if(text, [](unsigned char c) { return c > ' '; });
             const auto encoded = element.attribute("encodedLength");
-            const auto characters =
-                static_cast<std::size_t>(std::ranges::count_if(text, [](unsigned char c) { return c > ' '; }));
-            if (encoded && parse_count(encoded, "encodedLength", place_) != characters)
-                place_.fail(std::string(array.name) + ": encodedLength " + encoded.value() +
-                            " is not the length of the text, " + std::to_string(characters));
+            if (encoded && std::to_string(characters) != encoded.value())
+                note("encodedLength of an array is not the length of its text");
             return decode_numbers(text, how, length, place_, array.name);
         }
         place_.fail("there is no " + std::string(array.name) + " (" + array.accession + ")");
     }
 
-    void check_numbers(const RecordedSpectrum& spectrum) const {
+    void check_masses(const std::vector<double>& mz) const {
         double below = 0;
-        for (std::size_t i = 0; i < spectrum.mz.size(); ++i) {
-            if (!std::isfinite(spectrum.mz[i]) || !(spectrum.mz[i] > below))
-                place_.fail("m/z [" + number_text(spectrum.mz[i]) + "] of sample " + std::to_string(i) +
+        for (std::size_t i = 0; i < mz.size(); below = mz[i++])
+            if (!std::isfinite(mz[i]) || !(mz[i] > below))
+                place_.fail("m/z [" + number_text(mz[i]) + "] of sample " + std::to_string(i) +
                             " does not lie above [" + number_text(below) + "]");
-            below = spectrum.mz[i];
-            if (!std::isfinite(spectrum.intensity[i]))
-                place_.fail("intensity of sample " + std::to_string(i) + " is not a finite number");
-        }
     }
 
-    pugi::xml_node element_, groups_;
+    pugi::xml_node element_;
+    Source& source_;
     RecordingPlace place_;
     Parameters parameters_;
 };
@@ -246,81 +277,86 @@ std::string read_bytes(Files& files, const RecordingPlace& place) {
         place.fail(std::string("cannot be read: ") + fault.what());
     }
     if (bytes.empty()) place.fail("the file is empty");
-    return bytes;
+    return bytes.starts_with("\x1f\x8b") ? gunzipped(bytes, place) : bytes;
 }
 
 /// The first configuration speaks for the recording.
-void read_instrument(const pugi::xml_node& mzml, const RecordingPlace& place, Recording& recording) {
-    const auto groups = mzml.child("referenceableParamGroupList");
+void read_instrument(const pugi::xml_node& mzml, Source& source) {
     const auto configuration = mzml.child("instrumentConfigurationList").child("instrumentConfiguration");
-    const Parameters instrument(configuration, groups, place);
     const auto components = configuration.child("componentList");
     for (const auto& component : components.children()) {
-        const Parameters parameters(component, groups, place);
+        const Parameters parameters(component, source.groups, source.place);
         const auto frequency = parameters.number(term::sampling_frequency);
         if (!frequency) continue;
-        const std::string stated = parameters.unit(term::sampling_frequency);
-        if (!unit::hertz.is(stated) || !(*frequency > 0))
-            place.fail("sampling frequency " + std::to_string(*frequency) + " [" + stated + "] is not one in hertz");
-        recording.sampling_interval_ns = 1e9 / *frequency;
+        constexpr double lowest_hertz = 1e6, highest_hertz = 1e12;
+        if (unit::hertz.is(parameters.unit(term::sampling_frequency)) && *frequency >= lowest_hertz &&
+            *frequency <= highest_hertz)
+            source.recording.sampling_interval_ns = 1e9 / *frequency;
+        else
+            source.recording.notes.add("sampling frequency [" + number_text(*frequency) +
+                                       "] is none of a digitiser: taken from the axis");
     }
-    const Parameters source(components.child("source"), groups, place);
-    const auto known = std::ranges::find_if(source_terms, [&](const auto& each) { return source.has(each.term); });
-    if (known != source_terms.end()) recording.source_code = known->source_code;
+    const Parameters ionisation(components.child("source"), source.groups, source.place);
+    const auto known = std::ranges::find_if(source_terms, [&](const auto& each) { return ionisation.has(each.term); });
+    if (known != source_terms.end()) source.recording.source_code = known->source_code;
 }
 
-void read_setpoints(const Parameters& run, const RecordingPlace& place, Recording& recording) {
+void read_setpoints(const pugi::xml_node& run, Source& source) {
     constexpr std::string_view prefix = user_parameter::setpoint_prefix;
-    for (const auto& parameter : run.user()) {
+    for (const auto& parameter : run.children("userParam")) {
         const std::string name = parameter.attribute("name").value();
         if (name.starts_with(prefix))
-            recording.setpoints.emplace(name.substr(prefix.size()),
-                                        parse_number(parameter.attribute("value").value(), name, place));
+            source.recording.setpoints.emplace(name.substr(prefix.size()),
+                                               parse_number(parameter.attribute("value").value(), name, source.place));
     }
 }
 
-void read_spectra(const pugi::xml_node& mzml, const RecordingPlace& place, Recording& recording) {
-    const auto groups = mzml.child("referenceableParamGroupList");
-    read_setpoints(Parameters(mzml.child("run"), groups, place), place, recording);
-    const auto list = mzml.child("run").child("spectrumList");
-    const auto spectra = list.children("spectrum");
-    const auto present = static_cast<std::size_t>(std::distance(spectra.begin(), spectra.end()));
-    if (const auto stated = list.attribute("count");
-        stated && parse_count(stated, "spectrumList count", place) != present)
-        place.fail("spectrumList count " + std::string(stated.value()) + " is not the number of its spectra, " +
-                   std::to_string(present));
-    std::int64_t samples = 0;
-    for (const auto& element : spectra) {
-        const SpectrumReader reader(element, groups, place.file);
-        if (!reader.is_level_1()) continue;
-        RecordedSpectrum& spectrum = recording.spectra.emplace_back(reader.read());
-        if (!spectrum.sampling_interval_ns) spectrum.sampling_interval_ns = recording.sampling_interval_ns;
-        samples += static_cast<std::int64_t>(spectrum.mz.size());
-        if (samples > largest_recording_samples)
-            place.fail("the spectra have more than " + std::to_string(largest_recording_samples) + " samples");
-    }
-    if (recording.spectra.empty()) place.fail("there is no spectrum of ms level 1");
+void read_spectra(const pugi::xml_node& list, Source& source) {
+    std::vector<std::pair<std::int32_t, pugi::xml_node>> elements;
+    for (const auto& element : list.children("spectrum"))
+        elements.emplace_back(SpectrumReader(element, source).ms_level(), element);
+    if (elements.empty()) source.place.fail("there is no spectrum");
+    const auto stated = list.attribute("count");
+    if (stated && std::to_string(elements.size()) != stated.value())
+        source.recording.notes.add("spectrumList count [" + std::string(stated.value()) +
+                                   "] is not the number of its spectra, " + std::to_string(elements.size()));
+    const std::int32_t lowest =
+        std::ranges::min_element(elements, {}, [](const auto& each) { return each.first; })->first;
+    const std::int32_t wanted = source.options.ms_level.value_or(lowest);
+    for (const auto& [level, element] : elements)
+        if (wanted == every_ms_level || level == wanted)
+            SpectrumReader(element, source).read(level);
+        else
+            source.recording.notes.add("MS level " + std::to_string(wanted) + " is played, others are passed over");
+    if (!source.recording.spectra.empty()) return;
+    std::string reasons;
+    for (const std::string& line : source.recording.notes.lines()) reasons += "; " + line;
+    source.place.fail("there is no profile spectrum" +
+                      (wanted == every_ms_level ? "" : " of MS level " + std::to_string(wanted)) + reasons);
 }
 
 }  // namespace
 
-Recording read_recording(Files& files, const std::string& file) {
-    const RecordingPlace place{file, {}};
-    std::string bytes = read_bytes(files, place);
+Recording read_recording(Files& files, const std::string& file, const RecordingOptions& options) {
+    Source source{.place = {file, {}}, .groups = {}, .options = options, .recording = {}};
+    std::string bytes = read_bytes(files, source.place);
     pugi::xml_document document;
     const auto parsed = document.load_buffer_inplace(bytes.data(), bytes.size());
     if (!parsed)
-        place.fail("this is not XML: " + std::string(parsed.description()) + " at byte " +
-                   std::to_string(parsed.offset));
+        source.place.fail("this is not XML: " + std::string(parsed.description()) + " at byte " +
+                          std::to_string(parsed.offset));
     const auto root = document.document_element();
     const auto mzml = std::strcmp(root.name(), "indexedmzML") == 0 ? root.child("mzML") : root;
     if (std::strcmp(mzml.name(), "mzML") != 0)
-        place.fail("this is not mzML: its root element is [" + std::string(root.name()) + "]");
-    Recording recording;
-    recording.file = file;
-    read_instrument(mzml, place, recording);
-    read_spectra(mzml, place, recording);
-    return recording;
+        source.place.fail("this is not mzML: its root element is [" + std::string(root.name()) + "]");
+    if (const auto second = root.next_sibling(); second.type() == pugi::node_element)
+        source.place.fail("a second root element [" + std::string(second.name()) + "] follows");
+    source.recording.file = file;
+    source.groups = ParameterGroups(mzml.child("referenceableParamGroupList"));
+    read_instrument(mzml, source);
+    read_setpoints(mzml.child("run"), source);
+    read_spectra(mzml.child("run").child("spectrumList"), source);
+    return std::move(source.recording);
 }
 
 }  // namespace korvane::replay

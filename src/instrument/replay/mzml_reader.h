@@ -1,19 +1,25 @@
-// Reads recordings: the profile spectra of MS level 1 of an mzML file.
+// Reads recordings: the profile spectra of an mzML file.
 #pragma once
 
 #include <string>
 
 #include "instrument/replay/recording.h"
+#include "korvane/embedded_parts.h"
 #include "platform/files.h"
 
 namespace korvane::replay {
 
-/// Reads mzML 1.1, with or without the index around it. Spectra of other MS levels are left out. Error -904 from
-/// "RecordingReader", naming the file, the spectrum and the item, for: a file that cannot be read, is a folder, empty,
-/// not XML or not mzML; no spectrum of level 1; a spectrum without samples, level or polarity, or that is not a
-/// profile; arrays missing, damaged, of the wrong length, or encoded in a way other than 32- or 64-bit floats with zlib
-/// or no compression; m/z that do not ascend from above 0; numbers that are not finite; more samples than `recording.h`
-/// allows. A scan without start time counts as started at 0, a file without ionisation as ESI.
-Recording read_recording(Files& files, const std::string& file);
+/// Reads mzML 1.1, with or without the index around it, packed by gzip or not. What the file does not say is found out
+/// or assumed, and stands in the notes: the MS level, the polarity, whether a spectrum is a profile (by its spacing),
+/// start times, the sampling frequency. Spectra of other levels, centroids and empty spectra are passed over.
+///
+/// Error -904 from "RecordingReader", naming the file, the spectrum and the item, for: a file that cannot be read, is a
+/// folder, empty, not XML or not mzML; no profile spectrum of the level; both polarities in one spectrum; arrays
+/// missing, damaged, of another length than the spectrum or encoded in an unknown way; m/z that do not ascend from
+/// above 0; numbers that are not finite; more samples than `recording.h` allows.
+Recording read_recording(Files& files, const std::string& file, const RecordingOptions& options = {});
+
+/// Whether m/z are spaced as samples are: most neighbouring distances nearly alike, which those of centroids are not.
+bool is_spaced_as_profile(const std::vector<double>& mz);
 
 }  // namespace korvane::replay

@@ -32,15 +32,25 @@ inline constexpr Term base_peak_intensity{"MS:1000505", "base peak intensity"};
 inline constexpr Term total_ion_current{"MS:1000285", "total ion current"};
 inline constexpr Term mz_array{"MS:1000514", "m/z array"};
 inline constexpr Term intensity_array{"MS:1000515", "intensity array"};
+inline constexpr Term int_32{"MS:1000519", "32-bit integer"};
+inline constexpr Term int_64{"MS:1000522", "64-bit integer"};
 inline constexpr Term float_32{"MS:1000521", "32-bit float"};
 inline constexpr Term float_64{"MS:1000523", "64-bit float"};
 inline constexpr Term zlib_compression{"MS:1000574", "zlib compression"};
 inline constexpr Term no_compression{"MS:1000576", "no compression"};
+inline constexpr Term truncation_zlib{"MS:1003088", "truncation and zlib compression"};
+inline constexpr Term numpress_linear{"MS:1002312", "MS-Numpress linear prediction compression"};
+inline constexpr Term numpress_integer{"MS:1002313", "MS-Numpress positive integer compression"};
+inline constexpr Term numpress_logarithm{"MS:1002314", "MS-Numpress short logged float compression"};
+inline constexpr Term numpress_linear_zlib{"MS:1002746", "MS-Numpress linear prediction compression and zlib"};
+inline constexpr Term numpress_integer_zlib{"MS:1002747", "MS-Numpress positive integer compression and zlib"};
+inline constexpr Term numpress_logarithm_zlib{"MS:1002748", "MS-Numpress short logged float compression and zlib"};
 inline constexpr Term sampling_frequency{"MS:1000029", "sampling frequency"};
 inline constexpr Term ionization_type{"MS:1000008", "ionization type"};
 }  // namespace term
 
 namespace unit {
+inline constexpr Term millisecond{"UO:0000028", "millisecond"};
 inline constexpr Term second{"UO:0000010", "second"};
 inline constexpr Term minute{"UO:0000031", "minute"};
 inline constexpr Term nanosecond{"UO:0000150", "nanosecond"};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <pugixml.hpp>
 #include <span>
 #include <sstream>
 #include <string_view>
@@ -150,9 +151,11 @@ void add_array(pugi::xml_node list, std::span<const double> numbers, bool is_64_
 
 }  // namespace
 
-MzmlWriter::MzmlWriter(const RecordedInstrument& instrument) {
-    document_.load_string(empty_recording, pugi::parse_default | pugi::parse_declaration);
-    pugi::xml_node mzml = document_.document_element();
+MzmlWriter::MzmlWriter(const RecordedInstrument& instrument, std::int32_t spectra, Write write)
+    : write_(std::move(write)) {
+    pugi::xml_document document;
+    document.load_string(empty_recording, pugi::parse_default | pugi::parse_declaration);
+    pugi::xml_node mzml = document.document_element();
     pugi::xml_node configuration = mzml.child("instrumentConfigurationList").first_child();
     set_attribute(configuration.child("cvParam"), "value", instrument.model);
     pugi::xml_node components = configuration.child("componentList");
@@ -160,14 +163,24 @@ MzmlWriter::MzmlWriter(const RecordedInstrument& instrument) {
     add_term(components.child("detector"), term::sampling_frequency, number_text(1e9 / instrument.sampling_interval_ns),
              &unit::hertz);
     pugi::xml_node run = mzml.child("run");
+    set_attribute(run, "startTimeStamp", instrument.start_time);
     for (const auto& [name, value] : instrument.setpoints)
         add_user_number(run, user_parameter::setpoint_prefix + name, value);
-    spectra_ = add_list(run, "spectrumList", 0);
-    set_attribute(spectra_, "defaultDataProcessingRef", "recording");
+    pugi::xml_node list = add_list(run, "spectrumList", spectra);
+    set_attribute(list, "defaultDataProcessingRef", "recording");
+    constexpr std::string_view place = "<spectra/>";
+    list.append_child("spectra");
+    std::ostringstream out;
+    document.save(out, "", pugi::format_raw);
+    const std::string text = std::move(out).str();
+    const std::size_t at = text.find(place);
+    end_ = text.substr(at + place.size()) + "\n";
+    write_(text.substr(0, at) + "\n");
 }
 
 void MzmlWriter::add(const RecordedSpectrum& spectrum) {
-    pugi::xml_node element = spectra_.append_child("spectrum");
+    pugi::xml_document document;
+    pugi::xml_node element = document.append_child("spectrum");
     element.append_attribute("index") = count_;
     set_attribute(element, "id", "scan=" + std::to_string(++count_));
     set_attribute(element, "defaultArrayLength", std::to_string(spectrum.mz.size()));
@@ -182,13 +195,9 @@ void MzmlWriter::add(const RecordedSpectrum& spectrum) {
     add_array(arrays, spectrum.mz, true, term::mz_array, unit::mz);
     add_array(arrays, spectrum.intensity, !fits_32_bit(spectrum.intensity), term::intensity_array,
               unit::detector_counts);
-}
-
-std::string MzmlWriter::text() {
-    spectra_.attribute("count") = count_;
     std::ostringstream out;
-    document_.save(out, " ");
-    return std::move(out).str();
+    element.print(out, " ", pugi::format_indent, pugi::encoding_utf8);
+    write_(out.str());
 }
 
 }  // namespace korvane::replay

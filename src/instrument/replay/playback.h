@@ -5,9 +5,11 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "instrument/masstime/square_law_calibration.h"
+#include "instrument/replay/axis_fit.h"
 #include "instrument/replay/recording.h"
 #include "korvane/variant_array.h"
 
@@ -26,15 +28,49 @@ struct PlayedSpectrum {
 
 struct Playback {
     std::string file;
+    Notes notes;
     std::int32_t source_code = 0;
     std::map<std::string, double> setpoints;  ///< recorded values by internal name
     std::vector<PlayedSpectrum> spectra;      ///< at least one
 };
 
-/// Puts every spectrum on its flight-time axis. A calibration that the recording states is used where it meets the
-/// axis; otherwise one is fitted (`fit_axis`), and kept for the spectra after it as long as it meets them. Mass values
-/// of recorded samples stay as they are; those of samples put back are the law's. Fails as `fit_axis` does, and for
-/// spectra that have too many samples with those put back.
+/// Puts one spectrum after the other on its flight-time axis. A calibration that a spectrum states is used where it
+/// meets the axis; otherwise the one before is kept as long as it meets it, and else one is fitted (`fit_axis`), whose
+/// misfit is noted where it does not. Mass values of recorded samples stay as they are; those of samples put back are
+/// the law's.
+class AxisKeeper {
+public:
+    AxisKeeper(std::string file, Notes& notes) : file_(std::move(file)), notes_(notes) {}
+
+    /// Fails as `fit_axis` does, and for spectra that have too many samples with those put back.
+    PlayedSpectrum play(const RecordedSpectrum& spectrum);
+
+private:
+    bool same_axis(const RecordedSpectrum& spectrum) const;
+    void set_axis(const RecordedSpectrum& spectrum, const RecordingPlace& place);
+    bool use_stated(const RecordedSpectrum& spectrum);
+    bool use_last(const RecordedSpectrum& spectrum);
+    bool adopt(const std::vector<double>& mz, const std::shared_ptr<const SquareLawCalibration>& calibration,
+               const TimeScale& scale);
+    std::int64_t sample_count() const { return axis_.positions.steps.back() - axis_.positions.steps.front() + 1; }
+    double time_at(std::int64_t step) const {
+        return axis_.scale.origin_ns + static_cast<double>(step) * axis_.scale.interval_ns;
+    }
+    std::size_t place_of(std::size_t sample) const {
+        return static_cast<std::size_t>(axis_.positions.steps[sample] - axis_.positions.steps.front());
+    }
+    VariantArray<double> full_masses(const std::vector<double>& mz) const;
+    VariantArray<double> spread(const std::vector<double>& intensity) const;
+
+    std::string file_;
+    Notes& notes_;
+    RecordedSpectrum last_;  // without its abundances
+    AxisFit axis_;
+    VariantArray<double> mass_data_;
+    std::int64_t total_samples_ = 0;
+};
+
+/// All spectra of a recording.
 Playback prepare_playback(const Recording& recording);
 
 }  // namespace korvane::replay

@@ -1,5 +1,7 @@
 #include "instrument/replay/recorder.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -10,6 +12,7 @@
 #include "instrument/embedded/setpoints.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "instrument/replay/mzml_writer.h"
+#include "instrument/replay/playback.h"
 #include "platform/automation_arithmetic.h"
 #include "platform/safe_save.h"
 
@@ -27,15 +30,30 @@ public:
         if (globals_->control() == nullptr) raise_runtime_fault(error_number::object_not_set, "instrument control");
     }
 
-    std::string record(int count) {
-        MzmlWriter writer({globals_->hardware().model(), globals_->source_type(), interval_ns(), setpoints()});
-        for (int i = 0; i < count; ++i) writer.add(recorded(next_spectrum()));
-        return writer.text();
+    void record(int count, Clock& clock, const RecordingProgress& progress, OutputFile& file) {
+        MzmlWriter writer({globals_->hardware().model(), globals_->source_type(), interval_ns(), setpoints(),
+                           date_and_time(clock.now())},
+                          count, [&](std::string_view text) { file.write(text); });
+        // What a replay would refuse is refused here.
+        Notes ignored;
+        AxisKeeper axis(path_, ignored);
+        for (int i = 0; i < count; ++i) {
+            if (progress) progress(i);
+            const RecordedSpectrum spectrum = recorded(next_spectrum());
+            axis.play(spectrum);
+            writer.add(spectrum);
+        }
+        writer.finish();
     }
 
 private:
     [[noreturn]] void fail(const std::string& what) const {
         throw Error(error_number::file_or_element, "RecordingWriter", "recording [" + path_ + "]: " + what);
+    }
+
+    static std::string date_and_time(const LocalTime& time) {
+        return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", time.year, time.month, time.day, time.hour,
+                           time.minute, time.second);
     }
 
     double interval_ns() { return globals_->sampling_interval_seconds() * 1e9; }
@@ -55,7 +73,7 @@ private:
     RecordedSpectrum recorded(const AcquiredSpectrum& spectrum) {
         RecordedSpectrum record;
         record.polarity = polarity(spectrum);
-        record.scan_start_minutes = spectrum.retention_time;
+        record.scan_start_minutes = std::isfinite(spectrum.retention_time) ? spectrum.retention_time : 0;
         record.mz.assign(spectrum.mass_data.elements().begin(), spectrum.mass_data.elements().end());
         record.intensity.assign(spectrum.y_data.elements().begin(), spectrum.y_data.elements().end());
         check(record);
@@ -104,15 +122,22 @@ private:
         }
     }
 
-    /// Those that the library reads, and the quadrupole's.
+    /// All of them, those of the contract and the embedded instrument by the names that it has for them; values beyond
+    /// the limits that a replay has are left out.
     std::map<std::string, double> setpoints() {
-        const auto read_ones = contract::entries<contract::Number>(contract::setpoint);
         SetpointTable& table = globals_->setpoints();
         std::map<std::string, double> values;
-        for (const std::int32_t index : table.indexes())
-            if (index == embedded::quad_amu_setpoint ||
-                std::ranges::find(read_ones, index, &contract::Number::key) != read_ones.end())
-                values.emplace(embedded::setpoint_definition(index).internal_name, to_double(table.value(index, 0, 0)));
+        for (const std::int32_t index : table.indexes()) {
+            const double value = to_double(table.value(index, 0, 0));
+            const auto known =
+                std::ranges::find(embedded::setpoint_definitions(), index, &embedded::SetpointDefinition::index);
+            if (known == embedded::setpoint_definitions().end()) {
+                const std::string name = table.internal_name(index);
+                if (!embedded::find_setpoint(name) && std::isfinite(value)) values.emplace(name, value);
+            } else if (value >= known->lower_limit && value <= known->upper_limit) {
+                values.emplace(known->internal_name, value);
+            }
+        }
         return values;
     }
 
@@ -125,11 +150,12 @@ private:
 
 }  // namespace replay
 
-void record_spectra(InstrumentLayer& instrument, const std::string& path, int count, Files& files) {
+void record_spectra(InstrumentLayer& instrument, const std::string& path, int count, Files& files, Clock& clock,
+                    const RecordingProgress& progress) {
     if (count < 1) raise_runtime_fault(error_number::invalid_call, "count " + std::to_string(count));
-    const std::string text = replay::Recorder(instrument, path).record(count);
+    replay::Recorder recorder(instrument, path);
     try {
-        safe_save(files, path, text);
+        safe_save(files, path, [&](OutputFile& file) { recorder.record(count, clock, progress, file); });
     } catch (const FileError& fault) {
         throw Error(error_number::file_or_element, "RecordingWriter",
                     "recording [" + path + "]: cannot be written: " + fault.what());

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "korvane/embedded_parts.h"
@@ -35,6 +36,7 @@ struct StatedCalibration {
 
 struct RecordedSpectrum {
     std::string id;
+    std::int32_t ms_level = 1;
     PolaritySetpoint polarity = PolaritySetpoint::Positive;
     double scan_start_minutes = 0;
     std::vector<double> mz;         ///< ascending; samples of zero counts may be left out
@@ -46,8 +48,20 @@ struct RecordedSpectrum {
     PeakFinderOptions peak_finder;  ///< what the instrument told its peak finder
 };
 
+/// What had to be found out or assumed, a line each, with the number of spectra that it holds for.
+class Notes {
+public:
+    void add(const std::string& what);
+    /// "polarity not stated: taken as positive (3 spectra)".
+    std::vector<std::string> lines() const;
+
+private:
+    std::vector<std::pair<std::string, int>> counted_;
+};
+
 struct Recording {
     std::string file;
+    Notes notes;
     std::int32_t source_code = 0;                ///< as setpoint 117 has it
     std::optional<double> sampling_interval_ns;  ///< of the digitiser, where the file states its frequency
     std::map<std::string, double> setpoints;     ///< by internal name; only recordings of our own state them
@@ -58,5 +72,9 @@ struct Recording {
 /// into memory, and no flight tube gives them.
 inline constexpr std::int64_t largest_spectrum_samples = 10'000'000;
 inline constexpr std::int64_t largest_recording_samples = 200'000'000;
+/// Samples of an axis for each that is there; an axis with more holes is no profile with its zeros left out.
+inline constexpr std::int64_t most_samples_for_one = 1000;
+/// Bytes of a compressed file's content, for each of its own.
+inline constexpr std::size_t most_bytes_for_one = 100;
 
 }  // namespace korvane::replay

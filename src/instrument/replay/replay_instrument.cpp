@@ -44,12 +44,15 @@ void ReplayInstrument::preset_setpoints() {
     for (const std::int32_t index : {contract::setpoint.transients_1_ghz, contract::setpoint.transients_2_ghz,
                                      contract::setpoint.transients_4_ghz})
         setpoints_.preset(index, usual_transients);
-    for (const auto& [name, value] : playback_.setpoints) try {
-            setpoints_.preset(index_of(name), value);
+    for (const auto& [name, value] : playback_.setpoints) {
+        const auto* const known = embedded::find_setpoint(name);
+        if (!known) continue;  // of another instrument: kept in the file for whoever reads it
+        try {
+            setpoints_.command(known->index, value, true);
         } catch (const Error& error) {
-            RecordingPlace{playback_.file, {}}.fail("setpoint [" + name + "] cannot be [" + number_text(value) +
-                                                    "]: " + error.description());
+            RecordingPlace{playback_.file, {}}.fail("setpoint [" + name + "]: " + error.description());
         }
+    }
     setpoints_.preset(contract::setpoint.polarity, static_cast<std::int32_t>(first.polarity));
 }
 

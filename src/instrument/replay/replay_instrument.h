@@ -13,7 +13,8 @@ namespace korvane::replay {
 
 class ReplayInstrument final : public embedded::Instrument {
 public:
-    /// Error -904 naming a recorded setpoint that there is not or whose value does not fit.
+    /// Error -904 naming a recorded setpoint whose value lies beyond its limits. Setpoints that a replay does not have
+    /// are passed over.
     ReplayInstrument(Playback playback, std::shared_ptr<Clock> clock);
 
 private:

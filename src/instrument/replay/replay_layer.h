@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "korvane/embedded_parts.h"
 #include "korvane/instrument.h"
 #include "korvane/system.h"
 #include "platform/files.h"
@@ -13,6 +14,7 @@ namespace korvane {
 struct ReplayOptions {
     std::filesystem::path recording;
     std::filesystem::path base_folder;
+    RecordingOptions options = {};
 };
 
 /// An instrument that shows the recording's spectra in order, and then around again. Setpoints start as the

@@ -15,7 +15,9 @@ namespace {
 struct Replay : testing::Test {
     void play(const std::vector<SpectrumText>& spectra, const std::string& before_run = {}) {
         disk->put("/base/recording.mzML", RecordingText{spectra, before_run, false}.text());
-        layer = make_replay({"/base/recording.mzML", "/base"}, disk, clock);
+        layer = make_replay(
+            {"/base/recording.mzML", "/base", {{}, {}, [&](const std::string& line) { told.push_back(line); }}}, disk,
+            clock);
         globals = layer->create_globals();
         globals->initialise();
     }
@@ -30,6 +32,7 @@ struct Replay : testing::Test {
     std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
     std::shared_ptr<InstrumentLayer> layer;
     std::unique_ptr<InstrumentGlobals> globals;
+    std::vector<std::string> told;  // by the recording
 };
 
 SpectrumText spectrum_number(int number, double seconds) {
@@ -145,6 +148,7 @@ TEST_F(Replay, StartsWithTheInstrumentOfTheRecording) {
         <cvParam accession="MS:1000029" value="2000000000" unitAccession="UO:0000106"/></detector></componentList>
         </instrumentConfiguration></instrumentConfigurationList>)");
     SetpointTable& setpoints = globals->setpoints();
+    EXPECT_THAT(told, testing::IsEmpty());
     EXPECT_EQ(std::get<std::int32_t>(setpoints.value(119, 0, 0)), 1);
     EXPECT_EQ(std::get<std::int32_t>(setpoints.value(117, 0, 0)), 7);
     EXPECT_EQ(std::get<std::int32_t>(setpoints.value(18, 0, 0)), 2);
@@ -165,19 +169,23 @@ TEST_F(Replay, NamesTheRecordingThatItCannotPlayWhenItIsFirstNeeded) {
         EXPECT_EQ(layer->create_path_information()->base_folder(), "/base");
         return raised([&] { layer->create_globals(); });
     };
-    SpectrumText jumping = plain_spectrum(), wide = plain_spectrum();
-    for (std::size_t i = 200; i < 400; ++i) jumping.mz[i] += 0.4 * (jumping.mz[1] - jumping.mz[0]);
+    SpectrumText wide = plain_spectrum();
     wide.mz = {100, 100.0009, 100.0018, 1e12};
     wide.intensity = {1, 2, 3, 4};
-    std::vector<std::string> texts{RecordingText{{plain_spectrum(), jumping}, {}, false}.text(),
-                                   RecordingText{{wide}, {}, false}.text()};
-    for (const char* setpoint : {R"(name="setpoint Warp" value="1")", R"(name="setpoint MassRange" value="1e12")",
-                                 R"(name="setpoint MassRange" value="low")"}) {
+    std::vector<std::string> texts{RecordingText{{wide}, {}, false}.text()};
+    for (const char* setpoint :
+         {R"(name="setpoint MassRange" value="1e12")", R"(name="setpoint MassRange" value="low")"}) {
         std::string text = RecordingText{{plain_spectrum()}, {}, false}.text();
         texts.push_back(text.insert(text.find("<spectrumList"), "<userParam " + std::string(setpoint) + "/>"));
     }
     for (const std::string& text : texts)
         EXPECT_THAT(refusal(text), testing::StartsWith("-904|RecordingReader|recording [/base/recording.mzML]"));
+    std::string text = RecordingText{{plain_spectrum()}, {}, false}.text();
+    text.insert(text.find("<spectrumList"), R"(<userParam name="setpoint Warp" value="1"/>)");
+    EXPECT_EQ(refusal(text), "no error");
+    play({plain_spectrum(), plain_spectrum()});
+    EXPECT_THAT(told,
+                testing::ElementsAre("recording [/base/recording.mzML]: sampling interval not stated: taken as 1 ns"));
 }
 
 }  // namespace

@@ -148,7 +148,7 @@ TEST(Determinism, SpectraDependOnSeedNumberAndSettingsAlone) {
              "sample": {"calibrant_factor": 0.5}, "setpoints": {"PreAmpOffset": 3, "SlicerPosition": 7}})",
          11184995084816404592u, 1},
         // Clipped, and cut by both edges.
-        {R"({"instrument": {"spectrum_start_ns": 49708, "spectrum_duration_ns": 11}, "setpoints": {"MCP": 1000},
+        {R"({"instrument": {"spectrum_start_ns": 49708, "spectrum_duration_ns": 60}, "setpoints": {"MCP": 1000},
              "sample": {"ions": [{"mz": 500, "ions": 1e7}, {"mz": 500.1, "ions": 1e7}]}})",
          11245899856555522389u, 0}};
     for (const auto& [scene, known, polarity] : scenes)
