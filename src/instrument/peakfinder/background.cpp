@@ -72,28 +72,41 @@ BackgroundLevel densest_half(std::span<const std::int32_t> samples, double least
 }
 
 /// One step of clipping around a level; false when too few samples lie there to be the baseline.
-bool clip(std::span<const std::int32_t> samples, double least_noise, BackgroundLevel& level) {
+bool clip(std::span<const std::int32_t> samples, double least_noise, BackgroundBlock& block) {
+    BackgroundLevel& level = block.level;
     const auto centre = static_cast<std::int32_t>(std::floor(level.baseline + 0.5));
     const double reach = std::min(std::ceil(clip_deviations * level.noise), largest_clip_counts);
     const std::size_t judged = std::min<std::size_t>(samples.size(), block_stretches * stretch_samples);
     const std::size_t stretches = judged < samples.size() ? block_stretches : 1;
     ClippedMoments moments;
-    for (std::size_t i = 0; i < stretches; ++i)
+    double lowest = std::numeric_limits<double>::infinity();
+    double highest = -lowest;
+    for (std::size_t i = 0; i < stretches; ++i) {
+        ClippedMoments part;
         add_clipped(samples.subspan(i * samples.size() / stretches, judged / stretches), centre,
-                    static_cast<std::int32_t>(reach), moments);
+                    static_cast<std::int32_t>(reach), part);
+        moments.count += part.count;
+        moments.sum += part.sum;
+        moments.square_sum += part.square_sum;
+        // A stretch far from the level is at another, or full of peaks.
+        const bool is_far = part.count < least_baseline_part * static_cast<double>(judged / stretches);
+        lowest = std::min(lowest, is_far ? -reach : part.sum / part.count);
+        highest = std::max(highest, is_far ? reach : part.sum / part.count);
+    }
     if (moments.count < least_baseline_part * static_cast<double>(judged)) return false;
     const double mean = moments.sum / moments.count;
     const double variance = std::max(0.0, moments.square_sum / moments.count - mean * mean);
     level = {centre + mean, std::max(least_noise, std::sqrt(variance) / clipped_deviation)};
+    block.is_uneven = highest - lowest > uneven_deviations * level.noise;
     return true;
 }
 
-bool settle(std::span<const std::int32_t> samples, double least_noise, BackgroundLevel& level) {
+bool settle(std::span<const std::int32_t> samples, double least_noise, BackgroundBlock& block) {
     for (int step = 0; step < most_clip_steps; ++step) {
-        const BackgroundLevel before = level;
-        if (!clip(samples, least_noise, level)) return false;
-        if (std::abs(level.baseline - before.baseline) < settled_baseline_deviations * level.noise &&
-            std::abs(level.noise - before.noise) < settled_noise_part * level.noise)
+        const BackgroundLevel before = block.level;
+        if (!clip(samples, least_noise, block)) return false;
+        if (std::abs(block.level.baseline - before.baseline) < settled_baseline_deviations * block.level.noise &&
+            std::abs(block.level.noise - before.noise) < settled_noise_part * block.level.noise)
             break;
     }
     return true;
@@ -106,20 +119,6 @@ double digit_counts(std::span<const std::int32_t> samples) {
     for (Index i = 0; i < number && digit != 1; ++i)
         digit = std::gcd(digit, std::int64_t{samples[i * std::ssize(samples) / number]} - samples.front());
     return static_cast<double>(std::max<std::int64_t>(1, digit));
-}
-
-/// Whether the middles of a long block's stretches lie at different levels.
-bool is_uneven(std::span<const std::int32_t> samples, const BackgroundLevel& level) {
-    double lowest = std::numeric_limits<double>::infinity();
-    double highest = -lowest;
-    for (Index i = 0; i < block_stretches; ++i) {
-        BackgroundLevel part = level;
-        const auto stretch = samples.subspan(i * samples.size() / block_stretches, stretch_samples);
-        if (!clip(stretch, least_noise_counts, part)) return true;
-        lowest = std::min(lowest, part.baseline);
-        highest = std::max(highest, part.baseline);
-    }
-    return highest - lowest > uneven_deviations * level.noise;
 }
 
 }  // namespace
@@ -140,9 +139,7 @@ Background::Background(std::span<const std::int32_t> counts, Index first, Index 
         const BackgroundBlock& block = blocks[i];
         blocks_.push_back(block);
         const Index pieces = (block.end - block.first) / fine_block_samples;
-        if (pieces < 3 || !(jumps(i) || (i > 0 && jumps(i - 1)) ||
-                            is_uneven(counts.subspan(block.first, block.end - block.first), block.level)))
-            continue;
+        if (pieces < 3 || !(block.is_uneven || jumps(i) || (i > 0 && jumps(i - 1)))) continue;
         // Where peaks cover all of a piece, what they leave is noisier than what lies about.
         double noise = block.level.noise;
         for (const std::size_t near : {i - 1, i + 1})
@@ -158,17 +155,17 @@ Background::Background(std::span<const std::int32_t> counts, Index first, Index 
 Background::Blocks Background::parts(Index first, Index end, Index number, double most_noise) const {
     Blocks blocks;
     std::vector<Index> visible;
-    BackgroundLevel level;
+    BackgroundBlock block;
     bool followed = false;
     for (Index i = 0; i < number; ++i) {
-        const Index from = first + (end - first) * i / number;
-        const Index to = first + (end - first) * (i + 1) / number;
-        const auto samples = counts_.subspan(from, to - from);
-        followed = followed && settle(samples, least_noise_, level);
-        if (!followed) level = densest_half(samples, least_noise_);
-        followed = (followed || settle(samples, least_noise_, level)) && level.noise <= most_noise;
+        block.first = first + (end - first) * i / number;
+        block.end = first + (end - first) * (i + 1) / number;
+        const auto samples = counts_.subspan(block.first, block.end - block.first);
+        followed = followed && settle(samples, least_noise_, block);
+        if (!followed) block.level = densest_half(samples, least_noise_);
+        followed = (followed || settle(samples, least_noise_, block)) && block.level.noise <= most_noise;
         if (followed) visible.push_back(i);
-        blocks.push_back({from, to, level});
+        blocks.push_back(block);
     }
     if (visible.empty() && std::isfinite(most_noise)) return {};
     if (visible.empty() || std::ssize(visible) == number) return blocks;

@@ -24,6 +24,7 @@ struct BackgroundBlock {
     Index end = 0;
     BackgroundLevel level;
     bool steps_after = false;  ///< the level jumps at the end
+    bool is_uneven = false;    ///< the stretches of a long block lie at different levels
 
     double centre() const { return 0.5 * static_cast<double>(first + end - 1); }
 };

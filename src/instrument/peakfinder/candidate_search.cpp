@@ -249,8 +249,9 @@ private:
 std::vector<Index> chunks_above_noise(const SearchContext& context) {
     constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
     std::vector<Index> chunks;
-    for (const auto& [first, end, level, steps_after] : context.background.blocks()) {
-        const double height = std::floor(level.baseline + chunk_deviations * level.noise);
+    for (const auto& block : context.background.blocks()) {
+        const Index first = block.first, end = block.end;
+        const double height = std::floor(block.level.baseline + chunk_deviations * block.level.noise);
         const auto threshold = static_cast<std::int32_t>(std::min(height, 2147483647.0));
         Index chunk = first;
         for (; chunk + chunk_samples <= end; chunk += chunk_samples)

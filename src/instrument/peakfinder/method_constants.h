@@ -161,6 +161,8 @@ inline constexpr int crossing_steps = 30;
 inline constexpr double moment_level_part = 0.1, least_moment_sigma = 0.2;
 /// Late ions widen what is left of a peak whose top is cut off: taken away, they settle in so many fits.
 inline constexpr int flank_rounds = 4;
+/// The less of a peak is left, the more its flanks depend on how late the late ions are: part of the centre's error.
+inline constexpr double flank_error = 0.2;
 /// Of the centre, twice that of the ions; and a guess of the width's standard error.
 inline constexpr double moment_variance = 2, moment_width_error = 0.3;
 
@@ -217,7 +219,7 @@ inline constexpr double least_law_lever = 1.3;
 /// From that many deviations on a point weighs less, as the inverse of its distance, which is kept above zero.
 inline constexpr double law_outlier_deviations = 2, tail_outlier_deviations = 2.5, least_deviation = 1e-9;
 /// A fit to few ions finds them nearer together than they would come: relative, per variance of the width.
-inline constexpr double narrowing_of_few = 3;
+inline constexpr double narrowing_of_few = 5;
 /// Repetitions after which such weights have settled.
 inline constexpr int law_rounds = 6, tail_rounds = 4, counts_rounds = 3;
 

@@ -124,6 +124,8 @@ private:
         }
         samples_.others = neighbours;
         if (!fit) return fit;
+        const double limit = context_.model.saturation_counts - context_.background.at(shape.centre).baseline;
+        fit->centre_error *= 1 + flank_error * std::max(0.0, 1 - limit / shape.height);
         fit->shape = with_late(shape);
         fit->own_sigma *= widening;
         return fit;
