@@ -5,6 +5,7 @@
 #include "korvane/abort_helper.h"
 #include "korvane/automation.h"
 #include "korvane/system.h"
+#include "search_mark.h"
 #include "stopping.h"
 
 namespace korvane::program {
@@ -68,6 +69,12 @@ std::string Session::known_base_folder() {
 void Session::begin_run() {
     abort_ = std::make_unique<AbortHelper>(platform());
     look(true);
+    try {
+        if (const std::string reduced = left_reduced(*this); !reduced.empty())
+            talk("a search that was killed, or still runs, has moved the instrument: " + reduced);
+    } catch (const std::exception&) {
+        // What the instrument does not tell is told by who needs it.
+    }
 }
 
 void Session::raise_stop(std::string description) {

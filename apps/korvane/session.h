@@ -58,6 +58,8 @@ public:
     bool json = false, csv = false;
     /// Why the exit code is another one although there is a result.
     std::optional<Error> fault;
+    /// What is to live until the instrument has been given back.
+    std::shared_ptr<void> held;
     /// What the arguments ask for.
     Work work;
 
@@ -73,7 +75,7 @@ public:
     std::string known_base_folder();
 
     /// Before a command moves the instrument or takes spectra: error 1 where an abort stands, and before each spectrum
-    /// from now on.
+    /// from now on. Says where a search has left the instrument reduced.
     void begin_run();
     /// The error that ended the run, also where what runs went on without regard to it.
     const std::optional<Error>& stop() const { return stop_; }

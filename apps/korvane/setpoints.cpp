@@ -8,6 +8,7 @@
 #include "calibrants.h"
 #include "commands.h"
 #include "korvane/instrument_contract.h"
+#include "search_mark.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -297,6 +298,7 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
                                      fast_setpoint, setpoint.internal_name));
     const Bounds bounds = checked_bounds(setpoint, options);
     session.begin_run();
+    session.held = std::make_shared<SearchMark>(session);
     SpectrumParser parser(session.platform());
     AdjustProgress progress(session, bounds);
     if (!options.no_progress) parser.on_adjust_probe([&](const AdjustProbe& probe) { progress.show(probe); });

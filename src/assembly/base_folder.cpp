@@ -18,6 +18,14 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* logs_folder = "Logfiles";
+const std::string staging_name = ".korvane-new-";
+
+/// The text without the name of the folder in which everything is written first.
+std::string without_staging(std::string text) {
+    const std::size_t at = text.find(staging_name);
+    if (at != std::string::npos) text.erase(at, text.find_first_not_of("0123456789/\\", at + staging_name.size()) - at);
+    return text;
+}
 
 [[noreturn]] void fail(const char* routine, const fs::path& folder, const std::string& fault) {
     throw Error(error_number::file_or_element, routine, "base folder " + utf8_from_path(folder) + ": " + fault);
@@ -50,7 +58,7 @@ fs::path per_user_folder() {
 fs::path make_staging_folder(const fs::path& parent) {
     std::random_device random;
     for (;;) {
-        const fs::path folder = parent / (".korvane-new-" + std::to_string(random()));
+        const fs::path folder = parent / (staging_name + std::to_string(random()));
         if (fs::create_directory(folder)) return folder;
     }
 }
@@ -82,14 +90,18 @@ void write_base_data(const fs::path& folder) {
 
 // Into a folder that exists and is empty: it stays the same folder, since somebody may work in it.
 void fill(const fs::path& folder) {
+    const fs::path staging = make_staging_folder(folder);
+    std::vector<fs::path> ours{staging};
     try {
-        const fs::path staging = make_staging_folder(folder);
         write_base_data(staging);
-        for (const auto& entry : fs::directory_iterator(staging)) fs::rename(entry, folder / entry.path().filename());
+        for (const auto& entry : fs::directory_iterator(staging)) {
+            ours.push_back(folder / entry.path().filename());
+            fs::rename(entry, ours.back());
+        }
         fs::remove(staging);
     } catch (...) {
         std::error_code ignored;
-        for (const auto& entry : fs::directory_iterator(folder, ignored)) fs::remove_all(entry, ignored);
+        for (const fs::path& path : ours) fs::remove_all(path, ignored);
         throw;
     }
 }
@@ -150,7 +162,7 @@ void create_base_folder(const fs::path& folder) {
     } catch (const fs::filesystem_error& fault) {
         fail(routine, folder, fault.code().message());
     } catch (const FileError& fault) {
-        fail(routine, folder, fault.what());
+        fail(routine, folder, without_staging(fault.what()));
     }
 }
 

@@ -9,6 +9,7 @@
 #include <set>
 #include <thread>
 
+#include "korvane/listing.h"
 #include "program_run.h"
 #include "support/virtual_clock.h"
 
@@ -59,23 +60,22 @@ TEST(Everywhere, ABaseFolderMadeWithADecimalCommaWorksThereAndOnlyStoredNumbersD
     std::string classic = session(ProgramTest(), 1);
     const ProgramTest points;
     const std::locale before;
-#ifdef _WIN32
-    std::setlocale(LC_ALL, "de-DE");
-#else
+#ifndef _WIN32  // there it is the user's setting, which a process cannot change
     const std::string name = "de_DE.UTF-8", made = points.folder.file(name);
     if (std::setlocale(LC_ALL, name.c_str()) == nullptr &&
         std::system(("localedef -i de_DE -f UTF-8 '" + made + "' >/dev/null 2>&1").c_str()) == 0)
         setenv("LOCPATH", points.folder.path().c_str(), 1);
     if (std::setlocale(LC_ALL, name.c_str())) std::locale::global(std::locale(name));
 #endif
-    if (std::localeconv()->decimal_point != std::string(",")) GTEST_SKIP() << "no locale with a decimal comma";
+    if (stored_number("0.5") != "0,5") GTEST_SKIP() << "no locale with a decimal comma";
     const ProgramTest commas;
     std::string german = session(commas, 1);
     EXPECT_NE(german.find("0,5"), std::string::npos) << "the file has points";
+    const bool began_with_points = classic.find("0,5") == std::string::npos;
     std::replace(german.begin(), german.end(), ',', '.');
     std::replace(classic.begin(), classic.end(), ',', '.');
     EXPECT_EQ(german, classic);
-    EXPECT_EQ(points.run({"measure"}).code, 3) << "a number with a point was taken";
+    EXPECT_EQ(points.run({"measure"}).code, began_with_points ? 3 : 0) << "a number with a point was taken";
     EXPECT_EQ(commas.run(words_of("params set PeakHandling PeakFindWindowInPercentT 0.25")).out, "0.25\n");
     EXPECT_EQ(commas.run(words_of("masslist set 158.964 294.9388 566.8885 838.8381")).code, 0);
     EXPECT_EQ(commas.run({"masslist", "check"}).code, 0);

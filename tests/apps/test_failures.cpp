@@ -208,13 +208,18 @@ TEST(Measure, AListMayHoldMassesThatTheSpectrumDoesNotReachOrShow) {
     EXPECT_NE(program.run({"measure"}).out.find(" no peak "), std::string::npos);
 }
 
-TEST(Adjust, DrawsABarOnATerminalOnly) {
+TEST(Terminal, ShowsTheSearchAsABarAndWhatIsWaitedForAfterASecond) {
     const ProgramTest program;
-    const Outcome run = run_program({"adjust", "FragmentTune", "--mz", "566.8885", "--target", "50000", "--max", "175",
-                                     "--base", program.base.string()},
-                                    true);
-    EXPECT_NE(run.err.find("\r[###.....................] probe 1: "), std::string::npos) << run.err;
-    EXPECT_EQ(run.out.find("["), std::string::npos);
+    const auto on_terminal = [&](const std::string& command) {
+        return run_program(words_of("--base " + program.base.string() + " " + command), true);
+    };
+    const Outcome search = on_terminal("adjust FragmentTune --mz 566.8885 --target 50000 --max 175");
+    EXPECT_NE(search.err.find("\r[###.....................] probe 1: "), std::string::npos) << search.err;
+    EXPECT_EQ(search.out.find("["), std::string::npos);
+    program.scene(R"({"instrument": {"spectrum_period_ms": 1100}})");
+    const std::string err = on_terminal("measure --mass 230").err;
+    EXPECT_NE(err.find("\rwaiting for "), std::string::npos) << err;
+    EXPECT_NE(err.find("\r\x1b[KESI, "), std::string::npos) << "the line stays: " << err;
 }
 
 TEST(AbortFlag, StopsWhatMovesOrMeasuresBeforeItWritesAndNothingThatOnlyReads) {

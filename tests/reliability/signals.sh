@@ -12,14 +12,14 @@ echo '{"instrument": {"spectrum_period_ms": 20}}' >base/scene.json
 "$program" setpoint set FragmentTune 180 >/dev/null
 commands=("measure" "adjust FragmentTune --mz 566.8885 --target 50000" "record run.mzML -n 20"
           "calibration show --repeat 10" "adjust QuadAMU --mz 566.8885 --target 50000 --raise-to-reduce --fast" "verify")
-declare -A codes=([INT]=130 [TERM]=143 [HUP]=129)
+declare -A codes=([INT]=130 [TERM]=143 [HUP]=129 [PIPE]=141)
 RANDOM=1
 before=$("$program" setpoint list)
 stopped=0 ended=0 moved=0 torn=0 wrong=0
 for ((i = 0; i < count; i++)); do
     command=${commands[i % ${#commands[@]}]}
-    signals=(INT TERM HUP)
-    signal=${signals[i / ${#commands[@]} % 3]}
+    signals=(INT TERM HUP PIPE)
+    signal=${signals[i / ${#commands[@]} % 4]}
     # A background job ignores Ctrl-C unless job control is on.
     set -m
     # shellcheck disable=SC2086
