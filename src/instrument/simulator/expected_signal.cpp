@@ -2,16 +2,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 
 #include "instrument/simulator/portable_math.h"
 #include "instrument/simulator/random_stream.h"
+#include "korvane/error.h"
 #include "korvane/peak_finder.h"
 
 namespace korvane::simulation {
 
 namespace {
 
-constexpr double negligible_ions = 1e-5;  // expected in one sample
+constexpr double negligible_ions = 1e-5;             // expected in one sample
+constexpr std::size_t most_peak_samples = 20000000;  // of all peaks together: 320 MB
 
 /// Fills in the peak's samples; false where it has none.
 bool place(ExpectedPeak& peak, const PeakShape& shape, std::size_t sample_count, ExpectedSignal& signal) {
@@ -26,6 +29,9 @@ bool place(ExpectedPeak& peak, const PeakShape& shape, std::size_t sample_count,
     peak.first_sample = static_cast<std::size_t>(std::max(low, 0.0));
     peak.sample_count = static_cast<std::size_t>(std::min(high, last_sample)) + 1 - peak.first_sample;
     peak.first_value = signal.ions.size();
+    if (peak.first_value + peak.sample_count > most_peak_samples)
+        raise_runtime_fault(error_number::invalid_call,
+                            "the peaks have more than " + std::to_string(most_peak_samples) + " samples");
     for (std::size_t i = 0; i < peak.sample_count; ++i) {
         const double x = (static_cast<double>(peak.first_sample + i) - peak.centre_samples) / peak.total_sigma_samples;
         const double ions = per_density * shape.density(x);

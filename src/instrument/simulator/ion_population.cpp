@@ -41,8 +41,9 @@ void add_background(const Scene& scene, const MassTimeCalibration& law, RandomSt
         const auto next = taken_times.lower_bound(time_ns - distance);
         return next == taken_times.end() || *next > time_ns + distance;
     };
-    for (std::int32_t placed = 0, attempts = 0; placed < setup.count; ++attempts) {
-        if (attempts == 1000)
+    constexpr int most_in_a_row = 1000, most_attempts = 2000000;
+    for (int placed = 0, attempts = 0, all = 0; placed < setup.count; ++attempts, ++all) {
+        if (attempts == most_in_a_row || all == most_attempts)
             raise_runtime_fault(error_number::invalid_call, "background.count[" + std::to_string(setup.count) +
                                                                 "] peaks do not fit with background.separation_sigmas");
         IonPeak peak{.background = true};
@@ -60,6 +61,13 @@ void add_background(const Scene& scene, const MassTimeCalibration& law, RandomSt
 }  // namespace
 
 std::array<IonPeaks, 2> build_ion_population(const Scene& scene, const MassTimeCalibration& law, std::uint64_t seed) {
+    constexpr int most_atoms = 5000000;  // of all formulas: some seconds for their patterns
+    int atoms = 0;
+    for (const SceneIon& ion : scene.sample.ions)
+        for (const auto& [symbol, count] : ion.mz ? Composition() : parse_formula(ion.formula))
+            if ((atoms += count) > most_atoms)
+                raise_runtime_fault(error_number::invalid_call,
+                                    "the formulas have more than " + std::to_string(most_atoms) + " atoms");
     std::array<IonPeaks, 2> population;
     for (const SceneIon& ion : scene.sample.ions) add_scene_ion(ion, scene, law, population[ion.charge > 0 ? 0 : 1]);
     for (std::size_t polarity = 0; polarity < population.size(); ++polarity) {

@@ -15,6 +15,7 @@ constexpr int height_bits = 10;
 constexpr int pulse_bits = 10;  // of a pulse's samples, beyond the signal's own
 constexpr double pulse_reach_sigmas = 4.5;
 constexpr double most_single_ions = 1e6;  // a peak of more is drawn by counting: its pulses could not be told apart
+constexpr double most_pulses = 3e7;       // of a spectrum: some seconds; further peaks are drawn by counting
 
 std::int64_t rounded(double value) {
     return static_cast<std::int64_t>(std::floor(value + 0.5));
@@ -84,8 +85,9 @@ void PulseStatistics::add_pulse(double position_samples, std::int64_t height, Si
 void PulseStatistics::add_ions(const ExpectedSignal& expected, double counts_per_ion, RandomStream random,
                                SignalBuffer& signal) {
     prepare_pulses(expected.detector_sigma_samples, counts_per_ion);
+    double pulses = 0;
     for (const ExpectedPeak& peak : expected.peaks) {
-        if (peak.ions > most_single_ions) {
+        if (peak.ions > most_single_ions || (pulses += peak.ions) > most_pulses) {
             add_counted_peak(peak, expected, counts_per_ion, random, signal);
             continue;
         }

@@ -124,7 +124,16 @@ void SimulatedInstrument::fill(std::int64_t number, std::int32_t polarity, doubl
     spectrum.start_time_ns = timing.start_time_ns;
     spectrum.mass_data = mass_axis_.masses(*lent_[static_cast<std::size_t>(polarity)], timing.start_time_ns,
                                            conditions.sampling_interval_ns, conditions.sample_count);
-    spectrum.y_data = generator().generate(number, conditions, timing, setpoints_.revision());
+    try {
+        spectrum.y_data = generator().generate(number, conditions, timing, setpoints_.revision());
+    } catch (const Error& fault) {
+        raise_of_scene(fault);
+    }
+}
+
+void SimulatedInstrument::raise_of_scene(const Error& fault) const {
+    if (fault.number() == error_number::file_or_element) throw fault;
+    throw Error(error_number::file_or_element, "Simulator", "scene file[" + scene_name_ + "]: " + fault.description());
 }
 
 /// Made when the first spectrum is asked for: its tables cost more than everything else at the start.
@@ -133,8 +142,7 @@ SpectrumGenerator& SimulatedInstrument::generator() {
     try {
         return generator_.emplace(scene_, seed_);
     } catch (const Error& fault) {
-        throw Error(error_number::file_or_element, "Simulator",
-                    "scene file[" + scene_name_ + "]: " + fault.description());
+        raise_of_scene(fault);
     }
 }
 

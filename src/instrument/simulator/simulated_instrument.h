@@ -39,6 +39,7 @@ private:
 
     void fill(std::int64_t number, std::int32_t polarity, double minutes, AcquiredSpectrum& spectrum);
     SpectrumGenerator& generator();
+    [[noreturn]] void raise_of_scene(const Error& fault) const;
     void restore(InstrumentState state);
     InstrumentState current() const;
     InstrumentState merged_into(const std::optional<InstrumentState>& present) const;

@@ -12,7 +12,7 @@ std::shared_ptr<InstrumentLayer> make_simulator(const SimulatorOptions& options,
         const std::string scene = options.scene_path.value_or("default scene");
         return std::make_shared<SimulatedInstrument>(
             options.scene_path ? parse_scene(read_named_file(*files, scene, "scene"), scene) : default_scene(), scene,
-            options.seed, StateFile(files, options.state_path), clock);
+            options.seed, StateFile(files, clock, options.state_path), clock);
     });
 }
 

@@ -17,7 +17,7 @@ struct SimulatorOptions {
     std::string base_folder;                ///< its Logfiles folder takes the logbook
     std::uint64_t seed = 1;                 ///< same seed, same spectra
     std::optional<std::string> scene_path;  ///< without it the default scene
-    /// File that keeps setpoints, calibrations and slicer hours between programs, which use it one after the other.
+    /// File that keeps setpoints, calibrations and slicer hours between programs, which may share it.
     std::optional<std::string> state_path;
 };
 

@@ -35,6 +35,7 @@ std::optional<InstrumentState> StateFile::load() const {
 
 void StateFile::update(const std::function<InstrumentState(const std::optional<InstrumentState>&)>& merged) const {
     if (!path_) return;
+    const auto lock = wait_for_edit_lock(*files_, *clock_, *path_);
     try {
         safe_save(*files_, *path_, state_text(merged(load())));
     } catch (const FileError& fault) {

@@ -113,8 +113,11 @@ TEST(Files, ValuesBeyondTheRulesAreRefusedNamingItemAndReason) {
              {state_head + R"(, "calibrations": {"positive": {}}})", "calibrations.positive", "lacks key[coeff"},
              {state_head + R"(, "slicer_hours": )" + deep + "}", "document", "nested too deeply"}})
         EXPECT_TRUE(refusal(text, item).starts_with(reason)) << text.substr(0, 200) << ": " << refusal(text, item);
-    for (const char* text : {R"({"background": {"count": 50000}})",
-                             R"({"flight": {"use_flags": [0, 1], "law": {"coefficients": [4.5e-4, 20, -1e6]}}})"})
+    for (const char* text :
+         {R"({"background": {"count": 50000}})",
+          R"({"background": {"count": 100000, "separation_sigmas": 0, "least_ions": 9, "most_ions": 9},
+                                 "peak_shape": {"detector_width_ns": 900}})",
+          R"({"flight": {"use_flags": [0, 1], "law": {"coefficients": [4.5e-4, 20, -1e6]}}})"})
         EXPECT_TRUE(raised([&] {
                         SimulatorBench(text).acquire();
                     }).starts_with("-904|Simulator|scene file[/base/scene.json]: "));
