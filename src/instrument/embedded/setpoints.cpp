@@ -61,10 +61,15 @@ constexpr std::array definitions = std::to_array<SetpointDefinition>({
 
 static_assert(std::ranges::is_sorted(definitions, {}, &SetpointDefinition::index));
 
-double in_type(SetpointType type, double value) {
-    if (type == int32) return to_int32(value);
-    if (type == int16) return to_int16(value);
-    return value;
+double in_type(const SetpointDefinition& definition, double value) {
+    try {
+        if (definition.type == int32) return to_int32(value);
+        if (definition.type == int16) return to_int16(value);
+        return value;
+    } catch (const Error& fault) {
+        throw Error(fault.number(), fault.source(),
+                    "setpoint[" + std::to_string(definition.index) + "]: " + fault.description());
+    }
 }
 
 }  // namespace
@@ -113,8 +118,7 @@ void Setpoints::arrive(Entry& arriving) {
 bool Setpoints::command(std::int32_t index, const SetpointValue& value, bool at_once) {
     Entry& target = entry(index);
     const SetpointDefinition& definition = *target.definition;
-    const double number =
-        in_type(definition.type, std::visit([](auto plain) { return static_cast<double>(plain); }, value));
+    const double number = in_type(definition, std::visit([](auto plain) { return static_cast<double>(plain); }, value));
     if (!(number >= definition.lower_limit && number <= definition.upper_limit))
         throw Error(error_number::invalid_call, owner_,
                     "setpoint[" + std::to_string(index) + "] refuses value[" + number_text(number) +
@@ -129,7 +133,7 @@ bool Setpoints::command(std::int32_t index, const SetpointValue& value, bool at_
 
 void Setpoints::preset(std::int32_t index, double value) {
     Entry& target = entry(index);
-    target.commanded = in_type(target.definition->type, value);
+    target.commanded = in_type(*target.definition, value);
     arrive(target);
 }
 

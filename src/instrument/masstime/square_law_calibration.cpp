@@ -2,19 +2,17 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
-#include <string>
 #include <utility>
+
+#include "platform/text.h"
 
 namespace korvane {
 
 namespace {
 
 [[noreturn]] void raise_no_time(double mass) {
-    std::array<char, 32> text{};
-    const auto end = std::to_chars(text.data(), text.data() + text.size(), mass).ptr;
-    raise_runtime_fault(error_number::invalid_call, "no flight time for mass " + std::string(text.data(), end));
+    raise_runtime_fault(error_number::invalid_call, text_of("no flight time for mass[", mass, "]"));
 }
 
 }  // namespace
@@ -38,7 +36,7 @@ void SquareLawCalibration::collect_terms() {
     std::int32_t term = use_flags_.is_empty() ? 0 : use_flags_.lower_bound();
     for (const auto flag : use_flags_.elements()) {
         if (flag == 1 && taken < higher.size()) {
-            if (term < 0) raise_runtime_fault(error_number::invalid_call, "calibration term " + std::to_string(term));
+            if (term < 0) raise_runtime_fault(error_number::invalid_call, text_of("calibration term[", term, "]"));
             polynomial_.resize(static_cast<std::size_t>(term) + 1);
             polynomial_.back() = higher[taken++];
         }
