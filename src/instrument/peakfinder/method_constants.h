@@ -99,6 +99,8 @@ inline constexpr double sides_part = 0.055, sides_sigmas = 8;
 
 // --- Fit
 
+/// There a Gaussian has fallen to 1.5e-8.
+inline constexpr double gone_sigmas = 6;
 /// Beyond lies 0.006 % of a Gaussian: of a peak, and of an ion's pulse.
 inline constexpr double fit_reach_sigmas = 4, pulse_reach_sigmas = 4;
 /// Part of the height that is added to every sample's variance, in counts squared per count per ion: keeps the ends of

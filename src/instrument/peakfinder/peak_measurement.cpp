@@ -25,7 +25,8 @@ double crossing(const PeakShape& left, const PeakShape& right) {
 /// Peaks within reach of one another, which are fitted in turn, each to what the others leave.
 class PeakGroup {
 public:
-    PeakGroup(const SearchContext& context, std::span<FittedPeak> peaks) : context_(context), peaks_(peaks) {
+    PeakGroup(const SearchContext& context, std::span<FittedPeak> peaks)
+        : context_(context), peaks_(peaks), models_(peaks.size()) {
         for (const auto& peak : peaks) candidates_.push_back(peak.fit.shape.centre);
     }
 
@@ -61,6 +62,25 @@ private:
         }
     }
 
+    /// The samples of a peak as far as it reaches, kept until it moves.
+    struct Modelled {
+        PeakShape shape;
+        SampleRange range;
+        std::vector<double> counts;
+    };
+
+    const Modelled& modelled(std::size_t index) {
+        const PeakShape& shape = peaks_[index].fit.shape;
+        Modelled& model = models_[index];
+        if (model.shape == shape && model.range.size() > 0) return model;
+        model.shape = shape;
+        model.range = context_.samples_between(std::floor(shape.centre - loaded_sigmas * shape.sigma),
+                                               std::ceil(shape.centre + late_reach_sigmas * shape.sigma));
+        model.counts.assign(model.range.size(), 0.0);
+        add_late_peak_samples(shape, context_.late_part(shape.sigma), model.range.first, model.counts);
+        return model;
+    }
+
     void load_samples(std::size_t index) {
         const PeakShape& shape = peaks_[index].fit.shape;
         const double reach = loaded_sigmas * shape.sigma + 1;
@@ -74,10 +94,12 @@ private:
         samples_.others.assign(range.size(), 0.0);
         for (const int direction : {-1, 1}) {
             for (Index i = index + direction; i >= 0 && i < std::ssize(peaks_); i += direction) {
-                const PeakShape& other = peaks_[i].fit.shape;
-                if (other.centre + late_reach_sigmas * other.sigma < range.first) break;
-                if (other.centre - loaded_sigmas * other.sigma > range.end - 1) break;
-                add_late_peak_samples(other, context_.late_part(other.sigma), range.first, samples_.others);
+                const Modelled& other = modelled(i);
+                const Index from = std::max(range.first, other.range.first);
+                const Index to = std::min(range.end, other.range.end);
+                if (from >= to) break;
+                for (Index k = from; k < to; ++k)
+                    samples_.others[k - range.first] += other.counts[k - other.range.first];
             }
         }
     }
@@ -242,6 +264,7 @@ private:
 
     const SearchContext& context_;
     std::span<FittedPeak> peaks_;
+    std::vector<Modelled> models_;
     std::vector<double> candidates_;  // centres
     PeakSamples samples_;             // of the peak that is being fitted
     std::vector<double> values_;

@@ -71,12 +71,14 @@ void add_late_peak_samples(const PeakShape& fitted, double tail_fraction, Index 
     double decay = 0;
     for (Index i = 0; i < std::ssize(values); ++i) {
         const double u = (static_cast<double>(first) + static_cast<double>(i) - centre) / sigma;
-        // exp(r^2 / 2 - r u) erfc(x) with x = (r - u) / sqrt 2 and erfc(|x|) = p exp(-x^2): exp(-u^2 / 2) p.
-        double late = in_time[i] * scaled_erfc(std::abs(rate - u) / std::numbers::sqrt2);
-        if (u > rate) {
-            decay = decay > 0 ? decay * step : 2 * std::exp(0.5 * rate * rate - rate * u);
-            late = decay - late;
+        if (u > rate) decay = decay > 0 ? decay * step : 2 * std::exp(0.5 * rate * rate - rate * u);
+        if (std::abs(u) > gone_sigmas) {
+            values[i] += delayed * decay;
+            continue;
         }
+        // exp(r^2 / 2 - r u) erfc(x) with x = (r - u) / sqrt 2 and erfc(|x|) = p exp(-x^2): exp(-u^2 / 2) p.
+        const double near = in_time[i] * scaled_erfc(std::abs(rate - u) / std::numbers::sqrt2);
+        const double late = u > rate ? decay - near : near;
         values[i] += (1 - tail_fraction) * height * in_time[i] + delayed * late;
     }
 }

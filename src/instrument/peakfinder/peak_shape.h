@@ -11,6 +11,8 @@ struct PeakShape {
     double height = 0;
     double centre = 0;
     double sigma = 1;
+
+    friend bool operator==(const PeakShape&, const PeakShape&) = default;
 };
 
 /// h exp(-((i - c) / s)^2 / 2) at samples first, first + 1, ... By recurrence from the sample nearest to the centre,
