@@ -150,7 +150,7 @@ TEST(Determinism, SpectraDependOnSeedNumberAndSettingsAlone) {
         // Clipped, and cut by both edges.
         {R"({"instrument": {"spectrum_start_ns": 49708, "spectrum_duration_ns": 60}, "setpoints": {"MCP": 1000},
              "sample": {"ions": [{"mz": 500, "ions": 1e7}, {"mz": 500.1, "ions": 1e7}]}})",
-         11245899856555522389u, 0}};
+         2115780300488095111u, 0}};
     for (const auto& [scene, known, polarity] : scenes)
         for (const std::uint64_t seed : {42, 43}) {
             SimulatorBench bench(scene, seed);
