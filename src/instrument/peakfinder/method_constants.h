@@ -8,8 +8,7 @@ namespace korvane::method {
 
 // --- Window
 
-/// Samples on either side of a window that are looked at too: a short block of background each.
-inline constexpr double context_samples = 256;
+inline constexpr double context_samples = 256;  ///< beside a window, looked at too: a short block of background each
 /// Another search is made when the refined model's widths differ by more, or when its ions scatter so much less that
 /// shallower valleys count, or so much more that chance has made peaks. Chosen.
 inline constexpr double agreeing_width_part = 0.2, agreeing_ion_variance_part = 0.85, most_ion_variance_part = 2;
@@ -26,8 +25,7 @@ inline constexpr std::ptrdiff_t fine_block_samples = 512;
 inline constexpr double uneven_deviations = 0.7, jump_deviations = 1, most_noise_part = 1.5;
 /// A step of the level is larger, and leaves that much less in squares of deviations than a slope.
 inline constexpr double step_deviations = 2.5, least_step_gain = 50;
-/// Looked at for what all counts are multiples of.
-inline constexpr std::ptrdiff_t digit_samples = 256;
+inline constexpr std::ptrdiff_t digit_samples = 256;  ///< Looked at for what all counts are multiples of.
 /// Long blocks are judged by stretches of them: a mean of 1024 samples is good to a thirtieth of the noise.
 inline constexpr std::ptrdiff_t block_stretches = 4, stretch_samples = 256;
 /// Sorted for the first guess of a block: its half is good to a fifth of the noise.
