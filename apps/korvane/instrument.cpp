@@ -8,6 +8,7 @@
 #include "korvane/conformance.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/recording.h"
+#include "stopping.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -93,7 +94,7 @@ constexpr const char* call_help =
 ExitCode call_lines(Session& session) {
     automation::TextCalls calls(session.platform());
     ExitCode code = ExitCode::done;
-    for (std::string line; std::getline(std::cin, line);) {
+    for (std::string line; !stop_signal() && std::getline(std::cin, line);) {
         Json failure;
         try {
             const std::vector<std::string> words = automation::words_of_line(line);

@@ -113,7 +113,7 @@ void note_stop_signals() {
         sigaction(signal, nullptr, &action);
         if (action.sa_handler == SIG_IGN) continue;
         action.sa_handler = note;
-        action.sa_flags = SA_RESTART;
+        action.sa_flags = 0;  // who waits for input is to wake up
         sigaction(signal, &action, nullptr);
     }
 }
