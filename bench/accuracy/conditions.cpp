@@ -182,6 +182,9 @@ const std::vector<Condition>& conditions() {
         {"clipped at 30 %", [](Random& random) { return clipped(random, 0.3); }},
         {"clipped at 10 %", [](Random& random) { return clipped(random, 0.1); }},
         {"pairs 1.25 widths apart, 1:3", [](Random& random) { return pairs(random, 1.25, 3000, 1 / 3.0); }},
+        {"equal pairs of 1,000 ions 1.5 widths apart", [](Random& random) { return pairs(random, 1.5, 1000, 1); },
+         true},
+        {"pairs 2 widths apart, 10:1", [](Random& random) { return pairs(random, 2, 3000, 0.1); }, true},
         {"8 % of the ions in a tail of 4 sigma",
          [](Random& random) {
              Profile profile = lone(random, 4, 8, 20, 300, 10000);

@@ -137,7 +137,6 @@ void PeakScore::add(const SyntheticSet& set, const TruePeak& truth, const Measur
     const TrueShape shape = true_shape(set, truth);
     position_ns.add(found.record.pkCentroid - truth.time_ns);
     relative_width.add(found.record.pkWidth / shape.fwhm_ns);
-    relative_height.add(found.record.pkHeight / shape.height_counts);
     relative_area.add(found.record.pkArea / (truth.ions * set.counts_per_ion));
     stated_variance.add(found.uncertainty.centroid * found.uncertainty.centroid);
 }

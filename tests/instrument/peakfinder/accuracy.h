@@ -37,7 +37,7 @@ private:
 /// Of one true peak over many spectra.
 struct PeakScore {
     double ions = 0;
-    Spread position_ns, relative_width, relative_area, relative_height, stated_variance;
+    Spread position_ns, relative_width, relative_area, stated_variance;
     InformationBounds bounds;
     int missed = 0;
 
