@@ -211,6 +211,13 @@ void Background::find_steps() {
 }
 
 Background::Blocks::const_iterator Background::right_of(double sample) const {
+    // Mostly all blocks are equally long.
+    const double length = static_cast<double>(blocks_.front().end - blocks_.front().first);
+    const double place = std::max(0.0, (sample - blocks_.front().centre()) / length + 1);
+    const auto guess = static_cast<Index>(std::min(place, static_cast<double>(blocks_.size())));
+    const auto right = blocks_.begin() + guess;
+    const bool is_after = right == blocks_.end() || right->centre() > sample;
+    if (is_after && (guess == 0 || std::prev(right)->centre() <= sample)) return right;
     return std::ranges::upper_bound(blocks_, sample, {}, &BackgroundBlock::centre);
 }
 

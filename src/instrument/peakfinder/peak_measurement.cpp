@@ -25,8 +25,7 @@ double crossing(const PeakShape& left, const PeakShape& right) {
 /// Peaks within reach of one another, which are fitted in turn, each to what the others leave.
 class PeakGroup {
 public:
-    PeakGroup(const SearchContext& context, std::span<FittedPeak> peaks)
-        : context_(context), peaks_(peaks), models_(peaks.size()) {
+    PeakGroup(const SearchContext& context, std::span<FittedPeak> peaks) : context_(context), peaks_(peaks) {
         for (const auto& peak : peaks) candidates_.push_back(peak.fit.shape.centre);
     }
 
@@ -38,9 +37,10 @@ public:
 private:
     /// Each again while a neighbour within reach has moved since.
     void fit_together() {
+        if (peaks_.size() == 1) return fit_one(0);
+        models_.resize(peaks_.size());
         std::vector<bool> disturbed(peaks_.size(), true);
-        const int rounds = peaks_.size() == 1 ? 1 : most_rounds;
-        for (int round = 0; round < rounds; ++round) {
+        for (int round = 0; round < most_rounds; ++round) {
             bool moved = false;
             for (std::size_t i = 0; i < peaks_.size(); ++i) {
                 if (!disturbed[i]) continue;
@@ -208,9 +208,10 @@ private:
     bool stands_out(const FittedPeak& peak, double noise_variance) const {
         if (peak.area > surrounded_ions_of_fit * context_.model.counts_per_ion) return true;
         const PeakShape& shape = peak.fit.shape;
+        const double step = 1 / shape.sigma;
         double sides = 0, side_samples = 0, middle = 0, middle_samples = 0;
         for (Index i = 0; i < std::ssize(samples_.above); ++i) {
-            const double u = std::abs(static_cast<double>(samples_.first + i) - shape.centre) / shape.sigma;
+            const double u = std::abs(static_cast<double>(samples_.first + i) - shape.centre) * step;
             if (u > side_reach_sigmas || samples_.above[i] == saturated) continue;
             const bool inside = u < 0.5 * side_reach_sigmas;
             (inside ? middle : sides) += samples_.above[i] - samples_.other(i);
