@@ -266,7 +266,8 @@ public:
         const HANDLE search = FindFirstFileW(pattern.c_str(), &entry);
         if (search == INVALID_HANDLE_VALUE) {
             if (GetLastError() == ERROR_FILE_NOT_FOUND) return {};
-            fail("list the folder", folder, GetLastError());
+            // What is wrong with the pattern below a file is its folder.
+            fail("list the folder", folder, GetLastError() == ERROR_INVALID_NAME ? ERROR_DIRECTORY : GetLastError());
         }
         std::vector<std::string> names;
         do {

@@ -64,6 +64,7 @@ TEST(SearchRules, ErrorsOutsideTheProbesAreRaisedAndLoggedWhereTheLogIsChosen) {
     EXPECT_EQ(test.journal_of("write 127"), Lines{"write 127 = 10000 (double)"});
     EXPECT_TRUE(std::isfinite(test.adjust(251000, 0, 100, std::nan("")))) << "went on for ever";
     test.test.preference("BinarySearchLoggingEnabled", "3000");
+    test.parser = SpectrumParser(test.platform());  // lets go of the logs
     std::filesystem::remove_all(test.test.base() / "Logfiles");
     EXPECT_NO_THROW(SpectrumParser(test.platform()).BinaryAdjustAbundanceDownUsingThisSetpoint(50, 900, 251000));
     EXPECT_THAT(test.traced_by("WriteLineToBinarySearchLogFile"),

@@ -8,6 +8,7 @@
 #include "korvane/abort_helper.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
+#include "platform/files.h"
 #include "support/memory_platform.h"
 #include "support/raised.h"
 
@@ -312,7 +313,7 @@ TEST_F(Stores, ReadKeepsItsCopyUntilAReloadAndAWriteEditsTheFileOfNow) {
 }
 
 TEST_F(Stores, AnyFlagTextButZeroIsAnAbortSeenByAnotherHelper) {
-    world.layer->state->base_folder = "/base";  // without a separator at its end
+    if (join_path("/base", "x") == "/base/x") world.layer->state->base_folder = "/base";  // no separator at its end
     AbortHelper interface(world.platform()), loop(world.platform());
     EXPECT_FALSE(loop.UserHasClickedAbort());
     interface.TriggerAbort();
