@@ -31,6 +31,12 @@ windows() {
     cmake --preset windows64 -DKORVANE_TESTS=ON >/dev/null
     cmake --build --preset windows64
     ctest --preset windows64 --no-tests=error -j2
+    # The decimal separator is the user's setting there: once more with a comma.
+    local setting=('HKCU\Control Panel\International' /v sDecimal /f) passed=yes
+    wine reg add "${setting[@]}" /d , >/dev/null 2>&1 </dev/null
+    wine build/windows64/bin/test_apps.exe --gtest_brief=1 '--gtest_filter=*DecimalComma*' </dev/null || passed=no
+    wine reg add "${setting[@]}" /d . >/dev/null 2>&1 </dev/null
+    [ $passed = yes ]
     echo "== windows32"
     # There is no 32-bit Wine to run it on: it is built, and its imports are looked at.
     cmake --preset windows32 >/dev/null
