@@ -93,12 +93,12 @@ class KORVANE_API TextCalls {
 public:
     explicit TextCalls(Platform platform) : platform_(std::move(platform)) {}
 
-    /// The first word is "CLASS.MEMBER" or "CLASS.PROPERTY=" (a put), the others are its arguments: JSON (numbers, texts,
-    /// booleans, null, arrays, records as objects of their fields, {"call": "CLASS.MEMBER", "arguments": [...]} for an
-    /// object) or else plain text; "name=..." with a parameter's name passes it by name. Returns a JSON object with
-    /// "result" and, where there are any, "by_reference" with the new values of the arguments that were changed; on one
-    /// line, or indented. Errors as `LateBound::invoke`; 5 naming an argument that is malformed JSON of an array or
-    /// object.
+    /// The first word is "CLASS.MEMBER" or "CLASS.PROPERTY=" (a put), the others are its arguments: JSON (numbers,
+    /// texts, booleans, null, arrays, records as objects of their fields, {"call": "CLASS.MEMBER", "arguments": [...]}
+    /// for an object) or else plain text; "name=..." with a parameter's name passes it by name. Returns a JSON object
+    /// with "result" and, where there are any, "by_reference" with the new values of the arguments that were changed;
+    /// on one line, or indented. Errors as `LateBound::invoke`; 5 naming an argument that is malformed JSON of an array
+    /// or object.
     std::string call(const std::vector<std::string>& words, int indent = -1);
     /// The object of a class, by name or ProgID. Error 429 naming an unknown one.
     Object object_of(const std::string& class_name);
