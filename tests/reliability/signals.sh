@@ -25,7 +25,7 @@ for ((i = 0; i < count; i++)); do
     # shellcheck disable=SC2086
     "$program" $command >/dev/null 2>"$folder/talk" &
     set +m
-    sleep "0.$(printf %03d $((RANDOM % 600)))"
+    sleep "0.$(printf %03d $((RANDOM % 300)))"
     kill -"$signal" $! 2>/dev/null
     wait $!
     code=$?

@@ -123,6 +123,7 @@ void TroubledClient::begin(const Operation& operation, Trouble trouble, int at_c
     before_.clear();
     for (const auto& [index, setpoint] : instrument.setpoints) before_[index] = setpoint.value;
     instrument.journal.clear();
+    world.peaks.journal.clear();
     instrument.calls = 0;
     met_ = false;
     trouble_ = trouble;
