@@ -1,7 +1,6 @@
 #include "stopping.h"
 
 #include <csignal>
-#include <optional>
 #include <string_view>
 
 #include "korvane/forwarding.h"
@@ -42,16 +41,13 @@ public:
 
     InstrumentControl* control() override {
         InstrumentControl* const control = ForwardingInstrumentGlobals::control();
-        if (!control) return nullptr;
-        if (!control_ || control != target_control_) control_.emplace(*(target_control_ = control), look_);
-        return &*control_;
+        return control ? &control_.of(*control, look_) : nullptr;
     }
 
 private:
     void before(const char*) const override { look_(false); }
     Look look_;
-    InstrumentControl* target_control_ = nullptr;
-    std::optional<WatchedControl> control_;
+    Lent<WatchedControl> control_;
 };
 
 class WatchedLayer final : public ForwardingInstrumentLayer {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -33,6 +34,24 @@ protected:
 
 private:
     std::shared_ptr<Interface> target_;
+};
+
+/// The bent form of an object that another one lends, for overrides of the member that lends it: made at the first use,
+/// and anew where a different object is lent.
+template <class Bent>
+class Lent {
+public:
+    /// What follows the object goes to the bent form's constructor, too.
+    template <class Interface, class... More>
+    Bent& of(Interface& lent, const More&... more) {
+        if (lent_ != &lent) bent_.emplace(lent, more...);
+        lent_ = &lent;
+        return *bent_;
+    }
+
+private:
+    const void* lent_ = nullptr;
+    std::optional<Bent> bent_;
 };
 
 struct ForwardingSetpointTable : Forwarding<SetpointTable> {

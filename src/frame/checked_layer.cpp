@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
 #include <vector>
 
 #include "korvane/error.h"
@@ -23,24 +22,6 @@ template <class Forwarded>
 struct Noted : Forwarded {
     using Forwarded::Forwarded;
     void before(const char* member) const override { note_instrument_call(member); }
-};
-
-/// The checked form of an object that the layer lends, as long as it lends the same one.
-template <class Checked>
-class Lent {
-public:
-    template <class Interface>
-    Checked& of(Interface& lent) {
-        if (known_ != &lent) {
-            checked_.emplace(lent);
-            known_ = &lent;
-        }
-        return *checked_;
-    }
-
-private:
-    const void* known_ = nullptr;
-    std::optional<Checked> checked_;
 };
 
 class CheckedControl final : public Noted<ForwardingInstrumentControl> {

@@ -60,7 +60,7 @@ struct Restoring::Journal {
     }
 };
 
-/// Notes the writes that go through it. Tables and channels keep their globals alive, for the way back.
+/// Notes the writes that go through it.
 class Restoring::Layer final : public ForwardingInstrumentLayer {
 public:
     Layer(std::shared_ptr<InstrumentLayer> layer, std::shared_ptr<Journal> journal)
@@ -73,56 +73,44 @@ public:
     }
 
 private:
-    class Table final : public ForwardingSetpointTable {
-    public:
-        Table(std::shared_ptr<InstrumentGlobals> globals, std::shared_ptr<Journal> journal)
-            : ForwardingSetpointTable(globals->setpoints()),
-              globals_(std::move(globals)),
-              journal_(std::move(journal)) {}
-
-        void write(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment,
-                   const SetpointValue& value) override {
-            const auto table = [globals = globals_]() -> SetpointTable& { return globals->setpoints(); };
-            const std::string name = target().internal_name(index);
-            journal_->write(
-                {{Place::Kind::setpoint, index, time_segment, scan_segment},
-                 name,
-                 0,
-                 0,
-                 [=] { return number_of(table().value(index, time_segment, scan_segment), name); },
-                 [=](double number) { table().write(index, time_segment, scan_segment, of_the_type(value, number)); }},
-                [&] { ForwardingSetpointTable::write(index, time_segment, scan_segment, value); });
-        }
-
-    private:
-        std::shared_ptr<InstrumentGlobals> globals_;
-        std::shared_ptr<Journal> journal_;
+    /// A view of the instrument; it keeps its globals alive, for the way back.
+    template <class View>
+    struct Noting : View {
+        template <class Interface>
+        Noting(Interface& view, std::shared_ptr<InstrumentGlobals> its_globals, std::shared_ptr<Journal> its_journal)
+            : View(view), globals(std::move(its_globals)), journal(std::move(its_journal)) {}
+        std::shared_ptr<InstrumentGlobals> globals;
+        std::shared_ptr<Journal> journal;
     };
 
-    class Channels final : public ForwardingFirmwareChannels {
-    public:
-        Channels(std::shared_ptr<InstrumentGlobals> globals, std::shared_ptr<Journal> journal)
-            : ForwardingFirmwareChannels(globals->firmware()),
-              globals_(std::move(globals)),
-              journal_(std::move(journal)) {}
+    struct Table final : Noting<ForwardingSetpointTable> {
+        using Noting::Noting;
+        void write(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment,
+                   const SetpointValue& value) override {
+            const std::string name = target().internal_name(index);
+            const auto table = [held = globals]() -> SetpointTable& { return held->setpoints(); };
+            const auto read = [=] { return number_of(table().value(index, time_segment, scan_segment), name); };
+            const auto put = [=](double number) {
+                table().write(index, time_segment, scan_segment, of_the_type(value, number));
+            };
+            journal->write({{Place::Kind::setpoint, index, time_segment, scan_segment}, name, 0, {}, read, put},
+                           [&] { ForwardingSetpointTable::write(index, time_segment, scan_segment, value); });
+        }
+    };
 
+    struct Channels final : Noting<ForwardingFirmwareChannels> {
+        using Noting::Noting;
         std::int32_t write(std::int32_t channel, float value) override {
+            const std::string name = "firmware channel " + std::to_string(channel);
+            const auto read = [held = globals, channel] { return held->firmware().read(channel); };
+            const auto put = [held = globals, channel](double number) {
+                held->firmware().write(channel, static_cast<float>(number));
+            };
             std::int32_t status = 0;
-            journal_->write({{Place::Kind::firmware, channel, 0, 0},
-                             "firmware channel " + std::to_string(channel),
-                             0,
-                             {},
-                             [globals = globals_, channel] { return globals->firmware().read(channel); },
-                             [globals = globals_, channel](double number) {
-                                 globals->firmware().write(channel, static_cast<float>(number));
-                             }},
-                            [&] { status = ForwardingFirmwareChannels::write(channel, value); });
+            journal->write({{Place::Kind::firmware, channel, 0, 0}, name, 0, {}, read, put},
+                           [&] { status = ForwardingFirmwareChannels::write(channel, value); });
             return status;
         }
-
-    private:
-        std::shared_ptr<InstrumentGlobals> globals_;
-        std::shared_ptr<Journal> journal_;
     };
 
     class Globals final : public ForwardingInstrumentGlobals {
@@ -130,21 +118,14 @@ private:
         Globals(std::shared_ptr<InstrumentGlobals> globals, std::shared_ptr<Journal> journal)
             : ForwardingInstrumentGlobals(globals), globals_(std::move(globals)), journal_(std::move(journal)) {}
 
-        // References are valid from `initialise` on only.
-        SetpointTable& setpoints() override {
-            if (!table_) table_.emplace(globals_, journal_);
-            return *table_;
-        }
-        FirmwareChannels& firmware() override {
-            if (!channels_) channels_.emplace(globals_, journal_);
-            return *channels_;
-        }
+        SetpointTable& setpoints() override { return table_.of(globals_->setpoints(), globals_, journal_); }
+        FirmwareChannels& firmware() override { return channels_.of(globals_->firmware(), globals_, journal_); }
 
     private:
         std::shared_ptr<InstrumentGlobals> globals_;
         std::shared_ptr<Journal> journal_;
-        std::optional<Table> table_;
-        std::optional<Channels> channels_;
+        Lent<Table> table_;
+        Lent<Channels> channels_;
     };
 
     std::shared_ptr<Journal> journal_;
