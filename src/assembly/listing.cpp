@@ -1,5 +1,6 @@
 #include "korvane/listing.h"
 
+#include "frame/lazy_instrument.h"
 #include "korvane/error.h"
 #include "platform/automation_arithmetic.h"
 #include "platform/files.h"
@@ -31,16 +32,10 @@ std::string replaced(std::string text, const std::string& old, const std::string
     return text;
 }
 
-std::string base_folder(const Platform& platform) {
-    const auto paths = platform.instrument->create_path_information();
-    if (!paths) raise_runtime_fault(error_number::object_not_set, "create_path_information");
-    return paths->base_folder();
-}
-
 }  // namespace
 
 std::vector<ListedParameter> list_tune_parameters(const Platform& platform, const std::string& tree) {
-    const ListedFile file(platform, join_path(base_folder(platform), "TuneParams.xml"));
+    const ListedFile file(platform, join_path(base_folder(*platform.instrument), "TuneParams.xml"));
     std::vector<ListedParameter> parameters;
     for (const XmlElement& group : file.element("/QTOFTuneParams/TOF/" + tree).select_all("*"))
         for (const XmlElement& leaf : group.select_all("*"))
@@ -49,7 +44,7 @@ std::vector<ListedParameter> list_tune_parameters(const Platform& platform, cons
 }
 
 std::vector<ListedPreference> list_tune_preferences(const Platform& platform) {
-    const ListedFile file(platform, join_path(base_folder(platform), "TunePreferences.xml"));
+    const ListedFile file(platform, join_path(base_folder(*platform.instrument), "TunePreferences.xml"));
     std::vector<ListedPreference> preferences;
     for (const XmlElement& leaf : file.element("/TunePreferences").select_all("*"))
         preferences.push_back({leaf.name(), leaf.text()});
@@ -77,7 +72,7 @@ std::string plain_number(const std::string& text) {
 }
 
 std::string default_mass_list_file(const Platform& platform) {
-    return join_path(join_path(base_folder(platform), "MassLists"), "default_calibration_mass_list.xml");
+    return join_path(join_path(base_folder(*platform.instrument), "MassLists"), "default_calibration_mass_list.xml");
 }
 
 }  // namespace korvane

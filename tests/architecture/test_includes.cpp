@@ -33,7 +33,7 @@ const std::map<std::string, Names> allowed_rooms{
     {"instrument/replay", {"instrument/embedded", "platform", "instrument/masstime", "instrument/peakfinder"}},
     {"instrument/library", {"platform"}},
     {"instrument/conformance", {"platform"}},
-    {"assembly", {"globals", "platform", "instrument/simulator", "instrument/replay", "instrument/library"}},
+    {"assembly", {"globals", "frame", "platform", "instrument/simulator", "instrument/replay", "instrument/library"}},
     {"automation", {"frame", "platform"}},
     {"automation/com", {"automation", "instrument/library", "frame", "platform"}},
 };
