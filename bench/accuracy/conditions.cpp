@@ -81,6 +81,11 @@ Profile clipped(Random& random, double part) {
     return profile;
 }
 
+Profile with(Profile profile, double Profile::*trait, double value) {
+    profile.*trait = value;
+    return profile;
+}
+
 }  // namespace
 
 double Profile::ions_at(const ProfilePeak& peak, double sample) const {
@@ -164,17 +169,9 @@ const std::vector<Condition>& conditions() {
         {"clusters 1.8 widths apart", [](Random& random) { return clusters(random, 1.8); }},
         {"clusters 2.0 widths apart", [](Random& random) { return clusters(random, 2.0); }},
         {"baseline ripple of 2 deviations, period 6,000 samples",
-         [](Random& random) {
-             Profile profile = lone(random, 4, 8, 30, 50, 3000);
-             profile.ripple_deviations = 2;
-             return profile;
-         }},
+         [](Random& random) { return with(lone(random, 4, 8, 30, 50, 3000), &Profile::ripple_deviations, 2); }},
         {"steps of 10 deviations each 5,000 samples",
-         [](Random& random) {
-             Profile profile = lone(random, 4, 8, 30, 50, 3000);
-             profile.step_deviations = 10;
-             return profile;
-         }},
+         [](Random& random) { return with(lone(random, 4, 8, 30, 50, 3000), &Profile::step_deviations, 10); }},
         {"10 ions a peak", [](Random& random) { return lone(random, 4, 8, 40, 10, 10); }},
         {"30 ions, two peaks 3 widths apart", [](Random& random) { return pairs(random, 3, 30, 1); }},
         {"30 ions, two peaks 3 widths apart", [](Random& random) { return pairs(random, 3, 30, 1); }, true},
@@ -208,11 +205,7 @@ const std::vector<Condition>& conditions() {
          }},
         {"1.2 samples a width", [](Random& random) { return lone(random, 1.2, 1.2, 30, 100, 3000); }},
         {"noise of 0.05 ions",
-         [](Random& random) {
-             Profile profile = lone(random, 4, 8, 30, 100, 3000);
-             profile.counts_per_ion = 280;
-             return profile;
-         }},
+         [](Random& random) { return with(lone(random, 4, 8, 30, 100, 3000), &Profile::counts_per_ion, 280); }},
         {"371 peaks in a chain, 1.6 to 2.4 widths apart",
          [](Random& random) {
              Profile profile = drawn_shape(random, 5, 7);
