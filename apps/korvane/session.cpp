@@ -13,7 +13,7 @@ namespace korvane::program {
 Session::Session(Streams streams, Platform system) : streams_(streams), system_(std::move(system)) {}
 Session::~Session() = default;
 
-Platform Session::build_platform() const {
+Platform Session::build_platform() {
     if (options.instrument) return automation::make_outside_platform(*options.instrument);
     const bool embedded_wanted = options.base || options.scene || options.replay;
     if (const auto outside = default_instrument(); outside && !embedded_wanted)
@@ -22,7 +22,7 @@ Platform Session::build_platform() const {
     if (options.base) embedded.base_folder = path_of(*options.base);
     if (options.scene) embedded.scene = path_of(*options.scene);
     if (options.replay) embedded.replay = path_of(*options.replay);
-    embedded.recording.tell = [&err = streams_.err](const std::string& line) { err << line << std::endl; };
+    embedded.recording.tell = [this](const std::string& line) { talk(line); };
     embedded.seed = options.seed;
     return make_embedded_platform(embedded, system_);
 }

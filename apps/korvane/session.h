@@ -101,7 +101,7 @@ public:
     bool talk_is_terminal() const { return streams_.err_is_terminal; }
 
 private:
-    Platform build_platform() const;
+    Platform build_platform();
     std::string instrument_name() const;
     void look(bool at_spectrum);
     [[noreturn]] void raise_stop(std::string description);

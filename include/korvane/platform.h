@@ -25,8 +25,7 @@ struct KORVANE_API Platform {
     std::shared_ptr<TracerFactory> tracers;
 
     /// The process's own platform: the instrument that the environment variable KORVANE_INSTRUMENT names, else the
-    /// embedded one. Built once, at the first call, which never fails; what it lacks is
-    /// told at the first use.
+    /// embedded one. Built once, at the first call, which never fails; what it lacks is told at the first use.
     static const Platform& process_default();
 };
 
