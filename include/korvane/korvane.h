@@ -6,6 +6,8 @@
 #include "korvane/automation_value.h"
 #include "korvane/autotune_status.h"
 #include "korvane/cal_mass_list.h"
+#include "korvane/calibrants.h"
+#include "korvane/calibration_fit.h"
 #include "korvane/conformance.h"
 #include "korvane/embedded.h"
 #include "korvane/embedded_parts.h"

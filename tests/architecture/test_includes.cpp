@@ -43,12 +43,17 @@ const Names automation_rooms{"automation", "automation/com"};
 
 // Public headers of a class, and the lowest room that knows the class; every other public header is vocabulary.
 const std::map<std::string, Names> class_headers{
-    {"tune_params_xml", {"config", "globals", "spectrum", "abundance"}},
+    {"tune_params_xml", {"config", "globals", "spectrum", "abundance", "tune"}},
     {"tune_prefs_xml", {"config", "globals", "spectrum", "abundance"}},
     {"abort_helper", {"config", "globals", "spectrum", "abundance"}},
     {"cal_mass_list", {"masslist", "globals"}},
     {"tune_globals", {"globals", "spectrum", "abundance", "tune"}},
     {"spectrum_parser", {"spectrum", "abundance", "tune"}},
+    {"calibrants", {"tune"}},
+    {"calibration_fit", {"tune"}},
+    {"secant_search", {"tune"}},
+    {"verdict", {"tune"}},
+    {"tune_record", {"tune"}},
     {"recording", {"assembly"}},
     {"korvane", {}},
     {"automation", {}},

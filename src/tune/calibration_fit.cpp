@@ -1,0 +1,385 @@
+#include "korvane/calibration_fit.h"
+
+#include <fmt/format.h>
+
+#include <Eigen/Dense>
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numeric>
+#include <optional>
+#include <random>
+
+#include "tune/law_slope.h"
+
+namespace korvane {
+
+namespace {
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::VectorXd;
+
+constexpr std::size_t least_calibrants = 3;
+constexpr double ppm = 1e6;
+/// Robust standard deviations beyond which a calibrant is left out (Rousseeuw and Leroy say 2.5).
+constexpr double outlier_limit = 3;
+/// Subsets tried; all of them where there are fewer. 500 miss a clean one of four among 30 % outliers once in 10^59.
+constexpr int most_subsets = 500;
+/// Standard deviation of a normal distribution over its median absolute deviation.
+constexpr double sigma_per_mad = 1.4826;
+/// Steps of the Gauss-Newton iteration; from a law that is a per cent off three reach the last digit.
+constexpr int most_steps = 20;
+/// Rounds of taking in and leaving out; they end when nothing changes.
+constexpr int most_rounds = 10;
+
+constexpr std::array higher_terms{&CalibrationCoefficients::C, &CalibrationCoefficients::D,
+                                  &CalibrationCoefficients::E, &CalibrationCoefficients::F,
+                                  &CalibrationCoefficients::G, &CalibrationCoefficients::H};
+
+[[noreturn]] void raise_fit_error(const std::string& why) {
+    throw Error(error_number::invalid_call, "fit_calibration", why, ErrorKind::usage);
+}
+
+/// Powers of the flight time that the calibration uses, one for each of its coefficients from C on.
+std::vector<int> used_powers(const MassTimeCalibration& calibration) {
+    const VariantArray<std::int32_t> flags = calibration.use_flags();
+    std::vector<int> powers;
+    int power = flags.is_empty() ? 0 : flags.lower_bound();
+    for (const std::int32_t flag : flags.elements()) {
+        if (flag == 1 && powers.size() < higher_terms.size()) powers.push_back(power);
+        ++power;
+    }
+    return powers;
+}
+
+/// The law (a t - b)^2 + sum of c t^p, with the coefficients a, b, c in one vector, t in ns.
+struct Law {
+    VectorXd coefficients;
+    std::vector<int> powers;
+
+    double mass(double time_ns) const {
+        const double root = coefficients[0] * time_ns - coefficients[1];
+        double mass = root * root;
+        for (std::size_t i = 0; i < powers.size(); ++i)
+            mass += coefficients[static_cast<Index>(i) + 2] * std::pow(time_ns, powers[i]);
+        return mass;
+    }
+    VectorXd slopes(double time_ns) const {
+        const double root = coefficients[0] * time_ns - coefficients[1];
+        VectorXd slopes(coefficients.size());
+        slopes[0] = 2 * root * time_ns;
+        slopes[1] = -2 * root;
+        for (std::size_t i = 0; i < powers.size(); ++i)
+            slopes[static_cast<Index>(i) + 2] = std::pow(time_ns, powers[i]);
+        return slopes;
+    }
+};
+
+/// A law near its best one, made linear: residuals over their standard errors, and how the coefficients move them.
+struct Linearised {
+    VectorXd residuals;
+    MatrixXd slopes;  // one row a calibrant
+};
+
+/// Calibrants whose standard errors are `ppm`, and the law before.
+struct Points {
+    std::vector<double> masses, times_ns, errors_ppm;
+
+    std::size_t size() const { return masses.size(); }
+    double residual_ppm(const Law& law, std::size_t i) const { return (law.mass(times_ns[i]) / masses[i] - 1) * ppm; }
+    Linearised linearised(const Law& law) const {
+        Linearised at{VectorXd(static_cast<Index>(size())),
+                      MatrixXd(static_cast<Index>(size()), law.coefficients.size())};
+        for (std::size_t i = 0; i < size(); ++i) {
+            const auto row = static_cast<Index>(i);
+            at.residuals[row] = residual_ppm(law, i) / errors_ppm[i];
+            at.slopes.row(row) = law.slopes(times_ns[i]).transpose() * (ppm / masses[i] / errors_ppm[i]);
+        }
+        return at;
+    }
+};
+
+using Places = std::vector<Index>;
+
+Places all_places(std::size_t count) {
+    Places places(count);
+    std::iota(places.begin(), places.end(), Index{0});
+    return places;
+}
+
+/// The step of the coefficients that makes the residuals of some calibrants smallest; nothing where they do not tell
+/// all coefficients.
+std::optional<VectorXd> best_step(const Linearised& at, const Places& places) {
+    const MatrixXd slopes = at.slopes(places, Eigen::all);
+    const VectorXd scale = slopes.colwise().norm().cwiseMax(1e-300);
+    const Eigen::ColPivHouseholderQR<MatrixXd> solver(slopes * scale.cwiseInverse().asDiagonal());
+    if (solver.rank() < slopes.cols()) return std::nullopt;
+    const VectorXd residuals = at.residuals(places);
+    return -solver.solve(residuals).cwiseQuotient(scale);
+}
+
+std::optional<Law> least_squares(const Points& points, Law law, const Places& places) {
+    const auto chi_square = [&](const Linearised& at) { return VectorXd(at.residuals(places)).squaredNorm(); };
+    Linearised at = points.linearised(law);
+    for (int step = 0; step < most_steps; ++step) {
+        const auto move = best_step(at, places);
+        if (!move) return std::nullopt;
+        const Law moved{law.coefficients + *move, law.powers};
+        Linearised next = points.linearised(moved);
+        if (!(chi_square(next) < chi_square(at) * (1 - 1e-9))) break;
+        law = moved;
+        at = std::move(next);
+    }
+    return law;
+}
+
+/// The square law through the calibrants by sqrt(m) = a t - b, with every term beyond it 0.
+Law square_law(const Points& points, const std::vector<int>& powers) {
+    double mean_time = 0, mean_root = 0, squares = 0, products = 0;
+    const auto count = static_cast<double>(points.size());
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        mean_time += points.times_ns[i] / count;
+        mean_root += std::sqrt(points.masses[i]) / count;
+    }
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const double time = points.times_ns[i] - mean_time;
+        squares += time * time;
+        products += time * (std::sqrt(points.masses[i]) - mean_root);
+    }
+    Law law{VectorXd::Zero(static_cast<Index>(powers.size()) + 2), powers};
+    law.coefficients[0] = products / squares;
+    law.coefficients[1] = law.coefficients[0] * mean_time - mean_root;
+    return law;
+}
+
+double median(std::vector<double> values) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+/// Calls `with` for every choice of `chosen` of `count` places, or for `most_subsets` random ones.
+template <class With>
+void for_subsets(std::size_t count, std::size_t chosen, const With& with) {
+    double choices = 1;
+    for (std::size_t i = 0; i < chosen; ++i) choices *= static_cast<double>(count - i) / static_cast<double>(i + 1);
+    std::mt19937 random(1);  // the same calibrants give the same fit
+    std::vector<bool> taken(count, false);
+    std::fill(taken.begin(), taken.begin() + static_cast<std::ptrdiff_t>(chosen), true);
+    for (int subset = 0; choices <= most_subsets || subset < most_subsets; ++subset) {
+        Places places;
+        for (std::size_t i = 0; i < count; ++i)
+            if (taken[i]) places.push_back(static_cast<Index>(i));
+        with(places);
+        if (choices > most_subsets)
+            std::shuffle(taken.begin(), taken.end(), random);
+        else if (!std::prev_permutation(taken.begin(), taken.end()))
+            break;
+    }
+}
+
+/// A law through the calibrants that agree on it.
+struct RobustLaw {
+    Law law;
+    Places used;
+    VectorXd distances;   ///< of all calibrants, in standard errors
+    MatrixXd covariance;  ///< of the coefficients, by the stated errors
+};
+
+double median_scale(const VectorXd& distances, std::size_t freedom) {
+    std::vector<double> sizes(distances.begin(), distances.end());
+    for (double& size : sizes) size = std::abs(size);
+    return sigma_per_mad * (1 + 5.0 / static_cast<double>(freedom)) * median(std::move(sizes));
+}
+
+/// Distance that Student's t exceeds as rarely as a normal distribution does `outlier_limit` (Wallace, Annals of
+/// Mathematical Statistics 30 (1959) 1124).
+double student_limit(double freedom) {
+    const double z = outlier_limit * (8 * freedom + 3) / (8 * freedom + 1);
+    return std::sqrt(freedom * std::expm1(z * z / freedom));
+}
+
+/// Distances from the law of the subset that most calibrants agree with: the least median of squares, on the law made
+/// linear at the one through all.
+std::optional<std::pair<VectorXd, double>> least_median_distances(const Points& points, const Law& start) {
+    const auto law = least_squares(points, start, all_places(points.size()));
+    if (!law) return std::nullopt;
+    const Linearised at = points.linearised(*law);
+    const auto unknowns = static_cast<std::size_t>(at.slopes.cols());
+    std::optional<std::pair<VectorXd, double>> best;
+    for_subsets(points.size(), unknowns, [&](const Places& places) {
+        const auto step = best_step(at, places);
+        if (!step) return;
+        VectorXd distances = at.residuals + at.slopes * *step;
+        const double scale = median_scale(distances, points.size() - unknowns);
+        if (!best || scale < best->second) best.emplace(std::move(distances), scale);
+    });
+    return best;
+}
+
+MatrixXd coefficient_covariance(const Linearised& at, const Places& used) {
+    const MatrixXd slopes = at.slopes(used, Eigen::all);
+    const VectorXd size = slopes.colwise().norm();
+    const MatrixXd scaled = slopes * size.cwiseInverse().asDiagonal();
+    return size.cwiseInverse().asDiagonal() * MatrixXd((scaled.transpose() * scaled).inverse()) *
+           size.cwiseInverse().asDiagonal();
+}
+
+/// Standard errors of the residuals in units of the calibrants' own: the law follows those that it is made of, and
+/// wavers beside the others.
+VectorXd residual_errors(const Linearised& at, const MatrixXd& covariance, const Places& used) {
+    const VectorXd leverages = (at.slopes * covariance).cwiseProduct(at.slopes).rowwise().sum();
+    VectorXd variances = VectorXd::Ones(leverages.size()) + leverages;
+    for (const Index place : used) variances[place] = std::max(1 - leverages[place], 1e-3);
+    return variances.cwiseSqrt();
+}
+
+/// Nothing where fewer calibrants than one more than there are coefficients agree.
+std::optional<RobustLaw> robust_law(const Points& points, const Law& start) {
+    const auto median_fit = least_median_distances(points, start);
+    if (!median_fit) return std::nullopt;
+    RobustLaw robust{start, {}, {}, {}};
+    VectorXd standardised = median_fit->first;
+    const Index unknowns = start.coefficients.size();
+    double limit = outlier_limit * std::max(1.0, median_fit->second);
+    // The law of the subset wavers by the errors of its few calibrants; that of all that agree tells better who does.
+    for (int round = 0; round < most_rounds; ++round) {
+        Places agreeing;
+        for (Index i = 0; i < standardised.size(); ++i)
+            if (std::abs(standardised[i]) <= limit) agreeing.push_back(i);
+        if (round > 0 && agreeing == robust.used) break;
+        const auto freedom = static_cast<double>(static_cast<Index>(agreeing.size()) - unknowns);
+        if (freedom < 1) return std::nullopt;
+        const auto law = least_squares(points, robust.law, agreeing);
+        if (!law) return std::nullopt;
+        robust.law = *law;
+        const Linearised at = points.linearised(*law);
+        robust.distances = at.residuals;
+        robust.covariance = coefficient_covariance(at, agreeing);
+        standardised = robust.distances.cwiseQuotient(residual_errors(at, robust.covariance, agreeing));
+        const double scale = std::sqrt(std::max(1.0, robust.distances(agreeing).squaredNorm() / freedom));
+        limit = scale > 1 ? scale * student_limit(freedom) : outlier_limit;
+        robust.used = std::move(agreeing);
+    }
+    return robust;
+}
+
+/// The law whose number of terms the calibrants carry.
+RobustLaw best_law(const Points& points, const std::vector<int>& powers) {
+    std::vector<RobustLaw> laws;
+    for (std::size_t terms = 0; terms <= powers.size() && points.size() > terms + 3; ++terms) {
+        auto law = robust_law(
+            points, square_law(points, {powers.begin(), powers.begin() + static_cast<std::ptrdiff_t>(terms)}));
+        if (law) laws.push_back(std::move(*law));
+    }
+    if (laws.empty()) {
+        // Three calibrants carry the square law, and nobody can tell which of them were the odd one.
+        const auto law = robust_law(points, square_law(points, {}));
+        if (!law) raise_fit_error("the calibrants agree on no law; are the masses those of the peaks?");
+        return *law;
+    }
+    const auto criterion = [&](const RobustLaw& candidate) {
+        const auto count = static_cast<double>(points.size()),
+                   unknowns = static_cast<double>(candidate.law.coefficients.size());
+        // The standard errors are known up to a common growth, which may not be below 1.
+        const VectorXd used = candidate.distances(candidate.used);
+        const double growth = std::sqrt(std::max(1.0, used.squaredNorm() / static_cast<double>(used.size())));
+        const double chi_square = (candidate.distances / growth).cwiseAbs().cwiseMin(outlier_limit).squaredNorm();
+        return 2 * count * std::log(growth) + chi_square + 2 * unknowns +
+               2 * unknowns * (unknowns + 1) / (count - unknowns - 1);
+    };
+    return *std::ranges::min_element(laws, {}, criterion);
+}
+
+Points points_of(const std::vector<CalibrantTime>& measured, const MassTimeCalibration& before, const Places& places) {
+    Points points;
+    for (const Index place : places) {
+        const CalibrantTime& calibrant = measured[static_cast<std::size_t>(place)];
+        points.masses.push_back(calibrant.mass);
+        points.times_ns.push_back(calibrant.time_ns);
+        points.errors_ppm.push_back(calibrant.error_ns * ppm_per_ns(before, calibrant.time_ns));
+    }
+    return points;
+}
+
+/// Which calibrants can be used at all; the others get the reason.
+Places usable_places(std::vector<CalibrantResidual>& calibrants) {
+    Places places;
+    for (std::size_t i = 0; i < calibrants.size(); ++i) {
+        CalibrantResidual& calibrant = calibrants[i];
+        if (calibrant.measured.spectra == 0)
+            calibrant.not_used = "no peak";
+        else if (!(calibrant.measured.error_ns > 0))
+            calibrant.not_used = "no standard error; more spectra give one";
+        else
+            places.push_back(static_cast<Index>(i));
+    }
+    return places;
+}
+
+void require_distinct_times(const Points& points) {
+    if (points.size() < least_calibrants)
+        raise_fit_error(
+            fmt::format("a fit needs {} calibrants with peaks; there are {}", least_calibrants, points.size()));
+    const auto [first, last] = std::ranges::minmax(points.times_ns);
+    if (!(last > first)) raise_fit_error("all calibrants have the same flight time");
+}
+
+CalibrationCoefficients coefficients_of(const Law& law) {
+    CalibrationCoefficients result;
+    result.A = law.coefficients[0];
+    result.B = law.coefficients[1] / law.coefficients[0];
+    for (Index i = 2; i < law.coefficients.size(); ++i)
+        result.*higher_terms[static_cast<std::size_t>(i) - 2] = law.coefficients[i];
+    return result;
+}
+
+}  // namespace
+
+CalibrationFit fit_calibration(const std::vector<CalibrantTime>& measured, const MassTimeCalibration& before) {
+    CalibrationFit fit;
+    for (const CalibrantTime& calibrant : measured) fit.calibrants.push_back({calibrant, 0, 0, 0, 0, 0, {}});
+    const Places places = usable_places(fit.calibrants);
+    const Points points = points_of(measured, before, places);
+    require_distinct_times(points);
+    const RobustLaw best = best_law(points, used_powers(before));
+
+    fit.calibration = before.clone();
+    fit.calibration->set_coefficients(coefficients_of(best.law));
+    fit.terms = best.law.powers.size();
+    fit.used = best.used.size();
+    const Linearised at = points.linearised(best.law);
+    double weights = 0, chi_square = 0;
+    for (const Index i : best.used) chi_square += at.residuals[i] * at.residuals[i];
+    fit.chi_square_per_freedom =
+        chi_square / static_cast<double>(fit.used - static_cast<std::size_t>(best.law.coefficients.size()));
+    const double growth = std::sqrt(std::max(1.0, fit.chi_square_per_freedom));
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const auto row = static_cast<Index>(i);
+        CalibrantResidual& calibrant = fit.calibrants[static_cast<std::size_t>(places[i])];
+        const bool used = std::ranges::binary_search(best.used, row);
+        const VectorXd slopes = at.slopes.row(row);
+        // Over the calibrant's own variance: its leverage.
+        const double law_variance = slopes.dot(best.covariance * slopes);
+        calibrant.error_ppm = points.errors_ppm[i];
+        calibrant.before_ppm = (before.mass_from_time(points.times_ns[i]) / points.masses[i] - 1) * ppm;
+        calibrant.after_ppm = points.residual_ppm(best.law, i);
+        calibrant.left_out_ppm = used ? calibrant.after_ppm / (1 - law_variance) : calibrant.after_ppm;
+        calibrant.law_error_ppm = growth * points.errors_ppm[i] * std::sqrt(law_variance);
+        if (!used) {
+            calibrant.not_used = fmt::format("{:.2f} ppm off the law of the others, {:.0f} standard errors",
+                                             calibrant.after_ppm, std::abs(at.residuals[row]));
+            continue;
+        }
+        const double weight = 1 / (points.errors_ppm[i] * points.errors_ppm[i]);
+        weights += weight;
+        fit.before_ppm += weight * calibrant.before_ppm * calibrant.before_ppm;
+        fit.left_out_ppm += weight * calibrant.left_out_ppm * calibrant.left_out_ppm;
+    }
+    fit.before_ppm = std::sqrt(fit.before_ppm / weights);
+    fit.left_out_ppm = std::sqrt(fit.left_out_ppm / weights);
+    return fit;
+}
+
+}  // namespace korvane

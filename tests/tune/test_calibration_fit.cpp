@@ -1,0 +1,114 @@
+// Fits of the mass-time law to flight times with known errors, and to the simulated instrument's.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "korvane/calibration_fit.h"
+#include "korvane/embedded_parts.h"
+#include "korvane/error.h"
+
+namespace korvane {
+namespace {
+
+const std::vector<double> default_masses{118.0863,  322.0481,  622.0290,  922.0098,  1221.9906,
+                                         1521.9715, 1821.9523, 2121.9332, 2421.9140, 2721.8948};
+
+CalibrationObject law(double a, double t0_ns, double c = 0, double d = 0) {
+    return make_square_law_calibration({.A = a, .B = t0_ns, .C = c, .D = d},
+                                       VariantArray<std::int32_t>({0, 0, 0, 1, 1, 0, 0, 0}));
+}
+
+std::vector<CalibrantTime> times_of(const MassTimeCalibration& truth, std::mt19937& random, double error_ns,
+                                    double stated_ns) {
+    std::normal_distribution<double> normal;
+    std::vector<CalibrantTime> times;
+    for (const double mass : default_masses)
+        times.push_back({mass, truth.time_from_mass(mass) + error_ns * normal(random), stated_ns, 1});
+    return times;
+}
+
+struct Spread {
+    double squares = 0;
+    int count = 0;
+    void add(double z) {
+        squares += z * z;
+        ++count;
+    }
+    double root_mean_square() const { return std::sqrt(squares / count); }
+};
+
+// The law comes back within the errors that the fit states, whatever their stated size; a calibrant that is another
+// peak is left out and named; the law before is told from the new one.
+TEST(CalibrationFit, StatesItsErrorsAndLeavesOutWhatIsNoCalibrant) {
+    struct Case {
+        const char* name;
+        double stated_over_true;
+        std::size_t wrong_peaks;
+        double least, most;
+    };
+    for (const Case& one :
+         {Case{"errors as stated", 1, 0, 0.9, 1.1}, Case{"errors stated half as large as they are", 0.5, 0, 0.9, 1.6},
+          Case{"an isotope peak and a stranger", 1, 2, 0.9, 1.15}}) {
+        SCOPED_TRACE(one.name);
+        const auto truth = law(4.5e-4, 30), before = law(4.5e-4 * (1 + 25e-6), 30);
+        Spread errors;
+        int left_out = 0, better = 0;
+        constexpr int fits = 100;
+        for (int seed = 0; seed < fits; ++seed) {
+            std::mt19937 random(static_cast<unsigned>(seed));
+            auto times = times_of(*truth, random, 0.01, 0.01 * one.stated_over_true);
+            for (std::size_t wrong = 0; wrong < one.wrong_peaks; ++wrong)
+                times[3 * wrong + 1].time_ns =
+                    truth->time_from_mass(times[3 * wrong + 1].mass * (1 + (wrong ? -40e-6 : 1.77e-3)));
+            const CalibrationFit fit = fit_calibration(times, *before);
+            better += fit.is_better();
+            for (const CalibrantResidual& calibrant : fit.calibrants) {
+                left_out += !calibrant.not_used.empty();
+                const double mass = calibrant.measured.mass;
+                const double error = (fit.calibration->mass_from_time(truth->time_from_mass(mass)) / mass - 1) * 1e6;
+                errors.add(error / calibrant.law_error_ppm);
+            }
+        }
+        EXPECT_EQ(better, fits);
+        EXPECT_NEAR(left_out / static_cast<double>(fits), static_cast<double>(one.wrong_peaks), 0.3);
+        EXPECT_GT(errors.root_mean_square(), one.least);
+        EXPECT_LT(errors.root_mean_square(), one.most);
+    }
+}
+
+TEST(CalibrationFit, TakesTheTermsThatTheCalibrantsCarry) {
+    const auto terms_of = [](double c, double d) {
+        int terms[3] = {};
+        for (unsigned seed = 0; seed < 30; ++seed) {
+            std::mt19937 random(seed);
+            ++terms[fit_calibration(times_of(*law(4.5e-4, 30, c, d), random, 0.01, 0.01), *law(4.5e-4, 30)).terms];
+        }
+        return std::vector<int>(terms, terms + 3);
+    };
+    EXPECT_GE(terms_of(0, 0)[0], 26);
+    EXPECT_GE(terms_of(4e-15, 0)[1], 26);
+    EXPECT_GE(terms_of(4e-15, 8e-20)[2], 26);
+}
+
+TEST(CalibrationFit, RefusesWhatNoLawGoesThrough) {
+    const auto refusal = [](std::vector<CalibrantTime> times) {
+        try {
+            fit_calibration(times, *law(4.5e-4, 30));
+        } catch (const Error& error) {
+            EXPECT_EQ(error.kind(), ErrorKind::usage);
+            return error.description();
+        }
+        return std::string();
+    };
+    const std::string too_few = "a fit needs 3 calibrants with peaks; there are ";
+    EXPECT_EQ(refusal({}), too_few + "0");
+    EXPECT_EQ(refusal({{118, 24000, 0.01, 2}, {322, 40000, 0.01, 2}, {622, 0, 0, 0}}), too_few + "2");
+    EXPECT_EQ(refusal({{118, 24000, 0.01, 2}, {322, 24000, 0.01, 2}, {622, 24000, 0.01, 2}}),
+              "all calibrants have the same flight time");
+    // A single spectrum of a peak finder that states no errors.
+    EXPECT_EQ(refusal({{118, 24000, 0, 1}, {322, 40000, 0, 1}, {622, 55000, 0, 1}}), too_few + "0");
+}
+
+}  // namespace
+}  // namespace korvane
