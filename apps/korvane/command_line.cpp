@@ -4,9 +4,12 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
+#include <span>
 
 #include "commands.h"
+#include "self_description.h"
 #include "stopping.h"
+#include "suggestion.h"
 
 namespace korvane::program {
 
@@ -52,6 +55,7 @@ struct CommandRow {
 };
 
 constexpr std::array commands{
+    CommandRow{"Begin", "help", "tell more of a command: korvane help setpoint set", [](CLI::App&, Session&) {}},
     CommandRow{"Begin", "init", "make a base folder with the standard configuration", declare_init},
     CommandRow{"Begin", "state",
                "tell what the instrument is set to: source, polarity, mass range, saturation, readiness",
@@ -77,6 +81,37 @@ constexpr std::array commands{
     CommandRow{"Work with other programs", "automation", "describe the automation interface", declare_automation},
     CommandRow{"Work with other programs", "conform", "check an instrument layer, operation by operation",
                declare_conform},
+};
+
+void declare_all(CLI::App& program, Session& session) {
+    for (const CommandRow& row : commands) row.declare(*program.get_subcommand(row.name), session);
+}
+
+void declare_complete(CLI::App& command, Session& session) {
+    command.fallthrough(false)->prefix_command();
+    runs(command, session, [&command](Session& running) {
+        CLI::App& program = *command.get_parent();
+        declare_all(program, running);
+        std::string lines;
+        for (const std::string& word : completions(running, program, command.remaining())) lines += word + "\n";
+        return running.show({}, lines);
+    });
+}
+
+void declare_manual(CLI::App& command, Session& session) {
+    command.fallthrough(false)->prefix_command();
+    runs(command, session, [&command](Session& running) {
+        CLI::App& program = *command.get_parent();
+        declare_all(program, running);
+        const auto words = command.remaining();
+        return running.show({}, manual_page(words.empty() ? program : *program.get_subcommand(words.front())));
+    });
+}
+
+/// Words for programs: what the completion of a shell asks for, and the manual pages that the build makes.
+constexpr std::array hidden_commands{
+    CommandRow{"", "complete", "print what may stand in the place of the last word", declare_complete},
+    CommandRow{"", "manual", "print the manual page of the program, or of a command", declare_manual},
 };
 
 void add_global_options(CLI::App& program, GlobalOptions& options) {
@@ -105,9 +140,15 @@ std::string command_name(const CLI::App& program) {
 
 // A word that is no command leaves its command missing.
 std::string fault_text(const CLI::App& program, const CLI::ParseError& fault) {
-    const bool lacks_command = dynamic_cast<const CLI::RequiredError*>(&fault) != nullptr;
     const auto words = program.remaining(true);
-    return lacks_command && !words.empty() ? fmt::format("there is no \"{}\"", words.front()) : fault.what();
+    if (words.empty()) return fault.what();
+    const CLI::App* command = &program;
+    while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
+    const bool lacks_command = dynamic_cast<const CLI::RequiredError*>(&fault) != nullptr;
+    const auto option = std::ranges::find_if(words, [](const std::string& word) { return word.starts_with("-"); });
+    const std::string& word = lacks_command || option == words.end() ? words.front() : *option;
+    return (lacks_command || option != words.end() ? fmt::format("there is no \"{}\"", word) : fault.what()) +
+           did_you_mean(word, words_that_may_follow(*command, word.starts_with("-")));
 }
 
 std::string usage_line(const std::string& command, const std::string& fault) {
@@ -223,11 +264,12 @@ int parse_and_run(int argc, const char* const* argv, Streams streams, Session& s
     program.get_formatter()->label("SUBCOMMAND", "COMMAND");
     add_global_options(program, session.options);
     program.add_flag("--json", session.json, "print one JSON object instead of text, of a failure too");
-    for (const CommandRow& row : commands) {
-        CLI::App* const command = program.add_subcommand(row.name, row.help)->group(row.heading);
-        // Only what the command line names is declared further.
-        command->preparse_callback([&row, command, &session](std::size_t) { row.declare(*command, session); });
-    }
+    for (const auto& rows : {std::span<const CommandRow>(commands), std::span<const CommandRow>(hidden_commands)})
+        for (const CommandRow& row : rows) {
+            CLI::App* const command = program.add_subcommand(row.name, row.help)->group(row.heading);
+            // Only what the command line names is declared further.
+            command->preparse_callback([&row, command, &session](std::size_t) { row.declare(*command, session); });
+        }
     program.footer(examples + exit_code_help() + "\n");
 
     const auto parsed = parse(program, argc, argv, session);
@@ -246,7 +288,12 @@ int parse_and_run(int argc, const char* const* argv, Streams streams, Session& s
 
 int run_command_line(int argc, const char* const* argv, Streams streams, Platform system) {
     Session session(streams, std::move(system));
-    return parse_and_run(argc, argv, streams, session);
+    std::vector<const char*> words(argv, argv + argc);
+    if (argc > 1 && std::string_view(words[1]) == "help") {  // "help setpoint set" is "setpoint set --help"
+        words.erase(words.begin() + 1);
+        words.push_back("--help");
+    }
+    return parse_and_run(argc, words.data(), streams, session);
 }
 
 }  // namespace korvane::program

@@ -4,11 +4,13 @@
 
 #include "calibrants.h"
 #include "commands.h"
+#include "known_names.h"
 #include "korvane/abort_helper.h"
 #include "korvane/cal_mass_list.h"
 #include "korvane/listing.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
+#include "suggestion.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -21,7 +23,6 @@ ExitCode init(Session& session, const std::optional<std::string>& wanted) {
     return session.show(Json{{"base_folder", utf8_of(path)}}, utf8_of(path) + "\n");
 }
 
-constexpr const char* autotune_tree = "AutotuneParameters";
 constexpr const char* manual_tree = "ManualTuneParameters";
 
 struct ParameterOptions {
@@ -43,6 +44,14 @@ void require_names(const ParameterOptions& options) {
     for (const std::string& name : {options.tree, options.group, options.key}) require_name(name);
 }
 
+/// An error about a group or a key gets the nearest that the tree has.
+template <class Work>
+auto suggesting_parameters(Session& session, const ParameterOptions& options, Work work) {
+    const auto groups = [&] { return parameter_groups(session, options.tree); };
+    const auto keys = [&] { return parameter_keys(session, options.tree, options.group); };
+    return suggesting(options.key, keys, [&] { return suggesting(options.group, groups, work); });
+}
+
 double parameter(Session& session, const ParameterOptions& options) {
     require_names(options);
     clsTuneParamsXML store(session.platform());
@@ -52,15 +61,17 @@ double parameter(Session& session, const ParameterOptions& options) {
 }
 
 ExitCode get_parameter(Session& session, const ParameterOptions& options) {
-    const double value = parameter(session, options);
+    const double value = suggesting_parameters(session, options, [&] { return parameter(session, options); });
     return session.show(Json{{"tree", options.tree}, {"group", options.group}, {"key", options.key}, {"value", value}},
                         fmt::format("{}\n", value));
 }
 
 ExitCode set_parameter(Session& session, const ParameterOptions& options) {
     require_names(options);
-    clsTuneParamsXML(session.platform())
-        .WriteTuneParamValue(options.group, options.key, stored_number(options.text), options.tree);
+    suggesting_parameters(session, options, [&] {
+        clsTuneParamsXML(session.platform())
+            .WriteTuneParamValue(options.group, options.key, stored_number(options.text), options.tree);
+    });
     return get_parameter(session, options);
 }
 
@@ -93,13 +104,17 @@ struct PreferenceOptions {
 
 ExitCode get_preference(Session& session, const PreferenceOptions& options) {
     require_name(options.name);
-    const std::string value = clsTunePrefsXML(session.platform()).GetTunePreference(options.name);
+    const std::string value = suggesting(
+        options.name, [&] { return preference_names(session); },
+        [&] { return clsTunePrefsXML(session.platform()).GetTunePreference(options.name); });
     return session.show(Json{{"name", options.name}, {"value", value}}, value + "\n");
 }
 
 ExitCode set_preference(Session& session, const PreferenceOptions& options) {
     require_name(options.name);
-    clsTunePrefsXML(session.platform()).WriteTunePreference(options.name, options.value);
+    suggesting(
+        options.name, [&] { return preference_names(session); },
+        [&] { clsTunePrefsXML(session.platform()).WriteTunePreference(options.name, options.value); });
     return get_preference(session, options);
 }
 

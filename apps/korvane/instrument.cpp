@@ -4,11 +4,13 @@
 
 #include "calibrants.h"
 #include "commands.h"
+#include "known_names.h"
 #include "korvane/automation.h"
 #include "korvane/conformance.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/recording.h"
 #include "stopping.h"
+#include "suggestion.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -123,7 +125,10 @@ ExitCode call(Session& session, std::vector<std::string> words) {
     } catch (const Error& error) {
         constexpr std::int32_t no_such_class = 429;
         if (error.kind() != ErrorKind::usage && error.number() != no_such_class) throw;
-        throw UsageError(error.description());
+        const std::vector<std::string> members = member_names();
+        const std::string& member = words.front();
+        const bool is_known = std::ranges::count(members, member.substr(0, member.find('=')));
+        throw UsageError(error.description() + (is_known ? "" : did_you_mean(member, members)));
     }
 }
 

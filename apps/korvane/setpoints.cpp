@@ -7,8 +7,10 @@
 
 #include "calibrants.h"
 #include "commands.h"
+#include "known_names.h"
 #include "korvane/instrument_contract.h"
 #include "search_mark.h"
+#include "suggestion.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -64,7 +66,8 @@ SetpointDescription setpoint_named(Session& session, const std::string& text) {
     for (const auto& meant : meanings)
         if (const auto found = std::ranges::find_if(indexes, meant); found != indexes.end())
             return describe_setpoint(session, *found);
-    throw UsageError(fmt::format("the instrument has no setpoint {} (korvane setpoint list shows them)", text));
+    throw UsageError(fmt::format("the instrument has no setpoint {} (korvane setpoint list shows them){}", text,
+                                 did_you_mean(text, setpoint_names(session, SetpointNames::internal_and_external))));
 }
 
 using Words = std::vector<std::pair<std::string, double>>;

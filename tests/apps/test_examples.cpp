@@ -126,5 +126,27 @@ TEST(Help, EveryCommandHasAnExampleThatTheDocumentsRun) {
     }
 }
 
+TEST(Completion, AsksTheProgramForWhatMayStandNext) {
+    std::string lines = ". '" KORVANE_SOURCE_DIR "/data/completions/korvane.bash'\ncompopt() { :; }\n", expected;
+    for (const auto& [words, completed] : {std::pair{"mesu", ""},
+                                           {"meas", "measure"},
+                                           {"params get RampParams ''", "MinimumAcceptableAbundance"},
+                                           {"--seed 3 setpoint set --json Frag", "FragmentTune"},
+                                           {"setpoint set FragmentTune --unt", "--until-set"},
+                                           {"measure --mass 158", "158.964"},
+                                           {"masslist show --polarity Neg", "Negative"},
+                                           {"call TuneGlobals.QuadT", "TuneGlobals.QuadType"},
+                                           {"setpoint get Frag --base nowhere", ""},
+                                           {"--base nowhere setpoint get Frag", ""},
+                                           {"--replay lin", "lines"}}) {
+        lines += std::string("COMP_WORDS=(korvane ") + words + ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_korvane\n";
+        lines += "echo \"${COMPREPLY[*]}\"\n";
+        expected += completed + std::string("\n");
+    }
+    const Shell shell;
+    write_text(shell.folder.path() / "completion", lines);
+    EXPECT_EQ(shell.run("bash completion"), expected);
+}
+
 }  // namespace
 }  // namespace korvane::program
