@@ -68,6 +68,6 @@ function(korvane_library)
   install(EXPORT korvane NAMESPACE korvane:: FILE korvaneConfig.cmake
           DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane)
   include(CMakePackageConfigHelpers)
-  write_basic_package_version_file(${CMAKE_BINARY_DIR}/korvaneConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  write_basic_package_version_file(${CMAKE_BINARY_DIR}/korvaneConfigVersion.cmake COMPATIBILITY SameMinorVersion)
   install(FILES ${CMAKE_BINARY_DIR}/korvaneConfigVersion.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane)
 endfunction()

@@ -1,0 +1,10 @@
+# Lets PROGRAM write its manual pages into FOLDER.
+execute_process(COMMAND ${PROGRAM} complete "" OUTPUT_VARIABLE commands COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX MATCHALL "[^\n]+" commands "${commands}")
+file(REMOVE_RECURSE ${FOLDER})
+foreach(command ${commands})
+  execute_process(COMMAND ${PROGRAM} manual ${command} OUTPUT_VARIABLE page COMMAND_ERROR_IS_FATAL ANY)
+  file(WRITE ${FOLDER}/korvane-${command}.1 "${page}")
+endforeach()
+execute_process(COMMAND ${PROGRAM} manual OUTPUT_VARIABLE page COMMAND_ERROR_IS_FATAL ANY)
+file(WRITE ${FOLDER}/korvane.1 "${page}")
