@@ -5,18 +5,12 @@
 #include "calibrants.h"
 #include "commands.h"
 #include "korvane/tune_params_xml.h"
+#include "peak_output.h"
 #include "text_table.h"
 
 namespace korvane::program {
 
 namespace {
-
-Json peak_json(const PeakInfo& record) {
-    Json object = Json::object();
-    for (std::size_t i = 0; i < peak_info_names.size(); ++i)
-        object[peak_info_names[i]] = record.value(static_cast<std::int32_t>(i));
-    return object;
-}
 
 struct MeasureOptions {
     std::vector<double> masses;
@@ -28,6 +22,7 @@ struct CalibrantRow {
     PeakInfo ns, amu;
     std::optional<PeakUncertainty> standard_errors;
     double ppm_per_ns = 0;  // at the peak
+    std::optional<PeakQuality> quality = {};
 
     // A record that the search left alone is all zeros.
     bool found() const { return ns != PeakInfo{}; }
@@ -48,6 +43,7 @@ std::vector<CalibrantRow> measured_rows(SpectrumParser& parser, TuneGlobals& glo
     const VariantMatrix<PeakInfo> records =
         parser.GetPeakInfoForCalibrantMasses(VariantArray<double>(masses), window_percent);
     const auto& uncertainties = parser.last_uncertainties();
+    const auto& qualities = parser.last_qualities();
     const CalibrationObject calibration = globals.GetCurrentCalibrationObjFromDD();
 
     std::vector<CalibrantRow> rows(masses.size());
@@ -55,6 +51,7 @@ std::vector<CalibrantRow> measured_rows(SpectrumParser& parser, TuneGlobals& glo
         rows[i] = {masses[i], records.at(i, 0), records.at(i, 1), {}, 0};
         if (!rows[i].found()) continue;
         if (i < uncertainties.size()) rows[i].standard_errors = uncertainties[i];
+        if (i < qualities.size()) rows[i].quality = qualities[i];
         rows[i].ppm_per_ns = ppm_per_ns_at(*calibration, rows[i].ns.pkCentroid);
     }
     return rows;
@@ -88,12 +85,13 @@ Json row_json(const CalibrantRow& row, double minimum_height) {
     object["width_error"] = errors ? Json(errors->width) : Json();
     object["ions"] = errors ? Json(errors->ions) : Json();
     object["reaches_minimum"] = row.reaches(minimum_height);
+    object["quality"] = quality_json(row.quality);
     return object;
 }
 
 TextTable::Cells row_cells(const CalibrantRow& row, double minimum_height) {
     const std::string mass = fmt::format("{:.4f}", row.mass);
-    if (!row.found()) return {mass, "no peak", "-", "-", "-", "-", "-", "no"};
+    if (!row.found()) return {mass, "no peak", "-", "-", "-", "-", "-", "no", "-"};
     return {mass,
             fmt::format("{:.4f}", row.amu.pkCentroid),
             fmt::format("{:.2f}", row.ppm()),
@@ -101,7 +99,8 @@ TextTable::Cells row_cells(const CalibrantRow& row, double minimum_height) {
             fmt::format("{:.0f}", row.ns.pkHeight),
             fmt::format("{:.3f}", row.ns.pkWidth),
             fmt::format("{:.0f}", row.amu.pkResolution),
-            row.reaches(minimum_height) ? "yes" : "no"};
+            row.reaches(minimum_height) ? "yes" : "no",
+            quality_text(row.quality)};
 }
 
 ExitCode measure(Session& session, const MeasureOptions& options) {
@@ -122,7 +121,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
                              1e-9 / interval_seconds, written_log(parser)));
     Json peaks = Json::array();
     TextTable table({"expected m/z", "measured m/z", "error ppm", "time ns", "height", "width ns", "resolution",
-                     "reaches minimum"});
+                     "reaches minimum", "<quality"});
     for (const CalibrantRow& row : rows) {
         peaks.push_back(row_json(row, minimum_height));
         table.add(row_cells(row, minimum_height));

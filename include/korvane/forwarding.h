@@ -174,6 +174,7 @@ struct ForwardingPeakList : Forwarding<PeakList> {
     std::optional<PeakUncertainty> uncertainty(std::int32_t index) const override {
         return target().uncertainty(index);
     }
+    std::optional<PeakQuality> quality(std::int32_t index) const override { return target().quality(index); }
 };
 
 struct ForwardingPeakFinder : Forwarding<PeakFinder> {

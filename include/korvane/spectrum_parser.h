@@ -136,6 +136,8 @@ public:
     /// Standard errors of the last `GetPeakInfoForCalibrantMasses`, one a calibrant, in ns; nothing where no peak was
     /// taken or the peak finder states none.
     const std::vector<std::optional<PeakUncertainty>>& last_uncertainties() const;
+    /// What the peak finder told about those peaks besides, in the same way.
+    const std::vector<std::optional<PeakQuality>>& last_qualities() const;
     /// Path of the tune log that the parser wrote last; empty before the first line.
     std::string tune_log_path() const;
 

@@ -132,6 +132,7 @@ VariantMatrix<PeakInfo> SpectrumParser::GetPeakInfoForCalibrantMasses(const Opti
     constexpr RoutineName name{"GetPeakInfoForCalibrantMasses"};
     return routine(impl_->trace, name, [&](TraceObj& record) {
         impl_->uncertainties.clear();
+        impl_->qualities.clear();
         VariantMatrix<PeakInfo> peaks;
         Measurement measured(*this, *impl_);
         measured.run(
@@ -143,6 +144,7 @@ VariantMatrix<PeakInfo> SpectrumParser::GetPeakInfoForCalibrantMasses(const Opti
                     std::tie(peaks.at(i, record_ns), peaks.at(i, record_amu)) =
                         measured.find_peak(static_cast<std::int32_t>(i));
                     impl_->uncertainties.push_back(impl_->taken_uncertainty);
+                    impl_->qualities.push_back(impl_->taken_quality);
                 }
             });
         return peaks;
@@ -156,6 +158,10 @@ VariantMatrix<PeakInfo> SpectrumParser::GetPeakInfoForCalibrantMasses(const Opti
 
 const std::vector<std::optional<PeakUncertainty>>& SpectrumParser::last_uncertainties() const {
     return impl_->uncertainties;
+}
+
+const std::vector<std::optional<PeakQuality>>& SpectrumParser::last_qualities() const {
+    return impl_->qualities;
 }
 
 VariantArray<PeakListObject> SpectrumParser::GetPeakListsForCalibrantMasses(const OptionalMasses& varCalibrantMasses) {

@@ -33,6 +33,7 @@ public:
     std::optional<PeakUncertainty> uncertainty(std::int32_t index) const override {
         return all_->uncertainty(kept(index));
     }
+    std::optional<PeakQuality> quality(std::int32_t index) const override { return all_->quality(kept(index)); }
 
 private:
     std::int32_t kept(std::int32_t index) const {

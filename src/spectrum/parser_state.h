@@ -69,7 +69,9 @@ struct SpectrumParser::Impl {
     std::vector<IndexRange> windows;
     SearchCopy searched;
     std::optional<PeakUncertainty> taken_uncertainty;  // of the peak that FindPeakForMass took last, in ns
+    std::optional<PeakQuality> taken_quality;
     std::vector<std::optional<PeakUncertainty>> uncertainties;
+    std::vector<std::optional<PeakQuality>> qualities;
 
     std::function<void(const AdjustProbe&)> on_adjust_probe;
     std::optional<bool> fast_choice;

@@ -96,6 +96,7 @@ std::int32_t SpectrumParser::FindPeakForMass(std::int32_t massIndex, double dSpe
     Impl& state = *impl_;
     return routine(state.trace, {"FindPeakForMass"}, [&](TraceObj& record) {
         state.taken_uncertainty.reset();
+        state.taken_quality.reset();
         if (vYData.is_empty()) {
             record.TR_PRINT("Error : Empty Y Data");
             return 0;
@@ -107,12 +108,14 @@ std::int32_t SpectrumParser::FindPeakForMass(std::int32_t massIndex, double dSpe
             const PeakInfo peak = search.list->GetPeakAttributeInfo(0, true);
             const double found_baseline = search.finder->baseline();
             const auto uncertainty = search.list->uncertainty(0);
+            const auto quality = search.list->quality(0);
             if (search.first_lies_inside()) {
                 peakInfoInNanoseconds = peak;
                 baseLine = found_baseline;
                 search.convert_to_amu(pMTObj);
                 peakInfoInAmu = search.list->GetPeakAttributeInfo(0, true);
                 state.taken_uncertainty = uncertainty;
+                state.taken_quality = quality;
             }
             record.TR_PRINT("SpectrumMax, #pts, #peaks, PeakAb = [", state.searched.maximum(), ", ",
                             state.searched.counts().size() - 1, ", ", search.list->count(), ", ", peak.pkHeight, "]");
