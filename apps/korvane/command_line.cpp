@@ -7,6 +7,7 @@
 #include <span>
 
 #include "commands.h"
+#include "korvane/build_information.h"
 #include "self_description.h"
 #include "stopping.h"
 #include "suggestion.h"
@@ -176,11 +177,34 @@ End misused(const std::string& command, const std::string& fault) {
     return failed(ExitCode::usage, usage_line(command, fault), "usage", nullptr, command, fault);
 }
 
+/// Whether the words ask for it, wherever it stands, but for what "call" hands on.
+bool asks_for_json(int argc, const char* const* argv) {
+    for (int i = 1; i < argc && std::string_view(argv[i]) != "call"; ++i)
+        if (std::string_view(argv[i]) == "--json") return true;
+    return false;
+}
+
+Json version_json() {
+    const BuildInformation build = build_information();
+    Json object{{"commit", build.commit.empty() ? Json() : Json(build.commit)}, {"libraries", Json::object()}};
+    for (const auto& [name, version] : build.libraries) object["libraries"][name] = version;
+#ifdef _WIN32
+    object["features"] = {"simulator", "replay", "layers", "automation server"};
+#else
+    object["features"] = {"simulator", "replay", "layers"};
+#endif
+    return object;
+}
+
 /// Nothing when a command is to be run; else what was asked instead, or is wrong.
 std::optional<End> parse(CLI::App& program, int argc, const char* const* argv, Session& session) {
     try {
         program.parse(argc, argv);
         return std::nullopt;
+    } catch (const CLI::CallForVersion& wanted) {
+        session.json = asks_for_json(argc, argv);
+        session.show(version_json(), wanted.what() + std::string("\n"));
+        return End{};
     } catch (const CLI::Success& wanted) {
         std::ostringstream text;
         program.exit(wanted, text, text);
@@ -188,9 +212,7 @@ std::optional<End> parse(CLI::App& program, int argc, const char* const* argv, S
         session.json = false;
         return End{};
     } catch (const CLI::ParseError& fault) {
-        // The flag counts wherever it stands, but for what "call" hands on.
-        for (int i = 1; i < argc && std::string_view(argv[i]) != "call"; ++i)
-            session.json = session.json || std::string_view(argv[i]) == "--json";
+        session.json = asks_for_json(argc, argv);
         return misused(command_name(program), fault_text(program, fault));
     }
 }

@@ -5,6 +5,7 @@
 #include "korvane/automation.h"
 #include "korvane/automation_value.h"
 #include "korvane/autotune_status.h"
+#include "korvane/build_information.h"
 #include "korvane/cal_mass_list.h"
 #include "korvane/calibrants.h"
 #include "korvane/calibration_fit.h"
