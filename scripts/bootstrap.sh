@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the build and the tests need and the machine lacks, with apt. Parts: native (default), format, windows,
-# bench, peers, fuzz.
+# bench, peers, fuzz, package.
 set -euo pipefail
 
 native=(g++ cmake ninja-build ccache git ca-certificates libexpat1-dev libpugixml-dev libfmt-dev libcli11-dev
@@ -16,8 +16,9 @@ for part in "${@:-native}"; do
         windows) wanted+=("${windows[@]}") ;;
         bench) wanted+=(libbenchmark-dev) ;;
         peers) wanted+=(libopenms-dev libpwiz-dev qtbase5-dev libboost-dev python3-scipy libxml2-dev) ;;
+        package) wanted+=(debhelper dpkg-dev fakeroot lintian mmdebstrap pkgconf man-db) ;;
         fuzz) wanted+=(clang libclang-rt-14-dev) ;;
-        *) echo "usage: $0 [native] [format] [windows] [bench] [peers] [fuzz]" >&2; exit 2 ;;
+        *) echo "usage: $0 [native] [format] [windows] [bench] [peers] [fuzz] [package]" >&2; exit 2 ;;
     esac
 done
 
