@@ -1,8 +1,10 @@
-// The mass calibration, and the mass errors of the calibrants over repeated spectra.
+// The mass calibration: shown, with the mass errors of the calibrants over repeated spectra, set, and fitted.
 #include <array>
+#include <cmath>
 
 #include "calibrants.h"
 #include "commands.h"
+#include "korvane/calibration_fit.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -57,6 +59,18 @@ std::vector<MassErrorStatistics> mass_error_statistics(Session& session, TuneGlo
     return rows;
 }
 
+constexpr std::array coefficient_members{
+    std::pair{"A", &CalibrationCoefficients::A}, std::pair{"B", &CalibrationCoefficients::B},
+    std::pair{"C", &CalibrationCoefficients::C}, std::pair{"D", &CalibrationCoefficients::D},
+    std::pair{"E", &CalibrationCoefficients::E}, std::pair{"F", &CalibrationCoefficients::F},
+    std::pair{"G", &CalibrationCoefficients::G}, std::pair{"H", &CalibrationCoefficients::H}};
+
+Json coefficients_json(const CalibrationCoefficients& coefficients) {
+    Json object = Json::object();
+    for (const auto& [name, member] : coefficient_members) object[name] = coefficients.*member;
+    return object;
+}
+
 struct CalibrationChoice {
     std::int64_t repeats = 0;
 };
@@ -68,21 +82,10 @@ ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
     const CalibrationCoefficients usec = globals.convert_coefficients_nsec_to_usec(ns);
     const std::string polarity = globals.GetPolarityStr();
 
-    Json object{{"polarity", polarity}};
+    Json object{{"polarity", polarity}, {"ns", coefficients_json(ns)}, {"usec", coefficients_json(usec)}};
     TextTable coefficients({"<coefficient", "by ns", "by usec"});
-    using Coefficient = std::pair<const char*, double CalibrationCoefficients::*>;
-    for (const auto& [name, member] : {Coefficient{"A", &CalibrationCoefficients::A},
-                                       {"B", &CalibrationCoefficients::B},
-                                       {"C", &CalibrationCoefficients::C},
-                                       {"D", &CalibrationCoefficients::D},
-                                       {"E", &CalibrationCoefficients::E},
-                                       {"F", &CalibrationCoefficients::F},
-                                       {"G", &CalibrationCoefficients::G},
-                                       {"H", &CalibrationCoefficients::H}}) {
-        object["ns"][name] = ns.*member;
-        object["usec"][name] = usec.*member;
+    for (const auto& [name, member] : coefficient_members)
         coefficients.add({name, fmt::format("{:.12g}", ns.*member), fmt::format("{:.12g}", usec.*member)});
-    }
     std::string text = session.csv ? coefficients.csv() : coefficients.text();
     if (options.repeats) {
         const auto ppm_text = [](std::optional<double> ppm) { return ppm ? fmt::format("{:.3f}", *ppm) : "-"; };
@@ -112,12 +115,110 @@ ExitCode set_calibration(Session& session, const CalibrationChange& options) {
     if (options.standard == (options.a || options.t0) || options.a.has_value() != options.t0.has_value())
         throw UsageError("give either both -A and --t0, or --default");
     session.begin_run();
+    keep_calibration(session.platform());
     TuneGlobals globals(session.platform());
     if (options.standard)
         globals.WriteThisCalibrationObjToDD(globals.getDefaultMTObj_nsec());
     else
         globals.SetNewCalibrationWithTheseAAndt0Values_usec(*options.a, *options.t0);
     return show_calibration(session, {});
+}
+
+ExitCode take_back_calibration(Session& session, const NoOptions&) {
+    session.begin_run();
+    undo_calibration(session.platform());
+    return show_calibration(session, {});
+}
+
+struct FitOptions {
+    std::int64_t spectra = 10;
+    bool apply = false, force = false;
+};
+
+/// "better", or why the fitted law is not worth writing.
+std::string fit_verdict(const CalibrationFit& fit) {
+    if (!fit.meets_calibrants())
+        return fmt::format("not better: the calibrants scatter by {:.0f} standard errors about the fitted law",
+                           std::sqrt(fit.chi_square_per_freedom));
+    return fmt::format("{}: left out, the calibrants lie {:.3f} ppm off the fitted law, {:.3f} ppm off the present one",
+                       fit.is_better() ? "better" : "not better", fit.left_out_ppm, fit.before_ppm);
+}
+
+Json residual_json(const CalibrantResidual& calibrant) {
+    const bool measured = calibrant.error_ppm > 0, used = calibrant.not_used.empty();
+    const auto known = [](bool is_known, double value) { return is_known ? Json(value) : Json(); };
+    return Json{{"mass", calibrant.measured.mass},
+                {"spectra", calibrant.measured.spectra},
+                {"time_ns", known(calibrant.measured.spectra > 0, calibrant.measured.time_ns)},
+                {"time_error_ns", known(measured, calibrant.measured.error_ns)},
+                {"before_ppm", known(measured, calibrant.before_ppm)},
+                {"after_ppm", known(measured, calibrant.after_ppm)},
+                {"left_out_ppm", known(measured, calibrant.left_out_ppm)},
+                {"error_ppm", known(measured, calibrant.error_ppm)},
+                {"law_error_ppm", known(measured, calibrant.law_error_ppm)},
+                {"used", used},
+                {"not_used", used ? Json() : Json(calibrant.not_used)}};
+}
+
+TextTable residual_table(const CalibrationFit& fit) {
+    TextTable table(
+        {"m/z", "spectra", "before ppm", "after ppm", "left out ppm", "error ppm", "law error ppm", "<not used"});
+    for (const CalibrantResidual& calibrant : fit.calibrants) {
+        const auto ppm = [&](double value) { return calibrant.error_ppm > 0 ? fmt::format("{:.3f}", value) : "-"; };
+        table.add({fmt::format("{:.4f}", calibrant.measured.mass), fmt::format("{}", calibrant.measured.spectra),
+                   ppm(calibrant.before_ppm), ppm(calibrant.after_ppm), ppm(calibrant.left_out_ppm),
+                   ppm(calibrant.error_ppm), ppm(calibrant.law_error_ppm), calibrant.not_used});
+    }
+    return table;
+}
+
+ExitCode fit(Session& session, const FitOptions& options) {
+    session.begin_run();
+    TuneGlobals globals(session.platform());
+    SpectrumParser parser(session.platform());
+    const VariantArray<double> masses(chosen_masses(session, globals, {}));
+    const CalibrationObject before = globals.GetCurrentCalibrationObjFromDD();
+    const CalibrationCoefficients old = before->coefficients();  // a layer may lend the one that it writes
+    const CalibrationFit fit = fit_calibration(
+        measure_calibrant_times(parser, globals, masses, static_cast<std::size_t>(options.spectra)), *before);
+    const bool applies = options.apply && (fit.is_better() || options.force);
+    if (applies) {
+        keep_calibration(session.platform());
+        globals.WriteThisCalibrationObjToDD(fit.calibration);
+    }
+
+    const CalibrationCoefficients fitted = fit.calibration->coefficients();
+    Json rows = Json::array();
+    for (const CalibrantResidual& calibrant : fit.calibrants) rows.push_back(residual_json(calibrant));
+    TextTable coefficients({"<coefficient", "present, by ns", "fitted, by ns"});
+    for (std::size_t i = 0; i < fit.terms + 2; ++i) {
+        const auto& [name, member] = coefficient_members[i];
+        coefficients.add({name, fmt::format("{:.12g}", old.*member), fmt::format("{:.12g}", fitted.*member)});
+    }
+    const TextTable residuals = residual_table(fit);
+    session.show(Json{{"polarity", globals.GetPolarityStr()},
+                      {"spectra", options.spectra},
+                      {"used", fit.used},
+                      {"terms", fit.terms},
+                      {"chi_square_per_freedom", fit.chi_square_per_freedom},
+                      {"before_ppm", fit.before_ppm},
+                      {"left_out_ppm", fit.left_out_ppm},
+                      {"better", fit.is_better()},
+                      {"verdict", fit_verdict(fit)},
+                      {"applied", applies},
+                      {"before", coefficients_json(old)},
+                      {"fitted", coefficients_json(fitted)},
+                      {"calibrants", std::move(rows)}},
+                 session.csv ? residuals.csv()
+                             : fmt::format("{}\n{}\n{} of {} calibrants used, {} terms beyond A and B, chi-square per "
+                                           "degree of freedom {:.2f}\n{}\n",
+                                           residuals.text(), coefficients.text(), fit.used, fit.calibrants.size(),
+                                           fit.terms, fit.chi_square_per_freedom, fit_verdict(fit)));
+    session.talk(applies ? "the fitted calibration is written; korvane calibration undo puts the earlier one back"
+                         : "nothing written");
+    if (applies || !options.apply) return log_and_end(session, parser);
+    session.fault = Error(error_number::routine_detected, "", "the fitted law is not better; --force writes it");
+    return ExitCode::check_failed;
 }
 
 }  // namespace
@@ -134,6 +235,17 @@ void declare_calibration(CLI::App& group, Session& session) {
     add_number(set, "-A", setting.a, "coefficient A, in sqrt(amu) per usec", positive);
     add_number(set, "--t0", setting.t0, "time offset B, in usec");
     set.add_flag("--default", setting.standard, "the instrument's default calibration");
+
+    const auto [fitted, fitting] =
+        add_command(group, session, "fit", "fit the mass-time law to the measured calibrants, and judge it",
+                    "korvane calibration fit --spectra 10 --apply", fit);
+    add_csv(fitted, session);
+    add_count(fitted, "--spectra", fitting.spectra, "measure the calibrants in so many spectra (10)", 1, 10000);
+    fitted.add_flag("--apply", fitting.apply, "write the fitted law where it is better; exit code 1 where it is not");
+    fitted.add_flag("--force", fitting.force, "with --apply: write it in any case")->needs("--apply");
+
+    add_command(group, session, "undo", "put the calibration before the last change back, and print it",
+                "korvane calibration undo", take_back_calibration);
 }
 
 }  // namespace korvane::program

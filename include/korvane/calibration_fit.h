@@ -7,6 +7,7 @@
 
 #include "korvane/calibrants.h"
 #include "korvane/mass_time.h"
+#include "korvane/platform.h"
 
 namespace korvane {
 
@@ -30,8 +31,11 @@ struct CalibrationFit {
     std::size_t used = 0;                     ///< calibrants in the fit
     double chi_square_per_freedom = 0;        ///< of the fit, by the stated standard errors
     double before_ppm = 0, left_out_ppm = 0;  ///< root mean squares over the used calibrants, weighted as in the fit
-    /// The new law predicts calibrants that it has not seen better than the old law those that it was made from.
-    bool is_better() const { return left_out_ppm < before_ppm; }
+    /// Root of chi-square per degree of freedom above which the peaks are not those of the calibrants.
+    static constexpr double most_misfit = 30;
+    bool meets_calibrants() const { return chi_square_per_freedom < most_misfit * most_misfit; }
+    /// The new law predicts calibrants that it has not seen better than the old law does.
+    bool is_better() const { return meets_calibrants() && left_out_ppm < before_ppm; }
 };
 
 /// Weighted least squares of m = (A (t - t0))^2 + terms to the calibrants, by the standard errors of their flight
@@ -40,8 +44,17 @@ struct CalibrationFit {
 /// (Hurvich and Tsai, Biometrika 76 (1989) 297). Calibrants far off the law of the others are left out: a least median
 /// of squares over subsets (Rousseeuw and Leroy, Robust Regression and Outlier Detection, 1987, ch. 3) tells them at
 /// three robust standard deviations.
-/// Errors, of the kind `usage`: 5 for fewer than three calibrants with a peak, or flight times that are equal.
+/// Errors: -1 naming the number of calibrants with a peak where they are fewer than three, and where flight times are
+/// equal or no law meets three calibrants.
 KORVANE_API CalibrationFit fit_calibration(const std::vector<CalibrantTime>& measured,
                                            const MassTimeCalibration& before);
+
+/// Keeps the calibration of the current polarity in "PreviousCalibration.json" of the base folder, for
+/// `undo_calibration`; one a polarity. Errors: those of the instrument; -904 naming the file where it cannot be read or
+/// written, or holds something else.
+KORVANE_API void keep_calibration(const Platform& platform);
+/// Writes the kept calibration of the current polarity to the instrument and keeps the one that it replaces: a second
+/// call takes back the first. Errors as `keep_calibration`; -904 where none is kept.
+KORVANE_API void undo_calibration(const Platform& platform);
 
 }  // namespace korvane

@@ -38,7 +38,7 @@ constexpr std::array higher_terms{&CalibrationCoefficients::C, &CalibrationCoeff
                                   &CalibrationCoefficients::G, &CalibrationCoefficients::H};
 
 [[noreturn]] void raise_fit_error(const std::string& why) {
-    throw Error(error_number::invalid_call, "fit_calibration", why, ErrorKind::usage);
+    throw Error(error_number::routine_detected, "fit_calibration", why);
 }
 
 /// Powers of the flight time that the calibration uses, one for each of its coefficients from C on.

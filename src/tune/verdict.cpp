@@ -6,11 +6,9 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <nlohmann/json.hpp>
 
-#include "korvane/error.h"
-#include "korvane/system.h"
 #include "korvane/tune_params_xml.h"
+#include "tune/base_file.h"
 
 namespace korvane {
 
@@ -23,23 +21,19 @@ constexpr std::array limit_keys{
     std::pair{"height", &TuneLimits::height}, std::pair{"part_of_reference", &TuneLimits::part_of_reference},
     std::pair{"misfit", &TuneLimits::misfit}};
 
-[[noreturn]] void refuse(const std::string& path, const std::string& why) {
-    throw Error(error_number::file_or_element, "read_tune_limits", path + ": " + why);
-}
-
-double positive_number(const std::string& path, const std::string& key, const Json& value) {
-    if (!value.is_number() || !(value.get<double>() > 0)) refuse(path, key + ": " + value.dump() + " is not above 0");
+double positive_number(const BaseFile& file, const std::string& key, const Json& value) {
+    if (!value.is_number() || !(value.get<double>() > 0)) file.refuse(key + ": " + value.dump() + " is not above 0");
     return value.get<double>();
 }
 
-void read_references(const std::string& path, const Json& heights, TuneLimits& limits) {
-    if (!heights.is_object()) refuse(path, "reference_heights: not an object of heights by m/z");
+void read_references(const BaseFile& file, const Json& heights, TuneLimits& limits) {
+    if (!heights.is_object()) file.refuse("reference_heights: not an object of heights by m/z");
     for (const auto& [mass, height] : heights.items()) {
         double mz = 0;
         const auto read = std::from_chars(mass.data(), mass.data() + mass.size(), mz);
         if (read.ec != std::errc() || read.ptr != mass.data() + mass.size() || !(mz > 0))
-            refuse(path, "reference_heights: " + mass + " is no m/z");
-        limits.reference_heights[mz] = positive_number(path, "reference_heights: " + mass, height);
+            file.refuse("reference_heights: " + mass + " is no m/z");
+        limits.reference_heights[mz] = positive_number(file, "reference_heights: " + mass, height);
     }
 }
 
@@ -50,32 +44,21 @@ std::optional<double> reference_of(const TuneLimits& limits, double mass) {
     return std::nullopt;
 }
 
-std::string limits_path(const Platform& platform) {
-    std::string folder = platform.instrument->create_path_information()->base_folder();
-    if (!folder.ends_with('/') && !folder.ends_with('\\')) folder += '/';
-    return folder + "TuneLimits.json";
-}
-
 }  // namespace
 
 TuneLimits read_tune_limits(const Platform& platform) {
     TuneLimits limits;
-    const std::string path = limits_path(platform);
-    if (platform.files->status(path).exists) {
-        std::string text;
-        platform.files->read(path, text);
-        const Json object = Json::parse(text, nullptr, false, true);
-        if (!object.is_object()) refuse(path, "not a JSON object");
-        for (const auto& [key, value] : object.items()) {
-            if (key == "reference_heights") {
-                read_references(path, value, limits);
-                continue;
-            }
-            const auto known =
-                std::ranges::find(limit_keys, key, [](const auto& entry) { return std::string(entry.first); });
-            if (known == limit_keys.end()) refuse(path, key + ": unknown key");
-            limits.*known->second = positive_number(path, key, value);
+    const BaseFile file(platform, "TuneLimits.json", "read_tune_limits");
+    const Json object = file.read().value_or(Json::object());
+    for (const auto& [key, value] : object.items()) {
+        if (key == "reference_heights") {
+            read_references(file, value, limits);
+            continue;
         }
+        const auto known =
+            std::ranges::find(limit_keys, key, [](const auto& entry) { return std::string(entry.first); });
+        if (known == limit_keys.end()) file.refuse(key + ": unknown key");
+        limits.*known->second = positive_number(file, key, value);
     }
     if (limits.height == 0)
         limits.height = clsTuneParamsXML(platform).GetAutotuneLimitValue("RampParams", "MinimumAcceptableAbundance");

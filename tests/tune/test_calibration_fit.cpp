@@ -96,7 +96,7 @@ TEST(CalibrationFit, RefusesWhatNoLawGoesThrough) {
         try {
             fit_calibration(times, *law(4.5e-4, 30));
         } catch (const Error& error) {
-            EXPECT_EQ(error.kind(), ErrorKind::usage);
+            EXPECT_EQ(error.number(), error_number::routine_detected);
             return error.description();
         }
         return std::string();
