@@ -175,6 +175,9 @@ struct ForwardingPeakList : Forwarding<PeakList> {
         return target().uncertainty(index);
     }
     std::optional<PeakQuality> quality(std::int32_t index) const override { return target().quality(index); }
+    std::vector<double> fitted_counts(double start_ns, double interval_ns, std::size_t count) const override {
+        return target().fitted_counts(start_ns, interval_ns, count);
+    }
 };
 
 struct ForwardingPeakFinder : Forwarding<PeakFinder> {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "korvane/export.h"
 #include "korvane/mass_time.h"
@@ -36,6 +37,9 @@ public:
     virtual std::optional<PeakUncertainty> uncertainty(std::int32_t index) const;
     /// What is known about a peak besides; nothing from a finder that tells nothing.
     virtual std::optional<PeakQuality> quality(std::int32_t index) const;
+    /// Counts that all peaks of the list make together as they were fitted, with the baseline, at `count` flight times
+    /// from `start_ns` on; no elements from a finder that does not tell, or without a peak.
+    virtual std::vector<double> fitted_counts(double start_ns, double interval_ns, std::size_t count) const;
 };
 
 using PeakListObject = std::shared_ptr<PeakList>;

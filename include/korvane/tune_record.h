@@ -20,6 +20,11 @@ struct PeakTrace {
     std::vector<std::int32_t> counts;
     double window_start_ns = 0, window_end_ns = 0;  ///< where the peak was looked for
     double baseline = 0;                            ///< counts
+    /// Counts with the baseline, around the highest peak of the window: what the peak finder fitted, or, where it does
+    /// not tell, a Gaussian of the recorded centroid, height and width.
+    double fit_start_ns = 0, fit_interval_ns = 0;
+    std::vector<double> fit;
+    bool fit_is_told = false;
 };
 
 struct RecordedCalibrant {

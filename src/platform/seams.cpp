@@ -56,4 +56,8 @@ std::optional<PeakQuality> PeakList::quality(std::int32_t) const {
     return std::nullopt;
 }
 
+std::vector<double> PeakList::fitted_counts(double, double, std::size_t) const {
+    return {};
+}
+
 }  // namespace korvane

@@ -54,6 +54,7 @@ const std::map<std::string, Names> class_headers{
     {"secant_search", {"tune"}},
     {"verdict", {"tune"}},
     {"tune_record", {"tune"}},
+    {"peak_traces", {"tune"}},
     {"recording", {"assembly"}},
     {"korvane", {}},
     {"automation", {}},

@@ -41,6 +41,8 @@ MeasuredPeak record_of(const SearchContext& context, const FittedPeak& fitted, b
     peak.uncertainty.area = fitted.area_error;
     peak.uncertainty.ions = std::max(0.0, fitted.area / context.model.counts_per_ion);
     peak.quality = {fit.clipped, fitted.overlapped, peak.uncertainty.ions < few_ions, fit.misfit};
+    peak.signal = {fit.shape.height, record.pkCentroid, fit.shape.sigma * axis.interval_ns,
+                   context.late_part(fit.shape.sigma), fitted.baseline};
     if (!on_baseline) {
         record.pkHeight += fitted.baseline;
         record.pkArea += fitted.baseline * std::max(0.0, std::floor(fitted.end) - std::ceil(fitted.start) + 1);

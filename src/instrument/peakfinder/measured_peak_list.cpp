@@ -4,6 +4,8 @@
 #include <cmath>
 #include <string>
 
+#include "instrument/peakfinder/peak_shape.h"
+
 namespace korvane {
 
 namespace {
@@ -62,6 +64,20 @@ std::optional<PeakUncertainty> MeasuredPeakList::uncertainty(std::int32_t index)
 
 std::optional<PeakQuality> MeasuredPeakList::quality(std::int32_t index) const {
     return entry(index).current.quality;
+}
+
+std::vector<double> MeasuredPeakList::fitted_counts(double start_ns, double interval_ns, std::size_t count) const {
+    if (peaks_.empty()) return {};
+    const double middle_ns = start_ns + 0.5 * interval_ns * static_cast<double>(count);
+    const auto distance = [&](const Entry& peak) { return std::abs(peak.current.signal.centre_ns - middle_ns); };
+    std::vector<double> counts(count, std::ranges::min_element(peaks_, {}, distance)->current.signal.baseline);
+    for (const Entry& peak : peaks_) {
+        const FittedSignal& signal = peak.current.signal;
+        const SampleAxis axis{start_ns, interval_ns};
+        add_late_peak_samples({signal.height, axis.sample(signal.centre_ns), signal.sigma_ns / interval_ns},
+                              signal.late_part, 0, counts);
+    }
+    return counts;
 }
 
 }  // namespace korvane

@@ -9,11 +9,20 @@
 
 namespace korvane {
 
+/// What was fitted to the samples: a Gaussian, with late ions, on a baseline.
+struct FittedSignal {
+    double height = 0;  ///< counts above the baseline
+    double centre_ns = 0, sigma_ns = 1;
+    double late_part = 0;  ///< of the ions
+    double baseline = 0;   ///< counts
+};
+
 /// One peak in ns, with its standard errors.
 struct MeasuredPeak {
     PeakInfo record;
     PeakUncertainty uncertainty;
     PeakQuality quality = {};
+    FittedSignal signal = {};
 };
 
 /// Peaks in the order of flight time until `order` is called.
@@ -28,6 +37,7 @@ public:
     void convert(const MassTimeCalibration& calibration, std::int32_t mode) override;
     std::optional<PeakUncertainty> uncertainty(std::int32_t index) const override;
     std::optional<PeakQuality> quality(std::int32_t index) const override;
+    std::vector<double> fitted_counts(double start_ns, double interval_ns, std::size_t count) const override;
 
 private:
     struct Entry {

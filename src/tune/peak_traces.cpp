@@ -1,0 +1,138 @@
+#include "korvane/peak_traces.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "korvane/forwarding.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr double most_samples = 4096;
+constexpr double fit_reach_widths = 3;  // to either side of the peak: a Gaussian is 1e-10 of its height there
+constexpr int fit_points_per_sample = 4;
+
+std::optional<PeakInfo> highest_peak(const PeakList& list) {
+    std::optional<PeakInfo> highest;
+    for (std::int32_t i = 0; i < list.count(); ++i)
+        if (const PeakInfo peak = list.GetPeakAttributeInfo(i, false); !highest || peak.pkHeight > highest->pkHeight)
+            highest = peak;
+    return highest;
+}
+
+struct Search {
+    std::span<const std::int32_t> samples;
+    double start_ns = 0, interval_ns = 0;
+    double window_start_ns = 0, window_end_ns = 0;
+};
+
+/// A Gaussian of the record where the finder does not tell what it fitted.
+void add_fit(const PeakInfo& peak, const PeakList& list, PeakTrace& trace) {
+    const double reach = std::ceil(fit_reach_widths * peak.pkWidth / trace.interval_ns);
+    if (!(reach > 0 && reach < most_samples)) return;
+    const double middle = std::round((peak.pkCentroid - trace.start_ns) / trace.interval_ns);
+    trace.fit_start_ns = trace.start_ns + (middle - reach) * trace.interval_ns;
+    trace.fit_interval_ns = trace.interval_ns / fit_points_per_sample;
+    const auto points = static_cast<std::size_t>(2 * reach * fit_points_per_sample) + 1;
+    trace.fit = list.fitted_counts(trace.fit_start_ns, trace.fit_interval_ns, points);
+    trace.fit_is_told = trace.fit.size() == points;
+    if (trace.fit_is_told) return;
+    trace.fit.resize(points);
+    for (std::size_t i = 0; i < points; ++i) {
+        const double time_ns = trace.fit_start_ns + static_cast<double>(i) * trace.fit_interval_ns;
+        const double sigmas = (time_ns - peak.pkCentroid) * fwhm_per_sigma / peak.pkWidth;
+        trace.fit[i] = trace.baseline + peak.pkHeight * std::exp(-0.5 * sigmas * sigmas);
+    }
+}
+
+PeakTrace trace_of(const Search& search, double baseline, const PeakList* list) {
+    PeakTrace trace;
+    trace.start_ns = search.start_ns;
+    trace.interval_ns = search.interval_ns;
+    trace.window_start_ns = search.window_start_ns;
+    trace.window_end_ns = search.window_end_ns;
+    trace.baseline = baseline;
+    const auto size = static_cast<double>(search.samples.size());
+    const auto sample_at = [&](double time_ns) {
+        return std::clamp((time_ns - search.start_ns) / search.interval_ns, 0.0, size);
+    };
+    double first = std::ceil(sample_at(search.window_start_ns));
+    double end = std::min(std::floor(sample_at(search.window_end_ns)) + 1, size);
+    if (!(first < end)) return trace;
+    const auto peak = list ? highest_peak(*list) : std::nullopt;
+    if (end - first > most_samples) {
+        const double middle = peak ? sample_at(peak->pkCentroid) : 0.5 * (first + end);
+        first = std::clamp(std::round(middle) - most_samples / 2, first, end - most_samples);
+        end = first + most_samples;
+    }
+    trace.start_ns = search.start_ns + first * search.interval_ns;
+    const auto kept = search.samples.subspan(static_cast<std::size_t>(first), static_cast<std::size_t>(end - first));
+    trace.counts.assign(kept.begin(), kept.end());
+    if (peak) add_fit(*peak, *list, trace);
+    return trace;
+}
+
+using Kept = std::shared_ptr<std::vector<PeakTrace>>;
+
+class TracingFinder final : public ForwardingPeakFinder {
+public:
+    TracingFinder(std::shared_ptr<PeakFinder> finder, Kept kept)
+        : ForwardingPeakFinder(std::move(finder)), kept_(std::move(kept)) {}
+
+    void set_sampling_interval_ns(double interval_ns) override {
+        ForwardingPeakFinder::set_sampling_interval_ns(search_.interval_ns = interval_ns);
+    }
+    void set_search_start_ns(double time_ns) override {
+        ForwardingPeakFinder::set_search_start_ns(search_.window_start_ns = time_ns);
+    }
+    void set_search_end_ns(double time_ns) override {
+        ForwardingPeakFinder::set_search_end_ns(search_.window_end_ns = time_ns);
+    }
+    void set_samples(std::span<const std::int32_t> counts) override {
+        ForwardingPeakFinder::set_samples(search_.samples = counts);
+    }
+    PeakListObject run(double start_time_ns) override {
+        search_.start_ns = start_time_ns;
+        PeakListObject list = ForwardingPeakFinder::run(start_time_ns);
+        kept_->push_back(trace_of(search_, baseline(), list.get()));
+        return list;
+    }
+
+private:
+    Kept kept_;
+    Search search_;
+};
+
+class TracingLayer final : public ForwardingInstrumentLayer {
+public:
+    TracingLayer(std::shared_ptr<InstrumentLayer> layer, Kept kept)
+        : ForwardingInstrumentLayer(std::move(layer)), kept_(std::move(kept)) {}
+
+    std::unique_ptr<PeakFinder> create_peak_finder() override {
+        std::shared_ptr<PeakFinder> finder = ForwardingInstrumentLayer::create_peak_finder();
+        return finder ? std::make_unique<TracingFinder>(std::move(finder), kept_) : nullptr;
+    }
+
+private:
+    Kept kept_;
+};
+
+}  // namespace
+
+PeakTraces::PeakTraces(const Platform& platform)
+    : kept_(std::make_shared<std::vector<PeakTrace>>()), platform_(platform) {
+    platform_.instrument = std::make_shared<TracingLayer>(platform.instrument, kept_);
+}
+
+std::vector<PeakTrace> PeakTraces::take() {
+    return std::exchange(*kept_, {});
+}
+
+void PeakTraces::give_to(std::vector<RecordedCalibrant>& calibrants) {
+    std::vector<PeakTrace> traces = take();
+    for (std::size_t i = 0; i < calibrants.size() && traces.size() == calibrants.size(); ++i)
+        calibrants[i].trace = std::move(traces[i]);
+}
+
+}  // namespace korvane
