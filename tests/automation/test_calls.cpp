@@ -1,6 +1,7 @@
 // Late-bound calls on the real classes: what scripts rely on, as lines of "korvane call -" and what each gives.
 #include <gtest/gtest.h>
 
+#include "automation/class_description.h"
 #include "automation/json_values.h"
 #include "automation/native_object.h"
 #include "embedded_world.h"

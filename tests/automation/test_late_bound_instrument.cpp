@@ -5,10 +5,10 @@
 #include <fstream>
 
 #include "automation/late_bound_instrument.h"
+#include "automation/layer_objects.h"
 #include "automation/native_object.h"
 #include "embedded_world.h"
 #include "korvane/conformance.h"
-#include "layer_objects.h"
 #include "support/raised.h"
 
 namespace korvane::automation {

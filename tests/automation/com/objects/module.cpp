@@ -6,9 +6,9 @@
 #include "automation/com/class_factory.h"
 #include "automation/com/com_object.h"
 #include "automation/com/variant_conversion.h"
+#include "automation/layer_objects.h"
 #include "foreign_object.h"
 #include "layer/test_layer.h"
-#include "layer_objects.h"
 #include "platform/files.h"
 
 namespace korvane::automation {

@@ -1,4 +1,4 @@
-#include "layer_objects.h"
+#include "automation/layer_objects.h"
 
 namespace korvane::automation {
 

@@ -1,4 +1,4 @@
-// An instrument layer as automation objects, as somebody else may offer one: the members of docs/instrument-objects.md.
+// An instrument layer as automation objects: the members of docs/instrument-objects.md.
 #pragma once
 
 #include <span>
