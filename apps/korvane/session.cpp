@@ -5,6 +5,7 @@
 #include "korvane/abort_helper.h"
 #include "korvane/automation.h"
 #include "korvane/system.h"
+#include "korvane/watching.h"
 #include "search_mark.h"
 #include "stopping.h"
 

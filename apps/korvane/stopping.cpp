@@ -1,9 +1,6 @@
 #include "stopping.h"
 
 #include <csignal>
-#include <string_view>
-
-#include "korvane/forwarding.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -13,73 +10,11 @@ namespace korvane::program {
 
 namespace {
 
-using Look = std::function<void(bool at_spectrum)>;
-
 volatile std::sig_atomic_t noted_signal = 0;
 
 void note(int signal) {
     if (noted_signal == 0) noted_signal = signal;
 }
-
-class WatchedControl final : public ForwardingInstrumentControl {
-public:
-    WatchedControl(InstrumentControl& control, Look look)
-        : ForwardingInstrumentControl(control), look_(std::move(look)) {}
-
-private:
-    void before(const char* member) const override {
-        const std::string_view name = member;
-        look_(name == "GetNextSpectrum" || name == "next_spectrum_metadata");
-    }
-    Look look_;
-};
-
-class WatchedGlobals final : public ForwardingInstrumentGlobals {
-public:
-    WatchedGlobals(std::unique_ptr<InstrumentGlobals> globals, Look look)
-        : ForwardingInstrumentGlobals(std::move(globals)), look_(std::move(look)) {}
-
-    InstrumentControl* control() override {
-        InstrumentControl* const control = ForwardingInstrumentGlobals::control();
-        return control ? &control_.of(*control, look_) : nullptr;
-    }
-
-private:
-    void before(const char*) const override { look_(false); }
-    Look look_;
-    Lent<WatchedControl> control_;
-};
-
-class WatchedLayer final : public ForwardingInstrumentLayer {
-public:
-    WatchedLayer(std::shared_ptr<InstrumentLayer> layer, Look look)
-        : ForwardingInstrumentLayer(std::move(layer)), look_(std::move(look)) {}
-
-    std::unique_ptr<InstrumentGlobals> create_globals() override {
-        auto globals = ForwardingInstrumentLayer::create_globals();
-        return globals ? std::make_unique<WatchedGlobals>(std::move(globals), look_) : nullptr;
-    }
-
-private:
-    Look look_;
-};
-
-class WatchedClock final : public ForwardingClock {
-public:
-    WatchedClock(std::shared_ptr<Clock> clock, Look look) : ForwardingClock(std::move(clock)), look_(std::move(look)) {}
-
-    void sleep_milliseconds(int milliseconds) override {
-        look_(false);
-        ForwardingClock::sleep_milliseconds(milliseconds);
-    }
-    void process_pending_events() override {
-        look_(false);
-        ForwardingClock::process_pending_events();
-    }
-
-private:
-    Look look_;
-};
 
 }  // namespace
 
@@ -130,12 +65,6 @@ std::string stop_name(int signal) {
             return "SIGTERM";
     }
     return {};
-}
-
-Platform watched(Platform platform, std::function<void(bool at_spectrum)> look) {
-    platform.instrument = std::make_shared<WatchedLayer>(platform.instrument, look);
-    platform.clock = std::make_shared<WatchedClock>(platform.clock, look);
-    return platform;
 }
 
 }  // namespace korvane::program

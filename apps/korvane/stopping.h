@@ -1,10 +1,7 @@
 // Requests to stop a command: signals, the console's events, and the abort flag.
 #pragma once
 
-#include <functional>
 #include <string>
-
-#include "korvane/platform.h"
 
 namespace korvane::program {
 
@@ -17,9 +14,5 @@ void note_stop_signals();
 int stop_signal();
 /// "Ctrl-C" and so on; for a closed pipe nothing, since nobody reads it.
 std::string stop_name(int signal);
-
-/// The platform with a look before every use of the instrument, and whenever time passes. `at_spectrum`: before one is
-/// asked for. What `look` raises ends what runs.
-Platform watched(Platform platform, std::function<void(bool at_spectrum)> look);
 
 }  // namespace korvane::program

@@ -36,3 +36,4 @@
 #include "korvane/tune_record.h"
 #include "korvane/variant_array.h"
 #include "korvane/verdict.h"
+#include "korvane/watching.h"
