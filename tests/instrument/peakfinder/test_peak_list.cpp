@@ -56,7 +56,7 @@ TEST(MeasuredPeakList, OrdersByEveryPositionConvertsOnceAndKeepsTiesAndErrorsWit
             return std::ranges::find(peaks, record, &MeasuredPeak::record) - peaks.begin();
         };
         for (std::int32_t i = 0; i < 6; ++i) {
-            const auto& [ns, uncertainty, quality] = peaks[place(i)];
+            const auto& [ns, uncertainty, quality, signal] = peaks[place(i)];
             const PeakInfo found = list.GetPeakAttributeInfo(i, true);
             EXPECT_EQ(found, converted ? in_amu(ns) : ns);
             const double units = converted ? 2 * 4.5e-4 * 4.5e-4 * (ns.pkCentroid - 20) : 1;

@@ -73,7 +73,7 @@ TEST(Search, RecordsAreWhatTheirDefinitionsSayWithAndWithoutBaselineAndWindowsFi
     finder->set_baseline_removal(0);
     const auto on_zero = finder->run(plain_spectrum().start_time_ns);
     for (std::size_t i = 0; i < peaks.size(); ++i) {
-        const auto& [record, uncertainty, quality] = peaks[i];
+        const auto& [record, uncertainty, quality, signal] = peaks[i];
         EXPECT_LT(record.pkStart, record.pkCentroid);
         EXPECT_GT(record.pkEnd, record.pkCentroid);
         EXPECT_NEAR(record.pkApexX, record.pkCentroid, 0.1 * record.pkWidth);
@@ -164,7 +164,7 @@ TEST(Search, HostileSamplesGiveFiniteRecordsOrNone) {
                 std::array{0, 1, least, most, drawn, sparse, i % 2 == 0 ? least : most, i * 1000}[variant % 8]);
         }
         for (const auto& options : {known_of(accuracy_sets()[2]), PeakFinderOptions()}) {
-            for (const auto& [record, uncertainty, quality] : find_peaks({samples, 10000, 0.25, {}}, options)) {
+            for (const auto& [record, uncertainty, quality, signal] : find_peaks({samples, 10000, 0.25, {}}, options)) {
                 for (std::int32_t position = 0; position < 8; ++position)
                     ASSERT_TRUE(std::isfinite(record.value(position))) << variant;
                 ASSERT_TRUE(std::isfinite(uncertainty.centroid) && quality.misfit >= 1);
