@@ -77,6 +77,7 @@ constexpr std::array commands{
     CommandRow{"Set", "params", "read and change the numbers in TuneParams.xml", declare_params},
     CommandRow{"Set", "prefs", "read and change the switches in TunePreferences.xml", declare_prefs},
     CommandRow{"Set", "masslist", "the calibrant masses by ion source and polarity", declare_masslist},
+    CommandRow{"Set", "logs", "remove old logs of the base folder", declare_logs},
     CommandRow{"Work with other programs", "abort", "ask a running tune to stop, from anywhere", declare_abort},
     CommandRow{"Work with other programs", "call", "call a member of an automation class", declare_call},
     CommandRow{"Work with other programs", "automation", "describe the automation interface", declare_automation},

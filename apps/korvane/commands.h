@@ -28,6 +28,7 @@ void declare_setpoint(CLI::App& group, Session& session);
 void declare_params(CLI::App& group, Session& session);
 void declare_prefs(CLI::App& group, Session& session);
 void declare_masslist(CLI::App& group, Session& session);
+void declare_logs(CLI::App& group, Session& session);
 void declare_abort(CLI::App& group, Session& session);
 void declare_call(CLI::App& command, Session& session);
 void declare_automation(CLI::App& group, Session& session);
