@@ -87,6 +87,9 @@ KORVANE_API std::vector<MemberSummary> member_summaries();
 KORVANE_API std::string idl_text();
 /// The reference page of the automation interface, Markdown.
 KORVANE_API std::string reference_text();
+/// The member tables themselves as JSON, for packages in other languages: "classes" with their members and parameters,
+/// "layer" with the objects of an instrument layer, "records", "enumerations".
+KORVANE_API std::string tables_text();
 
 /// Late-bound calls from texts, on objects that stay alive: the first call of a class makes its object.
 class KORVANE_API TextCalls {

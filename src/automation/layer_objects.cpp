@@ -194,4 +194,8 @@ Object object_of_layer(std::shared_ptr<InstrumentLayer> layer) {
     return make_object(std::make_shared<Layer>(Layer{std::move(layer)}));
 }
 
+Object object_of_peak_finder(std::shared_ptr<PeakFinder> finder) {
+    return make_object(std::make_shared<Finder>(Finder{std::move(finder)}));
+}
+
 }  // namespace korvane::automation
