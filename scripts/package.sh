@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the packages into build/packages and tries them as a user would. Arguments: deb (Debian packages, installed
 # into a bare Debian 12 root, used there by each face, and removed without a trace), tree (an installation that is
-# moved); all when there are none. deb is run as root.
+# moved), windows (a zip and an installer, installed, used and removed under Wine); all when there are none. deb is run
+# as root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 packages=$PWD/build/packages
@@ -66,10 +67,72 @@ tree() {
     done
 }
 
-[ $# -gt 0 ] || set -- tree deb
+# What is linked into the programs for Windows, with its licence.
+notices() {
+    local package
+    echo "Korvane: its owner has not chosen a licence yet; all rights are reserved."
+    echo "These libraries are part of the programs for Windows:"
+    for package in libexpat1 libpugixml1v5 libfmt-dev libcli11-dev nlohmann-json3-dev libeigen3-dev libsqlite3-0 \
+                   libz-mingw-w64-dev mingw-w64-x86-64-dev g++-mingw-w64-x86-64-posix; do
+        printf '\n==== %s\n\n' "$package"
+        cat "/usr/share/doc/$package/copyright"
+    done
+}
+
+windows() {
+    scripts/bootstrap.sh native windows package
+    . scripts/wine.sh
+    local tree=$packages/windows name preset
+    for preset in windows64 windows32; do
+        cmake --preset "$preset" -DKORVANE_TESTS=OFF >/dev/null
+        cmake --build --preset "$preset" >/dev/null
+    done
+    rm -rf "$tree"
+    cmake --install build/windows64 --prefix "$tree" >/dev/null
+    mkdir -p "$tree/bin32" "$tree/include/korvane"
+    cp build/windows32/bin/Korvane.dll "$tree/bin32"
+    cmake "-DFILES=$tree/bin32/Korvane.dll;$tree/bin/Korvane.dll;$tree/bin/korvane.exe" \
+          -DOBJDUMP=i686-w64-mingw32-objdump -P tests/windows/imports.cmake
+    cp build/windows64/typelib/korvane.tlb "$tree/bin"
+    cp include/korvane/korvane_c*.h "$tree/include/korvane"
+    notices >"$tree/NOTICES.txt"
+    name=korvane-$(sed -n 's/^project(korvane VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)-windows
+    rm -f "$packages/$name".*
+    (cd "$tree" && zip -qr "$packages/$name.zip" .)
+    makensis -V2 -DVERSION="${name//[a-z-]/}" -DTREE="$tree" -DOUTPUT="$packages/$name.exe" packaging/windows/korvane.nsi
+
+    echo "== installing under Wine"
+    local work=$packages/wine installed
+    rm -rf "$work"
+    mkdir -p "$work"
+    snapshot() {  # the registry, a value a line with its key
+        wine regedit /E "$(winepath -w "$work/$1.reg" | tr -d '\r')" >/dev/null 2>&1 </dev/null
+        iconv -f UTF-16 -t UTF-8 "$work/$1.reg" | tr -d '\r' | awk '/^\[/ { key = $0; print; next } NF { print key " " $0 }' |
+            grep -v -i '^\[HKEY_LOCAL_MACHINE\\\(System\|Hardware\)\\' | sort >"$work/$1"
+        [ -s "$work/$1" ]
+    }
+    snapshot before
+    wine "$packages/$name.exe" /S </dev/null
+    installed=$WINEPREFIX/drive_c/Program\ Files/Korvane
+    KORVANE_BASE=$(winepath -w "$work/base" | tr -d '\r')
+    export KORVANE_BASE
+    wine "$installed/bin/korvane.exe" init "$KORVANE_BASE" </dev/null >/dev/null
+    wine "$installed/bin/korvane.exe" measure </dev/null | tr -d '\r' | grep 1382.73
+    wine cscript //nologo "$(winepath -w tests/automation/com/scripts/acceptance.vbs | tr -d '\r')" "$KORVANE_BASE" \
+        </dev/null | tr -d '\r' >"$work/script"
+    grep -q DONE "$work/script"
+    ! grep FAIL "$work/script"
+    wine "$installed/uninstall.exe" /S '_?=C:\Program Files\Korvane' </dev/null
+    snapshot after
+    diff "$work/before" "$work/after"
+    rm -f "$installed/uninstall.exe"  # which does not remove itself when it is waited for
+    rmdir "$installed" 2>/dev/null || [ ! -e "$installed" ]
+}
+
+[ $# -gt 0 ] || set -- tree deb windows
 for which in "$@"; do
     case $which in
-        deb | tree) echo "== $which"; "$which" ;;
-        *) echo "usage: $0 [tree] [deb]" >&2; exit 2 ;;
+        deb | tree | windows) echo "== $which"; "$which" ;;
+        *) echo "usage: $0 [tree] [deb] [windows]" >&2; exit 2 ;;
     esac
 done
