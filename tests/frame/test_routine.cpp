@@ -7,8 +7,6 @@
 #include <thread>
 
 #include "frame/lazy_instrument.h"
-#include "frame/located_number.h"
-#include "korvane/forwarding.h"
 #include "platform/files.h"
 #include "support/raised.h"
 #include "support/recording_tracer.h"
@@ -121,38 +119,13 @@ TEST(Routine, FailureOfTheTracerIsOneOfTheRoutineExceptAtTheExitAndNeverPassesOn
 }
 
 TEST(LazyInstrument, IsMadeOnceAtTheFirstUseAndKeepsItsFailure) {
-    struct Layer final : ForwardingInstrumentLayer {
-        using ForwardingInstrumentLayer::ForwardingInstrumentLayer;
-        std::unique_ptr<InstrumentGlobals> create_globals() override {
-            ++made;
-            return has_globals ? ForwardingInstrumentLayer::create_globals() : nullptr;
-        }
-        int made = 0;
-        bool has_globals = true;
-    };
-    ScriptedLayer scripted;
-    const auto layer = std::make_shared<Layer>(scripted);
-    const LazyInstrument healthy(layer), without(layer), faulty(layer);
-    EXPECT_EQ(layer->made, 0);
+    const auto layer = std::make_shared<ScriptedLayer>();
+    const LazyInstrument healthy(layer), faulty(layer);
+    EXPECT_EQ(layer->state->calls, 0);
     EXPECT_EQ(&*healthy, &*healthy);
-    for (int use = 0; use < 2; ++use) {
-        layer->has_globals = use != 0;
-        EXPECT_EQ(
-            raised([&] { *without; }),
-            "91|Korvane|Object variable or With block variable not set: create_globals() of the instrument layer");
-    }
-    for (int use = 0; use < 2; ++use) {
-        scripted.state->fault_at = 2;
-        EXPECT_EQ(raised([&] { *faulty; }), "-4711|Instrument|scripted fault");
-    }
-    EXPECT_EQ(layer->made, 3);
-    EXPECT_EQ(scripted.state->calls, 2);
-}
-
-TEST(LocatedNumber, ErrorSaysWhichTextAndWhere) {
-    EXPECT_EQ(located_number(" 1.5 ", [] { return "unused"; }), 1.5);
-    EXPECT_EQ(raised([] { located_number("x", [] { return "Item[A] of f.xml"; }); }),
-              "13|Korvane|Type mismatch: [x] (Item[A] of f.xml)");
+    layer->state->fault_at = 2;
+    for (int use = 0; use < 2; ++use) EXPECT_EQ(raised([&] { *faulty; }), "-4711|Instrument|scripted fault");
+    EXPECT_EQ(layer->state->calls, 2);
 }
 
 }  // namespace

@@ -166,16 +166,5 @@ TEST_F(MassListFile, TextsAreTakenAndListsGivenTwiceAreReadAndRewrittenByTheLett
     EXPECT_EQ(list.GetMassListArrayFromFile(path, "ESI", "Positive").size(), 3U);
 }
 
-TEST_F(MassListFile, SaveRewritesTheChangedListAsLastChildAndNothingElse) {
-    const std::string before = "<?xml version='1.0'?>\r\n<QTOF_MassListConfiguration  a='1'>\r\n",
-                      kept = "<!-- kept --><Note/>";
-    const std::string behind = "\r\n" + configuration("nano", "Positive", "<MassList ><mass>2.50</mass ></MassList>") +
-                               "</QTOF_MassListConfiguration>\r\n";
-    put(before + configuration("ESI", "Positive", "<MassList><mass Used='1'>1.50</mass></MassList>" + kept) + behind);
-    EXPECT_EQ(error_of_saving("a & b\t001.750\n\t 3e2 "), "no error");
-    const std::string list = "<MassList><mass Used=\"a &amp; b\">001.750</mass><mass Used=\"\"> 3e2 </mass></MassList>";
-    EXPECT_EQ(content(), before + configuration("ESI", "Positive", kept + list) + behind);
-}
-
 }  // namespace
 }  // namespace korvane
