@@ -24,7 +24,6 @@ public:
         advance(milliseconds / 1000.0);
     }
     void process_pending_events() override {
-        ++events_processed;
         if (on_events) on_events();
     }
 
@@ -34,7 +33,6 @@ public:
 
     std::function<void()> on_events;
     int sleeps = 0;
-    int events_processed = 0;
 
 private:
     double seconds_;

@@ -79,25 +79,8 @@ double relative_signal(std::int32_t setpoint, double value, std::int32_t source,
     return conditions.expected_ions(1000, mz) * conditions.counts_per_ion / 40 / 1000;
 }
 
-TEST(Responses, AbundanceFollowsItsCurvesAndOnlyThoseOfTheInstalledSource) {
-    const auto rising = [](double v, double standard, double middle, double width) {
-        return (1 + std::exp(-(standard - middle) / width)) / (1 + std::exp(-(v - middle) / width));
-    };
-    for (const auto& [setpoint, value, source, polarity, mz, expected] :
-         {std::tuple{104, 2000, 0, 0, 500, rising(2000, 3500, 2000, 400)},
-          {104, 1000, 4, 0, 500, 1.0},
-          {125, 2, 7, 0, 500, rising(2, 4, 2, 0.6)},
-          {125, 2, 7, 1, 500, 1.0},
-          {30, 90, 0, 0, 2000, rising(90, 175, 90 * std::pow(2, 0.4), 20)},
-          {31, 120, 0, 0, 500, (1 + std::exp(-55.0 / 15)) / 2},
-          {32, 53, 0, 0, 500, 0.5},
-          {60, 660, 0, 0, 500, std::pow(1.1, 10)},
-          {22, 1000, 0, 0, 700, (1 + std::pow(0.1, 8)) / 2},
-          {149, 2, 0, 0, 500, 0.5},
-          {160, 500, 0, 0, 500, 0.1},
-          {170, 6, 0, 0, 500, 0.5}})
-        EXPECT_NEAR(relative_signal(setpoint, value, source, polarity, mz), expected, 1e-9 * expected) << setpoint;
-    // The whole table of curves, computed once.
+// Every setpoint under every source and polarity, computed once.
+TEST(Responses, AbundanceFollowsTheCurvesOfTheInstalledSource) {
     double sum = 0;
     for (const auto& definition : embedded::setpoint_definitions())
         for (std::int32_t source = 0; source < 12; ++source)

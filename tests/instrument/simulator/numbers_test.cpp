@@ -4,33 +4,10 @@
 #include <cmath>
 
 #include "instrument/simulator/isotope_pattern.h"
-#include "instrument/simulator/random_stream.h"
 #include "instrument/simulator/simulator_bench.h"
 
 namespace korvane::simulation {
 namespace {
-
-// Chi-square over cells of at least 25 expected draws, below and above the change of method.
-TEST(Poisson, CountsFollowTheDistribution) {
-    RandomStream random(5, 0);
-    constexpr int draws = 50000;
-    for (const double mean : {0.01, 0.4, 3.0, 9.99, 10.0, 30.0, 4000.0}) {
-        std::vector<double> seen(static_cast<std::size_t>(mean + 12 * std::sqrt(mean) + 30), 0.0);
-        for (int i = 0; i < draws; ++i) seen.at(static_cast<std::size_t>(random.poisson(mean))) += 1;
-        double sum = 0, pooled_expected = 0, pooled_seen = 0;
-        int cells = 0;
-        for (std::size_t k = 0; k < seen.size(); ++k) {
-            const double n = static_cast<double>(k);
-            pooled_expected += draws * std::exp(n * std::log(mean) - mean - std::lgamma(n + 1.0));
-            pooled_seen += seen[k];
-            if (pooled_expected < 25) continue;
-            sum += (pooled_seen - pooled_expected) * (pooled_seen - pooled_expected) / pooled_expected;
-            ++cells;
-            pooled_expected = pooled_seen = 0;
-        }
-        EXPECT_LT(sum / cells, 1.0 + 5.0 * std::sqrt(2.0 / cells)) << "mean " << mean << ", cells " << cells;
-    }
-}
 
 TEST(IsotopePattern, MassesAndRatiosAreThoseOfIndependentAtoms) {
     struct Case {

@@ -75,12 +75,11 @@ TEST(SpectrumPhysics, NumbersOfIonsHaveTheStatisticsOfTheDetector) {
         scene.instrument.spectrum_start_ns = test_time_ns - 100;
         scene.instrument.spectrum_duration_ns = 200;
         Generator generator(scene);
-        std::vector<double> sums(spectra);
-        for (double& sum : sums) sum = generator.ions();
-        const Moments moments(sums);
+        Spread sums;
+        for (int i = 0; i < spectra; ++i) sums.add(generator.ions());
         const double variance = ions * (1 + spread * spread);
-        EXPECT_NEAR(moments.mean, ions, 5 * std::sqrt(variance / spectra)) << ions << " " << spread;
-        EXPECT_NEAR(moments.variance / variance, 1.0, 6 * std::sqrt(2.0 / spectra)) << ions << " " << spread;
+        EXPECT_NEAR(sums.mean(), ions, 5 * std::sqrt(variance / spectra)) << ions << " " << spread;
+        EXPECT_NEAR(sums.variance() / variance, 1.0, 6 * std::sqrt(2.0 / spectra)) << ions << " " << spread;
     }
 }
 
@@ -118,15 +117,16 @@ TEST(SpectrumPhysics, NoiseGrowsWithTheTransientsAndIsIndependentOnABaselineThat
         scene.instrument.spectrum_duration_ns = 50000;
         scene.setpoints["NumTransients2GHz"] = transients;
         const auto counts = Generator(scene).counts();
-        const Moments moments(counts);
+        Spread moments;
+        for (const double count : counts) moments.add(count);
         const double variance = 0.45 * 0.45 * transients;
-        EXPECT_NEAR(moments.mean, transients, 5 * std::sqrt(variance / 100000) + 0.02) << transients;
-        EXPECT_NEAR((moments.variance - 1.0 / 12) / variance, 1.0, 0.02) << transients;
+        EXPECT_NEAR(moments.mean(), transients, 5 * std::sqrt(variance / 100000) + 0.02) << transients;
+        EXPECT_NEAR((moments.variance() - 1.0 / 12) / variance, 1.0, 0.02) << transients;
         for (const std::size_t lag : {1u, 4u, 32u, 256u}) {
             double correlation = 0;
             for (std::size_t i = lag; i < counts.size(); ++i)
-                correlation += (counts[i] - moments.mean) * (counts[i - lag] - moments.mean);
-            EXPECT_NEAR(correlation / moments.variance / counts.size(), 0.0, 5 / std::sqrt(counts.size())) << lag;
+                correlation += (counts[i] - moments.mean()) * (counts[i - lag] - moments.mean());
+            EXPECT_NEAR(correlation / moments.variance() / counts.size(), 0.0, 5 / std::sqrt(counts.size())) << lag;
         }
         scene.detector.noise_counts = 0;
         scene.detector.baseline_drift = 0.1;

@@ -4,11 +4,12 @@
 #include <cmath>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "instrument/simulator/simulator.h"
+#include "platform/automation_arithmetic.h"
 #include "support/memory_disk.h"
 #include "support/raised.h"
+#include "support/spread.h"
 #include "support/virtual_clock.h"
 
 namespace korvane {
@@ -41,16 +42,12 @@ struct SimulatorBench {
     }
     double get(const std::string& name) {
         auto& table = globals->setpoints();
-        const InstrumentValue value = table.value(table.index_of(name), 0, 0);
-        return std::holds_alternative<double>(value) ? std::get<double>(value) : std::get<std::int32_t>(value);
+        return to_double(table.value(table.index_of(name), 0, 0));
     }
     /// Value of a metadata item by its name; NaN where there is none.
     double metadata(const std::string& name) {
-        for (const MetaItem& item : globals->control()->next_spectrum_metadata()) {
-            if (item.name != name) continue;
-            if (const auto* number = std::get_if<double>(&item.value)) return *number;
-            return std::get<std::int32_t>(item.value);
-        }
+        for (const MetaItem& item : globals->control()->next_spectrum_metadata())
+            if (item.name == name) return to_double(item.value);
         return std::nan("");
     }
 
@@ -59,16 +56,6 @@ struct SimulatorBench {
     SimulatorOptions options;
     std::shared_ptr<InstrumentLayer> layer;
     std::unique_ptr<InstrumentGlobals> globals;
-};
-
-/// Mean and variance of numbers.
-struct Moments {
-    explicit Moments(const std::vector<double>& values) {
-        for (const double value : values) mean += value / static_cast<double>(values.size());
-        for (const double value : values)
-            variance += (value - mean) * (value - mean) / static_cast<double>(values.size() - 1);
-    }
-    double mean = 0, variance = 0;
 };
 
 }  // namespace korvane
