@@ -31,6 +31,7 @@
 #include "korvane/status_id.h"
 #include "korvane/system.h"
 #include "korvane/tune_globals.h"
+#include "korvane/tune_history.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
 #include "korvane/tune_record.h"

@@ -1,0 +1,95 @@
+// The record of a run: the instrument before and after, and how its calibrants were judged.
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <ctime>
+
+#include "korvane/error.h"
+#include "korvane/system.h"
+#include "korvane/tune_history.h"
+
+namespace korvane {
+
+namespace {
+
+std::string utc_text(const LocalTime& local) {
+    std::tm parts{};
+    parts.tm_year = local.year - 1900;
+    parts.tm_mon = local.month - 1;
+    parts.tm_mday = local.day;
+    parts.tm_hour = local.hour;
+    parts.tm_min = local.minute;
+    parts.tm_sec = local.second;
+    parts.tm_isdst = -1;
+    const std::time_t instant = std::mktime(&parts);
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(instant));
+}
+
+std::unique_ptr<InstrumentGlobals> view_of(const Platform& platform) {
+    auto view = platform.instrument->create_globals();
+    if (!view) raise_runtime_fault(error_number::object_not_set, "create_globals");
+    view->initialise();
+    return view;
+}
+
+double setpoint_value(SetpointTable& table, std::int32_t index) {
+    const InstrumentValue value = table.value(index, 0, 0);
+    if (const auto* number = std::get_if<double>(&value)) return *number;
+    if (const auto* integer = std::get_if<std::int32_t>(&value)) return *integer;
+    raise_runtime_fault(error_number::type_mismatch, table.internal_name(index));
+}
+
+}  // namespace
+
+TuneRecord begin_record(const Platform& platform, std::string kind) {
+    TuneGlobals globals(platform);
+    const auto view = view_of(platform);
+    TuneRecord record;
+    record.time = utc_text(platform.clock->now());
+    record.kind = std::move(kind);
+    record.serial = view->title();
+    record.source = globals.GetSourceTypeStr();
+    record.polarity = globals.GetPolarityStr();
+    SetpointTable& table = view->setpoints();
+    for (const std::int32_t index : table.indexes()) {
+        const double value = setpoint_value(table, index);
+        record.setpoints.push_back({table.internal_name(index), value, value});
+    }
+    record.calibration_before = globals.GetCurrentCalibrationObjFromDD()->coefficients();
+    record.calibration_after = record.calibration_before;
+    return record;
+}
+
+void end_record(TuneRecord& record, const Platform& platform) {
+    const auto view = view_of(platform);
+    for (RecordedSetpoint& setpoint : record.setpoints)
+        setpoint.after = setpoint_value(view->setpoints(), view->setpoints().index_of(setpoint.name));
+    record.calibration_after = TuneGlobals(platform).GetCurrentCalibrationObjFromDD()->coefficients();
+}
+
+TuneRecord make_mark(const Platform& platform, const TuneRecord& like, const std::string& word,
+                     const std::string& text) {
+    TuneRecord mark;
+    mark.time = utc_text(platform.clock->now());
+    mark.kind = "mark";
+    mark.note = text.empty() ? word : word + ": " + text;
+    mark.instrument = like.instrument;
+    mark.serial = like.serial;
+    mark.version = like.version;
+    return mark;
+}
+
+void judge(TuneRecord& record, const std::vector<MeasuredCalibrant>& measured, const TuneLimits& limits) {
+    record.limits = limits;
+    record.calibrants.clear();
+    std::string faults;
+    for (const MeasuredCalibrant& calibrant : measured) {
+        record.calibrants.push_back({calibrant, verdict_of(calibrant, limits), {}});
+        const CalibrantVerdict& verdict = record.calibrants.back().verdict;
+        if (verdict.state == CalibrantState::ok) continue;
+        faults += fmt::format("{}{:.4f} {}", faults.empty() ? "" : ", ", calibrant.mass, name_of(verdict.state));
+    }
+    record.verdict = faults.empty() ? "ok" : faults;
+}
+
+}  // namespace korvane
