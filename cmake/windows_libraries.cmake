@@ -25,7 +25,7 @@ find_package(ZLIB REQUIRED)
 
 set(KORVANE_SOURCES ${CMAKE_BINARY_DIR}/sources CACHE PATH "Sources of Debian packages, fetched when they are not there")
 execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/fetch_sources.sh ${KORVANE_SOURCES} pugixml=libpugixml-dev
-                        expat=libexpat1-dev COMMAND_ERROR_IS_FATAL ANY)
+                        expat=libexpat1-dev sqlite3=libsqlite3-dev COMMAND_ERROR_IS_FATAL ANY)
 add_library(pugixml STATIC ${KORVANE_SOURCES}/pugixml/src/pugixml.cpp)
 target_include_directories(pugixml SYSTEM PUBLIC ${KORVANE_SOURCES}/pugixml/src)
 add_library(pugixml::pugixml ALIAS pugixml)
@@ -39,6 +39,19 @@ target_include_directories(expat SYSTEM PRIVATE ${CMAKE_BINARY_DIR}/expat PUBLIC
 target_compile_definitions(expat PUBLIC XML_STATIC
                            PRIVATE BYTEORDER=1234 HAVE_MEMMOVE XML_CONTEXT_BYTES=1024 XML_DTD XML_NS)
 add_library(EXPAT::EXPAT ALIAS expat)
+
+# SQLite's own makefile puts its sources together as one, which needs no configuration.
+set(sqlite ${KORVANE_SOURCES}/sqlite3/one)
+if(NOT EXISTS ${sqlite}/sqlite3.c)
+  file(MAKE_DIRECTORY ${sqlite})
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=CC ../configure --disable-tcl WORKING_DIRECTORY ${sqlite}
+                  OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND make sqlite3.c WORKING_DIRECTORY ${sqlite} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+endif()
+add_library(sqlite3 STATIC ${sqlite}/sqlite3.c)
+target_include_directories(sqlite3 SYSTEM PUBLIC ${sqlite})
+target_compile_definitions(sqlite3 PRIVATE SQLITE_OMIT_LOAD_EXTENSION)
+add_library(SQLite::SQLite3 ALIAS sqlite3)
 
 if(KORVANE_TESTS)
   set(BUILD_GMOCK ON)

@@ -4,9 +4,9 @@
 set -euo pipefail
 
 native=(g++ cmake ninja-build ccache git ca-certificates libexpat1-dev libpugixml-dev libfmt-dev libcli11-dev
-        nlohmann-json3-dev libeigen3-dev zlib1g-dev libgtest-dev libgmock-dev)
+        nlohmann-json3-dev libeigen3-dev zlib1g-dev libsqlite3-dev libpq-dev libgtest-dev libgmock-dev)
 windows=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools libz-mingw-w64-dev wine wine64 libwine
-         googletest dpkg-dev)
+         googletest dpkg-dev make tcl)
 
 wanted=()
 for part in "${@:-native}"; do

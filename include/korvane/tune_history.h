@@ -30,4 +30,49 @@ KORVANE_API TuneRecord make_mark(const Platform& platform, const TuneRecord& lik
 /// The calibrants with their verdicts by the limits, and the verdict of all: "ok", or what is wrong with which.
 KORVANE_API void judge(TuneRecord& record, const std::vector<MeasuredCalibrant>& measured, const TuneLimits& limits);
 
+/// What the history keeps of every calibrant for charts. In ppm, counts, m / FWHM, and as the root of chi-square per
+/// degree of freedom.
+inline constexpr std::string_view tune_metrics[] = {"mass_error", "height", "resolution", "misfit"};
+
+/// One number of one calibrant of one record.
+struct MetricReading {
+    std::int64_t record = 0;
+    double mz = 0;
+    double value = 0;
+    double standard_error = 0;  ///< NaN where none was stated
+};
+
+/// A history. Several programs may use one at the same time; a program that is killed leaves whole records. An object
+/// is used by one thread at a time. Errors, of the kind `configuration`: -904 naming the history, with the database's
+/// own words.
+class KORVANE_API TuneHistory {
+public:
+    /// `where` is the path of a file (UTF-8), made with its tables where there is none and `make` is true, or
+    /// "postgresql://..." (natively). Older tables are brought to this library's version; those of a newer one are an
+    /// error.
+    explicit TuneHistory(std::string where, bool make = true);
+    ~TuneHistory();
+    TuneHistory(TuneHistory&&) noexcept;
+
+    /// Keeps a record, whole or not at all, and returns the id that it got.
+    std::int64_t add(const TuneRecord& record);
+    /// Error -904 where there is no record of this id.
+    TuneRecord load(std::int64_t id);
+    /// The youngest records, the oldest of them first, but for what lists need not: setpoints, calibration, limits,
+    /// calibrants, residuals, searches.
+    std::vector<TuneRecord> list(std::size_t most);
+    /// The youngest record that is no mark, as in a list; nothing where there is none.
+    std::optional<TuneRecord> last();
+    /// The last record of `time` ("2026-11-22T08:51:49Z", or its beginning: "2026-11-22") or before, of the instrument,
+    /// source and polarity of `like`; nothing where all are later. Marks do not count.
+    std::optional<std::int64_t> last_until(std::string time, const TuneRecord& like);
+    /// Readings of a metric from records of the instrument, source and polarity of `like`, by m/z and then by record,
+    /// from the first record after the last mark "maintenance" of this instrument, up to `like` itself.
+    std::vector<MetricReading> readings(std::string_view metric, const TuneRecord& like);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
 }  // namespace korvane

@@ -61,5 +61,36 @@ TEST(TuneRecordJson, EveryValueComesBackAndOneOfAnotherTypeIsNamed) {
     EXPECT_NE(raised([&] { tune_record_from_json(tree.dump()); }).find("schema 2"), std::string::npos);
 }
 
+TEST(TuneHistory, KeepsWhatItIsGivenByInstrumentAndAnewAfterMaintenance) {
+    const TemporaryFolder folder;
+    TuneHistory history(folder.file("history"));
+    TuneRecord record = full_record();
+    record.calibrants[0].measured.mass = 100;
+    record.calibrants[0].measured.ns.pkHeight = 5;
+    for (const char* const serial : {"a", "b"})
+        for (int day = 10; day < 20; ++day) {
+            record.serial = serial;
+            record.time = "2026-11-" + std::to_string(day) + "T08:00:00Z";
+            record.id = history.add(record);
+            if (day == 13 && record.serial == "b") {
+                TuneRecord mark = record;
+                mark.kind = "mark";
+                mark.note = "maintenance: source cleaned";
+                history.add(mark);
+            }
+        }
+    EXPECT_EQ(tune_record_json(history.load(record.id)), tune_record_json(record));
+    EXPECT_EQ(history.list(3).front().time, "2026-11-17T08:00:00Z");
+    EXPECT_EQ(history.last()->id, record.id);
+    EXPECT_EQ(history.last_until("2026-11-12", record), history.last_until("2026-11-12T09", record));
+    EXPECT_EQ(history.last_until("2026-11-09", record), std::nullopt);
+    EXPECT_EQ(history.readings("height", record).size(), 6U);
+    record.serial = "a";
+    EXPECT_EQ(history.readings("height", record).size(), 10U);
+    EXPECT_EQ(history.readings("misfit", record).front().value, 1);
+    EXPECT_TRUE(raised([&] { history.load(99); }).ends_with("/history: there is no record 99"));
+    EXPECT_TRUE(raised([&] { TuneHistory(folder.file("none"), false); }).ends_with("unable to open database file"));
+}
+
 }  // namespace
 }  // namespace korvane

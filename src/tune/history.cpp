@@ -1,0 +1,244 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <stdexcept>
+
+#include "korvane/error.h"
+#include "korvane/tune_history.h"
+#include "tune/database/database.h"
+#ifndef _WIN32
+#include <dlfcn.h>
+#endif
+
+namespace korvane {
+
+namespace {
+
+// Version 1. A change adds a step below, which brings the tables of the version before to its own.
+constexpr const char* first_tables =
+    "CREATE TABLE tune_schema (version INTEGER NOT NULL);"
+    "INSERT INTO tune_schema VALUES (1);"
+    "CREATE TABLE tune_records (id {}, time TEXT NOT NULL, kind TEXT NOT NULL, note TEXT NOT NULL,"
+    " version TEXT NOT NULL, instrument TEXT NOT NULL, serial TEXT NOT NULL, source TEXT NOT NULL,"
+    " polarity TEXT NOT NULL, verdict TEXT NOT NULL, log TEXT NOT NULL, recording TEXT NOT NULL, json TEXT NOT NULL);"
+    "CREATE INDEX tune_records_by_time ON tune_records (time);"
+    "CREATE TABLE tune_metrics (metric TEXT NOT NULL, mz DOUBLE PRECISION NOT NULL,"
+    " record BIGINT NOT NULL REFERENCES tune_records (id), value DOUBLE PRECISION NOT NULL,"
+    " standard_error DOUBLE PRECISION);"
+    "CREATE INDEX tune_metrics_by_name ON tune_metrics (metric, mz, record)";
+constexpr std::array schema_steps{first_tables};
+constexpr std::size_t known_schema = schema_steps.size();
+
+// The columns that a list shows, in the order of `listed`.
+constexpr std::string TuneRecord::*const listed_texts[] = {
+    &TuneRecord::time,       &TuneRecord::kind,   &TuneRecord::note,     &TuneRecord::version,
+    &TuneRecord::instrument, &TuneRecord::serial, &TuneRecord::source,   &TuneRecord::polarity,
+    &TuneRecord::verdict,    &TuneRecord::log,    &TuneRecord::recording};
+constexpr const char* listed_columns =
+    "time, kind, note, version, instrument, serial, source, polarity, verdict, log, recording";
+
+bool is_server(const std::string& where) {
+    return where.starts_with("postgresql://") || where.starts_with("postgres://");
+}
+
+/// Without the password that a URL may hold.
+std::string shown_name(const std::string& where) {
+    const std::size_t at = where.rfind('@');
+    return is_server(where) && at != std::string::npos ? "postgresql://..." + where.substr(at) : where;
+}
+
+std::unique_ptr<Database> open_database(const std::string& where, bool make) {
+#ifdef _WIN32
+    if (is_server(where)) throw std::runtime_error("histories on a server are not for Windows");
+    return std::unique_ptr<Database>(korvane_open_database(where, make));
+#else
+    const char* const module = is_server(where) ? "libkorvane_postgresql.so" : "libkorvane_sqlite.so";
+    void* const library = dlopen(module, RTLD_NOW | RTLD_LOCAL);  // stays: its objects may outlive this call
+    void* const entry = library ? dlsym(library, "korvane_open_database") : nullptr;
+    if (!entry) throw std::runtime_error(dlerror());
+    return std::unique_ptr<Database>(reinterpret_cast<decltype(&korvane_open_database)>(entry)(where, make));
+#endif
+}
+
+struct Metric {
+    double value, standard_error;
+};
+
+/// In the order of `tune_metrics`.
+std::vector<Metric> metrics_of(const MeasuredCalibrant& calibrant) {
+    const double unknown = std::numeric_limits<double>::quiet_NaN();
+    const PeakUncertainty errors = calibrant.standard_errors.value_or(PeakUncertainty{unknown, unknown, unknown, 0, 0});
+    return {{calibrant.error_ppm(), errors.centroid * calibrant.ppm_per_ns},
+            {calibrant.ns.pkHeight, errors.height},
+            {calibrant.amu.pkResolution, calibrant.amu.pkResolution * errors.width / calibrant.ns.pkWidth},
+            {calibrant.quality ? calibrant.quality->misfit : unknown, unknown}};
+}
+
+std::string number_text(double value) {
+    return std::isfinite(value) ? fmt::format("{}", value) : "NULL";
+}
+
+}  // namespace
+
+struct TuneHistory::State {
+    std::string name;
+    std::unique_ptr<Database> database;
+
+    template <class Work>
+    auto told(Work&& work) -> decltype(work()) {
+        try {
+            return work();
+        } catch (const std::runtime_error& fault) {
+            throw Error(error_number::file_or_element, "TuneHistory", name + ": " + fault.what());
+        }
+    }
+
+    void run(const std::string& sql, const std::vector<std::string>& parameters = {},
+             const Database::OnRow& on_row = {}) {
+        told([&] { database->run(sql, parameters, on_row); });
+    }
+
+    void in_transaction(const std::function<void()>& work) {
+        told([&] { database->begin(); });
+        try {
+            work();
+            run("COMMIT");
+        } catch (...) {
+            try {
+                database->run("ROLLBACK");
+            } catch (const std::runtime_error&) {
+                // What made the transaction fail is told; a broken connection has rolled back.
+            }
+            throw;
+        }
+    }
+
+    /// 0 where there are no tables yet.
+    std::size_t schema() {
+        std::size_t version = 0;
+        const auto read = [&](const Database::Row& row) { version = static_cast<std::size_t>(row.number(0)); };
+        run(database->table_query(), {"tune_schema"}, read);
+        if (version > 0) run("SELECT version FROM tune_schema", {}, read);
+        if (version <= known_schema) return version;
+        throw Error(
+            error_number::file_or_element, "TuneHistory",
+            fmt::format("{}: its tables have version {}, this program knows {} at most", name, version, known_schema));
+    }
+
+    void bring_up_to_date() {
+        std::size_t version = schema();
+        if (version == known_schema) return;
+        in_transaction([&] {
+            for (version = schema(); version < known_schema; ++version)
+                run(fmt::format(fmt::runtime(schema_steps[version]), database->identity_type()));
+            run("UPDATE tune_schema SET version = " + std::to_string(version));
+        });
+    }
+
+    /// The youngest of those that `condition` selects, the oldest first.
+    std::vector<TuneRecord> list(const char* condition, std::size_t most) {
+        std::vector<TuneRecord> records;
+        if (schema() == 0) return records;
+        run(fmt::format("SELECT id, {} FROM tune_records {} ORDER BY id DESC LIMIT {}", listed_columns, condition,
+                        most),
+            {}, [&](const Database::Row& row) {
+                TuneRecord& record = records.emplace_back();
+                int column = 0;
+                record.id = static_cast<std::int64_t>(row.number(column++));
+                for (const auto member : listed_texts) record.*member = row.text(column++);
+            });
+        std::ranges::reverse(records);
+        return records;
+    }
+};
+
+TuneHistory::TuneHistory(std::string where, bool make) : state_(std::make_unique<State>()) {
+    state_->name = shown_name(where);
+    state_->told([&] { state_->database = open_database(where, make); });
+    if (make || state_->schema() > 0) state_->bring_up_to_date();
+}
+
+TuneHistory::~TuneHistory() = default;
+TuneHistory::TuneHistory(TuneHistory&&) noexcept = default;
+
+std::int64_t TuneHistory::add(const TuneRecord& record) {
+    std::vector<std::string> texts;
+    std::string places;
+    for (const auto member : listed_texts) {
+        texts.push_back(record.*member);
+        places += fmt::format("${}, ", texts.size());
+    }
+    texts.push_back(tune_record_json(record));
+    std::string metrics;
+    std::int64_t id = 0;
+    state_->in_transaction([&] {
+        state_->run(fmt::format("INSERT INTO tune_records ({}, json) VALUES ({}${}) RETURNING id", listed_columns,
+                                places, texts.size()),
+                    texts, [&](const Database::Row& row) { id = static_cast<std::int64_t>(row.number(0)); });
+        for (const RecordedCalibrant& calibrant : record.calibrants) {
+            if (!calibrant.measured.found()) continue;
+            const std::vector<Metric> values = metrics_of(calibrant.measured);
+            for (std::size_t i = 0; i < values.size(); ++i)
+                if (std::isfinite(values[i].value))
+                    metrics += fmt::format("{}('{}', {}, {}, {}, {})", metrics.empty() ? "" : ", ", tune_metrics[i],
+                                           calibrant.measured.mass, id, values[i].value,
+                                           number_text(values[i].standard_error));
+        }
+        if (!metrics.empty())
+            state_->run("INSERT INTO tune_metrics (metric, mz, record, value, standard_error) VALUES " + metrics);
+    });
+    return id;
+}
+
+TuneRecord TuneHistory::load(std::int64_t id) {
+    std::optional<TuneRecord> record;
+    state_->run("SELECT json FROM tune_records WHERE id = $1", {std::to_string(id)},
+                [&](const Database::Row& row) { record = tune_record_from_json(row.text(0)); });
+    if (!record)
+        throw Error(error_number::file_or_element, "TuneHistory",
+                    fmt::format("{}: there is no record {}", state_->name, id));
+    record->id = id;
+    return *record;
+}
+
+std::vector<TuneRecord> TuneHistory::list(std::size_t most) {
+    return state_->list("", most);
+}
+
+std::optional<TuneRecord> TuneHistory::last() {
+    auto found = state_->list("WHERE kind <> 'mark'", 1);
+    return found.empty() ? std::nullopt : std::optional(std::move(found.front()));
+}
+
+std::optional<std::int64_t> TuneHistory::last_until(std::string time, const TuneRecord& like) {
+    constexpr std::string_view latest = "9999-12-31T23:59:59Z";
+    if (time.size() < latest.size()) time += latest.substr(time.size());
+    std::optional<std::int64_t> id;
+    state_->run(
+        "SELECT id FROM tune_records WHERE time <= $1 AND instrument = $2 AND serial = $3 AND source = $4 "
+        "AND polarity = $5 AND kind <> 'mark' ORDER BY time DESC, id DESC LIMIT 1",
+        {time, like.instrument, like.serial, like.source, like.polarity},
+        [&](const Database::Row& row) { id = static_cast<std::int64_t>(row.number(0)); });
+    return id;
+}
+
+std::vector<MetricReading> TuneHistory::readings(std::string_view metric, const TuneRecord& like) {
+    std::vector<MetricReading> found;
+    state_->run(
+        "SELECT m.record, m.mz, m.value, m.standard_error FROM tune_metrics m "
+        "JOIN tune_records r ON r.id = m.record WHERE m.metric = $1 AND r.instrument = $2 AND r.serial = $3 "
+        "AND r.source = $4 AND r.polarity = $5 AND r.id <= $6 AND r.id > "
+        "(SELECT coalesce(max(id), 0) FROM tune_records WHERE kind = 'mark' AND note LIKE 'maintenance%' "
+        "AND instrument = $2 AND serial = $3 AND id <= $6) ORDER BY m.mz, m.record",
+        {std::string(metric), like.instrument, like.serial, like.source, like.polarity, std::to_string(like.id)},
+        [&](const Database::Row& row) {
+            found.push_back({static_cast<std::int64_t>(row.number(0)), row.number(1), row.number(2), row.number(3)});
+        });
+    return found;
+}
+
+}  // namespace korvane
