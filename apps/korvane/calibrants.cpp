@@ -32,10 +32,10 @@ std::string written_log(const SpectrumParser& parser) {
 }
 
 ExitCode log_and_end(Session& session, const SpectrumParser& parser) {
-    if (!parser.tune_log_path().empty()) return ExitCode::done;
-    session.fault = Error(error_number::file_or_element, "",
-                          "the tune log is not written: Logfiles is missing or cannot be written");
-    return ExitCode::configuration;
+    if (parser.tune_log_path().empty())
+        session.fault = Error(error_number::file_or_element, "",
+                              "the tune log is not written: Logfiles is missing or cannot be written");
+    return session.fault ? exit_code_of(*session.fault) : ExitCode::done;
 }
 
 double number_of(const InstrumentValue& value, const std::string& what) {

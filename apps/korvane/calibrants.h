@@ -21,7 +21,8 @@ std::string current_mass_list_source(Session& session, TuneGlobals& globals);
 
 /// Path of the tune log that the measurement wrote, or that there is none.
 std::string written_log(const SpectrumParser& parser);
-/// What a command that writes a tune log ends with: all done, or the fault that the log was not written.
+/// What a command that writes a tune log ends with: all done, or the code of the session's fault, which may be that the
+/// log was not written.
 ExitCode log_and_end(Session& session, const SpectrumParser& parser);
 
 /// A number that the instrument shows; error 13 naming what is none.

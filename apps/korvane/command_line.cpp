@@ -73,6 +73,8 @@ constexpr std::array commands{
     CommandRow{"Measure and adjust", "calibration", "the mass calibration of the current polarity",
                declare_calibration},
     CommandRow{"Measure and adjust", "record", "write the next spectra of the instrument as mzML", declare_record},
+    CommandRow{"Look back", "history", "the records of earlier runs (measure --keep): list, show, compare, hand on",
+               declare_history},
     CommandRow{"Set", "setpoint", "read and change the instrument's setpoints", declare_setpoint},
     CommandRow{"Set", "params", "read and change the numbers in TuneParams.xml", declare_params},
     CommandRow{"Set", "prefs", "read and change the switches in TunePreferences.xml", declare_prefs},
@@ -123,6 +125,10 @@ void add_global_options(CLI::App& program, GlobalOptions& options) {
                                    "recording (mzML) in the place of the simulated instrument", "FILE");
     CLI::Option* scene = add_name(program, "--scene", options.scene, "scene of the simulated instrument", "FILE");
     add_seed(program, options.seed);
+    add_name(program, "--history", options.history,
+             "history: a file, or postgresql://... (KORVANE_HISTORY, else TuneHistory.sqlite of the base folder)",
+             "WHERE")
+        ->envname("KORVANE_HISTORY");
     add_name(program, "--instrument", options.instrument,
              "instrument layer from outside: a shared library, or on Windows a ProgID (KORVANE_INSTRUMENT)", "LAYER")
         ->excludes(base, replay, scene);

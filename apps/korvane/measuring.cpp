@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "korvane/tune_params_xml.h"
 #include "peak_output.h"
+#include "run_record.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -15,51 +16,16 @@ namespace {
 struct MeasureOptions {
     std::vector<double> masses;
     std::optional<double> window_percent;
+    KeepOptions keeping;
 };
 
-struct CalibrantRow {
-    double mass = 0;
-    PeakInfo ns, amu;
-    std::optional<PeakUncertainty> standard_errors;
-    double ppm_per_ns = 0;  // at the peak
-    std::optional<PeakQuality> quality = {};
-
-    // A record that the search left alone is all zeros.
-    bool found() const { return ns != PeakInfo{}; }
-    bool reaches(double minimum_height) const { return found() && ns.pkHeight >= minimum_height; }
-    double ppm() const { return (amu.pkCentroid - mass) / mass * 1e6; }
-};
-
-double ppm_per_ns_at(const MassTimeCalibration& calibration, double time_ns) {
-    const double step_ns = 0.5;
-    const double mass = calibration.mass_from_time(time_ns);
-    const double difference =
-        calibration.mass_from_time(time_ns + step_ns) - calibration.mass_from_time(time_ns - step_ns);
-    return difference / (2 * step_ns) / mass * 1e6;
-}
-
-std::vector<CalibrantRow> measured_rows(SpectrumParser& parser, TuneGlobals& globals, const std::vector<double>& masses,
-                                        double window_percent) {
-    const VariantMatrix<PeakInfo> records =
-        parser.GetPeakInfoForCalibrantMasses(VariantArray<double>(masses), window_percent);
-    const auto& uncertainties = parser.last_uncertainties();
-    const auto& qualities = parser.last_qualities();
-    const CalibrationObject calibration = globals.GetCurrentCalibrationObjFromDD();
-
-    std::vector<CalibrantRow> rows(masses.size());
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        rows[i] = {masses[i], records.at(i, 0), records.at(i, 1), {}, 0};
-        if (!rows[i].found()) continue;
-        if (i < uncertainties.size()) rows[i].standard_errors = uncertainties[i];
-        if (i < qualities.size()) rows[i].quality = qualities[i];
-        rows[i].ppm_per_ns = ppm_per_ns_at(*calibration, rows[i].ns.pkCentroid);
-    }
-    return rows;
+bool reaches(const MeasuredCalibrant& row, double minimum_height) {
+    return row.found() && row.ns.pkHeight >= minimum_height;
 }
 
 // A mass asked for by name must lie on the mass axis; that the axis is too short is otherwise not told from no peak.
-void require_masses_on_axis(SpectrumParser& parser, const std::vector<CalibrantRow>& rows) {
-    if (std::all_of(rows.begin(), rows.end(), [](const CalibrantRow& row) { return row.found(); })) return;
+void require_masses_on_axis(SpectrumParser& parser, const std::vector<MeasuredCalibrant>& rows) {
+    if (std::all_of(rows.begin(), rows.end(), [](const MeasuredCalibrant& row) { return row.found(); })) return;
     VariantArray<double> axis, counts;
     VariantArray<InstrumentValue> metadata;
     double start_time_ns = 0;
@@ -67,44 +33,45 @@ void require_masses_on_axis(SpectrumParser& parser, const std::vector<CalibrantR
     parser.GetNewSpectrumAndVerifyDataIsPopulated(axis, counts, metadata, start_time_ns, cancelled);
     if (axis.size() == 0) return;
     const double first = axis.elements().front(), last = axis.elements().back();
-    for (const CalibrantRow& row : rows)
+    for (const MeasuredCalibrant& row : rows)
         if (!row.found() && (row.mass < first || row.mass > last))
             throw UsageError(fmt::format("--mass: {} lies outside the mass axis of the spectrum, {:.4f} to {:.4f}",
                                          row.mass, first, last));
 }
 
-Json row_json(const CalibrantRow& row, double minimum_height) {
+Json row_json(const MeasuredCalibrant& row, double minimum_height) {
     Json object{{"mass", row.mass},
                 {"found", row.found()},
-                {"ppm", row.found() ? Json(row.ppm()) : Json()},
+                {"ppm", row.found() ? Json(row.error_ppm()) : Json()},
                 {"ns", peak_json(row.ns)},
                 {"amu", peak_json(row.amu)}};
     const auto& errors = row.standard_errors;
-    object["ppm_error"] = errors ? Json(errors->centroid * row.ppm_per_ns) : Json();
+    object["ppm_error"] = errors ? Json(*row.standard_error_ppm()) : Json();
     object["height_error"] = errors ? Json(errors->height) : Json();
     object["width_error"] = errors ? Json(errors->width) : Json();
     object["ions"] = errors ? Json(errors->ions) : Json();
-    object["reaches_minimum"] = row.reaches(minimum_height);
+    object["reaches_minimum"] = reaches(row, minimum_height);
     object["quality"] = quality_json(row.quality);
     return object;
 }
 
-TextTable::Cells row_cells(const CalibrantRow& row, double minimum_height) {
+TextTable::Cells row_cells(const MeasuredCalibrant& row, double minimum_height) {
     const std::string mass = fmt::format("{:.4f}", row.mass);
     if (!row.found()) return {mass, "no peak", "-", "-", "-", "-", "-", "no", "-"};
     return {mass,
             fmt::format("{:.4f}", row.amu.pkCentroid),
-            fmt::format("{:.2f}", row.ppm()),
+            fmt::format("{:.2f}", row.error_ppm()),
             fmt::format("{:.3f}", row.ns.pkCentroid),
             fmt::format("{:.0f}", row.ns.pkHeight),
             fmt::format("{:.3f}", row.ns.pkWidth),
             fmt::format("{:.0f}", row.amu.pkResolution),
-            row.reaches(minimum_height) ? "yes" : "no",
+            reaches(row, minimum_height) ? "yes" : "no",
             quality_text(row.quality)};
 }
 
 ExitCode measure(Session& session, const MeasureOptions& options) {
     session.begin_run();
+    RunRecord run(session, options.keeping, "measure");
     TuneGlobals globals(session.platform());
     SpectrumParser parser(session.platform());
     clsTuneParamsXML params(session.platform());
@@ -114,7 +81,8 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     const double interval_seconds = session.instrument().sampling_interval_seconds();
 
     const std::vector<double> masses = chosen_masses(session, globals, options.masses);
-    const auto rows = measured_rows(parser, globals, masses, options.window_percent.value_or(-1.0));
+    const auto rows =
+        measure_calibrants(parser, globals, VariantArray<double>(masses), options.window_percent.value_or(-1.0));
     if (!options.masses.empty()) require_masses_on_axis(parser, rows);
 
     session.talk(fmt::format("{}, {}, {}; {:.6g} GHz sampling; tune log {}", source, polarity, state,
@@ -122,16 +90,17 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     Json peaks = Json::array();
     TextTable table({"expected m/z", "measured m/z", "error ppm", "time ns", "height", "width ns", "resolution",
                      "reaches minimum", "<quality"});
-    for (const CalibrantRow& row : rows) {
+    for (const MeasuredCalibrant& row : rows) {
         peaks.push_back(row_json(row, minimum_height));
         table.add(row_cells(row, minimum_height));
     }
-    session.show(Json{{"source", source},
-                      {"polarity", polarity},
-                      {"state", state},
-                      {"peaks", std::move(peaks)},
-                      {"minimum_abundance_counts", minimum_height}},
-                 table);
+    Json object{{"source", source},
+                {"polarity", polarity},
+                {"state", state},
+                {"peaks", std::move(peaks)},
+                {"minimum_abundance_counts", minimum_height}};
+    run.keep(parser, object, [&](TuneRecord& record) { judge(record, rows, read_tune_limits(session.platform())); });
+    session.show(std::move(object), table);
     return log_and_end(session, parser);
 }
 
@@ -223,6 +192,7 @@ void declare_measure(CLI::App& command, Session& session) {
     add_number(command, "--window", options.window_percent,
                "half width of the search window, percent of the flight time (PeakHandling/PeakFindWindowInPercentT)",
                {.above = 0, .below = 100});
+    add_keep(command, options.keeping);
 }
 
 void declare_peak(CLI::App& command, Session& session) {

@@ -42,7 +42,7 @@ struct Streams {
 };
 
 struct GlobalOptions {
-    std::optional<std::string> base, replay, scene, instrument;
+    std::optional<std::string> base, replay, scene, instrument, history;
     std::uint64_t seed = 1;
 };
 
@@ -69,6 +69,8 @@ public:
     const Platform& platform();
     /// The program's own view of the instrument.
     InstrumentGlobals& instrument();
+    /// "simulated", "replayed", or the name of the layer.
+    std::string instrument_name() const;
     /// The base folder in use, UTF-8, with no trailing separator.
     std::string base_folder();
     /// The same; empty while no platform has been built, and where the instrument does not tell.
@@ -102,7 +104,6 @@ public:
 
 private:
     Platform build_platform();
-    std::string instrument_name() const;
     void look(bool at_spectrum);
     [[noreturn]] void raise_stop(std::string description);
     void show_waiting(bool at_spectrum);

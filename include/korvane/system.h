@@ -163,6 +163,7 @@ private:
     std::set<std::string> saved_paths_;
 };
 
+/// Its `now` is what the environment variable KORVANE_TIME says ("2026-11-22T08:51:49"), where it is set.
 KORVANE_API std::shared_ptr<Clock> make_system_clock();
 /// The system's own box; where there is none, title and text go to standard error.
 KORVANE_API std::shared_ptr<MessageBox> make_system_message_box();

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "korvane/system.h"
+#include "platform/files.h"
 #include "platform/windows_text.h"
 
 namespace korvane {
@@ -38,7 +39,12 @@ public:
         return time.hour * 3600.0 + time.minute * 60.0 + time.second + fraction;
     }
 
-    LocalTime now() override { return local_instant().time; }
+    LocalTime now() override {
+        LocalTime time = local_instant().time;
+        std::sscanf(environment_text("KORVANE_TIME").c_str(), "%d-%d-%dT%d:%d:%d", &time.year, &time.month, &time.day,
+                    &time.hour, &time.minute, &time.second);
+        return time;
+    }
 
     void sleep_milliseconds(int milliseconds) override {
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));

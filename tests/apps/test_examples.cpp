@@ -118,7 +118,8 @@ TEST(Help, EveryCommandHasAnExampleThatTheDocumentsRun) {
                                       "masslist set",    "masslist check",  "calibration show",
                                       "calibration set", "calibration fit", "calibration undo",
                                       "abort request",   "abort reset",     "abort status",
-                                      "record",          "automation list"}) {
+                                      "record",          "automation list", "history list",
+                                      "history show",    "history mark"}) {
         std::vector<std::string> words{"--help"};
         std::istringstream split(command);
         words.insert(words.begin(), std::istream_iterator<std::string>(split), {});

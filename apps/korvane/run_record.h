@@ -1,0 +1,47 @@
+// What a run leaves in the history: one way for every command that keeps a record.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "korvane/tune_history.h"
+#include "session.h"
+
+namespace korvane {
+class SpectrumParser;
+}
+
+namespace korvane::program {
+
+struct KeepOptions {
+    bool keep = false;
+    std::string note;
+};
+/// --keep, and --note for the record's note.
+void add_keep(CLI::App& command, KeepOptions& options);
+
+/// The history that the command line or KORVANE_HISTORY names, else that of the base folder. Errors as `TuneHistory`;
+/// where `make` is false there must be one.
+TuneHistory open_history(Session& session, bool make);
+
+/// The record that a word names: an id, "last", "yesterday", "last-week", or a date or time in UTC, which stand for the
+/// last record until then. A usage error where there is none.
+TuneRecord record_named(TuneHistory& history, const std::string& word);
+inline constexpr const char* record_words =
+    "id, last, yesterday, last-week, or a date: the last record until then (last)";
+
+/// The record of one run. Does nothing where no record is asked for.
+class RunRecord {
+public:
+    /// To be made before the run moves anything: reads the instrument as it is.
+    RunRecord(Session& session, const KeepOptions& options, const char* kind);
+    /// Reads the instrument again, lets the command fill in what it found, and keeps the record; its id goes to the
+    /// result as "record". What fails becomes the session's fault, so that the result itself is not lost.
+    void keep(const SpectrumParser& parser, Json& result, const std::function<void(TuneRecord&)>& fill);
+
+private:
+    Session& session_;
+    std::optional<TuneRecord> record_;
+};
+
+}  // namespace korvane::program
