@@ -1,0 +1,264 @@
+#include "tune/svg.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+namespace korvane::svg {
+
+namespace {
+
+constexpr double tick_length = 4, character_width = 6.2, text_height = 12;
+constexpr double same_level = 0.3;  // units; less is not seen
+
+template <class... Arguments>
+void add(std::string& text, fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+    fmt::format_to(std::back_inserter(text), format, std::forward<Arguments>(arguments)...);
+}
+
+/// A place in tenths of a unit, without a decimal point that says nothing.
+std::string place_text(double place) {
+    const double tenths = std::round(place * 10);
+    return fmt::format("{:g}", tenths / 10 + 0.0);
+}
+
+bool breaks_or_reorders_a_line(std::uint32_t code) {
+    constexpr std::pair<std::uint32_t, std::uint32_t> ranges[] = {{0, 0x1F},        {0x7F, 0x9F},     {0x61C, 0x61C},
+                                                                  {0x200B, 0x200F}, {0x2028, 0x202E}, {0x2060, 0x206F},
+                                                                  {0xFEFF, 0xFEFF}, {0xFFFE, 0xFFFF}};
+    return std::ranges::any_of(ranges, [&](const auto& range) { return code >= range.first && code <= range.second; });
+}
+
+std::string marker_path(Marker marker, double x, double y) {
+    const char* shape = "h0";  // a line with round ends
+    switch (marker) {
+        case Marker::dot:
+            break;
+        case Marker::square:
+            x -= 3, y -= 3, shape = "h6v6h-6z";
+            break;
+        case Marker::triangle:
+            y -= 4, shape = "l4 7h-8z";
+            break;
+        case Marker::diamond:
+            y -= 4.5, shape = "l4.5 4.5-4.5 4.5-4.5-4.5z";
+            break;
+        case Marker::cross:
+            x -= 3.5, y -= 3.5, shape = "l7 7m0-7l-7 7";
+            break;
+    }
+    return fmt::format("M{} {}{}", place_text(x), place_text(y), shape);
+}
+
+std::string_view marker_style(Marker marker) {
+    return marker == Marker::dot ? "dots" : marker == Marker::cross ? "strokes" : "marks";
+}
+
+/// Least step of 1, 2 or 5 times a power of ten that divides the length into no more parts than that.
+double nice_step(double length, int most) {
+    const double step = length / most;
+    const double power = std::pow(10, std::floor(std::log10(step)));
+    for (const double factor : {1.0, 2.0, 5.0})
+        if (factor * power >= step * (1 - 1e-9)) return factor * power;
+    return 10 * power;
+}
+
+}  // namespace
+
+std::string escaped(std::string_view text) {
+    const auto is_plain = [](char c) { return c >= ' ' && c < 0x7F && !std::strchr("&<>\"'", c); };
+    if (std::ranges::all_of(text, is_plain)) return std::string(text);
+    using Json = nlohmann::json;  // makes UTF-8 of what is none
+    const std::string valid = Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
+    std::string result;
+    for (std::size_t at = 0, end = 0; at < valid.size(); at = end) {
+        const auto lead = static_cast<unsigned char>(valid[at]);
+        std::uint32_t code = lead < 0x80 ? lead : lead < 0xE0 ? lead & 0x1FU : lead < 0xF0 ? lead & 0xFU : lead & 7U;
+        for (end = at + 1; end < valid.size() && (valid[end] & 0xC0) == 0x80; ++end)
+            code = code << 6 | (static_cast<unsigned char>(valid[end]) & 0x3FU);
+        if (breaks_or_reorders_a_line(code))
+            add(result, "[U+{:04X}]", code);
+        else if (end - at > 1 || is_plain(valid[at]))
+            result.append(valid, at, end - at);
+        else
+            add(result, "&#{};", code);
+    }
+    return result;
+}
+
+void Range::include(double value) {
+    if (!std::isfinite(value)) return;
+    low = std::min(low, value);
+    high = std::max(high, value);
+}
+
+Range Range::widened(double part) const {
+    const double length = high - low;
+    double margin = (length > 0 ? length : std::abs(high)) * part;
+    if (!(margin > 0)) margin = 1;
+    return {low - margin, high + margin};
+}
+
+Range range_of(std::span<const double> values) {
+    const auto first = std::ranges::find_if(values, [](double value) { return std::isfinite(value); });
+    Range range;
+    if (first != values.end()) range = {*first, *first};
+    for (const double value : values) range.include(value);
+    return range;
+}
+
+std::vector<Tick> nice_ticks(const Range& range, int about) {
+    const double length = range.high - range.low;
+    if (!(length > 0) || !std::isfinite(length)) return {};
+    const double step = nice_step(length, about);
+    const int decimals = std::max(0, static_cast<int>(-std::floor(std::log10(step) + 1e-9)));
+    std::vector<Tick> ticks;
+    const double first = std::ceil(range.low / step - 1e-9), last = std::floor(range.high / step + 1e-9);
+    for (double number = first; number <= last; ++number)
+        ticks.push_back({number * step, fmt::format("{:.{}f}", number * step + 0.0, decimals)});
+    return ticks;
+}
+
+Panel::Panel(const Place& place, const Axis& x, const Axis& y)
+    : place_(place), x_(x.range), y_(y.range), legend_at_(place.left) {
+    const double right = place.left + place.width, bottom = place.top + place.height;
+    std::string grid, values, texts;
+    for (const Tick& tick : y.ticks) {
+        const double at = at_y(tick.value);
+        add(grid, "M{} {}H{}", place_text(place.left), place_text(at), place_text(right));
+        add(values, "<text x=\"{}\" y=\"{:.0f}\">{}</text>", place_text(place.left - tick_length), at + 4,
+            escaped(tick.text));
+    }
+    std::string axes = fmt::format("M{} {}V{}H{}", place_text(place.left), place_text(place.top), place_text(bottom),
+                                   place_text(right));
+    for (const Tick& tick : x.ticks) {
+        const double at = at_x(tick.value);
+        add(axes, "M{} {}v{}", place_text(at), place_text(bottom), tick_length);
+        add(texts, "<text x=\"{:.0f}\" y=\"{}\">{}</text>", at, place_text(bottom + tick_length + text_height),
+            escaped(tick.text));
+    }
+    if (!x.label.empty())
+        add(texts, "<text x=\"{}\" y=\"{}\">{}</text>", place_text(place.left + place.width / 2),
+            place_text(bottom + tick_length + 2.2 * text_height), escaped(x.label));
+    if (!y.label.empty())
+        add(texts, "<text transform=\"translate({} {})rotate(-90)\">{}</text>", text_height,
+            place_text(place.top + place.height / 2), escaped(y.label));
+    if (!grid.empty()) add(content_, "<path class=\"grid\" d=\"{}\"/><g class=\"end\">{}</g>", grid, values);
+    add(content_, "<path class=\"axis\" d=\"{}\"/><g class=\"mid\">{}</g>", axes, texts);
+}
+
+double Panel::at_x(double value) const {
+    return place_.left + place_.width * (value - x_.low) / (x_.high - x_.low);
+}
+
+double Panel::at_y(double value) const {
+    const double part = (std::clamp(value, y_.low, y_.high) - y_.low) / (y_.high - y_.low);
+    return place_.top + place_.height * (1 - part);
+}
+
+bool Panel::is_drawn(const Point& point) const {
+    return x_.holds(point.x) && std::isfinite(point.y);
+}
+
+void Panel::line(std::span<const Point> points, std::string_view style) {
+    std::vector<Point> places;
+    const auto draw = [&](const Point& point) {
+        const Point place{at_x(point.x), at_y(point.y)};
+        // The middle one of three on a level says nothing.
+        const auto level = [&](std::size_t back) {
+            return std::abs(places[places.size() - back].y - place.y) < same_level;
+        };
+        if (places.size() > 1 && level(1) && level(2)) places.pop_back();
+        places.push_back(place);
+    };
+    for (std::size_t i = 0; i < points.size();) {
+        if (!is_drawn(points[i])) {
+            ++i;
+            continue;
+        }
+        const double column = std::floor(at_x(points[i].x));
+        std::size_t low = i, high = i;
+        for (; i < points.size() && std::floor(at_x(points[i].x)) == column; ++i) {
+            if (!is_drawn(points[i])) continue;
+            if (points[i].y < points[low].y) low = i;
+            if (points[i].y > points[high].y) high = i;
+        }
+        draw(points[std::min(low, high)]);
+        if (low != high) draw(points[std::max(low, high)]);
+    }
+    std::string path;
+    for (const Point& place : places)
+        add(path, "{}{} {}", path.empty() ? "M" : " ", place_text(place.x), place_text(place.y));
+    if (!path.empty()) add(content_, "<path class=\"line {}\" d=\"{}\"/>", style, path);
+}
+
+void Panel::markers(std::span<const Point> points, Marker marker, std::string_view style) {
+    std::string shapes, bars;
+    for (const Point& point : points) {
+        if (!is_drawn(point)) continue;
+        const double x = at_x(point.x);
+        shapes += marker_path(marker, x, at_y(point.y));
+        if (point.error > 0)
+            add(bars, "M{} {}V{}", place_text(x), place_text(at_y(point.y - point.error)),
+                place_text(at_y(point.y + point.error)));
+    }
+    if (!bars.empty()) add(content_, "<path class=\"line {}\" d=\"{}\"/>", style, bars);
+    if (!shapes.empty()) add(content_, "<path class=\"{} {}\" d=\"{}\"/>", marker_style(marker), style, shapes);
+}
+
+void Panel::stems(std::span<const Point> points, std::string_view style) {
+    std::string path;
+    for (const Point& point : points)
+        if (is_drawn(point))
+            add(path, "M{} {}V{}", place_text(at_x(point.x)), place_text(at_y(0)), place_text(at_y(point.y)));
+    if (!path.empty()) add(content_, "<path class=\"line {}\" d=\"{}\"/>", style, path);
+}
+
+void Panel::across(double y, std::string_view style) {
+    if (y_.holds(y))
+        add(content_, "<path class=\"line {}\" d=\"M{} {}h{}\"/>", style, place_text(place_.left), place_text(at_y(y)),
+            place_text(place_.width));
+}
+
+void Panel::upright(double x, std::string_view style) {
+    if (x_.holds(x))
+        add(content_, "<path class=\"line {}\" d=\"M{} {}v{}\"/>", style, place_text(at_x(x)), place_text(place_.top),
+            place_text(place_.height));
+}
+
+void Panel::shade(double from_x, double to_x, std::string_view style) {
+    const double from = at_x(std::clamp(from_x, x_.low, x_.high)), to = at_x(std::clamp(to_x, x_.low, x_.high));
+    if (from < to)
+        add(content_, "<path class=\"{}\" d=\"M{} {}h{}v{}h-{}z\"/>", style, place_text(from), place_text(place_.top),
+            place_text(to - from), place_text(place_.height), place_text(to - from));
+}
+
+void Panel::label(const Point& point, std::string_view text) {
+    if (is_drawn(point))
+        add(content_, "<text x=\"{}\" y=\"{}\">{}</text>", place_text(at_x(point.x) + 6), place_text(at_y(point.y) - 5),
+            escaped(text));
+}
+
+void Panel::legend(std::string_view text, std::string_view style, Marker marker, bool line) {
+    const double y = place_.top - text_height;
+    if (line)
+        add(content_, "<path class=\"line {}\" d=\"M{} {}h16\"/>", style, place_text(legend_at_), place_text(y));
+    else
+        add(content_, "<path class=\"{} {}\" d=\"{}\"/>", marker_style(marker), style,
+            marker_path(marker, legend_at_ + 8, y));
+    add(content_, "<text x=\"{}\" y=\"{}\">{}</text>", place_text(legend_at_ + 21), place_text(y + 4), escaped(text));
+    legend_at_ += 21 + character_width * static_cast<double>(text.size()) + 14;
+}
+
+std::string picture(std::string_view title, std::string_view description, double width, double height,
+                    std::string_view content) {
+    return fmt::format("<svg viewBox=\"0 0 {} {}\" role=\"img\"><title>{}</title><desc>{}</desc>{}</svg>", width,
+                       height, escaped(title), escaped(description), content);
+}
+
+}  // namespace korvane::svg
