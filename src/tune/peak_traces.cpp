@@ -37,12 +37,12 @@ void add_fit(const PeakInfo& peak, const PeakList& list, PeakTrace& trace) {
     const auto points = static_cast<std::size_t>(2 * reach * fit_points_per_sample) + 1;
     trace.fit = list.fitted_counts(trace.fit_start_ns, trace.fit_interval_ns, points);
     trace.fit_is_told = trace.fit.size() == points;
-    if (trace.fit_is_told) return;
     trace.fit.resize(points);
     for (std::size_t i = 0; i < points; ++i) {
         const double time_ns = trace.fit_start_ns + static_cast<double>(i) * trace.fit_interval_ns;
         const double sigmas = (time_ns - peak.pkCentroid) * fwhm_per_sigma / peak.pkWidth;
-        trace.fit[i] = trace.baseline + peak.pkHeight * std::exp(-0.5 * sigmas * sigmas);
+        if (!trace.fit_is_told) trace.fit[i] = trace.baseline + peak.pkHeight * std::exp(-0.5 * sigmas * sigmas);
+        trace.fit[i] = std::round(10 * trace.fit[i]) / 10;  // more digits would be none of the samples
     }
 }
 

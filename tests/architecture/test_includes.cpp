@@ -58,6 +58,7 @@ const std::map<std::string, Names> class_headers{
     {"tune_record", {"tune"}},
     {"peak_traces", {"tune"}},
     {"tune_history", {"tune"}},
+    {"report", {"tune"}},
     {"recording", {"assembly"}},
     {"korvane", {}},
     {"automation", {}},
