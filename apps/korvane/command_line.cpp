@@ -72,6 +72,8 @@ constexpr std::array commands{
                "search the setpoint value that brings a peak's abundance down to a target", declare_adjust},
     CommandRow{"Measure and adjust", "calibration", "the mass calibration of the current polarity",
                declare_calibration},
+    CommandRow{"Measure and adjust", "plot", "draw the calibrant peaks, samples and fit, or their mass errors",
+               declare_plot},
     CommandRow{"Measure and adjust", "record", "write the next spectra of the instrument as mzML", declare_record},
     CommandRow{"Look back", "history", "the records of earlier runs (measure --keep): list, show, compare, hand on",
                declare_history},

@@ -23,6 +23,7 @@ void declare_peak(CLI::App& command, Session& session);
 void declare_verify(CLI::App& command, Session& session);
 void declare_adjust(CLI::App& command, Session& session);
 void declare_calibration(CLI::App& group, Session& session);
+void declare_plot(CLI::App& command, Session& session);
 void declare_record(CLI::App& command, Session& session);
 void declare_history(CLI::App& group, Session& session);
 void declare_setpoint(CLI::App& group, Session& session);

@@ -116,7 +116,7 @@ TEST(Help, EveryCommandHasAnExampleThatTheDocumentsRun) {
                                       "params set",      "params list",     "prefs get",
                                       "prefs set",       "prefs list",      "masslist show",
                                       "masslist set",    "masslist check",  "calibration show",
-                                      "calibration set", "calibration fit", "calibration undo",
+                                      "calibration set", "calibration fit", "calibration undo", "plot",
                                       "abort request",   "abort reset",     "abort status",
                                       "record",          "automation list", "history list",
                                       "history show",    "history mark"}) {
