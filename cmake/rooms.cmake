@@ -79,7 +79,11 @@ function(korvane_library)
   add_dependencies(korvane_rooms ${KORVANE_DATABASES})
   set_target_properties(korvane_rooms PROPERTIES LINKER_LANGUAGE CXX)
   target_link_libraries(korvane_rooms PUBLIC korvane_options ${KORVANE_LIBRARIES})
-  set_target_properties(korvane PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  # Of version 0 every minor one may break what was built with another.
+  set(exports ${PROJECT_SOURCE_DIR}/cmake/korvane.map)
+  set_target_properties(korvane PROPERTIES VERSION ${PROJECT_VERSION} LINK_DEPENDS ${exports}
+                                           SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+  target_link_options(korvane PRIVATE LINKER:--version-script=${exports})
   target_compile_features(korvane INTERFACE cxx_std_20)
   target_include_directories(korvane INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                                $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
