@@ -42,7 +42,19 @@ add_custom_command(OUTPUT ${typelib}/korvane.tlb
   DEPENDS ${typelib}/typelib
   WORKING_DIRECTORY ${typelib} VERBATIM)
 
-add_library(korvane_server MODULE ${com}/korvane.def ${com}/korvane.rc)
+# Beside the server's entry points the library exports the C interface: what the headers declare.
+file(READ ${com}/korvane.def exports)
+foreach(header korvane_c korvane_c_layer)
+  file(READ ${PROJECT_SOURCE_DIR}/include/korvane/${header}.h declarations)
+  string(REGEX MATCHALL "KORVANE_C_API [a-z0-9_ *]*[ *]korvane_[a-z_]+\\(" declarations "${declarations}")
+  foreach(declaration ${declarations})
+    string(REGEX REPLACE ".*[ *](korvane_[a-z_]+)\\($" "    \\1\n" name "${declaration}")
+    string(APPEND exports ${name})
+  endforeach()
+endforeach()
+file(CONFIGURE OUTPUT ${typelib}/korvane.def CONTENT "${exports}" @ONLY)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/korvane/korvane_c.h)
+add_library(korvane_server MODULE ${typelib}/korvane.def ${com}/korvane.rc)
 target_include_directories(korvane_server PRIVATE ${typelib})
 set_source_files_properties(${com}/korvane.rc PROPERTIES OBJECT_DEPENDS ${typelib}/korvane.tlb)
 set_target_properties(korvane_server PROPERTIES OUTPUT_NAME Korvane PREFIX "" LINKER_LANGUAGE CXX

@@ -17,6 +17,21 @@ if(NOT EXISTS ${work}/prefix/share/doc/korvane/automation.md)
   message(FATAL_ERROR "the reference page is not installed")
 endif()
 
+file(READ ${SOURCE}/docs/c-interface.md page)
+if(NOT page MATCHES "```c\n([^`]*)```")
+  message(FATAL_ERROR "docs/c-interface.md has no example")
+endif()
+file(WRITE ${work}/example.c "${CMAKE_MATCH_1}")
+step(${CMAKE_COMMAND} -S ${SOURCE}/tests/consumer -B ${work}/c -DCMAKE_PREFIX_PATH=${work}/prefix
+     -DCONSUMER_SOURCE=${work}/example.c "-DCMAKE_C_FLAGS=${FLAGS} -std=c99 -Wall -Wextra -Wpedantic -Werror"
+     "-DCMAKE_EXE_LINKER_FLAGS=${FLAGS}")
+step(${CMAKE_COMMAND} --build ${work}/c)
+step(${work}/prefix/bin/korvane init ${work}/tune)
+step(${work}/c/consumer ${work}/tune)
+if(NOT output MATCHES "158.96.*resolution 1[89]")
+  message(FATAL_ERROR "the example in C printed:\n${output}")
+endif()
+
 file(READ ${SOURCE}/README.md readme)
 foreach(expected "158.96" "calibrant is low")
   if(NOT readme MATCHES "```cpp\n([^`]*)```")
