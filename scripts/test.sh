@@ -11,7 +11,7 @@ format() {
 }
 
 native() {
-    scripts/bootstrap.sh native
+    scripts/bootstrap.sh native python
     local preset
     for preset in release asan; do
         echo "== $preset"
