@@ -25,6 +25,7 @@
 #include "korvane/platform.h"
 #include "korvane/recording.h"
 #include "korvane/records.h"
+#include "korvane/report.h"
 #include "korvane/restoring.h"
 #include "korvane/secant_search.h"
 #include "korvane/spectrum_parser.h"

@@ -51,12 +51,14 @@ std::vector<MeasuredCalibrant> measure_calibrants(SpectrumParser& parser, TuneGl
                                                   const VariantArray<double>& masses, double window_percent) {
     const VariantMatrix<PeakInfo> records = parser.GetPeakInfoForCalibrantMasses(masses, window_percent);
     const auto& uncertainties = parser.last_uncertainties();
+    const auto& qualities = parser.last_qualities();
     const CalibrationObject calibration = globals.GetCurrentCalibrationObjFromDD();
     std::vector<MeasuredCalibrant> rows(masses.size());
     for (std::size_t i = 0; i < rows.size(); ++i) {
         rows[i] = {masses.elements()[i], records.at(i, 0), records.at(i, 1), {}, 0, {}};
         if (!rows[i].found()) continue;
         if (i < uncertainties.size()) rows[i].standard_errors = uncertainties[i];
+        if (i < qualities.size()) rows[i].quality = qualities[i];
         rows[i].ppm_per_ns = ppm_per_ns(*calibration, rows[i].ns.pkCentroid);
     }
     return rows;
