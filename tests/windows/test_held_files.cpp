@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "korvane/forwarding.h"
 #include "korvane/tune_prefs_xml.h"
 #include "platform/safe_save.h"
 #include "platform/windows_text.h"
@@ -25,22 +26,15 @@ std::shared_ptr<void> held_file(const std::string& path, DWORD share) {
 }
 
 /// A clock in whose n-th sleep something happens.
-class ClockWithAnEvent final : public Clock {
-public:
-    ClockWithAnEvent(int at, std::function<void()> event) : at_(at), event_(std::move(event)) {}
-    double seconds_since_midnight() override { return target_.seconds_since_midnight(); }
-    LocalTime now() override { return target_.now(); }
+struct ClockWithAnEvent final : ForwardingClock {
+    ClockWithAnEvent(int at, std::function<void()> event)
+        : ForwardingClock(std::make_shared<VirtualClock>()), event_at(at), happens(std::move(event)) {}
     void sleep_milliseconds(int milliseconds) override {
-        target_.sleep_milliseconds(milliseconds);
-        if (target_.sleeps == at_) event_();
+        target().sleep_milliseconds(milliseconds);
+        if (++sleeps == event_at) happens();
     }
-    void process_pending_events() override {}
-    int sleeps() const { return target_.sleeps; }
-
-private:
-    VirtualClock target_;
-    int at_;
-    std::function<void()> event_;
+    int sleeps = 0, event_at;
+    std::function<void()> happens;
 };
 
 // Whoever reads along without letting the file be replaced stops the last step of the save, and nothing before it.
@@ -63,7 +57,7 @@ TEST(HeldFiles, AreTriedThreeTimesAndKeepTheOldContentOrGetTheNewOneOnceTheyAreL
         Platform platform = test.platform();
         platform.clock = clock;
         EXPECT_EQ(raised([&] { clsTunePrefsXML(platform).WriteTunePreference("Mode", "new"); }), row.error);
-        EXPECT_EQ(clock->sleeps(), std::min(row.let_go_at, 2));
+        EXPECT_EQ(clock->sleeps, std::min(row.let_go_at, 2));
         held.reset();
         const std::string bytes = read_text(path);
         EXPECT_EQ(row.error == "no error", bytes.find("<Mode>new</Mode>") != std::string::npos) << bytes;

@@ -124,15 +124,10 @@ TEST_F(Calls, ArgumentsGoByPositionByNameOrAreLeftOut) {
     VARIANT unknown = value("NoSuchPreference");
     DISPPARAMS one{&unknown, nullptr, 1, 0};
     EXPECT_EQ(invoke(1, IID_NULL, one), -904);
-    preferences_call(L"GetTunePreference", {unknown});
-    EXPECT_EQ(preferences_call.outcome,
-              "error -904 from AutotuneParameterXMLConfigFileReader: Item[NoSuchPreference] not found in Tune XML "
-              "config file ( 0)");
 }
 
 TEST_F(Calls, RecordsAreRecordsBothWays) {
     ASSERT_EQ(parser_call(L"GetPeakAttributes", {value(294.938932), value(1.0)}), S_OK) << parser_call.outcome;
-    EXPECT_EQ(parser_call.result->vt, VT_RECORD);
     EXPECT_EQ(parser_call.text().substr(0, 15), "{\"pkApexX\":294.");
 
     ASSERT_EQ(globals_call(L"getDefaultCalibrationCoeffs_nsec", {}), S_OK) << globals_call.outcome;

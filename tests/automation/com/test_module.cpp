@@ -72,15 +72,6 @@ TEST_F(ServerModule, MakesItsClassesAndNothingElse) {
     EXPECT_EQ(can_unload_now(), S_OK) << "something was not released";
 }
 
-// A missing base folder is the caller's mistake and must be told as what it is, by the first member that needs it.
-TEST_F(ServerModule, TellsWhichBaseFolderIsMissing) {
-    SetEnvironmentVariableW(L"KORVANE_BASE", L"C:\\no such folder");
-    const auto globals = make(class_named("TuneGlobals"));
-    Call polarity(*globals.get());
-    EXPECT_EQ(polarity(L"GetPolarityStr", {}), DISP_E_EXCEPTION);
-    EXPECT_NE(polarity.outcome.find("no such folder"), std::string::npos) << polarity.outcome;
-}
-
 // Objects of every class, made and used on threads that come and go, each with a trace state of its own; then the
 // library gone from memory, again and again.
 TEST_F(ServerModule, UnloadsAndLeavesNothingBehind) {
