@@ -7,9 +7,8 @@
 
 #include "assembly/base_data.h"
 #include "fuzz/targets.h"
-#include "instrument/masstime/square_law_calibration.h"
 #include "korvane/abort_helper.h"
-#include "korvane/error.h"
+#include "korvane/embedded_parts.h"
 #include "support/memory_platform.h"
 
 namespace korvane::fuzz {
@@ -20,10 +19,8 @@ void connect_instrument(ScriptedState& state) {
     for (const std::int32_t index : {18, 50, 69, 104, 117, 119, 127, 128, 149, 162})
         state.setpoints[index] = {.value = 1, .name = "setpoint " + std::to_string(index)};
     state.setpoints[119].value = 0;
-    CalibrationCoefficients coefficients;
-    coefficients.A = 1e-3;
-    state.calibrations[0] = state.calibrations[1] = std::make_shared<SquareLawCalibration>(
-        coefficients, VariantArray<std::int32_t>(std::vector<std::int32_t>(8, 0)), CalibrationSettings{});
+    state.calibrations[0] = state.calibrations[1] =
+        make_square_law_calibration({.A = 1e-3}, std::vector<std::int32_t>(8, 0));
     state.acquire = [](AcquiredSpectrum& spectrum, int) {
         spectrum.mass_data = VariantArray<double>(std::vector<double>{50, 100, 400, 900, 1600});
         spectrum.y_data = VariantArray<double>(std::vector<double>{1, 5000, 1, 5000, 1});

@@ -3,7 +3,6 @@
 
 #include "fuzz/targets.h"
 #include "korvane/cal_mass_list.h"
-#include "korvane/error.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
 #include "platform/xml_document.h"
@@ -12,16 +11,6 @@
 namespace korvane::fuzz {
 
 namespace {
-
-template <class Body>
-bool passes(Body&& body) {
-    try {
-        body();
-        return true;
-    } catch (const Error&) {
-        return false;
-    }
-}
 
 /// The first line, and what follows it.
 std::pair<std::string, std::string> split_line(std::string_view input) {

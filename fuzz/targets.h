@@ -5,7 +5,20 @@
 #include <array>
 #include <string_view>
 
+#include "korvane/error.h"
+
 namespace korvane::fuzz {
+
+/// Whether it runs through; a refusal is an answer, too.
+template <class Body>
+bool passes(Body&& body) {
+    try {
+        body();
+        return true;
+    } catch (const Error&) {
+        return false;
+    }
+}
 
 /// A query, a line feed, the content of TuneParams.xml.
 void parameters(std::string_view input);
