@@ -6,13 +6,9 @@ namespace korvane {
 
 namespace {
 
-std::string array_text(const std::vector<double>& numbers, const replay::BinaryEncoding& encoding,
-                       const std::string& parameters) {
-    return "<binaryDataArray>" +
-           std::string(encoding.is_64_bit ? R"(<cvParam accession="MS:1000523"/>)"
-                                          : R"(<cvParam accession="MS:1000521"/>)") +
-           (encoding.is_zlib ? R"(<cvParam accession="MS:1000574"/>)" : R"(<cvParam accession="MS:1000576"/>)") +
-           parameters + "<binary>" + replay::encode_numbers(numbers, encoding) + "</binary></binaryDataArray>\n";
+std::string array_text(const std::vector<double>& numbers, const std::string& parameters) {
+    return R"(<binaryDataArray><cvParam accession="MS:1000523"/><cvParam accession="MS:1000574"/>)" + parameters +
+           "<binary>" + replay::encode_numbers(numbers, {}) + "</binary></binaryDataArray>\n";
 }
 
 }  // namespace
@@ -21,19 +17,18 @@ std::string SpectrumText::text() const {
     return "<spectrum index=\"0\" id=\"" + id + "\" defaultArrayLength=\"" + std::to_string(mz.size()) + "\">" +
            parameters + "<scanList count=\"1\"><scan>" + scan +
            "</scan></scanList>\n<binaryDataArrayList count=\"2\">" +
-           array_text(mz, mz_encoding, array_parameters + R"(<cvParam accession="MS:1000514"/>)") +
-           array_text(intensity, intensity_encoding, array_parameters + R"(<cvParam accession="MS:1000515"/>)") +
+           array_text(mz, array_parameters + R"(<cvParam accession="MS:1000514"/>)") +
+           array_text(intensity, array_parameters + R"(<cvParam accession="MS:1000515"/>)") +
            "</binaryDataArrayList></spectrum>\n";
 }
 
-std::string RecordingText::text() const {
+std::string recording_text(const std::vector<SpectrumText>& spectra, const std::string& before_run) {
     std::string list;
     for (const SpectrumText& spectrum : spectra) list += spectrum.text();
-    const std::string mzml = "<mzML xmlns=\"http://psi.hupo.org/ms/mzml\" version=\"1.1.0\">" + before_run +
-                             "<run id=\"r\"><spectrumList count=\"" + std::to_string(spectra.size()) + "\">\n" + list +
-                             "</spectrumList></run></mzML>";
-    const std::string head = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
-    return head + (indexed ? "<indexedmzML>" + mzml + "<indexListOffset>1</indexListOffset></indexedmzML>" : mzml);
+    return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<mzML xmlns=\"http://psi.hupo.org/ms/mzml\" "
+           "version=\"1.1.0\">" +
+           before_run + "<run id=\"r\"><spectrumList count=\"" + std::to_string(spectra.size()) + "\">\n" + list +
+           "</spectrumList></run></mzML>";
 }
 
 std::vector<double> masses_at(double start_ns, double interval_ns, std::size_t count,

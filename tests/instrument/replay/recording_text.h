@@ -16,7 +16,6 @@ namespace korvane {
 struct SpectrumText {
     std::string id = "scan=1";
     std::vector<double> mz, intensity;
-    replay::BinaryEncoding mz_encoding, intensity_encoding;
     std::string parameters =
         R"(<cvParam accession="MS:1000511" value="1"/><cvParam accession="MS:1000128"/><cvParam accession="MS:1000130"/>)";
     std::string scan = R"(<cvParam accession="MS:1000016" value="1.5" unitAccession="UO:0000031"/>)";
@@ -25,13 +24,8 @@ struct SpectrumText {
     std::string text() const;
 };
 
-struct RecordingText {
-    std::vector<SpectrumText> spectra;
-    std::string before_run;  ///< after the opening mzML tag
-    bool indexed = false;
-
-    std::string text() const;
-};
+/// A recording of spectra; `before_run` stands after the opening mzML tag.
+std::string recording_text(const std::vector<SpectrumText>& spectra, const std::string& before_run = {});
 
 /// The m/z of `count` samples under m = (A (t - B))^2 + further terms, given as a function of t.
 std::vector<double> masses_at(double start_ns, double interval_ns, std::size_t count,

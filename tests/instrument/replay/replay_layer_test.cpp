@@ -14,7 +14,7 @@ namespace {
 
 struct Replay : testing::Test {
     void play(const std::vector<SpectrumText>& spectra, const std::string& before_run = {}) {
-        disk->put("/base/recording.mzML", RecordingText{spectra, before_run, false}.text());
+        disk->put("/base/recording.mzML", recording_text(spectra, before_run));
         layer = make_replay(
             {"/base/recording.mzML", "/base", {{}, {}, [&](const std::string& line) { told.push_back(line); }}}, disk,
             clock);
@@ -42,10 +42,6 @@ SpectrumText spectrum_number(int number, double seconds) {
     spectrum.scan =
         R"(<cvParam accession="MS:1000016" value=")" + std::to_string(seconds) + R"(" unitAccession="UO:0000010"/>)";
     return spectrum;
-}
-
-std::string negative(std::string parameters) {
-    return parameters.replace(parameters.find("MS:1000130"), 10, "MS:1000129");
 }
 
 TEST_F(Replay, ShowsSpectraInOrderAndThenAroundAgainAtTheirPace) {
@@ -104,23 +100,6 @@ TEST_F(Replay, KeepsTheLawForSpectraThatStartElsewhere) {
     EXPECT_NEAR(second.start_time_ns, start_ns + 150 * globals->sampling_interval_seconds() * 1e9, 1e-6);
 }
 
-TEST_F(Replay, TellsThePolarityOfEachSpectrumWhateverIsWritten) {
-    SpectrumText second = spectrum_number(2, 1);
-    second.parameters = negative(second.parameters);
-    play({spectrum_number(1, 0), second});
-    const auto description = globals->control()->GetMetaDescription();
-    const auto found = std::ranges::find(description.elements(), "Polarity (S)");
-    const auto place = static_cast<std::int32_t>(found - description.elements().begin());
-    EXPECT_EQ(globals->setpoints().value(119, 0, 0), InstrumentValue(0));
-    globals->setpoints().write(119, 0, 0, std::int32_t{1});
-    EXPECT_EQ(globals->setpoints().value(119, 0, 0), InstrumentValue(1));
-    for (const std::int32_t polarity : {0, 1, 0}) {
-        const AcquiredSpectrum spectrum = next();
-        ASSERT_EQ(spectrum.meta_data.size(), description.size());
-        EXPECT_EQ(spectrum.meta_data.at(place), InstrumentValue(polarity));
-    }
-}
-
 TEST_F(Replay, LendsCalibrationsThatClientsMayReplace) {
     SpectrumText second = spectrum_number(2, 1);
     for (double& mass : second.mz) mass *= 1.01;  // another law
@@ -142,8 +121,10 @@ TEST_F(Replay, LendsCalibrationsThatClientsMayReplace) {
 
 TEST_F(Replay, StartsWithTheInstrumentOfTheRecording) {
     SpectrumText spectrum = plain_spectrum();
-    spectrum.parameters = negative(spectrum.parameters);
-    play({spectrum}, R"(<instrumentConfigurationList><instrumentConfiguration><componentList>
+    spectrum.parameters = R"(<referenceableParamGroupRef ref="g"/><cvParam accession="MS:1000129"/>)";
+    play({spectrum}, R"(<referenceableParamGroupList count="1"><referenceableParamGroup id="g">
+        <cvParam accession="MS:1000579"/><cvParam accession="MS:1000128"/></referenceableParamGroup>
+        </referenceableParamGroupList><instrumentConfigurationList><instrumentConfiguration><componentList>
         <source><cvParam accession="MS:1000070"/></source><detector>
         <cvParam accession="MS:1000029" value="2000000000" unitAccession="UO:0000106"/></detector></componentList>
         </instrumentConfiguration></instrumentConfigurationList>)");
@@ -172,15 +153,15 @@ TEST_F(Replay, NamesTheRecordingThatItCannotPlayWhenItIsFirstNeeded) {
     SpectrumText wide = plain_spectrum();
     wide.mz = {100, 100.0009, 100.0018, 1e12};
     wide.intensity = {1, 2, 3, 4};
-    std::vector<std::string> texts{RecordingText{{wide}, {}, false}.text()};
+    std::vector<std::string> texts{recording_text({wide})};
     for (const char* setpoint :
          {R"(name="setpoint MassRange" value="1e12")", R"(name="setpoint MassRange" value="low")"}) {
-        std::string text = RecordingText{{plain_spectrum()}, {}, false}.text();
+        std::string text = recording_text({plain_spectrum()});
         texts.push_back(text.insert(text.find("<spectrumList"), "<userParam " + std::string(setpoint) + "/>"));
     }
     for (const std::string& text : texts)
         EXPECT_THAT(refusal(text), testing::StartsWith("-904|RecordingReader|recording [/base/recording.mzML]"));
-    std::string text = RecordingText{{plain_spectrum()}, {}, false}.text();
+    std::string text = recording_text({plain_spectrum()});
     text.insert(text.find("<spectrumList"), R"(<userParam name="setpoint Warp" value="1"/>)");
     EXPECT_EQ(refusal(text), "no error");
     play({plain_spectrum(), plain_spectrum()});
