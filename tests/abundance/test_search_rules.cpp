@@ -30,19 +30,6 @@ TEST(SearchRules, EveryNormalProbeWaitsForReadinessOrAnAbort) {
         }
 }
 
-TEST(SearchRules, AbortDuringAMeasurementIsRaisedAlsoWhereTheAbundanceBeforeIsWithinTolerance) {
-    for (const bool fast : {false, true}) {
-        SearchWorld test(fast);
-        test.test.limit("Calibration", "BinarySearchAbTolerance", "1e9");
-        test.instrument().on_write = [&](std::int32_t index, double) {
-            if (index == 50 || index == -22) test.request_abort();
-        };
-        EXPECT_EQ(raised([&] { test.adjust(251000); }), "1||User aborted");
-        EXPECT_EQ(test.instrument().spectra, 0);
-        EXPECT_TRUE(test.outcome().probes.empty());
-    }
-}
-
 TEST(SearchRules, ErrorsOutsideTheProbesAreRaisedAndLoggedWhereTheLogIsChosen) {
     const std::string name = "BinaryAdjustAbundanceDownUsingThisSetpoint";
     for (const char* chosen : {"3000", "True", "3000 "}) {
