@@ -41,7 +41,6 @@ void bend(SpectrumWorld& world, const std::function<void(AcquiredSpectrum&, std:
 TEST(LayerFaults, WhatALayerHandsOutIsChecked) {
     const std::pair<std::function<void(SpectrumWorld&)>, const char*> rows[] = {
         {[](auto& world) { world.instrument().make_finder = [] { return nullptr; }; }, "91|create_peak_finder()"},
-        {[](auto& world) { world.instrument().has_control = false; }, "91|instrument control"},
         {[](auto& world) { world.instrument().calibrations[0] = nullptr; }, "91|calibration"},
         {[](auto& world) { bend(world, [](auto& spectrum, auto&) { spectrum.y_data = std::vector<double>(7); }); },
          "-1|GetNextSpectrum(): [7] elements where [5500] belong"},

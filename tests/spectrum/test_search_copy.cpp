@@ -7,19 +7,12 @@
 #include <limits>
 #include <random>
 
+#include "platform/automation_arithmetic.h"
 #include "spectrum/search_copy.h"
 #include "support/raised.h"
 
 namespace korvane {
 namespace {
-
-/// Halves to even, written independently of the library.
-std::int32_t reference_integer(double value) {
-    const auto below = static_cast<std::int64_t>(std::floor(value));
-    const double part = value - static_cast<double>(below);
-    const bool up = part > 0.5 || (part == 0.5 && below % 2 != 0);
-    return static_cast<std::int32_t>(below + (up ? 1 : 0));
-}
 
 TEST(SearchCopy, IsTheOneOfTheSpectrumTakenLastInEveryRoundingMode) {
     std::mt19937 random(5);
@@ -54,7 +47,7 @@ TEST(SearchCopy, IsTheOneOfTheSpectrumTakenLastInEveryRoundingMode) {
         ASSERT_EQ(error.substr(0, 2), !has_zero ? "9|" : overflows ? "6|" : "no") << "trial " << trial;
         if (error != "no error") continue;
         std::vector<std::int32_t> expected(searched.size()), portable(searched.size());
-        std::ranges::transform(searched, expected.begin(), reference_integer);
+        std::ranges::transform(searched, expected.begin(), [](double value) { return to_int32(value); });
         conversion::convert_portably(searched, portable.data());
         ASSERT_TRUE(std::ranges::equal(copy.counts(), expected)) << "trial " << trial;
         ASSERT_EQ(portable, expected);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "instrument/peakfinder/measured_peak_list.h"
 #include "platform/text.h"
 
 namespace korvane {
@@ -24,6 +25,8 @@ using State = std::shared_ptr<ScriptedState>;
 
 /// The instrument and all its views.
 class ScriptedGlobals final : public InstrumentGlobals,
+                              public PathInformation,
+                              public LogbookEntry,
                               SetpointTable,
                               InstrumentControl,
                               CalibrationStore,
@@ -57,6 +60,11 @@ public:
     std::string source_word() override { return state_->source_word; }
     std::string time_stamp() override { return state_->time_stamp; }
     std::string title() override { return state_->title; }
+    std::string base_folder() override { return state_->base_folder; }
+    void write(std::int32_t kind, const std::string& message, std::int32_t code, std::int32_t first,
+               std::int32_t second, const std::string& text) override {
+        called().logbook.push_back(text_of(kind, "|", message, "|", code, "|", first, "|", second, "|", text));
+    }
 
 private:
     ScriptedState& called() {
@@ -148,63 +156,6 @@ private:
     State state_;
 };
 
-class ScriptedPath final : public PathInformation {
-public:
-    explicit ScriptedPath(State state) : state_(std::move(state)) {}
-    std::string base_folder() override { return state_->base_folder; }
-
-private:
-    State state_;
-};
-
-class ScriptedLogbook final : public LogbookEntry {
-public:
-    explicit ScriptedLogbook(State state) : state_(std::move(state)) {}
-    void write(std::int32_t kind, const std::string& message, std::int32_t code, std::int32_t first,
-               std::int32_t second, const std::string& text) override {
-        state_->call();
-        state_->logbook.push_back(text_of(kind, "|", message, "|", code, "|", first, "|", second, "|", text));
-    }
-
-private:
-    State state_;
-};
-
-class ScriptedList final : public PeakList {
-public:
-    ScriptedList(std::vector<PeakInfo> peaks, std::optional<PeakUncertainty> uncertainty_ns)
-        : ns_(std::move(peaks)), shown_(ns_), uncertainty_ns_(uncertainty_ns) {}
-
-    std::int32_t count() const override { return static_cast<std::int32_t>(ns_.size()); }
-    void order(std::int32_t position, std::int32_t direction) override {
-        const auto before = [&](const PeakInfo& a, const PeakInfo& b) {
-            return direction == 0 ? a.value(position) > b.value(position) : a.value(position) < b.value(position);
-        };
-        std::stable_sort(ns_.begin(), ns_.end(), before);
-        std::stable_sort(shown_.begin(), shown_.end(), before);
-    }
-    PeakInfo GetPeakAttributeInfo(std::int32_t index, bool current_units) const override {
-        if (index < 0 || index >= count())
-            raise_runtime_fault(error_number::subscript, "peak " + std::to_string(index));
-        return (current_units ? shown_ : ns_)[static_cast<std::size_t>(index)];
-    }
-    void convert(const MassTimeCalibration& calibration, std::int32_t mode) override {
-        if (mode != convert_to_amu_mode) raise_runtime_fault(error_number::invalid_call, "conversion mode");
-        uncertainty_ns_.reset();
-        shown_ = ns_;
-        for (PeakInfo& peak : shown_) {
-            for (double* position : {&peak.pkApexX, &peak.pkStart, &peak.pkCentroid, &peak.pkEnd})
-                *position = calibration.mass_from_time(*position);
-        }
-    }
-    std::optional<PeakUncertainty> uncertainty(std::int32_t) const override { return uncertainty_ns_; }
-
-private:
-    std::vector<PeakInfo> ns_;
-    std::vector<PeakInfo> shown_;
-    std::optional<PeakUncertainty> uncertainty_ns_;
-};
-
 class ScriptedFinder final : public PeakFinder {
 public:
     explicit ScriptedFinder(ScriptedPeaks& script) : script_(script) {}
@@ -218,10 +169,10 @@ public:
     PeakListObject run(double start_time_ns) override {
         note("run ", start_time_ns);
         if (script_.returns_no_list) return nullptr;
-        std::vector<PeakInfo> inside;
+        std::vector<MeasuredPeak> inside;
         for (const PeakInfo& peak : script_.peaks)
-            if (peak.pkCentroid >= start_ && peak.pkCentroid <= end_) inside.push_back(peak);
-        return std::make_shared<ScriptedList>(std::move(inside), script_.uncertainty);
+            if (peak.pkCentroid >= start_ && peak.pkCentroid <= end_) inside.push_back({peak, script_.uncertainty});
+        return std::make_shared<MeasuredPeakList>(inside);
     }
     double baseline() const override { return script_.baseline; }
 
@@ -241,10 +192,10 @@ std::unique_ptr<InstrumentGlobals> ScriptedLayer::create_globals() {
     return std::make_unique<ScriptedGlobals>(state);
 }
 std::unique_ptr<PathInformation> ScriptedLayer::create_path_information() {
-    return std::make_unique<ScriptedPath>(state);
+    return std::make_unique<ScriptedGlobals>(state);
 }
 std::unique_ptr<LogbookEntry> ScriptedLayer::create_logbook_entry() {
-    return std::make_unique<ScriptedLogbook>(state);
+    return std::make_unique<ScriptedGlobals>(state);
 }
 std::unique_ptr<PeakFinder> ScriptedLayer::create_peak_finder() {
     if (state->make_finder) return state->make_finder();

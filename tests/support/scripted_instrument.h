@@ -70,14 +70,13 @@ public:
     std::shared_ptr<ScriptedState> state = std::make_shared<ScriptedState>();
 };
 
-/// Peaks given as records; a finder made from them lists those whose centroid lies in its window, and notes how it was
-/// set up.
+/// Peaks given as records in ns; a finder made from them lists those whose centroid lies in its window, and notes how
+/// it was set up.
 struct ScriptedPeaks {
     std::vector<PeakInfo> peaks;
     double baseline = 7.5;
     bool returns_no_list = false;
-    /// Stated for every peak, in ns; after a conversion lists state none.
-    std::optional<PeakUncertainty> uncertainty;
+    PeakUncertainty uncertainty{0.25, 1, 2, 3, 4};  // of every peak, in ns
     std::vector<std::string> journal;
     std::unique_ptr<PeakFinder> make();
 };

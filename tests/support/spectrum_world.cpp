@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "instrument/masstime/square_law_calibration.h"
+#include "korvane/embedded_parts.h"
 #include "platform/text.h"
 
 namespace korvane {
@@ -12,13 +12,6 @@ namespace {
 
 constexpr int sample_count = 5500;
 constexpr double calibration_a = 1e-3;
-
-CalibrationObject square_law() {
-    CalibrationCoefficients coefficients;
-    coefficients.A = calibration_a;
-    return std::make_shared<SquareLawCalibration>(
-        coefficients, VariantArray<std::int32_t>(std::vector<std::int32_t>(8, 0)), CalibrationSettings{});
-}
 
 void add_setpoints(ScriptedState& state) {
     const auto add = [&](int index, const char* name, double value) {
@@ -78,7 +71,8 @@ SpectrumWorld::SpectrumWorld() {
     axis = VariantArray<double>(std::move(axis_masses));
     samples = VariantArray<double>(std::vector<double>(sample_count, 100.0));
     instrument().sampling_interval_seconds = interval_ns * 1e-9;
-    instrument().calibrations[0] = instrument().calibrations[1] = square_law();
+    instrument().calibrations[0] = instrument().calibrations[1] =
+        make_square_law_calibration({.A = calibration_a}, std::vector<std::int32_t>(8, 0));
     instrument().acquire = [this](AcquiredSpectrum& spectrum, int) { fill(spectrum); };
     instrument().make_finder = [this] { return peaks.make(); };
     for (const double mass : masses) set_peak(mass, 5000);
@@ -130,7 +124,7 @@ void SpectrumWorld::set_peak(double mass, double height) {
     peak.pkWidth = 15;
     peak.pkArea = 2 * height;
     peak.pkHeight = height;
-    peak.pkResolution = 9000;
+    peak.pkResolution = time / (2 * peak.pkWidth);
     peaks.peaks.push_back(peak);
 }
 

@@ -14,17 +14,7 @@ namespace korvane {
 
 namespace {
 
-using Entries = std::vector<std::pair<std::string, std::string>>;
-
-void set_entry(Entries& entries, const std::string& name, const std::string& value) {
-    const auto known = std::find_if(entries.begin(), entries.end(), [&](const auto& e) { return e.first == name; });
-    if (known == entries.end())
-        entries.emplace_back(name, value);
-    else
-        known->second = value;
-}
-
-void write_entries(std::ostream& out, const Entries& entries) {
+void write_entries(std::ostream& out, const std::map<std::string, std::string>& entries) {
     for (const auto& [name, value] : entries) out << "<" << name << ">" << value << "</" << name << ">\n";
 }
 
@@ -77,12 +67,12 @@ TestPlatform::TestPlatform() : files(make_system_files()) {
 }
 
 void TestPlatform::preference(const std::string& name, const std::string& value) {
-    set_entry(preferences_, name, value);
+    preferences_[name] = value;
     write_preferences();
 }
 
 void TestPlatform::limit(const std::string& group, const std::string& key, const std::string& value) {
-    set_entry(limits_[group], key, value);
+    limits_[group][key] = value;
     write_parameters();
 }
 

@@ -65,8 +65,8 @@ private:
     void write_preferences() const;
     void write_parameters() const;
 
-    std::vector<std::pair<std::string, std::string>> preferences_;
-    std::map<std::string, std::vector<std::pair<std::string, std::string>>> limits_;
+    std::map<std::string, std::string> preferences_;
+    std::map<std::string, std::map<std::string, std::string>> limits_;
     std::string raw_parameters_;
 };
 
