@@ -5,6 +5,7 @@ from __future__ import annotations
 import collections
 import ctypes
 import enum
+import functools
 import json
 import keyword
 import os
@@ -104,8 +105,14 @@ class _Member:
         self.size = self.result_at + SIZE
         self.changed = [(place, SIZE * place) for place, parameter in enumerate(parameters) if parameter["changes"]]
         self.returns = table["result"]["sort"] != "none"
-        names = (["result"] if self.returns else []) + [parameters[place]["name"] for place, _ in self.changed]
-        self.results = collections.namedtuple(table["name"] + "Results", names)  # type: ignore
+        self.table = table
+
+    @functools.cached_property
+    def results(self) -> Any:
+        """The tuple of the result and of the arguments that the member changes."""
+        names = (["result"] if self.returns else []) + [self.table["parameters"][place]["name"]
+                                                        for place, _ in self.changed]
+        return collections.namedtuple(self.table["name"] + "Results", names)  # type: ignore
 
 
 def parameter_name(parameter: dict) -> str:

@@ -11,9 +11,9 @@ from typing import Any, Callable, Dict, Iterator, List, NamedTuple, Optional, Se
 import numpy as np
 
 from . import _values
-from ._classes import TABLES, LateBound, classes, open_platform
+from ._classes import TABLES, LateBound, open_platform
 from ._layer import Layer
-from ._library import PROBE, Aborted, Error, UsageError, check, handle_from, library, state, waiting
+from ._library import PROBE, Error, TimeOut, UsageError, check, handle_from, library, state
 from ._values import SIZE, Handle, unpack, value_from
 
 _UNITS = {int(index): unit for index, unit in TABLES["setpoint_units"].items() if unit not in ("code", "flag", "text")}
@@ -195,7 +195,9 @@ class Setpoint:
         if not low <= value <= high:
             raise UsageError(5, "korvane", f"{self.name}: {value} lies outside its limits, {low} to {high} {self.unit}".
                              rstrip())
-        self._instrument.globals.SetMSSetpointValueByIdx(self.index, float(value))
+        shown = self._instrument.globals.SetMSSetpointValueByIdx(self.index, float(value))
+        if abs(shown - value) > max(self._table().Tolerance(self.index), 1e-9 * abs(value)):
+            raise TimeOut(-807, "korvane", f"the instrument did not follow: {self.name} shows {shown}, not {value}")
 
     @property
     def read_back(self) -> float:

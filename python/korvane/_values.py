@@ -10,7 +10,7 @@ from typing import Any, Dict, List, Tuple
 
 import numpy as np
 
-from ._library import check, handle_from, library, state
+from ._library import check, handle_from, library
 
 _INTEGER = struct.Struct("@iiqNPNQ")  # kind, element, content, count, bounds, rank, owner
 _REAL = struct.Struct("@iidNPNQ")
