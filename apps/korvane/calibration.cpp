@@ -121,12 +121,14 @@ ExitCode set_calibration(Session& session, const CalibrationChange& options) {
         globals.WriteThisCalibrationObjToDD(globals.getDefaultMTObj_nsec());
     else
         globals.SetNewCalibrationWithTheseAAndt0Values_usec(*options.a, *options.t0);
+    session.keep_moves();
     return show_calibration(session, {});
 }
 
 ExitCode take_back_calibration(Session& session, const NoOptions&) {
     session.begin_run();
     undo_calibration(session.platform());
+    session.keep_moves();
     return show_calibration(session, {});
 }
 
@@ -185,6 +187,7 @@ ExitCode fit(Session& session, const FitOptions& options) {
     if (applies) {
         keep_calibration(session.platform());
         globals.WriteThisCalibrationObjToDD(fit.calibration);
+        session.keep_moves();
     }
 
     const CalibrationCoefficients fitted = fit.calibration->coefficients();

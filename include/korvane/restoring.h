@@ -9,18 +9,19 @@
 
 namespace korvane {
 
-/// One setpoint or firmware channel that was moved.
+/// One setpoint, firmware channel or calibration that was moved.
 struct PutBack {
-    std::string name;     ///< of the setpoint (internal), or "firmware channel" and its number
+    std::string name;     ///< of the setpoint (internal), "firmware channel" and its number, or "calibration" and what
+                          ///< its values are: the m/z at 70000 ns
     double before = 0;    ///< in its own unit, when it was first moved
     double now = 0;       ///< after putting back
     std::string failure;  ///< why it was not put back; empty where it was
     double found = 0;     ///< when it was to be put back; equal to `before` where there was nothing to do
 };
 
-/// Classes that are made on `platform()` act on the same instrument as ever; every first write of a setpoint or of a
-/// firmware channel notes what was there. Nothing else is touched: what other programs move meanwhile stays as they
-/// want it, and so does what was moved once more by somebody else. Threads may share a guard.
+/// Classes that are made on `platform()` act on the same instrument as ever; every first write of a setpoint, of a
+/// firmware channel or of a calibration notes what was there. Nothing else is touched: what other programs move
+/// meanwhile stays as they want it, and so does what was moved once more by somebody else. Threads may share a guard.
 class KORVANE_API Restoring {
 public:
     /// Makes nothing and asks the instrument nothing.

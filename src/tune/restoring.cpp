@@ -25,7 +25,7 @@ SetpointValue of_the_type(const SetpointValue& example, double number) {
 
 /// One place that can be moved.
 struct Place {
-    enum class Kind { setpoint, firmware } kind;
+    enum class Kind { setpoint, firmware, calibration } kind;
     std::int32_t index, time_segment, scan_segment;
     friend bool operator==(const Place&, const Place&) = default;
 };
@@ -113,6 +113,25 @@ private:
         }
     };
 
+    struct Calibrations final : Noting<ForwardingCalibrationStore> {
+        using Noting::Noting;
+        void store(std::int32_t polarity, const MassTimeCalibration& calibration) override {
+            const auto present = [held = globals, polarity] {
+                CalibrationObject lent = held->calibrations().calibration(polarity);
+                if (!lent) raise_runtime_fault(error_number::object_not_set, "calibration");
+                return lent;
+            };
+            // Any change of the law moves this mass.
+            const auto read = [=] { return present()->mass_from_time(70000); };
+            const auto put = [held = globals, polarity, before = present()->clone()](double) {
+                held->calibrations().store(polarity, *before);
+            };
+            journal->write(
+                {{Place::Kind::calibration, polarity, 0, 0}, "calibration (m/z at 70000 ns)", 0, {}, read, put},
+                [&] { ForwardingCalibrationStore::store(polarity, calibration); });
+        }
+    };
+
     class Globals final : public ForwardingInstrumentGlobals {
     public:
         Globals(std::shared_ptr<InstrumentGlobals> globals, std::shared_ptr<Journal> journal)
@@ -120,12 +139,16 @@ private:
 
         SetpointTable& setpoints() override { return table_.of(globals_->setpoints(), globals_, journal_); }
         FirmwareChannels& firmware() override { return channels_.of(globals_->firmware(), globals_, journal_); }
+        CalibrationStore& calibrations() override {
+            return calibrations_.of(globals_->calibrations(), globals_, journal_);
+        }
 
     private:
         std::shared_ptr<InstrumentGlobals> globals_;
         std::shared_ptr<Journal> journal_;
         Lent<Table> table_;
         Lent<Channels> channels_;
+        Lent<Calibrations> calibrations_;
     };
 
     std::shared_ptr<Journal> journal_;
