@@ -2,7 +2,7 @@
 # The tree works wherever it lies.
 
 install(DIRECTORY data/scenes data/base DESTINATION ${CMAKE_INSTALL_DATADIR}/korvane)
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md" PATTERN decisions EXCLUDE)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md" PATTERN "*.schema.json" PATTERN decisions EXCLUDE)
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(WIN32)
   return()

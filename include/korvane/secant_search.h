@@ -38,6 +38,9 @@ struct SecantOutcome {
     std::vector<SecantProbe> probes;
 };
 
+/// "within tolerance", "resolution reached", "no signal at this mass", "out of reach", "wrong direction".
+KORVANE_API const char* name_of(SecantOutcome::End end) noexcept;
+
 /// A secant through the logarithms of the readings, each weighted by its standard error. A bound moves only to a
 /// reading that lies on its side of the target by two standard errors; the search ends when the crossing is known to
 /// half the tolerance, or to the setpoint's resolution, and takes more transients, up to the number on entry, where the

@@ -5,6 +5,7 @@
 #include <Eigen/Dense>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "korvane/calibrants.h"
@@ -292,6 +293,12 @@ private:
 };
 
 }  // namespace
+
+const char* name_of(SecantOutcome::End end) noexcept {
+    constexpr std::array names{"within tolerance", "resolution reached", "no signal at this mass", "out of reach",
+                               "wrong direction"};
+    return names[static_cast<std::size_t>(end)];
+}
 
 SecantOutcome adjust_by_secant(const Platform& platform, const SecantRequest& request,
                                const std::function<void(const SecantProbe&)>& on_probe) {

@@ -1,4 +1,4 @@
-// Records as JSON. `fields` is the table of each part's names; writing and reading walk the same one.
+// Records and recipes as JSON. `fields` is the table of each part's names; writing and reading walk the same one.
 #include <fmt/format.h>
 
 #include <limits>
@@ -6,6 +6,7 @@
 
 #include "korvane/error.h"
 #include "korvane/tune_history.h"
+#include "tune/recipe_json.h"
 
 namespace korvane {
 
@@ -56,6 +57,8 @@ template <class Io>
 void fields(Io& io, PeakTrace& part) {
     io("start_ns", part.start_ns)("interval_ns", part.interval_ns)("counts", part.counts);
     io("window_start_ns", part.window_start_ns)("window_end_ns", part.window_end_ns)("baseline", part.baseline);
+    io("fit_start_ns", part.fit_start_ns)("fit_interval_ns", part.fit_interval_ns)("fit", part.fit);
+    io("fit_is_told", part.fit_is_told);
 }
 
 template <class Io>
@@ -93,6 +96,18 @@ void fields(Io& io, TuneRecord& part) {
     io("calibration_after", part.calibration_after)("limits", part.limits)("calibrants", part.calibrants);
     io("residuals", part.residuals)("searches", part.searches)("verdict", part.verdict)("log", part.log);
     io("recording", part.recording);
+}
+
+template <class Io>
+void fields(Io& io, RecipeSearch& part) {
+    io("setpoint", part.setpoint)("mz", part.mz)("target", part.target)("min", part.min)("max", part.max);
+    io("around_percent", part.around_percent)("resolution", part.resolution);
+    io("tolerance_percent", part.tolerance_percent)("raise_to_reduce", part.raise_to_reduce);
+}
+
+template <class Io>
+void fields(Io& io, TuneRecipe& part) {
+    io("schema", part.schema)("adjust", part.searches)("fit_spectra", part.fit_spectra)("masses", part.masses);
 }
 
 struct Writer {
@@ -185,8 +200,10 @@ public:
     static void read(const RecordJson& json, const std::string& path, std::vector<Value>& values) {
         require(json.is_array(), path, "no array");
         values.clear();
-        for (const RecordJson& element : json)
-            read(element, fmt::format("{}/{}", path, values.size()), values.emplace_back());
+        for (const RecordJson& element : json) {
+            const std::string place = fmt::format("{}/{}", path, values.size());
+            read(element, place, values.emplace_back());
+        }
     }
 
 private:
@@ -203,7 +220,30 @@ private:
     std::string path_;
 };
 
+/// Path of the first key that is not among the known ones; empty without.
+std::string unknown_key(const RecordJson& given, const RecordJson& known, const std::string& path) {
+    std::string found;
+    for (const auto& [key, value] : given.items()) {
+        if (!found.empty() || !given.is_structured()) break;
+        const std::string place = path + "/" + key;
+        if (given.is_array())
+            found = unknown_key(value, known[std::stoul(key)], place);
+        else
+            found = known.contains(key) ? unknown_key(value, known[key], place) : place;
+    }
+    return found;
+}
+
 }  // namespace
+
+TuneRecipe recipe_from_json(const nlohmann::json& json) {
+    const RecordJson object = json;
+    TuneRecipe recipe;
+    Reader::read(object, "", recipe);
+    if (const std::string key = unknown_key(object, Writer::written(recipe), ""); !key.empty())
+        throw Error(error_number::file_or_element, "recipe_from_json", key + ": no key of a recipe");
+    return recipe;
+}
 
 std::string tune_record_json(const TuneRecord& record) {
     TuneRecord parts = record;

@@ -20,7 +20,7 @@ std::set<std::string> names_in(const fs::path& folder) {
     return names;
 }
 
-const std::set<std::string> base_names{"Logfiles", "MassLists", "TuneParams.xml", "TunePreferences.xml"};
+const std::set<std::string> base_names{"Logfiles", "MassLists", "TuneParams.xml", "TunePreferences.xml", "TuneRecipe.json"};
 
 TEST(BaseFolder, IsCompleteAndLeavesNothingBeside) {
     const TemporaryFolder temporary;

@@ -1,0 +1,173 @@
+#include "korvane/tune_run.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "korvane/error.h"
+#include "korvane/instrument_contract.h"
+#include "korvane/peak_traces.h"
+#include "korvane/tune_history.h"
+
+namespace korvane {
+
+namespace {
+
+class TuneRun {
+public:
+    using Tell = std::function<void(const TuneProgress&)>;
+
+    TuneRun(const Platform& platform, const TuneRecipe& recipe, TuneRecord& record, const Tell& tell)
+        : platform_(platform), globals_(platform), parser_(platform), recipe_(recipe), record_(record), tell_(tell) {}
+
+    /// Why the tune is not good, empty where it is so far.
+    std::string run(TuneStep step) {
+        step_ = step;
+        globals_.WriteLineToTuneLogFile(fmt::format("TUNE: step {}", tune_step_names[static_cast<std::size_t>(step)]));
+        record_.log = globals_.tune_log_path();
+        switch (step) {
+            case TuneStep::ready:
+                return require_ready();
+            case TuneStep::verify:
+                return verify();
+            case TuneStep::adjust:
+                return adjust();
+            case TuneStep::fit:
+                return fit();
+            case TuneStep::measure:
+                break;
+        }
+        return measure();
+    }
+
+private:
+    void tell(const std::string& text, bool is_done = true) {
+        if (is_done) globals_.WriteLineToTuneLogFile("TUNE: " + text);
+        if (tell_) tell_({step_, text, is_done});
+    }
+
+    std::unique_ptr<InstrumentGlobals> instrument() const {
+        auto made = platform_.instrument->create_globals();
+        if (!made) raise_runtime_fault(error_number::object_not_set, "create_globals");
+        made->initialise();
+        return made;
+    }
+
+    std::string require_ready() {
+        const InstrumentValue state =
+            instrument()->actual_value(contract::instrument_register.not_ready_state, contract::not_ready_state_type);
+        const auto* const number = std::get_if<double>(&state);
+        const auto* const integer = std::get_if<std::int32_t>(&state);
+        if ((number && *number < -0.5) || (integer && *integer < 0))
+            throw Error(error_number::routine_detected, "run_tune", "the instrument is not ready");
+        tell("the instrument is ready");
+        return {};
+    }
+
+    std::string verify() {
+        parser_.VerifyInstrumentIsShowingValidCalibrantSpectrum();
+        tell("the spectrum shows enough calibrants");
+        return {};
+    }
+
+    SecantRequest request_of(const RecipeSearch& search, SetpointTable& table, double present) const {
+        SecantRequest request{.setpoint = table.index_of(search.setpoint), .mz = search.mz, .target = search.target};
+        request.relative_tolerance = search.tolerance_percent / 100;
+        request.lower_value_reduces_abundance = !search.raise_to_reduce;
+        request.resolution = search.resolution;
+        double low = search.min.value_or(table.lower_limit(request.setpoint));
+        double high = search.max.value_or(table.upper_limit(request.setpoint));
+        if (search.around_percent) {
+            const double reach = std::abs(present) * *search.around_percent / 100;
+            low = std::max(low, present - reach);
+            high = std::min(high, present + reach);
+        }
+        request.low = low;
+        request.high = high;
+        return request;
+    }
+
+    std::string adjust() {
+        if (recipe_.searches.empty()) tell("nothing to adjust");
+        const auto view = instrument();
+        for (const RecipeSearch& search : recipe_.searches) {
+            RecordedSearch& done = record_.searches.emplace_back();
+            done = {search.setpoint, search.mz, search.target, 0, 0, {}, {}};
+            done.before = globals_.GetMSSetpointValueByInternalName(search.setpoint);
+            const auto show = [&](const SecantProbe& probe) {
+                tell(fmt::format("{} at {:g} gives {:.0f} counts", search.setpoint, probe.value, probe.abundance),
+                     false);
+            };
+            const SecantOutcome outcome =
+                adjust_by_secant(platform_, request_of(search, view->setpoints(), done.before), show);
+            done.after = outcome.value;
+            done.end = name_of(outcome.end);
+            done.probes = outcome.probes;
+            tell(fmt::format("{} {:g} -> {:g} for {:.0f} counts at m/z {:.4f}: {}", search.setpoint, done.before,
+                             done.after, search.target, search.mz, done.end));
+            if (outcome.end != SecantOutcome::End::within_tolerance &&
+                outcome.end != SecantOutcome::End::resolution_reached)
+                return fmt::format("adjust {}: {}", search.setpoint, done.end);
+        }
+        return {};
+    }
+
+    VariantArray<double> default_masses() {
+        const std::string source = globals_.GetMassListTypeFromSourceTypeString(instrument()->source_type());
+        return globals_.GetDefaultMassList(source, globals_.GetPolarityStr());
+    }
+
+    std::string fit() {
+        tell(fmt::format("measuring {} spectra", recipe_.fit_spectra), false);
+        const CalibrationObject before = globals_.GetCurrentCalibrationObjFromDD();
+        const CalibrationFit fit = fit_calibration(
+            measure_calibrant_times(parser_, globals_, default_masses(), static_cast<std::size_t>(recipe_.fit_spectra)),
+            *before);
+        record_.residuals = fit.calibrants;
+        if (fit.is_better()) {
+            keep_calibration(platform_);
+            globals_.WriteThisCalibrationObjToDD(fit.calibration);
+        }
+        tell(fmt::format(
+            "{} calibrants, {:.2f} ppm off the calibration before, left out {:.2f} ppm off the fitted one: {}",
+            fit.used, fit.before_ppm, fit.left_out_ppm, fit.is_better() ? "written" : "not better, not written"));
+        return {};
+    }
+
+    std::string measure() {
+        const auto masses = recipe_.masses.empty() ? default_masses() : VariantArray<double>(recipe_.masses);
+        PeakTraces traces(platform_);
+        SpectrumParser parser(traces.platform());
+        judge(record_, measure_calibrants(parser, globals_, masses), read_tune_limits(platform_));
+        traces.give_to(record_.calibrants);
+        const auto good = std::ranges::count_if(record_.calibrants, [](const RecordedCalibrant& calibrant) {
+            return calibrant.verdict.state == CalibrantState::ok;
+        });
+        tell(fmt::format("{} of {} calibrants ok", good, record_.calibrants.size()));
+        return record_.verdict == "ok" ? "" : record_.verdict;
+    }
+
+    const Platform platform_;
+    TuneGlobals globals_;
+    SpectrumParser parser_;
+    const TuneRecipe& recipe_;
+    TuneRecord& record_;
+    const Tell& tell_;
+    TuneStep step_ = TuneStep::ready;
+};
+
+}  // namespace
+
+std::string run_tune(const Platform& platform, const TuneRecipe& recipe, std::span<const TuneStep> steps,
+                     TuneRecord& record, const std::function<void(const TuneProgress&)>& tell) {
+    TuneRun run(platform, recipe, record, tell);
+    for (const TuneStep step : steps)
+        if (const std::string fault = run.run(step); !fault.empty()) {
+            record.verdict = fault;
+            return fault;
+        }
+    return {};
+}
+
+}  // namespace korvane
