@@ -1,5 +1,5 @@
 // Parts of the embedded instrument: the peak finder and the mass-time law, which it lends to whoever writes an
-// instrument layer, and how its recordings are opened.
+// instrument layer, how its recordings are opened, and the peaks of files that no instrument has to play.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 #include "korvane/mass_time.h"
 #include "korvane/peak_finder.h"
 #include "korvane/records.h"
+#include "korvane/system.h"
 
 namespace korvane {
 
@@ -58,6 +59,26 @@ struct PeakFinderOptions {
 /// whole spectrum around the search times and states uncertainties. Errors of `run`: 5 naming a sampling interval or a
 /// time that is not set or no number.
 KORVANE_API std::unique_ptr<PeakFinder> make_peak_finder(const PeakFinderOptions& options = {});
+
+/// A profile spectrum of a file, and its peaks.
+struct SearchedSpectrum {
+    std::string id;  ///< as the file names it; empty for a text
+    std::int32_t ms_level = 1;
+    PolaritySetpoint polarity = PolaritySetpoint::Positive;
+    double scan_start_minutes = 0;
+    PeakListObject peaks;  ///< in amu, ascending; what is in ns elsewhere has no meaning here
+};
+
+/// `number` of `spectra`, from 1.
+using SpectrumSearched = std::function<void(const SearchedSpectrum& spectrum, std::size_t number, std::size_t spectra)>;
+
+/// Finds the peaks of profile spectra, of whatever analyser: no flight-time law is needed. `file`: mzML as a replay
+/// reads it, or a text with a line for each sample, m/z and counts, with blanks, a comma or a semicolon between; empty
+/// lines, a line of titles and lines that begin with # are passed over. Samples that were left out count as 0. Calls
+/// `searched` for one spectrum after the other; what it raises ends the search. Errors: -904 from "RecordingReader",
+/// naming file, spectrum or line and what is wrong.
+KORVANE_API void search_profiles(Files& files, const std::string& file, const RecordingOptions& options,
+                                 const SpectrumSearched& searched);
 
 /// A calibration by m = (A (t - B))^2 + sum of c_p t^p over the used terms p. `use_flags` is indexed by term number;
 /// every 1 takes the next of the coefficients C to H, further ones take nothing. The flight time of a mass is the one

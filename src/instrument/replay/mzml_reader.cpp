@@ -12,30 +12,6 @@
 
 namespace korvane::replay {
 
-void Notes::add(const std::string& what) {
-    const auto known = std::ranges::find(counted_, what, &std::pair<std::string, int>::first);
-    if (known == counted_.end())
-        counted_.emplace_back(what, 1);
-    else
-        ++known->second;
-}
-
-std::vector<std::string> Notes::lines() const {
-    std::vector<std::string> all;
-    for (const auto& [what, count] : counted_)
-        all.push_back(count == 1 ? what : what + " (" + std::to_string(count) + " spectra)");
-    return all;
-}
-
-bool is_spaced_as_profile(const std::vector<double>& mz) {
-    constexpr double alike = 0.1;
-    constexpr std::size_t fewest = 4;  // that tell anything
-    std::size_t even = 0;
-    for (std::size_t i = 2; i < mz.size(); ++i)
-        even += std::abs((mz[i] - mz[i - 1]) / (mz[i - 1] - mz[i - 2]) - 1) < alike;
-    return mz.size() < fewest || 2 * even >= mz.size() - 2;
-}
-
 namespace {
 
 /// What the spectra of one file share.
@@ -82,12 +58,10 @@ public:
         spectrum.mz = numbers(term::mz_array, count);
         if (!is_profile && !is_spaced_as_profile(spectrum.mz))
             return note("centroid spectra, by their spacing, are passed over");
-        check_masses(spectrum.mz);
+        check_masses(spectrum.mz, place_);
         if (!is_profile) note("profile or centroid not stated: profiles by their spacing");
         spectrum.intensity = numbers(term::intensity_array, count);
-        for (std::size_t i = 0; i < count; ++i)
-            if (!std::isfinite(spectrum.intensity[i]))
-                place_.fail("intensity of sample " + std::to_string(i) + " is not a finite number");
+        check_intensities(spectrum.intensity, place_);
         if (!spectrum.sampling_interval_ns) spectrum.sampling_interval_ns = source_.recording.sampling_interval_ns;
         source_.recording.spectra.push_back(std::move(spectrum));
     }
@@ -254,31 +228,11 @@ private:
         place_.fail("there is no " + std::string(array.name) + " (" + array.accession + ")");
     }
 
-    void check_masses(const std::vector<double>& mz) const {
-        double below = 0;
-        for (std::size_t i = 0; i < mz.size(); below = mz[i++])
-            if (!std::isfinite(mz[i]) || !(mz[i] > below))
-                place_.fail("m/z [" + number_text(mz[i]) + "] of sample " + std::to_string(i) +
-                            " does not lie above [" + number_text(below) + "]");
-    }
-
     pugi::xml_node element_;
     Source& source_;
     RecordingPlace place_;
     Parameters parameters_;
 };
-
-std::string read_bytes(Files& files, const RecordingPlace& place) {
-    std::string bytes;
-    try {
-        if (files.status(place.file).is_folder) place.fail("this is a folder, not a file");
-        files.read(place.file, bytes);
-    } catch (const FileError& fault) {
-        place.fail(std::string("cannot be read: ") + fault.what());
-    }
-    if (bytes.empty()) place.fail("the file is empty");
-    return bytes.starts_with("\x1f\x8b") ? gunzipped(bytes, place) : bytes;
-}
 
 /// The first configuration speaks for the recording.
 void read_instrument(const pugi::xml_node& mzml, Source& source) {
@@ -327,7 +281,7 @@ void read_spectra(const pugi::xml_node& list, Source& source) {
         if (wanted == every_ms_level || level == wanted)
             SpectrumReader(element, source).read(level);
         else
-            source.recording.notes.add("MS level " + std::to_string(wanted) + " is played, others are passed over");
+            source.recording.notes.add("MS level " + std::to_string(wanted) + " is taken, others are passed over");
     if (!source.recording.spectra.empty()) return;
     std::string reasons;
     for (const std::string& line : source.recording.notes.lines()) reasons += "; " + line;
@@ -337,9 +291,25 @@ void read_spectra(const pugi::xml_node& list, Source& source) {
 
 }  // namespace
 
+std::string recording_bytes(Files& files, const std::string& file) {
+    const RecordingPlace place{file, {}};
+    std::string bytes;
+    try {
+        if (files.status(file).is_folder) place.fail("this is a folder, not a file");
+        files.read(file, bytes);
+    } catch (const FileError& fault) {
+        place.fail(std::string("cannot be read: ") + fault.what());
+    }
+    if (bytes.empty()) place.fail("the file is empty");
+    return bytes.starts_with("\x1f\x8b") ? gunzipped(bytes, place) : bytes;
+}
+
 Recording read_recording(Files& files, const std::string& file, const RecordingOptions& options) {
+    return parse_recording(recording_bytes(files, file), file, options);
+}
+
+Recording parse_recording(std::string bytes, const std::string& file, const RecordingOptions& options) {
     Source source{.place = {file, {}}, .groups = {}, .options = options, .recording = {}};
-    std::string bytes = read_bytes(files, source.place);
     pugi::xml_document document;
     const auto parsed = document.load_buffer_inplace(bytes.data(), bytes.size());
     if (!parsed)

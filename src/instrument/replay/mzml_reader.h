@@ -18,8 +18,9 @@ namespace korvane::replay {
 /// missing, damaged, of another length than the spectrum or encoded in an unknown way; m/z that do not ascend from
 /// above 0; numbers that are not finite; more samples than `recording.h` allows.
 Recording read_recording(Files& files, const std::string& file, const RecordingOptions& options = {});
-
-/// Whether m/z are spaced as samples are: most neighbouring distances nearly alike, which those of centroids are not.
-bool is_spaced_as_profile(const std::vector<double>& mz);
+/// The same of a file's content.
+Recording parse_recording(std::string bytes, const std::string& file, const RecordingOptions& options);
+/// What the file holds, unpacked.
+std::string recording_bytes(Files& files, const std::string& file);
 
 }  // namespace korvane::replay

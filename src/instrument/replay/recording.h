@@ -68,6 +68,12 @@ struct Recording {
     std::vector<RecordedSpectrum> spectra;
 };
 
+/// Whether m/z are spaced as samples are: most neighbouring distances nearly alike, which those of centroids are not.
+bool is_spaced_as_profile(const std::vector<double>& mz);
+/// Fails for m/z that do not ascend from above 0, and for numbers that are not finite.
+void check_masses(const std::vector<double>& mz, const RecordingPlace& place);
+void check_intensities(const std::vector<double>& intensity, const RecordingPlace& place);
+
 /// Samples of one spectrum, and of all spectra of a recording, beyond which a file is refused: its arrays would not fit
 /// into memory, and no flight tube gives them.
 inline constexpr std::int64_t largest_spectrum_samples = 10'000'000;

@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 #include <zlib.h>
 
+#include <bit>
 #include <cmath>
 
+#include "instrument/replay/playback.h"
 #include "recording_text.h"
 #include "support/memory_disk.h"
 
@@ -44,14 +46,13 @@ std::string replaced(std::string text, const std::string& old, const std::string
 
 TEST_F(MzmlReader, ReadsNumbersEncodedByAnotherProgram) {
     // 100.25, 101.5, 102.75 as 64-bit floats through zlib; 1, 2.5, 1e10 as 32-bit floats, not compressed.
-    const std::string text = R"(<indexedmzML><mzML><run><spectrumList><spectrum id="s" defaultArrayLength="3">
+    const std::string text = R"(<mzML><run><spectrumList><spectrum id="s" defaultArrayLength="3">
         <cvParam accession="MS:1000511" value="1"/><cvParam accession="MS:1000128"/><cvParam accession="MS:1000129"/>
         <binaryDataArrayList><binaryDataArray><cvParam accession="MS:1000521"/><cvParam accession="MS:1000576"/>
         <cvParam accession="MS:1000515"/><binary> AACAP
         wAAIED5AhVQ </binary></binaryDataArray><binaryDataArray><cvParam accession="MS:1000523"/>
         <cvParam accession="MS:1000574"/><cvParam accession="MS:1000514"/>
-        <binary>@MZ@</binary></binaryDataArray></binaryDataArrayList></spectrum></spectrumList></run></mzML>
-        <indexListOffset>1</indexListOffset></indexedmzML>)";
+        <binary>@MZ@</binary></binaryDataArray></binaryDataArrayList></spectrum></spectrumList></run></mzML>)";
     const Recording recording = read(replaced(text, "@MZ@", "eJxjYAACgUgHEMWQAKU3RDoAABimAuw="));
     ASSERT_EQ(recording.spectra.size(), 1u);
     EXPECT_EQ(recording.spectra[0].mz, (std::vector<double>{100.25, 101.5, 102.75}));
@@ -85,68 +86,116 @@ TEST_F(MzmlReader, NamesWhatIsWrongWithTheFile) {
                 HasSubstr("-904|RecordingReader|recording [/none.mzML]"));
 }
 
-struct Damage {
-    std::string from, to, named;
+/// A change of the text, the first time that its place occurs; what is told of it, or why the recording is refused.
+struct Trait {
+    std::string from, to, told;
+    bool is_refused = false;
 };
 
-TEST_F(MzmlReader, NamesWhatIsWrongWithASpectrum) {
-    const std::string level = R"(<cvParam accession="MS:1000511" value="1"/>)";
-    const std::string length = R"(defaultArrayLength="400")";
-    const std::vector<Damage> damages{
-        {"value=\"1\"/>", "value=\"one\"/>", "[one] is not a number"},
-        {"MS:1000128", "MS:1000127", "no profile spectrum of MS level 1; centroid"},
-        {R"(<cvParam accession="MS:1000130"/>)",
-         R"(<cvParam accession="MS:1000130"/><cvParam accession="MS:1000129"/>)", "both polarities"},
-        {"value=\"1.5\"", "value=\"\"", "scan start time [] is not a number"},
-        {length, R"(defaultArrayLength="399")", "3192"},
-        {length, R"(defaultArrayLength="99999999999")", "99999999999"},
-        {length, "", "defaultArrayLength"},
-        {length, R"(defaultArrayLength="0")", "no profile spectrum of MS level 1; empty"},
-        {"MS:1000514", "MS:1000786", "no m/z array"},
-        {R"(<cvParam accession="MS:1000574"/>)", "", "not the 3200"},
-        {R"(<cvParam accession="MS:1000523"/>)", "", "64-bit float"},
-        {R"(<cvParam accession="MS:1000574"/>)", R"(<cvParam accession="MS:1003780" name="zstd"/>)",
-         "MS:1003780 (zstd)"},
-        {"MS:1000574", "MS:1000576", "not the 3200"},
-        {"MS:1000574", "MS:1002313", "m/z array: "},
-        {"<binary>", "<binary>*", "cut off"},
-        {"<binary>", "<binary>****", "character 1 is not base64"},
-        {"<binary>", "<binary>AAAA", "zlib refuses"},
-        {level, R"(<referenceableParamGroupRef ref="nowhere"/>)", "[nowhere]"},
-    };
-    const std::string whole = recording_text({plain_spectrum()});
-    for (const auto& [from, to, named] : damages)
-        EXPECT_THAT(fault(replaced(whole, from, to)), HasSubstr(named)) << from << " -> " << to;
-}
-
-TEST_F(MzmlReader, FindsOutOrAssumesWhatTheFileDoesNotSay) {
+std::vector<Trait> traits() {
+    const std::string start = R"("MS:1000016" value="1.5" unitAccession="UO:0000031")";
+    const std::string level = R"(<cvParam accession="MS:1000511" value="1"/>)", none;
+    const std::string length = R"(defaultArrayLength="400")", zlib = R"(<cvParam accession="MS:1000574"/>)";
     const std::string detector = R"(<instrumentConfigurationList><instrumentConfiguration><componentList><detector>
         <cvParam accession="MS:1000029" value="0" unitAccession="UO:0000106"/></detector></componentList>
         </instrumentConfiguration></instrumentConfigurationList>)";
-    const std::vector<Damage> left_out{
-        {R"(<cvParam accession="MS:1000511" value="1"/>)", "", "MS level not stated: taken as 1"},
-        {R"(<cvParam accession="MS:1000511" value="1"/>)", R"(<cvParam accession="MS:1000511" value="3"/>)", ""},
-        {R"(<cvParam accession="MS:1000128"/>)", "", "profile or centroid not stated: profiles by their spacing"},
-        {R"(<cvParam accession="MS:1000130"/>)", "", "polarity not stated: taken as negative"},
-        {"MS:1000016", "MS:1000017", "start time not stated: taken as 0"},
-        {"UO:0000031", "UO:0000099", "unit [UO:0000099] of the start time: taken as minutes"},
+    return {
+        {level, none, "MS level not stated: taken as 1"},
+        {level, R"(<cvParam accession="MS:1000511" value="3"/>)", ""},
+        {R"(<cvParam accession="MS:1000128"/>)", none, "profile or centroid not stated: profiles by their spacing"},
+        {R"(<cvParam accession="MS:1000130"/>)", none, "polarity not stated: taken as negative"},
+        {start, R"("MS:1000017")", "start time not stated: taken as 0"},
+        {start, R"("MS:1000016" value="1.5" unitAccession="UO:0000099")",
+         "unit [UO:0000099] of the start time: taken as minutes"},
         {"<binaryDataArray>", "<binaryDataArray encodedLength=\"17\">",
-         "encodedLength of an array is not the length of its text"},
-        {"<spectrumList count=\"1\">", "<spectrumList count=\"9\">",
-         "spectrumList count [9] is not the number of its spectra, 1"},
+         "encodedLength of an array is not the length of"},
+        {"<spectrumList count=\"1\">", "<spectrumList count=\"9\">", "spectrumList count [9] is not the number of its"},
         {"<run", detector + "<run", "sampling frequency [0] is none of a digitiser: taken from the axis"},
-        {"<spectrum ", R"(<spectrum id="e" defaultArrayLength="0"/><spectrum )",
-         "MS level not stated: taken as 1|spectrumList count [1] is not the number of its spectra, 2|empty spectra are "
-         "passed over"},
+        {"<spectrum ", R"(<spectrum id="e" defaultArrayLength="0"/><spectrum )", "empty spectra are passed over"},
+        {"value=\"1\"/>", "value=\"one\"/>", "[one] is not a number", true},
+        {"MS:1000128", "MS:1000127", "no profile spectrum", true},
+        {R"(<cvParam accession="MS:1000130"/>)",
+         R"(<cvParam accession="MS:1000130"/><cvParam accession="MS:1000129"/>)", "both polarities", true},
+        {start, R"("MS:1000016" value="")", "scan start time [] is not a number", true},
+        {length, R"(defaultArrayLength="399")", "3192", true},
+        {length, R"(defaultArrayLength="99999999999")", "99999999999", true},
+        {length, none, "defaultArrayLength", true},
+        {length, R"(defaultArrayLength="0")", "empty", true},
+        {"MS:1000514", "MS:1000786", "no m/z array", true},
+        {zlib, none, "not the 3200", true},
+        {R"(<cvParam accession="MS:1000523"/>)", none, "64-bit float", true},
+        {zlib, R"(<cvParam accession="MS:1003780" name="zstd"/>)", "MS:1003780 (zstd)", true},
+        {"MS:1000574", "MS:1000576", "not the 3200", true},
+        {"MS:1000574", "MS:1002313", "m/z array: ", true},
+        {"<binary>", "<binary>*", "cut off", true},
+        {"<binary>", "<binary>****", "is not base64", true},
+        {"<binary>", "<binary>AAAA", "zlib refuses", true},
+        {"<scanList", R"(<referenceableParamGroupRef ref="nowhere"/><scanList)", "[nowhere]", true},
     };
-    const std::string whole = recording_text({plain_spectrum()});
-    for (const auto& [from, to, notes] : left_out) {
-        const Recording recording = read(replaced(whole, from, to), {{}, PolaritySetpoint::Negative, {}});
-        EXPECT_EQ(recording.spectra.size(), 1u) << from;
-        std::string lines;
-        for (const std::string& line : recording.notes.lines()) lines += (lines.empty() ? "" : "|") + line;
-        EXPECT_EQ(lines, notes) << from << " -> " << to;
+}
+
+/// Two peaks in recordings of every kind: wrapped, of parameter groups, integers, with samples left out, of no
+/// time-of-flight analyser.
+std::vector<std::string> kinds_of_recordings() {
+    SpectrumText plain = plain_spectrum(), grouped = plain, integers = plain, sparse = plain, curved = plain;
+    grouped.parameters = R"(<referenceableParamGroupRef ref="g"/>)";
+    for (std::size_t i = 0; i < plain.mz.size(); ++i) {
+        integers.intensity[i] = std::bit_cast<double>(static_cast<std::int64_t>(plain.intensity[i]));
+        sparse.intensity[i] = std::max(0.0, plain.intensity[i] - 30);
+        sparse.mz[i] = std::pow(4.5e-4 * (40000.0 + static_cast<double>(i < 200 ? i : i + 500)), 2);
+        curved.mz[i] = 400 / std::pow(2 - 1e-3 * static_cast<double>(i), 2);  // even in frequency
     }
+    const std::string group = R"(<referenceableParamGroupList><referenceableParamGroup id="g">)" + plain.parameters +
+                              "</referenceableParamGroup></referenceableParamGroupList>";
+    std::vector<std::string> texts{replaced(replaced(recording_text({plain}), "<mzML", "<indexedmzML><mzML"), "</mzML>",
+                                            "</mzML><indexListOffset>1</indexListOffset></indexedmzML>"),
+                                   recording_text({grouped}, group)};
+    for (const SpectrumText& spectrum : {integers, sparse, curved}) texts.push_back(recording_text({spectrum}));
+    texts[2].replace(texts[2].rfind("MS:1000523"), 10, "MS:1000522");
+    return texts;
+}
+
+TEST_F(MzmlReader, TakesOrRefusesEveryTraitAloneAndInPairsAndSaysWhy) {
+    const std::vector<Trait> all = traits();
+    int taken = 0, refused = 0;
+    const std::vector<std::string> kinds = kinds_of_recordings();
+    for (const std::string& kind : kinds)
+        for (auto first = all.begin(); first != all.end(); ++first)
+            for (auto second = first; second != all.end(); ++second) {
+                std::string text = replaced(kind, first->from, first->to);
+                if (second != first && text.find(second->from) == std::string::npos) continue;
+                if (second != first) text = replaced(text, second->from, second->to);
+                SCOPED_TRACE(first->from + " -> " + first->to + " and " + second->from + " -> " + second->to);
+                std::string told;
+                disk.put(file, text);
+                RecordingOptions options{every_ms_level, PolaritySetpoint::Negative, {}};
+                options.tell = [&](const std::string& line) { told += line + "|"; };
+                int peaks = 0;
+                const auto search = [&] {
+                    search_profiles(disk, file, options, [&](const SearchedSpectrum& spectrum, auto, auto) {
+                        peaks += spectrum.peaks->count();
+                    });
+                };
+                const bool is_refused = first->is_refused || second->is_refused;
+                (is_refused ? refused : taken) += 1;
+                if (is_refused) {
+                    const std::string error = raised(search);
+                    ASSERT_TRUE(error.starts_with("-904|RecordingReader|recording [" + file + "]")) << error;
+                    EXPECT_TRUE((first->is_refused && error.find(first->told) != std::string::npos) ||
+                                (second->is_refused && error.find(second->told) != std::string::npos))
+                        << error;
+                    continue;
+                }
+                ASSERT_NO_THROW(search());
+                EXPECT_EQ(peaks, 2);
+                EXPECT_THAT(told, testing::AllOf(HasSubstr(first->told), HasSubstr(second->told)));
+                if (&kind != &kinds.back()) replay::prepare_playback(read(text, options));
+            }
+    EXPECT_GT(taken, 200);
+    EXPECT_GT(refused, 1000);
+}
+
+TEST_F(MzmlReader, TellsCentroidsByTheirSpacing) {
     SpectrumText centroids = plain_spectrum();
     for (std::size_t i = 0; i < centroids.mz.size(); ++i)
         centroids.mz[i] += 3.0 * static_cast<double>(i * i % 7 + 7 * i);
