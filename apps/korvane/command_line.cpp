@@ -30,6 +30,7 @@ constexpr const char* examples =
     "  korvane measure --mass 838.84 --json           one ion, for a script\n"
     "  korvane verify && echo ready                   enough calibrants to tune?\n"
     "  korvane peak 1382.74 --attribute resolution    one figure of one peak\n"
+    "  korvane peaks --min-height 5000                all peaks of a spectrum\n"
     "  korvane setpoint list                          names, values, limits\n"
     "  korvane setpoint set FragmentTune 180          change a voltage\n"
     "  korvane adjust FragmentTune --mz 566.89 --target 50000 --apply\n"
@@ -65,6 +66,7 @@ constexpr std::array commands{
                declare_measure},
     CommandRow{"Measure and adjust", "peak", "measure the highest peak near one mass, in the next spectrum",
                declare_peak},
+    CommandRow{"Measure and adjust", "peaks", "list all peaks of a spectrum or of a file", declare_peaks},
     CommandRow{"Measure and adjust", "verify",
                "check that the spectrum shows enough calibrants to tune on; exit code 1 when it does not",
                declare_verify},
@@ -120,11 +122,33 @@ constexpr std::array hidden_commands{
     CommandRow{"", "manual", "print the manual page of the program, or of a command", declare_manual},
 };
 
+void add_recording_options(CLI::App& program, RecordingOptions& options) {
+    const auto read_level = [&options](const std::string& text) {
+        constexpr std::int64_t most = 100;
+        const auto level = text == "all" ? every_ms_level : parse_integer(text).value_or(-1);
+        if (level < 0 || level > most || (level == every_ms_level && text != "all"))
+            throw CLI::ValidationError("--ms-level", fmt::format("\"{}\" is neither an MS level nor \"all\"", text));
+        options.ms_level = static_cast<std::int32_t>(level);
+    };
+    const auto read_polarity = [&options](const std::string& text) {
+        const std::string name = CLI::detail::to_lower(text);
+        if (name != "positive" && name != "negative")
+            throw CLI::ValidationError("--assume-polarity",
+                                       fmt::format("\"{}\" is neither positive nor negative", text));
+        options.polarity = name == "positive" ? PolaritySetpoint::Positive : PolaritySetpoint::Negative;
+    };
+    program.add_option_function<std::string>(
+        "--ms-level", read_level, "MS level of a recording's spectra, or all (the lowest; \"peaks\" takes all)");
+    program.add_option_function<std::string>("--assume-polarity", read_polarity,
+                                             "polarity of recorded spectra that do not state theirs (positive)");
+}
+
 void add_global_options(CLI::App& program, GlobalOptions& options) {
     CLI::Option* base = add_name(program, "--base", options.base,
                                  "base folder (KORVANE_BASE, else your own, made on first use)", "DIR");
     CLI::Option* replay = add_name(program, "--replay", options.replay,
                                    "recording (mzML) in the place of the simulated instrument", "FILE");
+    add_recording_options(program, options.recording);
     CLI::Option* scene = add_name(program, "--scene", options.scene, "scene of the simulated instrument", "FILE");
     add_seed(program, options.seed);
     add_name(program, "--history", options.history,

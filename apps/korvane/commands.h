@@ -20,6 +20,7 @@ void declare_init(CLI::App& command, Session& session);
 void declare_state(CLI::App& command, Session& session);
 void declare_measure(CLI::App& command, Session& session);
 void declare_peak(CLI::App& command, Session& session);
+void declare_peaks(CLI::App& command, Session& session);
 void declare_verify(CLI::App& command, Session& session);
 void declare_adjust(CLI::App& command, Session& session);
 void declare_calibration(CLI::App& group, Session& session);

@@ -23,9 +23,15 @@ Platform Session::build_platform() {
     if (options.base) embedded.base_folder = path_of(*options.base);
     if (options.scene) embedded.scene = path_of(*options.scene);
     if (options.replay) embedded.replay = path_of(*options.replay);
-    embedded.recording.tell = [this](const std::string& line) { talk(line); };
+    embedded.recording = recording_options();
     embedded.seed = options.seed;
     return make_embedded_platform(embedded, system_);
+}
+
+RecordingOptions Session::recording_options() {
+    RecordingOptions opening = options.recording;
+    opening.tell = [this](const std::string& line) { talk(line); };
+    return opening;
 }
 
 std::string Session::instrument_name() const {

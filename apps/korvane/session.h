@@ -39,11 +39,13 @@ struct Streams {
     std::ostream& out;
     std::ostream& err;
     bool err_is_terminal = false;
+    bool own_process = false;  ///< nothing else runs in this process
 };
 
 struct GlobalOptions {
     std::optional<std::string> base, replay, scene, instrument, history;
     std::uint64_t seed = 1;
+    RecordingOptions recording;
 };
 
 class Session {
@@ -79,6 +81,8 @@ public:
     /// Before a command moves the instrument or takes spectra: error 1 where an abort stands, and before each spectrum
     /// from now on. Says where a search has left the instrument reduced.
     void begin_run();
+    /// For work that uses no instrument: error 1 after a signal to stop.
+    void look_for_stop() { look(false); }
     /// The error that ended the run, also where what runs went on without regard to it.
     const std::optional<Error>& stop() const { return stop_; }
     /// What has been moved so far stays.
@@ -100,6 +104,10 @@ public:
     /// How far a command has come: a line on a terminal that the next one replaces. What takes more than a second
     /// without it says there what is waited for.
     void show_progress(std::string_view line);
+    /// How a recording is opened; what it does not say is talked of.
+    RecordingOptions recording_options();
+    Files& files() { return *system_.files; }
+    bool owns_process() const { return streams_.own_process; }
     bool talk_is_terminal() const { return streams_.err_is_terminal; }
 
 private:

@@ -110,16 +110,12 @@ TEST(Help, EveryCommandHasAnExampleThatTheDocumentsRun) {
     std::set<std::string> documented;
     for (const Example& example : examples_in(fs::path(KORVANE_SOURCE_DIR) / "docs/command-line.md"))
         documented.insert(example.command);
-    for (const std::string command : {"state",           "measure",         "peak",
-                                      "verify",          "adjust",          "setpoint get",
-                                      "setpoint set",    "setpoint list",   "params get",
-                                      "params set",      "params list",     "prefs get",
-                                      "prefs set",       "prefs list",      "masslist show",
-                                      "masslist set",    "masslist check",  "calibration show",
-                                      "calibration set", "calibration fit", "calibration undo", "plot",
-                                      "abort request",   "abort reset",     "abort status",
-                                      "record",          "automation list", "history list",
-                                      "history show",    "history mark"}) {
+    std::istringstream commands(
+        "init,state,measure,peak,peaks,verify,adjust,setpoint get,setpoint set,setpoint list,params get,params set,"
+        "params list,prefs get,prefs set,prefs list,masslist show,masslist set,masslist check,calibration show,"
+        "calibration set,calibration fit,calibration undo,plot,abort request,abort reset,abort status,record,"
+        "automation list,history list,history show,history mark");
+    for (std::string command; std::getline(commands, command, ',');) {
         std::vector<std::string> words{"--help"};
         std::istringstream split(command);
         words.insert(words.begin(), std::istream_iterator<std::string>(split), {});
