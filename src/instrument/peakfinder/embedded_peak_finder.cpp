@@ -64,6 +64,7 @@ std::vector<FittedPeak> find_peaks_of_range(SearchContext& context, const PeakFi
     if (!agree(context.model, coarse, start_ns, end_ns)) candidates = find_candidates(context, chunks);
     auto peaks = measure_peaks(context, candidates);
     split_overlapping_peaks(context, peaks);
+    mark_chance_peaks(context, peaks);
     return peaks;
 }
 

@@ -143,9 +143,6 @@ inline constexpr double area_left_sigmas = 4, area_right_sigmas = 6;
 inline constexpr double group_reach_sigmas = 10.5, loaded_sigmas = 6.5;
 /// The exponential has fallen by ten of its lengths.
 inline constexpr double late_reach_sigmas = 15;
-/// A peak of fewer ions has to stand out, within half of that reach, from what lies in the other half, where that is
-/// more than noise and the few late ions that any peak has.
-inline constexpr double surrounded_ions_of_fit = 100, side_reach_sigmas = 5, few_side_ions = 3;
 /// Fits of overlapping peaks are repeated until none moves by that part of its error.
 inline constexpr double settled_move_errors = 0.05;
 inline constexpr int most_rounds = 12;
@@ -168,6 +165,20 @@ inline constexpr double moment_variance = 2, moment_width_error = 0.3;
 
 /// Nearer neighbours share samples that count; fewer ions leave the width to 13 % of chance.
 inline constexpr double overlapped_sigmas = 6, few_ions = 30;
+
+// --- Chance
+
+/// A peak of fewer ions has to stand out, in its middle, from the counts about it that no peak explains: those to
+/// either side, and the middle one of longer stretches farther out, three to a side, so that ions scattered thinly are
+/// counted.
+inline constexpr double surrounded_ions_of_fit = 100, middle_sigmas = 2.5, near_side_sigmas = 7.5, far_side_sigmas = 15;
+inline constexpr std::size_t far_sides = 3;
+/// A level is more than so many deviations of the noise; beside a peak, more than the few ions that its fit misses.
+inline constexpr double near_deviations = 2, far_deviations = 1, own_side_ions = 2;
+/// What is so much wider than the law, also in deviations, is the wing of a peak so much stronger within that reach.
+inline constexpr double wing_width = 1.5, wing_width_deviations = 3, wing_of_area = 10, wing_reach_sigmas = 40;
+/// Two peaks so near are one, which its fit does not describe.
+inline constexpr double same_place_sigmas = 1;
 
 // --- Overlap
 

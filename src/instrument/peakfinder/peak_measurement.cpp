@@ -200,31 +200,6 @@ private:
                 peak.overlapped = true;
         if (peaks_.size() > 1) load_samples(index);
         sum_samples(level, peak);
-        peak.stands_out = stands_out(peak, level.noise * level.noise);
-    }
-
-    /// Late ions and wings that no model knows make chance apexes beside a strong peak: a weak one has to stand out
-    /// from what its neighbours leave to either side of it.
-    bool stands_out(const FittedPeak& peak, double noise_variance) const {
-        if (peak.area > surrounded_ions_of_fit * context_.model.counts_per_ion) return true;
-        const PeakShape& shape = peak.fit.shape;
-        const double step = 1 / shape.sigma;
-        double sides = 0, side_samples = 0, middle = 0, middle_samples = 0;
-        for (Index i = 0; i < std::ssize(samples_.above); ++i) {
-            const double u = std::abs(static_cast<double>(samples_.first + i) - shape.centre) * step;
-            if (u > side_reach_sigmas || samples_.above[i] == saturated) continue;
-            const bool inside = u < 0.5 * side_reach_sigmas;
-            (inside ? middle : sides) += samples_.above[i] - samples_.other(i);
-            (inside ? middle_samples : side_samples) += 1;
-        }
-        if (side_samples == 0 || middle_samples == 0) return true;
-        const double level = sides / side_samples;
-        const double ion_counts = context_.model.counts_per_ion;
-        if (sides < std::max(clip_deviations * std::sqrt(noise_variance * side_samples), few_side_ions * ion_counts))
-            return true;
-        const double variance = (noise_variance + context_.model.ion_variance() * level) * middle_samples *
-                                (1 + middle_samples / side_samples);
-        return middle - level * middle_samples > least_signal_to_noise * std::sqrt(variance);
     }
 
     void sum_samples(const BackgroundLevel& level, FittedPeak& peak) {

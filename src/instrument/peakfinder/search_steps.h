@@ -16,7 +16,7 @@ struct FittedPeak {
     double area_error = 0;
     double late_excess = 0;   ///< counts beyond two sigmas after the centre less those before it, model subtracted
     double baseline = 0;      ///< counts
-    bool stands_out = true;   ///< from what lies to either side
+    bool stands_out = true;   ///< from what chance and the wings of other peaks make
     bool alone = true;        ///< no other peak within reach
     bool overlapped = false;  ///< so near to another that they share samples that count
 };
@@ -40,6 +40,10 @@ PeakModel refined_model(const SearchContext& context, const PeakFinderOptions& o
 
 /// Measures candidates in ascending order, alone where they stand alone, together where they overlap; one result each.
 std::vector<FittedPeak> measure_peaks(const SearchContext& context, std::span<const PeakShape> candidates);
+
+/// Marks peaks that do not stand out: few ions among others that are scattered about them, and wings of stronger peaks.
+/// `peaks` in ascending order of centres.
+void mark_chance_peaks(const SearchContext& context, std::span<FittedPeak> peaks);
 
 /// Finds the second of two peaks where it makes no apex of its own. A peak much wider or more lopsided than the law of
 /// widths and the late ions allow may be two. It is replaced by two when two peaks of lawful width, more than a width
