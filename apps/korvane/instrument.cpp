@@ -6,7 +6,6 @@
 #include "commands.h"
 #include "known_names.h"
 #include "korvane/automation.h"
-#include "korvane/conformance.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/recording.h"
 #include "stopping.h"
@@ -70,7 +69,11 @@ struct RecordOptions {
 
 ExitCode record(Session& session, const RecordOptions& options) {
     session.begin_run();
-    record_spectra(session.platform(), path_of(*options.file), static_cast<std::int32_t>(options.spectra));
+    record_spectra(session.platform(), path_of(*options.file), static_cast<std::int32_t>(options.spectra),
+                   [&](std::int32_t taken) {
+                       if (session.talk_is_terminal())
+                           session.show_progress(fmt::format("spectrum {} of {}", taken + 1, options.spectra));
+                   });
     return session.show(Json{{"file", *options.file}, {"spectra", options.spectra}}, *options.file + "\n");
 }
 
@@ -119,9 +122,9 @@ ExitCode call(Session& session, std::vector<std::string> words) {
     if (words.empty()) throw UsageError("CLASS.MEMBER is missing");
     if (words.size() == 1 && words.front() == "-") return call_lines(session);
     try {
-        session.print(automation::TextCalls(session.platform()).call(words, 2) + "\n");
+        const std::string text = automation::TextCalls(session.platform()).call(words, 2);
         session.keep_moves();
-        return ExitCode::done;
+        return session.show(Json::parse(text), text + "\n");
     } catch (const Error& error) {
         constexpr std::int32_t no_such_class = 429;
         if (error.kind() != ErrorKind::usage && error.number() != no_such_class) throw;
@@ -148,35 +151,6 @@ ExitCode list_members(Session& session, const NoOptions&) {
         text += fmt::format("  {:>3}  {}\n", member.dispid, member.signature);
     }
     return session.show(Json{{"members", std::move(rows)}}, text);
-}
-
-struct ConformOptions {
-    std::string layer;
-    bool contract = false;
-};
-
-ExitCode conform(Session& session, const ConformOptions& options) {
-    if (options.contract) return session.show(Json{{"text", contract::contract_text()}}, contract::contract_text());
-    if (!options.layer.empty()) session.options.instrument = options.layer;
-    const Platform& platform = session.platform();
-    session.begin_run();
-    const auto results = check_instrument_layer(*platform.instrument);
-    const auto passed = std::count_if(results.begin(), results.end(), [](const auto& result) { return result.passed; });
-    const auto failed = static_cast<std::ptrdiff_t>(results.size()) - passed;
-    if (passed == 0) platform.instrument->create_globals();  // a layer that cannot be had says why
-    Json rows = Json::array();
-    std::string text;
-    for (const auto& result : results) {
-        rows.push_back({{"operation", result.operation},
-                        {"check", result.check},
-                        {"passed", result.passed},
-                        {"detail", result.detail}});
-        text += fmt::format("{}  {}: {}{}{}\n", result.passed ? "pass" : "FAIL", result.operation, result.check,
-                            result.passed ? "" : ": ", result.detail);
-    }
-    text += fmt::format("{} passed, {} failed\n", passed, failed);
-    session.show(Json{{"passed", passed}, {"failed", failed}, {"checks", std::move(rows)}}, text);
-    return failed ? ExitCode::check_failed : ExitCode::done;
 }
 
 void add_text_command(CLI::App& group, Session& session, const char* name, const char* help, std::string (*text)()) {
@@ -209,13 +183,6 @@ void declare_automation(CLI::App& group, Session& session) {
                 "korvane automation list --json", list_members);
     add_text_command(group, session, "idl", "print the interface definition", &automation::idl_text);
     add_text_command(group, session, "reference", "print the reference page", &automation::reference_text);
-}
-
-void declare_conform(CLI::App& command, Session& session) {
-    ConformOptions& options = runs(command, session, "korvane conform ./libmylayer.so", conform);
-    command.add_option("LAYER", options.layer,
-                       "shared library, or on Windows a ProgID; without it the instrument that the program works on");
-    command.add_flag("--contract", options.contract, "print what the library asks of an instrument, and check nothing");
 }
 
 }  // namespace korvane::program

@@ -55,7 +55,7 @@ int wmain(int argc, wchar_t** argv) {
 int main(int argc, char** argv) {
     std::setlocale(LC_TIME, "");  // the dates in the headers of logs
     korvane::program::note_stop_signals();
-    return korvane::program::run_command_line(argc, argv, {std::cout, std::cerr, isatty(STDERR_FILENO) != 0});
+    return korvane::program::run_command_line(argc, argv, {std::cout, std::cerr, isatty(STDERR_FILENO) != 0, true});
 }
 
 #endif

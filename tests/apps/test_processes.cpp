@@ -6,6 +6,7 @@
 
 #include "program_run.h"
 #include "support/child_process.h"
+#include "support/environment.h"
 
 namespace korvane::program {
 namespace {
@@ -51,6 +52,19 @@ TEST(Processes, ArgumentsAndOutputAreUtf8OnEverySystem) {
     EXPECT_EQ(list.exit_code(), 3);
     EXPECT_NE(list.printed(".err").find(name + name), std::string::npos) << list.printed(".err");
 }
+
+#ifndef _WIN32
+TEST(Processes, ALayerThatEndsTheProcessIsAFailedCheckThatNamesTheCall) {
+    const ProgramTest program;
+    const EnvironmentVariable base("KORVANE_TEST_LAYER_BASE", program.base.string()),
+        crash("KORVANE_TEST_LAYER_CRASHES", "1");
+    Running checks(program, "checks", {"conform", KORVANE_TEST_LAYERS "/test_layer" KORVANE_TEST_LAYER_SUFFIX});
+    EXPECT_EQ(checks.exit_code(), 1);
+    const std::string end = "FAIL  InstrumentGlobals.title: one line of text: the layer ends the process, signal 6\n";
+    EXPECT_NE(checks.printed(".out").find(end), std::string::npos) << checks.printed(".out");
+    EXPECT_TRUE(checks.printed(".out").starts_with("pass  InstrumentLayer.create_globals")) << checks.printed(".out");
+}
+#endif
 
 }  // namespace
 }  // namespace korvane::program

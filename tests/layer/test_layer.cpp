@@ -10,7 +10,10 @@ namespace {
 
 struct TitledGlobals final : ForwardingInstrumentGlobals {
     using ForwardingInstrumentGlobals::ForwardingInstrumentGlobals;
-    std::string title() override { return test_layer_title; }
+    std::string title() override {
+        if (std::getenv("KORVANE_TEST_LAYER_CRASHES")) std::abort();
+        return test_layer_title;
+    }
 };
 
 std::shared_ptr<InstrumentLayer> simulator() {

@@ -36,6 +36,7 @@ std::string unless_answer(const InstrumentValue& value, const std::string& unit)
 bool ConformanceChecks::check(const std::string& operation, const std::string& expected,
                               const std::function<std::string()>& body) {
     std::string failure = "an exception that is no error";
+    if (observer) observer({operation, expected, false, {}}, false);
     try {
         failure = body();
     } catch (const Error& error) {
@@ -45,6 +46,7 @@ bool ConformanceChecks::check(const std::string& operation, const std::string& e
     } catch (...) {  // the text that stands there
     }
     results.push_back({operation, expected, failure.empty(), failure});
+    if (observer) observer(results.back(), true);
     return failure.empty();
 }
 
@@ -62,8 +64,8 @@ void ConformanceChecks::refuses(const std::string& operation, std::int32_t numbe
     });
 }
 
-std::vector<ConformanceResult> check_instrument_layer(InstrumentLayer& layer) {
-    ConformanceChecks checks;
+std::vector<ConformanceResult> check_instrument_layer(InstrumentLayer& layer, const ConformanceObserver& observer) {
+    ConformanceChecks checks{{}, observer};
     std::unique_ptr<InstrumentGlobals> globals;
     CalibrationObject calibration;
     checks.check("InstrumentLayer.create_globals", "makes a view of the instrument that initialises", [&] {

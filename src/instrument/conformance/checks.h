@@ -49,6 +49,7 @@ public:
     }
 
     std::vector<ConformanceResult> results;
+    ConformanceObserver observer = {};
 };
 
 void check_setpoints(ConformanceChecks& checks, InstrumentGlobals& globals);
