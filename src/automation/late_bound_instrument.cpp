@@ -38,15 +38,9 @@ public:
             Arguments arguments{{0.0, 0.0, 0, Empty{}, Empty{}, Empty{}, 0.0, 0.0}, {}};
             object()->invoke("GetNextSpectrum", arguments);
             auto filled = arguments.positional.begin();
-            const auto take = [&filled]<class T>(T& into) { into = Native<T>::from(*filled++); };
-            take(spectrum.first_unused);
-            take(spectrum.retention_time);
-            take(spectrum.experiment);
-            take(spectrum.mass_data);
-            take(spectrum.y_data);
-            take(spectrum.meta_data);
-            take(spectrum.start_time_ns);
-            take(spectrum.last_unused);
+            const auto take = [&filled]<class... T>(T&... into) { ((into = Native<T>::from(*filled++)), ...); };
+            take(spectrum.first_unused, spectrum.retention_time, spectrum.experiment, spectrum.mass_data,
+                 spectrum.y_data, spectrum.meta_data, spectrum.start_time_ns, spectrum.last_unused);
         });
     }
     VariantArray<std::string> GetMetaDescription() override {

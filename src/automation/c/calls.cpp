@@ -14,18 +14,17 @@ void call(const Object& object, int32_t member, int32_t access, std::span<korvan
           std::span<const char* const> names, korvane_handle token, korvane_value* result) {
     if (access < KORVANE_CALL || access > KORVANE_PUT || names.size() > places.size())
         raise_runtime_fault(error_number::invalid_call, "access or name_count");
-    Arguments arguments;
+    if (result) korvane_clear(result);
+    std::vector<Value> before;
+    for (const korvane_value& place : places) before.push_back(value_from(place));
     const std::size_t positional = places.size() - names.size();
-    for (std::size_t place = 0; place < positional; ++place) arguments.positional.push_back(value_from(places[place]));
+    Arguments arguments{{before.begin(), before.begin() + static_cast<std::ptrdiff_t>(positional)}, {}};
     for (std::size_t place = 0; place < names.size(); ++place)
-        arguments.named.emplace_back(&given(names[place], "a name"), value_from(places[positional + place]));
-    const Arguments before = arguments;
+        arguments.named.emplace_back(&given(names[place], "a name"), before[positional + place]);
     const auto hand_back = [&] {
         for (std::size_t place = 0; place < places.size(); ++place) {
-            const bool named = place >= positional;
-            Value& now = named ? arguments.named[place - positional].second : arguments.positional[place];
-            const Value& was = named ? before.named[place - positional].second : before.positional[place];
-            if (!(now == was)) give(places[place], std::move(now));
+            Value& now = place < positional ? arguments.positional[place] : arguments.named[place - positional].second;
+            if (!(now == before[place])) give(places[place], std::move(now));
         }
     };
     const CallScope scope(token);

@@ -17,20 +17,14 @@ std::string text_or(const char* text, const char* otherwise) {
 }
 
 /// Where a number belongs, NaN is none.
-void require_numbers(const Value& value) {
-    const auto is_nan = [](const auto& number) { return std::isnan(number); };
+const Value& of_numbers(const Value& value) {
+    const auto* const number = value.get_if<double>();
     const auto* const array = value.get_if<Array>();
-    const bool has_nan = array ? std::visit(
-                                     [&]<class T>(const Array::Elements<T>& elements) {
-                                         if constexpr (std::is_floating_point_v<T>)
-                                             return std::ranges::any_of(*elements, is_nan);
-                                         else if constexpr (std::is_same_v<T, Value>)
-                                             std::ranges::for_each(*elements, &require_numbers);
-                                         return false;
-                                     },
-                                     array->storage())
-                               : value.holds<double>() && is_nan(*value.get_if<double>());
-    if (has_nan) raise_runtime_fault(error_number::type_mismatch, "not a number");
+    const auto* const numbers = array ? std::get_if<Array::Elements<double>>(&array->storage()) : nullptr;
+    const auto is_nan = [](double each) { return std::isnan(each); };
+    if ((number && is_nan(*number)) || (numbers && std::ranges::any_of(**numbers, is_nan)))
+        raise_runtime_fault(error_number::type_mismatch, "not a number");
+    return value;
 }
 
 class ForeignObject final : public LateBound {
@@ -60,41 +54,27 @@ public:
             raise_runtime_fault(no_such_member, name_ + ", member number " + std::to_string(dispid));
         if (!arguments.named.empty()) raise_runtime_fault(no_such_argument, arguments.named.front().first);
         const auto& [member, function] = members_[static_cast<std::size_t>(dispid - 1)];
-        Lent lent(arguments.positional);
-        korvane_value result{};
+        Owned lent, before, result;
+        for (const Value& argument : arguments.positional) give(lent.values.emplace_back(), argument);
+        before.values = lent.values;
+        result.values.emplace_back();
         korvane_error error{};
-        const int32_t status = function(context_, lent.values.data(), lent.values.size(), &result, &error);
-        const Taken taken{result};
-        if (status != KORVANE_OK) throw error_of(error, status);
-        for (std::size_t place = 0; place < lent.values.size(); ++place) {
-            const korvane_value& now = lent.values[place];
-            if (std::memcmp(&now, &lent.before[place], sizeof now) == 0) continue;
-            arguments.positional[place] = value_from(now);
-            require_numbers(arguments.positional[place]);
-        }
-        Value value = value_from(result);
-        require_numbers(value);
-        return value;
+        if (const int32_t status =
+                function(context_, lent.values.data(), lent.values.size(), result.values.data(), &error))
+            throw error_of(error, status);
+        for (std::size_t place = 0; place < lent.values.size(); ++place)
+            if (std::memcmp(&lent.values[place], &before.values[place], sizeof(korvane_value)) != 0)
+                arguments.positional[place] = of_numbers(value_from(lent.values[place]));
+        return of_numbers(value_from(result.values.front()));
     }
 
 private:
-    /// What a function is given to read and to change; frees it, and what the function put in its place.
-    struct Lent {
-        explicit Lent(const std::vector<Value>& arguments) : values(arguments.size()) {
-            for (std::size_t place = 0; place < values.size(); ++place) give(values[place], arguments[place]);
-            before = values;
+    /// Frees what the values own; some may own the same.
+    struct Owned {
+        ~Owned() {
+            for (const korvane_value& value : values) handles().free(value.owner);
         }
-        ~Lent() {
-            for (std::size_t place = 0; place < values.size(); ++place) {
-                if (values[place].owner != before[place].owner) handles().free(before[place].owner);
-                handles().free(values[place].owner);
-            }
-        }
-        std::vector<korvane_value> values, before;
-    };
-    struct Taken {
-        ~Taken() { handles().free(result.owner); }
-        const korvane_value& result;
+        std::vector<korvane_value> values;
     };
 
     Error error_of(const korvane_error& error, int32_t status) const {

@@ -55,7 +55,7 @@ Platform bare_platform(const korvane_options& options, const Watch& watch) {
     if (options.replay) embedded.replay = path_from_utf8(options.replay);
     if (options.seed != 0) embedded.seed = options.seed;
     // The embedded instrument waits by the watched clock, too.
-    return make_embedded_platform(embedded, watch.over(make_platform(nullptr)));
+    return make_embedded_platform(embedded, watch.over(with_system_tracer(make_platform(nullptr))));
 }
 
 std::shared_ptr<OpenPlatform> platform_behind(korvane_handle handle) {

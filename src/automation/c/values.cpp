@@ -1,5 +1,6 @@
 #include "automation/c/values.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "automation/records.h"
@@ -32,14 +33,6 @@ Record record_from(const korvane_value& value) {
     return record;
 }
 
-template <class T, class Take>
-Array::Storage elements_from(const korvane_value* values, std::size_t count, Take take) {
-    auto elements = std::make_shared<std::vector<T>>();
-    elements->reserve(count);
-    for (std::size_t place = 0; place < count; ++place) elements->push_back(take(values[place]));
-    return Array::Elements<T>(std::move(elements));
-}
-
 template <class T>
 Array::Storage numbers_from(const korvane_value& value) {
     const auto* const numbers = static_cast<const T*>(value.as.data);
@@ -58,15 +51,13 @@ Array::Storage storage_from(const korvane_value& value) {
         case KORVANE_DOUBLE:
             return numbers_from<double>(value);
         case KORVANE_EMPTY:
-            return elements_from<Value>(value.as.values, value.count, &value_from);
         case KORVANE_TEXT:
-            return elements_from<std::string>(value.as.values, value.count,
-                                              [](const korvane_value& each) { return value_from(each).as_text(); });
         case KORVANE_OBJECT:
-            return elements_from<Object>(value.as.values, value.count,
-                                         [](const korvane_value& each) { return value_from(each).as_object(); });
         case KORVANE_RECORD:
-            return elements_from<Record>(value.as.values, value.count, &record_from);
+            std::vector<Value> elements;
+            for (const korvane_value& each : std::span(value.as.values, value.count))
+                elements.push_back(value_from(each));
+            return std::make_shared<const std::vector<Value>>(std::move(elements));
     }
     raise_runtime_fault(error_number::type_mismatch, "array elements of kind " + std::to_string(value.element));
 }
@@ -81,75 +72,60 @@ Array array_from_c(const korvane_value& value) {
     return Array(std::move(bounds), storage_from(value));
 }
 
-korvane_value of_kind(int32_t kind) {
-    korvane_value value{};
-    value.kind = kind;
-    return value;
+template <class T, class... Kinds>
+constexpr int32_t place_among(std::type_identity<std::variant<Kinds...>>) {
+    int32_t place = 0;
+    static_cast<void>(((std::is_same_v<T, Kinds> ? false : ++place > 0) && ...));
+    return place;
 }
+template <class T>
+constexpr int32_t kind_of = place_among<T>(std::type_identity<Value::Content>());
 
 /// How C sees what `kept` keeps alive.
 struct Shown {
     Kept& kept;
 
-    korvane_value operator()(Empty) const { return of_kind(KORVANE_EMPTY); }
-    korvane_value operator()(Missing) const { return of_kind(KORVANE_MISSING); }
-    korvane_value operator()(Null) const { return of_kind(KORVANE_NULL); }
-    korvane_value operator()(bool truth) const { return integer(KORVANE_BOOLEAN, truth); }
-    korvane_value operator()(std::int16_t number) const { return integer(KORVANE_INT16, number); }
-    korvane_value operator()(std::int32_t number) const { return integer(KORVANE_INT32, number); }
-    korvane_value operator()(float number) const { return real(KORVANE_SINGLE, static_cast<double>(number)); }
-    korvane_value operator()(double number) const { return real(KORVANE_DOUBLE, number); }
-    korvane_value operator()(Date date) const { return real(KORVANE_DATE, date.days); }
-    korvane_value operator()(const std::string& text) const {
-        korvane_value value = of_kind(KORVANE_TEXT);
-        value.as.text = text.c_str();
-        value.count = text.size();
-        return value;
-    }
-    korvane_value operator()(const Object& object) const {
-        korvane_value value = of_kind(KORVANE_OBJECT);
-        if (object) kept.objects.push_back(value.as.object = handles().add(object));
-        return value;
-    }
-    korvane_value operator()(const Record& record) const {
-        korvane_value value = of_kind(KORVANE_RECORD);
-        value.element = static_cast<int32_t>(record.index());
-        value.as.data = data_of(record);
-        return value;
-    }
-    korvane_value operator()(const Array& array) const {
-        korvane_value value = of_kind(KORVANE_ARRAY);
-        value.count = array.size();
-        value.rank = array.rank();
-        static constexpr korvane_bound none{};  // null stands for one dimension
-        value.bounds = value.rank == 0 ? &none : reinterpret_cast<const korvane_bound*>(array.bounds().data());
-        std::visit([&](const auto& elements) { elements_of(value, elements); }, array.storage());
-        return value;
-    }
     korvane_value operator()(const Value& value) const { return std::visit(*this, value.content()); }
+    template <class T>
+    korvane_value operator()(const T& content) const {
+        korvane_value value{};
+        value.kind = kind_of<T>;
+        if constexpr (std::is_integral_v<T>) {
+            value.as.integer = content;
+        } else if constexpr (std::is_floating_point_v<T>) {
+            value.as.number = static_cast<double>(content);
+        } else if constexpr (std::is_same_v<T, Date>) {
+            value.as.number = content.days;
+        } else if constexpr (std::is_same_v<T, std::string>) {
+            value.as.text = content.c_str();
+            value.count = content.size();
+        } else if constexpr (std::is_same_v<T, Object>) {
+            if (content) kept.objects.push_back(value.as.object = handles().add(content));
+        } else if constexpr (std::is_same_v<T, Record>) {
+            value.element = static_cast<int32_t>(content.index());
+            value.as.data = data_of(content);
+        } else if constexpr (std::is_same_v<T, Array>) {
+            static constexpr korvane_bound none{};  // null stands for one dimension
+            value.count = content.size();
+            value.rank = content.rank();
+            value.bounds = value.rank == 0 ? &none : reinterpret_cast<const korvane_bound*>(content.bounds().data());
+            std::visit([&](const auto& elements) { show_elements(value, elements); }, content.storage());
+        }
+        return value;
+    }
 
 private:
-    static korvane_value integer(int32_t kind, int32_t number) {
-        korvane_value value = of_kind(kind);
-        value.as.integer = number;
-        return value;
-    }
-    static korvane_value real(int32_t kind, double number) {
-        korvane_value value = of_kind(kind);
-        value.as.number = number;
-        return value;
-    }
     template <class T>
-    void elements_of(korvane_value& value, const Array::Elements<T>& elements) const {
-        if constexpr (!std::is_same_v<T, Value>) value.element = (*this)(T()).kind;
+    void show_elements(korvane_value& value, const Array::Elements<T>& elements) const {
+        if constexpr (!std::is_same_v<T, Value>) value.element = kind_of<T>;
         if (!elements) return;
         if constexpr (std::is_arithmetic_v<T>) {
             value.as.data = elements->data();
         } else {
-            auto& shown = kept.elements.emplace_back(std::make_unique<korvane_value[]>(elements->size()));
-            korvane_value* const first = shown.get();
-            for (std::size_t place = 0; place < elements->size(); ++place) first[place] = (*this)((*elements)[place]);
-            value.as.values = first;
+            auto shown = std::make_unique<korvane_value[]>(elements->size());
+            std::ranges::transform(*elements, shown.get(), *this);
+            value.as.values = shown.get();
+            kept.elements.push_back(std::move(shown));
         }
     }
 };
@@ -192,8 +168,7 @@ void give(korvane_value& place, Value value) {
     const auto kept = std::make_shared<Kept>();
     kept->value = std::move(value);
     korvane_value shown = Shown{*kept}(kept->value);
-    if (shown.kind == KORVANE_OBJECT || shown.kind == KORVANE_TEXT || shown.kind >= KORVANE_RECORD)
-        shown.owner = handles().add(kept);
+    if (shown.kind >= KORVANE_TEXT) shown.owner = handles().add(kept);
     korvane_clear(&place);
     place = shown;
 }
