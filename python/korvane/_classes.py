@@ -71,14 +71,14 @@ class Foreign(LateBound):
 
 def _invoke(self: Any, member: Any, arguments: tuple) -> Any:
     places = member.places
-    buffer = ctypes.create_string_buffer(member.size)
+    buffer = member.memory()
     kept: list = []
     for offset, sort, value in zip(places, member.sorts, arguments):
         pack(value, kept, buffer, offset, sort)
     before = buffer.raw if member.changed else b""
     try:
         waiting(library.korvane_call, self._handle.number, member.number, member.access, buffer, member.count, None, 0,
-                state.token or 0, ctypes.byref(buffer, member.result_at))
+                state.calls.token, ctypes.byref(buffer, member.result_at))
     except BaseException:
         for offset in range(0, member.size, SIZE):
             library.korvane_clear(ctypes.byref(buffer, offset))
@@ -103,6 +103,7 @@ class _Member:
         self.sorts = [parameter["type"]["sort"] for parameter in parameters]
         self.result_at = SIZE * self.count
         self.size = self.result_at + SIZE
+        self.memory = ctypes.c_char * self.size
         self.changed = [(place, SIZE * place) for place, parameter in enumerate(parameters) if parameter["changes"]]
         self.returns = table["result"]["sort"] != "none"
         self.table = table

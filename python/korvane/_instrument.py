@@ -26,18 +26,18 @@ class AbortToken:
 
     def __init__(self) -> None:
         self._handle = Handle(handle_from(library.korvane_token))
-        self._outer: List[Optional[int]] = []
+        self._outer: List[int] = []
 
     def abort(self) -> None:
         check(library.korvane_abort(self._handle.number))
 
     def __enter__(self) -> "AbortToken":
-        self._outer.append(state.token)
-        state.token = self._handle.number
+        self._outer.append(state.calls.token)
+        state.calls.token = self._handle.number
         return self
 
     def __exit__(self, *_: Any) -> None:
-        state.token = self._outer.pop()
+        state.calls.token = self._outer.pop()
 
 
 class Spectrum(NamedTuple):
@@ -401,8 +401,8 @@ class Instrument:
                 if on_probe is not None:
                     on_probe(probes[-1])
             except BaseException as fault:  # what leaves a callback of C is lost
-                state.stop = fault
-            return state.stop is not None
+                state.calls.stop = fault
+            return state.calls.stop is not None
 
         observer = PROBE(note)
         with abort or contextlib.nullcontext(), self._guarded(True):

@@ -115,9 +115,9 @@ def _make_function(class_name: str, member: dict):
             return 0
         except BaseException as fault:  # what leaves a callback of C is lost
             if isinstance(fault, Exception):
-                state.fault = fault
+                state.calls.fault = fault
             else:
-                state.stop = fault
+                state.calls.stop = fault
             _fill(ErrorStruct.from_address(error), fault, offered, where)
             return 1
 

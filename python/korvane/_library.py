@@ -5,7 +5,6 @@ from __future__ import annotations
 import ctypes
 import glob
 import os
-import signal
 import sys
 import threading
 from ctypes import POINTER, c_char_p, c_double, c_int32, c_size_t, c_uint64, c_void_p
@@ -130,26 +129,36 @@ KINDS = (Error, UsageError, ConfigurationError, InstrumentError, TimeOut, Aborte
 _NOT_FOUND = (-904, -905, 53, 76)  # element or file, group, file not found, path not found
 
 
-class State(threading.local):
-    """Of the calls of one thread."""
-
-    depth = 0
-    interrupted = False
-    token: Optional[int] = None
-    stop: Optional[BaseException] = None  # what a callback raised that the whole call is to raise
-    fault: Optional[Exception] = None  # what a layer in Python raised last
-
-
-state = State()
 _main = threading.main_thread().ident
 
 
+class Calls:
+    """Those of one thread."""
+
+    __slots__ = ("depth", "interrupted", "token", "stop", "fault", "is_main")
+
+    def __init__(self) -> None:
+        self.depth, self.interrupted, self.is_main = 0, False, threading.get_ident() == _main
+        self.token = 0
+        self.stop: Optional[BaseException] = None  # what a callback raised that the whole call is to raise
+        self.fault: Optional[Exception] = None  # what a layer in Python raised last
+
+
+class _State(threading.local):
+    def __init__(self) -> None:
+        self.calls = Calls()
+
+
+state = _State()
+
+
 def _note_interrupt(_number, _frame) -> None:
-    state.interrupted = True
+    state.calls.interrupted = True
 
 
 def _events(_context) -> int:
-    return state.interrupted or state.stop is not None
+    calls = state.calls
+    return calls.interrupted or calls.stop is not None
 
 
 events = EVENTS(_events)
@@ -163,7 +172,7 @@ def raise_last_error() -> None:
     if kind is ConfigurationError and last.number in _NOT_FOUND:
         kind = NotFound
     texts = [text.decode("utf-8", "replace") for text in (last.source, last.description, last.cause)]
-    fault, state.fault = state.fault, None
+    fault, state.calls.fault = state.calls.fault, None
     raise kind(last.number, *texts) from (fault if fault and str(fault) in texts[1] else None)
 
 
@@ -175,28 +184,31 @@ def check(status: int) -> None:
 def waiting(function: Callable[..., int], *arguments) -> None:
     """Calls a function that may wait for long. In the main thread Ctrl-C is noted while it runs, ends it by the events
     hook, and is raised after it: an exception inside a callback would be lost."""
-    outermost = state.depth == 0 and threading.get_ident() == _main
-    previous = _signal.getsignal(signal.SIGINT) if outermost else None
-    noting = callable(previous)
-    if state.depth == 0:
-        state.stop = state.fault = None
-    if noting:
-        state.interrupted = False
-        _signal.signal(signal.SIGINT, _note_interrupt)
-    state.depth += 1
+    calls = state.calls
+    previous = None
+    if calls.depth == 0:
+        calls.stop = calls.fault = None
+        if calls.is_main:
+            previous = _signal.getsignal(2)  # SIGINT
+            if callable(previous):
+                calls.interrupted = False
+                _signal.signal(2, _note_interrupt)
+            else:
+                previous = None
+    calls.depth += 1
     try:
         status = function(*arguments)
     finally:
-        state.depth -= 1
-        if noting:
-            _signal.signal(signal.SIGINT, previous)
-    if noting and state.interrupted:
-        state.interrupted = False
-        previous(signal.SIGINT, None)
-    if state.stop is not None:
-        stop = state.stop
-        if state.depth == 0:
-            state.stop = None
+        calls.depth -= 1
+        if previous is not None:
+            _signal.signal(2, previous)
+    if previous is not None and calls.interrupted:
+        calls.interrupted = False
+        previous(2, None)
+    if calls.stop is not None:
+        stop = calls.stop
+        if calls.depth == 0:
+            calls.stop = None
         raise stop
     if status:
         raise_last_error()

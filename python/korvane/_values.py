@@ -15,6 +15,8 @@ from ._library import check, handle_from, library
 _INTEGER = struct.Struct("@iiqNPNQ")  # kind, element, content, count, bounds, rank, owner
 _REAL = struct.Struct("@iidNPNQ")
 _OWNER = struct.Struct("@Q")
+_KIND = struct.Struct("@i")
+_CONTENT = struct.Struct("@d")
 _BOUND = struct.Struct("@iN")
 assert _INTEGER.size == _REAL.size
 SIZE = _INTEGER.size
@@ -157,7 +159,7 @@ def _unpack(buffer, offset: int, owner) -> Any:
     if kind == DOUBLE or kind == SINGLE or kind == DATE:
         return _REAL.unpack_from(buffer, offset)[2]
     if kind == INT32 or kind == INT16:
-        return content & 0x7FFFFFFF if not content & 0x80000000 else (content & 0xFFFFFFFF) - 0x100000000
+        return _KIND.unpack_from(buffer, offset + 8)[0]
     if kind == BOOLEAN:
         return content & 0xFFFFFFFF != 0
     if kind == TEXT:
@@ -193,6 +195,11 @@ def borrowed(address: int, count: int) -> list:
 
 def unpack(buffer, offset: int = 0) -> Any:
     """The value that the library put there; what it points to is freed with the last view of it."""
+    kind = _KIND.unpack_from(buffer, offset)[0]
+    if kind == INT32:
+        return _KIND.unpack_from(buffer, offset + 8)[0]
+    if kind == DOUBLE:
+        return _CONTENT.unpack_from(buffer, offset + 8)[0]
     owner = _OWNER.unpack_from(buffer, offset + _OWNER_AT)[0]
     if not owner:
         return _unpack(buffer, offset, None)
