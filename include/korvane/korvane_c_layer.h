@@ -9,8 +9,9 @@ extern "C" {
 #endif
 
 /// A member of such an object. Arguments stand in the order of the parameters; those by reference are changed in place.
-/// Returns KORVANE_OK or, with `error` filled in, anything else. What result and arguments then point to must stay
-/// until the object is called again; the library copies it. A handle as an owner is taken over.
+/// Returns KORVANE_OK or, with `error` filled in, anything else. A result that is left Empty is none. What result and
+/// arguments point to must stay until the object is called again; the library copies it. A handle as an owner is taken
+/// over.
 typedef int32_t (*korvane_function)(void* context, korvane_value* arguments, size_t count, korvane_value* result,
                                     korvane_error* error);
 typedef struct korvane_entry {

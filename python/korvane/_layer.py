@@ -107,7 +107,7 @@ def _make_function(class_name: str, member: dict):
                 memory = (ctypes.c_char * (SIZE * count)).from_address(arguments)
                 for place, value in enumerate(filled):
                     pack(value, kept, memory, place * SIZE)
-            elif answer is not None:
+            elif answer is not None or member["result"]["sort"] == "object":
                 memory = (ctypes.c_char * SIZE).from_address(result)
                 pack(answer, kept, memory, 0, member["result"]["sort"])
                 kept.append(answer)

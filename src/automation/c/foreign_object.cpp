@@ -65,7 +65,8 @@ public:
         for (std::size_t place = 0; place < lent.values.size(); ++place)
             if (std::memcmp(&lent.values[place], &before.values[place], sizeof(korvane_value)) != 0)
                 arguments.positional[place] = of_numbers(value_from(lent.values[place]));
-        return of_numbers(value_from(result.values.front()));
+        const Value value = of_numbers(value_from(result.values.front()));
+        return value.holds<Empty>() ? Value(Null{}) : value;  // who wants a number is not to take nothing for 0
     }
 
 private:
