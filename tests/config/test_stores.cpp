@@ -259,17 +259,9 @@ TEST_F(Stores, EditsHoldTheLockFromLoadToSaveAndGoOnWithoutItAfterASecond) {
 
 TEST_F(Stores, ErrorsWithAFixedTextCarryTheirCause) {
     fail("replace", 3);
-    try {
-        params().WriteTuneParamValue("Calibration", "A", "2");
-    } catch (const Error& error) {
-        EXPECT_EQ(error.cause(), "in use");
-    }
+    EXPECT_EQ(error_of([&] { params().WriteTuneParamValue("Calibration", "A", "2"); }).cause(), "in use");
     world.disk->put(preference_path, "<a>\n<b></a>");
-    try {
-        prefs().GetTunePreference("A");
-    } catch (const Error& error) {
-        EXPECT_EQ(error.cause(), "mismatched tag (line 2)");
-    }
+    EXPECT_EQ(error_of([&] { prefs().GetTunePreference("A"); }).cause(), "mismatched tag (line 2)");
 }
 
 TEST_F(Stores, PathsSelectWhatAQueryDoesTheRootAndAttributesIncluded) {

@@ -62,13 +62,11 @@ TEST(Trace, SwitchedOffMakesNoCallAndSwitchingOnLaterIsNotNoticed) {
 
 TEST(Routine, EveryKindOfFailureBecomesAnAutomationErrorAndGoesTheWayOfItsReaction) {
     const Error error(-8, "source", "text", ErrorKind::configuration, {"help.chm", 7});
-    try {
-        routine(Traced().trace, {"Inner"}, [&] { throw error.caused_by("cause").described("other"); });
-    } catch (const Error& again) {
-        EXPECT_EQ(again.kind(), ErrorKind::configuration);
-        EXPECT_EQ(again.help(), error.help());
-        EXPECT_EQ(again.cause(), "cause");
-    }
+    const Error again = error_of(
+        [&] { routine(Traced().trace, {"Inner"}, [&] { throw error.caused_by("cause").described("other"); }); });
+    EXPECT_EQ(again.kind(), ErrorKind::configuration);
+    EXPECT_EQ(again.help(), error.help());
+    EXPECT_EQ(again.cause(), "cause");
     const std::pair<std::function<void()>, std::string> failures[] = {
         {[&] { throw error; }, "-8|source|text"},
         {[] { throw FileError(FileErrorKind::not_found, 2, "gone"); }, "53|Korvane|gone"},

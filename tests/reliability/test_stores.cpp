@@ -10,6 +10,7 @@
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
 #include "support/memory_platform.h"
+#include "support/raised.h"
 
 namespace korvane {
 namespace {
@@ -105,21 +106,18 @@ TEST(CrashDuringSave, LeavesTheOldOrTheNewFileWhateverWasFlushed) {
 void expect_old_or_saved(const StoreOperation& operation, const std::string& saved, const MemoryDisk::Fault& fault) {
     StoreTry attempt(operation);
     attempt.disk.fault = fault;
-    bool failed = false;
-    try {
-        attempt.save();
-    } catch (const Error& error) {
-        failed = true;
+    const auto error = raised_error([&] { attempt.save(); });
+    if (error) {
         const std::int32_t of_system = FileError(fault.kind, 1, "").runtime_error_number();  // the read-only attribute
-        EXPECT_TRUE(error.number() == operation.number || error.number() == error_number::preferences_unavailable ||
-                    error.number() == of_system)
-            << error.number() << " " << error.description();
-        EXPECT_FALSE(error.description().empty());
+        EXPECT_TRUE(error->number() == operation.number || error->number() == error_number::preferences_unavailable ||
+                    error->number() == of_system)
+            << error->number() << " " << error->description();
+        EXPECT_FALSE(error->description().empty());
     }
     attempt.disk.fault.reset();
     EXPECT_EQ(attempt.disk.open_files, 0) << "a file stays open";
     const std::string now = attempt.content();
-    EXPECT_TRUE(now == saved || (failed && now == operation.content)) << "damaged, or neither saved nor reported";
+    EXPECT_TRUE(now == saved || (error && now == operation.content)) << "damaged, or neither saved nor reported";
     for (const std::string& path : attempt.disk.paths())
         EXPECT_TRUE(fault.stays || path.find(".tmp") == std::string::npos) << "a temporary file stays: " << path;
 }

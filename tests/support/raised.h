@@ -1,21 +1,34 @@
-// The error that a call raises, as a text to compare.
+// The error that a call raises, itself or as a text to compare.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "korvane/error.h"
 
 namespace korvane {
 
-/// "number|source|description", or "no error".
-template <class Body>
-std::string raised(Body&& body) {
+template <class Call>
+std::optional<Error> raised_error(Call&& call) {
     try {
-        body();
+        call();
     } catch (const Error& error) {
-        return std::to_string(error.number()) + "|" + error.source() + "|" + error.description();
+        return error;
     }
-    return "no error";
+    return std::nullopt;
+}
+
+/// Number 0 where there is none.
+template <class Call>
+Error error_of(Call&& call) {
+    return raised_error(call).value_or(Error(0, "", ""));
+}
+
+/// "number|source|description", or "no error".
+template <class Call>
+std::string raised(Call&& call) {
+    const auto error = raised_error(call);
+    return error ? std::to_string(error->number()) + "|" + error->source() + "|" + error->description() : "no error";
 }
 
 }  // namespace korvane

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "korvane/error.h"
 #include "korvane/spectrum_parser.h"
 #include "platform/text.h"
+#include "support/raised.h"
 #include "support/test_platform.h"
 
 namespace korvane {
@@ -54,16 +54,5 @@ struct ParserWorld : SpectrumWorld {
 
 /// Lines as one text, every line ended, after a line break: the shape of a raw string over several lines.
 std::string joined(const std::vector<std::string>& lines);
-
-/// The error that `call` raises; number 0 when it raises none.
-template <class Call>
-Error error_of(Call&& call) {
-    try {
-        call();
-    } catch (const Error& error) {
-        return error;
-    }
-    return Error(0, "", "");
-}
 
 }  // namespace korvane
