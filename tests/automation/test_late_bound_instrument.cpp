@@ -68,12 +68,10 @@ protected:
 };
 
 // The same seed measured through late binding and directly.
-TEST_F(LateBoundInstrument, ConformsAndMeasuresAsTheLayerBehindItDoes) {
+TEST_F(LateBoundInstrument, MeasuresAsTheLayerBehindItDoes) {
     const Value outer = create_object("Korvane.SpectrumParser", outside)->call("GetPeakInfoForCalibrantMasses");
     EmbeddedWorld same;
     EXPECT_EQ(outer, same.create("SpectrumParser")->call("GetPeakInfoForCalibrantMasses"));
-    for (const ConformanceResult& result : check_instrument_layer(*outside.instrument))
-        EXPECT_TRUE(result.passed) << result.operation << ": " << result.check << ": " << result.detail;
 }
 
 TEST_F(LateBoundInstrument, ForeignObjectsComeBackAsThemselves) {
