@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# From a fresh clone to the table of calibrants: installs what is missing, builds, measures.
+# From a fresh clone to the report of a tune: installs what is missing, builds, verifies, tunes, looks back.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,7 +11,11 @@ if ! { cmake --preset release -DKORVANE_TESTS=OFF && cmake --build --preset rele
 fi
 rm -f "$log"
 
-korvane=build/release/bin/korvane
-base=build/demo-base
-[ -d "$base" ] || "$korvane" init "$base"
-"$korvane" measure --base "$base" "$@"
+export KORVANE_BASE=$PWD/build/demo-base
+export PATH=$PWD/build/release/bin:$PATH
+show() { echo "\$ $*" && "$@"; }
+[ -d "$KORVANE_BASE" ] || show korvane init "$KORVANE_BASE"
+show korvane verify
+show korvane tune
+show korvane history list
+show korvane report last -o build/report.html

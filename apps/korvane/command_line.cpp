@@ -35,6 +35,7 @@ constexpr const char* examples =
     "  korvane setpoint set FragmentTune 180          change a voltage\n"
     "  korvane adjust FragmentTune --mz 566.89 --target 50000 --apply\n"
     "  korvane calibration show --repeat 10           mass errors and their spread\n"
+    "  korvane tune                                   a whole tune by a recipe, with a record and a report\n"
     "  korvane params get RampParams MinimumAcceptableAbundance\n"
     "  korvane prefs set LogSetpointTraffic Yes       a switch of the tune programs\n"
     "  korvane masslist show                          the calibrants in use\n"
@@ -76,9 +77,12 @@ constexpr std::array commands{
                declare_calibration},
     CommandRow{"Measure and adjust", "plot", "draw the calibrant peaks, samples and fit, or their mass errors",
                declare_plot},
+    CommandRow{"Measure and adjust", "tune", "verify, adjust, calibrate, measure and judge by a recipe, with a report",
+               declare_tune},
     CommandRow{"Measure and adjust", "record", "write the next spectra of the instrument as mzML", declare_record},
     CommandRow{"Look back", "history", "the records of earlier runs (measure --keep): list, show, compare, hand on",
                declare_history},
+    CommandRow{"Look back", "report", "write the page of a record, to hand on", declare_report},
     CommandRow{"Set", "setpoint", "read and change the instrument's setpoints", declare_setpoint},
     CommandRow{"Set", "params", "read and change the numbers in TuneParams.xml", declare_params},
     CommandRow{"Set", "prefs", "read and change the switches in TunePreferences.xml", declare_prefs},

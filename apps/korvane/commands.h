@@ -24,6 +24,8 @@ void declare_peaks(CLI::App& command, Session& session);
 void declare_verify(CLI::App& command, Session& session);
 void declare_adjust(CLI::App& command, Session& session);
 void declare_calibration(CLI::App& group, Session& session);
+void declare_tune(CLI::App& command, Session& session);
+void declare_report(CLI::App& command, Session& session);
 void declare_plot(CLI::App& command, Session& session);
 void declare_record(CLI::App& command, Session& session);
 void declare_history(CLI::App& group, Session& session);

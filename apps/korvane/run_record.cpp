@@ -69,17 +69,25 @@ RunRecord::RunRecord(Session& session, const KeepOptions& options, const char* k
 }
 
 void RunRecord::keep(const SpectrumParser& parser, Json& result, const std::function<void(TuneRecord&)>& fill) {
-    if (!record_) return;
+    keep(result, [&](TuneRecord& record) {
+        record.log = parser.tune_log_path();
+        fill(record);
+    });
+}
+
+bool RunRecord::keep(Json& result, const std::function<void(TuneRecord&)>& fill) {
+    if (!record_) return false;
     result["record"] = nullptr;
     try {
         end_record(*record_, session_.platform());
-        record_->log = parser.tune_log_path();
-        fill(*record_);
+        if (fill) fill(*record_);
         record_->id = open_history(session_, true).add(*record_);
         result["record"] = record_->id;
         session_.talk("record " + std::to_string(record_->id));
+        return true;
     } catch (const Error& error) {
         session_.fault = error.described("no record is kept: " + error.description());
+        return false;
     }
 }
 

@@ -38,6 +38,10 @@ public:
     /// Reads the instrument again, lets the command fill in what it found, and keeps the record; its id goes to the
     /// result as "record". What fails becomes the session's fault, so that the result itself is not lost.
     void keep(const SpectrumParser& parser, Json& result, const std::function<void(TuneRecord&)>& fill);
+    /// The same of what has been filled in before. True where it is kept.
+    bool keep(Json& result, const std::function<void(TuneRecord&)>& fill = {});
+    /// The record, where one is asked for.
+    TuneRecord& record() { return *record_; }
 
 private:
     Session& session_;

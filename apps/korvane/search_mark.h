@@ -8,7 +8,8 @@ namespace korvane::program {
 /// There while it lives; a process that is killed leaves it. Where it cannot be written there is none.
 class SearchMark {
 public:
-    explicit SearchMark(Session& session);
+    /// `more` are internal names of setpoints that the run may move besides.
+    explicit SearchMark(Session& session, const std::vector<std::string>& more = {});
     ~SearchMark();
     SearchMark(const SearchMark&) = delete;
     SearchMark& operator=(const SearchMark&) = delete;

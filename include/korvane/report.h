@@ -20,7 +20,7 @@ struct Figure {
 
 /// One figure of a metric over the runs of a history.
 struct TrendPoint {
-    std::string time;  ///< UTC, "2026-11-22T08:51:49Z"
+    std::string run;  ///< a few characters that name it: a day, the number of a record
     double value = 0;
     double centre = 0, low = 0, high = 0;  ///< of a control chart; not a number where there is none
     std::string alarm;                     ///< the rule that is broken; empty without
@@ -45,9 +45,8 @@ KORVANE_API Figure trend_figure(const TrendChart& chart);
 KORVANE_API std::string svg_file(std::span<const Figure> figures);
 
 /// A page of one file that needs nothing else, no script among it: verdict, calibrants, mass errors, setpoints before
-/// and after, peaks, searches, trends. `json` is the record for machines, ASCII; it stands in the page as an element
-/// "script" of type "application/json", which nobody runs.
-KORVANE_API std::string report_html(const TuneRecord& record, std::span<const TrendChart> trends = {},
-                                    const std::string& json = "null");
+/// and after, peaks, searches, trends; and the record for machines (`tune_record_json`) in an element "script" of type
+/// "application/json", which nobody runs.
+KORVANE_API std::string report_html(const TuneRecord& record, std::span<const TrendChart> trends = {});
 
 }  // namespace korvane

@@ -212,6 +212,7 @@ Figure mass_error_figure(const TuneRecord& record) {
     }
 
     figure.height = 480;
+    if (record.calibration_before == record.calibration_after) figure.title += "; the fitted law is not written";
     ErrorSeries before{"before the fit", "blue", Marker::square, {}}, after{"after the fit", "red", Marker::dot, {}},
         left_out{"left out of the fit", "", Marker::diamond, {}}, unused{"not used", "", Marker::cross, {}};
     measured.name = "measured afterwards";
@@ -277,8 +278,7 @@ Figure search_figure(const RecordedSearch& search) {
 }
 
 Figure trend_figure(const TrendChart& chart) {
-    Figure figure{chart.title,   {}, "runs", {{"time", chart.unit, "centre", "low", "high", "alarm"}},
-                  picture_width, 260};
+    Figure figure{chart.title, {}, "runs", {{"run", chart.unit, "centre", "low", "high", "alarm"}}, picture_width, 260};
     std::vector<Point> values, alarms;
     std::array<std::vector<Point>, 3> limits;  // centre, low, high
     std::vector<double> all;
@@ -290,14 +290,14 @@ Figure trend_figure(const TrendChart& chart) {
         limits[1].push_back({x, point.low});
         limits[2].push_back({x, point.high});
         all.insert(all.end(), {point.value, point.centre, point.low, point.high});
-        figure.table.push_back({point.time, fmt::format("{:.6g}", point.value), fixed(point.centre, 3),
+        figure.table.push_back({point.run, fmt::format("{:.6g}", point.value), fixed(point.centre, 3),
                                 fixed(point.low, 3), fixed(point.high, 3), point.alarm});
     }
     const auto runs = static_cast<double>(chart.points.size());
     svg::Axis x{{0.5, std::max(runs, 1.0) + 0.5}, "run"};
     for (const svg::Tick& tick : svg::nice_ticks(x.range, ticks_across - 2))
         if (tick.value >= 1 && tick.value <= runs && tick.value == std::floor(tick.value))
-            x.ticks.push_back({tick.value, chart.points[static_cast<std::size_t>(tick.value) - 1].time.substr(0, 10)});
+            x.ticks.push_back({tick.value, chart.points[static_cast<std::size_t>(tick.value) - 1].run});
     Panel panel({panel_left, 36, panel_width, 170}, x,
                 axis(svg::range_of(all).widened(margin_part), ticks_up, chart.unit));
     panel.line(limits[0], "thin soft");

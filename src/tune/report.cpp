@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
+#include "korvane/tune_history.h"
 #include "tune/report_data.h"
 #include "tune/svg.h"
 
@@ -151,7 +153,7 @@ std::string svg_file(std::span<const Figure> figures) {
                   fmt::arg("style", report_file("style.css")), fmt::arg("content", content));
 }
 
-std::string report_html(const TuneRecord& record, std::span<const TrendChart> trends, const std::string& json) {
+std::string report_html(const TuneRecord& record, std::span<const TrendChart> trends) {
     std::string peaks, searches, charts;
     for (std::size_t i = 0; i < record.calibrants.size(); ++i)
         if (record.calibrants[i].trace) peaks += figure_html(peak_figure(record.calibrants[i]));
@@ -164,6 +166,7 @@ std::string report_html(const TuneRecord& record, std::span<const TrendChart> tr
                                  section("Peaks", grid(peaks)) + section("Searches", grid(searches)) +
                                  section("Trends", grid(charts));
 
+    const std::string json = nlohmann::ordered_json::parse(tune_record_json(record)).dump(-1, ' ', true);
     std::string data;  // an element of the page may not hold the beginning of another
     for (const char character : json) character == '<' ? data += "\\u003c" : data += character;
     const bool is_good = record.verdict == "ok";

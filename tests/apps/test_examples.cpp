@@ -111,10 +111,10 @@ TEST(Help, EveryCommandHasAnExampleThatTheDocumentsRun) {
     for (const Example& example : examples_in(fs::path(KORVANE_SOURCE_DIR) / "docs/command-line.md"))
         documented.insert(example.command);
     std::istringstream commands(
-        "init,state,measure,peak,peaks,verify,adjust,setpoint get,setpoint set,setpoint list,params get,params set,"
-        "params list,prefs get,prefs set,prefs list,masslist show,masslist set,masslist check,calibration show,"
-        "calibration set,calibration fit,calibration undo,plot,abort request,abort reset,abort status,record,"
-        "automation list,history list,history show,history mark");
+        "init,state,measure,peak,peaks,verify,adjust,setpoint get,setpoint set,setpoint list,params get,"
+        "params set,params list,prefs get,prefs set,prefs list,masslist show,masslist set,masslist check,"
+        "calibration show,calibration set,calibration fit,calibration undo,plot,abort request,abort reset,"
+        "abort status,record,automation list,history list,history show,history mark,tune,report");
     for (std::string command; std::getline(commands, command, ',');) {
         std::vector<std::string> words{"--help"};
         std::istringstream split(command);
