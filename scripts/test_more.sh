@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the tests where they might differ: under a locale with a decimal comma, with the checking standard library, and
-# under thread sanitizer; and compiles every source by itself, warnings as errors. Arguments: which of them (sources
-# locale debug threads; default all).
+# under thread sanitizer; compiles every source by itself, warnings as errors; and looks at the page of a tune in a browser.
+# Arguments: which of them (sources locale debug threads report; default all).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/bootstrap.sh native
@@ -61,7 +61,49 @@ run_threads() {
     ctest --test-dir "$work/threads" --no-tests=error --output-on-failure -j2 -E '^consumer$'
 }
 
-[ $# -gt 0 ] || set -- sources locale debug threads
+# The page of a tune: valid HTML, without findings of axe, small, soon written; pictures of it to look at in build/more/report.
+run_report() {
+    if ! command -v chromium >/dev/null || ! command -v tidy >/dev/null; then
+        echo "SKIPPED: chromium or tidy is missing (Debian packages chromium, tidy)"
+        return
+    fi
+    local folder=$work/report
+    cmake --preset release -DKORVANE_TESTS=ON >/dev/null
+    cmake --build --preset release --target korvane_program test_tune
+    KORVANE_REPORT_MS=50 build/release/bin/test_tune --gtest_filter='Report.*' --gtest_brief=1
+    rm -rf "$folder" && mkdir -p "$folder"
+    cp tests/tune/report.html "$folder/report.html"
+    # tidy knows no SVG and takes the lines of its texts for text of the page.
+    sed 's/<svg.*<\/svg>//' "$folder/report.html" >"$folder/page.html"
+    tidy -errors -quiet "$folder/page.html"
+    for picture in "$folder"/*.svg; do [ ! -f "$picture" ] || xmllint --noout "$picture"; done
+
+    local browser=(chromium --headless=new --no-sandbox --disable-gpu --user-data-dir="$folder/browser" --hide-scrollbars
+                   --window-size=1280,3200)
+    "${browser[@]}" --screenshot="$folder/light.png" "file://$folder/report.html" 2>/dev/null
+    "${browser[@]}" --blink-settings=preferredColorScheme=0 --screenshot="$folder/dark.png" \
+                    "file://$folder/report.html" 2>/dev/null
+    "${browser[@]}" --no-pdf-header-footer --print-to-pdf="$folder/print.pdf" "file://$folder/report.html" 2>/dev/null
+    if ! command -v npm >/dev/null; then
+        echo "SKIPPED: npm is missing (Debian package npm)"
+        return
+    fi
+    npm install --silent --prefix "$folder" axe-core@4 >/dev/null
+    # The policy of the page forbids scripts: axe gets a copy without it, once in each colour scheme.
+    {
+        grep -v 'Content-Security-Policy' "$folder/report.html" | sed 's/<\/html>//'
+        echo "<script>$(cat "$folder/node_modules/axe-core/axe.min.js")</script>"
+        echo '<script>axe.run().then(found => { document.body.textContent = "AXE " + found.passes.length + " passes, " +
+              found.violations.length + " violations " + found.violations.map(v => v.id + ": " + v.nodes.map(n => n.html)) })</script>'
+    } >"$folder/axe.html"
+    for scheme in 1 0; do
+        "${browser[@]}" --blink-settings=preferredColorScheme=$scheme --virtual-time-budget=20000 --dump-dom \
+                        "file://$folder/axe.html" 2>/dev/null | grep -o 'AXE .*' | tee "$folder/axe.txt"
+        grep -q ' 0 violations' "$folder/axe.txt"
+    done
+}
+
+[ $# -gt 0 ] || set -- sources locale debug threads report
 for which in "$@"; do
     echo "== $which"
     "run_$which"
