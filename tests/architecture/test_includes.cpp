@@ -60,6 +60,7 @@ const std::map<std::string, Names> class_headers{
     {"report", {"tune"}},
     {"tune_run", {"tune"}},
     {"tune_history", {"tune"}},
+    {"control_chart", {"tune"}},
     {"recording", {"assembly"}},
     {"korvane", {}},
     {"automation", {}},

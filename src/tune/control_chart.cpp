@@ -1,0 +1,209 @@
+#include "korvane/control_chart.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <map>
+#include <numeric>
+
+namespace korvane {
+
+namespace {
+
+constexpr double ewma_weight = 0.2, ewma_limit = 2.962;
+constexpr double most_sigmas = 4;  // that a value counts in the average, which one bad day else keeps out for a week
+constexpr double cusum_slack = 0.5, cusum_limit = 5;
+constexpr double xmr_limit = 2.66, range_limit = 3.267;
+constexpr std::size_t least_guide = 5;
+constexpr double common_part = 0.75;    // of the false alarms
+constexpr double approximation = 0.75;  // room for that of Student's distribution, far out
+constexpr int tests_per_chart = 2;
+
+/// The variance of the average after `count` values, in those of one.
+double average_variance(std::size_t count) {
+    return ewma_weight / (2 - ewma_weight) * (1 - std::pow(1 - ewma_weight, 2.0 * static_cast<double>(count)));
+}
+
+/// So many of so many values beyond a limit, to one side.
+struct Zone {
+    std::size_t beyond, of;
+    double limit;
+};
+constexpr Zone western_electric_zones[] = {{1, 1, 3}, {2, 3, 2}, {4, 5, 1}, {8, 8, 0}};
+
+bool shows(const Zone& zone, std::span<const double> values, double side) {
+    if (values.size() < zone.beyond) return false;
+    const auto window = values.last(std::min(zone.of, values.size()));
+    const auto beyond = [&](double value) { return side * value > zone.limit; };
+    return beyond(window.back()) && static_cast<std::size_t>(std::ranges::count_if(window, beyond)) >= zone.beyond;
+}
+
+/// Two-sided, of Student's distribution; normal for no freedom.
+double chance_of(double t, std::size_t freedom) {
+    const double n = static_cast<double>(freedom);
+    const double z = freedom == 0 ? std::abs(t) : (8 * n + 1) / (8 * n + 3) * std::sqrt(n * std::log1p(t * t / n));
+    return std::erfc(z / std::sqrt(2.0));
+}
+
+double charted(std::string_view metric, double value) {
+    return metric == "height" || metric == "misfit" ? std::log(value) : value;
+}
+
+/// The standard error in the unit of the chart.
+double charted_error(std::string_view metric, const MetricReading& reading) {
+    return metric == "height" || metric == "misfit" ? reading.standard_error / reading.value : reading.standard_error;
+}
+
+}  // namespace
+
+GuideSet guide_set(std::span<const double> values) {
+    GuideSet guide{values.size(), 0, 0, 0};
+    const double n = static_cast<double>(values.size());
+    guide.centre = std::accumulate(values.begin(), values.end(), 0.0) / n;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        guide.sigma += (values[i] - guide.centre) * (values[i] - guide.centre);
+        if (i > 0) guide.mean_moving_range += std::abs(values[i] - values[i - 1]) / (n - 1);
+    }
+    guide.sigma = std::sqrt(guide.sigma / (n - 1));
+    return guide;
+}
+
+std::vector<double> ewma_of(std::span<const double> values, const GuideSet& guide) {
+    std::vector<double> averages;
+    double average = 0;
+    for (const double value : values) {
+        const double z = std::clamp((value - guide.centre) / guide.sigma, -most_sigmas, most_sigmas);
+        average += ewma_weight * (z - average);
+        averages.push_back(average / std::sqrt(average_variance(averages.size() + 1)));
+    }
+    return averages;
+}
+
+std::vector<bool> alarms_of(ChartRule rule, std::span<const double> values, const GuideSet& guide) {
+    std::vector<double> z;
+    for (const double value : values) z.push_back((value - guide.centre) / guide.sigma);
+    const std::vector<double> averages = ewma_of(values, guide);
+    std::vector<bool> alarms;
+    double up = 0, down = 0;
+    for (std::size_t i = 0; i < z.size(); ++i) {
+        up = std::max(0.0, up + z[i] - cusum_slack);
+        down = std::max(0.0, down - z[i] - cusum_slack);
+        const double range = i > 0 ? std::abs(values[i] - values[i - 1]) : 0;
+        switch (rule) {
+            case ChartRule::three_sigma:
+                alarms.push_back(std::abs(z[i]) > 3);
+                break;
+            case ChartRule::ewma:
+                alarms.push_back(std::abs(averages[i]) > ewma_limit);
+                break;
+            case ChartRule::xmr:
+                alarms.push_back(std::abs(values[i] - guide.centre) > xmr_limit * guide.mean_moving_range ||
+                                 range > range_limit * guide.mean_moving_range);
+                break;
+            case ChartRule::western_electric:
+                alarms.push_back(std::ranges::any_of(western_electric_zones, [&](const Zone& zone) {
+                    const auto so_far = std::span<const double>(z).first(i + 1);
+                    return shows(zone, so_far, 1) || shows(zone, so_far, -1);
+                }));
+                break;
+            case ChartRule::cusum:
+                alarms.push_back(std::max(up, down) > cusum_limit);
+                break;
+        }
+    }
+    return alarms;
+}
+
+std::vector<Chance> chances_of(std::span<const double> values, const GuideSet& guide) {
+    const std::size_t freedom = guide.size > 0 ? guide.size - 1 : 0;
+    const double of_centre = guide.size > 0 ? 1 / static_cast<double>(guide.size) : 0;
+    const std::vector<double> averages = ewma_of(values, guide);
+    std::vector<Chance> chances;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const double variance = average_variance(i + 1);
+        chances.push_back({chance_of((values[i] - guide.centre) / guide.sigma / std::sqrt(1 + of_centre), freedom),
+                           chance_of(averages[i] * std::sqrt(variance / (variance + of_centre)), freedom)});
+    }
+    return chances;
+}
+
+void judge(ControlChart& chart, std::size_t guide) {
+    if (chart.values.empty()) return;
+    const std::size_t size = std::min(guide, chart.values.size() - 1);
+    if (size < least_guide) return;
+    const std::span values(chart.values);
+    const GuideSet known = guide_set(values.first(size));
+    if (!(known.sigma > 0)) return;
+    chart.guide = known;
+    chart.average = ewma_of(values.subspan(size), chart.guide);
+    chart.chances = chances_of(values.subspan(size), chart.guide);
+}
+
+ControlChart common_chart(const std::vector<ControlChart>& calibrants, const std::vector<double>& variances) {
+    std::map<std::int64_t, std::pair<double, double>> sums;  // weighted deviation, weight
+    const bool are_stated = std::ranges::all_of(variances, [](double variance) { return variance > 0; });
+    for (std::size_t i = 0; i < calibrants.size(); ++i) {
+        const ControlChart& chart = calibrants[i];
+        if (chart.guide.size == 0) continue;
+        const double weight = are_stated ? 1 / variances[i] : 1;
+        for (std::size_t k = 0; k < chart.values.size(); ++k) {
+            auto& [deviation, weights] = sums[chart.records[k]];
+            deviation += weight * (chart.values[k] - chart.guide.centre);
+            weights += weight;
+        }
+    }
+    ControlChart common;
+    if (!calibrants.empty()) common.metric = calibrants.front().metric;
+    for (const auto& [record, sum] : sums) {
+        common.records.push_back(record);
+        common.values.push_back(sum.first / sum.second);
+    }
+    return common;
+}
+
+std::vector<ControlChart> charts_of(TuneHistory& history, const TuneRecord& like, const TrendOptions& options) {
+    std::vector<std::string> metrics = options.metrics;
+    if (metrics.empty()) metrics.assign(std::begin(tune_metrics), std::end(tune_metrics));
+    std::vector<ControlChart> charts;
+    for (const std::string& metric : metrics) {
+        std::vector<ControlChart> calibrants;
+        std::vector<double> variances;  // the mean of those stated
+        for (const MetricReading& reading : history.readings(metric, like)) {
+            if (calibrants.empty() || calibrants.back().mz != reading.mz) {
+                calibrants.push_back({metric, reading.mz, {}, {}, {}, {}, {}});
+                variances.push_back(0);
+            }
+            ControlChart& chart = calibrants.back();
+            chart.records.push_back(reading.record);
+            chart.values.push_back(charted(metric, reading.value));
+            const double error = charted_error(metric, reading);
+            variances.back() += (error * error - variances.back()) / static_cast<double>(chart.values.size());
+        }
+        for (ControlChart& chart : calibrants) judge(chart, options.guide);
+        charts.push_back(common_chart(calibrants, variances));
+        judge(charts.back(), options.guide);
+        std::ranges::move(calibrants, std::back_inserter(charts));
+    }
+    return charts;
+}
+
+std::vector<bool> judged(const std::vector<ControlChart>& charts, std::int64_t record) {
+    const auto place_of = [&](const ControlChart& chart) -> const Chance* {
+        const auto found = std::ranges::lower_bound(chart.records, record);
+        if (found == chart.records.end() || *found != record) return nullptr;
+        const auto place = static_cast<std::size_t>(found - chart.records.begin());
+        return chart.guide.size > 0 && place >= chart.guide.size ? &chart.chances[place - chart.guide.size] : nullptr;
+    };
+    double counts[2] = {0, 0};  // of calibrants, common ones
+    for (const ControlChart& chart : charts) counts[chart.mz ? 0 : 1] += place_of(chart) ? tests_per_chart : 0;
+    std::vector<bool> answers;
+    for (const ControlChart& chart : charts) {
+        const Chance* const chance = place_of(chart);
+        const double part = chart.mz ? 1 - common_part : common_part;
+        const double limit = approximation * part / healthy_tunes_per_alarm / counts[chart.mz ? 0 : 1];
+        answers.push_back(chance && std::min(chance->of_value, chance->of_average) < limit);
+    }
+    return answers;
+}
+
+}  // namespace korvane
