@@ -1,0 +1,32 @@
+// A setpoint as the commands see it: found by a text, checked before it is written, read back afterwards.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "session.h"
+
+namespace korvane::program {
+
+struct SetpointDescription {
+    std::int32_t index = 0;
+    std::string internal_name, external_name;
+    double value = 0, lower = 0, upper = 0, resolution = 0;
+    std::string type;  // "double", "int32", "int16", or "type <code>"
+};
+
+SetpointDescription describe_setpoint(Session& session, std::int32_t index);
+/// The setpoint that a text means: its index, its internal name, or either name in any case. A usage error when the
+/// instrument has none such.
+SetpointDescription setpoint_named(Session& session, const std::string& text);
+bool same_but_for_case(std::string_view text, std::string_view other);
+
+/// Usage errors naming the setpoint.
+void require_whole(const SetpointDescription& setpoint, double value);
+void require_within_limits(const SetpointDescription& setpoint, double value);
+
+/// The value that the instrument shows; a time-out where it is not the one set.
+double followed_value(Session& session, const SetpointDescription& setpoint, double wanted);
+
+}  // namespace korvane::program
