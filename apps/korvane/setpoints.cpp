@@ -269,6 +269,7 @@ void declare_setpoint(CLI::App& group, Session& session) {
 
     add_csv(add_command(group, session, "list", "print all setpoints", "korvane setpoint list", list_setpoints).first,
             session);
+    declare_setpoint_files(group, session);
 }
 
 void declare_adjust(CLI::App& command, Session& session) {
