@@ -5,6 +5,7 @@
 #include "calibrants.h"
 #include "commands.h"
 #include "korvane/calibration_fit.h"
+#include "run_record.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -176,6 +177,7 @@ TextTable residual_table(const CalibrationFit& fit) {
 
 ExitCode fit(Session& session, const FitOptions& options) {
     session.begin_run();
+    RunRecord run(session, {.keep = options.apply, .note = {}}, "calibration fit");
     TuneGlobals globals(session.platform());
     SpectrumParser parser(session.platform());
     const VariantArray<double> masses(chosen_masses(session, globals, {}));
@@ -199,6 +201,12 @@ ExitCode fit(Session& session, const FitOptions& options) {
         coefficients.add({name, fmt::format("{:.12g}", old.*member), fmt::format("{:.12g}", fitted.*member)});
     }
     const TextTable residuals = residual_table(fit);
+    const Json record = applies ? run.keep(parser,
+                                           [&](TuneRecord& kept) {
+                                               kept.residuals = fit.calibrants;
+                                               kept.verdict = fit.is_better() ? "better" : "not better, forced";
+                                           })
+                                : Json();
     session.show(Json{{"polarity", globals.GetPolarityStr()},
                       {"spectra", options.spectra},
                       {"used", fit.used},
@@ -211,7 +219,8 @@ ExitCode fit(Session& session, const FitOptions& options) {
                       {"applied", applies},
                       {"before", coefficients_json(old)},
                       {"fitted", coefficients_json(fitted)},
-                      {"calibrants", std::move(rows)}},
+                      {"calibrants", std::move(rows)},
+                      {"record", record}},
                  session.csv ? residuals.csv()
                              : fmt::format("{}\n{}\n{} of {} calibrants used, {} terms beyond A and B, chi-square per "
                                            "degree of freedom {:.2f}\n{}\n",

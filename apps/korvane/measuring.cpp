@@ -94,13 +94,15 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
         peaks.push_back(row_json(row, minimum_height));
         table.add(row_cells(row, minimum_height));
     }
-    Json object{{"source", source},
-                {"polarity", polarity},
-                {"state", state},
-                {"peaks", std::move(peaks)},
-                {"minimum_abundance_counts", minimum_height}};
-    run.keep(parser, object, [&](TuneRecord& record) { judge(record, rows, read_tune_limits(session.platform())); });
-    session.show(std::move(object), table);
+    const Json record =
+        run.keep(parser, [&](TuneRecord& kept) { judge(kept, rows, read_tune_limits(session.platform())); });
+    session.show(Json{{"source", source},
+                      {"polarity", polarity},
+                      {"state", state},
+                      {"peaks", std::move(peaks)},
+                      {"minimum_abundance_counts", minimum_height},
+                      {"record", record}},
+                 table);
     return log_and_end(session, parser);
 }
 

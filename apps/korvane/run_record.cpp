@@ -68,26 +68,24 @@ RunRecord::RunRecord(Session& session, const KeepOptions& options, const char* k
     if (session.options.replay) record_->recording = *session.options.replay;
 }
 
-void RunRecord::keep(const SpectrumParser& parser, Json& result, const std::function<void(TuneRecord&)>& fill) {
-    keep(result, [&](TuneRecord& record) {
+Json RunRecord::keep(const SpectrumParser& parser, const std::function<void(TuneRecord&)>& fill) {
+    return keep([&](TuneRecord& record) {
         record.log = parser.tune_log_path();
         fill(record);
     });
 }
 
-bool RunRecord::keep(Json& result, const std::function<void(TuneRecord&)>& fill) {
-    if (!record_) return false;
-    result["record"] = nullptr;
+Json RunRecord::keep(const std::function<void(TuneRecord&)>& fill) {
+    if (!record_) return {};
     try {
         end_record(*record_, session_.platform());
         if (fill) fill(*record_);
         record_->id = open_history(session_, true).add(*record_);
-        result["record"] = record_->id;
         session_.talk("record " + std::to_string(record_->id));
-        return true;
+        return record_->id;
     } catch (const Error& error) {
         session_.fault = error.described("no record is kept: " + error.description());
-        return false;
+        return {};
     }
 }
 

@@ -24,6 +24,8 @@ void add_keep(CLI::App& command, KeepOptions& options);
 /// where `make` is false there must be one.
 TuneHistory open_history(Session& session, bool make);
 
+inline constexpr std::size_t all_records = 1'000'000'000;
+
 /// The record that a word names: an id, "last", "yesterday", "last-week", or a date or time in UTC, which stand for the
 /// last record until then. A usage error where there is none.
 TuneRecord record_named(TuneHistory& history, const std::string& word);
@@ -35,11 +37,11 @@ class RunRecord {
 public:
     /// To be made before the run moves anything: reads the instrument as it is.
     RunRecord(Session& session, const KeepOptions& options, const char* kind);
-    /// Reads the instrument again, lets the command fill in what it found, and keeps the record; its id goes to the
-    /// result as "record". What fails becomes the session's fault, so that the result itself is not lost.
-    void keep(const SpectrumParser& parser, Json& result, const std::function<void(TuneRecord&)>& fill);
-    /// The same of what has been filled in before. True where it is kept.
-    bool keep(Json& result, const std::function<void(TuneRecord&)>& fill = {});
+    /// Reads the instrument again, lets the command fill in what it found, and keeps the record. Returns its id for the
+    /// result, null where there is none. What fails becomes the session's fault, so that the result is not lost.
+    Json keep(const SpectrumParser& parser, const std::function<void(TuneRecord&)>& fill);
+    /// The same of what may have been filled in before.
+    Json keep(const std::function<void(TuneRecord&)>& fill = {});
     /// The record, where one is asked for.
     TuneRecord& record() { return *record_; }
 

@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "known_names.h"
 #include "korvane/instrument_contract.h"
+#include "run_record.h"
 #include "search_mark.h"
 #include "setpoint_description.h"
 #include "suggestion.h"
@@ -184,7 +185,8 @@ const char* end_text(AdjustOutcome::End end) {
     return "";
 }
 
-void show_outcome(Session& session, const SetpointDescription& setpoint, const AdjustOutcome& outcome, bool applied) {
+void show_outcome(Session& session, const SetpointDescription& setpoint, const AdjustOutcome& outcome, bool applied,
+                  const Json& record) {
     Json probes = Json::array();
     for (const AdjustProbe& probe : outcome.probes)
         probes.push_back(Json{{"number", probe.number},
@@ -205,7 +207,8 @@ void show_outcome(Session& session, const SetpointDescription& setpoint, const A
                       {"probes_made", outcome.probes.size()},
                       {"end", end_text(outcome.end)},
                       {"applied", applied},
-                      {"probes", std::move(probes)}},
+                      {"probes", std::move(probes)},
+                      {"record", record}},
                  table);
 }
 
@@ -226,6 +229,7 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
                                      fast_setpoint, setpoint.internal_name));
     const Bounds bounds = checked_bounds(setpoint, options);
     session.begin_run();
+    RunRecord run(session, {.keep = options.apply, .note = {}}, "adjust");
     session.held = std::make_shared<SearchMark>(session);
     SpectrumParser parser(session.platform());
     AdjustProgress progress(session, bounds);
@@ -244,7 +248,21 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
         followed_value(session, setpoint, outcome.value);
     }
     session.talk("tune log " + written_log(parser));
-    show_outcome(session, setpoint, outcome, applies);
+    const Json record =
+        applies ? run.keep(parser,
+                           [&](TuneRecord& kept) {
+                               kept.searches.push_back({setpoint.internal_name,
+                                                        *options.mz,
+                                                        *options.target,
+                                                        setpoint.value,
+                                                        outcome.value,
+                                                        end_text(outcome.end),
+                                                        {}});
+                               for (const AdjustProbe& probe : outcome.probes)
+                                   kept.searches.back().probes.push_back({probe.value, 0, probe.abundance, 0});
+                           })
+                : Json();
+    show_outcome(session, setpoint, outcome, applies, record);
     if (is_found) return log_and_end(session, parser);
     session.fault = Error(error_number::routine_detected, "",
                           outcome.abundance > 0 ? "the target was never reached" : "there is no signal");

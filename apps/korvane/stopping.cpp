@@ -47,6 +47,7 @@ void note_stop_signals() {
         action.sa_flags = 0;  // who waits for input is to wake up
         sigaction(signal, &action, nullptr);
     }
+    std::signal(SIGXFSZ, SIG_IGN);  // a limit of file size is an error as a full disk is
 }
 
 #endif

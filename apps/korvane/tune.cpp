@@ -116,7 +116,8 @@ ExitCode tune(Session& session, const TuneOptions& options) {
     const std::string fault = run_tune(session.platform(), recipe, chosen, run.record(), tell);
     if (!fault.empty()) put_back(session, steps);
     // What no record tells of does not stay, either.
-    const bool is_kept = run.keep(steps.object);
+    const Json id = steps.object["record"] = run.keep();
+    const bool is_kept = !id.is_null();
     if (is_kept && fault.empty()) session.keep_moves();
     const TuneRecord& record = run.record();
     steps.add("verdict", record.verdict.empty() ? "not judged" : record.verdict);
