@@ -113,6 +113,7 @@ void declare_history(CLI::App& group, Session& session) {
                     "korvane history mark maintenance \"new capillary\"", mark_history);
     mark.add_option("WORD", marking.word, "maintenance, or a word of your own")->required();
     mark.add_option("TEXT", marking.text, "what was done");
+    declare_history_files(group, session);
 }
 
 }  // namespace korvane::program

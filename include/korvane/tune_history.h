@@ -75,4 +75,10 @@ private:
     std::unique_ptr<State> state_;
 };
 
+/// Records with calibrants as a document of mzQC 1.0, a run quality each; at least one. Terms beginning with KORVANE
+/// are of its own small vocabulary. `creation_time` as `TuneRecord::time`.
+KORVANE_API std::string mzqc_document(const std::vector<TuneRecord>& records, const std::string& creation_time);
+/// A record as gauges in Prometheus' text format, for the text-file collector of a node exporter.
+KORVANE_API std::string prometheus_text(const TuneRecord& record);
+
 }  // namespace korvane

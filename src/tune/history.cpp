@@ -4,12 +4,12 @@
 #include <array>
 #include <cmath>
 #include <functional>
-#include <limits>
 #include <stdexcept>
 
 #include "korvane/error.h"
 #include "korvane/tune_history.h"
 #include "tune/database/database.h"
+#include "tune/metrics.h"
 #ifndef _WIN32
 #include <dlfcn.h>
 #endif
@@ -62,20 +62,6 @@ std::unique_ptr<Database> open_database(const std::string& where, bool make) {
     if (!entry) throw std::runtime_error(dlerror());
     return std::unique_ptr<Database>(reinterpret_cast<decltype(&korvane_open_database)>(entry)(where, make));
 #endif
-}
-
-struct Metric {
-    double value, standard_error;
-};
-
-/// In the order of `tune_metrics`.
-std::vector<Metric> metrics_of(const MeasuredCalibrant& calibrant) {
-    const double unknown = std::numeric_limits<double>::quiet_NaN();
-    const PeakUncertainty errors = calibrant.standard_errors.value_or(PeakUncertainty{unknown, unknown, unknown, 0, 0});
-    return {{calibrant.error_ppm(), errors.centroid * calibrant.ppm_per_ns},
-            {calibrant.ns.pkHeight, errors.height},
-            {calibrant.amu.pkResolution, calibrant.amu.pkResolution * errors.width / calibrant.ns.pkWidth},
-            {calibrant.quality ? calibrant.quality->misfit : unknown, unknown}};
 }
 
 std::string number_text(double value) {
@@ -181,7 +167,7 @@ std::int64_t TuneHistory::add(const TuneRecord& record) {
                     texts, [&](const Database::Row& row) { id = static_cast<std::int64_t>(row.number(0)); });
         for (const RecordedCalibrant& calibrant : record.calibrants) {
             if (!calibrant.measured.found()) continue;
-            const std::vector<Metric> values = metrics_of(calibrant.measured);
+            const auto values = metrics_of(calibrant.measured);
             for (std::size_t i = 0; i < values.size(); ++i)
                 if (std::isfinite(values[i].value))
                     metrics += fmt::format("{}('{}', {}, {}, {}, {})", metrics.empty() ? "" : ", ", tune_metrics[i],
