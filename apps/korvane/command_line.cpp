@@ -83,6 +83,8 @@ constexpr std::array commands{
     CommandRow{"Look back", "history", "the records of earlier runs (measure --keep): list, show, compare, hand on",
                declare_history},
     CommandRow{"Look back", "report", "write the page of a record, to hand on", declare_report},
+    CommandRow{"Look back", "trend", "control charts of the history; exit code 1 where the tune is out of control",
+               declare_trend},
     CommandRow{"Set", "setpoint", "read and change the instrument's setpoints", declare_setpoint},
     CommandRow{"Set", "params", "read and change the numbers in TuneParams.xml", declare_params},
     CommandRow{"Set", "prefs", "read and change the switches in TunePreferences.xml", declare_prefs},

@@ -1,0 +1,212 @@
+// Control charts of the history.
+#include <algorithm>
+#include <cmath>
+
+#include "commands.h"
+#include "korvane/control_chart.h"
+#include "run_record.h"
+#include "text_table.h"
+
+namespace korvane::program {
+
+namespace {
+
+constexpr std::size_t short_guide = 20;
+constexpr std::size_t drawn_values = 60;
+constexpr int drawn_sigmas = 5;
+
+struct TrendChoice {
+    std::string metric, record = "last";
+    std::optional<double> mz;
+    std::int64_t guide = 20;
+    std::vector<std::string> rules{"ewma", "3sigma"};
+};
+
+bool is_logarithm(const ControlChart& chart) {
+    return chart.metric == "height" || chart.metric == "misfit";
+}
+
+/// A value or, for what calibrants share, a deviation, in the metric's own unit or percent.
+std::string value_text(const ControlChart& chart, double value) {
+    if (is_logarithm(chart) && !chart.mz) return fmt::format("{:+.1f} %", 100 * std::expm1(value));
+    if (chart.metric == "mass_error") return fmt::format("{:+.2f} ppm", value);
+    if (chart.metric == "misfit") return fmt::format("{:.2f}", std::exp(value));
+    return fmt::format("{:.0f}", is_logarithm(chart) ? std::exp(value) : value);
+}
+
+std::string chart_name(const ControlChart& chart) {
+    return chart.metric + (chart.mz ? fmt::format(" {:.4f}", *chart.mz) : ", all");
+}
+
+/// A chart with what the chosen rules say of each value behind the guide set.
+struct RuledChart {
+    ControlChart chart;
+    std::vector<std::vector<std::string>> alarms;
+    bool out_of_control = false;
+
+    std::vector<std::string> alarms_at(std::size_t place) const {
+        return place < guide() ? std::vector<std::string>() : alarms[place - guide()];
+    }
+    std::size_t guide() const { return chart.guide.size > 0 ? chart.guide.size : chart.values.size(); }
+};
+
+RuledChart ruled(const ControlChart& chart, const std::vector<std::string>& rules) {
+    RuledChart result{chart, {}, false};
+    const auto values = std::span(chart.values).subspan(result.guide());
+    result.alarms.resize(values.size());
+    for (std::size_t rule = 0; rule < std::size(chart_rule_names); ++rule) {
+        if (std::ranges::count(rules, chart_rule_names[rule]) == 0) continue;
+        const auto alarms = alarms_of(static_cast<ChartRule>(rule), values, chart.guide);
+        for (std::size_t i = 0; i < values.size(); ++i)
+            if (alarms[i]) result.alarms[i].emplace_back(chart_rule_names[rule]);
+    }
+    return result;
+}
+
+/// The records of the alarms, neighbours together: "21, 24 to 27".
+std::string alarmed_records(const RuledChart& ruled_chart) {
+    std::string text;
+    for (std::size_t i = 0; i < ruled_chart.alarms.size(); ++i) {
+        if (ruled_chart.alarms[i].empty()) continue;
+        std::size_t end = i;
+        while (end + 1 < ruled_chart.alarms.size() && !ruled_chart.alarms[end + 1].empty()) ++end;
+        const auto record = [&](std::size_t place) { return ruled_chart.chart.records[ruled_chart.guide() + place]; };
+        text += fmt::format("{}{}", text.empty() ? "" : ", ", record(i));
+        if (end > i) text += fmt::format("{}{}", end > i + 1 ? " to " : ", ", record(end));
+        i = end;
+    }
+    return text.empty() ? "-" : text;
+}
+
+/// The last values, one a column: '.' of the guide set, 'o' behind it, 'X' where a rule alarms.
+std::string drawing(const RuledChart& ruled_chart) {
+    const ControlChart& chart = ruled_chart.chart;
+    const std::size_t first = chart.values.size() - std::min(chart.values.size(), drawn_values);
+    std::string text = "\n";
+    for (int level = drawn_sigmas; level >= -drawn_sigmas; --level) {
+        std::string line(chart.values.size() - first, level == 0 || std::abs(level) == 3 ? '-' : ' ');
+        for (std::size_t i = first; i < chart.values.size(); ++i) {
+            const double z = (chart.values[i] - chart.guide.centre) / chart.guide.sigma;
+            if (std::lround(std::clamp(z, -1.0 * drawn_sigmas, 1.0 * drawn_sigmas)) == level)
+                line[i - first] = i < ruled_chart.guide() ? '.' : ruled_chart.alarms_at(i).empty() ? 'o' : 'X';
+        }
+        line.resize(line.find_last_not_of(' ') + 1);
+        const std::string value = value_text(chart, chart.guide.centre + level * chart.guide.sigma);
+        text += fmt::format("{:>12} {:>+2} |{}\n", level % 3 == 0 ? value : "", level, line);
+    }
+    return text + fmt::format("{:>16} records {} to {}\n", "", chart.records[first], chart.records.back());
+}
+
+Json chart_json(const RuledChart& ruled_chart) {
+    const ControlChart& chart = ruled_chart.chart;
+    Json points = Json::array();
+    for (std::size_t i = 0; i < chart.values.size(); ++i) {
+        const bool is_judged = i >= ruled_chart.guide();
+        points.push_back(Json{{"record", chart.records[i]},
+                              {"value", chart.values[i]},
+                              {"ewma", is_judged ? Json(chart.average[i - ruled_chart.guide()]) : Json()},
+                              {"alarms", ruled_chart.alarms_at(i)}});
+    }
+    return Json{{"metric", chart.metric},
+                {"mz", chart.mz ? Json(*chart.mz) : Json()},
+                {"logarithm", is_logarithm(chart)},
+                {"guide", chart.guide.size},
+                {"centre", chart.guide.size > 0 ? Json(chart.guide.centre) : Json()},
+                {"sigma", chart.guide.size > 0 ? Json(chart.guide.sigma) : Json()},
+                {"out_of_control", ruled_chart.out_of_control},
+                {"points", std::move(points)}};
+}
+
+TextTable point_table(const std::vector<RuledChart>& charts) {
+    TextTable table({"<metric", "mz", "record", "value", "centre", "sigma", "<alarms"});
+    for (const RuledChart& each : charts)
+        for (std::size_t i = 0; i < each.chart.values.size(); ++i)
+            table.add_row(each.chart.metric, each.chart.mz ? fmt::format("{}", *each.chart.mz) : "-",
+                          each.chart.records[i], each.chart.values[i], each.chart.guide.centre, each.chart.guide.sigma,
+                          fmt::format("{}", fmt::join(each.alarms_at(i), " ")));
+    return table;
+}
+
+/// All rows of one metric; of several those that calibrants share, and those with an alarm.
+TextTable chart_table(const std::vector<RuledChart>& charts, bool all) {
+    TextTable table({"<chart", "last", "centre", "sigma", "z", "ewma", "<alarms at records", "<now"});
+    for (const RuledChart& each : charts) {
+        const auto& [chart, alarms, out_of_control] = each;
+        const std::string past = alarmed_records(each);
+        if (chart.values.empty() || (!all && chart.mz && past == "-" && !out_of_control)) continue;
+        const std::string last = value_text(chart, chart.values.back());
+        if (chart.guide.size == 0) {
+            table.add({chart_name(chart), last, "-", "-", "-", "-", "-", "no judgement"});
+            continue;
+        }
+        const double sigma = chart.guide.sigma;
+        table.add({chart_name(chart), last, value_text(chart, chart.guide.centre),
+                   is_logarithm(chart) ? fmt::format("{:.1f} %", 100 * sigma) : fmt::format("{:.3g}", sigma),
+                   fmt::format("{:+.1f}", (chart.values.back() - chart.guide.centre) / sigma),
+                   fmt::format("{:+.1f}", chart.average.back()), past, out_of_control ? "OUT OF CONTROL" : "ok"});
+    }
+    return table;
+}
+
+/// How much the guide set is worth. From so few values three sigma, which alarm once in 370 where they are known, alarm
+/// once in about 18 (5 values), 91 (20), 254 (100).
+std::string guide_text(const ControlChart& common) {
+    if (common.guide.size == 0)
+        return fmt::format("{} records since the last maintenance: no judgement from so few", common.values.size());
+    const std::string text = fmt::format("guide set: records {} to {}, {} values", common.records.front(),
+                                         common.records[common.guide.size - 1], common.guide.size);
+    return common.guide.size < short_guide ? text + "; it is short: single rules alarm too often" : text;
+}
+
+ExitCode trend(Session& session, const TrendChoice& options) {
+    TuneHistory history = open_history(session, false);
+    const TuneRecord like = record_named(history, options.record);
+    TrendOptions choice;
+    choice.guide = static_cast<std::size_t>(options.guide);
+    if (!options.metric.empty()) choice.metrics = {options.metric};
+    std::vector<ControlChart> found = charts_of(history, like, choice);
+    if (options.mz)
+        std::erase_if(found,
+                      [&](const ControlChart& chart) { return !chart.mz || std::abs(*chart.mz - *options.mz) > 0.01; });
+    const auto fullest =
+        std::ranges::max_element(found, {}, [](const ControlChart& chart) { return chart.values.size(); });
+    if (found.empty() || fullest->values.empty())
+        throw UsageError(fmt::format("record {} has no such calibrants", like.id));
+
+    const std::vector<bool> answers = judged(found, like.id);
+    std::vector<RuledChart> charts;
+    Json rows = Json::array();
+    std::string now;
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        charts.push_back(ruled(found[i], options.rules));
+        charts.back().out_of_control = answers[i];
+        rows.push_back(chart_json(charts.back()));
+        if (answers[i]) now += (now.empty() ? "" : "; ") + chart_name(found[i]);
+    }
+    session.talk(fmt::format("record {}: {}, {}, {}; {}", like.id, like.instrument, like.source, like.polarity,
+                             guide_text(*fullest)));
+    const TextTable table = session.csv ? point_table(charts) : chart_table(charts, !options.metric.empty());
+    std::string text = session.csv ? table.csv() : table.text();
+    if (!session.csv && !options.metric.empty() && found.front().guide.size > 0) text += drawing(charts.front());
+    session.show(Json{{"record", like.id}, {"out_of_control", !now.empty()}, {"charts", std::move(rows)}}, text);
+    if (now.empty()) return ExitCode::done;
+    session.fault = Error(error_number::routine_detected, "", "out of control: " + now);
+    return ExitCode::check_failed;
+}
+
+}  // namespace
+
+void declare_trend(CLI::App& command, Session& session) {
+    TrendChoice& options = runs(command, session, "korvane trend mass_error", trend);
+    add_csv(command, session);
+    command.add_option("METRIC", options.metric, "mass_error, height, resolution or misfit (all)")
+        ->check(CLI::IsMember(std::vector<std::string>(std::begin(tune_metrics), std::end(tune_metrics))));
+    add_number(command, "--mz", options.mz, "the chart of this calibrant alone", positive);
+    command.add_option("--record", options.record, record_words)->type_name("RECORD");
+    add_count(command, "--guide", options.guide, "records in the guide set (20)", 5, 10000);
+    command.add_option("--rule", options.rules, "rule to mark by; repeat for more (ewma, 3sigma)")
+        ->type_name("RULE")
+        ->check(CLI::IsMember(std::vector<std::string>(std::begin(chart_rule_names), std::end(chart_rule_names))));
+}
+
+}  // namespace korvane::program
