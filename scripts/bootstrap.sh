@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs what the build and the tests need and the machine lacks, with apt. Parts: native (default), python, format,
-# windows, bench, peers, fuzz, package.
+# windows, history, bench, peers, fuzz, package.
 set -euo pipefail
 
 native=(g++ cmake ninja-build ccache git ca-certificates libexpat1-dev libpugixml-dev libfmt-dev libcli11-dev
-        nlohmann-json3-dev libeigen3-dev zlib1g-dev libsqlite3-dev libpq-dev libgtest-dev libgmock-dev)
+        nlohmann-json3-dev libeigen3-dev zlib1g-dev libsqlite3-dev libpq-dev libgtest-dev libgmock-dev
+        python3-jsonschema)
 python=(python3 python3-venv python3-pip python3-setuptools python3-wheel python3-numpy python3-pandas python3-pytest mypy)
 windows=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools libz-mingw-w64-dev wine wine64 libwine
          googletest dpkg-dev make tcl)
@@ -16,11 +17,12 @@ for part in "${@:-native}"; do
         python) wanted+=("${python[@]}") ;;
         format) wanted+=(clang-format) ;;
         windows) wanted+=("${windows[@]}") ;;
+        history) wanted+=(postgresql postgresql-common prometheus) ;;
         bench) wanted+=(libbenchmark-dev) ;;
         peers) wanted+=(libopenms-dev libpwiz-dev qtbase5-dev libboost-dev python3-scipy libxml2-dev) ;;
         package) wanted+=(debhelper dpkg-dev fakeroot lintian mmdebstrap nsis pkgconf man-db zip) ;;
         fuzz) wanted+=(clang libclang-rt-14-dev) ;;
-        *) echo "usage: $0 [native] [python] [format] [windows] [bench] [peers] [fuzz] [package]" >&2; exit 2 ;;
+        *) echo "usage: $0 [native] [python] [format] [windows] [history] [bench] [peers] [fuzz] [package]" >&2; exit 2 ;;
     esac
 done
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs the tests where they might differ: under a locale with a decimal comma, with the checking standard library, and
-# under thread sanitizer; compiles every source by itself, warnings as errors; and looks at the page of a tune in a browser.
-# Arguments: which of them (sources locale debug threads report; default all).
+# under thread sanitizer; compiles every source by itself, warnings as errors; runs the history on a server and under
+# attack; and looks at the page of a tune in a browser. Arguments: which of them (sources locale debug threads history
+# report; default all).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/bootstrap.sh native
@@ -103,7 +104,33 @@ run_report() {
     done
 }
 
-[ $# -gt 0 ] || set -- sources locale debug threads report
+# The history on a PostgreSQL server, which has to tell what one in a file tells; and the whole attack on one in a file,
+# with promtool.
+run_history() {
+    scripts/bootstrap.sh history
+    cmake --preset release -DKORVANE_TESTS=ON >/dev/null
+    cmake --build --preset release --target korvane_program korvane_sqlite korvane_postgresql
+    tests/reliability/history.sh build/release/bin/korvane tests/apps/mzqc/mzqc_schema.json
+    rm -rf "$work/history"
+    mkdir "$work/history"
+    export KORVANE_BASE=$work/history/base PATH=$PWD/build/release/bin:$PATH
+    korvane init "$KORVANE_BASE" >/dev/null
+    cat >"$work/history/month" <<'E'
+set -e
+[ "$1" = file ] || export KORVANE_HISTORY="postgresql://$PGUSER:$PGPASSWORD@$PGHOST:$PGPORT/postgres"
+scripts/month.sh
+for command in "list -n 40" "show 15" "diff 14 15" "diff last-week"; do korvane history $command; done
+korvane trend --guide 10 --record 22 || true
+korvane trend height --csv
+E
+    sh "$work/history/month" file >"$work/history/file" 2>&1
+    rm "$KORVANE_BASE"/TuneHistory.sqlite
+    pg_virtualenv sh "$work/history/month" server >"$work/history/server" 2>&1
+    diff "$work/history/file" <(grep -vE '^(Creating|Dropping) ' "$work/history/server")
+    echo "a month in a file and on a server: the same $(wc -l <"$work/history/file") lines"
+}
+
+[ $# -gt 0 ] || set -- sources locale debug threads history report
 for which in "$@"; do
     echo "== $which"
     "run_$which"

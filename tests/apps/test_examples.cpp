@@ -52,7 +52,10 @@ bool matches(const std::string& text, const std::string& expected) {
 
 /// A reader's shell: the program is on the path, KORVANE_BASE a fresh base folder in the working folder.
 struct Shell {
-    Shell() { create_base_folder(folder.path() / "base"); }
+    Shell() {
+        create_base_folder(folder.path() / "base");
+        fs::create_directory_symlink(fs::path(KORVANE_SOURCE_DIR) / "scripts", folder.path() / "scripts");
+    }
     /// What the lines print on both streams.
     std::string run(const std::string& lines) const {
         const std::string here = folder.path().string(), program = fs::path(KORVANE_PROGRAM).parent_path().string();
@@ -72,8 +75,10 @@ class Documents : public testing::TestWithParam<std::string> {};
 
 TEST_P(Documents, ExamplesPrintWhatTheDocumentSays) {
     const Shell shell;
+    std::string exports;  // which stay for the commands behind them
     for (const Example& example : examples_in(fs::path(KORVANE_SOURCE_DIR) / GetParam())) {
-        const std::string printed = shell.run(example.command);
+        if (example.command.starts_with("export ")) exports += example.command + "\n";
+        const std::string printed = shell.run(exports + example.command);
         EXPECT_TRUE(matches(printed, example.printed)) << "$ " << example.command << "\n"
                                                        << printed << "--- but the document says\n"
                                                        << example.printed;
