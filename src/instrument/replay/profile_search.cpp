@@ -2,9 +2,8 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
-#include <span>
 
+#include "instrument/replay/axis_steps.h"
 #include "instrument/replay/mzml_reader.h"
 #include "instrument/replay/text_spectrum.h"
 #include "korvane/embedded_parts.h"
@@ -45,49 +44,17 @@ private:
     std::vector<double> times_ns_, roots_;
 };
 
-/// The sampling step about a distance of neighbouring roots: nearly the smallest one to either side, and of both sides
-/// the larger, since the step may be another one beyond a hole.
-double step_about(std::span<const double> distances, std::size_t place) {
-    constexpr std::size_t reach = 16, rank = 2;
-    const std::size_t first = place - std::min(place, reach), end = std::min(distances.size(), place + reach + 1);
-    double step = 0;
-    for (const auto side : {distances.subspan(first, place + 1 - first), distances.subspan(place, end - place)}) {
-        std::vector<double> sorted(side.begin(), side.end());
-        const auto low = sorted.begin() + static_cast<std::ptrdiff_t>(std::min(rank, sorted.size() - 1));
-        std::nth_element(sorted.begin(), low, sorted.end());
-        step = std::max(step, *low);
-    }
-    return step;
-}
-
-/// Numbers of the samples on an axis with those that were left out; a hole counts as `most_samples_for_one` at most.
-std::vector<std::int64_t> positions_of(const std::vector<double>& roots) {
-    constexpr double alike = 0.25, most = replay::most_samples_for_one;
-    std::vector<double> distances(roots.size());
-    std::adjacent_difference(roots.begin(), roots.end(), distances.begin());
-    distances.erase(distances.begin());
-    std::vector<std::int64_t> positions(roots.size());
-    double step = 0;
-    for (std::size_t i = 0; i < distances.size(); ++i) {
-        double samples = 1;
-        if (!(std::abs(distances[i] - step) < alike * step))
-            samples = std::clamp(std::round(distances[i] / step_about(distances, i)), 1.0, most);
-        step = distances[i] / samples;
-        positions[i + 1] = positions[i] + static_cast<std::int64_t>(samples);
-    }
-    return positions;
-}
-
 /// Counts as the finder takes them: fractions, and counts beyond 32 bits, in smaller or larger units.
 double finder_unit(const std::vector<double>& intensity) {
-    constexpr double largest = 1 << 30, digits = 1 << 24;
+    constexpr double largest = 1 << 30, digits = 1 << 24, smallest = -1000;
     double most = 0;
     bool whole = true;
     for (const double value : intensity) {
         most = std::max(most, std::abs(value));
         whole = whole && value == std::round(value);
     }
-    return (whole && most <= largest) || most == 0 ? 1 : std::exp2(std::ceil(std::log2(most / digits)));
+    return (whole && most <= largest) || most == 0 ? 1
+                                                   : std::exp2(std::max(smallest, std::ceil(std::log2(most / digits))));
 }
 
 /// The list in the units of the file.
@@ -116,8 +83,8 @@ PeakListObject peaks_of(const RecordedSpectrum& spectrum, const RecordingPlace& 
     std::vector<double> roots(spectrum.mz.size());
     std::ranges::transform(spectrum.mz, roots.begin(), [](double mz) { return std::sqrt(mz); });
     const auto finder = make_peak_finder(spectrum.peak_finder);
-    if (roots.size() < 2) return finder->set_sampling_interval_ns(1), finder->run(0);
-    const std::vector<std::int64_t> positions = positions_of(roots);
+    if (roots.size() < 2 || !(roots.front() < roots.back())) return finder->set_sampling_interval_ns(1), finder->run(0);
+    const std::vector<std::int64_t> positions = replay::count_steps(roots, replay::most_samples_for_one);
     if (positions.back() >= replay::largest_spectrum_samples)
         place.fail("m/z array: with the samples that were left out there are " + std::to_string(positions.back() + 1) +
                    ", more than " + std::to_string(replay::largest_spectrum_samples));
