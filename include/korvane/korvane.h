@@ -10,6 +10,7 @@
 #include "korvane/calibrants.h"
 #include "korvane/calibration_fit.h"
 #include "korvane/conformance.h"
+#include "korvane/control_chart.h"
 #include "korvane/embedded.h"
 #include "korvane/embedded_parts.h"
 #include "korvane/enumerations.h"
