@@ -85,4 +85,8 @@ double followed_value(Session& session, const SetpointDescription& setpoint, dou
                             setpoint.internal_name, shown, wanted));
 }
 
+CLI::Option* add_setpoint(CLI::App& command, std::string& setpoint) {
+    return command.add_option("SETPOINT", setpoint, "index or name (korvane setpoint list)")->required();
+}
+
 }  // namespace korvane::program

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "session.h"
+#include "commands.h"
 
 namespace korvane::program {
 
@@ -28,5 +28,8 @@ void require_within_limits(const SetpointDescription& setpoint, double value);
 
 /// The value that the instrument shows; a time-out where it is not the one set.
 double followed_value(Session& session, const SetpointDescription& setpoint, double wanted);
+
+/// The positional that names one.
+CLI::Option* add_setpoint(CLI::App& command, std::string& setpoint);
 
 }  // namespace korvane::program
