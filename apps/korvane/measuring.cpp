@@ -4,7 +4,9 @@
 
 #include "calibrants.h"
 #include "commands.h"
+#include "korvane/peak_traces.h"
 #include "korvane/tune_params_xml.h"
+#include "korvane/verdict.h"
 #include "peak_output.h"
 #include "run_record.h"
 #include "text_table.h"
@@ -17,6 +19,7 @@ struct MeasureOptions {
     std::vector<double> masses;
     std::optional<double> window_percent;
     KeepOptions keeping;
+    bool check = false;
 };
 
 bool reaches(const MeasuredCalibrant& row, double minimum_height) {
@@ -39,7 +42,7 @@ void require_masses_on_axis(SpectrumParser& parser, const std::vector<MeasuredCa
                                          row.mass, first, last));
 }
 
-Json row_json(const MeasuredCalibrant& row, double minimum_height) {
+Json row_json(const MeasuredCalibrant& row, double minimum_height, const CalibrantVerdict& verdict) {
     Json object{{"mass", row.mass},
                 {"found", row.found()},
                 {"ppm", row.found() ? Json(row.error_ppm()) : Json()},
@@ -52,12 +55,13 @@ Json row_json(const MeasuredCalibrant& row, double minimum_height) {
     object["ions"] = errors ? Json(errors->ions) : Json();
     object["reaches_minimum"] = reaches(row, minimum_height);
     object["quality"] = quality_json(row.quality);
+    object["verdict"] = verdict_json(verdict);
     return object;
 }
 
-TextTable::Cells row_cells(const MeasuredCalibrant& row, double minimum_height) {
+TextTable::Cells row_cells(const MeasuredCalibrant& row, double minimum_height, const CalibrantVerdict& verdict) {
     const std::string mass = fmt::format("{:.4f}", row.mass);
-    if (!row.found()) return {mass, "no peak", "-", "-", "-", "-", "-", "no", "-"};
+    if (!row.found()) return {mass, "no peak", "-", "-", "-", "-", "-", "no", "-", verdict.text};
     return {mass,
             fmt::format("{:.4f}", row.amu.pkCentroid),
             fmt::format("{:.2f}", row.error_ppm()),
@@ -66,16 +70,40 @@ TextTable::Cells row_cells(const MeasuredCalibrant& row, double minimum_height) 
             fmt::format("{:.3f}", row.ns.pkWidth),
             fmt::format("{:.0f}", row.amu.pkResolution),
             reaches(row, minimum_height) ? "yes" : "no",
-            quality_text(row.quality)};
+            quality_text(row.quality),
+            verdict.text};
+}
+
+std::vector<CalibrantVerdict> verdicts_of(const std::vector<MeasuredCalibrant>& rows, const TuneLimits& limits) {
+    std::vector<CalibrantVerdict> verdicts;
+    for (const MeasuredCalibrant& row : rows) verdicts.push_back(verdict_of(row, limits));
+    return verdicts;
+}
+
+/// The calibrants that are not ok, with what is wrong; empty where all are.
+std::string faults_of(const std::vector<MeasuredCalibrant>& rows, const std::vector<CalibrantVerdict>& verdicts) {
+    std::string faults;
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        if (verdicts[i].state != CalibrantState::ok)
+            faults += fmt::format("{}{:.4f} is {}", faults.empty() ? "" : "; ", rows[i].mass, verdicts[i].text);
+    return faults;
+}
+
+ExitCode judged(Session& session, const SpectrumParser& parser, const std::string& faults) {
+    if (faults.empty()) return log_and_end(session, parser);
+    session.fault = Error(error_number::routine_detected, "", faults);
+    return ExitCode::check_failed;
 }
 
 ExitCode measure(Session& session, const MeasureOptions& options) {
     session.begin_run();
     RunRecord run(session, options.keeping, "measure");
     TuneGlobals globals(session.platform());
-    SpectrumParser parser(session.platform());
+    PeakTraces traces(session.platform());
+    SpectrumParser parser(options.keeping.keep ? traces.platform() : session.platform());
     clsTuneParamsXML params(session.platform());
     const double minimum_height = params.GetAutotuneLimitValue("RampParams", "MinimumAcceptableAbundance");
+    const TuneLimits limits = read_tune_limits(session.platform());
     const std::string source = globals.GetSourceTypeStr(), polarity = globals.GetPolarityStr();
     const std::string state = globals.GetCurrentInstrumentStateAsString();
     const double interval_seconds = session.instrument().sampling_interval_seconds();
@@ -84,26 +112,31 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     const auto rows =
         measure_calibrants(parser, globals, VariantArray<double>(masses), options.window_percent.value_or(-1.0));
     if (!options.masses.empty()) require_masses_on_axis(parser, rows);
+    const auto verdicts = verdicts_of(rows, limits);
+    const std::string faults = faults_of(rows, verdicts);
 
     session.talk(fmt::format("{}, {}, {}; {:.6g} GHz sampling; tune log {}", source, polarity, state,
                              1e-9 / interval_seconds, written_log(parser)));
     Json peaks = Json::array();
     TextTable table({"expected m/z", "measured m/z", "error ppm", "time ns", "height", "width ns", "resolution",
-                     "reaches minimum", "<quality"});
-    for (const MeasuredCalibrant& row : rows) {
-        peaks.push_back(row_json(row, minimum_height));
-        table.add(row_cells(row, minimum_height));
+                     "reaches minimum", "<quality", "<verdict"});
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        peaks.push_back(row_json(rows[i], minimum_height, verdicts[i]));
+        table.add(row_cells(rows[i], minimum_height, verdicts[i]));
     }
-    const Json record =
-        run.keep(parser, [&](TuneRecord& kept) { judge(kept, rows, read_tune_limits(session.platform())); });
+    const Json record = run.keep(parser, [&](TuneRecord& kept) {
+        judge(kept, rows, limits);
+        traces.give_to(kept.calibrants);
+    });
     session.show(Json{{"source", source},
                       {"polarity", polarity},
                       {"state", state},
                       {"peaks", std::move(peaks)},
                       {"minimum_abundance_counts", minimum_height},
-                      {"record", record}},
+                      {"record", record},
+                      {"healthy", faults.empty()}},
                  table);
-    return log_and_end(session, parser);
+    return judged(session, parser, options.check ? faults : std::string());
 }
 
 struct PeakOptions {
@@ -171,16 +204,27 @@ ExitCode measure_peak(Session& session, const PeakOptions& options) {
 ExitCode verify(Session& session, const NoOptions&) {
     session.begin_run();
     SpectrumParser parser(session.platform());
+    TuneGlobals globals(session.platform());
+    const TuneLimits limits = read_tune_limits(session.platform());
     try {
         parser.VerifyInstrumentIsShowingValidCalibrantSpectrum();
     } catch (const Error& error) {
         if (exit_code_of(error) == ExitCode::check_failed)
-            session.show(Json{{"valid", false}, {"message", error.description()}}, {});
+            session.show(Json{{"valid", false}, {"message", error.description()}, {"calibrants", nullptr}}, {});
         throw;
     }
+    const auto rows = measure_calibrants(parser, globals, VariantArray<double>(chosen_masses(session, globals, {})));
+    const auto verdicts = verdicts_of(rows, limits);
+    const std::string faults = faults_of(rows, verdicts);
+    Json calibrants = Json::array();
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        calibrants.push_back(Json{{"mass", rows[i].mass}, {"verdict", verdict_json(verdicts[i])}});
     session.talk("tune log " + written_log(parser));
-    session.show(Json{{"valid", true}, {"message", nullptr}}, "The instrument shows a valid calibrant spectrum.\n");
-    return log_and_end(session, parser);
+    session.show(Json{{"valid", faults.empty()},
+                      {"message", faults.empty() ? Json() : Json(faults)},
+                      {"calibrants", std::move(calibrants)}},
+                 faults.empty() ? "The instrument shows a valid calibrant spectrum.\n" : std::string());
+    return judged(session, parser, faults);
 }
 
 }  // namespace
@@ -189,6 +233,7 @@ void declare_measure(CLI::App& command, Session& session) {
     MeasureOptions& options =
         runs(command, session, "korvane measure --mass 158.9640 --mass 566.8885 --window 0.2", measure);
     add_csv(command, session);
+    command.add_flag("--check", options.check, "exit code 1, and what is wrong, where a calibrant is not ok");
     add_numbers(command, "--mass", options.masses,
                 "m/z to look for; repeat for more (the mass list of the base folder)", positive);
     add_number(command, "--window", options.window_percent,

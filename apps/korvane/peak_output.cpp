@@ -31,4 +31,12 @@ Json quality_json(const std::optional<PeakQuality>& quality) {
             {"misfit", quality->misfit}};
 }
 
+Json verdict_json(const CalibrantVerdict& verdict) {
+    const bool has_limit = verdict.limit > 0;
+    return {{"state", name_of(verdict.state)},
+            {"value", has_limit ? Json(verdict.value) : Json()},
+            {"limit", has_limit ? Json(verdict.limit) : Json()},
+            {"text", verdict.text}};
+}
+
 }  // namespace korvane::program

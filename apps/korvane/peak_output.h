@@ -5,6 +5,7 @@
 #include <string>
 
 #include "korvane/records.h"
+#include "korvane/verdict.h"
 #include "session.h"
 
 namespace korvane::program {
@@ -17,5 +18,8 @@ Json peak_json(const PeakInfo& record);
 std::string quality_text(const std::optional<PeakQuality>& quality);
 /// The same by name; null where the peak finder does not tell.
 Json quality_json(const std::optional<PeakQuality>& quality);
+
+/// State, the number that decided and its limit (null where none did), and the text.
+Json verdict_json(const CalibrantVerdict& verdict);
 
 }  // namespace korvane::program

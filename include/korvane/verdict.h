@@ -10,10 +10,10 @@
 
 namespace korvane {
 
-/// Limits of a healthy calibrant. Those of the file "TuneLimits.json" in the base folder; the values here where it says
-/// nothing.
+/// Limits of a healthy calibrant. Those of the file "TuneLimits.json" in the base folder (JSON with // comments); the
+/// values here where it says nothing.
 struct TuneLimits {
-    double mass_error_ppm = 5;                   ///< most, to either side
+    double mass_error_ppm = 5;                   ///< most, to either side, beyond what chance does (3 standard errors)
     double resolution = 8000;                    ///< least, m / FWHM
     double height = 0;                           ///< least, counts; see `read_tune_limits`
     double part_of_reference = 0.3;              ///< least part of a reference height
@@ -21,9 +21,9 @@ struct TuneLimits {
     std::map<double, double> reference_heights;  ///< counts by m/z, of a healthy tune
 };
 
-/// Reads the limits. A height of "minimum acceptable" (or none) is `RampParams/MinimumAcceptableAbundance` of the tune
-/// parameters, whose errors it then has. Errors, of the kind `configuration`: -904 naming the file, and the key where
-/// one is unknown, is no number or is not above 0.
+/// Reads the limits. Without a height it is `RampParams/MinimumAcceptableAbundance` of the tune parameters, whose
+/// errors this then has. Errors, of the kind `configuration`: -904 naming the file, and the key where one is unknown,
+/// is no number or is not above 0.
 KORVANE_API TuneLimits read_tune_limits(const Platform& platform);
 
 /// In the order of looking: the first that holds is the verdict.

@@ -16,6 +16,9 @@ namespace {
 
 using Json = nlohmann::json;
 
+/// The mass of a weak peak lies off by as many standard errors by chance alone; its height tells what is wrong.
+constexpr double chance_standard_errors = 3;
+
 constexpr std::array limit_keys{
     std::pair{"mass_error_ppm", &TuneLimits::mass_error_ppm}, std::pair{"resolution", &TuneLimits::resolution},
     std::pair{"height", &TuneLimits::height}, std::pair{"part_of_reference", &TuneLimits::part_of_reference},
@@ -78,9 +81,11 @@ CalibrantVerdict verdict_of(const MeasuredCalibrant& calibrant, const TuneLimits
     using enum CalibrantState;
     if (!calibrant.found()) return verdict(missing, 0, 0, "no peak in the window");
     const double error_ppm = calibrant.error_ppm(), height = calibrant.ns.pkHeight;
-    if (!(std::abs(error_ppm) <= limits.mass_error_ppm))
-        return verdict(off_mass, error_ppm, limits.mass_error_ppm,
-                       fmt::format("{:+.2f} ppm, more than {:g}", error_ppm, limits.mass_error_ppm));
+    const double most_ppm =
+        std::max(limits.mass_error_ppm, chance_standard_errors * calibrant.standard_error_ppm().value_or(0));
+    if (!(std::abs(error_ppm) <= most_ppm))
+        return verdict(off_mass, error_ppm, most_ppm,
+                       fmt::format("{:+.2f} ppm, more than {:.3g}", error_ppm, most_ppm));
     if (calibrant.quality && calibrant.quality->clipped)
         return verdict(clipped, 0, 0, "samples at the detector's limit");
     double least = limits.height;

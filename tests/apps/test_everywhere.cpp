@@ -29,8 +29,9 @@ std::string session(const ProgramTest& program, int seed, double start_second = 
     system.clock = std::make_shared<VirtualClock>(start_second);
     std::string text;
     program.scene(R"({"instrument": {"spectrum_duration_ns": 66000}})");
-    for (const char* command : {"verify", "measure --mass 566.8885", "params list", "abort request", "abort reset",
-                                "adjust QuadAMU --mz 566.8885 --target 20000 --raise-to-reduce --fast"}) {
+    for (const char* command :
+         {"calibration fit --spectra 1", "measure --mass 566.8885", "params list", "abort request", "abort reset",
+          "adjust QuadAMU --mz 566.8885 --target 20000 --raise-to-reduce --fast"}) {
         const Outcome run = program.run(words_of("--seed " + std::to_string(seed) + " " + command), system);
         EXPECT_EQ(run.code, 0) << command << ": " << run.err;
         text += run.out;

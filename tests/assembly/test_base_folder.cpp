@@ -20,7 +20,8 @@ std::set<std::string> names_in(const fs::path& folder) {
     return names;
 }
 
-const std::set<std::string> base_names{"Logfiles", "MassLists", "TuneParams.xml", "TunePreferences.xml", "TuneRecipe.json"};
+const std::set<std::string> base_names{"Logfiles",       "MassLists",           "TuneLimits.json",
+                                       "TuneParams.xml", "TunePreferences.xml", "TuneRecipe.json"};
 
 TEST(BaseFolder, IsCompleteAndLeavesNothingBeside) {
     const TemporaryFolder temporary;
@@ -28,7 +29,8 @@ TEST(BaseFolder, IsCompleteAndLeavesNothingBeside) {
     create_base_folder(folder);
     EXPECT_EQ(names_in(folder), base_names);
     EXPECT_EQ(names_in(folder.parent_path()), std::set<std::string>{"there"});
-    for (const char* name : {"TuneParams.xml", "TunePreferences.xml", "MassLists/default_calibration_mass_list.xml"})
+    for (const char* name :
+         {"TuneParams.xml", "TunePreferences.xml", "TuneLimits.json", "MassLists/default_calibration_mass_list.xml"})
         EXPECT_EQ(read_text(folder / name), read_text(fs::path(KORVANE_SOURCE_DIR) / "data/base" / name)) << name;
 
     fs::create_directory(empty);
