@@ -10,6 +10,7 @@
 
 #include "korvane/calibrants.h"
 #include "korvane/error.h"
+#include "korvane/instrument_contract.h"
 #include "korvane/restoring.h"
 
 namespace korvane {
@@ -20,15 +21,26 @@ using End = SecantOutcome::End;
 
 /// Standard errors by which a reading must lie beside the target to move a bound.
 constexpr double sure = 2;
-/// The logarithm of a response bends: its second derivative over the square of the first is of this size (1/2 for a
-/// proportional response, 0 for an exponential one).
+/// The same for a slope against the direction asked for, which is looked at after every probe.
+constexpr double surely_wrong = 3;
+/// The logarithm of a response bends: its second derivative over the square of the first is of this size (1 for a
+/// proportional response, 0.7 for a logistic one below its middle, 0 for an exponential one).
 constexpr double curvature = 1.5;
 /// What a parabola leaves of it, per cube of the logarithm.
-constexpr double beyond_parabola = 0.3;
-/// Logarithm of the abundance over the target within which a reading is near enough to end the search with the next.
-constexpr double near = 0.2;
-/// Part of the way to a bound that a step goes at most on the word of the line alone.
+constexpr double beyond_parabola = 0.6;
+/// Logarithm of the abundance over the target within which a reading is near enough for the curve to be trusted.
+constexpr double near_level = 0.3;
+/// Logarithm beyond which a reading tells its side of the target and no distance: responses have plateaus and ends.
+constexpr double far_level = 1.5;
+/// Part of the way to a bound that a step goes at most on the word of the curve alone.
 constexpr double longest_step = 0.6;
+/// The first step goes half of the logarithm, within these parts of the way to the bound.
+constexpr double shortest_first_step = 0.15, longest_first_step = 0.5;
+/// Part of the range from which a bound itself is tried.
+constexpr double beside_a_bound = 0.1;
+/// Near the target a reading takes what is missing and a little more, and at least this part of the transients on
+/// entry: less saves little and ends where chance wants it.
+constexpr double missing_margin = 1.15, least_part_near = 0.25;
 /// Without a stated error a reading is taken for one of a tenth.
 constexpr double unknown_relative_error = 0.1;
 /// More probes than any response needs that a search can end on.
@@ -42,7 +54,9 @@ constexpr std::size_t no_signal_probes = 3;
 
 /// Logarithm of abundance over target against the setpoint's value.
 struct LevelReading {
-    double value = 0, level = 0, error = 0;
+    double value = 0, level = 0, error = 0, transients = 0;
+    /// Variance of a reading at the target with one transient: ions scatter by the root of their number.
+    double variance_at_target() const { return error * error * std::exp(level) * transients; }
     double variance() const { return error * error + std::pow(beyond_parabola * level * level * level, 2); }
 };
 
@@ -50,7 +64,6 @@ struct LevelReading {
 struct Crossing {
     double value = 0, error = 0;
     double slope = 0, slope_error = 0;
-    double nearest = 0;  ///< distance of the nearest reading
 };
 
 /// A parabola about a value, by weighted least squares; its curvature is known to be none within a standard error.
@@ -94,12 +107,14 @@ std::optional<Crossing> crossing_of(const std::vector<LevelReading>& readings) {
     auto crossing = parabola_about(readings, readings.back().value, 1e-9 / std::pow(most.value - least.value, 2));
     for (int round = 0; round < 2 && crossing; ++round)
         crossing = parabola_about(readings, crossing->value, curvature * crossing->slope * crossing->slope / 2);
-    if (!crossing) return std::nullopt;
-    crossing->nearest = std::abs(least.value - crossing->value);
-    for (const LevelReading& reading : readings)
-        crossing->nearest = std::min(crossing->nearest, std::abs(reading.value - crossing->value));
     return crossing;
 }
+
+/// One side of the target.
+struct Bound {
+    double value = 0, level = 0;
+    bool is_sure = false;  ///< a reading; else a limit
+};
 
 class SecantSearch {
 public:
@@ -117,6 +132,7 @@ public:
         high_ = request.high.value_or(table.upper_limit(request.setpoint));
         resolution_ = request.resolution.value_or(table.resolution(request.setpoint));
         require_meaning(table);
+        is_whole_ = table.variable_type(request.setpoint) != contract::variable_type.real.key;
         transients_setpoint_ = globals_.GetNumTransTuneSPForCurrentSamplingRate();
         all_transients_ = globals_.GetMSSetpointValueByIdx(transients_setpoint_);
         outcome_.value = globals_.GetMSSetpointValueByIdx(request.setpoint);
@@ -127,20 +143,14 @@ public:
         const double entry = outcome_.value;
         double next = std::clamp(entry, low_, high_);
         while (outcome_.probes.size() < most_probes) {
-            probe(next);
-            if (readings_.empty() || readings_.back().value != outcome_.probes.back().value) {
+            if (!probe(next) && readings_.empty()) {
                 // Without a peak the target lies towards more abundance.
-                const double bound = more_abundance_bound();
-                if (readings_.empty() && outcome_.probes.back().value == bound) return failed(End::no_signal, entry);
-                if (readings_.empty()) {
-                    next = outcome_.probes.size() > no_signal_probes ? bound : 0.5 * (next + bound);
-                    continue;
-                }
-                dark_ = upwards() * (next - dark_.value_or(next)) >= 0 ? next : *dark_;
-                close_bracket();
-                next = 0.5 * (below_ + readings_.back().value);
+                const double bound = more_abundance_bound(), dark = outcome_.probes.back().value;
+                if (dark == bound) return failed(End::no_signal, entry);
+                next = outcome_.probes.size() > no_signal_probes ? bound : 0.5 * (dark + bound);
                 continue;
             }
+            close_bracket();
             if (const auto end = end_here())
                 return *end == End::within_tolerance || *end == End::resolution_reached ? succeeded(*end)
                                                                                         : failed(*end, entry);
@@ -172,94 +182,126 @@ private:
         globals_.SetMSSetpointValueByIdx(transients_setpoint_, transients_);
     }
 
-    void probe(double value) {
-        // A step that its predecessor already stands on is a further reading.
-        const double stepped = std::clamp(low_ + std::round((value - low_) / resolution_) * resolution_, low_, high_);
-        globals_.SetMSSetpointValueByIdx(request_.setpoint, stepped);
+    double settable(double value) const { return std::clamp(is_whole_ ? std::round(value) : value, low_, high_); }
+
+    /// Whether there is a peak.
+    bool probe(double wanted) {
+        const double value = settable(wanted), scale = all_transients_ / transients_;
+        globals_.SetMSSetpointValueByIdx(request_.setpoint, value);
         const MeasuredCalibrant peak =
             measure_calibrants(parser_, globals_, VariantArray<double>({request_.mz})).front();
-        const double scale = all_transients_ / transients_;
-        SecantProbe probe{stepped, transients_, scale * peak.ns.pkHeight, 0};
+        SecantProbe probe{value, transients_, scale * peak.ns.pkHeight, 0};
         probe.standard_error =
             peak.standard_errors ? scale * peak.standard_errors->height : unknown_relative_error * probe.abundance;
-        if (probe.abundance > 0)
-            readings_.push_back(
-                {stepped, std::log(probe.abundance / request_.target), probe.standard_error / probe.abundance});
         outcome_.probes.push_back(probe);
         if (on_probe_) on_probe_(probe);
+        if (probe.abundance > 0)
+            readings_.push_back({value, std::log(probe.abundance / request_.target),
+                                 probe.standard_error / probe.abundance, transients_});
+        else if (!readings_.empty() && (!dark_ || upwards() * (value - *dark_) > 0))
+            dark_ = value;
+        return probe.abundance > 0;
     }
 
-    /// The nearest readings that are surely on either side of the target; the bounds where there is none.
+    /// The nearest readings that are surely on either side of the target; the limits where there is none.
     void close_bracket() {
-        below_ = dark_.value_or(less_abundance_bound());
-        above_ = more_abundance_bound();
-        below_is_sure_ = dark_.has_value();
-        above_is_sure_ = false;
+        below_ = {dark_.value_or(less_abundance_bound()), -far_level, dark_.has_value()};
+        above_ = {more_abundance_bound(), far_level, false};
         for (const LevelReading& reading : readings_) {
-            const bool nearer_below = upwards() * (reading.value - below_) >= 0;
-            const bool nearer_above = upwards() * (above_ - reading.value) >= 0;
-            if (reading.level < -sure * reading.error && nearer_below) {
-                below_ = reading.value;
-                below_is_sure_ = true;
-            }
-            if (reading.level > sure * reading.error && nearer_above) {
-                above_ = reading.value;
-                above_is_sure_ = true;
-            }
+            if (std::abs(reading.level) <= sure * reading.error) continue;
+            Bound& bound = reading.level < 0 ? below_ : above_;
+            const double nearer = upwards() * (reading.level < 0 ? 1 : -1) * (reading.value - bound.value);
+            if (nearer >= 0) bound = {reading.value, std::clamp(reading.level, -far_level, far_level), true};
         }
+        nearest_ =
+            *std::ranges::min_element(readings_, {}, [](const auto& reading) { return std::abs(reading.level); });
+        crossing_ = crossing_of(readings_);
     }
 
-    std::optional<End> end_here() {
-        close_bracket();
-        crossing_ = crossing_of(readings_);
+    bool is_near() const { return std::abs(nearest_.level) < near_level; }
+
+    /// Whether the curve crosses the target where it may be believed: near the target anywhere between the limits,
+    /// since bounds that seemed sure can be wrong, and so little beyond them that they are within tolerance; else
+    /// between the bounds.
+    bool is_inside() const {
+        if (!crossing_) return false;
+        const double slope = upwards() * crossing_->slope, beyond = request_.relative_tolerance / slope;
+        if (is_near())
+            return slope > sure * crossing_->slope_error && crossing_->value >= low_ - beyond &&
+                   crossing_->value <= high_ + beyond;
+        const auto [least, most] = std::minmax(below_.value, above_.value);
+        return slope > 0 && crossing_->value >= least && crossing_->value <= most;
+    }
+
+    /// Whether the last probe stands at a limit from which the target lies surely still further out.
+    bool is_beyond_limit() const {
+        const SecantProbe& probe = outcome_.probes.back();
+        if (probe.abundance <= 0) return probe.value == more_abundance_bound();
         const LevelReading& last = readings_.back();
-        if (crossing_ && upwards() * crossing_->slope < -sure * crossing_->slope_error && readings_.size() > 2)
+        return (last.value == more_abundance_bound() && last.level < -sure * last.error) ||
+               (last.value == less_abundance_bound() && last.level > sure * last.error);
+    }
+
+    /// Whether another reading was surely nearer to the target, or beyond it, than the last probe, at a limit, is.
+    bool falls_towards_limit() const {
+        const LevelReading& last = readings_.back();
+        if (outcome_.probes.back().abundance <= 0) return true;
+        const double side = last.level > 0 ? 1 : -1;
+        return std::ranges::any_of(readings_, [&](const LevelReading& reading) {
+            return side * (last.level - reading.level) > surely_wrong * std::hypot(last.error, reading.error);
+        });
+    }
+
+    std::optional<End> end_here() const {
+        if (crossing_ && upwards() * crossing_->slope < -surely_wrong * crossing_->slope_error && readings_.size() > 2)
             return End::wrong_direction;
-        // A bound from which the target lies still further out.
-        if (last.value == more_abundance_bound() && last.level < -sure * last.error) return End::out_of_reach;
-        if (last.value == less_abundance_bound() && last.level > sure * last.error) return End::out_of_reach;
-        const double goal = request_.relative_tolerance / 2;
-        if (is_inside() && crossing_->error <= goal) return End::within_tolerance;
-        if (below_is_sure_ && above_is_sure_ && std::abs(above_ - below_) <= 1.5 * resolution_)
+        if (is_beyond_limit()) return falls_towards_limit() ? End::wrong_direction : End::out_of_reach;
+        if (!is_inside()) return std::nullopt;
+        if (crossing_->error <= goal()) return End::within_tolerance;
+        if (below_.is_sure && above_.is_sure && std::abs(above_.value - below_.value) <= resolution_)
             return End::resolution_reached;
         return std::nullopt;
     }
 
-    bool is_inside() const {
-        return crossing_ && upwards() * crossing_->slope > 0 && crossing_->value >= low_ && crossing_->value <= high_;
-    }
-
-    /// So many transients that one reading at the crossing ends the search: the error falls with their root.
-    void take_what_is_missing() {
-        const double goal = request_.relative_tolerance / 2;
-        const double missing = 1 / (goal * goal) - 1 / (crossing_->error * crossing_->error);
-        const double of_one = 1 / (readings_.back().error * readings_.back().error * transients_);
-        set_transients(std::max(missing / of_one, all_transients_ / request_.speed_up_factor));
-    }
+    double goal() const { return request_.relative_tolerance / 2; }
 
     double next_value() {
-        const LevelReading& last = readings_.back();
-        if (is_inside() && std::abs(crossing_->slope) * crossing_->nearest < near) take_what_is_missing();
-        if (readings_.size() > 1 && crossing_ && upwards() * crossing_->slope > 0) {
-            const double least = std::min(below_, above_), most = std::max(below_, above_);
-            if (crossing_->value > least && crossing_->value < most)
-                return std::clamp(crossing_->value, last.value - longest_step * (last.value - least),
-                                  last.value + longest_step * (most - last.value));
-            // Beyond a reading that was sure the line is not to be trusted; beyond a mere limit the limit tells.
-            if (below_is_sure_ && above_is_sure_) return 0.5 * (least + most);
-            const double bound = upwards() * (crossing_->value - last.value) > 0 ? above_ : below_;
-            if (std::abs(bound - last.value) < 0.1 * (high_ - low_)) return bound;
-            return last.value + longest_step * (bound - last.value);
+        const double few = all_transients_ / request_.speed_up_factor;
+        if (is_near() && is_inside()) {
+            const double missing = 1 / (goal() * goal()) - 1 / (crossing_->error * crossing_->error);
+            set_transients(std::max(
+                {few, least_part_near * all_transients_, missing_margin * missing * nearest_.variance_at_target()}));
+            return crossing_->value;
         }
-        // The first step: the further, the further off the target.
-        const double bound = last.level > 0 ? less_abundance_bound() : more_abundance_bound();
-        const double part = std::clamp(std::abs(last.level) / 2, 0.15, 0.5);
-        return last.value + part * (bound - last.value);
+        const double last = outcome_.probes.back().value;
+        const double level = readings_.back().level,
+                     bound = level > 0 ? less_abundance_bound() : more_abundance_bound();
+        if (last == bound) {
+            set_transients(4 * transients_);  // whether the target lies beyond the limit is a matter of noise
+            return bound;
+        }
+        set_transients(few);
+        const double middle = 0.5 * (below_.value + above_.value);
+        if (below_.is_sure && above_.is_sure) {
+            const double part = std::clamp(below_.level / (below_.level - above_.level), 0.1, 0.9);
+            const double value = below_.value + part * (above_.value - below_.value);
+            return value == last ? middle : value;
+        }
+        const auto [least, most] = std::minmax(below_.value, above_.value);
+        if (is_inside()) {
+            const double value =
+                std::clamp(crossing_->value, last - longest_step * (last - least), last + longest_step * (most - last));
+            if (value != last) return value;
+        }
+        if (std::abs(bound - last) < beside_a_bound * (high_ - low_)) return bound;
+        const double part = readings_.size() > 1
+                                ? longest_step
+                                : std::clamp(std::abs(level) / 2, shortest_first_step, longest_first_step);
+        return last + part * (bound - last);
     }
 
     SecantOutcome succeeded(End end) {
-        double value = std::clamp(crossing_->value, low_, high_);
-        value = std::clamp(low_ + std::round((value - low_) / resolution_) * resolution_, low_, high_);
+        const double value = settable(crossing_->value);
         globals_.SetMSSetpointValueByIdx(request_.setpoint, value);
         guard_.keep(request_.setpoint);
         outcome_.end = end;
@@ -284,10 +326,11 @@ private:
     double low_ = 0, high_ = 0, resolution_ = 0;
     std::int32_t transients_setpoint_ = 0;
     double all_transients_ = 0, transients_ = 0;
+    bool is_whole_ = false;  // the setpoint takes whole numbers only
     std::vector<LevelReading> readings_;
-    std::optional<double> dark_;    // the value nearest to the target that showed no peak
-    double below_ = 0, above_ = 0;  // bracket of the crossing
-    bool below_is_sure_ = false, above_is_sure_ = false;
+    std::optional<double> dark_;  // the value nearest to the target that showed no peak
+    Bound below_, above_;         // bracket of the crossing
+    LevelReading nearest_;        // to the target
     std::optional<Crossing> crossing_;
     SecantOutcome outcome_;
 };
