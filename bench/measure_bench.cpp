@@ -11,7 +11,9 @@
 #include "bench/ratio.h"
 #include "instrument/masstime/square_law_calibration.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
+#include "korvane/calibration_fit.h"
 #include "korvane/spectrum_parser.h"
+#include "korvane/verdict.h"
 #include "platform/automation_arithmetic.h"
 #include "spectrum/search_copy.h"
 #include "support/test_platform.h"
@@ -114,6 +116,17 @@ struct World {
         parser->BinaryAdjustAbundanceDownUsingThisSetpoint(22, calibrants[3], 20000);
     }
 
+    /// A check, a judgement of every calibrant, and a fit of the calibration to them.
+    void verify_measure_fit() const {
+        TuneGlobals globals(test.platform());
+        const VariantArray<double> masses(calibrants);
+        parser->VerifyInstrumentIsShowingValidCalibrantSpectrum();
+        for (const MeasuredCalibrant& calibrant : measure_calibrants(*parser, globals, masses))
+            benchmark::DoNotOptimize(verdict_of(calibrant, {}));
+        benchmark::DoNotOptimize(fit_calibration(measure_calibrant_times(*parser, globals, masses, 1),
+                                                 *globals.GetCurrentCalibrationObjFromDD()));
+    }
+
     TestPlatform test;
     std::vector<double> calibrants;
     std::unique_ptr<SpectrumParser> parser;
@@ -179,6 +192,15 @@ void verify_measure_adjust(benchmark::State& state) {
 }
 BENCHMARK(verify_measure_adjust);
 
+void verify_measure_fit(benchmark::State& state) {
+    const World world;
+    for (auto _ : state) {
+        world.verify_measure_fit();
+        world.test.layer->state->journal.clear();
+    }
+}
+BENCHMARK(verify_measure_fit);
+
 // What the instrument takes for the spectra of that, at 150 ms each.
 const ExternalTimes instrument_time([] {
     const World world;
@@ -238,6 +260,8 @@ const ExternalTimes memory([] {
 
 const RatioRow share({"library's share of one measure (ten calibrants, 600,000 samples), in conversion passes",
                       "measure_ten", "conversion_pass", 3});
+const RatioRow fit({"library's share of verify + measure + calibration fit, in conversion passes", "verify_measure_fit",
+                    "conversion_pass", 3});
 const RatioRow signal({"600,000 doubles to ten calibrant peaks, in conversion passes", "doubles_to_ten_peaks",
                        "conversion_pass", 1.8});
 const RatioRow software({"software share of verify + measure + adjust at 150 ms a spectrum", "verify_measure_adjust",
