@@ -4,6 +4,8 @@
 #include <memory>
 
 #include "calibrants.h"
+#include "korvane/calibrants.h"
+#include "korvane/secant_search.h"
 #include "run_record.h"
 #include "search_mark.h"
 #include "setpoint_description.h"
@@ -16,20 +18,36 @@ namespace {
 // The fast search writes firmware channel 22, whatever setpoint it is given.
 constexpr const char* fast_setpoint = "QuadAMU";
 
+constexpr const char* secant_method = "secant";
+
 struct AdjustOptions {
-    std::string setpoint;
+    std::string setpoint, method = "bisection";
     std::optional<double> mz, target, least, most, resolution;
-    bool raise_to_reduce = false, fast = false, apply = false, no_progress = false;
+    std::optional<std::string> around;
+    bool raise_to_reduce = false, fast = false, apply = false, dry_run = false, no_progress = false;
 };
 
 struct Bounds {
     double low = 0, high = 0, resolution = 0;
 };
 
+/// "10%" or "10": within so many percent of the present value, and of the limits.
+Bounds bounds_around(const SetpointDescription& setpoint, std::string text) {
+    if (text.ends_with('%')) text.pop_back();
+    const auto percent = parse_number(text);
+    if (!percent || *percent <= 0) throw UsageError(fmt::format("--around: \"{}\" is no percentage above 0", text));
+    const double distance = std::abs(setpoint.value) * *percent / 100;
+    if (distance == 0)
+        throw UsageError(fmt::format("--around: setpoint {} ({}) is 0; give --min and --max", setpoint.index,
+                                     setpoint.internal_name));
+    return {std::max(setpoint.lower, setpoint.value - distance), std::min(setpoint.upper, setpoint.value + distance)};
+}
+
 // A bound left out is the setpoint's limit.
 Bounds checked_bounds(const SetpointDescription& setpoint, const AdjustOptions& options) {
-    const Bounds bounds{options.least.value_or(setpoint.lower), options.most.value_or(setpoint.upper),
-                        options.resolution.value_or(setpoint.resolution)};
+    Bounds bounds{options.least.value_or(setpoint.lower), options.most.value_or(setpoint.upper)};
+    if (options.around) bounds = bounds_around(setpoint, *options.around);
+    bounds.resolution = options.resolution.value_or(setpoint.resolution);
     require_within_limits(setpoint, bounds.low);
     require_within_limits(setpoint, bounds.high);
     if (bounds.low >= bounds.high)
@@ -39,15 +57,15 @@ Bounds checked_bounds(const SetpointDescription& setpoint, const AdjustOptions& 
     return bounds;
 }
 
-/// Shows a search while it runs: a bar on a terminal, a line a probe elsewhere.
+/// Shows a search while it runs: a line on a terminal that the next one replaces, a line a probe elsewhere.
 class AdjustProgress {
 public:
-    AdjustProgress(Session& session, const Bounds& bounds) : session_(session), bounds_(bounds) {}
+    AdjustProgress(Session& session, const Bounds& bounds, bool is_shown)
+        : session_(session), bounds_(bounds), is_shown_(is_shown) {}
 
     void show(const AdjustProbe& probe) {
         const std::string line = fmt::format("probe {}: {:.6g} gives {:.0f}, bracket {:.6g} to {:.6g}", probe.number,
                                              probe.value, probe.abundance, probe.low, probe.high);
-        if (!session_.talk_is_terminal()) return session_.talk(line);
         // The bracket halves with every probe, so its logarithm tells how far the search has come.
         constexpr std::size_t bar_width = 24;
         const double range = bounds_.high - bounds_.low;
@@ -55,107 +73,171 @@ public:
         const double done =
             range > bounds_.resolution ? std::log(range / bracket) / std::log(range / bounds_.resolution) : 1.0;
         const auto filled = static_cast<std::size_t>(std::clamp(done, 0.0, 1.0) * bar_width);
-        session_.show_progress(fmt::format("[{:.<{}}] {}", std::string(filled, '#'), bar_width, line));
+        show(line, fmt::format("[{:.<{}}] ", std::string(filled, '#'), bar_width));
+    }
+    void show(const SecantProbe& probe) {
+        show(fmt::format("probe {}: {:.6g} gives {:.0f} +- {:.0f}, {:.0f} transients", ++count_, probe.value,
+                         probe.abundance, probe.standard_error, probe.transients),
+             "");
     }
 
 private:
+    void show(const std::string& line, const std::string& bar) {
+        if (!is_shown_) return;
+        session_.talk_is_terminal() ? session_.show_progress(bar + line) : session_.talk(line);
+    }
+
     Session& session_;
     Bounds bounds_;
+    bool is_shown_;
+    int count_ = 0;
 };
 
-const char* end_text(AdjustOutcome::End end) {
-    switch (end) {
-        case AdjustOutcome::End::within_tolerance:
-            return "within tolerance";
-        case AdjustOutcome::End::resolution_reached:
-            return "resolution reached";
-        case AdjustOutcome::End::target_never_reached:
-            return "target never reached";
-    }
-    return "";
-}
-
-void show_outcome(Session& session, const SetpointDescription& setpoint, const AdjustOutcome& outcome, bool applied,
-                  const Json& record) {
+/// What a search came to, whichever it was. Abundances are those of `speed_up_factor` times fewer transients than on
+/// entry.
+struct Search {
+    using End = SecantOutcome::End;
+    End end = End::no_signal;
+    double value = 0, abundance = 0, scaled_target = 0, speed_up_factor = 1;
     Json probes = Json::array();
-    for (const AdjustProbe& probe : outcome.probes)
-        probes.push_back(Json{{"number", probe.number},
-                              {"value", probe.value},
-                              {"abundance", probe.abundance},
-                              {"low", probe.low},
-                              {"high", probe.high}});
-    TextTable table({"<setpoint", "value", "abundance", "scaled target", "probes", "<end"});
-    table.add({fmt::format("{} ({})", setpoint.internal_name, setpoint.index), fmt::format("{:.6g}", outcome.value),
-               fmt::format("{:.0f}", outcome.abundance), fmt::format("{:.0f}", outcome.scaled_target),
-               fmt::format("{}", outcome.probes.size()), end_text(outcome.end)});
-    session.show(Json{{"setpoint", setpoint.index},
-                      {"internal_name", setpoint.internal_name},
-                      {"value", outcome.value},
-                      {"abundance", outcome.abundance},
-                      {"scaled_target", outcome.scaled_target},
-                      {"speed_up_factor", outcome.speed_up_factor},
-                      {"probes_made", outcome.probes.size()},
-                      {"end", end_text(outcome.end)},
-                      {"applied", applied},
-                      {"probes", std::move(probes)},
-                      {"record", record}},
-                 table);
-}
+    std::vector<SecantProbe> readings = {};  // the same, for the record
 
-/// Within tolerance, or between a value that shows more and the one found; and with a peak at all.
-bool is_reached(const AdjustOutcome& outcome) {
+    bool is_reached() const { return end == End::within_tolerance || end == End::resolution_reached; }
+};
+
+/// How the specified search ended: within tolerance, or between a value that shows more and the one found; and with a
+/// peak at all.
+Search::End end_of(const AdjustOutcome& outcome, bool raise_to_reduce) {
+    using enum Search::End;
+    const auto shows_peak = [](const AdjustProbe& probe) { return probe.abundance > 0; };
     const auto exceeds = [&](const AdjustProbe& probe) { return probe.abundance > outcome.scaled_target; };
-    return outcome.abundance > 0 &&
-           (outcome.end == AdjustOutcome::End::within_tolerance ||
-            (outcome.end == AdjustOutcome::End::resolution_reached && std::ranges::any_of(outcome.probes, exceeds)));
+    if (outcome.abundance > 0 && outcome.end == AdjustOutcome::End::within_tolerance) return within_tolerance;
+    if (outcome.abundance > 0 && outcome.end == AdjustOutcome::End::resolution_reached &&
+        std::ranges::any_of(outcome.probes, exceeds))
+        return resolution_reached;
+    if (std::ranges::none_of(outcome.probes, shows_peak)) return no_signal;
+    // The ends of what was tried tell which way the abundance goes; noise does not make a quarter of it.
+    const auto [least, most] = std::ranges::minmax(outcome.probes, {}, &AdjustProbe::value);
+    const double low = raise_to_reduce ? most.abundance : least.abundance,
+                 high = raise_to_reduce ? least.abundance : most.abundance;
+    return high < 0.75 * low ? wrong_direction : out_of_reach;
 }
 
-ExitCode adjust(Session& session, const AdjustOptions& options) {
-    TuneGlobals globals(session.platform());
-    require_mass_in_range(globals, *options.mz);
-    const SetpointDescription setpoint = setpoint_named(session, options.setpoint);
-    if (options.fast && setpoint.internal_name != fast_setpoint)
-        throw UsageError(fmt::format("--fast drives the quadrupole through the firmware; it adjusts {} only, not {}",
-                                     fast_setpoint, setpoint.internal_name));
-    const Bounds bounds = checked_bounds(setpoint, options);
-    session.begin_run();
-    RunRecord run(session, {.keep = options.apply, .note = {}}, "adjust");
-    session.held = std::make_shared<SearchMark>(session);
+Search bisect(Session& session, const SetpointDescription& setpoint, const AdjustOptions& options,
+              const Bounds& bounds) {
     SpectrumParser parser(session.platform());
-    AdjustProgress progress(session, bounds);
-    if (!options.no_progress) parser.on_adjust_probe([&](const AdjustProbe& probe) { progress.show(probe); });
+    AdjustProgress progress(session, bounds, !options.no_progress);
+    parser.on_adjust_probe([&](const AdjustProbe& probe) { progress.show(probe); });
     // The preference of the fast search is for the quadrupole, too.
     if (options.fast || setpoint.internal_name != fast_setpoint) parser.set_fast_search(options.fast);
     parser.BinaryAdjustAbundanceDownUsingThisSetpoint(setpoint.index, *options.mz, *options.target, 30.0,
                                                       !options.raise_to_reduce, bounds.low, bounds.high,
                                                       bounds.resolution);
     const AdjustOutcome& outcome = parser.last_adjustment();
-    const bool is_found = is_reached(outcome);
-    const bool applies = options.apply && is_found;
-    if (applies) {
-        globals.SetMSSetpointValueByIdx(setpoint.index, outcome.value);
-        session.keep_moves();
-        followed_value(session, setpoint, outcome.value);
+    Search search{end_of(outcome, options.raise_to_reduce), outcome.value, outcome.abundance, outcome.scaled_target,
+                  outcome.speed_up_factor};
+    for (const AdjustProbe& probe : outcome.probes) {
+        search.probes.push_back(Json{{"number", probe.number},
+                                     {"value", probe.value},
+                                     {"abundance", probe.abundance},
+                                     {"low", probe.low},
+                                     {"high", probe.high}});
+        search.readings.push_back({probe.value, 0, probe.abundance * outcome.speed_up_factor, 0});
     }
-    session.talk("tune log " + written_log(parser));
-    const Json record =
-        applies ? run.keep(parser,
-                           [&](TuneRecord& kept) {
-                               kept.searches.push_back({setpoint.internal_name,
-                                                        *options.mz,
-                                                        *options.target,
-                                                        setpoint.value,
-                                                        outcome.value,
-                                                        end_text(outcome.end),
-                                                        {}});
-                               for (const AdjustProbe& probe : outcome.probes)
-                                   kept.searches.back().probes.push_back({probe.value, 0, probe.abundance, 0});
-                           })
-                : Json();
-    show_outcome(session, setpoint, outcome, applies, record);
-    if (is_found) return log_and_end(session, parser);
-    session.fault = Error(error_number::routine_detected, "",
-                          outcome.abundance > 0 ? "the target was never reached" : "there is no signal");
+    return search;
+}
+
+Search follow(Session& session, const SetpointDescription& setpoint, const AdjustOptions& options,
+              const Bounds& bounds) {
+    AdjustProgress progress(session, bounds, !options.no_progress);
+    const SecantOutcome outcome = adjust_by_secant(session.platform(),
+                                                   {.setpoint = setpoint.index,
+                                                    .mz = *options.mz,
+                                                    .target = *options.target,
+                                                    .lower_value_reduces_abundance = !options.raise_to_reduce,
+                                                    .low = bounds.low,
+                                                    .high = bounds.high,
+                                                    .resolution = bounds.resolution},
+                                                   [&](const SecantProbe& probe) { progress.show(probe); });
+    Search search{outcome.end, outcome.value, outcome.abundance, *options.target};
+    for (const SecantProbe& probe : outcome.probes)
+        search.probes.push_back(Json{{"number", search.probes.size() + 1},
+                                     {"value", probe.value},
+                                     {"abundance", probe.abundance},
+                                     {"standard_error", probe.standard_error},
+                                     {"transients", probe.transients}});
+    search.readings = outcome.probes;
+    return search;
+}
+
+void show_search(Session& session, const SetpointDescription& setpoint, const AdjustOptions& options,
+                 const Search& search, const std::optional<MeasuredCalibrant>& reached, bool applied,
+                 const Json& record) {
+    const bool has_error = reached && reached->standard_errors;
+    const double height = reached ? reached->ns.pkHeight : 0, error = has_error ? reached->standard_errors->height : 0,
+                 off_percent = (height / *options.target - 1) * 100;
+    TextTable table({"<setpoint", "before", "value", "abundance", "error", "off target %", "probes", "<end"});
+    table.add({fmt::format("{} ({})", setpoint.internal_name, setpoint.index), fmt::format("{:.6g}", setpoint.value),
+               fmt::format("{:.6g}", search.value), reached ? fmt::format("{:.0f}", height) : "-",
+               has_error ? fmt::format("{:.0f}", error) : "-", reached ? fmt::format("{:+.1f}", off_percent) : "-",
+               fmt::format("{}", search.probes.size()), name_of(search.end)});
+    session.show(Json{{"setpoint", setpoint.index},
+                      {"internal_name", setpoint.internal_name},
+                      {"method", options.method},
+                      {"before", setpoint.value},
+                      {"value", search.value},
+                      {"target", *options.target},
+                      {"reached_abundance", reached ? Json(height) : Json()},
+                      {"reached_abundance_error", has_error ? Json(error) : Json()},
+                      {"off_target_percent", reached ? Json(off_percent) : Json()},
+                      {"abundance", search.abundance},
+                      {"scaled_target", search.scaled_target},
+                      {"speed_up_factor", search.speed_up_factor},
+                      {"probes_made", search.probes.size()},
+                      {"end", name_of(search.end)},
+                      {"applied", applied},
+                      {"probes", search.probes},
+                      {"record", record}},
+                 table);
+}
+
+ExitCode adjust(Session& session, const AdjustOptions& options) {
+    TuneGlobals globals(session.platform());
+    require_mass_in_range(globals, *options.mz);
+    const SetpointDescription setpoint = setpoint_named(session, options.setpoint);
+    const bool by_secant = options.method == secant_method;
+    if (options.fast && setpoint.internal_name != fast_setpoint)
+        throw UsageError(fmt::format("--fast drives the quadrupole through the firmware; it adjusts {} only, not {}",
+                                     fast_setpoint, setpoint.internal_name));
+    if (options.fast && by_secant) throw UsageError("--fast: the secant does not go through the firmware");
+    const Bounds bounds = checked_bounds(setpoint, options);
+    session.begin_run();
+    RunRecord run(session, {.keep = options.apply, .note = {}}, "adjust");
+    session.held = std::make_shared<SearchMark>(session);
+    const Search search = (by_secant ? follow : bisect)(session, setpoint, options, bounds);
+
+    SpectrumParser parser(session.platform());
+    std::optional<MeasuredCalibrant> reached;
+    if (search.is_reached()) {
+        globals.SetMSSetpointValueByIdx(setpoint.index, search.value);
+        reached = measure_calibrants(parser, globals, VariantArray<double>({*options.mz})).front();
+    }
+    const bool applies = options.apply && search.is_reached();
+    if (applies) {
+        session.keep_moves();
+        followed_value(session, setpoint, search.value);
+    }
+    if (reached) session.talk("tune log " + written_log(parser));
+    if (!applies && search.is_reached())
+        session.talk(fmt::format("nothing written; --apply would set {} ({}) from {:.6g} to {:.6g}",
+                                 setpoint.internal_name, setpoint.index, setpoint.value, search.value));
+    const auto fill = [&](TuneRecord& kept) {
+        kept.searches.push_back({setpoint.internal_name, *options.mz, *options.target, setpoint.value, search.value,
+                                 name_of(search.end), search.readings});
+    };
+    show_search(session, setpoint, options, search, reached, applies, applies ? run.keep(parser, fill) : Json());
+    if (search.is_reached()) return log_and_end(session, parser);
+    session.fault = Error(error_number::routine_detected, "", name_of(search.end));
     return ExitCode::check_failed;
 }
 
@@ -173,10 +255,24 @@ void declare_adjust(CLI::App& command, Session& session) {
     add_number(command, "--min", options.least, "lower bound of the search (the setpoint's limit)");
     add_number(command, "--max", options.most, "upper bound of the search (the setpoint's limit)");
     add_number(command, "--resolution", options.resolution, "smallest step worth taking (the setpoint's)", positive);
+    command
+        .add_option("--around", options.around,
+                    "search within so many percent of the present value, such as 10%, in the place of --min and --max")
+        ->type_name("PERCENT")
+        ->excludes("--min")
+        ->excludes("--max");
+    command
+        .add_option("--method", options.method,
+                    "bisection, or secant: weighs its readings by their errors, and stops when the value is known")
+        ->type_name("NAME")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"bisection", secant_method}));
     command.add_flag("--raise-to-reduce", options.raise_to_reduce, "raising the setpoint lowers the abundance");
     command.add_flag("--fast", options.fast,
                      "search through the firmware, without waiting for readiness (QuadAMU only)");
     command.add_flag("--apply", options.apply, "write the result; without it the setpoint gets its value back");
+    command.add_flag("--dry-run", options.dry_run, "search and tell what would be written, as without --apply")
+        ->excludes("--apply");
     command.add_flag("--no-progress", options.no_progress, "do not show the probes while the search runs");
 }
 

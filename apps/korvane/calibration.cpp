@@ -134,7 +134,7 @@ ExitCode take_back_calibration(Session& session, const NoOptions&) {
 }
 
 struct FitOptions {
-    std::int64_t spectra = 10;
+    std::int64_t spectra = 3;
     bool apply = false, force = false;
 };
 
@@ -252,7 +252,7 @@ void declare_calibration(CLI::App& group, Session& session) {
         add_command(group, session, "fit", "fit the mass-time law to the measured calibrants, and judge it",
                     "korvane calibration fit --spectra 10 --apply", fit);
     add_csv(fitted, session);
-    add_count(fitted, "--spectra", fitting.spectra, "measure the calibrants in so many spectra (10)", 1, 10000);
+    add_count(fitted, "--spectra", fitting.spectra, "measure the calibrants in so many spectra (3)", 1, 10000);
     fitted.add_flag("--apply", fitting.apply, "write the fitted law where it is better; exit code 1 where it is not");
     fitted.add_flag("--force", fitting.force, "with --apply: write it in any case")->needs("--apply");
 

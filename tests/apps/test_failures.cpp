@@ -58,6 +58,9 @@ TEST(Usage, WhatCannotBeDoneIsRefusedInOneLineThatNamesIt) {
         {"adjust 30 --mz 566.8885 --target 1 ", {"--max 1e6", "--min -1"}, "0 to 400"},
         {"adjust 30 --mz 566.8885 --target 1 ", {"--resolution 0"}, "--resolution"},
         {"adjust 30 --mz 566.8885 --target 1 ", {"--fast"}, "QuadAMU"},
+        {"adjust 30 --mz 566.8885 --target 1 --around ", {"0%", "ten"}, "--around: \""},
+        {"adjust 30 --mz 566.8885 --target 1 --around 10% ", {"--min 5"}, "--min"},
+        {"adjust 22 --mz 566.8885 --target 1 --method ", {"guess", "secant --fast"}, ""},
         {"setpoint get ", {"31x", "99999999999"}, ""},
         {"setpoint set POLARITY ", {"0.7", "--delta 0.5"}, "whole numbers only"},
         {"setpoint set Polarity ", {"sideways"}, "none of positive, negative"},
@@ -237,7 +240,7 @@ TEST(AbortFlag, StopsWhatMovesOrMeasuresBeforeItWritesAndNothingThatOnlyReads) {
     const auto state = program.base / "instrument.json";
     for (const std::string command :
          {"measure", "peak 566.8885", "verify", "record run.mzML", "conform", "calibration show --repeat 2",
-          "calibration set --default", "setpoint set FragmentTune 100",
+          "calibration set --default", "calibration fit", "calibration undo", "setpoint set FragmentTune 100",
           "adjust FragmentTune --mz 566.8885 --target 50000"}) {
         const Outcome run = program.run(words_of(command + " --json"));
         EXPECT_EQ(run.code, 6) << command;
@@ -255,16 +258,29 @@ TEST(Adjust, GivesTheInstrumentBackUnlessItIsAskedToKeepAFoundValue) {
     program.run(words_of("setpoint set FragmentTune 180"));
     program.run(words_of("prefs set AIC_RunFastVersion Yes"));  // for the quadrupole, and no other setpoint
     const auto setpoints = [&] { return program.run(words_of("setpoint list --csv")).out; };
-    const std::string before = setpoints(), adjust = "adjust fragmentor --max 175 --no-progress --json --mz ";
-    for (const auto& [rest, code, moved] : {std::tuple{"566.8885 --target 50000", 0, true},
-                                            {"566.8885 --target 1e9 --apply", 1, true},
-                                            {"700 --target 1 --apply", 1, true},
-                                            {"566.8885 --target 50000 --apply", 0, false}}) {
+    std::string before = setpoints();
+    const std::string adjust = "adjust fragmentor --max 175 --no-progress --json --mz ";
+    const std::string within = "within tolerance", out = "out of reach", none = "no signal at this mass",
+                      wrong = "wrong direction";
+    for (const auto& [rest, code, moved, end] :
+         {std::tuple{"566.8885 --target 50000 --dry-run", 0, true, within},
+          {"566.8885 --target 1e9 --apply", 1, true, out},
+          {"566.8885 --target 1e9 --apply --method secant", 1, true, out},
+          {"700 --target 1 --apply --method secant", 1, true, none},
+          {"566.8885 --target 50000 --raise-to-reduce --apply", 1, true, wrong},
+          {"566.8885 --target 50000 --raise-to-reduce --apply --method secant", 1, true, out},
+          {"566.8885 --target 50000 --apply", 0, false, within},
+          {"566.8885 --target 60000 --apply --method secant", 0, false, within}}) {
         const Outcome run = program.run(words_of(adjust + rest));
         EXPECT_EQ(run.code, code) << rest << run.err;
-        EXPECT_EQ(run.json().contains("put_back"), moved) << run.out;
+        // The secant itself gives back what it does not keep.
+        const bool is_told = moved && std::string_view(rest).find("secant") == std::string_view::npos;
+        EXPECT_EQ(run.json().contains("put_back"), is_told) << run.out;
         EXPECT_EQ(run.json().contains("error"), code == 1) << run.out;
+        EXPECT_EQ(run.json()["end"], end) << rest;
+        EXPECT_EQ(run.json()["reached_abundance"].is_number(), code == 0) << run.out;
         EXPECT_EQ(setpoints() == before, moved) << rest;
+        before = setpoints();
     }
 }
 
