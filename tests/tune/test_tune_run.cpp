@@ -83,7 +83,7 @@ TEST_F(TuneRunTest, WhatIsNotGoodSaysWhyAndCanGoBack) {
         EXPECT_NE(fault.find(told), std::string::npos) << fault;
         EXPECT_EQ(record.verdict, fault);
         EXPECT_EQ(record.searches.size(), 1U);
-        if (one == &low) EXPECT_NE(state(), before);
+        EXPECT_EQ(state() == before, one != &low);
         guard.restore();
         EXPECT_EQ(state(), before);
     }
