@@ -108,7 +108,8 @@ TEST(Help, TheFirstSessionRuns) {
     std::string session = "set -e\n";
     for (const std::string& call : calls_in(run_program({"--help"}).out)) session += call + "\n";
     const std::string printed = Shell().run(session);
-    EXPECT_TRUE(matches(printed, ".../tune\n...ready\n...today.mzML\n...reaches minimum  quality  verdict\n...")) << printed;
+    EXPECT_TRUE(matches(printed, ".../tune\n...ready\n...today.mzML\n...reaches minimum  quality  verdict\n..."))
+        << printed;
 }
 
 TEST(Help, EveryCommandHasAnExampleThatTheDocumentsRun) {

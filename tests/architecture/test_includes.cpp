@@ -108,7 +108,8 @@ TEST(Rooms, IncludesRunInOneDirection) {
 
 TEST(Rooms, PublicFaceNeedsNothingButItselfAndOneHeaderHasItAll) {
     std::vector<std::string> all = includes_of(root / "include/korvane/korvane.h");
-    all.insert(all.end(), {"korvane/korvane.h", "korvane/export.h", "korvane/korvane_c.h", "korvane/korvane_c_layer.h"});
+    all.insert(all.end(),
+               {"korvane/korvane.h", "korvane/export.h", "korvane/korvane_c.h", "korvane/korvane_c_layer.h"});
     for (const fs::path& file : sources_below("include")) {
         EXPECT_TRUE(std::count(all.begin(), all.end(), "korvane/" + file.filename().string())) << file;
         for (const std::string& include : includes_of(file))

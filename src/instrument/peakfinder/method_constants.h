@@ -7,14 +7,12 @@
 namespace korvane::method {
 
 // --- Window
-
 inline constexpr double context_samples = 256;  ///< beside a window, looked at too: a short block of background each
 /// Another search is made when the refined model's widths differ by more, or when its ions scatter so much less that
 /// shallower valleys count, or so much more that chance has made peaks. Chosen.
 inline constexpr double agreeing_width_part = 0.2, agreeing_ion_variance_part = 0.85, most_ion_variance_part = 2;
 
 // --- Background
-
 /// Rounding to whole counts alone makes 0.29.
 inline constexpr double least_noise_counts = 0.5;
 /// A drift is nearly straight over a block, and peaks cover less than half of it. A window has up to four short ones.
@@ -43,7 +41,6 @@ inline constexpr double settled_baseline_deviations = 0.3, settled_noise_part = 
 inline constexpr int most_clip_steps = 10;
 
 // --- Candidates
-
 /// Every peak worth reporting has a sample above the deviations, one chunk in 270 of pure noise has one.
 inline constexpr std::ptrdiff_t chunk_samples = 16;
 inline constexpr double chunk_deviations = 3.5;
@@ -77,7 +74,6 @@ inline constexpr double correlation_sigmas = 2.5;
 
 // --- Late ions, by an exponential. How the Gaussian fit answers, as change per part of the ions that is late, is from
 // --- fits to exact peaks with 0 to 12 % late ions.
-
 /// Mean delay of the late ions.
 inline constexpr double tail_sigmas = 1.5;
 /// Relative to the true full width at half maximum and height of the whole peak.
@@ -96,7 +92,6 @@ inline constexpr double side_from_sigmas = 2, side_to_sigmas = 6, excess_of_tail
 inline constexpr double sides_part = 0.055, sides_sigmas = 8;
 
 // --- Fit
-
 /// There a Gaussian has fallen to 1.5e-8.
 inline constexpr double gone_sigmas = 6;
 /// Beyond lies 0.006 % of a Gaussian: of a peak, and of an ion's pulse.
@@ -136,7 +131,6 @@ inline constexpr double fit_shape_error = 0.01, fit_tail_error = 0.25;
 inline constexpr double misfit_deviations = 4, one_sided_widening = 0.6;
 
 // --- Measurement
-
 /// Late ions make the right side longer.
 inline constexpr double area_left_sigmas = 4, area_right_sigmas = 6;
 /// An area reaches six, and a neighbour begins four before its centre; half a sigma for the fit to move.
@@ -162,12 +156,10 @@ inline constexpr int flank_rounds = 4;
 inline constexpr double flank_error = 0.2;
 /// Of the centre, twice that of the ions; and a guess of the width's standard error.
 inline constexpr double moment_variance = 2, moment_width_error = 0.3;
-
 /// Nearer neighbours share samples that count; fewer ions leave the width to 13 % of chance.
 inline constexpr double overlapped_sigmas = 6, few_ions = 30;
 
 // --- Chance
-
 /// A peak of fewer ions has to stand out, in its middle, from the counts about it that no peak explains: those to
 /// either side, and the middle one of longer stretches farther out, three to a side, so that ions scattered thinly are
 /// counted.
@@ -181,7 +173,6 @@ inline constexpr double wing_width = 1.5, wing_width_deviations = 3, wing_of_are
 inline constexpr double same_place_sigmas = 1;
 
 // --- Overlap
-
 /// Peaks further away share no samples: two of `loaded_sigmas`, nearly.
 inline constexpr double overlap_neighbour_sigmas = 12;
 /// A peak is suspect when it is wider or more lopsided than that many deviations, and that part of the area besides.
@@ -200,7 +191,6 @@ inline constexpr double least_gain = 25;
 inline constexpr double overlap_shape_error = 0.03, judged_sigmas = 5;
 
 // --- Widths
-
 /// Relative standard deviation of a peak's width about the law, and while the law is coarse. Chosen.
 inline constexpr double usual_width_spread = 0.05, coarse_width_spread = 0.5;
 /// The strongest of each of these parts of the range, so that the width is known along the whole axis.
@@ -235,7 +225,6 @@ inline constexpr double narrowing_of_few = 5;
 inline constexpr int law_rounds = 6, tail_rounds = 4, counts_rounds = 3;
 
 // --- Ions
-
 /// An ion's pulse stands a little out of the noise of a sample, else ions could not be counted.
 inline constexpr double usual_pulse_over_noise = 1.2;
 /// Digitizers are chosen to take so many samples of a pulse's full width at half maximum; no peak is its pulse alone.
