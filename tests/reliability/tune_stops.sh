@@ -37,6 +37,11 @@ for name, value in json.load(open("base/korvane_search.json")).items(): print(na
     [ "$(state)" = "$1" ] || "$program" calibration undo >/dev/null 2>&1
 }
 
+# Stops come within the time that a whole tune takes here.
+begun=$(date +%s%3N)
+"$program" tune recipe.json >/dev/null 2>&1
+span=$(($(date +%s%3N) - begun + 20))
+
 RANDOM=1
 moved=0 torn=0 half=0 stopped=0 ended=0
 for ((i = 0; i < count; i++)); do
@@ -49,7 +54,8 @@ for ((i = 0; i < count; i++)); do
     set -m
     "$program" tune recipe.json >/dev/null 2>"$folder/talk" &
     set +m
-    sleep "$((RANDOM % 2)).$(printf %03d $((RANDOM % 1000)))"
+    wait_ms=$((RANDOM % span))
+    sleep "$((wait_ms / 1000)).$(printf %03d $((wait_ms % 1000)))"
     if [ "$stop" = ABORT ]; then "$program" abort request >/dev/null; else kill -"$stop" $! 2>/dev/null; fi
     wait $! 2>/dev/null
     [ $? -eq 0 ] && ended=$((ended + 1)) || stopped=$((stopped + 1))
