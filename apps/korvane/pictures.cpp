@@ -8,7 +8,6 @@
 #include "calibrants.h"
 #include "commands.h"
 #include "korvane/peak_traces.h"
-#include "korvane/report.h"
 #include "korvane/system.h"
 #include "run_record.h"
 
@@ -79,8 +78,14 @@ ExitCode report(Session& session, const ReportOptions& options) {
 
 }  // namespace
 
-std::string report_page(Session&, const TuneRecord& record) {
-    return report_html(record);
+std::string report_page(Session& session, const TuneRecord& record) {
+    TuneHistory history = open_history(session, false);
+    const std::vector<ControlChart> charts = charts_of(history, record);
+    const std::vector<bool> alarms = judged(charts, record.id);
+    std::vector<TrendChart> trends;
+    for (std::size_t i = 0; i < charts.size(); ++i)
+        if (charts[i].values.size() > 1 && (!charts[i].mz || alarms[i])) trends.push_back(trend_chart(charts[i]));
+    return report_html(record, trends);
 }
 
 std::string report_name(Session& session, const TuneRecord& record) {

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "korvane/control_chart.h"
+#include "korvane/report.h"
 #include "korvane/tune_record.h"
 #include "session.h"
 
@@ -12,9 +14,12 @@ namespace korvane::program {
 /// Writes a file in one step. Error -904 naming it.
 void save_file(Session& session, const std::string& path, std::string_view bytes);
 
-/// The page of a record.
+/// The page of a record of the history, with the charts that all calibrants share, and those out of control.
 std::string report_page(Session& session, const TuneRecord& record);
 /// Where it is written when nobody says: beside the tune logs.
 std::string report_name(Session& session, const TuneRecord& record);
+
+/// A control chart as a picture shows it: three sigma to either side, marked where a rule of `korvane trend` alarms.
+TrendChart trend_chart(const ControlChart& chart);
 
 }  // namespace korvane::program

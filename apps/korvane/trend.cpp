@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "korvane/control_chart.h"
+#include "pictures.h"
 #include "run_record.h"
 #include "text_table.h"
 
@@ -195,6 +196,27 @@ ExitCode trend(Session& session, const TrendChoice& options) {
 }
 
 }  // namespace
+
+TrendChart trend_chart(const ControlChart& chart) {
+    const RuledChart marked = ruled(chart, TrendChoice().rules);
+    const bool has_limits = chart.guide.size > 0, is_percent = is_logarithm(chart) && !chart.mz;
+    const auto shown = [&](double value) {
+        return is_percent ? 100 * std::expm1(value) : is_logarithm(chart) ? std::exp(value) : value;
+    };
+    const auto limit = [&](double sigmas) {
+        return has_limits ? shown(chart.guide.centre + sigmas * chart.guide.sigma) : std::nan("");
+    };
+    TrendChart drawn{chart_name(chart),
+                     is_percent                     ? "%"
+                     : chart.metric == "mass_error" ? "ppm"
+                     : chart.metric == "height"     ? "counts"
+                                                    : "",
+                     {}};
+    for (std::size_t i = 0; i < chart.values.size(); ++i)
+        drawn.points.push_back({std::to_string(chart.records[i]), shown(chart.values[i]), limit(0), limit(-3), limit(3),
+                                fmt::format("{}", fmt::join(marked.alarms_at(i), " "))});
+    return drawn;
+}
 
 void declare_trend(CLI::App& command, Session& session) {
     TrendChoice& options = runs(command, session, "korvane trend mass_error", trend);
