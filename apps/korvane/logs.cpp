@@ -1,4 +1,5 @@
 // Logs of the base folder: removing old ones.
+#include <algorithm>
 #include <chrono>
 
 #include "commands.h"
@@ -18,9 +19,12 @@ std::chrono::sys_days day_of(int year, int month, int day) {
                                        std::chrono::day(static_cast<unsigned>(day)));
 }
 
-/// The day in "NAME_YYYYMMDD_HHMMSS.txt"; nothing in another name, which is none of the dated logs.
+/// The day in "NAME_YYYYMMDD_HHMMSS.txt" or ".html"; nothing in another name, which is no dated log or report.
 std::optional<std::chrono::sys_days> dated_day(std::string_view name) {
-    constexpr std::string_view pattern = "_YYYYMMDD_HHMMSS.txt";
+    constexpr std::string_view pattern = "_YYYYMMDD_HHMMSS";
+    const std::size_t dot = name.find_last_of('.');
+    if (dot == name.npos || (name.substr(dot) != ".txt" && name.substr(dot) != ".html")) return std::nullopt;
+    name.remove_suffix(name.size() - dot);
     if (name.size() <= pattern.size()) return std::nullopt;
     name.remove_prefix(name.size() - pattern.size());
     for (std::size_t i = 0; i < pattern.size(); ++i)
@@ -49,7 +53,9 @@ ExitCode prune(Session& session, const PruneOptions& options) {
     Json rows = Json::array();
     TextTable table({"<log", "age days"});
     try {
-        for (const std::string& name : files.list(folder)) {
+        std::vector<std::string> names = files.list(folder);
+        std::ranges::sort(names);
+        for (const std::string& name : names) {
             const auto day = dated_day(name);
             if (!day) continue;
             const auto age = (day_of(now.year, now.month, now.day) - *day).count();
@@ -68,7 +74,8 @@ ExitCode prune(Session& session, const PruneOptions& options) {
 
 void declare_logs(CLI::App& group, Session& session) {
     const auto [command, options] =
-        add_command(group, session, "prune", "remove dated logs (NAME_YYYYMMDD_HHMMSS.txt) of the folder Logfiles",
+        add_command(group, session, "prune",
+                    "remove dated logs and reports (NAME_YYYYMMDD_HHMMSS.txt, .html) of the folder Logfiles",
                     "korvane logs prune --older-than 90d", prune);
     add_csv(command, session);
     command.add_option("--older-than", options.age, "days or weeks, such as 90d or 12w")->type_name("AGE")->required();
