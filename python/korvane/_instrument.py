@@ -271,6 +271,7 @@ class Instrument:
         """Further uses raise; arrays that it gave stay."""
         self._objects.clear()
         self._platform = None
+        _values.free_handles()
 
     def _object(self, name: str):  # type: ignore
         if self._platform is None:

@@ -3,10 +3,13 @@ the view keeps alive; NumPy arrays that go in are copied."""
 
 from __future__ import annotations
 
+import atexit
+import collections
 import ctypes
 import operator
 import struct
-from typing import Any, Dict, List, Tuple
+import weakref
+from typing import Any, Deque, Dict, List, Tuple
 
 import numpy as np
 
@@ -41,17 +44,46 @@ class Missing:
 MISSING = Missing()
 
 
-class Handle:
-    """A handle, freed with this object."""
+class _Gone(weakref.ref):
+    """Of a handle: keeps its number beyond its end."""
 
     __slots__ = ("number",)
+    number: int
 
-    def __init__(self, number: int):
+
+_held: Dict[_Gone, bool] = {}  # whether at the end of the program; references tell of an end only while they live
+_gone: Deque[Any] = collections.deque()
+
+
+class Handle:
+    """A handle. Freed when the next one is made after the end of this object, or with the program: a finaliser in Python
+    would swallow a Ctrl-C that comes while it runs, so that the end is only noted, by a function in C."""
+
+    __slots__ = ("number", "__weakref__")
+
+    def __init__(self, number: int, is_memory: bool = False):
         self.number = number
+        note = _Gone(self, _gone.append)
+        note.number = number
+        _held[note] = not is_memory  # which views may need to the very end
+        free_handles()
 
-    def __del__(self, free=library.korvane_free):
-        if self.number:
-            free(self.number)
+
+def free_handles() -> None:
+    """Those whose objects are gone."""
+    while _gone:
+        note = _gone.popleft()
+        _held.pop(note, None)
+        if note.number:
+            library.korvane_free(note.number)
+
+
+@atexit.register
+def _free_all() -> None:
+    free_handles()
+    for note, is_to_end in reversed(list(_held.items())):
+        if is_to_end:
+            library.korvane_free(note.number)
 
 
 class _Memory:
@@ -204,7 +236,7 @@ def unpack(buffer, offset: int = 0) -> Any:
     if not owner:
         return _unpack(buffer, offset, None)
     _OWNER.pack_into(buffer, offset + _OWNER_AT, 0)
-    return _unpack(buffer, offset, Handle(owner))
+    return _unpack(buffer, offset, Handle(owner, True))
 
 
 def value_from(function, *arguments) -> Any:

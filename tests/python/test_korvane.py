@@ -265,6 +265,7 @@ def test_a_layer_reaches_its_caller_with_its_own_errors_and_goes(base):
         assert raised.value.number == 9
     del q, raised
     gc.collect()
+    korvane.AbortToken()  # the next handle frees those that are gone
     assert not _layer._Offered.alive
 
 
