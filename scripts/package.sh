@@ -8,16 +8,23 @@ cd "$(dirname "$0")/.."
 packages=$PWD/build/packages
 mkdir -p "$packages"
 
-# What a user does with an installation: the command, a C++ program by pkg-config and by CMake.
+# What a user does with an installation: the command, a C++ and a C program by pkg-config, Python.
 try_faces='
 set -e
 cd "$(mktemp -d)"
+example() { sed -n "/^\`\`\`$1\$/,/^\`\`\`/{/^\`\`\`/!p;/^\`\`\`\$/q}" "$DOCUMENTS/$2"; }
 korvane init tune
 korvane measure --base tune | grep 1382.73
-korvane verify --base tune
-sed -n "/^\`\`\`cpp/,/^\`\`\`/{/^\`\`\`/!p;/^\`\`\`\$/q}" "$README" > example.cpp
+korvane tune --base tune --from fit -o report.html
+tail -n 1 report.html
+example cpp README.md > example.cpp
 c++ -std=c++20 example.cpp -o example $(pkg-config --cflags --libs korvane)
 KORVANE_BASE=$PWD/tune ./example
+example c docs/c-interface.md > example.c
+cc -std=c99 example.c -o example_c $(pkg-config --cflags --libs korvane)
+./example_c tune
+example python README.md > example.py
+/usr/bin/python3 example.py
 '
 
 deb() {
@@ -34,7 +41,9 @@ deb() {
     echo "== installing into a bare root"
     mmdebstrap --variant=apt bookworm "$root" >"$packages/root.log" 2>&1 || { tail -20 "$packages/root.log"; exit 1; }
     trap 'rm -rf "$packages/root"' EXIT
+    mkdir "$root/tmp/docs"
     cp README.md "$root/tmp"
+    cp docs/c-interface.md "$root/tmp/docs"
     mkdir "$root/tmp/packages"
     cp "$packages"/*.deb "$root/tmp/packages"
     in_root() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root DEBIAN_FRONTEND=noninteractive "$@"; }
@@ -42,8 +51,8 @@ deb() {
     files() { in_root find /usr /etc /var/lib -xdev -not -path '/var/lib/dpkg/*' -not -path '/var/lib/apt/*' | sort; }
     files >"$packages/before"
     in_root sh -c 'apt-get install -y -qq --no-install-recommends /tmp/packages/*.deb' >/dev/null
-    in_root env README=/tmp/README.md sh -c "$try_faces"
-    in_root sh -c 'apt-get purge -y -qq korvane libkorvane-dev "libkorvane0*" && apt-get autoremove --purge -y -qq' >/dev/null
+    in_root env DOCUMENTS=/tmp sh -c "$try_faces"
+    in_root sh -c 'apt-get purge -y -qq korvane python3-korvane libkorvane-dev "libkorvane0*" && apt-get autoremove --purge -y -qq' >/dev/null
     files >"$packages/after"
     if ! diff "$packages/before" "$packages/after"; then
         echo "$0: the packages leave something behind" >&2
@@ -52,14 +61,14 @@ deb() {
 }
 
 tree() {
-    scripts/bootstrap.sh native package
+    scripts/bootstrap.sh native python package
     local tree=$packages/moved
     cmake --preset release -DKORVANE_TESTS=OFF >/dev/null
     cmake --build --preset release >/dev/null
     rm -rf "$tree" "$packages/installed"
     cmake --install build/release --prefix "$packages/installed" >/dev/null
     mv "$packages/installed" "$tree"
-    env README="$PWD/README.md" PATH="$tree/bin:$PATH" LD_LIBRARY_PATH="$tree/lib" \
+    env DOCUMENTS="$PWD" PATH="$tree/bin:$PATH" LD_LIBRARY_PATH="$tree/lib" PYTHONPATH="$PWD/python" \
         PKG_CONFIG_PATH="$tree/lib/pkgconfig" sh -c "$try_faces"
     local page
     for page in "$tree"/share/man/man1/*.1; do
