@@ -48,7 +48,9 @@ TEST_F(CInterface, ValuesComeBackAsTheyWereAndOutliveTheirOrigin) {
         const Value back = value_from(shown);
         EXPECT_EQ(back.kind_name(), value.kind_name()) << name;
         EXPECT_EQ(json_of(back), json_of(value)) << name;
-        if (value.holds<Array>()) EXPECT_EQ(back.as_array().bounds(), value.as_array().bounds()) << name;
+        if (value.holds<Array>()) {
+            EXPECT_EQ(back.as_array().bounds(), value.as_array().bounds()) << name;
+        }
         korvane_clear(&shown);
         EXPECT_EQ(shown.kind, KORVANE_EMPTY);
     }
