@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "known_names.h"
 #include "korvane/listing.h"
+#include "run_record.h"
 
 namespace korvane::program {
 
@@ -57,6 +58,12 @@ WordList calibrant_masses(Session& session) {
     return masses;
 }
 
+WordList record_ids(Session& session) {
+    WordList ids{"last", "yesterday", "last-week"};
+    for (const TuneRecord& record : open_history(session, false).list(20)) ids.push_back(std::to_string(record.id));
+    return ids;
+}
+
 WordList list_sources(Session& session) {
     WordList sources;
     for (const ListedMassList& list : list_mass_lists(session.platform())) sources.push_back(list.source);
@@ -78,6 +85,8 @@ WordList values_for(Session& session, const std::string& name, const WordList& g
              return given.empty() ? WordList() : parameter_keys(running, autotune_tree, given.back());
          }},
         {"NAME", [](Session& running, const WordList&) { return preference_names(running); }},
+        {"RECORD", [](Session& running, const WordList&) { return record_ids(running); }},
+        {"--record", [](Session& running, const WordList&) { return record_ids(running); }},
         {"--source", [](Session& running, const WordList&) { return list_sources(running); }},
         {"--polarity",
          [](Session&, const WordList&) {
