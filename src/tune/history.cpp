@@ -51,13 +51,25 @@ std::string shown_name(const std::string& where) {
     return is_server(where) && at != std::string::npos ? "postgresql://..." + where.substr(at) : where;
 }
 
+#ifndef _WIN32
+/// A module beside the library, wherever that lies, or beside a program that has it inside; else where the system
+/// looks. It stays: its objects may outlive every call.
+void* open_module(const std::string& name) {
+    Dl_info here{};
+    const bool is_known = dladdr(reinterpret_cast<void*>(&is_server), &here) != 0 && here.dli_fname != nullptr;
+    const std::string file = is_known ? here.dli_fname : "", folder = file.substr(0, file.rfind('/') + 1);
+    for (const std::string& place : {folder + name, folder + "../lib/" + name})
+        if (void* const library = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL)) return library;
+    return dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+#endif
+
 std::unique_ptr<Database> open_database(const std::string& where, bool make) {
 #ifdef _WIN32
     if (is_server(where)) throw std::runtime_error("histories on a server are not for Windows");
     return std::unique_ptr<Database>(korvane_open_database(where, make));
 #else
-    const char* const module = is_server(where) ? "libkorvane_postgresql.so" : "libkorvane_sqlite.so";
-    void* const library = dlopen(module, RTLD_NOW | RTLD_LOCAL);  // stays: its objects may outlive this call
+    void* const library = open_module(is_server(where) ? "libkorvane_postgresql.so" : "libkorvane_sqlite.so");
     void* const entry = library ? dlsym(library, "korvane_open_database") : nullptr;
     if (!entry) throw std::runtime_error(dlerror());
     return std::unique_ptr<Database>(reinterpret_cast<decltype(&korvane_open_database)>(entry)(where, make));
