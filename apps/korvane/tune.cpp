@@ -20,14 +20,14 @@ struct TuneOptions {
 };
 
 std::vector<std::string> step_names() {
-    return {tune_step_names.begin(), tune_step_names.end()};
+    return {std::begin(tune_step_names), std::end(tune_step_names)};
 }
 
 /// Readiness is asked for in any case.
 std::vector<TuneStep> chosen_steps(const TuneOptions& options) {
     std::vector<TuneStep> steps;
     bool is_reached = options.from.empty();
-    for (std::size_t i = 0; i < tune_step_names.size(); ++i) {
+    for (std::size_t i = 0; i < std::size(tune_step_names); ++i) {
         const std::string name = tune_step_names[i];
         is_reached = is_reached || name == options.from;
         const bool is_chosen = options.only.empty() ? is_reached : name == options.only;

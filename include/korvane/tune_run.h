@@ -39,7 +39,7 @@ KORVANE_API TuneRecipe read_tune_recipe(const Platform& platform, const std::str
 
 /// In their order.
 enum class TuneStep { ready, verify, adjust, fit, measure };
-inline constexpr std::array tune_step_names{"ready", "verify", "adjust", "fit", "measure"};
+inline constexpr const char* tune_step_names[] = {"ready", "verify", "adjust", "fit", "measure"};
 
 struct TuneProgress {
     TuneStep step = TuneStep::ready;

@@ -1,7 +1,7 @@
 // The record of a run: the instrument before and after, and how its calibrants were judged.
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <chrono>
 #include <ctime>
 
 #include "korvane/error.h"
@@ -21,8 +21,13 @@ std::string utc_text(const LocalTime& local) {
     parts.tm_min = local.minute;
     parts.tm_sec = local.second;
     parts.tm_isdst = -1;
-    const std::time_t instant = std::mktime(&parts);
-    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(instant));
+    const auto instant = std::chrono::sys_seconds(std::chrono::seconds(std::mktime(&parts)));
+    const auto midnight = std::chrono::floor<std::chrono::days>(instant);
+    const std::chrono::year_month_day day(midnight);
+    const std::chrono::hh_mm_ss time(instant - midnight);
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", static_cast<int>(day.year()),
+                       static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()), time.hours().count(),
+                       time.minutes().count(), time.seconds().count());
 }
 
 std::unique_ptr<InstrumentGlobals> view_of(const Platform& platform) {
