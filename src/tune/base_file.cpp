@@ -1,5 +1,7 @@
 #include "tune/base_file.h"
 
+#include <filesystem>
+
 #include "korvane/error.h"
 #include "korvane/system.h"
 
@@ -8,7 +10,8 @@ namespace korvane {
 BaseFile::BaseFile(const Platform& its_platform, const std::string& name, const char* its_routine)
     : platform(its_platform), routine(its_routine) {
     path = platform.instrument->create_path_information()->base_folder();
-    if (!path.ends_with('/') && !path.ends_with('\\')) path += '/';
+    if (!path.ends_with('/') && !path.ends_with('\\'))
+        path += static_cast<char>(std::filesystem::path::preferred_separator);
     path += name;
 }
 

@@ -88,7 +88,7 @@ TEST(TuneHistory, KeepsWhatItIsGivenByInstrumentAndAnewAfterMaintenance) {
     record.serial = "a";
     EXPECT_EQ(history.readings("height", record).size(), 10U);
     EXPECT_EQ(history.readings("misfit", record).front().value, 1);
-    EXPECT_TRUE(raised([&] { history.load(99); }).ends_with("/history: there is no record 99"));
+    EXPECT_TRUE(raised([&] { history.load(99); }).ends_with(folder.file("history") + ": there is no record 99"));
     EXPECT_TRUE(raised([&] { TuneHistory(folder.file("none"), false); }).ends_with("unable to open database file"));
 }
 
