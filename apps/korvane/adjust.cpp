@@ -101,8 +101,6 @@ struct Search {
     double value = 0, abundance = 0, scaled_target = 0, speed_up_factor = 1;
     Json probes = Json::array();
     std::vector<SecantProbe> readings = {};  // the same, for the record
-
-    bool is_reached() const { return end == End::within_tolerance || end == End::resolution_reached; }
 };
 
 /// How the specified search ended: within tolerance, or between a value that shows more and the one found; and with a
@@ -218,17 +216,17 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
 
     SpectrumParser parser(session.platform());
     std::optional<MeasuredCalibrant> reached;
-    if (search.is_reached()) {
+    if (is_reached(search.end)) {
         globals.SetMSSetpointValueByIdx(setpoint.index, search.value);
         reached = measure_calibrants(parser, globals, VariantArray<double>({*options.mz})).front();
     }
-    const bool applies = options.apply && search.is_reached();
+    const bool applies = options.apply && is_reached(search.end);
     if (applies) {
         session.keep_moves();
         followed_value(session, setpoint, search.value);
     }
     if (reached) session.talk("tune log " + written_log(parser));
-    if (!applies && search.is_reached())
+    if (!applies && is_reached(search.end))
         session.talk(fmt::format("nothing written; --apply would set {} ({}) from {:.6g} to {:.6g}",
                                  setpoint.internal_name, setpoint.index, setpoint.value, search.value));
     const auto fill = [&](TuneRecord& kept) {
@@ -236,7 +234,7 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
                                  name_of(search.end), search.readings});
     };
     show_search(session, setpoint, options, search, reached, applies, applies ? run.keep(parser, fill) : Json());
-    if (search.is_reached()) return log_and_end(session, parser);
+    if (is_reached(search.end)) return log_and_end(session, parser);
     session.fault = Error(error_number::routine_detected, "", name_of(search.end));
     return ExitCode::check_failed;
 }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "commands.h"
+#include "korvane/calibrants.h"
 
 namespace korvane::program {
 
@@ -11,8 +12,7 @@ std::vector<double> chosen_masses(Session& session, TuneGlobals& globals, const 
         for (const double mass : given) require_mass_in_range(globals, mass);
         return given;
     }
-    const auto masses =
-        globals.GetDefaultMassList(current_mass_list_source(session, globals), globals.GetPolarityStr());
+    const auto masses = default_masses(session.instrument(), globals);
     return {masses.elements().begin(), masses.elements().end()};
 }
 
@@ -36,14 +36,6 @@ ExitCode log_and_end(Session& session, const SpectrumParser& parser) {
         session.fault = Error(error_number::file_or_element, "",
                               "the tune log is not written: Logfiles is missing or cannot be written");
     return session.fault ? exit_code_of(*session.fault) : ExitCode::done;
-}
-
-double number_of(const InstrumentValue& value, const std::string& what) {
-    if (const auto* integer = std::get_if<std::int32_t>(&value)) return *integer;
-    if (const auto* number = std::get_if<double>(&value)) return *number;
-    if (const auto* text = std::get_if<std::string>(&value))
-        if (const auto number = parse_number(*text)) return *number;
-    raise_runtime_fault(error_number::type_mismatch, what);
 }
 
 }  // namespace korvane::program

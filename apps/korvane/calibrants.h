@@ -25,7 +25,4 @@ std::string written_log(const SpectrumParser& parser);
 /// log was not written.
 ExitCode log_and_end(Session& session, const SpectrumParser& parser);
 
-/// A number that the instrument shows; error 13 naming what is none.
-double number_of(const InstrumentValue& value, const std::string& what);
-
 }  // namespace korvane::program

@@ -1,5 +1,4 @@
 // The mass calibration: shown, with the mass errors of the calibrants over repeated spectra, set, and fitted.
-#include <array>
 #include <cmath>
 
 #include "calibrants.h"
@@ -60,15 +59,9 @@ std::vector<MassErrorStatistics> mass_error_statistics(Session& session, TuneGlo
     return rows;
 }
 
-constexpr std::array coefficient_members{
-    std::pair{"A", &CalibrationCoefficients::A}, std::pair{"B", &CalibrationCoefficients::B},
-    std::pair{"C", &CalibrationCoefficients::C}, std::pair{"D", &CalibrationCoefficients::D},
-    std::pair{"E", &CalibrationCoefficients::E}, std::pair{"F", &CalibrationCoefficients::F},
-    std::pair{"G", &CalibrationCoefficients::G}, std::pair{"H", &CalibrationCoefficients::H}};
-
 Json coefficients_json(const CalibrationCoefficients& coefficients) {
     Json object = Json::object();
-    for (const auto& [name, member] : coefficient_members) object[name] = coefficients.*member;
+    for (const auto& [name, member] : calibration_coefficients) object[name] = coefficients.*member;
     return object;
 }
 
@@ -85,7 +78,7 @@ ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
 
     Json object{{"polarity", polarity}, {"ns", coefficients_json(ns)}, {"usec", coefficients_json(usec)}};
     TextTable coefficients({"<coefficient", "by ns", "by usec"});
-    for (const auto& [name, member] : coefficient_members)
+    for (const auto& [name, member] : calibration_coefficients)
         coefficients.add({name, fmt::format("{:.12g}", ns.*member), fmt::format("{:.12g}", usec.*member)});
     std::string text = session.csv ? coefficients.csv() : coefficients.text();
     if (options.repeats) {
@@ -197,7 +190,7 @@ ExitCode fit(Session& session, const FitOptions& options) {
     for (const CalibrantResidual& calibrant : fit.calibrants) rows.push_back(residual_json(calibrant));
     TextTable coefficients({"<coefficient", "present, by ns", "fitted, by ns"});
     for (std::size_t i = 0; i < fit.terms + 2; ++i) {
-        const auto& [name, member] = coefficient_members[i];
+        const auto& [name, member] = calibration_coefficients[i];
         coefficients.add({name, fmt::format("{:.12g}", old.*member), fmt::format("{:.12g}", fitted.*member)});
     }
     const TextTable residuals = residual_table(fit);

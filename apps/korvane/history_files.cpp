@@ -16,7 +16,7 @@ struct RecordPair {
 
 const RecordedCalibrant* calibrant_of(const TuneRecord& record, double mass) {
     for (const RecordedCalibrant& calibrant : record.calibrants)
-        if (std::abs(calibrant.measured.mass - mass) < 0.01 && calibrant.measured.found()) return &calibrant;
+        if (is_same_mass(calibrant.measured.mass, mass) && calibrant.measured.found()) return &calibrant;
     return nullptr;
 }
 

@@ -6,7 +6,6 @@
 #include "commands.h"
 #include "korvane/peak_traces.h"
 #include "korvane/tune_params_xml.h"
-#include "korvane/verdict.h"
 #include "peak_output.h"
 #include "run_record.h"
 #include "text_table.h"
@@ -42,7 +41,8 @@ void require_masses_on_axis(SpectrumParser& parser, const std::vector<MeasuredCa
                                          row.mass, first, last));
 }
 
-Json row_json(const MeasuredCalibrant& row, double minimum_height, const CalibrantVerdict& verdict) {
+Json row_json(const RecordedCalibrant& judged, double minimum_height) {
+    const MeasuredCalibrant& row = judged.measured;
     Json object{{"mass", row.mass},
                 {"found", row.found()},
                 {"ppm", row.found() ? Json(row.error_ppm()) : Json()},
@@ -55,11 +55,12 @@ Json row_json(const MeasuredCalibrant& row, double minimum_height, const Calibra
     object["ions"] = errors ? Json(errors->ions) : Json();
     object["reaches_minimum"] = reaches(row, minimum_height);
     object["quality"] = quality_json(row.quality);
-    object["verdict"] = verdict_json(verdict);
+    object["verdict"] = verdict_json(judged.verdict);
     return object;
 }
 
-TextTable::Cells row_cells(const MeasuredCalibrant& row, double minimum_height, const CalibrantVerdict& verdict) {
+TextTable::Cells row_cells(const RecordedCalibrant& judged, double minimum_height) {
+    const auto& [row, verdict, trace] = judged;
     const std::string mass = fmt::format("{:.4f}", row.mass);
     if (!row.found()) return {mass, "no peak", "-", "-", "-", "-", "-", "no", "-", verdict.text};
     return {mass,
@@ -74,22 +75,16 @@ TextTable::Cells row_cells(const MeasuredCalibrant& row, double minimum_height, 
             verdict.text};
 }
 
-std::vector<CalibrantVerdict> verdicts_of(const std::vector<MeasuredCalibrant>& rows, const TuneLimits& limits) {
-    std::vector<CalibrantVerdict> verdicts;
-    for (const MeasuredCalibrant& row : rows) verdicts.push_back(verdict_of(row, limits));
-    return verdicts;
-}
-
 /// The calibrants that are not ok, with what is wrong; empty where all are.
-std::string faults_of(const std::vector<MeasuredCalibrant>& rows, const std::vector<CalibrantVerdict>& verdicts) {
+std::string faults_of(const std::vector<RecordedCalibrant>& calibrants) {
     std::string faults;
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        if (verdicts[i].state != CalibrantState::ok)
-            faults += fmt::format("{}{:.4f} is {}", faults.empty() ? "" : "; ", rows[i].mass, verdicts[i].text);
+    for (const auto& [measured, verdict, trace] : calibrants)
+        if (verdict.state != CalibrantState::ok)
+            faults += fmt::format("{}{:.4f} is {}", faults.empty() ? "" : "; ", measured.mass, verdict.text);
     return faults;
 }
 
-ExitCode judged(Session& session, const SpectrumParser& parser, const std::string& faults) {
+ExitCode end_of_check(Session& session, const SpectrumParser& parser, const std::string& faults) {
     if (faults.empty()) return log_and_end(session, parser);
     session.fault = Error(error_number::routine_detected, "", faults);
     return ExitCode::check_failed;
@@ -112,17 +107,18 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     const auto rows =
         measure_calibrants(parser, globals, VariantArray<double>(masses), options.window_percent.value_or(-1.0));
     if (!options.masses.empty()) require_masses_on_axis(parser, rows);
-    const auto verdicts = verdicts_of(rows, limits);
-    const std::string faults = faults_of(rows, verdicts);
+    TuneRecord found;
+    judge(found, rows, limits);
+    const std::string faults = faults_of(found.calibrants);
 
     session.talk(fmt::format("{}, {}, {}; {:.6g} GHz sampling; tune log {}", source, polarity, state,
                              1e-9 / interval_seconds, written_log(parser)));
     Json peaks = Json::array();
     TextTable table({"expected m/z", "measured m/z", "error ppm", "time ns", "height", "width ns", "resolution",
                      "reaches minimum", "<quality", "<verdict"});
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        peaks.push_back(row_json(rows[i], minimum_height, verdicts[i]));
-        table.add(row_cells(rows[i], minimum_height, verdicts[i]));
+    for (const RecordedCalibrant& calibrant : found.calibrants) {
+        peaks.push_back(row_json(calibrant, minimum_height));
+        table.add(row_cells(calibrant, minimum_height));
     }
     const Json record = run.keep(parser, [&](TuneRecord& kept) {
         judge(kept, rows, limits);
@@ -136,7 +132,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
                       {"record", record},
                       {"healthy", faults.empty()}},
                  table);
-    return judged(session, parser, options.check ? faults : std::string());
+    return end_of_check(session, parser, options.check ? faults : std::string());
 }
 
 struct PeakOptions {
@@ -213,18 +209,18 @@ ExitCode verify(Session& session, const NoOptions&) {
             session.show(Json{{"valid", false}, {"message", error.description()}, {"calibrants", nullptr}}, {});
         throw;
     }
-    const auto rows = measure_calibrants(parser, globals, VariantArray<double>(chosen_masses(session, globals, {})));
-    const auto verdicts = verdicts_of(rows, limits);
-    const std::string faults = faults_of(rows, verdicts);
+    TuneRecord found;
+    judge(found, measure_calibrants(parser, globals, default_masses(session.instrument(), globals)), limits);
+    const std::string faults = faults_of(found.calibrants);
     Json calibrants = Json::array();
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        calibrants.push_back(Json{{"mass", rows[i].mass}, {"verdict", verdict_json(verdicts[i])}});
+    for (const auto& [measured, verdict, trace] : found.calibrants)
+        calibrants.push_back(Json{{"mass", measured.mass}, {"verdict", verdict_json(verdict)}});
     session.talk("tune log " + written_log(parser));
     session.show(Json{{"valid", faults.empty()},
                       {"message", faults.empty() ? Json() : Json(faults)},
                       {"calibrants", std::move(calibrants)}},
                  faults.empty() ? "The instrument shows a valid calibrant spectrum.\n" : std::string());
-    return judged(session, parser, faults);
+    return end_of_check(session, parser, faults);
 }
 
 }  // namespace

@@ -8,8 +8,8 @@
 #include "calibrants.h"
 #include "commands.h"
 #include "korvane/peak_traces.h"
-#include "korvane/system.h"
 #include "run_record.h"
+#include "text_files.h"
 
 namespace korvane::program {
 
@@ -28,7 +28,7 @@ TuneRecord recorded(Session& session, const PlotOptions& options) {
     std::vector<RecordedCalibrant> chosen;
     for (const double mass : options.masses) {
         const auto found = std::ranges::find_if(record.calibrants, [&](const RecordedCalibrant& calibrant) {
-            return std::abs(calibrant.measured.mass - mass) < 0.01;
+            return is_same_mass(calibrant.measured.mass, mass);
         });
         if (found == record.calibrants.end()) throw UsageError(fmt::format("record {} has no m/z {}", record.id, mass));
         chosen.push_back(*found);
@@ -57,7 +57,7 @@ ExitCode plot(Session& session, const PlotOptions& options) {
         for (const RecordedSearch& search : record.searches) figures.push_back(search_figure(search));
     if (!options.mass_errors && !options.searches)
         for (const RecordedCalibrant& calibrant : record.calibrants) figures.push_back(peak_figure(calibrant));
-    save_file(session, *options.file, svg_file(figures));
+    save_text(session, *options.file, svg_file(figures));
     return session.show(Json{{"file", *options.file}, {"pictures", figures.size()}}, *options.file + "\n");
 }
 
@@ -72,14 +72,13 @@ ExitCode report(Session& session, const ReportOptions& options) {
     TuneHistory history = open_history(session, false);
     const TuneRecord record = record_named(history, options.record);
     const std::string file = options.file.value_or(report_name(session, record));
-    save_file(session, file, report_page(session, record));
+    save_text(session, file, report_page(history, record));
     return session.show(Json{{"record", record.id}, {"file", file}}, file + "\n");
 }
 
 }  // namespace
 
-std::string report_page(Session& session, const TuneRecord& record) {
-    TuneHistory history = open_history(session, false);
+std::string report_page(TuneHistory& history, const TuneRecord& record) {
     const std::vector<ControlChart> charts = charts_of(history, record);
     const std::vector<bool> alarms = judged(charts, record.id);
     std::vector<TrendChart> trends;
@@ -93,14 +92,6 @@ std::string report_name(Session& session, const TuneRecord& record) {
     for (const char character : record.time.substr(0, 19))
         stamp += character == 'T' ? "_" : std::isdigit(character) ? std::string(1, character) : "";
     return utf8_of(path_of(session.base_folder()) / "Logfiles" / ("TuneReport_" + stamp + ".html"));
-}
-
-void save_file(Session& session, const std::string& path, std::string_view bytes) {
-    try {
-        safe_save(*session.platform().files, path, bytes);
-    } catch (const FileError& fault) {
-        throw Error(error_number::file_or_element, "", fault.what());
-    }
 }
 
 void declare_plot(CLI::App& command, Session& session) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "korvane/control_chart.h"
 #include "korvane/report.h"
@@ -11,11 +10,8 @@
 
 namespace korvane::program {
 
-/// Writes a file in one step. Error -904 naming it.
-void save_file(Session& session, const std::string& path, std::string_view bytes);
-
 /// The page of a record of the history, with the charts that all calibrants share, and those out of control.
-std::string report_page(Session& session, const TuneRecord& record);
+std::string report_page(TuneHistory& history, const TuneRecord& record);
 /// Where it is written when nobody says: beside the tune logs.
 std::string report_name(Session& session, const TuneRecord& record);
 

@@ -49,12 +49,7 @@ const Platform& Session::platform() {
 }
 
 InstrumentGlobals& Session::instrument() {
-    if (!instrument_) {
-        auto created = platform().instrument->create_globals();
-        if (!created) raise_runtime_fault(error_number::object_not_set, "create_globals");
-        created->initialise();
-        instrument_ = std::move(created);
-    }
+    if (!instrument_) instrument_ = open_globals(*platform().instrument);
     return *instrument_;
 }
 

@@ -6,12 +6,13 @@ namespace korvane::program {
 
 namespace {
 
+/// What the system says names the file.
 template <class Work>
-void told(const std::string& path, const Work& work) {
+void told(const Work& work) {
     try {
         work();
     } catch (const FileError& fault) {
-        throw Error(error_number::file_or_element, "", path + ": " + fault.what());
+        throw Error(error_number::file_or_element, "", fault.what());
     }
 }
 
@@ -19,12 +20,12 @@ void told(const std::string& path, const Work& work) {
 
 std::string read_text(Session& session, const std::string& path) {
     std::string text;
-    told(path, [&] { session.platform().files->read(path, text); });
+    told([&] { session.platform().files->read(path, text); });
     return text;
 }
 
 void save_text(Session& session, const std::string& path, std::string_view text) {
-    told(path, [&] { safe_save(*session.platform().files, path, text); });
+    told([&] { safe_save(*session.platform().files, path, text); });
 }
 
 }  // namespace korvane::program

@@ -24,7 +24,7 @@ struct TrendChoice {
 };
 
 bool is_logarithm(const ControlChart& chart) {
-    return chart.metric == "height" || chart.metric == "misfit";
+    return is_logarithmic(chart.metric);
 }
 
 /// A value or, for what calibrants share, a deviation, in the metric's own unit or percent.
@@ -168,7 +168,7 @@ ExitCode trend(Session& session, const TrendChoice& options) {
     std::vector<ControlChart> found = charts_of(history, like, choice);
     if (options.mz)
         std::erase_if(found,
-                      [&](const ControlChart& chart) { return !chart.mz || std::abs(*chart.mz - *options.mz) > 0.01; });
+                      [&](const ControlChart& chart) { return !chart.mz || !is_same_mass(*chart.mz, *options.mz); });
     const auto fullest =
         std::ranges::max_element(found, {}, [](const ControlChart& chart) { return chart.values.size(); });
     if (found.empty() || fullest->values.empty())

@@ -123,7 +123,8 @@ ExitCode tune(Session& session, const TuneOptions& options) {
     steps.add("verdict", record.verdict.empty() ? "not judged" : record.verdict);
     if (!is_kept) return exit_code_of(*session.fault);
     const std::string file = options.report.value_or(report_name(session, record));
-    save_file(session, file, report_page(session, record));
+    TuneHistory history = open_history(session, false);
+    save_text(session, file, report_page(history, record));
     steps.object["verdict"] = record.verdict;
     steps.object["report"] = file;
     steps.add("report", file);

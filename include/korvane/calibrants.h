@@ -2,6 +2,7 @@
 // spectra.
 #pragma once
 
+#include <cmath>
 #include <optional>
 #include <vector>
 
@@ -24,6 +25,14 @@ struct MeasuredCalibrant {
         return standard_errors ? std::optional(standard_errors->centroid * ppm_per_ns) : std::nullopt;
     }
 };
+
+/// Whether two texts of a mass mean the same calibrant: files may state it to fewer digits than the mass list.
+inline bool is_same_mass(double mass, double other) noexcept {
+    return std::abs(mass - other) < 0.01;
+}
+
+/// The default mass list of the instrument's source and polarity. Errors as `TuneGlobals::GetDefaultMassList`.
+KORVANE_API VariantArray<double> default_masses(InstrumentGlobals& instrument, TuneGlobals& globals);
 
 /// The calibrants of the next spectrum, in the order of `masses` (amu). The window is to either side, in percent of the
 /// flight time; -1 takes the configured one. Errors as `SpectrumParser::GetPeakInfoForCalibrantMasses`.

@@ -52,12 +52,15 @@ struct Chance {
 };
 KORVANE_API std::vector<Chance> chances_of(std::span<const double> values, const GuideSet& guide);
 
+/// Whether the chart of a metric is one of its natural logarithm: heights, misfits.
+KORVANE_API bool is_logarithmic(std::string_view metric) noexcept;
+
 /// One chart: a metric of a calibrant, or what all calibrants share.
 struct ControlChart {
     std::string metric;        ///< one of `tune_metrics`
     std::optional<double> mz;  ///< nothing for the mean deviation of all calibrants from their centres
     std::vector<std::int64_t> records;
-    std::vector<double> values;   ///< as in the history; of heights and misfits the natural logarithm
+    std::vector<double> values;   ///< as in the history, or their logarithm: `is_logarithmic`
     GuideSet guide;               ///< of the first values; size 0 where there is no judgement
     std::vector<double> average;  ///< `ewma_of`, from the first value behind the guide set on
     std::vector<Chance> chances;  ///< likewise

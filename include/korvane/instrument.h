@@ -167,4 +167,10 @@ public:
     virtual std::unique_ptr<PeakFinder> create_peak_finder() = 0;
 };
 
+/// A view of the instrument, ready for use. Error 91 where the layer makes none; those of the layer.
+KORVANE_API std::unique_ptr<InstrumentGlobals> open_globals(InstrumentLayer& layer);
+
+/// A number that the instrument shows, as such or as a text; error 13 naming what is none.
+KORVANE_API double number_of(const InstrumentValue& value, const std::string& what);
+
 }  // namespace korvane

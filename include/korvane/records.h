@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <variant>
 
 #include "korvane/variant_array.h"
@@ -68,6 +69,12 @@ struct CalibrationCoefficients {
     double A = 0, B = 0, C = 0, D = 0, E = 0, F = 0, G = 0, H = 0;
     friend bool operator==(const CalibrationCoefficients&, const CalibrationCoefficients&) = default;
 };
+
+/// The coefficients by their names, in order.
+inline constexpr std::pair<const char*, double CalibrationCoefficients::*> calibration_coefficients[] = {
+    {"A", &CalibrationCoefficients::A}, {"B", &CalibrationCoefficients::B}, {"C", &CalibrationCoefficients::C},
+    {"D", &CalibrationCoefficients::D}, {"E", &CalibrationCoefficients::E}, {"F", &CalibrationCoefficients::F},
+    {"G", &CalibrationCoefficients::G}, {"H", &CalibrationCoefficients::H}};
 
 struct CalibrationSettings {
     std::int32_t CalReserved1 = 0;

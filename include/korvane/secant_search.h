@@ -38,6 +38,11 @@ struct SecantOutcome {
     std::vector<SecantProbe> probes;
 };
 
+/// Whether the setpoint has a value that was searched for.
+inline bool is_reached(SecantOutcome::End end) noexcept {
+    return end == SecantOutcome::End::within_tolerance || end == SecantOutcome::End::resolution_reached;
+}
+
 /// "within tolerance", "resolution reached", "no signal at this mass", "out of reach", "wrong direction".
 KORVANE_API const char* name_of(SecantOutcome::End end) noexcept;
 

@@ -1,6 +1,9 @@
 // What the base classes of the seams do themselves.
 #include <atomic>
+#include <charconv>
+#include <cmath>
 
+#include "korvane/instrument.h"
 #include "korvane/mass_time.h"
 #include "korvane/peak_finder.h"
 #include "korvane/system.h"
@@ -46,6 +49,26 @@ std::vector<double> MassTimeCalibration::times_from_masses(const std::vector<dou
     std::vector<double> times_ns;
     for (const double mass : masses) times_ns.push_back(time_from_mass(mass));
     return times_ns;
+}
+
+std::unique_ptr<InstrumentGlobals> open_globals(InstrumentLayer& layer) {
+    auto globals = layer.create_globals();
+    if (!globals) raise_runtime_fault(error_number::object_not_set, "create_globals");
+    globals->initialise();
+    return globals;
+}
+
+double number_of(const InstrumentValue& value, const std::string& what) {
+    if (const auto* integer = std::get_if<std::int32_t>(&value)) return *integer;
+    if (const auto* number = std::get_if<double>(&value)) return *number;
+    if (const auto* text = std::get_if<std::string>(&value)) {
+        double number = 0;
+        const char *const begin = text->data() + (text->starts_with('+') ? 1 : 0), *const end =
+                                                                                       text->data() + text->size();
+        const auto [stopped, fault] = std::from_chars(begin, end, number);
+        if (fault == std::errc() && stopped == end && std::isfinite(number)) return number;
+    }
+    raise_runtime_fault(error_number::type_mismatch, what);
 }
 
 std::optional<PeakUncertainty> PeakList::uncertainty(std::int32_t) const {

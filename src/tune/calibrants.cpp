@@ -47,6 +47,11 @@ CalibrantTime combined(double mass, const std::vector<Reading>& readings) {
 
 }  // namespace
 
+VariantArray<double> default_masses(InstrumentGlobals& instrument, TuneGlobals& globals) {
+    return globals.GetDefaultMassList(globals.GetMassListTypeFromSourceTypeString(instrument.source_type()),
+                                      globals.GetPolarityStr());
+}
+
 std::vector<MeasuredCalibrant> measure_calibrants(SpectrumParser& parser, TuneGlobals& globals,
                                                   const VariantArray<double>& masses, double window_percent) {
     const VariantMatrix<PeakInfo> records = parser.GetPeakInfoForCalibrantMasses(masses, window_percent);

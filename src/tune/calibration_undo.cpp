@@ -1,6 +1,4 @@
 // The calibration before the last change, kept in the base folder.
-#include <array>
-
 #include "korvane/calibration_fit.h"
 #include "korvane/tune_globals.h"
 #include "tune/base_file.h"
@@ -13,22 +11,16 @@ using Json = nlohmann::json;
 
 constexpr const char* kept_name = "PreviousCalibration.json";
 
-constexpr std::array coefficient_members{
-    std::pair{"A", &CalibrationCoefficients::A}, std::pair{"B", &CalibrationCoefficients::B},
-    std::pair{"C", &CalibrationCoefficients::C}, std::pair{"D", &CalibrationCoefficients::D},
-    std::pair{"E", &CalibrationCoefficients::E}, std::pair{"F", &CalibrationCoefficients::F},
-    std::pair{"G", &CalibrationCoefficients::G}, std::pair{"H", &CalibrationCoefficients::H}};
-
 /// The object of the file with the calibration of one polarity replaced.
 void save_kept(const BaseFile& file, Json object, const std::string& polarity, const CalibrationCoefficients& ns) {
-    for (const auto& [name, member] : coefficient_members) object[polarity][name] = ns.*member;
+    for (const auto& [name, member] : calibration_coefficients) object[polarity][name] = ns.*member;
     file.save(object);
 }
 
 CalibrationCoefficients kept_coefficients(const BaseFile& file, const Json& object, const std::string& polarity) {
     if (!object.contains(polarity)) file.refuse("no earlier calibration of " + polarity + " polarity is kept");
     CalibrationCoefficients ns;
-    for (const auto& [name, member] : coefficient_members) {
+    for (const auto& [name, member] : calibration_coefficients) {
         const Json value = object[polarity].is_object() ? object[polarity].value(name, Json()) : Json();
         if (!value.is_number()) file.refuse(polarity + ": " + name + " is no number");
         ns.*member = value.get<double>();

@@ -46,15 +46,19 @@ double chance_of(double t, std::size_t freedom) {
 }
 
 double charted(std::string_view metric, double value) {
-    return metric == "height" || metric == "misfit" ? std::log(value) : value;
+    return is_logarithmic(metric) ? std::log(value) : value;
 }
 
 /// The standard error in the unit of the chart.
 double charted_error(std::string_view metric, const MetricReading& reading) {
-    return metric == "height" || metric == "misfit" ? reading.standard_error / reading.value : reading.standard_error;
+    return is_logarithmic(metric) ? reading.standard_error / reading.value : reading.standard_error;
 }
 
 }  // namespace
+
+bool is_logarithmic(std::string_view metric) noexcept {
+    return metric == "height" || metric == "misfit";
+}
 
 GuideSet guide_set(std::span<const double> values) {
     GuideSet guide{values.size(), 0, 0, 0};

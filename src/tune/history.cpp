@@ -12,6 +12,7 @@
 #include "tune/metrics.h"
 #ifndef _WIN32
 #include <dlfcn.h>
+#include <unistd.h>
 #endif
 
 namespace korvane {
@@ -59,7 +60,7 @@ void* open_module(const std::string& name) {
     const bool is_known = dladdr(reinterpret_cast<void*>(&is_server), &here) != 0 && here.dli_fname != nullptr;
     const std::string file = is_known ? here.dli_fname : "", folder = file.substr(0, file.rfind('/') + 1);
     for (const std::string& place : {folder + name, folder + "../lib/" + name})
-        if (void* const library = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL)) return library;
+        if (access(place.c_str(), F_OK) == 0) return dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL);
     return dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 #endif

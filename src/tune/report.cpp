@@ -125,12 +125,9 @@ std::string setpoints_html(const TuneRecord& record) {
     };
     for (const RecordedSetpoint& setpoint : record.setpoints) add(setpoint.name, setpoint.before, setpoint.after);
     if (const auto& before = record.calibration_before, &after = record.calibration_after; before && after) {
-        using Term = std::pair<const char*, double CalibrationCoefficients::*>;
-        using Terms = CalibrationCoefficients;
-        for (const auto& [name, term] :
-             {Term{"A", &Terms::A}, Term{"B (t0)", &Terms::B}, Term{"C", &Terms::C}, Term{"D", &Terms::D},
-              Term{"E", &Terms::E}, Term{"F", &Terms::F}, Term{"G", &Terms::G}, Term{"H", &Terms::H}})
-            add(fmt::format("calibration {}, by ns", name), (*before).*term, (*after).*term);
+        for (const auto& [name, term] : calibration_coefficients)
+            add(fmt::format("calibration {}, by ns", term == &CalibrationCoefficients::B ? "B (t0)" : name),
+                (*before).*term, (*after).*term);
     }
     return (moved.size() > 1 ? html_table(moved) : "<p>Nothing was moved.</p>") + "\n<details><summary>Data: all " +
            "setpoints</summary>" + html_table(all) + "</details>\n";

@@ -12,12 +12,6 @@ namespace korvane {
 
 namespace {
 
-double number_of(const InstrumentValue& value, const std::string& name) {
-    if (const auto* number = std::get_if<double>(&value)) return *number;
-    if (const auto* integer = std::get_if<std::int32_t>(&value)) return *integer;
-    raise_runtime_fault(error_number::type_mismatch, name);
-}
-
 /// A number in the type that a setpoint was written in.
 SetpointValue of_the_type(const SetpointValue& example, double number) {
     return std::visit([&](auto typed) -> SetpointValue { return static_cast<decltype(typed)>(number); }, example);

@@ -30,25 +30,15 @@ std::string utc_text(const LocalTime& local) {
                        time.minutes().count(), time.seconds().count());
 }
 
-std::unique_ptr<InstrumentGlobals> view_of(const Platform& platform) {
-    auto view = platform.instrument->create_globals();
-    if (!view) raise_runtime_fault(error_number::object_not_set, "create_globals");
-    view->initialise();
-    return view;
-}
-
 double setpoint_value(SetpointTable& table, std::int32_t index) {
-    const InstrumentValue value = table.value(index, 0, 0);
-    if (const auto* number = std::get_if<double>(&value)) return *number;
-    if (const auto* integer = std::get_if<std::int32_t>(&value)) return *integer;
-    raise_runtime_fault(error_number::type_mismatch, table.internal_name(index));
+    return number_of(table.value(index, 0, 0), table.internal_name(index));
 }
 
 }  // namespace
 
 TuneRecord begin_record(const Platform& platform, std::string kind) {
     TuneGlobals globals(platform);
-    const auto view = view_of(platform);
+    const auto view = open_globals(*platform.instrument);
     TuneRecord record;
     record.time = utc_text(platform.clock->now());
     record.kind = std::move(kind);
@@ -66,7 +56,7 @@ TuneRecord begin_record(const Platform& platform, std::string kind) {
 }
 
 void end_record(TuneRecord& record, const Platform& platform) {
-    const auto view = view_of(platform);
+    const auto view = open_globals(*platform.instrument);
     for (RecordedSetpoint& setpoint : record.setpoints)
         setpoint.after = setpoint_value(view->setpoints(), view->setpoints().index_of(setpoint.name));
     record.calibration_after = TuneGlobals(platform).GetCurrentCalibrationObjFromDD()->coefficients();

@@ -125,8 +125,7 @@ public:
           parser_(guard_.platform()),
           request_(request),
           on_probe_(on_probe),
-          instrument_(guard_.platform().instrument->create_globals()) {
-        instrument_->initialise();
+          instrument_(open_globals(*guard_.platform().instrument)) {
         SetpointTable& table = instrument_->setpoints();
         low_ = request.low.value_or(table.lower_limit(request.setpoint));
         high_ = request.high.value_or(table.upper_limit(request.setpoint));
@@ -151,9 +150,7 @@ public:
                 continue;
             }
             close_bracket();
-            if (const auto end = end_here())
-                return *end == End::within_tolerance || *end == End::resolution_reached ? succeeded(*end)
-                                                                                        : failed(*end, entry);
+            if (const auto end = end_here()) return is_reached(*end) ? succeeded(*end) : failed(*end, entry);
             next = next_value();
         }
         return failed(End::out_of_reach, entry);

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "korvane/error.h"
 #include "korvane/tune_globals.h"
@@ -42,9 +43,22 @@ void require_possible(const std::string& place, const RecipeSearch& search, Tune
     require_positive(place + "/tolerance_percent", search.tolerance_percent);
     require_positive(place + "/around_percent", search.around_percent);
     require_positive(place + "/resolution", search.resolution.value_or(table.resolution(*index)));
+    const double present = number_of(table.value(*index, 0, 0), search.setpoint);
+    const auto [low, high] = search_bounds(search, table, *index, present);
+    if (!(low < high))
+        refuse_recipe(place + "/around_percent", fmt::format("nothing lies around {} between the bounds", present));
 }
 
 }  // namespace
+
+std::pair<double, double> search_bounds(const RecipeSearch& search, SetpointTable& table, std::int32_t index,
+                                        double present) {
+    const double low = search.min.value_or(table.lower_limit(index));
+    const double high = search.max.value_or(table.upper_limit(index));
+    if (!search.around_percent) return {low, high};
+    const double reach = std::abs(present) * *search.around_percent / 100;
+    return {std::max(low, present - reach), std::min(high, present + reach)};
+}
 
 TuneRecipe read_tune_recipe(const Platform& platform, const std::string& path) {
     BaseFile file(platform, "TuneRecipe.json", "read_tune_recipe");
@@ -52,9 +66,7 @@ TuneRecipe read_tune_recipe(const Platform& platform, const std::string& path) {
     const auto object = file.read();
     if (!object) file.refuse("there is no such file");
     TuneGlobals globals(platform);
-    const auto instrument = platform.instrument->create_globals();
-    if (!instrument) raise_runtime_fault(error_number::object_not_set, "create_globals");
-    instrument->initialise();
+    const auto instrument = open_globals(*platform.instrument);
     try {
         TuneRecipe recipe = recipe_from_json(*object);
         if (recipe.schema != 1) refuse_recipe("/schema", fmt::format("this program knows 1, not {}", recipe.schema));

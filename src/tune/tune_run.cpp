@@ -3,12 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
+#include <tuple>
 
 #include "korvane/error.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/peak_traces.h"
 #include "korvane/tune_history.h"
+#include "tune/recipe_json.h"
 
 namespace korvane {
 
@@ -47,19 +48,10 @@ private:
         if (tell_) tell_({step_, text, is_done});
     }
 
-    std::unique_ptr<InstrumentGlobals> instrument() const {
-        auto made = platform_.instrument->create_globals();
-        if (!made) raise_runtime_fault(error_number::object_not_set, "create_globals");
-        made->initialise();
-        return made;
-    }
-
     std::string require_ready() {
-        const InstrumentValue state =
-            instrument()->actual_value(contract::instrument_register.not_ready_state, contract::not_ready_state_type);
-        const auto* const number = std::get_if<double>(&state);
-        const auto* const integer = std::get_if<std::int32_t>(&state);
-        if ((number && *number < -0.5) || (integer && *integer < 0))
+        const char* const state = contract::instrument_register.not_ready_state.key;
+        if (number_of(open_globals(*platform_.instrument)->actual_value(state, contract::not_ready_state_type), state) <
+            -0.5)
             throw Error(error_number::routine_detected, "run_tune", "the instrument is not ready");
         tell("the instrument is ready");
         return {};
@@ -76,21 +68,13 @@ private:
         request.relative_tolerance = search.tolerance_percent / 100;
         request.lower_value_reduces_abundance = !search.raise_to_reduce;
         request.resolution = search.resolution;
-        double low = search.min.value_or(table.lower_limit(request.setpoint));
-        double high = search.max.value_or(table.upper_limit(request.setpoint));
-        if (search.around_percent) {
-            const double reach = std::abs(present) * *search.around_percent / 100;
-            low = std::max(low, present - reach);
-            high = std::min(high, present + reach);
-        }
-        request.low = low;
-        request.high = high;
+        std::tie(request.low, request.high) = search_bounds(search, table, request.setpoint, present);
         return request;
     }
 
     std::string adjust() {
         if (recipe_.searches.empty()) tell("nothing to adjust");
-        const auto view = instrument();
+        const auto view = open_globals(*platform_.instrument);
         for (const RecipeSearch& search : recipe_.searches) {
             RecordedSearch& done = record_.searches.emplace_back();
             done = {search.setpoint, search.mz, search.target, 0, 0, {}, {}};
@@ -106,23 +90,17 @@ private:
             done.probes = outcome.probes;
             tell(fmt::format("{} {:g} -> {:g} for {:.0f} counts at m/z {:.4f}: {}", search.setpoint, done.before,
                              done.after, search.target, search.mz, done.end));
-            if (outcome.end != SecantOutcome::End::within_tolerance &&
-                outcome.end != SecantOutcome::End::resolution_reached)
-                return fmt::format("adjust {}: {}", search.setpoint, done.end);
+            if (!is_reached(outcome.end)) return fmt::format("adjust {}: {}", search.setpoint, done.end);
         }
         return {};
-    }
-
-    VariantArray<double> default_masses() {
-        const std::string source = globals_.GetMassListTypeFromSourceTypeString(instrument()->source_type());
-        return globals_.GetDefaultMassList(source, globals_.GetPolarityStr());
     }
 
     std::string fit() {
         tell(fmt::format("measuring {} spectra", recipe_.fit_spectra), false);
         const CalibrationObject before = globals_.GetCurrentCalibrationObjFromDD();
         const CalibrationFit fit = fit_calibration(
-            measure_calibrant_times(parser_, globals_, default_masses(), static_cast<std::size_t>(recipe_.fit_spectra)),
+            measure_calibrant_times(parser_, globals_, default_masses(*open_globals(*platform_.instrument), globals_),
+                                    static_cast<std::size_t>(recipe_.fit_spectra)),
             *before);
         record_.residuals = fit.calibrants;
         if (fit.is_better()) {
@@ -136,7 +114,8 @@ private:
     }
 
     std::string measure() {
-        const auto masses = recipe_.masses.empty() ? default_masses() : VariantArray<double>(recipe_.masses);
+        const auto masses = recipe_.masses.empty() ? default_masses(*open_globals(*platform_.instrument), globals_)
+                                                   : VariantArray<double>(recipe_.masses);
         PeakTraces traces(platform_);
         SpectrumParser parser(traces.platform());
         judge(record_, measure_calibrants(parser, globals_, masses), read_tune_limits(platform_));

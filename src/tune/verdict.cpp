@@ -40,10 +40,9 @@ void read_references(const BaseFile& file, const Json& heights, TuneLimits& limi
     }
 }
 
-/// The reference of a mass, which files may state to fewer digits than the mass list.
 std::optional<double> reference_of(const TuneLimits& limits, double mass) {
     for (const auto& [mz, height] : limits.reference_heights)
-        if (std::abs(mz - mass) < 0.01) return height;
+        if (is_same_mass(mz, mass)) return height;
     return std::nullopt;
 }
 
