@@ -114,13 +114,7 @@ windows() {
     local work=$packages/wine installed
     rm -rf "$work"
     mkdir -p "$work"
-    snapshot() {  # the registry, a value a line with its key
-        wine regedit /E "$(winepath -w "$work/$1.reg" | tr -d '\r')" >/dev/null 2>&1 </dev/null
-        iconv -f UTF-16 -t UTF-8 "$work/$1.reg" | tr -d '\r' | awk '/^\[/ { key = $0; print; next } NF { print key " " $0 }' |
-            grep -v -i '^\[HKEY_LOCAL_MACHINE\\\(System\|Hardware\)\\' | sort >"$work/$1"
-        [ -s "$work/$1" ]
-    }
-    snapshot before
+    scripts/registry.sh "$work/before"
     wine "$packages/$name.exe" /S </dev/null
     installed=$WINEPREFIX/drive_c/Program\ Files/Korvane
     KORVANE_BASE=$(winepath -w "$work/base" | tr -d '\r')
@@ -132,7 +126,7 @@ windows() {
     grep -q DONE "$work/script"
     ! grep FAIL "$work/script"
     wine "$installed/uninstall.exe" /S '_?=C:\Program Files\Korvane' </dev/null
-    snapshot after
+    scripts/registry.sh "$work/after"
     diff "$work/before" "$work/after"
     rm -f "$installed/uninstall.exe"  # which does not remove itself when it is waited for
     rmdir "$installed" 2>/dev/null || [ ! -e "$installed" ]

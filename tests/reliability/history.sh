@@ -3,12 +3,8 @@
 # each, and puts a history where none can be: no record is lost or half, no measurement is lost, and the fault is told.
 # The mzQC that is written is checked by SCHEMA.
 set -uo pipefail
-program=$(realpath "$1") schema=$(realpath "$2") kills=${3:-300} records=${4:-1000}
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-export KORVANE_BASE=$folder/base
-cd "$folder" || exit 1
-"$program" init base >/dev/null
+schema=$(realpath "$2") kills=${3:-300} records=${4:-1000}
+. "$(dirname "$0")/world.sh"
 # A short spectrum: most of the time is the record's.
 echo '{"instrument": {"spectrum_duration_ns": 60000}}' >base/scene.json
 measure=(measure --mass 158.964 --mass 566.8885)

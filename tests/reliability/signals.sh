@@ -2,12 +2,8 @@
 # signals.sh PROGRAM [COUNT]: stops commands of the program by signals at random moments, and counts where the setpoints
 # are not those before, where a log is torn, and where the exit code is not as documented.
 set -uo pipefail
-program=$(realpath "$1") count=${2:-300}
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-export KORVANE_BASE=$folder/base
-cd "$folder" || exit 1
-"$program" init base >/dev/null
+count=${2:-300}
+. "$(dirname "$0")/world.sh"
 echo '{"instrument": {"spectrum_period_ms": 20}}' >base/scene.json
 "$program" setpoint set FragmentTune 180 >/dev/null
 commands=("measure" "adjust FragmentTune --mz 566.8885 --target 50000" "record run.mzML -n 20"

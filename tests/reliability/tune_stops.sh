@@ -3,12 +3,8 @@
 # where the instrument is neither as before, nor as the last record says, nor (killed) as the marks of the base folder
 # explain; where the history is not whole; where a report is half.
 set -uo pipefail
-program=$(realpath "$1") count=${2:-300}
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-export KORVANE_BASE=$folder/base
-cd "$folder" || exit 1
-"$program" init base >/dev/null
+count=${2:-300}
+. "$(dirname "$0")/world.sh"
 echo '{"instrument": {"spectrum_period_ms": 20}}' >base/scene.json
 echo '{"adjust": [{"setpoint": "FragmentTune", "mz": 566.8885, "target": 110000, "around_percent": 40}],
        "fit_spectra": 3, "masses": [158.964, 566.8885]}' >recipe.json

@@ -2,11 +2,8 @@
 # writers.sh PROGRAM [COUNT]: two processes write preferences of their own COUNT times each, into the same file, while a third
 # requests and resets aborts there as often. Counts what another's save has undone.
 set -uo pipefail
-program=$(realpath "$1") count=${2:-1000}
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-export KORVANE_BASE=$folder/base
-"$program" init "$KORVANE_BASE" >/dev/null
+count=${2:-1000}
+. "$(dirname "$0")/world.sh"
 
 # What each call answers, a line a call, is known, and stands behind it.
 edits() {

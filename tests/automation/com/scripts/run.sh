@@ -17,15 +17,7 @@ finish() {
 }
 trap finish EXIT
 
-# The registry as text, a value a line with its key; without what the machine's drivers write when they please.
-snapshot() {
-    rm -f "$work/$1.reg"
-    wine regedit /E "$(windows_path "$work/$1.reg")" >/dev/null 2>&1
-    iconv -f UTF-16 -t UTF-8 "$work/$1.reg" | tr -d '\r' |
-        awk '/^\[/ { key = $0; print; next } NF { print key " " $0 }' |
-        grep -v -i '^\[HKEY_LOCAL_MACHINE\\\(System\|Hardware\)\\' | sort >"$work/$1.txt"
-    [ -s "$work/$1.txt" ]
-}
+snapshot() { "$scripts/../../../../scripts/registry.sh" "$work/$1.txt"; }
 check() {  # check WHAT COMMAND...: the command must succeed
     local what=$1
     shift
