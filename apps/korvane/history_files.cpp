@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "commands.h"
+#include "korvane/system.h"
 #include "run_record.h"
 #include "text_files.h"
 #include "text_table.h"
@@ -104,8 +105,7 @@ ExitCode export_history(Session& session, const ExportFiles& files) {
     const TuneRecord last = record_named(history, "last");
     if (files.csv) save_text(session, *files.csv, csv_of(records));
     if (files.json) save_text(session, *files.json, json_of(records));
-    if (files.mzqc)
-        save_text(session, *files.mzqc, mzqc_document(records, make_mark(session.platform(), last, "", "").time));
+    if (files.mzqc) save_text(session, *files.mzqc, mzqc_document(records, utc_text(session.platform().clock->now())));
     if (files.prometheus) save_text(session, *files.prometheus, prometheus_text(last));
     return session.show(Json{{"records", records.size()}}, fmt::format("{} records\n", records.size()));
 }

@@ -11,6 +11,21 @@
 
 namespace korvane::program {
 
+namespace {
+
+/// Null where the clock has been told what is no time.
+Json time_text(Clock& clock) {
+    try {
+        const LocalTime now = clock.now();
+        return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", now.year, now.month, now.day, now.hour, now.minute,
+                           now.second);
+    } catch (const Error&) {
+        return {};
+    }
+}
+
+}  // namespace
+
 Session::Session(Streams streams, Platform system) : streams_(streams), system_(std::move(system)) {}
 Session::~Session() = default;
 
@@ -42,6 +57,7 @@ std::string Session::instrument_name() const {
 
 const Platform& Session::platform() {
     if (!platform_) {
+        system_.clock->now();  // raises what makes it none, before anything needs it
         restoring_ = std::make_unique<Restoring>(build_platform());
         platform_ = watched(restoring_->platform(), [this](bool at_spectrum) { look(at_spectrum); });
     }
@@ -134,10 +150,8 @@ void Session::print_result(const Json& more) {
     line_is_open_ = false;
     if (!json) return print(text_);
     if (object_.is_null() && more.empty()) return;
-    const LocalTime now = system_.clock->now();
     Json whole{{"schema_version", 1},
-               {"time", fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", now.year, now.month, now.day, now.hour,
-                                    now.minute, now.second)},
+               {"time", time_text(*system_.clock)},
                {"version", KORVANE_VERSION},
                {"instrument", instrument_name()}};
     if (!object_.is_null()) whole.update(object_);

@@ -21,6 +21,9 @@ struct LocalTime {
     int hour = 0, minute = 0, second = 0;
 };
 
+/// "2026-11-22T08:51:49Z", by the time zone of the process.
+KORVANE_API std::string utc_text(const LocalTime& time);
+
 /// Nothing else in the library knows the time.
 class KORVANE_API Clock {
 public:

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <chrono>
 #include <clocale>
 #include <ctime>
 
@@ -11,6 +12,33 @@
 #endif
 
 namespace korvane {
+
+namespace {
+
+std::tm calendar_parts(const LocalTime& time) {
+    std::tm parts{};
+    parts.tm_year = time.year - 1900;
+    parts.tm_mon = time.month - 1;
+    parts.tm_mday = time.day;
+    parts.tm_hour = time.hour;
+    parts.tm_min = time.minute;
+    parts.tm_sec = time.second;
+    parts.tm_isdst = -1;
+    return parts;
+}
+
+}  // namespace
+
+std::string utc_text(const LocalTime& time) {
+    std::tm parts = calendar_parts(time);
+    const auto instant = std::chrono::sys_seconds(std::chrono::seconds(std::mktime(&parts)));
+    const auto midnight = std::chrono::floor<std::chrono::days>(instant);
+    const std::chrono::year_month_day day(midnight);
+    const std::chrono::hh_mm_ss clock(instant - midnight);
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", static_cast<int>(day.year()),
+                       static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()), clock.hours().count(),
+                       clock.minutes().count(), clock.seconds().count());
+}
 
 std::string date_yyyymmdd(const LocalTime& time) {
     return fmt::format("{:04}{:02}{:02}", time.year, time.month, time.day);
@@ -50,13 +78,7 @@ std::string general_date_text(const LocalTime& time) {
     const bool is_midnight = time.hour == 0 && time.minute == 0 && time.second == 0;
     const std::string_view locale = std::setlocale(LC_TIME, nullptr);
     if (locale != "POSIX" && locale != "C" && !locale.starts_with("C.")) {
-        std::tm parts{};
-        parts.tm_year = time.year - 1900;
-        parts.tm_mon = time.month - 1;
-        parts.tm_mday = time.day;
-        parts.tm_hour = time.hour;
-        parts.tm_min = time.minute;
-        parts.tm_sec = time.second;
+        const std::tm parts = calendar_parts(time);
         char text[200];
         return {text, std::strftime(text, sizeof text, is_midnight ? "%x" : "%x %X", &parts)};
     }

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <thread>
 
+#include "korvane/error.h"
 #include "korvane/system.h"
 #include "platform/files.h"
 #include "platform/windows_text.h"
@@ -39,11 +40,20 @@ public:
         return time.hour * 3600.0 + time.minute * 60.0 + time.second + fraction;
     }
 
+    /// Error 13 where KORVANE_TIME is no time.
     LocalTime now() override {
-        LocalTime time = local_instant().time;
-        std::sscanf(environment_text("KORVANE_TIME").c_str(), "%d-%d-%dT%d:%d:%d", &time.year, &time.month, &time.day,
-                    &time.hour, &time.minute, &time.second);
-        return time;
+        if (played_.empty()) return local_instant().time;
+        LocalTime time;
+        int read = 0;
+        std::sscanf(played_.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &time.year, &time.month, &time.day, &time.hour,
+                    &time.minute, &time.second, &read);
+        const auto day = std::chrono::year(time.year) / time.month / time.day;
+        const bool is_clock = time.hour >= 0 && time.hour < 24 && time.minute >= 0 && time.minute < 60 &&
+                              time.second >= 0 && time.second < 60;
+        if (static_cast<std::size_t>(read) == played_.size() && day.ok() && is_clock) return time;
+        throw Error(error_number::type_mismatch, "",
+                    "KORVANE_TIME[" + played_ + "] is no local time, such as 2026-11-22T08:51:49",
+                    ErrorKind::configuration);
     }
 
     void sleep_milliseconds(int milliseconds) override {
@@ -64,6 +74,9 @@ public:
         }
 #endif
     }
+
+private:
+    const std::string played_ = environment_text("KORVANE_TIME");  ///< taken for now; empty: the system's time
 };
 
 class SystemMessageBox final : public MessageBox {

@@ -1,9 +1,6 @@
 // The record of a run: the instrument before and after, and how its calibrants were judged.
 #include <fmt/format.h>
 
-#include <chrono>
-#include <ctime>
-
 #include "korvane/error.h"
 #include "korvane/system.h"
 #include "korvane/tune_history.h"
@@ -11,24 +8,6 @@
 namespace korvane {
 
 namespace {
-
-std::string utc_text(const LocalTime& local) {
-    std::tm parts{};
-    parts.tm_year = local.year - 1900;
-    parts.tm_mon = local.month - 1;
-    parts.tm_mday = local.day;
-    parts.tm_hour = local.hour;
-    parts.tm_min = local.minute;
-    parts.tm_sec = local.second;
-    parts.tm_isdst = -1;
-    const auto instant = std::chrono::sys_seconds(std::chrono::seconds(std::mktime(&parts)));
-    const auto midnight = std::chrono::floor<std::chrono::days>(instant);
-    const std::chrono::year_month_day day(midnight);
-    const std::chrono::hh_mm_ss time(instant - midnight);
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", static_cast<int>(day.year()),
-                       static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()), time.hours().count(),
-                       time.minutes().count(), time.seconds().count());
-}
 
 double setpoint_value(SetpointTable& table, std::int32_t index) {
     return number_of(table.value(index, 0, 0), table.internal_name(index));
