@@ -14,7 +14,8 @@ namespace korvane {
 /// One calibrant of a fit. Residuals are (mass by the law - expected mass) / expected mass.
 struct CalibrantResidual {
     CalibrantTime measured;
-    double error_ppm = 0;     ///< standard error of the flight time, as mass
+    /// Standard error of the flight time, as mass, and of the expected mass, which its list tells rounded.
+    double error_ppm = 0;
     double before_ppm = 0;    ///< by the calibration before the fit
     double after_ppm = 0;     ///< by the fitted law
     double left_out_ppm = 0;  ///< by the law fitted to the other used calibrants
@@ -39,7 +40,8 @@ struct CalibrationFit {
 };
 
 /// Weighted least squares of m = (A (t - t0))^2 + terms to the calibrants, by the standard errors of their flight
-/// times. As many of the calibration's used terms as the calibrants carry are fitted, the others are 0: that number
+/// times and of their masses: rounding to d decimals, the most that the masses have and at least four, has the standard
+/// deviation 10^-d / sqrt(12), which no number of spectra makes smaller. As many of the calibration's used terms as the calibrants carry are fitted, the others are 0: that number
 /// makes Akaike's criterion for small samples smallest, with chi-square over the residual variance of the largest model
 /// (Hurvich and Tsai, Biometrika 76 (1989) 297). Calibrants far off the law of the others are left out: a least median
 /// of squares over subsets (Rousseeuw and Leroy, Robust Regression and Outlier Detection, 1987, ch. 3) tells them at

@@ -33,6 +33,9 @@ constexpr int most_steps = 20;
 /// Rounds of taking in and leaving out; they end when nothing changes.
 constexpr int most_rounds = 10;
 
+/// Lists tell masses to 0.0001 at least; trailing zeros of a coarser one cannot be seen in its numbers.
+constexpr std::size_t least_decimals = 4;
+
 constexpr std::array higher_terms{&CalibrationCoefficients::C, &CalibrationCoefficients::D,
                                   &CalibrationCoefficients::E, &CalibrationCoefficients::F,
                                   &CalibrationCoefficients::G, &CalibrationCoefficients::H};
@@ -183,8 +186,10 @@ void for_subsets(std::size_t count, std::size_t chosen, const With& with) {
 struct RobustLaw {
     Law law;
     Places used;
-    VectorXd distances;   ///< of all calibrants, in standard errors
-    MatrixXd covariance;  ///< of the coefficients, by the stated errors
+    VectorXd distances;     ///< of all calibrants, in standard errors
+    MatrixXd covariance;    ///< of the coefficients, by the stated errors
+    VectorXd standardised;  ///< distances over their own standard deviations
+    double limit;           ///< of the standardised distances of those that agree
 };
 
 double median_scale(const VectorXd& distances, std::size_t freedom) {
@@ -235,32 +240,40 @@ VectorXd residual_errors(const Linearised& at, const MatrixXd& covariance, const
     return variances.cwiseSqrt();
 }
 
-/// Nothing where fewer calibrants than one more than there are coefficients agree.
+/// Least squares through some calibrants; nothing where fewer than one more than there are coefficients.
+std::optional<RobustLaw> law_through(const Points& points, const Law& start, Places agreeing) {
+    const auto freedom = static_cast<double>(static_cast<Index>(agreeing.size()) - start.coefficients.size());
+    if (freedom < 1) return std::nullopt;
+    const auto law = least_squares(points, start, agreeing);
+    if (!law) return std::nullopt;
+    const Linearised at = points.linearised(*law);
+    RobustLaw robust{*law, std::move(agreeing), at.residuals, {}, {}, outlier_limit};
+    robust.covariance = coefficient_covariance(at, robust.used);
+    robust.standardised = robust.distances.cwiseQuotient(residual_errors(at, robust.covariance, robust.used));
+    const double scale = std::sqrt(robust.distances(robust.used).squaredNorm() / freedom);
+    if (scale > 1) robust.limit = scale * student_limit(freedom);
+    return robust;
+}
+
 std::optional<RobustLaw> robust_law(const Points& points, const Law& start) {
+    auto robust = law_through(points, start, all_places(points.size()));
+    // Where all agree by their stated errors nobody is looked for: a law of a few that chance put in line would reach
+    // too far.
+    if (robust && robust->standardised.cwiseAbs().maxCoeff() <= outlier_limit) return robust;
     const auto median_fit = least_median_distances(points, start);
     if (!median_fit) return std::nullopt;
-    RobustLaw robust{start, {}, {}, {}};
     VectorXd standardised = median_fit->first;
-    const Index unknowns = start.coefficients.size();
     double limit = outlier_limit * std::max(1.0, median_fit->second);
     // The law of the subset wavers by the errors of its few calibrants; that of all that agree tells better who does.
     for (int round = 0; round < most_rounds; ++round) {
         Places agreeing;
         for (Index i = 0; i < standardised.size(); ++i)
             if (std::abs(standardised[i]) <= limit) agreeing.push_back(i);
-        if (round > 0 && agreeing == robust.used) break;
-        const auto freedom = static_cast<double>(static_cast<Index>(agreeing.size()) - unknowns);
-        if (freedom < 1) return std::nullopt;
-        const auto law = least_squares(points, robust.law, agreeing);
-        if (!law) return std::nullopt;
-        robust.law = *law;
-        const Linearised at = points.linearised(*law);
-        robust.distances = at.residuals;
-        robust.covariance = coefficient_covariance(at, agreeing);
-        standardised = robust.distances.cwiseQuotient(residual_errors(at, robust.covariance, agreeing));
-        const double scale = std::sqrt(std::max(1.0, robust.distances(agreeing).squaredNorm() / freedom));
-        limit = scale > 1 ? scale * student_limit(freedom) : outlier_limit;
-        robust.used = std::move(agreeing);
+        if (round > 0 && agreeing == robust->used) break;
+        robust = law_through(points, round > 0 ? robust->law : start, std::move(agreeing));
+        if (!robust) return std::nullopt;
+        standardised = robust->standardised;
+        limit = robust->limit;
     }
     return robust;
 }
@@ -292,13 +305,26 @@ RobustLaw best_law(const Points& points, const std::vector<int>& powers) {
     return *std::ranges::min_element(laws, {}, criterion);
 }
 
+/// Standard deviation of what rounding to the decimals of the masses' list has taken or given: a uniform distribution.
+double rounding_of_masses(const std::vector<CalibrantTime>& measured) {
+    std::size_t decimals = least_decimals;
+    for (const CalibrantTime& calibrant : measured) {
+        const std::string text = fmt::format("{}", calibrant.mass);
+        if (const auto point = text.find('.'); point != std::string::npos)
+            decimals = std::max(decimals, text.size() - point - 1);
+    }
+    return std::pow(10.0, -static_cast<double>(decimals)) / std::sqrt(12.0);
+}
+
 Points points_of(const std::vector<CalibrantTime>& measured, const MassTimeCalibration& before, const Places& places) {
     Points points;
+    const double rounding = rounding_of_masses(measured);
     for (const Index place : places) {
         const CalibrantTime& calibrant = measured[static_cast<std::size_t>(place)];
         points.masses.push_back(calibrant.mass);
         points.times_ns.push_back(calibrant.time_ns);
-        points.errors_ppm.push_back(calibrant.error_ns * ppm_per_ns(before, calibrant.time_ns));
+        points.errors_ppm.push_back(
+            std::hypot(calibrant.error_ns * ppm_per_ns(before, calibrant.time_ns), rounding / calibrant.mass * ppm));
     }
     return points;
 }
