@@ -49,14 +49,4 @@ const ClassDescription* find_class(std::string_view name) {
     return nullptr;
 }
 
-template <>
-const ClassDescription& class_of<PeakList>() {
-    return class_descriptions()[6];
-}
-
-template <>
-const ClassDescription& class_of<MassTimeCalibration>() {
-    return class_descriptions()[7];
-}
-
 }  // namespace korvane::automation

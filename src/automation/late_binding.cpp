@@ -1,9 +1,8 @@
-#include "automation/late_binding.h"
-
 #include <algorithm>
 #include <array>
 #include <memory>
 
+#include "automation/class_description.h"
 #include "automation/error_numbers.h"
 #include "automation/native_object.h"
 #include "frame/routine.h"
@@ -14,77 +13,35 @@ namespace korvane::automation {
 
 namespace {
 
-/// Room for the arguments of one call; only as many values are made as the member has parameters.
-class ArgumentStack {
-public:
-    explicit ArgumentStack(std::size_t count) : values_(reinterpret_cast<Value*>(room_), count) {
-        for (Value& value : values_) std::construct_at(&value, Missing{});
-    }
-    ~ArgumentStack() { std::destroy(values_.begin(), values_.end()); }
-    ArgumentStack(const ArgumentStack&) = delete;
-    ArgumentStack& operator=(const ArgumentStack&) = delete;
+thread_local CallFrame* innermost_frame = nullptr;
 
-    std::span<Value> values() { return values_; }
-
-private:
-    alignas(Value) std::byte room_[most_parameters * sizeof(Value)];
-    std::span<Value> values_;
-};
-
-/// A call while its member runs, and the one that it was made in.
-struct CallInProgress {
-    CallInProgress(CallerArguments& its_caller, CallFrame& its_frame) : caller(its_caller), frame(its_frame) {
-        innermost = this;
-    }
-    ~CallInProgress() { innermost = outer; }
-    CallInProgress(const CallInProgress&) = delete;
-    CallInProgress& operator=(const CallInProgress&) = delete;
-
-    static thread_local CallInProgress* innermost;
-    CallerArguments& caller;
-    CallFrame& frame;
-    CallInProgress* const outer = innermost;
-};
-thread_local CallInProgress* CallInProgress::innermost = nullptr;
-
+/// A clock around whose events the calls in progress on the thread exchange their flags with their callers: what an
+/// event handler sets there (`bUserHasCancelledRampInGUI`), the member sees.
 class FlagSharingClock final : public ForwardingClock {
 public:
     using ForwardingClock::ForwardingClock;
     void process_pending_events() override {
-        for_each_flag([](CallerArguments& caller, std::size_t place, bool& flag) { caller.store(place, flag); });
+        for_each_flag([](CallFrame& call, std::size_t place) { call.store(place, *call.flags[place]); });
         ForwardingClock::process_pending_events();
-        for_each_flag(
-            [](CallerArguments& caller, std::size_t place, bool& flag) { flag = caller.load(place).as_boolean(); });
+        for_each_flag([](CallFrame& call, std::size_t place) { *call.flags[place] = call.load(place).as_boolean(); });
     }
 
 private:
     template <class Exchange>
     static void for_each_flag(Exchange exchange) {
-        for (CallInProgress* call = CallInProgress::innermost; call; call = call->outer)
-            for (std::size_t place = 0; place < call->frame.arguments.size(); ++place)
-                if (call->frame.flags[place] && call->caller.given(place))
-                    exchange(call->caller, place, *call->frame.flags[place]);
+        for (CallFrame* call = innermost_frame; call; call = call->outer)
+            for (std::size_t place = 0; place < most_parameters; ++place)
+                if (call->flags[place] && call->given(place)) exchange(*call, place);
     }
 };
 
-Value run(const Member& member, void* target, CallerArguments& caller, CallFrame& frame) {
-    const CallInProgress in_progress(caller, frame);
-    try {
-        return member.call(member, target, frame);
-    } catch (const Error&) {
-        throw;
-    } catch (...) {
-        throw current_error();
-    }
-}
-
-void hand_back(CallerArguments& caller, CallFrame& frame) {
-    for (std::size_t place = 0; place < frame.arguments.size(); ++place)
-        if (frame.changed[place] && caller.given(place)) caller.store(place, std::move(frame.arguments[place]));
+void hand_back(CallFrame& frame) {
+    for (std::size_t place = 0; place < most_parameters; ++place)
+        if (frame.changed[place] && frame.given(place)) frame.store(place, std::move(frame.arguments[place]));
 }
 
 /// Arguments as values, by position and by name.
-class ValueArguments final : public CallerArguments {
+class ValueArguments final : public CallFrame {
 public:
     ValueArguments(const Member& member, Arguments& arguments) {
         const std::string called(member.name);
@@ -122,46 +79,43 @@ Value default_value_of(const Parameter& parameter) {
         parameter.default_value);
 }
 
-Value call_member(const Member& member, void* target, CallerArguments& caller) {
-    ArgumentStack stack(member.parameter_count);
-    const std::span<Value> arguments = stack.values();
-    for (std::size_t place = 0; place < arguments.size(); ++place) {
-        if (!caller.given(place)) continue;
+CallFrame::CallFrame() : outer(std::exchange(innermost_frame, this)) {}
+
+CallFrame::~CallFrame() {
+    innermost_frame = outer;
+}
+
+Value call_member(const Member& member, const Member::Target& target, CallFrame& frame) {
+    for (std::size_t place = 0; place < member.parameter_count; ++place) {
         // What a pure result holds before the call does not matter, but that it is there does.
         const bool pure_result = member.parameter_slots[place].direction == Direction::result;
         try {
-            arguments[place] = pure_result ? Value() : caller.load(place);
+            frame.arguments[place] = !frame.given(place) ? Missing{} : pure_result ? Value() : frame.load(place);
         } catch (const Error& error) {
             throw ArgumentError(error, member, place, Value());
         }
     }
-    for (std::size_t place = 0; place < arguments.size(); ++place) {
-        if (!arguments[place].holds<Missing>()) continue;
+    for (std::size_t place = 0; place < member.parameter_count; ++place) {
+        if (!frame.arguments[place].holds<Missing>()) continue;
         const Parameter& parameter = member.parameter_slots[place];
         if (!parameter.optional)
             throw ArgumentError(Error(argument_not_optional, "Korvane", "Argument not optional"), member, place,
                                 Missing{});
-        arguments[place] = default_value_of(parameter);
+        frame.arguments[place] = default_value_of(parameter);
     }
-    CallFrame frame{arguments};
     Value result;
     try {
-        result = run(member, target, caller, frame);
+        result = member.call(member, target, frame);
     } catch (...) {
         try {
-            hand_back(caller, frame);
+            hand_back(frame);
         } catch (const Error&) {
             // A variable that cannot take its value: the member's own error is what counts.
         }
         throw;
     }
-    hand_back(caller, frame);
+    hand_back(frame);
     return result;
-}
-
-Platform with_shared_flags(Platform platform) {
-    platform.clock = std::make_shared<FlagSharingClock>(std::move(platform.clock));
-    return platform;
 }
 
 std::int32_t parameter_place(const Member& member, std::string_view name) noexcept {
@@ -201,7 +155,13 @@ Value NativeObject::invoke(std::int32_t dispid, Arguments& arguments, Access acc
     const Member* const member = description_.find(dispid, access);
     if (!member) raise_runtime_fault(no_such_member, class_name() + ", member number " + std::to_string(dispid));
     ValueArguments caller(*member, arguments);
-    return call_member(*member, target_.get(), caller);
+    try {
+        return call_member(*member, target_, caller);
+    } catch (const Error&) {
+        throw;
+    } catch (...) {
+        throw current_error();
+    }
 }
 
 std::shared_ptr<void> target_of(const Object& object, const ClassDescription& description) {
@@ -212,7 +172,9 @@ std::shared_ptr<void> target_of(const Object& object, const ClassDescription& de
 Object create_object(std::string_view prog_id, const Platform& platform) {
     const ClassDescription* const description = find_class(prog_id);
     if (!description || !description->create) raise_runtime_fault(cannot_create, std::string(prog_id));
-    return std::make_shared<NativeObject>(*description, description->create(with_shared_flags(platform)));
+    Platform sharing = platform;
+    sharing.clock = std::make_shared<FlagSharingClock>(platform.clock);
+    return std::make_shared<NativeObject>(*description, description->create(sharing));
 }
 
 Object create_object(std::string_view prog_id) {

@@ -1,32 +1,137 @@
 #include "automation/late_bound_instrument.h"
 
-#include "automation/late_bound_adapter.h"
+#include "automation/error_numbers.h"
+#include "automation/native_types.h"
+#include "frame/routine.h"
 
 namespace korvane::automation {
 
 namespace {
 
+using Index = std::int32_t;
+using Text = const std::string&;
+
+/// Runs a call of an interface's member; errors name it, "SetpointTable.Value", and keep number, source and help.
+template <class Interface, class Body>
+auto naming_errors(std::string_view member, Body body) {
+    try {
+        return body();
+    } catch (...) {
+        const Error error = current_error();
+        throw error.described(error.description() + (error.description().empty() ? "(" : " (") +
+                              std::string(type_name<Interface>) + "." + std::string(member) + ")");
+    }
+}
+
+/// Error 91 for Nothing.
+template <class T>
+T required(T object) {
+    if (!object) raise_runtime_fault(error_number::object_not_set);
+    return object;
+}
+
+/// What the object raises, or returns that is not what was asked for, is an error that names the call.
+template <class Interface>
+class LateBoundAdapter : public Interface, public Adapter {
+public:
+    explicit LateBoundAdapter(Object object) : Adapter(std::move(object)) {}
+
+protected:
+    /// Calls a member with native arguments; the result in a native type.
+    template <class T, class... A>
+    T ask(std::string_view member, const A&... arguments) const {
+        return naming(member, [&] {
+            const Value result = object->call(member, {Native<A>::to(arguments)...});
+            if constexpr (!std::is_void_v<T>) return Native<T>::from(result);
+        });
+    }
+    /// The same for an object, which must not be Nothing.
+    template <class T, class... A>
+    T ask_for_object(std::string_view member, const A&... arguments) const {
+        return naming(member,
+                      [&] { return required(Native<T>::from(object->call(member, {Native<A>::to(arguments)...}))); });
+    }
+    template <class Body>
+    auto naming(std::string_view member, Body body) const {
+        return naming_errors<Interface>(member, body);
+    }
+};
+
+Object object_of(const MassTimeCalibration& calibration) {
+    const auto* const adapter = dynamic_cast<const Adapter*>(&calibration);
+    return adapter ? adapter->object : make_object(calibration.clone());
+}
+
+class LateBoundCalibration final : public LateBoundAdapter<MassTimeCalibration> {
+public:
+    using LateBoundAdapter::LateBoundAdapter;
+
+    CalibrationCoefficients coefficients() const override { return ask<CalibrationCoefficients>("Coefficients"); }
+    void set_coefficients(const CalibrationCoefficients& nanoseconds) override {
+        ask<void>("SetCoefficients", Value(array_of(nanoseconds)));
+    }
+    CalibrationSettings settings() const override { return ask<CalibrationSettings>("Settings"); }
+    void set_settings(const CalibrationSettings& settings) override {
+        ask<void>("SetSettings", Value(array_of(settings)));
+    }
+    VariantArray<Index> use_flags() const override { return ask<VariantArray<Index>>("UseFlags"); }
+    double mass_from_time(double time_ns) const override { return ask<double>("MassFromTime", time_ns); }
+    double time_from_mass(double mass) const override { return ask<double>("TimeFromMass", mass); }
+    std::vector<double> masses_from_times(const std::vector<double>& times_ns) const override {
+        return ask<std::vector<double>>("MassesFromTimes", times_ns);
+    }
+    std::vector<double> times_from_masses(const std::vector<double>& masses) const override {
+        return ask<std::vector<double>>("TimesFromMasses", masses);
+    }
+    std::shared_ptr<MassTimeCalibration> clone() const override { return ask_for_object<CalibrationObject>("Clone"); }
+};
+
+class LateBoundPeakList final : public LateBoundAdapter<PeakList> {
+public:
+    using LateBoundAdapter::LateBoundAdapter;
+
+    Index count() const override { return ask<Index>("Count"); }
+    void order(Index position, Index direction) override { ask<void>("Order", position, direction); }
+    PeakInfo GetPeakAttributeInfo(Index index, bool current_units) const override {
+        return ask<PeakInfo>("GetPeakAttributeInfo", index, current_units);
+    }
+    void convert(const MassTimeCalibration& calibration, Index mode) override {
+        ask<void>("Convert", object_of(calibration), mode);
+    }
+};
+
+/// An adapter for an object that has the member by which its kind is known.
+template <class Bound>
+std::shared_ptr<Bound> adapted(const Object& object, const char* member, std::string_view wanted) {
+    try {
+        object->dispid_of(member);
+    } catch (const Error& error) {
+        if (error.number() != no_such_member) throw;
+        raise_runtime_fault(error_number::type_mismatch, "an object " + object->class_name() + " is no " +
+                                                             std::string(wanted) + ": it has no " + member);
+    }
+    return std::make_shared<Bound>(object);
+}
+
 class LateBoundSetpoints final : public LateBoundAdapter<SetpointTable> {
 public:
     using LateBoundAdapter::LateBoundAdapter;
 
-    InstrumentValue value(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment) override {
-        return ask<InstrumentValue>("Value", index, time_segment, scan_segment);
+    InstrumentValue value(Index index, Index time, Index scan) override {
+        return ask<InstrumentValue>("Value", index, time, scan);
     }
-    void write(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment,
-               const SetpointValue& value) override {
-        const Value typed = std::visit([](auto number) { return Value(number); }, value);
-        ask<void>("Write", index, time_segment, scan_segment, typed);
+    void write(Index index, Index time, Index scan, const SetpointValue& value) override {
+        ask<void>("Write", index, time, scan, value);
     }
-    double lower_limit(std::int32_t index) override { return ask<double>("LowerLimit", index); }
-    double upper_limit(std::int32_t index) override { return ask<double>("UpperLimit", index); }
-    double resolution(std::int32_t index) override { return ask<double>("Resolution", index); }
-    double tolerance(std::int32_t index) override { return ask<double>("Tolerance", index); }
-    std::int32_t variable_type(std::int32_t index) override { return ask<std::int32_t>("VariableType", index); }
-    std::string external_name(std::int32_t index) override { return ask<std::string>("ExternalName", index); }
-    std::string internal_name(std::int32_t index) override { return ask<std::string>("InternalName", index); }
-    std::int32_t index_of(const std::string& name) override { return ask<std::int32_t>("IndexOf", name); }
-    std::vector<std::int32_t> indexes() override { return ask_for_list<std::int32_t>("Indexes"); }
+    double lower_limit(Index index) override { return ask<double>("LowerLimit", index); }
+    double upper_limit(Index index) override { return ask<double>("UpperLimit", index); }
+    double resolution(Index index) override { return ask<double>("Resolution", index); }
+    double tolerance(Index index) override { return ask<double>("Tolerance", index); }
+    Index variable_type(Index index) override { return ask<Index>("VariableType", index); }
+    std::string external_name(Index index) override { return ask<std::string>("ExternalName", index); }
+    std::string internal_name(Index index) override { return ask<std::string>("InternalName", index); }
+    Index index_of(Text name) override { return ask<Index>("IndexOf", name); }
+    std::vector<Index> indexes() override { return ask<std::vector<Index>>("Indexes"); }
 };
 
 class LateBoundControl final : public LateBoundAdapter<InstrumentControl> {
@@ -36,7 +141,7 @@ public:
     void GetNextSpectrum(AcquiredSpectrum& spectrum) override {
         naming("GetNextSpectrum", [&] {
             Arguments arguments{{0.0, 0.0, 0, Empty{}, Empty{}, Empty{}, 0.0, 0.0}, {}};
-            object()->invoke("GetNextSpectrum", arguments);
+            object->invoke("GetNextSpectrum", arguments);
             auto filled = arguments.positional.begin();
             const auto take = [&filled]<class... T>(T&... into) { ((into = Native<T>::from(*filled++)), ...); };
             take(spectrum.first_unused, spectrum.retention_time, spectrum.experiment, spectrum.mass_data,
@@ -47,29 +152,19 @@ public:
         return ask<VariantArray<std::string>>("GetMetaDescription");
     }
     std::vector<MetaItem> next_spectrum_metadata() override {
-        return naming("NextSpectrumMetadata", [&] {
-            const Value table = object()->call("NextSpectrumMetadata");
-            const Array& cells = table.as_array();
-            if (cells.rank() != 2 || cells.bounds()[1].count != 2)
-                raise_runtime_fault(error_number::subscript, "not two columns");
-            std::vector<MetaItem> items;
-            for (std::size_t place = 0; place < cells.size(); place += 2)
-                items.push_back(
-                    {cells.element(place).as_text(), Native<InstrumentValue>::from(cells.element(place + 1))});
-            return items;
-        });
+        return ask<std::vector<MetaItem>>("NextSpectrumMetadata");
     }
-    double read_register(const std::string& path) override { return ask<double>("ReadRegister", path); }
+    double read_register(Text path) override { return ask<double>("ReadRegister", path); }
 };
 
 class LateBoundCalibrations final : public LateBoundAdapter<CalibrationStore> {
 public:
     using LateBoundAdapter::LateBoundAdapter;
 
-    CalibrationObject calibration(std::int32_t polarity) override {
+    CalibrationObject calibration(Index polarity) override {
         return ask_for_object<CalibrationObject>("Calibration", polarity);
     }
-    void store(std::int32_t polarity, const MassTimeCalibration& calibration) override {
+    void store(Index polarity, const MassTimeCalibration& calibration) override {
         ask<void>("Store", polarity, object_of(calibration));
     }
 };
@@ -79,13 +174,10 @@ public:
     using LateBoundAdapter::LateBoundAdapter;
 
     bool has_160cm_flight_tube() override { return ask<bool>("Has160cmFlightTube"); }
-    std::string option_name(std::int32_t code) override { return ask<std::string>("OptionName", code); }
-    bool option_present(const std::string& name) override { return ask<bool>("OptionPresent", name); }
+    std::string option_name(Index code) override { return ask<std::string>("OptionName", code); }
+    bool option_present(Text name) override { return ask<bool>("OptionPresent", name); }
     bool has_positive_post_acceleration() override { return ask<bool>("HasPositivePostAcceleration"); }
-    std::int16_t abundance_reduction_setting() override {
-        return naming("AbundanceReductionSetting",
-                      [&] { return object()->call("AbundanceReductionSetting").as_int16(); });
-    }
+    std::int16_t abundance_reduction_setting() override { return ask<std::int16_t>("AbundanceReductionSetting"); }
     std::string model() override { return ask<std::string>("Model"); }
 };
 
@@ -93,10 +185,8 @@ class LateBoundFirmware final : public LateBoundAdapter<FirmwareChannels> {
 public:
     using LateBoundAdapter::LateBoundAdapter;
 
-    std::int32_t write(std::int32_t channel, float value) override {
-        return ask<std::int32_t>("Write", channel, value);
-    }
-    double read(std::int32_t channel) override { return ask<double>("Read", channel); }
+    Index write(Index channel, float value) override { return ask<Index>("Write", channel, value); }
+    double read(Index channel) override { return ask<double>("Read", channel); }
 };
 
 class LateBoundGlobals final : public LateBoundAdapter<InstrumentGlobals> {
@@ -114,11 +204,9 @@ public:
             if (Object control = ask<Object>("Control")) control_ = std::make_unique<LateBoundControl>(control);
         return control_.get();
     }
-    InstrumentValue dictionary_item(const std::string& name) override {
-        return ask<InstrumentValue>("DictionaryItem", name);
-    }
-    std::string parameter_name(std::int32_t index) override { return ask<std::string>("ParameterName", index); }
-    InstrumentValue actual_value(const std::string& path, const std::string& type) override {
+    InstrumentValue dictionary_item(Text name) override { return ask<InstrumentValue>("DictionaryItem", name); }
+    std::string parameter_name(Index index) override { return ask<std::string>("ParameterName", index); }
+    InstrumentValue actual_value(Text path, Text type) override {
         return ask<InstrumentValue>("ActualValue", path, type);
     }
     double sampling_interval_seconds() override { return ask<double>("SamplingInterval"); }
@@ -151,8 +239,7 @@ public:
 class LateBoundLogbook final : public LateBoundAdapter<LogbookEntry> {
 public:
     using LateBoundAdapter::LateBoundAdapter;
-    void write(std::int32_t kind, const std::string& message, std::int32_t code, std::int32_t first,
-               std::int32_t second, const std::string& text) override {
+    void write(Index kind, Text message, Index code, Index first, Index second, Text text) override {
         ask<void>("Write", kind, message, code, first, second, text);
     }
 };
@@ -162,12 +249,12 @@ public:
     using LateBoundAdapter::LateBoundAdapter;
 
     void set_sampling_interval_ns(double interval_ns) override { ask<void>("SetSamplingInterval", interval_ns); }
-    void set_minimum_samples(std::int32_t samples) override { ask<void>("SetMinimumSamples", samples); }
-    void set_baseline_removal(std::int32_t on) override { ask<void>("SetBaselineRemoval", on); }
+    void set_minimum_samples(Index samples) override { ask<void>("SetMinimumSamples", samples); }
+    void set_baseline_removal(Index on) override { ask<void>("SetBaselineRemoval", on); }
     void set_search_start_ns(double time_ns) override { ask<void>("SetSearchStart", time_ns); }
     void set_search_end_ns(double time_ns) override { ask<void>("SetSearchEnd", time_ns); }
-    void set_samples(std::span<const std::int32_t> counts) override {
-        ask<void>("SetSamples", Value(Array(std::vector<std::int32_t>(counts.begin(), counts.end()))));
+    void set_samples(std::span<const Index> counts) override {
+        ask<void>("SetSamples", std::vector(counts.begin(), counts.end()));
     }
     PeakListObject run(double start_time_ns) override { return ask<PeakListObject>("Run", start_time_ns); }
     double baseline() const override { return ask<double>("Baseline"); }
@@ -187,17 +274,27 @@ public:
     std::unique_ptr<PeakFinder> create_peak_finder() override { return make<LateBoundFinder>("CreatePeakFinder"); }
 
 private:
-    template <class Adapter>
-    std::unique_ptr<Adapter> make(const char* member) {
+    template <class Part>
+    std::unique_ptr<Part> make(const char* member) {
         const Object layer = object_();
         return naming_errors<InstrumentLayer>(
-            member, [&] { return std::make_unique<Adapter>(required(layer->call(member).as_object())); });
+            member, [&] { return std::make_unique<Part>(required(layer->call(member).as_object())); });
     }
 
     std::function<Object()> object_;
 };
 
 }  // namespace
+
+template <>
+std::shared_ptr<MassTimeCalibration> adapt(const Object& object) {
+    return adapted<LateBoundCalibration>(object, "MassFromTime", type_name<MassTimeCalibration>);
+}
+
+template <>
+std::shared_ptr<PeakList> adapt(const Object& object) {
+    return adapted<LateBoundPeakList>(object, "GetPeakAttributeInfo", type_name<PeakList>);
+}
 
 std::shared_ptr<InstrumentLayer> make_late_bound_layer(std::function<Object()> layer) {
     return std::make_shared<LateBoundLayer>(std::move(layer));

@@ -1,66 +1,36 @@
 #include "automation/layer_objects.h"
 
+#include <algorithm>
+#include <array>
+
+#include "automation/error_numbers.h"
+#include "korvane/forwarding.h"
+
 namespace korvane::automation {
 
-// What stands behind the objects, under their names. References that the seam hands out live as long as their owner.
-namespace offered {
+namespace {
 
-struct InstrumentLayer {
-    std::shared_ptr<korvane::InstrumentLayer> layer;
-};
-struct InstrumentGlobals {
-    std::shared_ptr<korvane::InstrumentGlobals> globals;
-    korvane::InstrumentGlobals* operator->() const { return globals.get(); }
-    template <class Part>
-    std::shared_ptr<Part> part(Part* part) const {
-        return part ? std::shared_ptr<Part>(globals, part) : nullptr;
-    }
-};
-struct PeakFinder {
-    std::shared_ptr<korvane::PeakFinder> finder;
-    VariantArray<std::int32_t> samples = {};  ///< the finder reads them in `run`
-    korvane::PeakFinder* operator->() const { return finder.get(); }
-};
-
-}  // namespace offered
-
-using Layer = offered::InstrumentLayer;
-using Globals = offered::InstrumentGlobals;
-using Finder = offered::PeakFinder;
 using Text = const std::string&;
 using Index = std::int32_t;
 
-namespace {
+class SampleKeeper final : public ForwardingPeakFinder {
+public:
+    using ForwardingPeakFinder::ForwardingPeakFinder;
+    void set_samples(std::span<const Index> counts) override {
+        samples_.assign(counts.begin(), counts.end());
+        ForwardingPeakFinder::set_samples(samples_);
+    }
 
-template <class... Classes>
-constexpr std::string_view names[]{type_name<Classes>...};
-// In the order of the descriptions.
-constexpr auto& offered_names = names<Layer, Globals, SetpointTable, InstrumentControl, CalibrationStore,
-                                      HardwareQueries, FirmwareChannels, PathInformation, LogbookEntry, Finder>;
-template <class C>
-constexpr std::size_t place_of =
-    std::find(std::begin(offered_names), std::end(offered_names), type_name<C>) - std::begin(offered_names);
+private:
+    std::vector<Index> samples_;
+};
 
-}  // namespace
-
-template <class C>
-requires(place_of<C> < std::size(offered_names)) inline constexpr bool is_object_class<C> = true;
-
-template <class C>
-const ClassDescription& class_of() {
-    return layer_class_descriptions()[place_of<C>];
+std::shared_ptr<PeakFinder> create_peak_finder(InstrumentLayer& layer) {
+    return keeping_samples(layer.create_peak_finder());
 }
 
-namespace {
-
-/// Two columns: names and values.
-Value next_spectrum_metadata(InstrumentControl& control) {
-    std::vector<Value> cells;
-    for (const MetaItem& item : control.next_spectrum_metadata()) {
-        cells.emplace_back(item.name);
-        cells.push_back(value_of(item.value));
-    }
-    return Array({{0, cells.size() / 2}, {0, 2}}, std::make_shared<const std::vector<Value>>(cells));
+void set_samples(PeakFinder& finder, const VariantArray<Index>& counts) {
+    finder.set_samples(counts.elements());
 }
 
 void next_spectrum(InstrumentControl& control, double& first_unused, double& retention_time, Index& experiment,
@@ -73,18 +43,6 @@ void next_spectrum(InstrumentControl& control, double& first_unused, double& ret
                  next.start_time_ns, next.last_unused);
 }
 
-/// The kind of the value is the type in which it is written.
-void write_setpoint(SetpointTable& table, Index index, Index time_segment, Index scan_segment, const Value& value) {
-    const bool whole = value.holds<std::int32_t>() || value.holds<std::int16_t>();
-    table.write(index, time_segment, scan_segment,
-                whole ? SetpointValue(value.as_int32()) : SetpointValue(value.as_double()));
-}
-
-void set_samples(Finder& finder, const VariantArray<std::int32_t>& counts) {
-    finder.samples = counts;
-    finder->set_samples(finder.samples.elements());
-}
-
 /// A method or a property that is read; what docs/instrument-objects.md says of it is not said again here.
 template <auto Function, class... Names>
 constexpr Member call(Index number, std::string_view name, Names... parameters) {
@@ -95,52 +53,41 @@ constexpr Member read(Index number, std::string_view name) {
     return property<Function>(number, name, {});
 }
 
-constexpr auto layer_members = member_table(
-    call<+[](Layer& on) { return std::make_shared<Globals>(Globals{on.layer->create_globals()}); }>(1, "CreateGlobals"),
-    call<+[](Layer& on) -> std::shared_ptr<PathInformation> { return on.layer->create_path_information(); }>(
-        2, "CreatePathInformation"),
-    call<+[](Layer& on) -> std::shared_ptr<LogbookEntry> { return on.layer->create_logbook_entry(); }>(
-        3, "CreateLogbookEntry"),
-    call<+[](Layer& on) { return std::make_shared<Finder>(Finder{on.layer->create_peak_finder()}); }>(
-        4, "CreatePeakFinder"));
+constexpr auto layer_members = member_table(call<&InstrumentLayer::create_globals>(1, "CreateGlobals"),
+                                            call<&InstrumentLayer::create_path_information>(2, "CreatePathInformation"),
+                                            call<&InstrumentLayer::create_logbook_entry>(3, "CreateLogbookEntry"),
+                                            call<&create_peak_finder>(4, "CreatePeakFinder"));
 
-constexpr auto globals_members =
-    member_table(call<+[](Globals& on) { on->initialise(); }>(1, "Initialise"),
-                 call<+[](Globals& on) { on->refresh(); }>(2, "Refresh"),
-                 read<+[](Globals& on) { return on.part(&on->setpoints()); }>(3, "Setpoints"),
-                 read<+[](Globals& on) { return on.part(&on->calibrations()); }>(4, "Calibrations"),
-                 read<+[](Globals& on) { return on.part(&on->hardware()); }>(5, "Hardware"),
-                 read<+[](Globals& on) { return on.part(&on->firmware()); }>(6, "Firmware"),
-                 read<+[](Globals& on) { return on.part(on->control()); }>(7, "Control"),
-                 call<+[](Globals& on, Text name) { return on->dictionary_item(name); }>(8, "DictionaryItem", "Name"),
-                 call<+[](Globals& on, Index index) { return on->parameter_name(index); }>(9, "ParameterName", "Index"),
-                 call<+[](Globals& on, Text path, Text type) { return on->actual_value(path, type); }>(
-                     10, "ActualValue", "Path", "Type"),
-                 read<+[](Globals& on) { return on->sampling_interval_seconds(); }>(11, "SamplingInterval"),
-                 read<+[](Globals& on) { return on->source_type(); }>(12, "SourceType"),
-                 read<+[](Globals& on) { return on->source_word(); }>(13, "SourceWord"),
-                 read<+[](Globals& on) { return on->time_stamp(); }>(14, "TimeStamp"),
-                 read<+[](Globals& on) { return on->title(); }>(15, "Title"));
+constexpr auto globals_members = member_table(
+    call<&InstrumentGlobals::initialise>(1, "Initialise"), call<&InstrumentGlobals::refresh>(2, "Refresh"),
+    read<&InstrumentGlobals::setpoints>(3, "Setpoints"), read<&InstrumentGlobals::calibrations>(4, "Calibrations"),
+    read<&InstrumentGlobals::hardware>(5, "Hardware"), read<&InstrumentGlobals::firmware>(6, "Firmware"),
+    read<&InstrumentGlobals::control>(7, "Control"),
+    call<&InstrumentGlobals::dictionary_item>(8, "DictionaryItem", "Name"),
+    call<&InstrumentGlobals::parameter_name>(9, "ParameterName", "Index"),
+    call<&InstrumentGlobals::actual_value>(10, "ActualValue", "Path", "Type"),
+    read<&InstrumentGlobals::sampling_interval_seconds>(11, "SamplingInterval"),
+    read<&InstrumentGlobals::source_type>(12, "SourceType"), read<&InstrumentGlobals::source_word>(13, "SourceWord"),
+    read<&InstrumentGlobals::time_stamp>(14, "TimeStamp"), read<&InstrumentGlobals::title>(15, "Title"));
 
-constexpr auto setpoint_members =
-    member_table(call<&SetpointTable::value>(1, "Value", "Index", "TimeSegment", "ScanSegment"),
-                 call<&write_setpoint>(2, "Write", "Index", "TimeSegment", "ScanSegment", "NewValue"),
-                 call<&SetpointTable::lower_limit>(3, "LowerLimit", "Index"),
-                 call<&SetpointTable::upper_limit>(4, "UpperLimit", "Index"),
-                 call<&SetpointTable::resolution>(5, "Resolution", "Index"),
-                 call<&SetpointTable::tolerance>(6, "Tolerance", "Index"),
-                 call<&SetpointTable::variable_type>(7, "VariableType", "Index"),
-                 call<&SetpointTable::external_name>(8, "ExternalName", "Index"),
-                 call<&SetpointTable::internal_name>(9, "InternalName", "Index"),
-                 call<&SetpointTable::index_of>(10, "IndexOf", "InternalName"),
-                 call<+[](SetpointTable& on) -> Value { return Array(on.indexes()); }>(11, "Indexes"));
+constexpr auto setpoint_members = member_table(
+    call<&SetpointTable::value>(1, "Value", "Index", "TimeSegment", "ScanSegment"),
+    call<&SetpointTable::write>(2, "Write", "Index", "TimeSegment", "ScanSegment", "NewValue"),
+    call<&SetpointTable::lower_limit>(3, "LowerLimit", "Index"),
+    call<&SetpointTable::upper_limit>(4, "UpperLimit", "Index"),
+    call<&SetpointTable::resolution>(5, "Resolution", "Index"),
+    call<&SetpointTable::tolerance>(6, "Tolerance", "Index"),
+    call<&SetpointTable::variable_type>(7, "VariableType", "Index"),
+    call<&SetpointTable::external_name>(8, "ExternalName", "Index"),
+    call<&SetpointTable::internal_name>(9, "InternalName", "Index"),
+    call<&SetpointTable::index_of>(10, "IndexOf", "InternalName"), call<&SetpointTable::indexes>(11, "Indexes"));
 
 constexpr auto control_members =
     member_table(method<&next_spectrum>(1, "GetNextSpectrum", {}, result("FirstUnused"), result("RetentionTime"),
                                         result("Experiment"), result("MassData"), result("YData"), result("MetaData"),
                                         result("StartTime"), result("LastUnused")),
                  call<&InstrumentControl::GetMetaDescription>(2, "GetMetaDescription"),
-                 call<&next_spectrum_metadata>(3, "NextSpectrumMetadata"),
+                 call<&InstrumentControl::next_spectrum_metadata>(3, "NextSpectrumMetadata"),
                  call<&InstrumentControl::read_register>(4, "ReadRegister", "Path"));
 
 constexpr auto calibration_members =
@@ -154,8 +101,7 @@ constexpr auto hardware_members =
                  call<&HardwareQueries::option_name>(2, "OptionName", "OptionCode"),
                  call<&HardwareQueries::option_present>(3, "OptionPresent", "OptionName"),
                  read<&HardwareQueries::has_positive_post_acceleration>(4, "HasPositivePostAcceleration"),
-                 read<+[](HardwareQueries& on) -> Index { return on.abundance_reduction_setting(); }>(
-                     5, "AbundanceReductionSetting"),
+                 read<&HardwareQueries::abundance_reduction_setting>(5, "AbundanceReductionSetting"),
                  read<&HardwareQueries::model>(6, "Model"));
 
 constexpr auto firmware_members = member_table(call<&FirmwareChannels::write>(1, "Write", "Channel", "NewValue"),
@@ -167,35 +113,56 @@ constexpr auto logbook_members =
     member_table(call<&LogbookEntry::write>(1, "Write", "Kind", "Message", "Code", "First", "Second", "Text"));
 
 constexpr auto finder_members = member_table(
-    call<+[](Finder& on, double ns) { on->set_sampling_interval_ns(ns); }>(1, "SetSamplingInterval", "Interval"),
-    call<+[](Finder& on, Index count) { on->set_minimum_samples(count); }>(2, "SetMinimumSamples", "Samples"),
-    call<+[](Finder& on, Index removed) { on->set_baseline_removal(removed); }>(3, "SetBaselineRemoval", "SwitchedOn"),
-    call<+[](Finder& on, double ns) { on->set_search_start_ns(ns); }>(4, "SetSearchStart", "Time"),
-    call<+[](Finder& on, double ns) { on->set_search_end_ns(ns); }>(5, "SetSearchEnd", "Time"),
-    call<&set_samples>(6, "SetSamples", "Counts"),
-    call<+[](Finder& on, double start_time_ns) { return on->run(start_time_ns); }>(7, "Run", "StartTime"),
-    read<+[](Finder& on) { return on->baseline(); }>(8, "Baseline"));
+    call<&PeakFinder::set_sampling_interval_ns>(1, "SetSamplingInterval", "Interval"),
+    call<&PeakFinder::set_minimum_samples>(2, "SetMinimumSamples", "Samples"),
+    call<&PeakFinder::set_baseline_removal>(3, "SetBaselineRemoval", "SwitchedOn"),
+    call<&PeakFinder::set_search_start_ns>(4, "SetSearchStart", "Time"),
+    call<&PeakFinder::set_search_end_ns>(5, "SetSearchEnd", "Time"), call<&set_samples>(6, "SetSamples", "Counts"),
+    call<&PeakFinder::run>(7, "Run", "StartTime"), read<&PeakFinder::baseline>(8, "Baseline"));
 
 }  // namespace
 
 std::span<const ClassDescription> layer_class_descriptions() {
-    constexpr std::span<const Member> members[]{
-        layer_members,    globals_members,  setpoint_members, control_members, calibration_members,
-        hardware_members, firmware_members, path_members,     logbook_members, finder_members};
-    static const std::vector<ClassDescription> classes = [&] {
-        std::vector<ClassDescription> all;
-        for (const auto& table : members) all.push_back({offered_names[all.size()], {}, {}, {}, table});
-        return all;
-    }();
+    static const std::array<ClassDescription, 10> classes{{
+        {type_name<InstrumentLayer>, {}, {}, {}, layer_members},
+        {type_name<InstrumentGlobals>, {}, {}, {}, globals_members},
+        {type_name<SetpointTable>, {}, {}, {}, setpoint_members},
+        {type_name<InstrumentControl>, {}, {}, {}, control_members},
+        {type_name<CalibrationStore>, {}, {}, {}, calibration_members},
+        {type_name<HardwareQueries>, {}, {}, {}, hardware_members},
+        {type_name<FirmwareChannels>, {}, {}, {}, firmware_members},
+        {type_name<PathInformation>, {}, {}, {}, path_members},
+        {type_name<LogbookEntry>, {}, {}, {}, logbook_members},
+        {type_name<PeakFinder>, {}, {}, {}, finder_members},
+    }};
     return classes;
 }
 
-Object object_of_layer(std::shared_ptr<InstrumentLayer> layer) {
-    return make_object(std::make_shared<Layer>(Layer{std::move(layer)}));
+const ClassDescription& class_of(std::string_view name) {
+    for (const auto& classes : {class_descriptions(), layer_class_descriptions()})
+        if (const auto known = std::ranges::find(classes, name, &ClassDescription::name); known != classes.end())
+            return *known;
+    raise_runtime_fault(no_such_member, std::string(name));
 }
 
-Object object_of_peak_finder(std::shared_ptr<PeakFinder> finder) {
-    return make_object(std::make_shared<Finder>(Finder{std::move(finder)}));
+Value Native<std::vector<MetaItem>>::to(const std::vector<MetaItem>& items) {
+    std::vector<Value> cells;
+    for (const MetaItem& item : items) cells.insert(cells.end(), {item.name, Native<InstrumentValue>::to(item.value)});
+    return table_of(std::move(cells), 2);
+}
+
+std::vector<MetaItem> Native<std::vector<MetaItem>>::from(const Value& value) {
+    const Array& cells = value.as_array();
+    if (cells.rank() != 2 || cells.bounds()[1].count != 2)
+        raise_runtime_fault(error_number::subscript, "not two columns");
+    std::vector<MetaItem> items;
+    for (std::size_t place = 0; place < cells.size(); place += 2)
+        items.push_back({cells.element(place).as_text(), Native<InstrumentValue>::from(cells.element(place + 1))});
+    return items;
+}
+
+std::shared_ptr<PeakFinder> keeping_samples(std::shared_ptr<PeakFinder> finder) {
+    return finder ? std::make_shared<SampleKeeper>(std::move(finder)) : nullptr;
 }
 
 }  // namespace korvane::automation

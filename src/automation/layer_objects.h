@@ -11,9 +11,7 @@ namespace korvane::automation {
 /// The layer's objects, the layer itself first.
 std::span<const ClassDescription> layer_class_descriptions();
 
-/// A layer as an automation object of class "InstrumentLayer".
-Object object_of_layer(std::shared_ptr<InstrumentLayer> layer);
-/// The same of a part of one.
-Object object_of_peak_finder(std::shared_ptr<PeakFinder> finder);
+/// The finder with a copy of its samples, which it reads in `run`. Null for null.
+std::shared_ptr<PeakFinder> keeping_samples(std::shared_ptr<PeakFinder> finder);
 
 }  // namespace korvane::automation

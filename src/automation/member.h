@@ -19,16 +19,30 @@ enum class MemberKind : std::uint8_t { method, property_get, property_put };
 
 inline constexpr std::size_t most_parameters = 8;
 
-/// One call: a value a parameter. Left-out arguments with a default have it already.
-struct CallFrame {
-    std::span<Value> arguments;
+/// One call, by the places of the parameters. Every kind of caller has its own, and says there how it holds arguments.
+class CallFrame {
+public:
+    CallFrame();
+    virtual ~CallFrame();
+    CallFrame(const CallFrame&) = delete;
+    CallFrame& operator=(const CallFrame&) = delete;
+
+    /// Whether the caller gives the argument; one that is left out has its default and no place to go back to.
+    virtual bool given(std::size_t place) const = 0;
+    virtual Value load(std::size_t place) const = 0;
+    /// Puts what the member made of the argument into the caller's variable, where it is one.
+    virtual void store(std::size_t place, Value changed) = 0;
+
+    std::array<Value, most_parameters> arguments;
     std::array<bool, most_parameters> changed{};  ///< what the member has assigned to, also where it then raised
     /// The member's own variable of a flag by reference, while it runs: its caller may set it in an event.
     std::array<bool*, most_parameters> flags{};
+    CallFrame* const outer;  ///< the call of this thread in which it is made
 };
 
 struct Member {
-    using Call = Value (*)(const Member&, void* target, CallFrame& frame);
+    using Target = std::shared_ptr<void>;
+    using Call = Value (*)(const Member&, const Target& target, CallFrame& frame);
 
     MemberKind kind = MemberKind::method;
     std::int32_t dispid = 0;
@@ -65,6 +79,12 @@ private:
 /// The parameter's default as a value; `Missing` where it has none.
 Value default_value_of(const Parameter& parameter);
 
+/// The call itself, once a member is found: the same for late binding, IDispatch::Invoke and the vtable. Binds the
+/// arguments, calls, and hands back those that the member changes by reference; where it raises, those that it had
+/// changed by then. Errors, besides the member's own: `ArgumentError` with the conversion's number, or 449 for a
+/// required argument left out.
+Value call_member(const Member& member, const Member::Target& target, CallFrame& frame);
+
 namespace detail {
 
 template <class A>
@@ -85,6 +105,15 @@ struct Unassigned<VariantArray<T>> {
     static bool is(const VariantArray<T>& array) { return array.storage() == value().storage(); }
 };
 
+template <class C>
+C* place_of(C& part) {
+    return &part;
+}
+template <class C>
+C* place_of(C* part) {
+    return part;
+}
+
 /// An argument in its native type.
 template <class T>
 T native_argument(const Member& member, std::size_t place, const Value& given) try {
@@ -97,28 +126,34 @@ T native_argument(const Member& member, std::size_t place, const Value& given) t
 
 template <auto Function, class C, class R, class... A>
 struct NativeCall {
+    using Result = std::remove_cvref_t<std::remove_pointer_t<R>>;
     static constexpr std::size_t arity = sizeof...(A);
-    static constexpr DeclaredType result = declared_result<std::remove_cvref_t<R>>();
+    static constexpr DeclaredType result = declared_result<Result>();
     static constexpr std::array<DeclaredType, arity> declared{Native<std::remove_cvref_t<A>>::declared...};
     static constexpr std::array<bool, arity> changed{changes<A>...};
 
-    static Value call(const Member& member, void* target, CallFrame& frame) {
-        return call(member, *static_cast<C*>(target), frame, std::index_sequence_for<A...>());
+    static Value call(const Member& member, const Member::Target& target, CallFrame& frame) {
+        return call(member, target, frame, std::index_sequence_for<A...>());
     }
 
 private:
     template <std::size_t... Place>
-    static Value call([[maybe_unused]] const Member& member, C& target, [[maybe_unused]] CallFrame& frame,
-                      std::index_sequence<Place...>) {
+    static Value call([[maybe_unused]] const Member& member, const Member::Target& target,
+                      [[maybe_unused]] CallFrame& frame, std::index_sequence<Place...>) {
         std::tuple<std::remove_cvref_t<A>...> native{
             native_argument<std::remove_cvref_t<A>>(member, Place, frame.arguments[Place])...};
         (expose<A>(std::get<Place>(native), frame.flags[Place]), ...);
         try {
             Value result;
+            const auto run = [&]() -> R {
+                return std::invoke(Function, *static_cast<C*>(target.get()), std::get<Place>(native)...);
+            };
             if constexpr (std::is_void_v<R>) {
-                std::invoke(Function, target, std::get<Place>(native)...);
+                run();
+            } else if constexpr (ObjectClass<Result>) {  // a part of the object, which lives as long as its owner
+                result = make_object(std::shared_ptr<Result>(target, place_of(run())));
             } else {
-                result = Native<std::remove_cvref_t<R>>::to(std::invoke(Function, target, std::get<Place>(native)...));
+                result = Native<Result>::to(run());
             }
             (hand_back<A>(std::get<Place>(native), Place, frame, true), ...);
             return result;
@@ -136,6 +171,7 @@ private:
     /// After a failure nothing counts as changed that has its value from before the call.
     template <class Argument, class T>
     static void hand_back(T& native, std::size_t place, CallFrame& frame, bool succeeded) {
+        frame.flags[place] = nullptr;
         if constexpr (changes<Argument>) {
             if (Unassigned<T>::is(native)) return;
             Value now = Native<T>::to(std::move(native));

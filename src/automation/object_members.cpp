@@ -21,16 +21,6 @@ double peak_value(PeakList& peaks, std::int32_t index, const std::string& name, 
         .value(static_cast<std::int32_t>(known - peak_info_names.begin()));
 }
 
-Value masses_from_times(MassTimeCalibration& calibration, const VariantArray<double>& times_ns) {
-    const auto times = times_ns.elements();
-    return Array(calibration.masses_from_times({times.begin(), times.end()}));
-}
-
-Value times_from_masses(MassTimeCalibration& calibration, const VariantArray<double>& masses) {
-    const auto elements = masses.elements();
-    return Array(calibration.times_from_masses({elements.begin(), elements.end()}));
-}
-
 void convert_peaks(PeakList& peaks, const CalibrationObject& calibration, std::int32_t mode) {
     if (!calibration) raise_runtime_fault(error_number::object_not_set, "Calibration[Nothing] of Convert");
     peaks.convert(*calibration, mode);

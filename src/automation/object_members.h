@@ -13,8 +13,6 @@ Value peak_records(PeakList& peaks);
 /// One value of a record by its name ("pkHeight"), whatever the case. Error 5 naming an unknown name.
 double peak_value(PeakList& peaks, std::int32_t index, const std::string& name, bool current_units);
 
-Value masses_from_times(MassTimeCalibration& calibration, const VariantArray<double>& times_ns);
-Value times_from_masses(MassTimeCalibration& calibration, const VariantArray<double>& masses);
 void convert_peaks(PeakList& peaks, const CalibrationObject& calibration, std::int32_t mode);
 
 inline constexpr auto peak_list_members = member_table(
@@ -43,8 +41,10 @@ inline constexpr auto mass_time_calibration_members = member_table(
                                                  value("Time")),
     method<&MassTimeCalibration::time_from_mass>(7, "TimeFromMass", "Flight time in ns of a mass in amu.",
                                                  value("Mass")),
-    method<&masses_from_times>(8, "MassesFromTimes", "Masses of an array of flight times.", reference("Times")),
-    method<&times_from_masses>(9, "TimesFromMasses", "Flight times of an array of masses.", reference("Masses")),
+    method<&MassTimeCalibration::masses_from_times>(8, "MassesFromTimes", "Masses of an array of flight times.",
+                                                    reference("Times")),
+    method<&MassTimeCalibration::times_from_masses>(9, "TimesFromMasses", "Flight times of an array of masses.",
+                                                    reference("Masses")),
     method<&MassTimeCalibration::clone>(10, "Clone", "An independent calibration with the same content."));
 
 }  // namespace korvane::automation

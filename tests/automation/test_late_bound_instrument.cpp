@@ -58,7 +58,7 @@ private:
 class LateBoundInstrument : public testing::Test {
 protected:
     LateBoundInstrument() {
-        const Object layer = object_of_layer(world.platform().instrument);
+        const Object layer = make_object<InstrumentLayer>(world.platform().instrument);
         outside = world.platform();
         outside.instrument = make_late_bound_layer([layer] { return Stranger::mask(layer).as_object(); });
     }
@@ -198,7 +198,7 @@ std::vector<ConformanceResult> failures() {
     const TemporaryFolder folder;
     std::filesystem::create_directory(folder.path() / "Logfiles");
     write_text(folder.path() / "scene.json", R"({"instrument": {"spectrum_duration_ns": 500}})");
-    const Value layer = object_of_layer(make_simulator({folder.file(""), 1, folder.file("scene.json"), {}},
+    const Value layer = make_object<InstrumentLayer>(make_simulator({folder.file(""), 1, folder.file("scene.json"), {}},
                                                        make_system_files(), std::make_shared<VirtualClock>()));
     auto results =
         check_instrument_layer(*make_late_bound_layer([&] { return Stranger::mask(layer, bent).as_object(); }));

@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "automation/json_values.h"
-#include "automation/native_arrays.h"
+#include "automation/native_types.h"
 
 namespace korvane::automation {
 namespace {
@@ -67,6 +67,13 @@ TEST(Values, ConvertAsAutomationDoes) {
     EXPECT_EQ(object(Object{}) + object(Empty{}) + object(3) + object("x") + object(Null{}), "falsefalse!424!424!94");
 }
 
+using Doubles = Native<VariantArray<double>>;
+/// The value on its way into a native member and out again.
+template <class T>
+Value crossed(const Value& value) {
+    return Native<T>::to(Native<T>::from(value));
+}
+
 TEST(Arrays, IndexesRunFromTheirLowerBounds) {
     auto elements = std::make_shared<const std::vector<double>>(std::vector<double>{1, 2, 3, 4, 5, 6});
     const Array array({{1, 2}, {-1, 3}}, elements);
@@ -79,7 +86,7 @@ TEST(Arrays, IndexesRunFromTheirLowerBounds) {
     EXPECT_EQ(outcome([&] { return Array({{0, 7}}, elements).size(); }), "!9");
 
     const auto matrix = [&](std::vector<ArrayBound> bounds) {
-        return outcome([&] { return json_of(value_of(matrix_from<double>(Array(bounds, elements)))).dump(); });
+        return outcome([&] { return json_of(crossed<VariantMatrix<double>>(Array(bounds, elements))).dump(); });
     };
     EXPECT_EQ(matrix({{0, 3}, {0, 2}}), "[[1.0,2.0],[3.0,4.0],[5.0,6.0]]");
     EXPECT_EQ(matrix({{-1, 3}, {-1, 2}}), "[[4.0],[6.0]]") << "routines count from index 0";
@@ -88,14 +95,14 @@ TEST(Arrays, IndexesRunFromTheirLowerBounds) {
 
 TEST(Arrays, ElementsOfOneTypeAreSharedOthersConverted) {
     const VariantArray<double> spectrum(std::vector<double>(1000, 1.0), 1);
-    EXPECT_EQ(array_from<double>(value_of(spectrum)).storage(), spectrum.storage());
-    EXPECT_EQ(array_from<double>(value_of(spectrum)).lower_bound(), 1);
+    EXPECT_EQ(Doubles::from(Doubles::to(spectrum)).storage(), spectrum.storage());
+    EXPECT_EQ(Doubles::from(Doubles::to(spectrum)).lower_bound(), 1);
     const auto converted = [](const Value& value, auto kind) {
-        return outcome([&] { return json_of(value_of(array_from<decltype(kind)>(value))).dump(); });
+        return outcome([&] { return json_of(crossed<VariantArray<decltype(kind)>>(value)).dump(); });
     };
     const Array numbers(std::vector<Value>{1.0, "2", true, Empty{}, std::int16_t{5}, 6.5f}, -2);
     EXPECT_EQ(converted(numbers, 0.0), "[1.0,2.0,-1.0,0.0,5.0,6.5]");
-    EXPECT_EQ(array_from<double>(numbers).lower_bound(), -2);
+    EXPECT_EQ(Doubles::from(numbers).lower_bound(), -2);
     EXPECT_EQ(converted(Array(std::vector<double>{0.5}), std::string()), "[\"0.5\"]");
     EXPECT_EQ(converted(Empty{}, 0.0) + converted(Array(std::vector<double>()), 0.0), "null[]");
     EXPECT_EQ(converted(Array(std::vector<Value>{Empty{}, std::int16_t{3}, 1.5f, "x"}), InstrumentValue()),

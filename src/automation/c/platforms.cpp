@@ -63,8 +63,8 @@ std::shared_ptr<OpenPlatform> platform_behind(korvane_handle handle) {
 }
 
 Object created(const Platform& platform, const std::string& class_name) {
-    if (class_name == "InstrumentLayer") return object_of_layer(platform.instrument);
-    if (class_name == "PeakFinder") return object_of_peak_finder(make_peak_finder());
+    if (class_name == "InstrumentLayer") return make_object(platform.instrument);
+    if (class_name == "PeakFinder") return make_object(keeping_samples(make_peak_finder()));
     if (class_name == "MassTimeCalibration") return make_object(make_square_law_calibration({}));
     return create_object(class_name, platform);
 }

@@ -12,11 +12,4 @@ Value value_from(const korvane_value& value);
 /// Puts a value into the caller's, which is cleared first; what it points to is kept until its owner is freed.
 void give(korvane_value& place, Value value);
 
-/// Cells row by row as an array of two dimensions.
-template <class T>
-Array table_of(std::vector<T> cells, std::size_t columns) {
-    const std::size_t rows = cells.size() / columns;
-    return Array({{0, rows}, {0, columns}}, std::make_shared<const std::vector<T>>(std::move(cells)));
-}
-
 }  // namespace korvane::automation::c

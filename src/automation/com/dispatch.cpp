@@ -93,7 +93,7 @@ HRESULT STDMETHODCALLTYPE invoke_member(ComObject* self, DISPID dispid, REFIID r
     // The object may be released by what the member does; it must live until the call is over.
     const std::shared_ptr<NativeObject> keep = self->object;
     try {
-        const Value returned = call_member(*member, keep->target().get(), arguments);
+        const Value returned = call_member(*member, keep->target(), arguments);
         if (result) {
             VariantInit(result);
             fill_variant(returned, *result);

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "automation/com/variant_conversion.h"
-#include "automation/late_binding.h"
+#include "automation/member.h"
 
 namespace korvane::automation {
 
 /// By the places of the parameters; null where an argument is left out.
-class VariantArguments : public CallerArguments {
+class VariantArguments : public CallFrame {
 public:
     VARIANT* variants[most_parameters] = {};
 

@@ -54,7 +54,7 @@ HRESULT call_from_vtable(ComObject& self, const Member& member, void* const* slo
         // The object may be released by what the member does; it must live until the call is over.
         const std::shared_ptr<NativeObject> keep = self.object;
         StackArguments arguments(member, slots);
-        const Value returned = call_member(member, keep->target().get(), arguments);
+        const Value returned = call_member(member, keep->target(), arguments);
         if (!result) return S_OK;
         VARIANT place = reference_to(member.result, result);
         // It holds nothing yet.

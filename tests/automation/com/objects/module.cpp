@@ -15,7 +15,7 @@ namespace korvane::automation {
 namespace {
 
 IDispatch* make_layer() {
-    return make_com_object(std::static_pointer_cast<NativeObject>(object_of_layer(std::make_shared<TestLayer>())));
+    return make_com_object(std::static_pointer_cast<NativeObject>(make_object<InstrumentLayer>(std::make_shared<TestLayer>())));
 }
 
 /// Written as in a typed language: `Entry` and `Exit` take a text and a 32-bit integer by reference and nothing else.
