@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "automation/idl.h"
+#include "automation/type_library.h"
 #include "patch.h"
 
 namespace {

@@ -25,8 +25,10 @@ enum class TypeKind : std::uint8_t {
     text_array
 };
 
-/// A kind in the interface definition, in a signature, and as the system numbers it (VARTYPE).
+/// A kind in the tables for other languages, in the interface definition, in a signature, and as the system numbers it
+/// (VARTYPE).
 struct KindDescription {
+    std::string_view sort;
     std::string_view idl;        ///< empty: the type's own name
     std::string_view signature;  ///< empty: the type's own name
     std::uint16_t variant_type;
@@ -34,18 +36,18 @@ struct KindDescription {
 
 /// In the order of `TypeKind`.
 inline constexpr std::array<KindDescription, 12> kind_descriptions{{
-    {"void", "", 0},
-    {"VARIANT", "Variant", 12},
-    {"VARIANT_BOOL", "Boolean", 11},
-    {"long", "Long", 3},
-    {"float", "Single", 4},
-    {"double", "Double", 5},
-    {"BSTR", "String", 8},
-    {"", "", 3},
-    {"", "", 36},
-    {"", "", 9},
-    {"SAFEARRAY(double)", "Double()", 0x2005},
-    {"SAFEARRAY(BSTR)", "String()", 0x2008},
+    {"none", "void", "", 0},
+    {"variant", "VARIANT", "Variant", 12},
+    {"boolean", "VARIANT_BOOL", "Boolean", 11},
+    {"long", "long", "Long", 3},
+    {"single", "float", "Single", 4},
+    {"double", "double", "Double", 5},
+    {"text", "BSTR", "String", 8},
+    {"enumeration", "", "", 3},
+    {"record", "", "", 36},
+    {"object", "", "", 9},
+    {"doubles", "SAFEARRAY(double)", "Double()", 0x2005},
+    {"texts", "SAFEARRAY(BSTR)", "String()", 0x2008},
 }};
 
 struct DeclaredType {

@@ -1,4 +1,4 @@
-#include "automation/enumerations.h"
+#include "automation/type_library.h"
 
 #include <array>
 #include <utility>

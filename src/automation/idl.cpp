@@ -1,4 +1,4 @@
-#include "automation/idl.h"
+#include "automation/type_library.h"
 
 #include <fmt/format.h>
 
@@ -6,9 +6,7 @@
 #include <iterator>
 
 #include "automation/class_description.h"
-#include "automation/enumerations.h"
 #include "automation/records.h"
-#include "automation/type_library.h"
 #include "korvane/automation.h"
 
 namespace korvane::automation {

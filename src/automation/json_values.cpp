@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <iterator>
 
 #include "automation/class_description.h"
 #include "automation/native_object.h"
@@ -59,45 +61,38 @@ bool is_matrix(const Json& json) {
     });
 }
 
+template <class T>
+Array::Storage stored(std::vector<T> elements) {
+    return std::make_shared<const std::vector<T>>(std::move(elements));
+}
+
 /// One storage for elements of one kind.
-Array array_of_elements(const std::vector<ArrayBound>& bounds, const std::vector<const Json*>& elements) {
-    const auto all = [&](auto kind) { return std::all_of(elements.begin(), elements.end(), kind); };
-    const auto array_of_kind = [&]<class T>(T (*convert)(const Json&)) {
-        auto stored = std::make_shared<std::vector<T>>();
-        for (const Json* element : elements) stored->push_back(convert(*element));
-        return Array(bounds, Array::Elements<T>(std::move(stored)));
-    };
-    if (all([](const Json* element) { return element->is_number(); }))
-        return array_of_kind(+[](const Json& element) { return element.get<double>(); });
-    if (all([](const Json* element) { return element->is_string(); }))
-        return array_of_kind(+[](const Json& element) { return element.get<std::string>(); });
-    return array_of_kind(&value_of_json);
-}
-
 Value value_of_array(const Json& json) {
-    std::vector<const Json*> elements;
-    if (!is_matrix(json)) {
-        for (const Json& element : json) elements.push_back(&element);
-        return array_of_elements({{0, json.size()}}, elements);
+    std::vector<ArrayBound> bounds{{0, json.size()}};
+    Json elements = json;
+    if (is_matrix(json)) {
+        bounds.push_back({0, json.front().size()});
+        elements = Json::array();
+        for (const Json& row : json) elements.insert(elements.end(), row.begin(), row.end());
     }
-    for (const Json& row : json)
-        for (const Json& element : row) elements.push_back(&element);
-    return array_of_elements({{0, json.size()}, {0, json.front().size()}}, elements);
-}
-
-const Field* find_field(const RecordDescription& record, const std::string& name) {
-    const auto known = std::find_if(record.fields.begin(), record.fields.end(),
-                                    [&](const Field& field) { return field.name == name; });
-    return known == record.fields.end() ? nullptr : &*known;
+    const auto all = [&](auto is) { return std::all_of(elements.begin(), elements.end(), std::mem_fn(is)); };
+    if (all(&Json::is_number)) return Array(bounds, stored(elements.get<std::vector<double>>()));
+    if (all(&Json::is_string)) return Array(bounds, stored(elements.get<std::vector<std::string>>()));
+    std::vector<Value> values;
+    std::transform(elements.begin(), elements.end(), std::back_inserter(values), value_of_json);
+    return Array(bounds, stored(std::move(values)));
 }
 
 Value value_of_object(const Json& json) {
     for (const RecordDescription& description : record_descriptions().first(std::variant_size_v<Record>)) {
-        const auto is_field = [&](const auto& item) { return find_field(description, item.key()) != nullptr; };
+        const auto field_of = [&](const std::string& name) {
+            return std::ranges::find(description.fields, name, &Field::name);
+        };
         const auto items = json.items();
+        const auto is_field = [&](const auto& item) { return field_of(item.key()) != description.fields.end(); };
         if (json.empty() || !std::all_of(items.begin(), items.end(), is_field)) continue;
         Record record = make_record(description);
-        for (const auto& [name, field] : items) set_field(record, *find_field(description, name), value_of_json(field));
+        for (const auto& [name, field] : items) set_field(record, *field_of(name), value_of_json(field));
         return record;
     }
     raise_runtime_fault(error_number::invalid_call, json.dump() + " is no record");

@@ -1,6 +1,6 @@
-#include "automation/late_bound_instrument.h"
-
+// A layer that consists of automation objects.
 #include "automation/error_numbers.h"
+#include "automation/instrument_layer.h"
 #include "automation/native_types.h"
 #include "frame/routine.h"
 
@@ -8,8 +8,9 @@ namespace korvane::automation {
 
 namespace {
 
-using Index = std::int32_t;
 using Text = const std::string&;
+using Index = std::int32_t;
+using Doubles = std::vector<double>;
 
 /// Runs a call of an interface's member; errors name it, "SetpointTable.Value", and keep number, source and help.
 template <class Interface, class Body>
@@ -37,13 +38,20 @@ public:
     explicit LateBoundAdapter(Object object) : Adapter(std::move(object)) {}
 
 protected:
-    /// Calls a member with native arguments; the result in a native type.
-    template <class T, class... A>
-    T ask(std::string_view member, const A&... arguments) const {
-        return naming(member, [&] {
-            const Value result = object->call(member, {Native<A>::to(arguments)...});
-            if constexpr (!std::is_void_v<T>) return Native<T>::from(result);
-        });
+    /// What a member gave, in whatever native type it is wanted.
+    struct Answer {
+        template <class T>
+        operator T() const {  // NOLINT: meant to convert
+            return naming_errors<Interface>(member, [&] { return Native<T>::from(value); });
+        }
+        std::string_view member;
+        Value value;
+    };
+
+    /// Calls a member with native arguments.
+    template <class... A>
+    Answer ask(std::string_view member, const A&... arguments) const {
+        return {member, naming(member, [&] { return object->call(member, {Native<A>::to(arguments)...}); })};
     }
     /// The same for an object, which must not be Nothing.
     template <class T, class... A>
@@ -62,42 +70,30 @@ Object object_of(const MassTimeCalibration& calibration) {
     return adapter ? adapter->object : make_object(calibration.clone());
 }
 
-class LateBoundCalibration final : public LateBoundAdapter<MassTimeCalibration> {
-public:
+struct LateBoundCalibration final : LateBoundAdapter<MassTimeCalibration> {
     using LateBoundAdapter::LateBoundAdapter;
-
-    CalibrationCoefficients coefficients() const override { return ask<CalibrationCoefficients>("Coefficients"); }
-    void set_coefficients(const CalibrationCoefficients& nanoseconds) override {
-        ask<void>("SetCoefficients", Value(array_of(nanoseconds)));
+    CalibrationCoefficients coefficients() const override { return ask("Coefficients"); }
+    void set_coefficients(const CalibrationCoefficients& terms) override {
+        ask("SetCoefficients", Value(array_of(terms)));
     }
-    CalibrationSettings settings() const override { return ask<CalibrationSettings>("Settings"); }
-    void set_settings(const CalibrationSettings& settings) override {
-        ask<void>("SetSettings", Value(array_of(settings)));
-    }
-    VariantArray<Index> use_flags() const override { return ask<VariantArray<Index>>("UseFlags"); }
-    double mass_from_time(double time_ns) const override { return ask<double>("MassFromTime", time_ns); }
-    double time_from_mass(double mass) const override { return ask<double>("TimeFromMass", mass); }
-    std::vector<double> masses_from_times(const std::vector<double>& times_ns) const override {
-        return ask<std::vector<double>>("MassesFromTimes", times_ns);
-    }
-    std::vector<double> times_from_masses(const std::vector<double>& masses) const override {
-        return ask<std::vector<double>>("TimesFromMasses", masses);
-    }
+    CalibrationSettings settings() const override { return ask("Settings"); }
+    void set_settings(const CalibrationSettings& chosen) override { ask("SetSettings", Value(array_of(chosen))); }
+    VariantArray<Index> use_flags() const override { return ask("UseFlags"); }
+    double mass_from_time(double time_ns) const override { return ask("MassFromTime", time_ns); }
+    double time_from_mass(double mass) const override { return ask("TimeFromMass", mass); }
+    Doubles masses_from_times(const Doubles& times_ns) const override { return ask("MassesFromTimes", times_ns); }
+    Doubles times_from_masses(const Doubles& masses) const override { return ask("TimesFromMasses", masses); }
     std::shared_ptr<MassTimeCalibration> clone() const override { return ask_for_object<CalibrationObject>("Clone"); }
 };
 
-class LateBoundPeakList final : public LateBoundAdapter<PeakList> {
-public:
+struct LateBoundPeakList final : LateBoundAdapter<PeakList> {
     using LateBoundAdapter::LateBoundAdapter;
-
-    Index count() const override { return ask<Index>("Count"); }
-    void order(Index position, Index direction) override { ask<void>("Order", position, direction); }
-    PeakInfo GetPeakAttributeInfo(Index index, bool current_units) const override {
-        return ask<PeakInfo>("GetPeakAttributeInfo", index, current_units);
+    Index count() const override { return ask("Count"); }
+    void order(Index position, Index direction) override { ask("Order", position, direction); }
+    PeakInfo GetPeakAttributeInfo(Index index, bool current) const override {
+        return ask("GetPeakAttributeInfo", index, current);
     }
-    void convert(const MassTimeCalibration& calibration, Index mode) override {
-        ask<void>("Convert", object_of(calibration), mode);
-    }
+    void convert(const MassTimeCalibration& by, Index mode) override { ask("Convert", object_of(by), mode); }
 };
 
 /// An adapter for an object that has the member by which its kind is known.
@@ -113,31 +109,25 @@ std::shared_ptr<Bound> adapted(const Object& object, const char* member, std::st
     return std::make_shared<Bound>(object);
 }
 
-class LateBoundSetpoints final : public LateBoundAdapter<SetpointTable> {
-public:
+struct LateBoundSetpoints final : LateBoundAdapter<SetpointTable> {
     using LateBoundAdapter::LateBoundAdapter;
-
-    InstrumentValue value(Index index, Index time, Index scan) override {
-        return ask<InstrumentValue>("Value", index, time, scan);
-    }
+    InstrumentValue value(Index index, Index time, Index scan) override { return ask("Value", index, time, scan); }
     void write(Index index, Index time, Index scan, const SetpointValue& value) override {
-        ask<void>("Write", index, time, scan, value);
+        ask("Write", index, time, scan, value);
     }
-    double lower_limit(Index index) override { return ask<double>("LowerLimit", index); }
-    double upper_limit(Index index) override { return ask<double>("UpperLimit", index); }
-    double resolution(Index index) override { return ask<double>("Resolution", index); }
-    double tolerance(Index index) override { return ask<double>("Tolerance", index); }
-    Index variable_type(Index index) override { return ask<Index>("VariableType", index); }
-    std::string external_name(Index index) override { return ask<std::string>("ExternalName", index); }
-    std::string internal_name(Index index) override { return ask<std::string>("InternalName", index); }
-    Index index_of(Text name) override { return ask<Index>("IndexOf", name); }
-    std::vector<Index> indexes() override { return ask<std::vector<Index>>("Indexes"); }
+    double lower_limit(Index index) override { return ask("LowerLimit", index); }
+    double upper_limit(Index index) override { return ask("UpperLimit", index); }
+    double resolution(Index index) override { return ask("Resolution", index); }
+    double tolerance(Index index) override { return ask("Tolerance", index); }
+    Index variable_type(Index index) override { return ask("VariableType", index); }
+    std::string external_name(Index index) override { return ask("ExternalName", index); }
+    std::string internal_name(Index index) override { return ask("InternalName", index); }
+    Index index_of(Text name) override { return ask("IndexOf", name); }
+    std::vector<Index> indexes() override { return ask("Indexes"); }
 };
 
-class LateBoundControl final : public LateBoundAdapter<InstrumentControl> {
-public:
+struct LateBoundControl final : LateBoundAdapter<InstrumentControl> {
     using LateBoundAdapter::LateBoundAdapter;
-
     void GetNextSpectrum(AcquiredSpectrum& spectrum) override {
         naming("GetNextSpectrum", [&] {
             Arguments arguments{{0.0, 0.0, 0, Empty{}, Empty{}, Empty{}, 0.0, 0.0}, {}};
@@ -148,72 +138,56 @@ public:
                  spectrum.y_data, spectrum.meta_data, spectrum.start_time_ns, spectrum.last_unused);
         });
     }
-    VariantArray<std::string> GetMetaDescription() override {
-        return ask<VariantArray<std::string>>("GetMetaDescription");
-    }
-    std::vector<MetaItem> next_spectrum_metadata() override {
-        return ask<std::vector<MetaItem>>("NextSpectrumMetadata");
-    }
-    double read_register(Text path) override { return ask<double>("ReadRegister", path); }
+    VariantArray<std::string> GetMetaDescription() override { return ask("GetMetaDescription"); }
+    std::vector<MetaItem> next_spectrum_metadata() override { return ask("NextSpectrumMetadata"); }
+    double read_register(Text path) override { return ask("ReadRegister", path); }
 };
 
-class LateBoundCalibrations final : public LateBoundAdapter<CalibrationStore> {
-public:
+struct LateBoundCalibrations final : LateBoundAdapter<CalibrationStore> {
     using LateBoundAdapter::LateBoundAdapter;
-
     CalibrationObject calibration(Index polarity) override {
         return ask_for_object<CalibrationObject>("Calibration", polarity);
     }
-    void store(Index polarity, const MassTimeCalibration& calibration) override {
-        ask<void>("Store", polarity, object_of(calibration));
-    }
+    void store(Index polarity, const MassTimeCalibration& given) override { ask("Store", polarity, object_of(given)); }
 };
 
-class LateBoundHardware final : public LateBoundAdapter<HardwareQueries> {
-public:
+struct LateBoundHardware final : LateBoundAdapter<HardwareQueries> {
     using LateBoundAdapter::LateBoundAdapter;
-
-    bool has_160cm_flight_tube() override { return ask<bool>("Has160cmFlightTube"); }
-    std::string option_name(Index code) override { return ask<std::string>("OptionName", code); }
-    bool option_present(Text name) override { return ask<bool>("OptionPresent", name); }
-    bool has_positive_post_acceleration() override { return ask<bool>("HasPositivePostAcceleration"); }
-    std::int16_t abundance_reduction_setting() override { return ask<std::int16_t>("AbundanceReductionSetting"); }
-    std::string model() override { return ask<std::string>("Model"); }
+    bool has_160cm_flight_tube() override { return ask("Has160cmFlightTube"); }
+    std::string option_name(Index code) override { return ask("OptionName", code); }
+    bool option_present(Text name) override { return ask("OptionPresent", name); }
+    bool has_positive_post_acceleration() override { return ask("HasPositivePostAcceleration"); }
+    std::int16_t abundance_reduction_setting() override { return ask("AbundanceReductionSetting"); }
+    std::string model() override { return ask("Model"); }
 };
 
-class LateBoundFirmware final : public LateBoundAdapter<FirmwareChannels> {
-public:
+struct LateBoundFirmware final : LateBoundAdapter<FirmwareChannels> {
     using LateBoundAdapter::LateBoundAdapter;
-
-    Index write(Index channel, float value) override { return ask<Index>("Write", channel, value); }
-    double read(Index channel) override { return ask<double>("Read", channel); }
+    Index write(Index channel, float value) override { return ask("Write", channel, value); }
+    double read(Index channel) override { return ask("Read", channel); }
 };
 
-class LateBoundGlobals final : public LateBoundAdapter<InstrumentGlobals> {
-public:
+struct LateBoundGlobals final : LateBoundAdapter<InstrumentGlobals> {
     using LateBoundAdapter::LateBoundAdapter;
-
-    void initialise() override { ask<void>("Initialise"); }
-    void refresh() override { ask<void>("Refresh"); }
+    void initialise() override { ask("Initialise"); }
+    void refresh() override { ask("Refresh"); }
     SetpointTable& setpoints() override { return part(setpoints_, "Setpoints"); }
     CalibrationStore& calibrations() override { return part(calibrations_, "Calibrations"); }
     HardwareQueries& hardware() override { return part(hardware_, "Hardware"); }
     FirmwareChannels& firmware() override { return part(firmware_, "Firmware"); }
     InstrumentControl* control() override {
         if (!control_)
-            if (Object control = ask<Object>("Control")) control_ = std::make_unique<LateBoundControl>(control);
+            if (Object control = ask("Control")) control_ = std::make_unique<LateBoundControl>(control);
         return control_.get();
     }
-    InstrumentValue dictionary_item(Text name) override { return ask<InstrumentValue>("DictionaryItem", name); }
-    std::string parameter_name(Index index) override { return ask<std::string>("ParameterName", index); }
-    InstrumentValue actual_value(Text path, Text type) override {
-        return ask<InstrumentValue>("ActualValue", path, type);
-    }
-    double sampling_interval_seconds() override { return ask<double>("SamplingInterval"); }
-    std::string source_type() override { return ask<std::string>("SourceType"); }
-    std::string source_word() override { return ask<std::string>("SourceWord"); }
-    std::string time_stamp() override { return ask<std::string>("TimeStamp"); }
-    std::string title() override { return ask<std::string>("Title"); }
+    InstrumentValue dictionary_item(Text name) override { return ask("DictionaryItem", name); }
+    std::string parameter_name(Index index) override { return ask("ParameterName", index); }
+    InstrumentValue actual_value(Text path, Text type) override { return ask("ActualValue", path, type); }
+    double sampling_interval_seconds() override { return ask("SamplingInterval"); }
+    std::string source_type() override { return ask("SourceType"); }
+    std::string source_word() override { return ask("SourceWord"); }
+    std::string time_stamp() override { return ask("TimeStamp"); }
+    std::string title() override { return ask("Title"); }
 
 private:
     /// A part of the view, asked for at its first use: what a procedure does not touch need not exist.
@@ -230,34 +204,30 @@ private:
     std::unique_ptr<LateBoundControl> control_;
 };
 
-class LateBoundPaths final : public LateBoundAdapter<PathInformation> {
-public:
+struct LateBoundPaths final : LateBoundAdapter<PathInformation> {
     using LateBoundAdapter::LateBoundAdapter;
-    std::string base_folder() override { return ask<std::string>("BaseFolder"); }
+    std::string base_folder() override { return ask("BaseFolder"); }
 };
 
-class LateBoundLogbook final : public LateBoundAdapter<LogbookEntry> {
-public:
+struct LateBoundLogbook final : LateBoundAdapter<LogbookEntry> {
     using LateBoundAdapter::LateBoundAdapter;
     void write(Index kind, Text message, Index code, Index first, Index second, Text text) override {
-        ask<void>("Write", kind, message, code, first, second, text);
+        ask("Write", kind, message, code, first, second, text);
     }
 };
 
-class LateBoundFinder final : public LateBoundAdapter<PeakFinder> {
-public:
+struct LateBoundFinder final : LateBoundAdapter<PeakFinder> {
     using LateBoundAdapter::LateBoundAdapter;
-
-    void set_sampling_interval_ns(double interval_ns) override { ask<void>("SetSamplingInterval", interval_ns); }
-    void set_minimum_samples(Index samples) override { ask<void>("SetMinimumSamples", samples); }
-    void set_baseline_removal(Index on) override { ask<void>("SetBaselineRemoval", on); }
-    void set_search_start_ns(double time_ns) override { ask<void>("SetSearchStart", time_ns); }
-    void set_search_end_ns(double time_ns) override { ask<void>("SetSearchEnd", time_ns); }
+    void set_sampling_interval_ns(double interval_ns) override { ask("SetSamplingInterval", interval_ns); }
+    void set_minimum_samples(Index samples) override { ask("SetMinimumSamples", samples); }
+    void set_baseline_removal(Index on) override { ask("SetBaselineRemoval", on); }
+    void set_search_start_ns(double time_ns) override { ask("SetSearchStart", time_ns); }
+    void set_search_end_ns(double time_ns) override { ask("SetSearchEnd", time_ns); }
     void set_samples(std::span<const Index> counts) override {
-        ask<void>("SetSamples", std::vector(counts.begin(), counts.end()));
+        ask("SetSamples", std::vector(counts.begin(), counts.end()));
     }
-    PeakListObject run(double start_time_ns) override { return ask<PeakListObject>("Run", start_time_ns); }
-    double baseline() const override { return ask<double>("Baseline"); }
+    PeakListObject run(double start_time_ns) override { return ask("Run", start_time_ns); }
+    double baseline() const override { return ask("Baseline"); }
 };
 
 class LateBoundLayer final : public InstrumentLayer {

@@ -1,21 +1,84 @@
+// The member tables as texts: signatures, the reference page, and JSON for packages in other languages.
+#include <fmt/format.h>
+
+#include <iterator>
+
 #include "automation/class_description.h"
-#include "automation/enumerations.h"
+#include "automation/instrument_layer.h"
 #include "automation/json_values.h"
-#include "automation/layer_objects.h"
 #include "automation/records.h"
+#include "automation/type_library.h"
 #include "korvane/automation.h"
 #include "korvane/instrument_contract.h"
+#include "platform/automation_arithmetic.h"
 
 namespace korvane::automation {
 
 namespace {
 
-/// In the order of `TypeKind`.
-constexpr std::string_view sorts[]{"none", "variant",     "boolean", "long",   "single",  "double",
-                                   "text", "enumeration", "record",  "object", "doubles", "texts"};
+std::string default_as_written(const Parameter& parameter) {
+    const Value value = default_value_of(parameter);
+    if (value.holds<Missing>()) return {};
+    if (const auto* text = value.get_if<std::string>()) return " = \"" + *text + "\"";
+    if (const auto* number = value.get_if<double>()) return " = " + number_text(*number);
+    return " = " + value.as_text();
+}
+
+std::string parameter_as_written(const Parameter& parameter) {
+    return fmt::format("{}{}{} As {}{}", parameter.optional ? "Optional " : "",
+                       parameter.is_by_reference() ? "" : "ByVal ", parameter.name, parameter.type.signature_text(),
+                       default_as_written(parameter));
+}
+
+constexpr std::string_view introduction =
+    R"(<!-- Made from the member tables of the automation classes: korvane automation reference. -->
+# The automation interface
+
+Six creatable classes, registered as `Korvane.` and the class name, and two classes of objects that their members return.
+Every member can be called by name (late bound) and, on Windows, through the dual interface of the type library
+`Korvane`, which is named after the class with a leading underscore. Signatures are written as a type library browser
+shows them: a parameter without `ByVal` is passed by reference.
+
+Errors are raised with number, source and description. An argument that does not convert raises 13 (type mismatch),
+6 (overflow) or 94 (Null); a required one left out 449; too many arguments 450; an unknown name of an argument 448; an
+unknown member 438; an unknown class 429. Arguments passed by reference hold what the member has put there, also after
+an error.
+)";
+
+void describe_class(std::string& out, const ClassDescription& description) {
+    fmt::format_to(std::back_inserter(out), "\n## {}\n\n{}{}\n\n| Number | Member | |\n|---|---|---|\n",
+                   description.name, description.help,
+                   description.create ? " Created as `" + description.prog_id() + "`." : " Not creatable.");
+    for (const Member& member : description.members)
+        fmt::format_to(std::back_inserter(out), "| {} | `{}` | {} |\n", member.dispid, signature_text(member),
+                       member.help);
+}
+
+void describe_records(std::string& out) {
+    out += "\n## Records\n";
+    for (const RecordDescription& record : record_descriptions()) {
+        fmt::format_to(std::back_inserter(out), "\n`{}`: {} Fields:", record.name, record.help);
+        std::string_view separator = " ";
+        for (const Field& field : record.fields) {
+            fmt::format_to(std::back_inserter(out), "{}`{}` ({})", separator, field.name,
+                           DeclaredType{field.kind}.signature_text());
+            separator = ", ";
+        }
+        out += ".\n";
+    }
+}
+
+void describe_enumerations(std::string& out) {
+    out += "\n## Enumerations\n";
+    for (const EnumerationDescription& enumeration : enumeration_descriptions()) {
+        fmt::format_to(std::back_inserter(out), "\n### {}\n\n| Name | Value |\n|---|---|\n", enumeration.name);
+        for (const Enumerator& member : enumeration.members)
+            fmt::format_to(std::back_inserter(out), "| `{}` | {} |\n", member.name, member.value);
+    }
+}
 
 Json type_json(const DeclaredType& type) {
-    return {{"sort", sorts[static_cast<std::size_t>(type.kind)]}, {"name", type.signature_text()}};
+    return {{"sort", type.description().sort}, {"name", type.signature_text()}};
 }
 
 Json parameter_json(const Parameter& parameter) {
@@ -54,6 +117,34 @@ Json classes_json(std::span<const ClassDescription> descriptions) {
 }
 
 }  // namespace
+
+std::string signature_text(const Member& member) {
+    std::string parameters;
+    for (const Parameter& parameter : member.parameters())
+        parameters += (parameters.empty() ? "" : ", ") + parameter_as_written(parameter);
+    std::string kind = member.result.kind == TypeKind::none ? "Sub" : "Function";
+    if (member.kind == MemberKind::property_get) kind = "Property Get";
+    if (member.kind == MemberKind::property_put) kind = "Property Let";
+    const std::string result = member.result.signature_text();
+    return fmt::format("{} {}({}){}", kind, member.name, parameters, result.empty() ? "" : " As " + result);
+}
+
+std::vector<MemberSummary> member_summaries() {
+    std::vector<MemberSummary> summaries;
+    for (const ClassDescription& description : class_descriptions())
+        for (const Member& member : description.members)
+            summaries.push_back({std::string(description.name), std::string(member.name), member.dispid,
+                                 signature_text(member), std::string(member.help)});
+    return summaries;
+}
+
+std::string reference_text() {
+    std::string out(introduction);
+    for (const ClassDescription& description : class_descriptions()) describe_class(out, description);
+    describe_records(out);
+    describe_enumerations(out);
+    return out;
+}
 
 std::string tables_text() {
     Json tables{{"classes", classes_json(class_descriptions())}, {"layer", classes_json(layer_class_descriptions())}};

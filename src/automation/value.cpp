@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <limits>
 
 #include "automation/error_numbers.h"
-#include "automation/text_conversion.h"
 #include "korvane/automation.h"
 #include "platform/automation_arithmetic.h"
+#include "platform/text.h"
 
 namespace korvane::automation {
 
@@ -40,7 +41,104 @@ std::optional<double> number_of(const Value& value) {
         value.content());
 }
 
+constexpr double first_day = -657434;  // 1 January 100
+constexpr double day_after_last = 2958466;
+constexpr int seconds_a_day = 86400;
+
+/// "True" and "False" in any case, blanks around allowed; nothing for any other text.
+std::optional<bool> truth_of_text(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    text = text.substr(0, text.find_last_not_of(' ') + 1);
+    if (equal_but_for_case(text, "True")) return true;
+    if (equal_but_for_case(text, "False")) return false;
+    return std::nullopt;
+}
+
+/// A number's text with the current locale's decimal separator in the place of the point.
+std::string localised(std::string number) {
+    const auto point = number.find('.');
+    if (point != std::string::npos && number.find('#') == std::string::npos)
+        number.replace(point, 1, decimal_separator());
+    return number;
+}
+
+/// The system's general date format. Error 13 for a date outside the years 100 to 9999.
+std::string text_of_date(Date date) {
+    if (!(date.days >= first_day && date.days < day_after_last))
+        raise_runtime_fault(error_number::type_mismatch, number_text(date.days) + " is no date");
+    // The fraction counts forward from midnight, for days before the first one too.
+    double day = std::trunc(date.days);
+    auto second = static_cast<int>(std::lround(std::fabs(date.days - day) * seconds_a_day));
+    if (second == seconds_a_day) {
+        day += 1;
+        second = 0;
+    }
+    using namespace std::chrono;
+    const year_month_day calendar(sys_days(year(1899) / December / 30) + days(static_cast<int>(day)));
+    return general_date_text(
+        {static_cast<int>(calendar.year()), static_cast<int>(static_cast<unsigned>(calendar.month())),
+         static_cast<int>(static_cast<unsigned>(calendar.day())), second / 3600, second / 60 % 60, second % 60});
+}
+
+std::size_t element_count(const std::vector<ArrayBound>& bounds) {
+    std::size_t count = bounds.empty() ? 0 : 1;
+    for (const ArrayBound& bound : bounds) count *= bound.count;
+    return count;
+}
+
+[[noreturn]] void subscript_fault(const std::string& detail) {
+    raise_runtime_fault(error_number::subscript, detail);
+}
+
 }  // namespace
+
+Array::Array(std::vector<ArrayBound> bounds, Storage storage)
+    : bounds_(std::move(bounds)), storage_(std::move(storage)) {
+    if (element_count(bounds_) != size())
+        subscript_fault("bounds of " + std::to_string(element_count(bounds_)) + " elements for " +
+                        std::to_string(size()));
+}
+
+std::size_t Array::size() const noexcept {
+    return std::visit([](const auto& elements) { return elements ? elements->size() : 0; }, storage_);
+}
+
+Value Array::element(std::size_t place) const {
+    return std::visit(
+        [place](const auto& elements) -> Value {
+            if (!elements || place >= elements->size()) subscript_fault("element " + std::to_string(place));
+            return (*elements)[place];
+        },
+        storage_);
+}
+
+Value Array::at(std::span<const std::int32_t> indexes) const {
+    if (indexes.size() != rank())
+        subscript_fault(std::to_string(indexes.size()) + " indexes of an array of rank " + std::to_string(rank()));
+    std::size_t place = 0;
+    for (std::size_t dimension = 0; dimension < rank(); ++dimension) {
+        const ArrayBound& bound = bounds_[dimension];
+        const auto offset = static_cast<std::int64_t>(indexes[dimension]) - bound.lower;
+        if (offset < 0 || offset >= static_cast<std::int64_t>(bound.count))
+            subscript_fault("index " + std::to_string(indexes[dimension]));
+        place = place * bound.count + static_cast<std::size_t>(offset);
+    }
+    return element(place);
+}
+
+Value Array::at(std::initializer_list<std::int32_t> indexes) const {
+    return at(std::span(indexes.begin(), indexes.size()));
+}
+
+bool operator==(const Array& left, const Array& right) {
+    if (left.bounds_ != right.bounds_ || left.storage_.index() != right.storage_.index()) return false;
+    return std::visit(
+        [&right](const auto& elements) {
+            const auto& others = std::get<std::remove_cvref_t<decltype(elements)>>(right.storage_);
+            return elements == others || (elements && others && *elements == *others);
+        },
+        left.storage_);
+}
 
 double Value::as_double() const {
     if (const auto* number = get_if<double>()) return *number;

@@ -6,8 +6,8 @@
 
 #include "argument_values.h"
 #include "automation/c/values.h"
+#include "automation/instrument_layer.h"
 #include "automation/json_values.h"
-#include "automation/layer_objects.h"
 #include "korvane/korvane_c_layer.h"
 
 namespace korvane::automation::c {

@@ -7,8 +7,7 @@
 #include <fstream>
 #include <set>
 
-#include "automation/late_bound_instrument.h"
-#include "automation/layer_objects.h"
+#include "automation/instrument_layer.h"
 #include "automation/native_object.h"
 #include "embedded_world.h"
 #include "instrument/masstime/square_law_calibration.h"
@@ -198,8 +197,8 @@ std::vector<ConformanceResult> failures() {
     const TemporaryFolder folder;
     std::filesystem::create_directory(folder.path() / "Logfiles");
     write_text(folder.path() / "scene.json", R"({"instrument": {"spectrum_duration_ns": 500}})");
-    const Value layer = make_object<InstrumentLayer>(make_simulator({folder.file(""), 1, folder.file("scene.json"), {}},
-                                                       make_system_files(), std::make_shared<VirtualClock>()));
+    const Value layer = make_object<InstrumentLayer>(make_simulator(
+        {folder.file(""), 1, folder.file("scene.json"), {}}, make_system_files(), std::make_shared<VirtualClock>()));
     auto results =
         check_instrument_layer(*make_late_bound_layer([&] { return Stranger::mask(layer, bent).as_object(); }));
     std::erase_if(results, [](const ConformanceResult& result) { return result.passed; });

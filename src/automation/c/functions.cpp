@@ -6,8 +6,7 @@
 
 #include "automation/c/values.h"
 #include "automation/class_description.h"
-#include "automation/late_bound_instrument.h"
-#include "automation/layer_objects.h"
+#include "automation/instrument_layer.h"
 #include "automation/native_types.h"
 #include "korvane/conformance.h"
 #include "korvane/embedded.h"

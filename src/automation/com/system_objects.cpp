@@ -3,7 +3,7 @@
 
 #include "automation/com/dispatch_object.h"
 #include "automation/error_numbers.h"
-#include "automation/late_bound_instrument.h"
+#include "automation/instrument_layer.h"
 #include "instrument/library/instrument_library.h"
 #include "korvane/automation.h"
 #include "korvane/embedded.h"

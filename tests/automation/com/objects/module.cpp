@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <fstream>
 
-#include "automation/com/class_factory.h"
 #include "automation/com/com_object.h"
+#include "automation/com/class_factory.h"
 #include "automation/com/variant_conversion.h"
-#include "automation/layer_objects.h"
+#include "automation/instrument_layer.h"
 #include "foreign_object.h"
 #include "layer/test_layer.h"
 #include "platform/files.h"
@@ -15,7 +15,8 @@ namespace korvane::automation {
 namespace {
 
 IDispatch* make_layer() {
-    return make_com_object(std::static_pointer_cast<NativeObject>(make_object<InstrumentLayer>(std::make_shared<TestLayer>())));
+    return make_com_object(
+        std::static_pointer_cast<NativeObject>(make_object<InstrumentLayer>(std::make_shared<TestLayer>())));
 }
 
 /// Written as in a typed language: `Entry` and `Exit` take a text and a 32-bit integer by reference and nothing else.

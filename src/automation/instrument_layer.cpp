@@ -1,9 +1,10 @@
-#include "automation/layer_objects.h"
+#include "automation/instrument_layer.h"
 
 #include <algorithm>
 #include <array>
 
 #include "automation/error_numbers.h"
+#include "automation/native_types.h"
 #include "korvane/forwarding.h"
 
 namespace korvane::automation {
