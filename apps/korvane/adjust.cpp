@@ -4,9 +4,9 @@
 #include <memory>
 
 #include "calibrants.h"
+#include "history.h"
 #include "korvane/calibrants.h"
 #include "korvane/secant_search.h"
-#include "run_record.h"
 #include "search_mark.h"
 #include "setpoint_description.h"
 #include "text_table.h"

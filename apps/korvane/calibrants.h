@@ -1,12 +1,14 @@
-// What several commands read from the instrument, and words about it.
+// What several commands read from the instrument and print of it: masses, logs, peaks.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "korvane/records.h"
 #include "korvane/spectrum_parser.h"
 #include "korvane/tune_globals.h"
+#include "korvane/verdict.h"
 #include "session.h"
 
 namespace korvane::program {
@@ -24,5 +26,17 @@ std::string written_log(const SpectrumParser& parser);
 /// What a command that writes a tune log ends with: all done, or the code of the session's fault, which may be that the
 /// log was not written.
 ExitCode log_and_end(Session& session, const SpectrumParser& parser);
+
+/// The eight values by name.
+Json peak_json(const PeakInfo& record);
+
+/// "clipped", "overlapped", "few ions", "misfit 1.8", with commas between; "ok" where none holds, "-" where the peak
+/// finder does not tell.
+std::string quality_text(const std::optional<PeakQuality>& quality);
+/// The same by name; null where the peak finder does not tell.
+Json quality_json(const std::optional<PeakQuality>& quality);
+
+/// State, the number that decided and its limit (null where none did), and the text.
+Json verdict_json(const CalibrantVerdict& verdict);
 
 }  // namespace korvane::program

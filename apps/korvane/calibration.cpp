@@ -3,8 +3,8 @@
 
 #include "calibrants.h"
 #include "commands.h"
+#include "history.h"
 #include "korvane/calibration_fit.h"
-#include "run_record.h"
 #include "text_table.h"
 
 namespace korvane::program {

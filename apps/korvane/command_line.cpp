@@ -7,10 +7,10 @@
 #include <span>
 
 #include "commands.h"
+#include "known_names.h"
 #include "korvane/build_information.h"
 #include "self_description.h"
 #include "stopping.h"
-#include "suggestion.h"
 
 namespace korvane::program {
 

@@ -10,7 +10,6 @@
 #include "korvane/listing.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
-#include "suggestion.h"
 #include "text_table.h"
 
 namespace korvane::program {

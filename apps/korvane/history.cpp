@@ -1,11 +1,35 @@
-// The history of the tunes: list, show, mark.
+// The history of the tunes: what a run leaves in it, its records listed, shown, compared, handed on.
+#include "history.h"
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+
 #include "commands.h"
-#include "run_record.h"
+#include "korvane/spectrum_parser.h"
+#include "korvane/system.h"
 #include "text_table.h"
 
 namespace korvane::program {
 
 namespace {
+
+std::string history_name(Session& session) {
+    if (session.options.history) return *session.options.history;
+    return utf8_of(path_of(session.base_folder()) / "TuneHistory.sqlite");
+}
+
+/// "2026-11-22T08:51:49Z" so many days earlier: "2026-11-15".
+std::string days_before(const std::string& time, int days) {
+    using namespace std::chrono;
+    int year_number = 0;
+    unsigned month_number = 0, day_number = 0;
+    std::sscanf(time.c_str(), "%d-%u-%u", &year_number, &month_number, &day_number);
+    const year_month_day day =
+        sys_days(year(year_number) / month(month_number) / std::chrono::day(day_number)) - std::chrono::days(days);
+    return fmt::format("{:04}-{:02}-{:02}", static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
+                       static_cast<unsigned>(day.day()));
+}
 
 std::string or_dash(const std::string& text) {
     return text.empty() ? "-" : text;
@@ -95,7 +119,166 @@ ExitCode mark_history(Session& session, const MarkOptions& options) {
                         fmt::format("{} {} {}\n", mark.id, mark.time, mark.note));
 }
 
+struct RecordPair {
+    std::string from, to = "last";
+};
+
+const RecordedCalibrant* calibrant_of(const TuneRecord& record, double mass) {
+    for (const RecordedCalibrant& calibrant : record.calibrants)
+        if (is_same_mass(calibrant.measured.mass, mass) && calibrant.measured.found()) return &calibrant;
+    return nullptr;
+}
+
+double value_after(const TuneRecord& record, const std::string& setpoint) {
+    for (const RecordedSetpoint& each : record.setpoints)
+        if (each.name == setpoint) return each.after;
+    return std::nan("");
+}
+
+ExitCode compare_records(Session& session, const RecordPair& options) {
+    TuneHistory history = open_history(session, false);
+    const TuneRecord from = record_named(history, options.from), to = record_named(history, options.to);
+    const auto cell = [](const char* format, const RecordedCalibrant* calibrant, auto value) {
+        return calibrant ? fmt::format(fmt::runtime(format), value(calibrant->measured)) : "-";
+    };
+    Json setpoints = Json::array(), calibrants = Json::array();
+    TextTable moved({"<setpoint", "then", "now", "difference"});
+    for (const RecordedSetpoint& setpoint : to.setpoints) {
+        const double before = value_after(from, setpoint.name);
+        if (before == setpoint.after) continue;
+        setpoints.push_back(Json{{"name", setpoint.name}, {"then", before}, {"now", setpoint.after}});
+        moved.add_row(setpoint.name, before, setpoint.after, setpoint.after - before);
+    }
+    TextTable peaks({"expected m/z", "ppm then", "now", "height then", "now", "change", "resolution then", "now",
+                     "<verdict then", "<now"});
+    for (const RecordedCalibrant& calibrant : to.calibrants) {
+        const double mass = calibrant.measured.mass;
+        const RecordedCalibrant *then = calibrant_of(from, mass), *now = calibrant_of(to, mass);
+        const auto ppm = [](const MeasuredCalibrant& peak) { return peak.error_ppm(); };
+        const auto height = [](const MeasuredCalibrant& peak) { return peak.ns.pkHeight; };
+        const auto resolution = [](const MeasuredCalibrant& peak) { return peak.amu.pkResolution; };
+        const auto number = [](const RecordedCalibrant* peak, auto value) {
+            return peak ? Json(value(peak->measured)) : Json();
+        };
+        calibrants.push_back(Json{{"mass", mass}});
+        for (const auto& [name, peak] : {std::pair{"then", then}, std::pair{"now", now}})
+            calibrants.back()[name] = Json{{"ppm", number(peak, ppm)},
+                                           {"height", number(peak, height)},
+                                           {"resolution", number(peak, resolution)},
+                                           {"verdict", peak ? Json(peak->verdict.text) : Json()}};
+        peaks.add(
+            {fmt::format("{:.4f}", mass), cell("{:.2f}", then, ppm), cell("{:.2f}", now, ppm),
+             cell("{:.0f}", then, height), cell("{:.0f}", now, height),
+             then && now ? fmt::format("{:+.0f} %", 100 * (height(now->measured) / height(then->measured) - 1)) : "-",
+             cell("{:.0f}", then, resolution), cell("{:.0f}", now, resolution),
+             then ? name_of(then->verdict.state) : "-", name_of(calibrant.verdict.state)});
+    }
+    if (!session.json)
+        session.talk(fmt::format("then: record {}, {}; now: record {}, {}", from.id, from.time, to.id, to.time));
+    const std::string head = setpoints.empty() ? "all setpoints are the same\n" : moved.text();
+    return session.show(Json{{"then", from.id},
+                             {"now", to.id},
+                             {"setpoints", std::move(setpoints)},
+                             {"calibrants", std::move(calibrants)}},
+                        session.csv ? peaks.csv() : head + "\n" + peaks.text());
+}
+
+struct ExportFiles {
+    std::optional<std::string> csv, json, mzqc, prometheus;
+};
+
+std::string csv_of(const std::vector<TuneRecord>& records) {
+    TextTable table({"record", "time", "source", "polarity", "mz", "ppm", "height", "resolution", "misfit", "verdict"});
+    for (const TuneRecord& record : records)
+        for (const RecordedCalibrant& calibrant : record.calibrants) {
+            const MeasuredCalibrant& peak = calibrant.measured;
+            const auto cell = [&](double value) { return peak.found() ? fmt::format("{}", value) : "-"; };
+            table.add_row(record.id, record.time, record.source, record.polarity, peak.mass, cell(peak.error_ppm()),
+                          cell(peak.ns.pkHeight), cell(peak.amu.pkResolution),
+                          peak.quality ? cell(peak.quality->misfit) : "-", name_of(calibrant.verdict.state));
+        }
+    return table.csv();
+}
+
+std::string json_of(const std::vector<TuneRecord>& records) {
+    std::string text;
+    for (const TuneRecord& record : records) text += (text.empty() ? "[\n" : ",\n") + tune_record_json(record);
+    return (text.empty() ? "[" : text) + "\n]\n";
+}
+
+ExitCode export_history(Session& session, const ExportFiles& files) {
+    TuneHistory history = open_history(session, false);
+    std::vector<TuneRecord> records;
+    for (const TuneRecord& head : history.list(all_records)) records.push_back(history.load(head.id));
+    const TuneRecord last = record_named(history, "last");
+    if (files.csv) save_text(session, *files.csv, csv_of(records));
+    if (files.json) save_text(session, *files.json, json_of(records));
+    if (files.mzqc) save_text(session, *files.mzqc, mzqc_document(records, utc_text(session.platform().clock->now())));
+    if (files.prometheus) save_text(session, *files.prometheus, prometheus_text(last));
+    return session.show(Json{{"records", records.size()}}, fmt::format("{} records\n", records.size()));
+}
+
 }  // namespace
+
+void add_keep(CLI::App& command, KeepOptions& options) {
+    CLI::Option* keep = command.add_flag("--keep", options.keep, "keep a record in the history (korvane history)");
+    command.add_option("--note", options.note, "what to remember beside the record")->type_name("TEXT")->needs(keep);
+}
+
+TuneHistory open_history(Session& session, bool make) {
+    const std::string name = history_name(session);
+    const bool is_file = name.find("://") == std::string::npos;
+    std::error_code ignored;
+    if (!make && is_file && !std::filesystem::exists(path_of(name), ignored))
+        throw Error(error_number::file_or_element, "",
+                    name + ": there is no history yet (korvane measure --keep begins one)");
+    return TuneHistory(name, make);
+}
+
+TuneRecord record_named(TuneHistory& history, const std::string& word) {
+    if (const auto id = parse_integer(word)) return history.load(*id);
+    const auto last = history.last();
+    if (!last) throw Error(error_number::file_or_element, "", "the history has no record (korvane measure --keep)");
+    if (word == "last") return history.load(last->id);
+    std::string time = word;
+    if (word == "yesterday") time = days_before(last->time, 1);
+    if (word == "last-week") time = days_before(last->time, 7);
+    if (time.size() < 4 || !parse_integer(time.substr(0, 4)))
+        throw UsageError(word + " is no record: give an id, last, yesterday, last-week, or a date (2026-11-22)");
+    if (const auto id = history.last_until(time, *last)) return history.load(*id);
+    throw UsageError("there is no record of " + time + " or before");
+}
+
+RunRecord::RunRecord(Session& session, const KeepOptions& options, const char* kind) : session_(session) {
+    if (!options.keep) return;
+    record_ = begin_record(session.platform(), kind);
+    record_->note = options.note;
+    record_->version = KORVANE_VERSION;
+    record_->instrument = session.instrument_name();
+    if (record_->instrument == "simulated") record_->seed = session.options.seed;
+    if (session.options.replay) record_->recording = *session.options.replay;
+}
+
+Json RunRecord::keep(const SpectrumParser& parser, const std::function<void(TuneRecord&)>& fill) {
+    return keep([&](TuneRecord& record) {
+        record.log = parser.tune_log_path();
+        fill(record);
+    });
+}
+
+Json RunRecord::keep(const std::function<void(TuneRecord&)>& fill) {
+    if (!record_) return {};
+    try {
+        end_record(*record_, session_.platform());
+        if (fill) fill(*record_);
+        record_->id = open_history(session_, true).add(*record_);
+        session_.talk("record " + std::to_string(record_->id));
+        return record_->id;
+    } catch (const Error& error) {
+        session_.fault = error.described("no record is kept: " + error.description());
+        return {};
+    }
+}
 
 void declare_history(CLI::App& group, Session& session) {
     const auto [list, listing] =
@@ -113,7 +296,25 @@ void declare_history(CLI::App& group, Session& session) {
                     "korvane history mark maintenance \"new capillary\"", mark_history);
     mark.add_option("WORD", marking.word, "maintenance, or a word of your own")->required();
     mark.add_option("TEXT", marking.text, "what was done");
-    declare_history_files(group, session);
+
+    const auto [diff, pair] = add_command(group, session, "diff", "print what differs between two records",
+                                          "korvane history diff last-week", compare_records);
+    add_csv(diff, session);
+    diff.add_option("THEN", pair.from, record_words)->required();
+    diff.add_option("NOW", pair.to, "the later record (last)");
+
+    CLI::App& handing = *group.add_subcommand("export", "write the history for other programs")->group("Commands");
+    const auto files = std::make_shared<ExportFiles>();
+    runs(handing, session, [files](Session& running) { return export_history(running, *files); });
+    handing.footer("Example:\n  korvane history export --mzqc tunes.mzqc\n");
+    CLI::Option_group& choice = *handing.add_option_group("Files");
+    for (const auto& [name, target, help] :
+         {std::tuple{"--csv", &files->csv, "calibrants of all records, a line each"},
+          {"--json", &files->json, "all records, whole"},
+          {"--mzqc", &files->mzqc, "all records as mzQC 1.0"},
+          {"--prometheus", &files->prometheus, "the last record, for the text-file collector of a node exporter"}})
+        add_name(choice, name, *target, help, "FILE");
+    choice.require_option(1, 4);
 }
 
 }  // namespace korvane::program

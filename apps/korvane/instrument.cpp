@@ -9,7 +9,6 @@
 #include "korvane/instrument_contract.h"
 #include "korvane/recording.h"
 #include "stopping.h"
-#include "suggestion.h"
 #include "text_table.h"
 
 namespace korvane::program {

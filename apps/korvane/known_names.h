@@ -1,9 +1,12 @@
-// The names that there are: for completion, and for what was probably meant by one that there is not.
+// The names that there are, and what was probably meant by one that there is not.
 #pragma once
 
+#include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "korvane/error.h"
 #include "korvane/instrument.h"
 #include "session.h"
 
@@ -19,5 +22,25 @@ std::vector<std::string> parameter_keys(Session& session, const std::string& tre
 std::vector<std::string> preference_names(Session& session);
 /// "CLASS.MEMBER" of the automation classes.
 std::vector<std::string> member_names();
+
+/// "; did you mean A?", or "A or B?" of those equally near, without regard to case; empty where none is near.
+std::string did_you_mean(std::string_view word, const std::vector<std::string>& known);
+
+/// Runs the work; its error gets what `known_words()` suggest for the word, unless the word is one of them.
+template <class KnownWords, class Work>
+auto suggesting(const std::string& word, KnownWords known_words, Work work) {
+    try {
+        return work();
+    } catch (const Error& error) {
+        std::vector<std::string> known;
+        try {
+            known = known_words();
+        } catch (const Error&) {
+            throw error;  // what cannot be listed has nothing to suggest
+        }
+        if (std::ranges::count(known, word)) throw;
+        throw error.described(error.description() + did_you_mean(word, known));
+    }
+}
 
 }  // namespace korvane::program

@@ -4,10 +4,9 @@
 
 #include "calibrants.h"
 #include "commands.h"
+#include "history.h"
 #include "korvane/peak_traces.h"
 #include "korvane/tune_params_xml.h"
-#include "peak_output.h"
-#include "run_record.h"
 #include "text_table.h"
 
 namespace korvane::program {

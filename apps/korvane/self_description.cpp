@@ -6,9 +6,9 @@
 
 #include "calibrants.h"
 #include "commands.h"
+#include "history.h"
 #include "known_names.h"
 #include "korvane/listing.h"
-#include "run_record.h"
 
 namespace korvane::program {
 

@@ -24,6 +24,16 @@ Json time_text(Clock& clock) {
     }
 }
 
+/// What the system says names the file.
+template <class Work>
+void told(const Work& work) {
+    try {
+        work();
+    } catch (const FileError& fault) {
+        throw Error(error_number::file_or_element, "", fault.what());
+    }
+}
+
 }  // namespace
 
 Session::Session(Streams streams, Platform system) : streams_(streams), system_(std::move(system)) {}
@@ -177,6 +187,16 @@ std::filesystem::path path_of(const std::string& utf8) {
 std::string utf8_of(const std::filesystem::path& path) {
     const std::u8string utf8 = path.u8string();
     return {utf8.begin(), utf8.end()};
+}
+
+std::string read_text(Session& session, const std::string& path) {
+    std::string text;
+    told([&] { session.platform().files->read(path, text); });
+    return text;
+}
+
+void save_text(Session& session, const std::string& path, std::string_view text) {
+    told([&] { safe_save(*session.platform().files, path, text); });
 }
 
 }  // namespace korvane::program

@@ -135,4 +135,9 @@ private:
 std::filesystem::path path_of(const std::string& utf8);
 std::string utf8_of(const std::filesystem::path& path);
 
+/// A file that the user names, on the session's platform. Both raise error -904 naming it. A save replaces the file in
+/// one step.
+std::string read_text(Session& session, const std::string& path);
+void save_text(Session& session, const std::string& path, std::string_view text);
+
 }  // namespace korvane::program

@@ -11,7 +11,6 @@
 #include "commands.h"
 #include "known_names.h"
 #include "korvane/instrument_contract.h"
-#include "suggestion.h"
 
 namespace korvane::program {
 

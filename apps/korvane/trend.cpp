@@ -3,9 +3,8 @@
 #include <cmath>
 
 #include "commands.h"
+#include "history.h"
 #include "korvane/control_chart.h"
-#include "pictures.h"
-#include "run_record.h"
 #include "text_table.h"
 
 namespace korvane::program {

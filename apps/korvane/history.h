@@ -1,10 +1,11 @@
-// What a run leaves in the history: one way for every command that keeps a record.
+// What a run leaves in the history, one way for every command that keeps a record; and what is drawn of it.
 #pragma once
 
 #include <CLI/CLI.hpp>
 #include <functional>
 
-#include "korvane/tune_history.h"
+#include "korvane/control_chart.h"
+#include "korvane/report.h"
 #include "session.h"
 
 namespace korvane {
@@ -49,5 +50,8 @@ private:
     Session& session_;
     std::optional<TuneRecord> record_;
 };
+
+/// A control chart as a picture shows it: three sigma to either side, marked where a rule of `korvane trend` alarms.
+TrendChart trend_chart(const ControlChart& chart);
 
 }  // namespace korvane::program
