@@ -97,7 +97,7 @@ TEST(Files, ValuesBeyondTheRulesAreRefusedNamingItemAndReason) {
              {R"({"sample": {"ions": [{"formula": "H", "charge": 0, "ions": 5}]}})", "sample.ions[0]", "charge must"},
              {R"({"background": {"least_ions": 10, "most_ions": 5}})", "background.most_ions", "value[5] is outside"},
              {R"({"background": {"least_mz": 10, "most_mz": 5}})", "background.most_mz", "value[5] is outside [10, 1"},
-             {R"({"slicer": [{"hours": 1}]})", "slicer", "must have 10 positions"},
+             {R"({"slicer": [{"hours": 1}]})", "slicer", "must have 10 elements"},
              {R"({"setpoints": {"Unknown": 1}})", "setpoints.Unknown", "unknown setpoint"},
              {R"({"setpoints": {"Polarity": 0.5}})", "setpoints.Polarity", "must be a whole number"},
              {R"({"responses": [{"setpoint": "MCP", "acts_on": "gain", "shape": "power", "midpoint": 0}]})",

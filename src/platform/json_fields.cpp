@@ -1,31 +1,25 @@
-#include "instrument/simulator/json_fields.h"
+#include "platform/json_fields.h"
 
-#include <cmath>
 #include <set>
 
 #include "korvane/error.h"
 #include "platform/automation_arithmetic.h"
 
-namespace korvane::simulation {
-
-using nlohmann::json;
+namespace korvane::json {
 
 namespace {
 
 constexpr std::size_t deepest_json = 16;
 
-[[noreturn]] void refuse_item(const std::string& item, const std::string& file, const std::string& reason) {
-    throw Error(error_number::file_or_element, "Simulator",
-                "item[" + (item.empty() ? "document" : item) + "] of file[" + file + "]: " + reason);
-}
-
 }  // namespace
 
-void JsonItem::refuse(const std::string& reason) const {
-    refuse_item(name_, *file_, reason);
+void Source::refuse(const std::string& item, const std::string& reason) const {
+    throw Error(error_number::file_or_element, routine,
+                before + (item.empty() ? "document" : item) + after + ": " + reason);
 }
 
 double JsonItem::number(const Bounds& bounds) const {
+    if (is_missing()) return std::numeric_limits<double>::quiet_NaN();
     if (!value_->is_number()) refuse("must be a number");
     const auto number = value_->get<double>();
     if (!(number >= bounds.low && number <= bounds.high))
@@ -54,15 +48,16 @@ std::vector<JsonItem> JsonItem::elements(std::size_t most) const {
     if (!value_->is_array()) refuse("must be an array");
     if (value_->size() > most) refuse("has more than " + std::to_string(most) + " elements");
     std::vector<JsonItem> all;
-    for (const json& element : *value_)
-        all.emplace_back(element, name_ + "[" + std::to_string(all.size()) + "]", *file_);
+    for (const Json& element : *value_)
+        all.emplace_back(element, name_ + "[" + std::to_string(all.size()) + "]", *source_);
     return all;
 }
 
 std::vector<std::pair<std::string, JsonItem>> JsonItem::members() const {
     if (!value_->is_object()) refuse("must be an object");
     std::vector<std::pair<std::string, JsonItem>> all;
-    for (const auto& entry : value_->items()) all.emplace_back(entry.key(), required(entry.key()));
+    for (const auto& [key, value] : value_->items())
+        all.emplace_back(key, JsonItem(value, name_of_member(key), *source_));
     return all;
 }
 
@@ -70,7 +65,7 @@ std::optional<JsonItem> JsonItem::member(const std::string& key) const {
     if (!value_->is_object()) refuse("must be an object");
     const auto found = value_->find(key);
     if (found == value_->end()) return std::nullopt;
-    return JsonItem(*found, name_.empty() ? key : name_ + "." + key, *file_);
+    return JsonItem(*found, name_of_member(key), *source_);
 }
 
 JsonItem JsonItem::required(const std::string& key) const {
@@ -78,27 +73,33 @@ JsonItem JsonItem::required(const std::string& key) const {
     refuse("lacks key[" + key + "]");
 }
 
-json parse_json(std::string_view text, std::size_t most_bytes, const std::string& file) {
-    if (text.size() > most_bytes) refuse_item("", file, "longer than " + std::to_string(most_bytes) + " bytes");
+void JsonItem::require_keys(const std::vector<std::string_view>& known) const {
+    if (source_->is_tolerant) return;
+    for (const auto& [key, value] : members())
+        if (!std::ranges::count(known, key)) value.refuse("unknown key");
+}
+
+Json parse_json(std::string_view text, std::size_t most_bytes, const Source& source) {
+    if (text.size() > most_bytes) source.refuse("", "longer than " + std::to_string(most_bytes) + " bytes");
     // The parser itself would let pass deep nesting and keys given twice.
     std::vector<std::set<std::string>> open;
-    const json::parser_callback_t check = [&](int, json::parse_event_t event, json& value) {
-        using Event = json::parse_event_t;
+    const Json::parser_callback_t check = [&](int, Json::parse_event_t event, Json& value) {
+        using Event = Json::parse_event_t;
         if (event == Event::object_start || event == Event::array_start) {
             open.emplace_back();
-            if (open.size() > deepest_json) refuse_item("", file, "nested too deeply");
+            if (open.size() > deepest_json) source.refuse("", "nested too deeply");
         } else if (event == Event::object_end || event == Event::array_end) {
             open.pop_back();
         } else if (event == Event::key && !open.back().insert(value.get<std::string>()).second) {
-            refuse_item(value.get<std::string>(), file, "given twice");
+            source.refuse(value.get<std::string>(), "given twice");
         }
         return true;
     };
     try {
-        return json::parse(text, check);
-    } catch (const json::exception& fault) {
-        refuse_item("", file, std::string("not JSON: ") + fault.what());
+        return Json::parse(text, check);
+    } catch (const Json::exception& fault) {
+        source.refuse("", std::string("not JSON: ") + fault.what());
     }
 }
 
-}  // namespace korvane::simulation
+}  // namespace korvane::json
