@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 
 #include "commands.h"
 #include "korvane/spectrum_parser.h"
@@ -22,11 +21,8 @@ std::string history_name(Session& session) {
 /// "2026-11-22T08:51:49Z" so many days earlier: "2026-11-15".
 std::string days_before(const std::string& time, int days) {
     using namespace std::chrono;
-    int year_number = 0;
-    unsigned month_number = 0, day_number = 0;
-    std::sscanf(time.c_str(), "%d-%u-%u", &year_number, &month_number, &day_number);
-    const year_month_day day =
-        sys_days(year(year_number) / month(month_number) / std::chrono::day(day_number)) - std::chrono::days(days);
+    const auto then = sys_seconds(seconds(seconds_of(time))) - std::chrono::days(days);
+    const year_month_day day(floor<std::chrono::days>(then));
     return fmt::format("{:04}-{:02}-{:02}", static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
                        static_cast<unsigned>(day.day()));
 }

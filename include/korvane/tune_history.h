@@ -24,6 +24,8 @@ KORVANE_API TuneRecord tune_record_from_json(std::string_view json);
 KORVANE_API TuneRecord begin_record(const Platform& platform, std::string kind);
 /// Reads setpoints and calibration again, as those after the run.
 KORVANE_API void end_record(TuneRecord& record, const Platform& platform);
+/// Seconds since 1970 of a time as records have it.
+KORVANE_API std::int64_t seconds_of(const std::string& record_time);
 /// A mark of the history, such as "maintenance", for the instrument of `like`.
 KORVANE_API TuneRecord make_mark(const Platform& platform, const TuneRecord& like, const std::string& word,
                                  const std::string& text);

@@ -15,7 +15,7 @@ BaseFile::BaseFile(const Platform& its_platform, const std::string& name, const 
     path += name;
 }
 
-std::optional<nlohmann::json> BaseFile::read() const {
+std::optional<json::Json> BaseFile::read() const {
     std::string text;
     try {
         if (!platform.files->status(path).exists) return std::nullopt;
@@ -23,12 +23,12 @@ std::optional<nlohmann::json> BaseFile::read() const {
     } catch (const FileError& fault) {
         refuse(fault.what());
     }
-    auto object = nlohmann::json::parse(text, nullptr, false, true);
+    auto object = json::Json::parse(text, nullptr, false, true);
     if (!object.is_object()) refuse("it is no JSON object");
     return object;
 }
 
-void BaseFile::save(const nlohmann::json& object) const {
+void BaseFile::save(const json::Json& object) const {
     try {
         safe_save(*platform.files, path, object.dump(2) + '\n');
     } catch (const FileError& fault) {

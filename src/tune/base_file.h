@@ -1,11 +1,11 @@
 // Files that this room keeps in the base folder.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
-#include "korvane/platform.h"
+#include "korvane/tune_run.h"
+#include "platform/json_fields.h"
 
 namespace korvane {
 
@@ -14,8 +14,8 @@ struct BaseFile {
     BaseFile(const Platform& platform, const std::string& name, const char* routine);
 
     /// The object in the file; nothing where there is no file. Error -904 for anything else.
-    std::optional<nlohmann::json> read() const;
-    void save(const nlohmann::json& object) const;
+    std::optional<json::Json> read() const;
+    void save(const json::Json& object) const;
     /// Error -904 naming the file.
     [[noreturn]] void refuse(const std::string& why) const;
 
@@ -23,5 +23,10 @@ struct BaseFile {
     const char* const routine;
     std::string path;
 };
+
+/// The object of such a file; what it lacks stays. Error -904 naming the file and the item that is not of its type, or
+/// that nobody knows.
+void read_fields(const BaseFile& file, const json::Json& object, TuneRecipe& recipe);
+void read_fields(const BaseFile& file, const json::Json& object, TuneLimits& limits);
 
 }  // namespace korvane

@@ -7,7 +7,7 @@ namespace korvane {
 
 namespace {
 
-using Json = nlohmann::json;
+using json::Json;
 
 constexpr const char* kept_name = "PreviousCalibration.json";
 

@@ -1,15 +1,17 @@
+// The history, and its records for other programs.
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <functional>
+#include <limits>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "korvane/error.h"
 #include "korvane/tune_history.h"
 #include "tune/database/database.h"
-#include "tune/metrics.h"
 #ifndef _WIN32
 #include <dlfcn.h>
 #include <unistd.h>
@@ -18,6 +20,21 @@
 namespace korvane {
 
 namespace {
+
+struct CalibrantMetric {
+    double value, standard_error;  ///< NaN where it is not told
+};
+
+/// In the order of `tune_metrics`; of a calibrant that was found.
+std::array<CalibrantMetric, 4> metrics_of(const MeasuredCalibrant& calibrant) {
+    constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+    const PeakUncertainty errors = calibrant.standard_errors.value_or(PeakUncertainty{unknown, unknown, unknown, 0, 0});
+    const double resolution = calibrant.amu.pkResolution;
+    return {{{calibrant.error_ppm(), errors.centroid * calibrant.ppm_per_ns},
+             {calibrant.ns.pkHeight, errors.height},
+             {resolution, resolution * errors.width / calibrant.ns.pkWidth},
+             {calibrant.quality ? calibrant.quality->misfit : unknown, unknown}}};
+}
 
 // Version 1. A change adds a step below, which brings the tables of the version before to its own.
 constexpr const char* first_tables =
@@ -77,7 +94,7 @@ std::unique_ptr<Database> open_database(const std::string& where, bool make) {
 #endif
 }
 
-std::string number_text(double value) {
+std::string sql_number(double value) {
     return std::isfinite(value) ? fmt::format("{}", value) : "NULL";
 }
 
@@ -183,9 +200,9 @@ std::int64_t TuneHistory::add(const TuneRecord& record) {
             const auto values = metrics_of(calibrant.measured);
             for (std::size_t i = 0; i < values.size(); ++i)
                 if (std::isfinite(values[i].value))
-                    metrics += fmt::format("{}('{}', {}, {}, {}, {})", metrics.empty() ? "" : ", ", tune_metrics[i],
-                                           calibrant.measured.mass, id, values[i].value,
-                                           number_text(values[i].standard_error));
+                    metrics +=
+                        fmt::format("{}('{}', {}, {}, {}, {})", metrics.empty() ? "" : ", ", tune_metrics[i],
+                                    calibrant.measured.mass, id, values[i].value, sql_number(values[i].standard_error));
         }
         if (!metrics.empty())
             state_->run("INSERT INTO tune_metrics (metric, mz, record, value, standard_error) VALUES " + metrics);
@@ -238,6 +255,115 @@ std::vector<MetricReading> TuneHistory::readings(std::string_view metric, const 
             found.push_back({static_cast<std::int64_t>(row.number(0)), row.number(1), row.number(2), row.number(3)});
         });
     return found;
+}
+
+// Records for other programs: mzQC and Prometheus.
+
+namespace {
+
+using ExportJson = nlohmann::ordered_json;
+
+ExportJson term(const char* accession, const char* name) {
+    return {{"accession", accession}, {"name", name}};
+}
+
+/// The calibrants that were found, as a table by terms.
+ExportJson calibrant_columns(const TuneRecord& record) {
+    ExportJson columns;
+    for (const RecordedCalibrant& calibrant : record.calibrants) {
+        if (!calibrant.measured.found()) continue;
+        columns["MS:1000040"].push_back(calibrant.measured.mass);              // m/z
+        columns["MS:4000072"].push_back(calibrant.measured.error_ppm());       // observed mass accuracy
+        columns["MS:1000042"].push_back(calibrant.measured.ns.pkHeight);       // peak intensity
+        columns["MS:1000800"].push_back(calibrant.measured.amu.pkResolution);  // mass resolving power
+        columns["MS:1000086"].push_back(calibrant.measured.amu.pkWidth);       // full width at half maximum, m/z
+        columns["KORVANE:0004"].push_back(name_of(calibrant.verdict.state));
+    }
+    return columns;
+}
+
+ExportJson run_quality(const TuneRecord& record) {
+    ExportJson software = term("MS:1000799", "custom unreleased software tool");
+    software.update({{"value", "korvane"}, {"version", record.version}});
+    ExportJson file{{"name", fmt::format("record {}", record.id)},
+                    {"location", fmt::format("urn:korvane:record:{}", record.id)},
+                    {"fileFormat", term("KORVANE:0001", "record of a tune")}};
+    ExportJson verdict = term("KORVANE:0002", "verdict of a tune");
+    verdict["value"] = record.verdict;
+    ExportJson table = term("KORVANE:0003", "calibrants of a tune");
+    table["value"] = calibrant_columns(record);
+    ExportJson mean = term("MS:4000072", "observed mass accuracy");
+    double sum = 0;
+    const std::size_t count = table["value"].empty() ? 0 : table["value"]["MS:4000072"].size();
+    for (std::size_t i = 0; i < count; ++i) sum += table["value"]["MS:4000072"][i].get<double>();
+    mean["value"] = count > 0 ? ExportJson(sum / static_cast<double>(count)) : ExportJson();
+    mean["unit"] = term("UO:0000169", "parts per million");
+    return {{"metadata",
+             {{"label", fmt::format("{}, {}", record.time, record.kind)},
+              {"inputFiles", ExportJson::array({file})},
+              {"analysisSoftware", ExportJson::array({software})}}},
+            {"qualityMetrics", ExportJson::array({verdict, mean, table})}};
+}
+
+std::string escaped_label(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        if (c == '\\' || c == '"') escaped += '\\';
+        escaped += c == '\n' ? "\\n" : std::string(1, c);
+    }
+    return escaped;
+}
+
+}  // namespace
+
+std::string mzqc_document(const std::vector<TuneRecord>& records, const std::string& creation_time) {
+    ExportJson runs = ExportJson::array();
+    for (const TuneRecord& record : records)
+        if (!record.calibrants.empty()) runs.push_back(run_quality(record));
+    const ExportJson vocabularies{
+        {{"name", "Proteomics Standards Initiative Mass Spectrometry Ontology"},
+         {"uri", "http://purl.obolibrary.org/obo/ms.obo"}},
+        {{"name", "Units of Measurement Ontology"}, {"uri", "http://purl.obolibrary.org/obo/uo.obo"}},
+        {{"name", "Korvane: 0001 record of a tune, 0002 its verdict, 0003 its calibrants, 0004 their verdicts"},
+         {"uri", "urn:korvane:vocabulary:1"}}};
+    const ExportJson document{{"version", "1.0.0"},
+                              {"creationDate", creation_time},
+                              {"description", "Tunes of a mass spectrometer: its calibrants"},
+                              {"runQualities", std::move(runs)},
+                              {"controlledVocabularies", vocabularies}};
+    return ExportJson{{"mzQC", document}}.dump(2, ' ', false, ExportJson::error_handler_t::replace) + "\n";
+}
+
+std::string prometheus_text(const TuneRecord& record) {
+    struct Gauge {
+        const char *name, *help;
+    };
+    constexpr Gauge gauges[] = {{"korvane_mass_error_ppm", "Measured minus expected mass of a calibrant."},
+                                {"korvane_peak_height_counts", "Height of the peak of a calibrant."},
+                                {"korvane_mass_resolution", "m/z over the full width at half maximum."},
+                                {"korvane_peak_misfit", "Root of chi-square per degree of freedom of the peak's fit."}};
+    const std::string labels =
+        fmt::format("instrument=\"{}\",title=\"{}\",source=\"{}\",polarity=\"{}\"", escaped_label(record.instrument),
+                    escaped_label(record.serial), escaped_label(record.source), escaped_label(record.polarity));
+    const auto head = [](const Gauge& gauge) {
+        return fmt::format("# HELP {0} {1}\n# TYPE {0} gauge\n", gauge.name, gauge.help);
+    };
+    std::string text;
+    for (std::size_t metric = 0; metric < std::size(gauges); ++metric) {
+        text += head(gauges[metric]);
+        for (const RecordedCalibrant& calibrant : record.calibrants)
+            if (const double value = metrics_of(calibrant.measured)[metric].value;
+                calibrant.measured.found() && std::isfinite(value))
+                text +=
+                    fmt::format("{}{{{},mz=\"{}\"}} {}\n", gauges[metric].name, labels, calibrant.measured.mass, value);
+    }
+    const Gauge verdict{"korvane_calibrant_ok", "1 where a calibrant is within its limits, else 0."};
+    text += head(verdict);
+    for (const RecordedCalibrant& calibrant : record.calibrants)
+        text += fmt::format("{}{{{},mz=\"{}\"}} {}\n", verdict.name, labels, calibrant.measured.mass,
+                            calibrant.verdict.state == CalibrantState::ok ? 1 : 0);
+    const Gauge time{"korvane_record_time_seconds", "When the record was made, since 1970."};
+    return text + head(time) + fmt::format("{}{{{}}} {}\n", time.name, labels, seconds_of(record.time));
 }
 
 }  // namespace korvane

@@ -1,6 +1,9 @@
 // The record of a run: the instrument before and after, and how its calibrants were judged.
 #include <fmt/format.h>
 
+#include <chrono>
+#include <cstdio>
+
 #include "korvane/error.h"
 #include "korvane/system.h"
 #include "korvane/tune_history.h"
@@ -14,6 +17,14 @@ double setpoint_value(SetpointTable& table, std::int32_t index) {
 }
 
 }  // namespace
+
+std::int64_t seconds_of(const std::string& time) {
+    int year = 1970, hour = 0, minute = 0, second = 0;
+    unsigned month = 1, day = 1;
+    std::sscanf(time.c_str(), "%d-%u-%uT%d:%d:%d", &year, &month, &day, &hour, &minute, &second);
+    const std::chrono::sys_days date = std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
+    return date.time_since_epoch() / std::chrono::seconds(1) + hour * 3600 + minute * 60 + second;
+}
 
 TuneRecord begin_record(const Platform& platform, std::string kind) {
     TuneGlobals globals(platform);

@@ -1,20 +1,50 @@
-// Records and recipes as JSON. `fields` is the table of each part's names; writing and reading walk the same one.
+// Records, recipes and limits as JSON.
 #include <fmt/format.h>
 
-#include <limits>
-#include <nlohmann/json.hpp>
+#include <charconv>
 
 #include "korvane/error.h"
 #include "korvane/tune_history.h"
-#include "tune/recipe_json.h"
+#include "tune/base_file.h"
 
 namespace korvane {
 
+using json::Json;
+using json::JsonItem;
+
 namespace {
 
-using RecordJson = nlohmann::ordered_json;
-
 constexpr int record_schema = 1;
+
+struct HeightsByMass {
+    std::map<double, double>& of;
+};
+
+void read(const JsonItem& item, HeightsByMass heights, const json::Bounds& bounds) {
+    heights.of.clear();
+    for (const auto& [key, height] : item.members()) {
+        double mz = 0;
+        const auto end = std::from_chars(key.data(), key.data() + key.size(), mz);
+        if (end.ec != std::errc() || end.ptr != key.data() + key.size() || !(mz > 0)) height.refuse("is no m/z");
+        heights.of[mz] = height.number(bounds);
+    }
+}
+
+Json written(HeightsByMass& heights) {
+    Json by_mass = Json::object();
+    for (const auto& [mz, height] : heights.of) by_mass[fmt::format("{}", mz)] = height;
+    return by_mass;
+}
+
+}  // namespace
+
+static auto choices(CalibrantState) {
+    using enum CalibrantState;
+    std::vector<json::Choice<CalibrantState>> all;
+    for (const CalibrantState state : {missing, off_mass, clipped, low, broad, misshapen, ok})
+        all.emplace_back(name_of(state), state);
+    return all;
+}
 
 template <class Io>
 void fields(Io& io, RecordedSetpoint& part) {
@@ -29,7 +59,8 @@ void fields(Io& io, CalibrationCoefficients& part) {
 template <class Io>
 void fields(Io& io, TuneLimits& part) {
     io("mass_error_ppm", part.mass_error_ppm)("resolution", part.resolution)("height", part.height);
-    io("part_of_reference", part.part_of_reference)("misfit", part.misfit)("reference_heights", part.reference_heights);
+    io("part_of_reference", part.part_of_reference)("misfit", part.misfit)("reference_heights",
+                                                                           HeightsByMass{part.reference_heights});
 }
 
 template <class Io>
@@ -110,158 +141,38 @@ void fields(Io& io, TuneRecipe& part) {
     io("schema", part.schema)("adjust", part.searches)("fit_spectra", part.fit_spectra)("masses", part.masses);
 }
 
-struct Writer {
-    RecordJson object = RecordJson::object();
-
-    template <class Value>
-    Writer& operator()(const char* name, Value& value) {
-        object[name] = written(value);
-        return *this;
-    }
-
-    template <class Value>
-    static RecordJson written(Value& value) {
-        if constexpr (std::is_arithmetic_v<Value> || std::is_same_v<Value, std::string>) {
-            return value;
-        } else {
-            Writer part;
-            fields(part, value);
-            return std::move(part.object);
-        }
-    }
-    static RecordJson written(CalibrantState& state) { return name_of(state); }
-    static RecordJson written(std::map<double, double>& numbers) {
-        RecordJson by_name = RecordJson::object();
-        for (const auto& [key, value] : numbers) by_name[fmt::format("{}", key)] = value;
-        return by_name;
-    }
-    template <class Value>
-    static RecordJson written(std::optional<Value>& value) {
-        return value ? written(*value) : RecordJson();
-    }
-    template <class Value>
-    static RecordJson written(std::vector<Value>& values) {
-        RecordJson array = RecordJson::array();
-        for (Value& value : values) array.push_back(written(value));
-        return array;
-    }
-};
-
-class Reader {
-public:
-    Reader(const RecordJson& object, std::string path) : object_(object), path_(std::move(path)) {}
-
-    template <class Value>
-    Reader& operator()(const char* name, Value& value) {
-        if (const auto found = object_.find(name); found != object_.end()) read(*found, path_ + "/" + name, value);
-        return *this;
-    }
-
-    template <class Value>
-    static void read(const RecordJson& json, const std::string& path, Value& value) {
-        if constexpr (std::is_same_v<Value, bool>) {
-            require(json.is_boolean(), path, "no yes or no");
-            value = json.get<bool>();
-        } else if constexpr (std::is_floating_point_v<Value>) {
-            require(json.is_number() || json.is_null(), path, "no number");
-            value = json.is_null() ? std::numeric_limits<Value>::quiet_NaN() : json.get<Value>();
-        } else if constexpr (std::is_integral_v<Value>) {
-            require(json.is_number_integer(), path, "no whole number");
-            value = json.get<Value>();
-        } else if constexpr (std::is_same_v<Value, std::string>) {
-            require(json.is_string(), path, "no text");
-            value = json.get<std::string>();
-        } else {
-            require(json.is_object(), path, "no object");
-            Reader part(json, path);
-            fields(part, value);
-        }
-    }
-    static void read(const RecordJson& json, const std::string& path, CalibrantState& state) {
-        for (const CalibrantState known :
-             {CalibrantState::missing, CalibrantState::off_mass, CalibrantState::clipped, CalibrantState::low,
-              CalibrantState::broad, CalibrantState::misshapen, CalibrantState::ok})
-            if (json == name_of(known)) {
-                state = known;
-                return;
-            }
-        require(false, path, "no state of a calibrant");
-    }
-    static void read(const RecordJson& json, const std::string& path, std::map<double, double>& numbers) {
-        require(json.is_object(), path, "no object");
-        for (const auto& [key, value] : json.items()) read(value, path + "/" + key, numbers[number_of(key, path)]);
-    }
-    template <class Value>
-    static void read(const RecordJson& json, const std::string& path, std::optional<Value>& value) {
-        value.reset();
-        if (!json.is_null()) read(json, path, value.emplace());
-    }
-    template <class Value>
-    static void read(const RecordJson& json, const std::string& path, std::vector<Value>& values) {
-        require(json.is_array(), path, "no array");
-        values.clear();
-        for (const RecordJson& element : json) {
-            const std::string place = fmt::format("{}/{}", path, values.size());
-            read(element, place, values.emplace_back());
-        }
-    }
-
-private:
-    static void require(bool holds, const std::string& path, const char* what) {
-        if (!holds) throw Error(error_number::file_or_element, "tune_record_from_json", path + ": " + what);
-    }
-    static double number_of(const std::string& text, const std::string& path) {
-        const RecordJson number = RecordJson::parse(text, nullptr, false);
-        require(number.is_number(), path + "/" + text, "no number");
-        return number.get<double>();
-    }
-
-    const RecordJson& object_;
-    std::string path_;
-};
-
-/// Path of the first key that is not among the known ones; empty without.
-std::string unknown_key(const RecordJson& given, const RecordJson& known, const std::string& path) {
-    std::string found;
-    for (const auto& [key, value] : given.items()) {
-        if (!found.empty() || !given.is_structured()) break;
-        const std::string place = path + "/" + key;
-        if (given.is_array())
-            found = unknown_key(value, known[std::stoul(key)], place);
-        else
-            found = known.contains(key) ? unknown_key(value, known[key], place) : place;
-    }
-    return found;
+template <class Object>
+static void read_object(const BaseFile& file, const Json& object, Object& into) {
+    const json::Source source{file.routine, file.path + ": "};
+    read(JsonItem(object, "", source), into, {});
 }
 
-}  // namespace
+void read_fields(const BaseFile& file, const Json& object, TuneRecipe& recipe) {
+    read_object(file, object, recipe);
+}
 
-TuneRecipe recipe_from_json(const nlohmann::json& json) {
-    const RecordJson object = json;
-    TuneRecipe recipe;
-    Reader::read(object, "", recipe);
-    if (const std::string key = unknown_key(object, Writer::written(recipe), ""); !key.empty())
-        throw Error(error_number::file_or_element, "recipe_from_json", key + ": no key of a recipe");
-    return recipe;
+void read_fields(const BaseFile& file, const Json& object, TuneLimits& limits) {
+    read_object(file, object, limits);
 }
 
 std::string tune_record_json(const TuneRecord& record) {
     TuneRecord parts = record;
-    RecordJson object{{"schema", record_schema}};
-    object.update(Writer::written(parts));
-    return object.dump(-1, ' ', false, RecordJson::error_handler_t::replace);
+    Json object{{"schema", record_schema}};
+    object.update(json::written(parts));
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-TuneRecord tune_record_from_json(std::string_view json) {
-    const RecordJson object = RecordJson::parse(json, nullptr, false);
-    int schema = 0;
-    TuneRecord record;
-    if (object.is_object()) Reader(object, "record")("schema", schema);
-    if (schema < 1) throw Error(error_number::file_or_element, "tune_record_from_json", "no record of a tune in JSON");
+TuneRecord tune_record_from_json(std::string_view text) {
+    const json::Source source{.routine = "tune_record_from_json", .before = "", .is_tolerant = true};
+    const Json object = Json::parse(text, nullptr, false);
+    const JsonItem item(object, "record", source);
+    const auto schema = object.is_object() && object.contains("schema") ? item.required("schema").whole_number({}) : 0;
+    if (schema < 1) throw Error(error_number::file_or_element, source.routine, "no record of a tune in JSON");
     if (schema > record_schema)
-        throw Error(error_number::file_or_element, "tune_record_from_json",
+        throw Error(error_number::file_or_element, source.routine,
                     fmt::format("the record has schema {}, this program knows {} at most", schema, record_schema));
-    Reader::read(object, "record", record);
+    TuneRecord record;
+    read(item, record, {});
     return record;
 }
 

@@ -3,17 +3,82 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <tuple>
 
 #include "korvane/error.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/peak_traces.h"
 #include "korvane/tune_history.h"
-#include "tune/recipe_json.h"
+#include "tune/base_file.h"
 
 namespace korvane {
 
 namespace {
+
+/// Where a search looks: between its bounds, or those of the setpoint, and around the present value.
+std::pair<double, double> search_bounds(const RecipeSearch& search, SetpointTable& table, std::int32_t index,
+                                        double present) {
+    const double low = search.min.value_or(table.lower_limit(index));
+    const double high = search.max.value_or(table.upper_limit(index));
+    if (!search.around_percent) return {low, high};
+    const double reach = std::abs(present) * *search.around_percent / 100;
+    return {std::max(low, present - reach), std::min(high, present + reach)};
+}
+
+/// Recipes, held against the instrument before anything moves.
+class RecipeCheck {
+public:
+    RecipeCheck(const BaseFile& file, SetpointTable& table) : file_(file), globals_(file.platform), table_(table) {}
+
+    void require_possible(const TuneRecipe& recipe) {
+        if (recipe.schema != 1) refuse("schema", fmt::format("this program knows 1, not {}", recipe.schema));
+        if (recipe.fit_spectra < 1 || recipe.fit_spectra > 10000) refuse("fit_spectra", "not 1 to 10000");
+        for (const double mass : recipe.masses) require_mass("masses", mass);
+        for (std::size_t i = 0; i < recipe.searches.size(); ++i)
+            require_possible(fmt::format("adjust[{}]", i), recipe.searches[i]);
+    }
+
+private:
+    [[noreturn]] void refuse(const std::string& place, const std::string& why) const {
+        file_.refuse(place + ": " + why);
+    }
+
+    void require_positive(const std::string& place, std::optional<double> number) const {
+        if (number && !(*number > 0)) refuse(place, fmt::format("{} is not above 0", *number));
+    }
+
+    void require_mass(const std::string& place, double mass) {
+        require_positive(place, mass);
+        if (!globals_.IsThisMassInCurrentMassRange(mass)) refuse(place, fmt::format("{} is out of range", mass));
+    }
+
+    void require_possible(const std::string& place, const RecipeSearch& search) {
+        const auto indexes = table_.indexes();
+        const auto index = std::ranges::find(indexes, search.setpoint,
+                                             [&](std::int32_t candidate) { return table_.internal_name(candidate); });
+        if (index == indexes.end()) refuse(place + ".setpoint", "there is no setpoint " + search.setpoint);
+        const double least = table_.lower_limit(*index), most = table_.upper_limit(*index);
+        for (const auto& [key, bound] : {std::pair{".min", search.min}, std::pair{".max", search.max}})
+            if (bound && !(*bound >= least && *bound <= most))
+                refuse(place + key,
+                       fmt::format("{} lies outside the limits of {}, {} to {}", *bound, search.setpoint, least, most));
+        if (!(search.min.value_or(least) < search.max.value_or(most))) refuse(place + ".min", "not below max");
+        require_mass(place + ".mz", search.mz);
+        require_positive(place + ".target", search.target);
+        require_positive(place + ".tolerance_percent", search.tolerance_percent);
+        require_positive(place + ".around_percent", search.around_percent);
+        require_positive(place + ".resolution", search.resolution.value_or(table_.resolution(*index)));
+        const double present = number_of(table_.value(*index, 0, 0), search.setpoint);
+        const auto [low, high] = search_bounds(search, table_, *index, present);
+        if (!(low < high))
+            refuse(place + ".around_percent", fmt::format("nothing lies around {} between the bounds", present));
+    }
+
+    const BaseFile& file_;
+    TuneGlobals globals_;
+    SetpointTable& table_;
+};
 
 class TuneRun {
 public:
@@ -27,19 +92,9 @@ public:
         step_ = step;
         globals_.WriteLineToTuneLogFile(fmt::format("TUNE: step {}", tune_step_names[static_cast<std::size_t>(step)]));
         record_.log = globals_.tune_log_path();
-        switch (step) {
-            case TuneStep::ready:
-                return require_ready();
-            case TuneStep::verify:
-                return verify();
-            case TuneStep::adjust:
-                return adjust();
-            case TuneStep::fit:
-                return fit();
-            case TuneStep::measure:
-                break;
-        }
-        return measure();
+        constexpr std::string (TuneRun::*steps[])() = {&TuneRun::require_ready, &TuneRun::verify, &TuneRun::adjust,
+                                                       &TuneRun::fit, &TuneRun::measure};
+        return (this->*steps[static_cast<std::size_t>(step)])();
     }
 
 private:
@@ -137,6 +192,17 @@ private:
 };
 
 }  // namespace
+
+TuneRecipe read_tune_recipe(const Platform& platform, const std::string& path) {
+    BaseFile file(platform, "TuneRecipe.json", "read_tune_recipe");
+    if (!path.empty()) file.path = path;
+    const auto object = file.read();
+    if (!object) file.refuse("there is no such file");
+    TuneRecipe recipe;
+    read_fields(file, *object, recipe);
+    RecipeCheck(file, open_globals(*platform.instrument)->setpoints()).require_possible(recipe);
+    return recipe;
+}
 
 std::string run_tune(const Platform& platform, const TuneRecipe& recipe, std::span<const TuneStep> steps,
                      TuneRecord& record, const std::function<void(const TuneProgress&)>& tell) {

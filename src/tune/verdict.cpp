@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 
 #include "korvane/tune_params_xml.h"
@@ -14,31 +13,8 @@ namespace korvane {
 
 namespace {
 
-using Json = nlohmann::json;
-
 /// The mass of a weak peak lies off by as many standard errors by chance alone; its height tells what is wrong.
 constexpr double chance_standard_errors = 3;
-
-constexpr std::array limit_keys{
-    std::pair{"mass_error_ppm", &TuneLimits::mass_error_ppm}, std::pair{"resolution", &TuneLimits::resolution},
-    std::pair{"height", &TuneLimits::height}, std::pair{"part_of_reference", &TuneLimits::part_of_reference},
-    std::pair{"misfit", &TuneLimits::misfit}};
-
-double positive_number(const BaseFile& file, const std::string& key, const Json& value) {
-    if (!value.is_number() || !(value.get<double>() > 0)) file.refuse(key + ": " + value.dump() + " is not above 0");
-    return value.get<double>();
-}
-
-void read_references(const BaseFile& file, const Json& heights, TuneLimits& limits) {
-    if (!heights.is_object()) file.refuse("reference_heights: not an object of heights by m/z");
-    for (const auto& [mass, height] : heights.items()) {
-        double mz = 0;
-        const auto read = std::from_chars(mass.data(), mass.data() + mass.size(), mz);
-        if (read.ec != std::errc() || read.ptr != mass.data() + mass.size() || !(mz > 0))
-            file.refuse("reference_heights: " + mass + " is no m/z");
-        limits.reference_heights[mz] = positive_number(file, "reference_heights: " + mass, height);
-    }
-}
 
 std::optional<double> reference_of(const TuneLimits& limits, double mass) {
     for (const auto& [mz, height] : limits.reference_heights)
@@ -51,16 +27,14 @@ std::optional<double> reference_of(const TuneLimits& limits, double mass) {
 TuneLimits read_tune_limits(const Platform& platform) {
     TuneLimits limits;
     const BaseFile file(platform, "TuneLimits.json", "read_tune_limits");
-    const Json object = file.read().value_or(Json::object());
-    for (const auto& [key, value] : object.items()) {
-        if (key == "reference_heights") {
-            read_references(file, value, limits);
-            continue;
-        }
-        const auto known =
-            std::ranges::find(limit_keys, key, [](const auto& entry) { return std::string(entry.first); });
-        if (known == limit_keys.end()) file.refuse(key + ": unknown key");
-        limits.*known->second = positive_number(file, key, value);
+    const json::Json object = file.read().value_or(json::Json::object());
+    read_fields(file, object, limits);
+    const json::Json flat = object.flatten();
+    for (const auto& [pointer, value] : flat.items()) {
+        if (!value.is_number() || value.get<double>() > 0) continue;
+        std::string place = pointer.substr(1);
+        std::ranges::replace(place, '/', '.');
+        file.refuse(place + ": " + value.dump() + " is not above 0");
     }
     if (limits.height == 0)
         limits.height = clsTuneParamsXML(platform).GetAutotuneLimitValue("RampParams", "MinimumAcceptableAbundance");

@@ -25,7 +25,7 @@ const std::map<std::string, Names> allowed_rooms{
     {"globals", {"config", "masslist", "frame", "platform"}},
     {"spectrum", {"globals", "frame", "platform"}},
     {"abundance", {"spectrum", "globals", "frame", "platform"}},
-    {"tune", {"tune/database"}},
+    {"tune", {"tune/database", "platform"}},
     {"tune/database", {}},
     {"instrument/masstime", {"platform"}},
     {"instrument/peakfinder", {"platform"}},

@@ -85,10 +85,10 @@ TEST(Verdict, LimitsThatCannotBeReadAreNamedWithFileAndKey) {
          {std::pair{"[]", "it is no JSON object"},
           {"{\"height\": 5,}", "it is no JSON object"},
           {"{\"heigth\": 5}", "heigth: unknown key"},
-          {"{\"height\": \"5\"}", "height: \"5\" is not above 0"},
+          {"{\"height\": \"5\"}", "height: must be a number"},
           {"{\"misfit\": 0}", "misfit: 0 is not above 0"},
-          {"{\"reference_heights\": {\"x\": 5}}", "reference_heights: x is no m/z"},
-          {"{\"reference_heights\": {\"118\": -5}}", "reference_heights: 118: -5 is not above 0"}}) {
+          {"{\"reference_heights\": {\"x\": 5}}", "reference_heights.x: is no m/z"},
+          {"{\"reference_heights\": {\"118\": -5}}", "reference_heights.118: -5 is not above 0"}}) {
         write_text(file, text);
         EXPECT_EQ(raised([&] { read_tune_limits(platform); }), "-904|read_tune_limits|" + file.string() + ": " + fault);
     }
