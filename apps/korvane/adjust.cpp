@@ -57,41 +57,11 @@ Bounds checked_bounds(const SetpointDescription& setpoint, const AdjustOptions& 
     return bounds;
 }
 
-/// Shows a search while it runs: a line on a terminal that the next one replaces, a line a probe elsewhere.
-class AdjustProgress {
-public:
-    AdjustProgress(Session& session, const Bounds& bounds, bool is_shown)
-        : session_(session), bounds_(bounds), is_shown_(is_shown) {}
-
-    void show(const AdjustProbe& probe) {
-        const std::string line = fmt::format("probe {}: {:.6g} gives {:.0f}, bracket {:.6g} to {:.6g}", probe.number,
-                                             probe.value, probe.abundance, probe.low, probe.high);
-        // The bracket halves with every probe, so its logarithm tells how far the search has come.
-        constexpr std::size_t bar_width = 24;
-        const double range = bounds_.high - bounds_.low;
-        const double bracket = std::max(probe.high - probe.low, bounds_.resolution);
-        const double done =
-            range > bounds_.resolution ? std::log(range / bracket) / std::log(range / bounds_.resolution) : 1.0;
-        const auto filled = static_cast<std::size_t>(std::clamp(done, 0.0, 1.0) * bar_width);
-        show(line, fmt::format("[{:.<{}}] ", std::string(filled, '#'), bar_width));
-    }
-    void show(const SecantProbe& probe) {
-        show(fmt::format("probe {}: {:.6g} gives {:.0f} +- {:.0f}, {:.0f} transients", ++count_, probe.value,
-                         probe.abundance, probe.standard_error, probe.transients),
-             "");
-    }
-
-private:
-    void show(const std::string& line, const std::string& bar) {
-        if (!is_shown_) return;
-        session_.talk_is_terminal() ? session_.show_progress(bar + line) : session_.talk(line);
-    }
-
-    Session& session_;
-    Bounds bounds_;
-    bool is_shown_;
-    int count_ = 0;
-};
+/// The bracket halves with every probe, so its logarithm tells how far the search has come.
+double part_done(const AdjustProbe& probe, const Bounds& bounds) {
+    const double range = bounds.high - bounds.low, bracket = std::max(probe.high - probe.low, bounds.resolution);
+    return range > bounds.resolution ? std::log(range / bracket) / std::log(range / bounds.resolution) : 1.0;
+}
 
 /// What a search came to, whichever it was. Abundances are those of `speed_up_factor` times fewer transients than on
 /// entry.
@@ -124,8 +94,12 @@ Search::End end_of(const AdjustOutcome& outcome, bool raise_to_reduce) {
 Search bisect(Session& session, const SetpointDescription& setpoint, const AdjustOptions& options,
               const Bounds& bounds) {
     SpectrumParser parser(session.platform());
-    AdjustProgress progress(session, bounds, !options.no_progress);
-    parser.on_adjust_probe([&](const AdjustProbe& probe) { progress.show(probe); });
+    if (!options.no_progress)
+        parser.on_adjust_probe([&](const AdjustProbe& probe) {
+            session.tell_progress(fmt::format("probe {}: {:.6g} gives {:.0f}, bracket {:.6g} to {:.6g}", probe.number,
+                                              probe.value, probe.abundance, probe.low, probe.high),
+                                  part_done(probe, bounds));
+        });
     // The preference of the fast search is for the quadrupole, too.
     if (options.fast || setpoint.internal_name != fast_setpoint) parser.set_fast_search(options.fast);
     parser.BinaryAdjustAbundanceDownUsingThisSetpoint(setpoint.index, *options.mz, *options.target, 30.0,
@@ -147,7 +121,13 @@ Search bisect(Session& session, const SetpointDescription& setpoint, const Adjus
 
 Search follow(Session& session, const SetpointDescription& setpoint, const AdjustOptions& options,
               const Bounds& bounds) {
-    AdjustProgress progress(session, bounds, !options.no_progress);
+    int count = 0;
+    const auto show = [&](const SecantProbe& probe) {
+        ++count;
+        if (!options.no_progress)
+            session.tell_progress(fmt::format("probe {}: {:.6g} gives {:.0f} +- {:.0f}, {:.0f} transients", count,
+                                              probe.value, probe.abundance, probe.standard_error, probe.transients));
+    };
     const SecantOutcome outcome = adjust_by_secant(session.platform(),
                                                    {.setpoint = setpoint.index,
                                                     .mz = *options.mz,
@@ -156,7 +136,7 @@ Search follow(Session& session, const SetpointDescription& setpoint, const Adjus
                                                     .low = bounds.low,
                                                     .high = bounds.high,
                                                     .resolution = bounds.resolution},
-                                                   [&](const SecantProbe& probe) { progress.show(probe); });
+                                                   show);
     Search search{outcome.end, outcome.value, outcome.abundance, *options.target};
     for (const SecantProbe& probe : outcome.probes)
         search.probes.push_back(Json{{"number", search.probes.size() + 1},

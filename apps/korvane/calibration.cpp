@@ -5,58 +5,24 @@
 #include "commands.h"
 #include "history.h"
 #include "korvane/calibration_fit.h"
+#include "korvane/control_chart.h"
 #include "text_table.h"
 
 namespace korvane::program {
 
 namespace {
 
-struct MassErrorStatistics {
-    double mass = 0;
-    std::int64_t found = 0;           // in so many spectra
-    std::optional<double> mean_ppm;   // over these; nothing when never found
-    std::optional<double> stdev_ppm;  // sample standard deviation; nothing when found less than twice
-};
-
-// Flight times of one calibrant, in the spectra that showed it.
-using Times = std::vector<double>;
-
-std::vector<Times> measure_times(SpectrumParser& parser, const std::vector<double>& masses, std::int64_t repeats) {
-    std::vector<Times> times(masses.size());
-    for (std::int64_t repeat = 0; repeat < repeats; ++repeat) {
-        const auto records = parser.GetPeakInfoForCalibrantMasses(VariantArray<double>(masses));
-        for (std::size_t i = 0; i < masses.size(); ++i)
-            if (records.at(i, 0) != PeakInfo{}) times[i].push_back(records.at(i, 0).pkCentroid);
-    }
-    return times;
-}
-
-MassErrorStatistics statistics_of(TuneGlobals& globals, const CalibrationObject& calibration, double mass,
-                                  const Times& times) {
-    MassErrorStatistics result{mass, static_cast<std::int64_t>(times.size()), {}, {}};
-    if (times.empty()) return result;
-    // A single time has no deviation; written twice it still has its mean.
-    const std::size_t columns = std::max<std::size_t>(times.size(), 2);
-    VariantMatrix<double> measured(1, columns), raw;
-    for (std::size_t i = 0; i < columns; ++i) measured.at(0, i) = times[std::min(i, times.size() - 1)];
-    VariantArray<double> means, deviations;
-    globals.CalculateStdevOfMassAssignmentErrorForTheseMasses(VariantArray<double>({mass}), measured, calibration, raw,
-                                                              means, deviations);
-    result.mean_ppm = means.at(0);
-    if (times.size() > 1) result.stdev_ppm = deviations.at(0);
-    return result;
-}
-
-// One row a calibrant of the default list.
-std::vector<MassErrorStatistics> mass_error_statistics(Session& session, TuneGlobals& globals, std::int64_t repeats) {
+/// Mass errors in ppm, for every mass of the spectra that showed it.
+std::vector<std::vector<double>> mass_errors(Session& session, TuneGlobals& globals, const std::vector<double>& masses,
+                                             std::int64_t repeats) {
     SpectrumParser parser(session.platform());
-    const std::vector<double> masses = chosen_masses(session, globals, {});
-    const std::vector<Times> times = measure_times(parser, masses, repeats);
-    const CalibrationObject calibration = globals.GetCurrentCalibrationObjFromDD();
-    std::vector<MassErrorStatistics> rows;
-    for (std::size_t i = 0; i < masses.size(); ++i)
-        rows.push_back(statistics_of(globals, calibration, masses[i], times[i]));
-    return rows;
+    std::vector<std::vector<double>> errors_ppm(masses.size());
+    for (std::int64_t repeat = 0; repeat < repeats; ++repeat) {
+        const auto calibrants = measure_calibrants(parser, globals, VariantArray<double>(masses));
+        for (std::size_t i = 0; i < calibrants.size(); ++i)
+            if (calibrants[i].found()) errors_ppm[i].push_back(calibrants[i].error_ppm());
+    }
+    return errors_ppm;
 }
 
 Json coefficients_json(const CalibrationCoefficients& coefficients) {
@@ -83,16 +49,21 @@ ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
     std::string text = session.csv ? coefficients.csv() : coefficients.text();
     if (options.repeats) {
         const auto ppm_text = [](std::optional<double> ppm) { return ppm ? fmt::format("{:.3f}", *ppm) : "-"; };
-        const auto ppm_json = [](std::optional<double> ppm) { return ppm ? Json(*ppm) : Json(); };
         object["mass_errors"] = Json::array();
         TextTable errors({"m/z", "found", "mean error ppm", "std deviation ppm"});
-        for (const MassErrorStatistics& row : mass_error_statistics(session, globals, options.repeats)) {
-            object["mass_errors"].push_back(Json{{"mass", row.mass},
-                                                 {"found", row.found},
-                                                 {"mean_ppm", ppm_json(row.mean_ppm)},
-                                                 {"stdev_ppm", ppm_json(row.stdev_ppm)}});
-            errors.add({fmt::format("{:.4f}", row.mass), fmt::format("{} of {}", row.found, options.repeats),
-                        ppm_text(row.mean_ppm), ppm_text(row.stdev_ppm)});
+        const std::vector<double> masses = chosen_masses(session, globals, {});
+        const auto errors_ppm = mass_errors(session, globals, masses, options.repeats);
+        for (std::size_t i = 0; i < masses.size(); ++i) {
+            const GuideSet statistics = guide_set(errors_ppm[i]);
+            std::optional<double> mean, deviation;
+            if (statistics.size > 0) mean = statistics.centre;
+            if (statistics.size > 1) deviation = statistics.sigma;
+            object["mass_errors"].push_back(Json{{"mass", masses[i]},
+                                                 {"found", statistics.size},
+                                                 {"mean_ppm", or_null(mean)},
+                                                 {"stdev_ppm", or_null(deviation)}});
+            errors.add({fmt::format("{:.4f}", masses[i]), fmt::format("{} of {}", statistics.size, options.repeats),
+                        ppm_text(mean), ppm_text(deviation)});
         }
         text = session.csv ? errors.csv() : text + "\n" + errors.text();
     }

@@ -4,7 +4,6 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
-#include <span>
 
 #include "commands.h"
 #include "known_names.h"
@@ -51,51 +50,41 @@ constexpr const char* examples =
     "KORVANE_TRACE=FILE keeps a trace of every routine (- is standard error).\n\n";
 
 struct CommandRow {
-    const char* heading;
+    const char* heading;  ///< of those from here on; empty: as before
     const char* name;
     const char* help;
     void (*declare)(CLI::App&, Session&);
 };
 
-constexpr std::array commands{
-    CommandRow{"Begin", "help", "tell more of a command: korvane help setpoint set", [](CLI::App&, Session&) {}},
-    CommandRow{"Begin", "init", "make a base folder with the standard configuration", declare_init},
-    CommandRow{"Begin", "state",
-               "tell what the instrument is set to: source, polarity, mass range, saturation, readiness",
-               declare_state},
-    CommandRow{"Measure and adjust", "measure", "find the calibrant peaks: position, height, width, mass error",
-               declare_measure},
-    CommandRow{"Measure and adjust", "peak", "measure the highest peak near one mass, in the next spectrum",
-               declare_peak},
-    CommandRow{"Measure and adjust", "peaks", "list all peaks of a spectrum or of a file", declare_peaks},
-    CommandRow{"Measure and adjust", "verify",
-               "check that the spectrum shows enough calibrants to tune on; exit code 1 when it does not",
-               declare_verify},
-    CommandRow{"Measure and adjust", "adjust",
-               "search the setpoint value that brings a peak's abundance down to a target", declare_adjust},
-    CommandRow{"Measure and adjust", "calibration", "the mass calibration of the current polarity",
-               declare_calibration},
-    CommandRow{"Measure and adjust", "plot", "draw the calibrant peaks, samples and fit, or their mass errors",
-               declare_plot},
-    CommandRow{"Measure and adjust", "tune", "verify, adjust, calibrate, measure and judge by a recipe, with a report",
-               declare_tune},
-    CommandRow{"Measure and adjust", "record", "write the next spectra of the instrument as mzML", declare_record},
-    CommandRow{"Look back", "history", "the records of earlier runs (measure --keep): list, show, compare, hand on",
-               declare_history},
-    CommandRow{"Look back", "report", "write the page of a record, to hand on", declare_report},
-    CommandRow{"Look back", "trend", "control charts of the history; exit code 1 where the tune is out of control",
-               declare_trend},
-    CommandRow{"Set", "setpoint", "read and change the instrument's setpoints", declare_setpoint},
-    CommandRow{"Set", "params", "read and change the numbers in TuneParams.xml", declare_params},
-    CommandRow{"Set", "prefs", "read and change the switches in TunePreferences.xml", declare_prefs},
-    CommandRow{"Set", "masslist", "the calibrant masses by ion source and polarity", declare_masslist},
-    CommandRow{"Set", "logs", "remove old logs of the base folder", declare_logs},
-    CommandRow{"Work with other programs", "abort", "ask a running tune to stop, from anywhere", declare_abort},
-    CommandRow{"Work with other programs", "call", "call a member of an automation class", declare_call},
-    CommandRow{"Work with other programs", "automation", "describe the automation interface", declare_automation},
-    CommandRow{"Work with other programs", "conform", "check an instrument layer, operation by operation",
-               declare_conform},
-};
+constexpr auto commands = std::to_array<CommandRow>(
+    {{"Begin", "help", "tell more of a command: korvane help setpoint set", [](CLI::App&, Session&) {}},
+     {"", "init", "make a base folder with the standard configuration", declare_init},
+     {"", "state", "tell what the instrument is set to: source, polarity, mass range, saturation, readiness",
+      declare_state},
+     {"Measure and adjust", "measure", "find the calibrant peaks: position, height, width, mass error",
+      declare_measure},
+     {"", "peak", "measure the highest peak near one mass, in the next spectrum", declare_peak},
+     {"", "peaks", "list all peaks of a spectrum or of a file", declare_peaks},
+     {"", "verify", "check that the spectrum shows enough calibrants to tune on; exit code 1 when it does not",
+      declare_verify},
+     {"", "adjust", "search the setpoint value that brings a peak's abundance down to a target", declare_adjust},
+     {"", "calibration", "the mass calibration of the current polarity", declare_calibration},
+     {"", "plot", "draw the calibrant peaks, samples and fit, or their mass errors", declare_plot},
+     {"", "tune", "verify, adjust, calibrate, measure and judge by a recipe, with a report", declare_tune},
+     {"", "record", "write the next spectra of the instrument as mzML", declare_record},
+     {"Look back", "history", "the records of earlier runs (measure --keep): list, show, compare, hand on",
+      declare_history},
+     {"", "report", "write the page of a record, to hand on", declare_report},
+     {"", "trend", "control charts of the history; exit code 1 where the tune is out of control", declare_trend},
+     {"Set", "setpoint", "read and change the instrument's setpoints", declare_setpoint},
+     {"", "params", "read and change the numbers in TuneParams.xml", declare_params},
+     {"", "prefs", "read and change the switches in TunePreferences.xml", declare_prefs},
+     {"", "masslist", "the calibrant masses by ion source and polarity", declare_masslist},
+     {"", "logs", "remove old logs of the base folder", declare_logs},
+     {"Work with other programs", "abort", "ask a running tune to stop, from anywhere", declare_abort},
+     {"", "call", "call a member of an automation class", declare_call},
+     {"", "automation", "describe the automation interface", declare_automation},
+     {"", "conform", "check an instrument layer, operation by operation", declare_conform}});
 
 void declare_all(CLI::App& program, Session& session) {
     for (const CommandRow& row : commands) row.declare(*program.get_subcommand(row.name), session);
@@ -316,6 +305,12 @@ End run(Session& session, const std::string& command) {
     return end;
 }
 
+void add_command(CLI::App& program, Session& session, const CommandRow& row, const std::string& heading) {
+    CLI::App* const command = program.add_subcommand(row.name, row.help)->group(heading);
+    // Only what the command line names is declared further.
+    command->preparse_callback([&row, command, &session](std::size_t) { row.declare(*command, session); });
+}
+
 int parse_and_run(int argc, const char* const* argv, Streams streams, Session& session) {
     CLI::App program(about, "korvane");
     program.allow_windows_style_options(false);  // an argument that begins with a slash is a path or a query
@@ -325,12 +320,10 @@ int parse_and_run(int argc, const char* const* argv, Streams streams, Session& s
     program.get_formatter()->label("SUBCOMMAND", "COMMAND");
     add_global_options(program, session.options);
     program.add_flag("--json", session.json, "print one JSON object instead of text, of a failure too");
-    for (const auto& rows : {std::span<const CommandRow>(commands), std::span<const CommandRow>(hidden_commands)})
-        for (const CommandRow& row : rows) {
-            CLI::App* const command = program.add_subcommand(row.name, row.help)->group(row.heading);
-            // Only what the command line names is declared further.
-            command->preparse_callback([&row, command, &session](std::size_t) { row.declare(*command, session); });
-        }
+    std::string heading;
+    for (const CommandRow& row : commands)
+        add_command(program, session, row, *row.heading ? heading = row.heading : heading);
+    for (const CommandRow& row : hidden_commands) add_command(program, session, row, "");
     program.footer(examples + exit_code_help() + "\n");
 
     const auto parsed = parse(program, argc, argv, session);

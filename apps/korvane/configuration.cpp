@@ -164,7 +164,7 @@ ExitCode show_lists(Session& session, const ListChoice& choice) {
         Json masses = Json::array();
         for (const auto& mass : list.masses) {
             const auto number = parse_number(plain_number(mass.text));
-            masses.push_back(Json{{"mass", number ? Json(*number) : Json()}, {"used", mass.used}, {"text", mass.text}});
+            masses.push_back(Json{{"mass", or_null(number)}, {"used", mass.used}, {"text", mass.text}});
             table.add({list.source, list.polarity, mass.text, mass.used});
         }
         rows.push_back(Json{{"source", list.source}, {"polarity", list.polarity}, {"masses", std::move(masses)}});

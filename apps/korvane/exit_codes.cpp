@@ -32,21 +32,9 @@ std::string_view remark_on(const Error& error) {
 
 ExitCode exit_code_of(const Error& error) {
     if (error.number() == error_number::invalid_spectrum) return ExitCode::check_failed;
-    switch (error.kind()) {
-        case ErrorKind::usage:
-            return ExitCode::usage;
-        case ErrorKind::configuration:
-            return ExitCode::configuration;
-        case ErrorKind::instrument:
-            break;
-        case ErrorKind::time_out:
-            return ExitCode::time_out;
-        case ErrorKind::aborted:
-            return ExitCode::aborted;
-        case ErrorKind::internal:
-            return ExitCode::internal_fault;
-    }
-    return ExitCode::instrument;
+    using enum ExitCode;
+    constexpr ExitCode codes[] = {usage, configuration, instrument, time_out, aborted, internal_fault};
+    return codes[static_cast<int>(error.kind())];
 }
 
 const char* kind_name(ErrorKind kind) {

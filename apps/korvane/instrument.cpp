@@ -16,13 +16,7 @@ namespace korvane::program {
 namespace {
 
 std::string quad_type_text(enumQuadType type) {
-    switch (type) {
-        case enumQuadType::MaxMass4k:
-            return "4000 amu";
-        case enumQuadType::MaxMass8k:
-            return "8000 amu";
-    }
-    return "unknown";
+    return type == enumQuadType::MaxMass4k ? "4000 amu" : type == enumQuadType::MaxMass8k ? "8000 amu" : "unknown";
 }
 
 std::string value_text(const Json& value) {
@@ -70,8 +64,7 @@ ExitCode record(Session& session, const RecordOptions& options) {
     session.begin_run();
     record_spectra(session.platform(), path_of(*options.file), static_cast<std::int32_t>(options.spectra),
                    [&](std::int32_t taken) {
-                       if (session.talk_is_terminal())
-                           session.show_progress(fmt::format("spectrum {} of {}", taken + 1, options.spectra));
+                       session.show_progress(fmt::format("spectrum {} of {}", taken + 1, options.spectra));
                    });
     return session.show(Json{{"file", *options.file}, {"spectra", options.spectra}}, *options.file + "\n");
 }

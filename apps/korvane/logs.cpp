@@ -1,6 +1,7 @@
 // Logs of the base folder: removing old ones.
 #include <algorithm>
 #include <chrono>
+#include <regex>
 
 #include "commands.h"
 #include "korvane/system.h"
@@ -20,21 +21,11 @@ std::chrono::sys_days day_of(int year, int month, int day) {
 }
 
 /// The day in "NAME_YYYYMMDD_HHMMSS.txt" or ".html"; nothing in another name, which is no dated log or report.
-std::optional<std::chrono::sys_days> dated_day(std::string_view name) {
-    constexpr std::string_view pattern = "_YYYYMMDD_HHMMSS";
-    const std::size_t dot = name.find_last_of('.');
-    if (dot == name.npos || (name.substr(dot) != ".txt" && name.substr(dot) != ".html")) return std::nullopt;
-    name.remove_suffix(name.size() - dot);
-    if (name.size() <= pattern.size()) return std::nullopt;
-    name.remove_prefix(name.size() - pattern.size());
-    for (std::size_t i = 0; i < pattern.size(); ++i)
-        if (std::isupper(static_cast<unsigned char>(pattern[i])) ? !std::isdigit(static_cast<unsigned char>(name[i]))
-                                                                 : name[i] != pattern[i])
-            return std::nullopt;
-    const auto number = [&](std::size_t at, std::size_t digits) {
-        return static_cast<int>(*parse_integer(name.substr(at, digits)));
-    };
-    return day_of(number(1, 4), number(5, 2), number(7, 2));
+std::optional<std::chrono::sys_days> dated_day(const std::string& name) {
+    static const std::regex dated(".+_([0-9]{4})([0-9]{2})([0-9]{2})_[0-9]{6}\\.(txt|html)");
+    std::smatch parts;
+    if (!std::regex_match(name, parts, dated)) return std::nullopt;
+    return day_of(std::stoi(parts[1]), std::stoi(parts[2]), std::stoi(parts[3]));
 }
 
 std::int64_t days_of(const std::string& text) {

@@ -48,7 +48,7 @@ Json row_json(const RecordedCalibrant& judged, double minimum_height) {
                 {"ns", peak_json(row.ns)},
                 {"amu", peak_json(row.amu)}};
     const auto& errors = row.standard_errors;
-    object["ppm_error"] = errors ? Json(*row.standard_error_ppm()) : Json();
+    object["ppm_error"] = or_null(row.standard_error_ppm());
     object["height_error"] = errors ? Json(errors->height) : Json();
     object["width_error"] = errors ? Json(errors->width) : Json();
     object["ions"] = errors ? Json(errors->ions) : Json();
@@ -141,7 +141,7 @@ struct PeakOptions {
 };
 
 struct Attribute {
-    const char* name;
+    std::string_view name;
     PeakCalcType type;
     const char* unit;
 };
@@ -157,14 +157,8 @@ std::vector<std::string> attribute_names() {
     return names;
 }
 
-const Attribute& attribute_named(const std::string& name) {
-    for (const Attribute& attribute : attributes)
-        if (attribute.name == name) return attribute;
-    throw UsageError("no attribute " + name);
-}
-
 ExitCode show_attribute(Session& session, SpectrumParser& parser, const PeakOptions& options, double window_amu) {
-    const Attribute& attribute = attribute_named(options.attribute);
+    const Attribute& attribute = *std::ranges::find(attributes, options.attribute, &Attribute::name);
     const double value = parser.GetPeakAttribute(attribute.type, *options.mass, window_amu);
     return session.show(
         Json{{"mass", *options.mass}, {"attribute", attribute.name}, {"value", value}, {"unit", attribute.unit}},

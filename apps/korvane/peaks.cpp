@@ -102,8 +102,7 @@ ExitCode list_file(Session& session, const PeaksOptions& options) {
     search_profiles(is_input ? input : session.files(), is_input ? "standard input" : options.file, opening,
                     [&](const SearchedSpectrum& found, std::size_t number, std::size_t count) {
                         session.look_for_stop();
-                        if (session.talk_is_terminal())
-                            session.show_progress(fmt::format("spectrum {} of {}", number, count));
+                        session.show_progress(fmt::format("spectrum {} of {}", number, count));
                         spectra = count;
                         if (options.spectrum != 0 && number != static_cast<std::size_t>(options.spectrum)) return;
                         listing.add(

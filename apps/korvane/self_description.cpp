@@ -72,31 +72,17 @@ WordList list_sources(Session& session) {
 
 /// What an argument may be, by its name, or by that of its kind.
 WordList values_for(Session& session, const std::string& name, const WordList& given) {
-    using Source = WordList (*)(Session&, const WordList&);
-    static const std::map<std::string, Source> sources{
-        {"SETPOINT",
-         [](Session& running, const WordList&) { return setpoint_names(running, SetpointNames::internal); }},
-        {"MASS", [](Session& running, const WordList&) { return calibrant_masses(running); }},
-        {"--mass", [](Session& running, const WordList&) { return calibrant_masses(running); }},
-        {"--mz", [](Session& running, const WordList&) { return calibrant_masses(running); }},
-        {"GROUP", [](Session& running, const WordList&) { return parameter_groups(running, autotune_tree); }},
-        {"KEY",
-         [](Session& running, const WordList& given) {
-             return given.empty() ? WordList() : parameter_keys(running, autotune_tree, given.back());
-         }},
-        {"NAME", [](Session& running, const WordList&) { return preference_names(running); }},
-        {"RECORD", [](Session& running, const WordList&) { return record_ids(running); }},
-        {"--record", [](Session& running, const WordList&) { return record_ids(running); }},
-        {"--source", [](Session& running, const WordList&) { return list_sources(running); }},
-        {"--polarity",
-         [](Session&, const WordList&) {
-             return WordList{"Positive", "Negative"};
-         }},
-    };
-    static const WordList file_kinds{"FILE", "DIR", "LAYER", "TEXT", "--base", "--replay", "--scene", "--instrument"};
-    if (std::ranges::count(file_kinds, name)) return {"*files"};
-    const auto source = sources.find(name);
-    return source == sources.end() ? WordList{} : source->second(session, given);
+    const auto is_one_of = [&](const WordList& names) { return std::ranges::count(names, name) > 0; };
+    if (name == "SETPOINT") return setpoint_names(session, SetpointNames::internal);
+    if (is_one_of({"MASS", "--mass", "--mz"})) return calibrant_masses(session);
+    if (name == "GROUP") return parameter_groups(session, autotune_tree);
+    if (name == "KEY") return given.empty() ? WordList() : parameter_keys(session, autotune_tree, given.back());
+    if (name == "NAME") return preference_names(session);
+    if (is_one_of({"RECORD", "--record"})) return record_ids(session);
+    if (name == "--source") return list_sources(session);
+    if (name == "--polarity") return {"Positive", "Negative"};
+    if (is_one_of({"FILE", "DIR", "LAYER", "TEXT", "--base", "--replay", "--scene", "--instrument"})) return {"*files"};
+    return {};
 }
 
 /// Where the words stand: in which command, with which of its arguments given, and behind which option.

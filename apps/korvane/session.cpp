@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "korvane/abort_helper.h"
 #include "korvane/automation.h"
 #include "korvane/system.h"
@@ -175,9 +177,17 @@ void Session::talk(std::string_view line) {
     streams_.err << line << std::endl;
 }
 
-void Session::show_progress(std::string_view line) {
+void Session::show_progress(std::string_view line, std::optional<double> part_done) {
+    if (!streams_.err_is_terminal) return;
     has_progress_ = true;
-    write_open_line(line);
+    constexpr std::size_t bar_width = 24;
+    const auto filled = static_cast<std::size_t>(std::clamp(part_done.value_or(0), 0.0, 1.0) * bar_width);
+    const std::string bar = part_done ? fmt::format("[{:.<{}}] ", std::string(filled, '#'), bar_width) : "";
+    write_open_line(bar + std::string(line));
+}
+
+void Session::tell_progress(std::string_view line, std::optional<double> part_done) {
+    streams_.err_is_terminal ? show_progress(line, part_done) : talk(line);
 }
 
 std::filesystem::path path_of(const std::string& utf8) {
@@ -189,7 +199,7 @@ std::string utf8_of(const std::filesystem::path& path) {
     return {utf8.begin(), utf8.end()};
 }
 
-std::string read_text(Session& session, const std::string& path) {
+std::string text_of_file(Session& session, const std::string& path) {
     std::string text;
     told([&] { session.platform().files->read(path, text); });
     return text;

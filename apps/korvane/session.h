@@ -28,6 +28,12 @@ namespace korvane::program {
 
 using Json = nlohmann::ordered_json;
 
+/// Null for what is missing.
+template <class Value>
+Json or_null(const std::optional<Value>& value) {
+    return value ? Json(*value) : Json();
+}
+
 /// An argument that means nothing here; ends in exit code 2.
 class UsageError : public std::runtime_error {
 public:
@@ -101,14 +107,15 @@ public:
     void print_result(const Json& more);
     /// One line of talk.
     void talk(std::string_view line);
-    /// How far a command has come: a line on a terminal that the next one replaces. What takes more than a second
-    /// without it says there what is waited for.
-    void show_progress(std::string_view line);
+    /// How far a command has come: on a terminal a line that the next one replaces, behind a bar where the part that is
+    /// done is told. What takes more than a second without it says there what is waited for.
+    void show_progress(std::string_view line, std::optional<double> part_done = {});
+    /// The same; elsewhere a line of talk.
+    void tell_progress(std::string_view line, std::optional<double> part_done = {});
     /// How a recording is opened; what it does not say is talked of.
     RecordingOptions recording_options();
     Files& files() { return *system_.files; }
     bool owns_process() const { return streams_.own_process; }
-    bool talk_is_terminal() const { return streams_.err_is_terminal; }
 
 private:
     Platform build_platform();
@@ -137,7 +144,7 @@ std::string utf8_of(const std::filesystem::path& path);
 
 /// A file that the user names, on the session's platform. Both raise error -904 naming it. A save replaces the file in
 /// one step.
-std::string read_text(Session& session, const std::string& path);
+std::string text_of_file(Session& session, const std::string& path);
 void save_text(Session& session, const std::string& path, std::string_view text);
 
 }  // namespace korvane::program

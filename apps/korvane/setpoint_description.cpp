@@ -17,15 +17,11 @@ namespace korvane::program {
 namespace {
 
 std::string type_text(std::int32_t code) {
-    switch (code) {
-        case contract::variable_type.int32.key:
-            return "int32";
-        case contract::variable_type.real.key:
-            return "double";
-        case contract::variable_type.int16.key:
-            return "int16";
-    }
-    return fmt::format("type {}", code);
+    constexpr auto& type = contract::variable_type;
+    return code == type.int32.key   ? "int32"
+           : code == type.real.key  ? "double"
+           : code == type.int16.key ? "int16"
+                                    : fmt::format("type {}", code);
 }
 
 }  // namespace

@@ -153,7 +153,7 @@ ExitCode save_setpoints(Session& session, const FileName& file) {
 /// Those that differ, in the order of restoring. Error -904 naming all that the instrument does not have or does not
 /// allow.
 std::vector<SavedSetpoint> saved_setpoints(Session& session, const std::string& path) {
-    const Json object = Json::parse(read_text(session, path), nullptr, false);
+    const Json object = Json::parse(text_of_file(session, path), nullptr, false);
     if (!object.is_object() || !object.contains("setpoints") || !object["setpoints"].is_object() ||
         object.value("schema", Json()) != file_schema)
         throw Error(error_number::file_or_element, "", path + ": no setpoints of korvane setpoint save, schema 1");

@@ -57,15 +57,8 @@ int stop_signal() {
 }
 
 std::string stop_name(int signal) {
-    switch (signal) {
-        case 1:
-            return "SIGHUP";
-        case SIGINT:
-            return "Ctrl-C";
-        case SIGTERM:
-            return "SIGTERM";
-    }
-    return {};
+    constexpr int hang_up = 1;
+    return signal == hang_up ? "SIGHUP" : signal == SIGINT ? "Ctrl-C" : signal == SIGTERM ? "SIGTERM" : "";
 }
 
 }  // namespace korvane::program

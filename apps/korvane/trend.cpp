@@ -108,7 +108,7 @@ Json chart_json(const RuledChart& ruled_chart) {
                               {"alarms", ruled_chart.alarms_at(i)}});
     }
     return Json{{"metric", chart.metric},
-                {"mz", chart.mz ? Json(*chart.mz) : Json()},
+                {"mz", or_null(chart.mz)},
                 {"logarithm", is_logarithm(chart)},
                 {"guide", chart.guide.size},
                 {"centre", chart.guide.size > 0 ? Json(chart.guide.centre) : Json()},

@@ -66,20 +66,13 @@ std::string plan_of(TuneStep step, const TuneRecipe& recipe) {
     for (const RecipeSearch& search : recipe.searches)
         searches += fmt::format("{}{} for {:.0f} counts at m/z {:.4f}", searches.empty() ? "" : ", ", search.setpoint,
                                 search.target, search.mz);
-    switch (step) {
-        case TuneStep::ready:
-            return "ask whether the instrument is ready";
-        case TuneStep::verify:
-            return "look for enough calibrants";
-        case TuneStep::adjust:
-            return searches.empty() ? "nothing to adjust" : "search " + searches;
-        case TuneStep::fit:
-            return fmt::format("fit the calibration to {} spectra, write it where it is better", recipe.fit_spectra);
-        case TuneStep::measure:
-            break;
-    }
-    return recipe.masses.empty() ? "measure and judge the calibrants"
-                                 : fmt::format("measure and judge {} masses", recipe.masses.size());
+    const std::string plans[] = {
+        "ask whether the instrument is ready", "look for enough calibrants",
+        searches.empty() ? "nothing to adjust" : "search " + searches,
+        fmt::format("fit the calibration to {} spectra, write it where it is better", recipe.fit_spectra),
+        recipe.masses.empty() ? "measure and judge the calibrants"
+                              : fmt::format("measure and judge {} masses", recipe.masses.size())};
+    return plans[static_cast<std::size_t>(step)];
 }
 
 /// What the steps have come to; noted for the end after each, so that a failure shows what was done before it.
@@ -131,7 +124,7 @@ ExitCode tune(Session& session, const TuneOptions& options) {
         const std::string line =
             fmt::format("[{}/{}] {}: {}", done, chosen.size(), name_of(progress.step), progress.text);
         if (progress.is_done) steps.add(name_of(progress.step), progress.text);
-        session.talk_is_terminal() ? session.show_progress(line) : session.talk(line);
+        session.tell_progress(line, static_cast<double>(done) / static_cast<double>(chosen.size()));
     };
     const std::string fault = run_tune(session.platform(), recipe, chosen, run.record(), tell);
     if (!fault.empty()) put_back(session, steps);

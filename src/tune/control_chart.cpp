@@ -93,27 +93,26 @@ std::vector<bool> alarms_of(ChartRule rule, std::span<const double> values, cons
         up = std::max(0.0, up + z[i] - cusum_slack);
         down = std::max(0.0, down - z[i] - cusum_slack);
         const double range = i > 0 ? std::abs(values[i] - values[i - 1]) : 0;
-        switch (rule) {
-            case ChartRule::three_sigma:
-                alarms.push_back(std::abs(z[i]) > 3);
-                break;
-            case ChartRule::ewma:
-                alarms.push_back(std::abs(averages[i]) > ewma_limit);
-                break;
-            case ChartRule::xmr:
-                alarms.push_back(std::abs(values[i] - guide.centre) > xmr_limit * guide.mean_moving_range ||
-                                 range > range_limit * guide.mean_moving_range);
-                break;
-            case ChartRule::western_electric:
-                alarms.push_back(std::ranges::any_of(western_electric_zones, [&](const Zone& zone) {
-                    const auto so_far = std::span<const double>(z).first(i + 1);
-                    return shows(zone, so_far, 1) || shows(zone, so_far, -1);
-                }));
-                break;
-            case ChartRule::cusum:
-                alarms.push_back(std::max(up, down) > cusum_limit);
-                break;
-        }
+        const auto is_broken = [&] {
+            switch (rule) {
+                case ChartRule::three_sigma:
+                    return std::abs(z[i]) > 3;
+                case ChartRule::ewma:
+                    return std::abs(averages[i]) > ewma_limit;
+                case ChartRule::xmr:
+                    return std::abs(values[i] - guide.centre) > xmr_limit * guide.mean_moving_range ||
+                           range > range_limit * guide.mean_moving_range;
+                case ChartRule::western_electric:
+                    return std::ranges::any_of(western_electric_zones, [&](const Zone& zone) {
+                        const auto so_far = std::span<const double>(z).first(i + 1);
+                        return shows(zone, so_far, 1) || shows(zone, so_far, -1);
+                    });
+                case ChartRule::cusum:
+                    break;
+            }
+            return std::max(up, down) > cusum_limit;
+        };
+        alarms.push_back(is_broken());
     }
     return alarms;
 }

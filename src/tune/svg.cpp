@@ -35,24 +35,16 @@ bool breaks_or_reorders_a_line(std::uint32_t code) {
 }
 
 std::string marker_path(Marker marker, double x, double y) {
-    const char* shape = "h0";  // a line with round ends
-    switch (marker) {
-        case Marker::dot:
-            break;
-        case Marker::square:
-            x -= 3, y -= 3, shape = "h6v6h-6z";
-            break;
-        case Marker::triangle:
-            y -= 4, shape = "l4 7h-8z";
-            break;
-        case Marker::diamond:
-            y -= 4.5, shape = "l4.5 4.5-4.5 4.5-4.5-4.5z";
-            break;
-        case Marker::cross:
-            x -= 3.5, y -= 3.5, shape = "l7 7m0-7l-7 7";
-            break;
-    }
-    return fmt::format("M{} {}{}", place_text(x), place_text(y), shape);
+    constexpr struct {
+        double right, down;
+        const char* shape;
+    } shapes[] = {{0, 0, "h0"},  // a line with round ends
+                  {-3, -3, "h6v6h-6z"},
+                  {0, -4, "l4 7h-8z"},
+                  {0, -4.5, "l4.5 4.5-4.5 4.5-4.5-4.5z"},
+                  {-3.5, -3.5, "l7 7m0-7l-7 7"}};
+    const auto& [right, down, shape] = shapes[static_cast<int>(marker)];
+    return fmt::format("M{} {}{}", place_text(x + right), place_text(y + down), shape);
 }
 
 std::string_view marker_style(Marker marker) {
