@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "instrument/simulator/response_curve.h"
+#include "instrument/simulator/scene.h"
 #include "korvane/calibration_fit.h"
 #include "korvane/embedded.h"
 #include "korvane/secant_search.h"

@@ -2,17 +2,153 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstdlib>
 #include <set>
 
-#include "instrument/simulator/isotope_pattern.h"
-#include "instrument/simulator/peak_shape.h"
-#include "instrument/simulator/portable_math.h"
-#include "instrument/simulator/random_stream.h"
+#include "instrument/simulator/expected_signal.h"
+#include "instrument/simulator/portable_random.h"
 #include "korvane/error.h"
 
 namespace korvane::simulation {
 
 namespace {
+
+struct Isotope {
+    int extra_nucleons;  // over the lightest isotope
+    double mass, abundance;
+};
+
+// Atomic mass evaluation 2020 and the representative isotopic compositions of IUPAC.
+const std::map<std::string, std::vector<Isotope>, std::less<>>& elements() {
+    static const std::map<std::string, std::vector<Isotope>, std::less<>> table{
+        {"H", {{0, 1.00782503190, 0.999885}, {1, 2.01410177784, 0.000115}}},
+        {"C", {{0, 12.0, 0.9893}, {1, 13.00335483534, 0.0107}}},
+        {"N", {{0, 14.00307400425, 0.99636}, {1, 15.00010889827, 0.00364}}},
+        {"O", {{0, 15.99491461926, 0.99757}, {1, 16.99913175595, 0.00038}, {2, 17.99915961214, 0.00205}}},
+        {"F", {{0, 18.99840316207, 1.0}}},
+        {"Na", {{0, 22.98976928195, 1.0}}},
+        {"P", {{0, 30.97376199768, 1.0}}},
+        {"S",
+         {{0, 31.97207117354, 0.9499},
+          {1, 32.97145890862, 0.0075},
+          {2, 33.96786701100, 0.0425},
+          {4, 35.96708069200, 0.0001}}},
+        {"Cl", {{0, 34.96885269400, 0.7576}, {2, 36.96590257400, 0.2424}}},
+        {"K", {{0, 38.96370648482, 0.932581}, {1, 39.96399816600, 0.000117}, {2, 40.96182525611, 0.067302}}},
+    };
+    return table;
+}
+
+constexpr int most_atoms = 100000;
+constexpr int deepest_nesting = 20;
+
+class FormulaReader {
+public:
+    explicit FormulaReader(std::string_view formula) : formula_(formula) {}
+
+    Composition read() {
+        Composition composition = group(0);
+        if (position_ != formula_.size()) refuse("an unexpected character");
+        if (composition.empty()) refuse("no element");
+        return composition;
+    }
+
+private:
+    [[noreturn]] void refuse(const std::string& reason) const {
+        raise_runtime_fault(error_number::invalid_call, "formula[" + std::string(formula_) + "] has " + reason +
+                                                            " at position " + std::to_string(position_ + 1));
+    }
+    bool next_is(char low, char high) const {
+        return position_ < formula_.size() && formula_[position_] >= low && formula_[position_] <= high;
+    }
+
+    Composition group(int depth) {
+        if (depth > deepest_nesting) refuse("too many nested parentheses");
+        Composition total;
+        while (next_is('(', '(') || next_is('A', 'Z')) {
+            const Composition part = next_is('(', '(') ? parenthesis(depth) : element();
+            const int times = count();
+            for (const auto& [symbol, atoms] : part) {
+                int& sum = total[symbol];
+                if (static_cast<long long>(atoms) * times + sum > most_atoms) refuse("too many atoms");
+                sum += atoms * times;
+            }
+        }
+        return total;
+    }
+    Composition parenthesis(int depth) {
+        ++position_;
+        Composition inner = group(depth + 1);
+        if (!next_is(')', ')')) refuse("an open parenthesis");
+        ++position_;
+        return inner;
+    }
+    Composition element() {
+        std::string symbol(1, formula_[position_++]);
+        while (next_is('a', 'z')) symbol += formula_[position_++];
+        if (!elements().contains(symbol)) refuse("the unknown element " + symbol);
+        return {{symbol, 1}};
+    }
+    int count() {
+        if (!next_is('0', '9')) return 1;
+        int value = 0;
+        while (next_is('0', '9')) {
+            value = value * 10 + (formula_[position_++] - '0');
+            if (value > most_atoms) refuse("too many atoms");
+        }
+        if (value == 0) refuse("a count of 0");
+        return value;
+    }
+
+    std::string_view formula_;
+    std::size_t position_ = 0;
+};
+
+// Isotopologues by extra nucleons: probability and probability-weighted mass excess over the lightest.
+struct Pattern {
+    std::vector<double> fraction{1.0};
+    std::vector<double> excess{0.0};
+
+    void add(const Pattern& other, double least_fraction) {
+        Pattern sum;
+        sum.fraction.assign(fraction.size() + other.fraction.size() - 1, 0.0);
+        sum.excess.assign(sum.fraction.size(), 0.0);
+        for (std::size_t i = 0; i < fraction.size(); ++i)
+            for (std::size_t j = 0; j < other.fraction.size(); ++j) {
+                sum.fraction[i + j] += fraction[i] * other.fraction[j];
+                sum.excess[i + j] += excess[i] * other.fraction[j] + fraction[i] * other.excess[j];
+            }
+        while (sum.fraction.size() > 1 && sum.fraction.back() < least_fraction * 1e-6) {
+            sum.fraction.pop_back();
+            sum.excess.pop_back();
+        }
+        *this = std::move(sum);
+    }
+};
+
+Pattern one_atom(const std::vector<Isotope>& isotopes) {
+    Pattern pattern;
+    const auto size = static_cast<std::size_t>(isotopes.back().extra_nucleons) + 1;
+    pattern.fraction.assign(size, 0.0);
+    pattern.excess.assign(size, 0.0);
+    for (const Isotope& isotope : isotopes) {
+        const auto slot = static_cast<std::size_t>(isotope.extra_nucleons);
+        pattern.fraction[slot] = isotope.abundance;
+        pattern.excess[slot] = isotope.abundance * (isotope.mass - isotopes.front().mass);
+    }
+    return pattern;
+}
+
+// The pattern of `atoms` atoms by repeated doubling.
+Pattern many_atoms(Pattern one, int atoms, double least_fraction) {
+    Pattern total;
+    for (; atoms > 0; atoms /= 2) {
+        if (atoms % 2 == 1) total.add(one, least_fraction);
+        if (atoms > 1) one.add(Pattern(one), least_fraction);
+    }
+    return total;
+}
 
 void add_scene_ion(const SceneIon& ion, const Scene& scene, const MassTimeCalibration& law, IonPeaks& peaks) {
     std::vector<IsotopePeak> pattern;
@@ -59,6 +195,29 @@ void add_background(const Scene& scene, const MassTimeCalibration& law, RandomSt
 }
 
 }  // namespace
+
+Composition parse_formula(std::string_view formula) {
+    return FormulaReader(formula).read();
+}
+
+std::vector<IsotopePeak> isotope_pattern(const Composition& composition, int charge, double least_fraction) {
+    if (charge == 0) raise_runtime_fault(error_number::invalid_call, "charge[0]");
+    double lightest_mass = -charge * electron_mass;
+    Pattern pattern;
+    for (const auto& [symbol, atoms] : composition) {
+        const auto& isotopes = elements().find(symbol)->second;
+        lightest_mass += atoms * isotopes.front().mass;
+        pattern.add(many_atoms(one_atom(isotopes), atoms, least_fraction), least_fraction);
+    }
+    std::vector<IsotopePeak> peaks;
+    for (std::size_t i = 0; i < pattern.fraction.size(); ++i) {
+        const double fraction = pattern.fraction[i];
+        if (i > 0 && fraction < least_fraction) continue;
+        const double excess = fraction > 0.0 ? pattern.excess[i] / fraction : 0.0;
+        peaks.push_back({(lightest_mass + excess) / std::abs(charge), fraction});
+    }
+    return peaks;
+}
 
 std::array<IonPeaks, 2> build_ion_population(const Scene& scene, const MassTimeCalibration& law, std::uint64_t seed) {
     constexpr int most_atoms = 5000000;  // of all formulas: some seconds for their patterns

@@ -3,7 +3,7 @@
 
 #include <fmt/format.h>
 
-#include "instrument/simulator/isotope_pattern.h"
+#include "instrument/simulator/ion_population.h"
 #include "korvane/error.h"
 #include "platform/automation_arithmetic.h"
 #include "platform/json_fields.h"

@@ -1,13 +1,79 @@
 #include "instrument/simulator/spectrum_generator.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "instrument/masstime/square_law_calibration.h"
+#include "instrument/simulator/portable_random.h"
 
 namespace korvane::simulation {
 
 namespace {
+
+constexpr int fraction_bits = SignalBuffer::fraction_bits;
+constexpr double signal_fraction = 1 << fraction_bits;
+constexpr int phases = 64;  // positions of a pulse between two samples
+constexpr int height_bits = 10;
+constexpr int pulse_bits = 10;  // of a pulse's samples, beyond the signal's own
+constexpr double pulse_reach_sigmas = 4.5;
+constexpr double most_single_ions = 1e6;  // a peak of more is drawn by counting: its pulses could not be told apart
+constexpr double most_pulses = 3e7;       // of a spectrum: some seconds; further peaks are drawn by counting
+
+std::int64_t rounded(double value) {
+    return static_cast<std::int64_t>(std::floor(value + 0.5));
+}
+
+void add_counted_peak(const ExpectedPeak& peak, const ExpectedSignal& expected, double counts_per_ion,
+                      RandomStream& random, SignalBuffer& signal) {
+    const double amount_per_ion = counts_per_ion * signal_fraction;
+    for (std::size_t i = 0; i < peak.sample_count; ++i) {
+        const double mean = expected.ions[peak.first_value + i];
+        const std::int64_t count = mean < 10.0
+                                       ? random.small_poisson(mean, expected.zero_probabilities[peak.first_value + i])
+                                       : random.poisson(mean);
+        if (count > 0) signal.add(peak.first_sample + i, rounded(static_cast<double>(count) * amount_per_ion));
+    }
+}
+
+constexpr std::size_t block_samples = SignalBuffer::block_samples;
+constexpr std::size_t strip_samples = 32;
+constexpr int strip_bits = 5;
+constexpr std::int64_t strips = block_samples / strip_samples;
+static_assert(std::size_t{1} << strip_bits == strip_samples);
+
+using Strip = std::array<std::int32_t, strip_samples>;
+
+void draw_noise(const std::int32_t* quantiles, RandomStream& random, Strip& values) {
+    for (std::size_t i = 0; i < strip_samples; i += 4) {
+        const std::uint64_t bits = random.next_bits();
+        values[i] = quantiles[bits & 0xffff];
+        values[i + 1] = quantiles[(bits >> 16) & 0xffff];
+        values[i + 2] = quantiles[(bits >> 32) & 0xffff];
+        values[i + 3] = quantiles[bits >> 48];
+    }
+}
+
+// The strip's baseline rises linearly by `rise` over its length.
+void add_baseline(Strip& values, std::int32_t start, std::int32_t rise) {
+    for (std::size_t i = 0; i < strip_samples; ++i)
+        values[i] += start + ((rise * static_cast<std::int32_t>(i)) >> strip_bits);
+}
+
+void add_signal(Strip& values, const std::int32_t* signal) {
+    for (std::size_t i = 0; i < strip_samples; ++i) values[i] += signal[i];
+}
+
+void round_and_clip(const Strip& values, std::int32_t full_scale, double* counts) {
+    for (std::size_t i = 0; i < strip_samples; ++i) {
+        const std::int32_t rounded = (values[i] + (1 << (fraction_bits - 1))) >> fraction_bits;
+        counts[i] = std::min(std::max(rounded, 0), full_scale);
+    }
+}
+
+std::int32_t to_fixed(double counts) {
+    return static_cast<std::int32_t>(std::floor(counts * signal_fraction + 0.5));
+}
 
 // Streams 0 and 1 place the background; each spectrum has four of its own.
 enum Purpose : std::uint64_t { ions_purpose, noise_purpose, baseline_purpose, phase_purpose, purpose_count };
@@ -18,6 +84,113 @@ SquareLawCalibration flight_law(const FlightSetup& flight) {
 }
 
 }  // namespace
+
+void add_counted_ions(const ExpectedSignal& expected, double counts_per_ion, RandomStream random,
+                      SignalBuffer& signal) {
+    for (const ExpectedPeak& peak : expected.peaks) add_counted_peak(peak, expected, counts_per_ion, random, signal);
+}
+
+PulseStatistics::PulseStatistics(const PeakShapeSetup& shape, double height_spread)
+    : tail_threshold_(static_cast<std::uint64_t>(shape.tail_fraction * 0x1p32)),
+      tail_length_sigmas_(shape.tail_length_sigmas) {
+    for (const double height : log_normal_quantiles(height_spread))
+        heights_.push_back(rounded(height * (1 << height_bits)));
+}
+
+void PulseStatistics::prepare_pulses(double detector_sigma_samples, double counts_per_ion) {
+    if (detector_sigma_samples == prepared_sigma_samples_ && counts_per_ion == prepared_counts_) return;
+    prepared_sigma_samples_ = detector_sigma_samples;
+    prepared_counts_ = counts_per_ion;
+    half_length_ = static_cast<std::int64_t>(std::ceil(pulse_reach_sigmas * detector_sigma_samples));
+    pulses_.clear();
+    const double scale = counts_per_ion * signal_fraction * (1 << pulse_bits) / detector_sigma_samples;
+    for (int phase = 0; phase < phases; ++phase)
+        for (std::int64_t i = -half_length_; i <= half_length_; ++i) {
+            const double distance = static_cast<double>(i) - (phase + 0.5) / phases;
+            pulses_.push_back(rounded(scale * normal_density(distance / detector_sigma_samples)));
+        }
+}
+
+// Arrival relative to the peak's centre: 16 bits for the Gaussian, 16 for the delay, 32 to choose the delayed ions.
+double PulseStatistics::draw_delay(const ExpectedPeak& peak, std::uint64_t bits) const {
+    double arrival = peak.arrival_sigma_samples * normal_quantiles()[bits & 0xffff];
+    if ((bits >> 32) < tail_threshold_)
+        arrival += tail_length_sigmas_ * peak.total_sigma_samples * exponential_quantiles()[(bits >> 16) & 0xffff];
+    return arrival;
+}
+
+void PulseStatistics::add_pulse(double position_samples, std::int64_t height, SignalBuffer& signal) const {
+    const double whole = std::floor(position_samples);
+    const auto phase = static_cast<std::int64_t>((position_samples - whole) * phases);
+    const std::int64_t length = 2 * half_length_ + 1;
+    const std::int64_t* pulse = &pulses_[static_cast<std::size_t>(phase * length)];
+    const std::int64_t first = static_cast<std::int64_t>(whole) - half_length_;
+    const std::int64_t begin = first < 0 ? -first : 0;
+    const std::int64_t end = std::min(length, static_cast<std::int64_t>(signal.sample_count()) - first);
+    constexpr int shift = height_bits + pulse_bits;
+    for (std::int64_t i = begin; i < end; ++i)
+        signal.add(static_cast<std::size_t>(first + i), (pulse[i] * height + (1 << (shift - 1))) >> shift);
+}
+
+void PulseStatistics::add_ions(const ExpectedSignal& expected, double counts_per_ion, RandomStream random,
+                               SignalBuffer& signal) {
+    prepare_pulses(expected.detector_sigma_samples, counts_per_ion);
+    double pulses = 0;
+    for (const ExpectedPeak& peak : expected.peaks) {
+        if (peak.ions > most_single_ions || (pulses += peak.ions) > most_pulses) {
+            add_counted_peak(peak, expected, counts_per_ion, random, signal);
+            continue;
+        }
+        const std::int64_t ions = random.poisson(peak.ions);
+        for (std::int64_t ion = 0; ion < ions; ++ion) {
+            const double position = peak.centre_samples + draw_delay(peak, random.next_bits());
+            add_pulse(position, heights_[random.next_bits() >> 48], signal);
+        }
+    }
+}
+
+void Digitizer::prepare_noise(double noise_counts) {
+    if (noise_counts == prepared_noise_counts_) return;
+    const auto& quantiles = normal_quantiles();
+    noise_.resize(quantiles.size());
+    std::ranges::transform(quantiles, noise_.begin(), [noise_counts](double z) { return to_fixed(z * noise_counts); });
+    prepared_noise_counts_ = noise_counts;
+}
+
+std::int32_t Digitizer::baseline_at_block(std::size_t block, const AcquisitionConditions& conditions,
+                                          double drift_phase) const {
+    const double share = static_cast<double>(block * block_samples) / static_cast<double>(conditions.sample_count);
+    const double wave = portable_sine_of_turns(setup_.baseline_drift_waves * share + drift_phase);
+    const double baseline = conditions.baseline_counts * (1.0 + setup_.baseline_drift * wave);
+    return to_fixed(std::min(baseline, conditions.full_scale()));
+}
+
+std::vector<double> Digitizer::digitize(SignalBuffer& signal, const AcquisitionConditions& conditions,
+                                        double drift_phase, RandomStream random) {
+    prepare_noise(conditions.noise_counts);
+    const auto full_scale = static_cast<std::int32_t>(conditions.full_scale());
+    std::vector<double> counts(signal.block_count() * block_samples);
+    std::int32_t baseline = baseline_at_block(0, conditions, drift_phase);
+    Strip values;
+    for (std::size_t block = 0; block < signal.block_count(); ++block) {
+        const std::int32_t next_baseline = baseline_at_block(block + 1, conditions, drift_phase);
+        const std::int64_t rise = next_baseline - baseline;
+        const std::int32_t* block_signal = signal.block(block);
+        for (std::int64_t strip = 0; strip < strips; ++strip) {
+            draw_noise(noise_.data(), random, values);
+            const auto start = static_cast<std::int32_t>(baseline + rise * strip / strips);
+            const auto end = static_cast<std::int32_t>(baseline + rise * (strip + 1) / strips);
+            add_baseline(values, start, end - start);
+            const auto offset = static_cast<std::size_t>(strip) * strip_samples;
+            if (block_signal) add_signal(values, block_signal + offset);
+            round_and_clip(values, full_scale, &counts[block * block_samples + offset]);
+        }
+        signal.clear_block(block);
+        baseline = next_baseline;
+    }
+    counts.resize(signal.sample_count());
+    return counts;
+}
 
 SpectrumGenerator::SpectrumGenerator(const Scene& scene, std::uint64_t seed)
     : scene_(scene),

@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "instrument/simulator/isotope_pattern.h"
+#include "instrument/simulator/ion_population.h"
 #include "instrument/simulator/simulator_bench.h"
 
 namespace korvane::simulation {
