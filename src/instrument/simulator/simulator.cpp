@@ -1,9 +1,313 @@
 #include "instrument/simulator/simulator.h"
 
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <utility>
+
 #include "instrument/embedded/layer.h"
-#include "instrument/simulator/simulated_instrument.h"
+#include "instrument/masstime/square_law_calibration.h"
+#include "instrument/peakfinder/embedded_peak_finder.h"
+#include "instrument/simulator/spectrum_generator.h"
+#include "korvane/error.h"
+#include "korvane/instrument_contract.h"
+#include "platform/safe_save.h"
 
 namespace korvane {
+
+namespace simulation {
+
+namespace {
+
+[[noreturn]] void refuse_file(std::int32_t number, const std::string& what, const std::string& path,
+                              const FileError& fault) {
+    throw Error(number, "Simulator", what + " file[" + path + "]: " + fault.what());
+}
+
+/// Reads a whole file; error -904 naming it as the file of `what` where that fails.
+std::string read_named_file(Files& files, const std::string& path, const std::string& what) {
+    std::string bytes;
+    try {
+        files.read(path, bytes);
+    } catch (const FileError& fault) {
+        refuse_file(error_number::file_or_element, what, path, fault);
+    }
+    return bytes;
+}
+
+/// The file that keeps the instrument's state, if there is one.
+class StateFile {
+public:
+    StateFile(std::shared_ptr<Files> files, std::shared_ptr<Clock> clock, std::optional<std::string> path)
+        : files_(std::move(files)), clock_(std::move(clock)), path_(std::move(path)) {}
+
+    /// Nothing where no file is kept or it does not exist yet. Errors as `parse_state`, and -904 where it cannot be
+    /// read.
+    std::optional<InstrumentState> load() const {
+        try {
+            if (!path_ || !files_->status(*path_).exists) return std::nullopt;
+        } catch (const FileError& fault) {
+            refuse_file(error_number::file_or_element, "state", *path_, fault);
+        }
+        return parse_state(read_named_file(*files_, *path_, "state"), *path_);
+    }
+    /// Under the lock of the file's editors, puts in the place of what the file holds now what `merged` makes of it.
+    /// Does nothing where no file is kept. Errors as `load`, and naming the file where it cannot be saved.
+    void update(const std::function<InstrumentState(const std::optional<InstrumentState>&)>& merged) const {
+        if (!path_) return;
+        const auto lock = wait_for_edit_lock(*files_, *clock_, *path_);
+        try {
+            safe_save(*files_, *path_, state_text(merged(load())));
+        } catch (const FileError& fault) {
+            refuse_file(fault.runtime_error_number(), "state", *path_, fault);
+        }
+    }
+
+private:
+    std::shared_ptr<Files> files_;
+    std::shared_ptr<Clock> clock_;
+    std::optional<std::string> path_;
+};
+
+/// The mass axis, computed once for as long as nothing that it depends on changes.
+class MassAxis {
+public:
+    /// Masses of the samples; copies share storage.
+    const VariantArray<double>& masses(const MassTimeCalibration& calibration, double start_time_ns,
+                                       double sampling_interval_ns, std::size_t sample_count) {
+        const Basis basis{calibration.coefficients(), start_time_ns, sampling_interval_ns, sample_count};
+        if (basis == basis_) return masses_;
+        std::vector<double> times(sample_count);
+        for (std::size_t i = 0; i < sample_count; ++i)
+            times[i] = start_time_ns + static_cast<double>(i) * sampling_interval_ns;
+        masses_ = calibration.masses_from_times(times);
+        basis_ = basis;
+        return masses_;
+    }
+
+private:
+    struct Basis {
+        CalibrationCoefficients coefficients;
+        double start_time_ns = -1, sampling_interval_ns = -1;
+        std::size_t sample_count = 0;
+        friend bool operator==(const Basis&, const Basis&) = default;
+    };
+
+    VariantArray<double> masses_;
+    Basis basis_;
+};
+
+/// Counts one poll; true while `faulty_polls` (all, when negative) have not passed.
+bool still_faulty(std::int64_t& polls, std::int64_t faulty_polls) {
+    return faulty_polls < 0 || polls++ < faulty_polls;
+}
+
+/// The scene's physics behind the embedded front.
+///
+/// The state is saved at the first change and again at the end, when anything has changed since. A save brings what
+/// this program changed into what the file holds by then, so that programs that share the instrument lose nothing of
+/// each other's: changed setpoints and calibrations stand, hours add up.
+class SimulatedInstrument final : public embedded::Instrument {
+public:
+    /// `scene_name` is what errors call the scene.
+    SimulatedInstrument(Scene scene, std::string scene_name, std::uint64_t seed, StateFile state_file,
+                        std::shared_ptr<Clock> clock)
+        : Instrument("Simulator", scene.instrument, std::move(clock)),
+          scene_(std::move(scene)),
+          scene_name_(std::move(scene_name)),
+          seed_(seed),
+          state_file_(std::move(state_file)) {
+        setpoints_.preset(scene_.setpoints);
+        for (const SetpointFault& fault : scene_.faults.setpoints)
+            setpoints_.delay(fault.setpoint, fault.after_spectra);
+        kept_.calibrations = {dictionary_calibration(0), dictionary_calibration(1)};
+        std::ranges::transform(scene_.slicer, kept_.slicer_hours.emplace().begin(), &SlicerPositionSetup::hours);
+        if (auto state = state_file_.load()) restore(*std::move(state));
+        const VariantArray<std::int32_t> flags(scene_.flight.use_flags);
+        for (std::size_t polarity = 0; polarity < lent_.size(); ++polarity) {
+            const embedded::CalibrationContent& content = *kept_.calibrations[polarity];
+            lent_[polarity] = std::make_shared<SquareLawCalibration>(content.coefficients, flags, content.settings);
+        }
+        synced_ = current();
+    }
+    ~SimulatedInstrument() override {
+        try {
+            if (changed_since_) save();
+        } catch (...) {  // there is nobody left to tell; what was saved last stays
+        }
+    }
+
+private:
+    Turn next_turn() override {
+        const std::int64_t number = next_spectrum_++;
+        const bool is_late = scene_.faults.late_spectra.contains(number);
+        return {number, scene_.instrument.spectrum_period_ms + (is_late ? scene_.faults.late_milliseconds : 0)};
+    }
+
+    std::optional<std::int32_t> acquire(std::int64_t number, AcquiredSpectrum* spectrum) override {
+        auto polarity = static_cast<std::int32_t>(setpoints_.actual(contract::setpoint.polarity));
+        if (scene_.faults.wrong_polarity.contains(number)) polarity = 1 - polarity;
+        const double minutes = elapsed_minutes_;
+        const double seconds = acquisition_conditions(scene_, polarity, setpoints_).scan_seconds;
+        elapsed_minutes_ += seconds / 60.0;
+        const auto position = static_cast<std::size_t>(setpoints_.actual(embedded::slicer_position_setpoint)) - 1;
+        kept_.slicer_hours->at(position) += seconds / 3600.0;
+        changed_since_ = true;
+        const bool is_empty = scene_.faults.empty_spectra.contains(number);
+        if (spectrum) {
+            spectrum->retention_time = minutes;
+            spectrum->start_time_ns = scene_.instrument.spectrum_start_ns;
+            if (!is_empty) fill(number, polarity, minutes, *spectrum);
+        }
+        return is_empty ? std::nullopt : std::optional(polarity);
+    }
+
+    double interval_seconds() const override {
+        return simulation::sampling_interval_seconds(
+            static_cast<std::int32_t>(setpoints_.actual(contract::setpoint.sampling_rate)));
+    }
+
+    std::unique_ptr<PeakFinder> make_finder() const override {
+        const auto polarity = static_cast<std::int32_t>(setpoints_.actual(contract::setpoint.polarity));
+        const AcquisitionConditions conditions = acquisition_conditions(scene_, polarity, setpoints_);
+        PeakFinderOptions options;
+        options.width = WidthModel{conditions.resolution_limit, scene_.peak_shape.detector_width_ns};
+        options.counts_per_ion = conditions.counts_per_ion;
+        options.saturation_counts = conditions.full_scale();
+        options.tail_fraction = scene_.peak_shape.tail_fraction;
+        options.tail_pulse_part = 1;
+        const bool pulses = scene_.detector.statistics == DetectorStatistics::pulse;
+        options.ion_height_spread = pulses ? scene_.detector.pulse_height_spread : 0;
+        options.ion_pulse_fwhm_ns = pulses ? scene_.peak_shape.detector_width_ns : 0;
+        return make_peak_finder(options);
+    }
+
+    embedded::CalibrationContent dictionary_calibration(std::int32_t polarity) const override {
+        const FlightSetup& flight = scene_.flight;
+        return (polarity == 0 ? flight.lent_positive : flight.lent_negative).value_or(flight.law);
+    }
+
+    /// "SlicerPos.Count", "SlicerPos[n].Hours" and "SlicerPos[n].HighResolution", n from 1.
+    std::optional<InstrumentValue> own_dictionary_item(const std::string& name) const override {
+        if (name == "SlicerPos.Count") return static_cast<std::int32_t>(slicer_position_count);
+        for (std::size_t slot = 0; slot < slicer_position_count; ++slot) {
+            const auto position = static_cast<std::int32_t>(slot) + 1;
+            if (name == contract::slicer_hours_item(position)) return (*kept_.slicer_hours)[slot];
+            if (name == "SlicerPos[" + std::to_string(position) + "].HighResolution")
+                return std::int32_t{scene_.slicer[slot].high_resolution};
+        }
+        return std::nullopt;
+    }
+
+    bool is_ready() override { return !still_faulty(ready_polls_, scene_.faults.not_ready_polls); }
+    bool is_pre_run() override { return !still_faulty(run_state_polls_, scene_.faults.run_state_polls); }
+    void setpoint_changed() override { keep_change(); }
+    void store_calibration(std::size_t polarity, const MassTimeCalibration& calibration) override {
+        const auto own_flags = lent_[polarity]->use_flags(), new_flags = calibration.use_flags();
+        if (!std::ranges::equal(own_flags.elements(), new_flags.elements()))
+            raise_runtime_fault(error_number::invalid_call,
+                                "calibration whose term-use flags are not the instrument's");
+        const embedded::CalibrationContent content{calibration.coefficients(), calibration.settings()};
+        lent_[polarity]->set_coefficients(content.coefficients);
+        lent_[polarity]->set_settings(content.settings);
+        if (std::exchange(kept_.calibrations[polarity], content) != content) keep_change();
+    }
+
+    void fill(std::int64_t number, std::int32_t polarity, double minutes, AcquiredSpectrum& spectrum) {
+        const AcquisitionConditions conditions = acquisition_conditions(scene_, polarity, setpoints_);
+        SpectrumTiming timing;
+        timing.start_time_ns =
+            scene_.instrument.spectrum_start_ns + generator().start_phase(number) * conditions.sampling_interval_ns;
+        timing.time_factor = 1.0 + 0.5e-6 * scene_.flight.mass_drift_ppm_per_minute * minutes;
+        spectrum.start_time_ns = timing.start_time_ns;
+        spectrum.mass_data = mass_axis_.masses(*lent_[static_cast<std::size_t>(polarity)], timing.start_time_ns,
+                                               conditions.sampling_interval_ns, conditions.sample_count);
+        try {
+            spectrum.y_data = generator().generate(number, conditions, timing, setpoints_.revision());
+        } catch (const Error& fault) {
+            raise_of_scene(fault);
+        }
+    }
+
+    /// Made when the first spectrum is asked for: its tables cost more than everything else at the start.
+    SpectrumGenerator& generator() {
+        if (generator_) return *generator_;
+        try {
+            return generator_.emplace(scene_, seed_);
+        } catch (const Error& fault) {
+            raise_of_scene(fault);
+        }
+    }
+
+    [[noreturn]] void raise_of_scene(const Error& fault) const {
+        if (fault.number() == error_number::file_or_element) throw fault;
+        throw Error(error_number::file_or_element, "Simulator",
+                    "scene file[" + scene_name_ + "]: " + fault.description());
+    }
+
+    void restore(InstrumentState state) {
+        setpoints_.preset(state.setpoints);
+        for (std::size_t polarity = 0; polarity < lent_.size(); ++polarity)
+            if (state.calibrations[polarity]) kept_.calibrations[polarity] = state.calibrations[polarity];
+        if (state.slicer_hours) kept_.slicer_hours = state.slicer_hours;
+    }
+
+    InstrumentState current() const {
+        InstrumentState state = kept_;
+        state.setpoints = setpoints_.commanded_by_name();
+        return state;
+    }
+
+    InstrumentState merged_into(const std::optional<InstrumentState>& present) const {
+        InstrumentState merged = current();
+        if (!present) return merged;
+        for (auto& [name, value] : merged.setpoints)
+            if (const auto other = present->setpoints.find(name);
+                other != present->setpoints.end() && value == synced_.setpoints.at(name))
+                value = other->second;
+        const auto& [positive, negative] = present->calibrations;
+        if (positive && merged.calibrations.positive == synced_.calibrations.positive)
+            merged.calibrations.positive = positive;
+        if (negative && merged.calibrations.negative == synced_.calibrations.negative)
+            merged.calibrations.negative = negative;
+        if (present->slicer_hours)
+            for (std::size_t slot = 0; slot < slicer_position_count; ++slot)
+                (*merged.slicer_hours)[slot] =
+                    (*present->slicer_hours)[slot] +
+                    std::max(0.0, (*kept_.slicer_hours)[slot] - (*synced_.slicer_hours)[slot]);
+        return merged;
+    }
+
+    /// The first change is saved at once, so that one that cannot be kept is reported.
+    void keep_change() {
+        changed_since_ = true;
+        if (!saved_) save();
+    }
+
+    void save() {
+        state_file_.update([this](const auto& present) { return merged_into(present); });
+        synced_ = current();
+        saved_ = true;
+        changed_since_ = false;
+    }
+
+    const Scene scene_;
+    const std::string scene_name_;
+    const std::uint64_t seed_;
+    const StateFile state_file_;
+    std::optional<SpectrumGenerator> generator_;
+    InstrumentState kept_;    // calibrations and hours
+    InstrumentState synced_;  // all of it, as this program had it when it was last loaded or saved
+    bool saved_ = false, changed_since_ = false;
+    MassAxis mass_axis_;
+    std::int64_t next_spectrum_ = 0;
+    double elapsed_minutes_ = 0;
+    std::int64_t ready_polls_ = 0, run_state_polls_ = 0;
+};
+
+}  // namespace
+
+}  // namespace simulation
 
 std::shared_ptr<InstrumentLayer> make_simulator(const SimulatorOptions& options, std::shared_ptr<Files> files,
                                                 std::shared_ptr<Clock> clock) {
