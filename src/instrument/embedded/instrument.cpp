@@ -1,10 +1,14 @@
 #include "instrument/embedded/instrument.h"
 
+#include <fmt/format.h>
 #include <cmath>
+#include <mutex>
 #include <utility>
 
 #include "korvane/error.h"
+#include "korvane/forwarding.h"
 #include "korvane/instrument_contract.h"
+#include "platform/automation_arithmetic.h"
 #include "platform/text.h"
 
 namespace korvane::embedded {
@@ -46,6 +50,76 @@ std::size_t polarity_slot(std::int32_t polarity) {
     if (polarity != 0 && polarity != 1) refuse("calibration of polarity", std::to_string(polarity));
     return static_cast<std::size_t>(polarity);
 }
+
+/// What the objects of a layer share.
+struct Surroundings {
+    std::string name, base_folder;
+    std::shared_ptr<Files> files;
+    std::shared_ptr<Clock> clock;
+};
+
+class BaseFolder final : public PathInformation {
+public:
+    explicit BaseFolder(std::string folder) : folder_(std::move(folder)) {}
+    std::string base_folder() override { return folder_; }
+
+private:
+    std::string folder_;
+};
+
+/// One line an entry: date, time, kind, code, the two numbers, the text where there is one, and the message.
+class FileLogbook final : public LogbookEntry {
+public:
+    explicit FileLogbook(Surroundings surroundings) : surroundings_(std::move(surroundings)) {}
+
+    void write(std::int32_t kind, const std::string& message, std::int32_t code, std::int32_t first,
+               std::int32_t second, const std::string& text) override {
+        const std::string path = join_path(join_path(surroundings_.base_folder, "Logfiles"), "Logbook.txt");
+        const LocalTime now = surroundings_.clock->now();
+        const std::string note = text.empty() ? "" : " [" + text + "]";
+        try {
+            const auto file = surroundings_.files->open_append(path);
+            file->write(fmt::format("{} {} {} {} {} {}{} {}\n", date_yyyymmdd(now), time_hhmmss(now), kind, code, first,
+                                    second, note, message));
+            file->close();
+        } catch (const FileError& fault) {
+            throw Error(fault.runtime_error_number(), surroundings_.name,
+                        "logbook file[" + path + "]: " + fault.what());
+        }
+    }
+
+private:
+    Surroundings surroundings_;
+};
+
+class Layer final : public InstrumentLayer {
+public:
+    Layer(Surroundings surroundings, InstrumentMaker make)
+        : surroundings_(std::move(surroundings)), make_(std::move(make)) {}
+
+    std::unique_ptr<InstrumentGlobals> create_globals() override {
+        return std::make_unique<ForwardingInstrumentGlobals>(instrument());
+    }
+    std::unique_ptr<PathInformation> create_path_information() override {
+        return std::make_unique<BaseFolder>(surroundings_.base_folder);
+    }
+    std::unique_ptr<LogbookEntry> create_logbook_entry() override {
+        return std::make_unique<FileLogbook>(surroundings_);
+    }
+    std::unique_ptr<PeakFinder> create_peak_finder() override { return instrument()->create_peak_finder(); }
+
+private:
+    std::shared_ptr<Instrument> instrument() {
+        const std::lock_guard lock(mutex_);
+        if (!instrument_) instrument_ = make_();
+        return instrument_;
+    }
+
+    Surroundings surroundings_;
+    InstrumentMaker make_;
+    std::mutex mutex_;
+    std::shared_ptr<Instrument> instrument_;
+};
 
 }  // namespace
 
@@ -127,10 +201,6 @@ bool Instrument::option_present(const std::string& option_name) {
     refuse("hardware option", option_name);
 }
 
-std::int16_t Instrument::abundance_reduction_setting() {
-    return static_cast<std::int16_t>(hardware_.abundance_reduction);
-}
-
 std::int32_t Instrument::write(std::int32_t channel, float channel_value) {
     check_channel(channel);
     write_setpoint(quad_amu_setpoint, static_cast<double>(channel_value), true);
@@ -179,10 +249,6 @@ VariantArray<std::string> Instrument::GetMetaDescription() {
     return entries;
 }
 
-std::vector<MetaItem> Instrument::next_spectrum_metadata() {
-    return next_metadata(nullptr);
-}
-
 double Instrument::read_register(const std::string& path) {
     const std::lock_guard lock(mutex_);
     if (path == contract::instrument_register.not_ready_state.key) return is_ready() ? ready : not_ready;
@@ -204,10 +270,6 @@ InstrumentValue Instrument::dictionary_item(const std::string& name) {
     refuse("data dictionary item", name);
 }
 
-std::optional<InstrumentValue> Instrument::own_dictionary_item(const std::string&) const {
-    return std::nullopt;
-}
-
 std::string Instrument::parameter_name(std::int32_t index) {
     if (index == contract::parameter.experiment) return experiment_name;
     refuse("parameter", std::to_string(index));
@@ -218,15 +280,26 @@ double Instrument::sampling_interval_seconds() {
     return interval_seconds();
 }
 
-std::string Instrument::source_name() {
+std::string Instrument::source_type() {
     const std::lock_guard lock(mutex_);
     const auto code = static_cast<std::size_t>(setpoints_.commanded(contract::setpoint.source_type));
     return code < source_names.size() ? source_names[code] : "Unknown";
 }
 
+std::string Instrument::time_stamp() {
+    const LocalTime now = clock_->now();
+    return fmt::format("{:02}:{:02}:{:02}", now.hour, now.minute, now.second);
+}
+
 std::unique_ptr<PeakFinder> Instrument::create_peak_finder() {
     const std::lock_guard lock(mutex_);
     return make_finder();
+}
+
+std::shared_ptr<InstrumentLayer> make_layer(std::string name, std::string base_folder, std::shared_ptr<Files> files,
+                                            std::shared_ptr<Clock> clock, InstrumentMaker make) {
+    return std::make_shared<Layer>(
+        Surroundings{std::move(name), std::move(base_folder), std::move(files), std::move(clock)}, std::move(make));
 }
 
 }  // namespace korvane::embedded

@@ -1,9 +1,10 @@
-// The front of the embedded instrument: everything that the seam asks for and that a simulation and a replay answer
+// The embedded instrument and its layer: everything that the seam asks for and that a simulation and a replay answer
 // alike. Each of them derives from it and supplies the next spectrum and what a set does.
 #pragma once
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "instrument/embedded/setpoints.h"
 #include "korvane/instrument.h"
 #include "korvane/system.h"
+#include "platform/files.h"
 
 namespace korvane::embedded {
 
@@ -38,7 +40,8 @@ struct CalibrationContent {
 /// One instrument behind all views of a layer; safe to use from several threads. It has time segment 0 and scan segment
 /// 0; others are error 9, as are unknown indexes. Unknown names, options, polarities, channels, registers and items are
 /// error 5 naming them.
-class Instrument : public SetpointTable,
+class Instrument : public InstrumentGlobals,
+                   public SetpointTable,
                    public CalibrationStore,
                    public HardwareQueries,
                    public FirmwareChannels,
@@ -64,7 +67,9 @@ public:
     std::string option_name(std::int32_t option_code) final;
     bool option_present(const std::string& option_name) final;
     bool has_positive_post_acceleration() final { return hardware_.positive_post_acceleration; }
-    std::int16_t abundance_reduction_setting() final;
+    std::int16_t abundance_reduction_setting() final {
+        return static_cast<std::int16_t>(hardware_.abundance_reduction);
+    }
     std::string model() final { return hardware_.model; }
 
     /// Channel 22 is the quadrupole: setpoint QuadAMU, without delay.
@@ -74,15 +79,27 @@ public:
     /// Metadata are the experiment, always 0, then every setpoint's reached value, ascending by index.
     void GetNextSpectrum(AcquiredSpectrum& spectrum) final;
     VariantArray<std::string> GetMetaDescription() final;
-    std::vector<MetaItem> next_spectrum_metadata() final;
+    std::vector<MetaItem> next_spectrum_metadata() final { return next_metadata(nullptr); }
     double read_register(const std::string& path) final;
 
-    InstrumentValue dictionary_item(const std::string& name);
-    static std::string parameter_name(std::int32_t index);
-    double sampling_interval_seconds();
+    // It is in this process: there is nothing to connect to or to fetch.
+    void initialise() final {}
+    void refresh() final {}
+    SetpointTable& setpoints() final { return *this; }
+    CalibrationStore& calibrations() final { return *this; }
+    HardwareQueries& hardware() final { return *this; }
+    FirmwareChannels& firmware() final { return *this; }
+    InstrumentControl* control() final { return this; }
+    InstrumentValue dictionary_item(const std::string& name) final;
+    std::string parameter_name(std::int32_t index) final;
+    InstrumentValue actual_value(const std::string& path, const std::string&) final { return read_register(path); }
+    double sampling_interval_seconds() final;
     /// Of the source type that is set; "Unknown" for a code that stands for none.
-    std::string source_name();
-    const std::string& title() const { return hardware_.title; }
+    std::string source_type() final;
+    std::string source_word() final { return source_type(); }
+    std::string time_stamp() final;
+    std::string title() final { return hardware_.title; }
+
     std::unique_ptr<PeakFinder> create_peak_finder();
 
 protected:
@@ -105,7 +122,7 @@ protected:
     /// The calibration that the data dictionary states.
     virtual CalibrationContent dictionary_calibration(std::int32_t polarity) const = 0;
     /// An item of the data dictionary that is not of the calibration; nothing where there is none.
-    virtual std::optional<InstrumentValue> own_dictionary_item(const std::string& name) const;
+    virtual std::optional<InstrumentValue> own_dictionary_item(const std::string&) const { return std::nullopt; }
     virtual bool is_ready() { return true; }
     virtual bool is_pre_run() { return true; }
     /// A setpoint's commanded value has changed.
@@ -123,5 +140,14 @@ private:
     const Hardware hardware_;
     std::shared_ptr<Clock> clock_;
 };
+
+/// Makes the instrument out of its files.
+using InstrumentMaker = std::function<std::shared_ptr<Instrument>()>;
+
+/// The layer of an instrument that is made when it is first needed, by a globals object or a peak finder: an error of
+/// `make` is raised there, and the next one tries again. Base folder and logbook do without it. The globals objects
+/// keep the instrument alive. `name` is the source of the logbook's errors; paths are UTF-8.
+std::shared_ptr<InstrumentLayer> make_layer(std::string name, std::string base_folder, std::shared_ptr<Files> files,
+                                            std::shared_ptr<Clock> clock, InstrumentMaker make);
 
 }  // namespace korvane::embedded

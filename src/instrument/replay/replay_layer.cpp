@@ -1,6 +1,6 @@
 #include "instrument/replay/replay_layer.h"
 
-#include "instrument/embedded/layer.h"
+#include "instrument/embedded/instrument.h"
 #include "instrument/replay/mzml_reader.h"
 #include "instrument/replay/replay_instrument.h"
 

@@ -5,7 +5,7 @@
 #include <functional>
 #include <utility>
 
-#include "instrument/embedded/layer.h"
+#include "instrument/embedded/instrument.h"
 #include "instrument/masstime/square_law_calibration.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "instrument/simulator/spectrum_generator.h"
