@@ -1,4 +1,4 @@
-// Recovers the mass-time law of an m/z axis.
+// Counts the sampling steps of an m/z axis and recovers its mass-time law.
 #pragma once
 
 #include <cstddef>
@@ -12,6 +12,13 @@
 #include "instrument/replay/recording.h"
 
 namespace korvane::replay {
+
+/// Position of every sample, counted in sampling steps from the first one, 0. `roots` are the square roots of the m/z,
+/// ascending, at least two; by the square law they lie almost evenly, with holes where samples were left out. The steps
+/// of a hole follow from the neighbourhood, where the number of steps is a smooth function of the root; holes whose
+/// number is certain are counted first and make the neighbourhood of the others larger. An axis that is not even gives
+/// positions that no law meets: the caller checks. Holes longer than `limit` steps count as `limit`.
+std::vector<std::int64_t> count_steps(std::span<const double> roots, std::int64_t limit);
 
 /// Flight times origin + k x interval.
 struct TimeScale {

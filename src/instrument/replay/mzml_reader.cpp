@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "instrument/replay/binary_array.h"
-#include "instrument/replay/mzml_parameters.h"
+#include "instrument/replay/mzml_terms.h"
 #include "platform/automation_arithmetic.h"
 
 namespace korvane::replay {

@@ -1,11 +1,12 @@
 // The peaks of recorded spectra, whatever law their axes follow.
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
+#include <optional>
 
-#include "instrument/replay/axis_steps.h"
+#include "instrument/replay/axis_fit.h"
 #include "instrument/replay/mzml_reader.h"
-#include "instrument/replay/text_spectrum.h"
 #include "korvane/embedded_parts.h"
 #include "korvane/forwarding.h"
 #include "korvane/instrument_contract.h"
@@ -15,7 +16,56 @@ namespace korvane {
 namespace {
 
 using replay::RecordedSpectrum;
+using replay::Recording;
 using replay::RecordingPlace;
+
+/// The numbers of a line; nothing where it holds anything else, or not two.
+std::optional<std::pair<double, double>> two_numbers(std::string_view line) {
+    constexpr std::string_view between = " \t,;\r";
+    double numbers[2];
+    for (double& number : numbers) {
+        line.remove_prefix(std::min(line.find_first_not_of(between), line.size()));
+        const auto [end, fault] = std::from_chars(line.data(), line.data() + line.size(), number);
+        if (fault != std::errc()) return std::nullopt;
+        line.remove_prefix(static_cast<std::size_t>(end - line.data()));
+        if (!line.empty() && between.find(line.front()) == std::string_view::npos) return std::nullopt;
+    }
+    if (line.find_first_not_of(between) != std::string_view::npos) return std::nullopt;
+    return std::pair(numbers[0], numbers[1]);
+}
+
+/// A spectrum that stands in a text, a line a sample: m/z and counts, with blanks, tabs, a comma or a semicolon
+/// between. Empty lines, lines that begin with #, and a first line of titles are passed over. Fails naming the line
+/// that is something else, and for m/z that do not ascend from above 0 or are those of centroids.
+Recording parse_text_spectrum(std::string_view text, const std::string& file) {
+    const RecordingPlace place{file, {}};
+    RecordedSpectrum spectrum;
+    bool is_first = true;
+    for (std::size_t number = 1, begin = 0; begin < text.size(); ++number) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        const std::string_view line = text.substr(begin, end - begin);
+        begin = end + 1;
+        const std::size_t first = line.find_first_not_of(" \t\r");
+        if (first == std::string_view::npos || line[first] == '#') continue;
+        const auto sample = two_numbers(line);
+        if (!sample && !is_first)
+            place.fail("line " + std::to_string(number) + " [" + std::string(line.substr(0, 60)) +
+                       "] is not the m/z and the counts of a sample");
+        is_first = false;
+        if (!sample) continue;
+        spectrum.mz.push_back(sample->first);
+        spectrum.intensity.push_back(sample->second);
+    }
+    if (spectrum.mz.empty()) place.fail("this is neither mzML nor a text of m/z and counts, a line a sample");
+    replay::check_masses(spectrum.mz, place);
+    replay::check_intensities(spectrum.intensity, place);
+    if (!replay::is_spaced_as_profile(spectrum.mz))
+        place.fail("there is no profile spectrum: centroids, by their spacing");
+    Recording recording;
+    recording.file = file;
+    recording.spectra.push_back(std::move(spectrum));
+    return recording;
+}
 
 /// Masses between the samples of an axis: straight lines between the square roots, in which the axes of time-of-flight
 /// analysers are nearly even.
@@ -120,8 +170,8 @@ void search_profiles(Files& files, const std::string& file, const RecordingOptio
     const std::size_t first = bytes.find_first_not_of(" \t\r\n\xEF\xBB\xBF");
     const bool is_xml =
         first != std::string::npos && (bytes[first] == '<' || bytes[first] == '\xFE' || bytes[first] == '\xFF');
-    const replay::Recording recording =
-        is_xml ? replay::parse_recording(std::move(bytes), file, options) : replay::parse_text_spectrum(bytes, file);
+    const Recording recording =
+        is_xml ? replay::parse_recording(std::move(bytes), file, options) : parse_text_spectrum(bytes, file);
     if (options.tell)
         for (const std::string& line : recording.notes.lines()) options.tell("recording [" + file + "]: " + line);
     std::size_t number = 0;

@@ -1,4 +1,4 @@
-#include "instrument/replay/mzml_parameters.h"
+#include "instrument/replay/mzml_terms.h"
 
 #include <algorithm>
 #include <charconv>
