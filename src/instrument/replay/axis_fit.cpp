@@ -285,8 +285,8 @@ Powers best_addition(const Points& points, const Powers& powers) {
     const double deviation = positions.worst_deviation_steps;
     place.fail(
         "m/z array: no flight-time law meets the axis, so that flight times would mean nothing: under the best one, "
-        "sample " +
-        std::to_string(positions.worst_sample) + " at m/z [" + number_text(mz[positions.worst_sample]) + "] lies " +
+        "sample ",
+        positions.worst_sample, " at m/z [", mz[positions.worst_sample], "] lies ",
         (std::isfinite(deviation) ? number_text(deviation) + " steps off" : "at no time after its neighbour"));
 }
 
@@ -342,8 +342,7 @@ AxisFit fit_axis(std::span<const double> mz, const KnownTimes& known, const Reco
     constexpr std::size_t fewest_samples = 3;
     constexpr std::size_t samples_a_term = 8;  // a law with enough terms meets any few samples
     if (mz.size() < fewest_samples)
-        place.fail("m/z array: " + std::to_string(mz.size()) +
-                   " samples are too few to find the flight-time law of the axis");
+        place.fail("m/z array: ", mz.size(), " samples are too few to find the flight-time law of the axis");
     std::vector<double> roots(mz.size());
     std::ranges::transform(mz, roots.begin(), [](double mass) { return std::sqrt(mass); });
     const std::vector<std::int64_t> steps = count_steps(roots, largest_spectrum_samples);

@@ -26,8 +26,7 @@ constexpr std::string_view base64_alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefgh
 Bytes decode_base64(std::string_view text, const RecordingPlace& place, const std::string& array) {
     std::string packed(text);
     std::erase_if(packed, [](char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; });
-    if (packed.size() % 4 != 0)
-        place.fail(array + ": the base64 text is cut off (" + std::to_string(packed.size()) + " characters)");
+    if (packed.size() % 4 != 0) place.fail(array, ": the base64 text is cut off (", packed.size(), " characters)");
     const std::size_t padding = packed.ends_with("==") ? 2 : packed.ends_with('=') ? 1 : 0;
     std::fill_n(packed.rbegin(), padding, base64_alphabet.front());
     std::array<std::uint32_t, 256> values{};
@@ -38,8 +37,7 @@ Bytes decode_base64(std::string_view text, const RecordingPlace& place, const st
     std::uint32_t group = 0;
     for (std::size_t i = 0; i < packed.size(); ++i) {
         const std::uint32_t value = values[static_cast<unsigned char>(packed[i])];
-        if (value == base64_alphabet.size())
-            place.fail(array + ": character " + std::to_string(i + 1) + " is not base64");
+        if (value == base64_alphabet.size()) place.fail(array, ": character ", i + 1, " is not base64");
         group = group << 6 | value;
         if (i % 4 == 3)
             for (const int shift : {16, 8, 0}) bytes.push_back(static_cast<unsigned char>(group >> shift));
@@ -68,10 +66,9 @@ Bytes inflated(const Bytes& packed, std::size_t size, const RecordingPlace& plac
     auto written = static_cast<uLongf>(bytes.size());
     auto taken = static_cast<uLong>(packed.size());
     const int result = uncompress2(bytes.data(), &written, packed.data(), &taken);
-    if (result == Z_BUF_ERROR)
-        place.fail(array + ": the data do not end with the " + std::to_string(size) + " bytes of its length");
-    if (result != Z_OK) place.fail(array + ": zlib refuses the data: " + zError(result));
-    if (taken != packed.size()) place.fail(array + ": bytes follow the compressed data");
+    if (result == Z_BUF_ERROR) place.fail(array, ": the data do not end with the ", size, " bytes of its length");
+    if (result != Z_OK) place.fail(array, ": zlib refuses the data: ", zError(result));
+    if (taken != packed.size()) place.fail(array, ": bytes follow the compressed data");
     bytes.resize(written);
     return bytes;
 }
@@ -187,17 +184,15 @@ std::vector<double> decode_numbers(std::string_view base64, const BinaryEncoding
     const std::size_t size = is_plain ? count * (encoding.is_64_bit ? 8 : 4) : 5 * count + 16;
     // Compressed data are hardly ever longer than what they hold; this also keeps the sizes within zlib's integers.
     if (bytes.size() > size + size / 100 + 1024)
-        place.fail(array + ": " + std::to_string(bytes.size()) + " bytes of data are too many for its length");
+        place.fail(array, ": ", bytes.size(), " bytes of data are too many for its length");
     if (encoding.is_zlib) bytes = inflated(bytes, size, place, array);
     if (is_plain && bytes.size() != size)
-        place.fail(array + ": the data have " + std::to_string(bytes.size()) + " bytes, not the " +
-                   std::to_string(size) + " of its length");
+        place.fail(array, ": the data have ", bytes.size(), " bytes, not the ", size, " of its length");
     if (is_plain) return plain_numbers(bytes, encoding);
     auto numbers = NumpressReader(bytes).read(encoding.numpress);
-    if (!numbers) place.fail(array + ": the numeric compression ends early");
+    if (!numbers) place.fail(array, ": the numeric compression ends early");
     if (numbers->size() != count)
-        place.fail(array + ": the data have " + std::to_string(numbers->size()) + " numbers, not the " +
-                   std::to_string(count) + " of its length");
+        place.fail(array, ": the data have ", numbers->size(), " numbers, not the ", count, " of its length");
     return *std::move(numbers);
 }
 
@@ -221,8 +216,8 @@ std::string gunzipped(std::string_view bytes, const RecordingPlace& place) {
         content.resize(content.size() - stream.avail_out);
         const bool goes_on = result == Z_OK && (stream.avail_in > 0 || stream.avail_out == 0);
         if (result != Z_STREAM_END && !goes_on)
-            place.fail(std::string("gzip: ") + (result == Z_OK || result == Z_BUF_ERROR ? "cut off" : zError(result)));
-        if (content.size() > most) place.fail("gzip: unpacks to more than " + std::to_string(most) + " bytes");
+            place.fail("gzip: ", (result == Z_OK || result == Z_BUF_ERROR ? "cut off" : zError(result)));
+        if (content.size() > most) place.fail("gzip: unpacks to more than ", most, " bytes");
     }
     return content;
 }

@@ -36,7 +36,7 @@ public:
         constexpr double most = 100;
         const auto level = parameters_.number(term::ms_level);
         if (level && !(*level >= 1 && *level <= most && *level == std::floor(*level)))
-            place_.fail("ms level [" + number_text(*level) + "] is none");
+            place_.fail("ms level [", *level, "] is none");
         if (!level && !parameters_.has(term::ms1_spectrum)) note("MS level not stated: taken as 1");
         return static_cast<std::int32_t>(level.value_or(1));
     }
@@ -71,11 +71,10 @@ private:
 
     void count_samples(std::size_t count) const {
         if (count > static_cast<std::size_t>(largest_spectrum_samples))
-            place_.fail("defaultArrayLength " + std::to_string(count) + " is more than " +
-                        std::to_string(largest_spectrum_samples));
+            place_.fail("defaultArrayLength ", count, " is more than ", largest_spectrum_samples);
         source_.samples += static_cast<std::int64_t>(count);
         if (source_.samples > largest_recording_samples)
-            place_.fail("the spectra have more than " + std::to_string(largest_recording_samples) + " samples");
+            place_.fail("the spectra have more than ", largest_recording_samples, " samples");
     }
 
     PolaritySetpoint polarity() const {
@@ -94,9 +93,9 @@ private:
         spectrum.first_flight_time_ns = scan.user_number(user_parameter::first_flight_time);
         spectrum.sampling_interval_ns = scan.user_number(user_parameter::sampling_interval);
         if (spectrum.first_flight_time_ns && !spectrum.sampling_interval_ns)
-            place_.fail(std::string(user_parameter::sampling_interval) + ": missing beside the flight time");
+            place_.fail(user_parameter::sampling_interval, ": missing beside the flight time");
         if (std::abs(spectrum.first_flight_time_ns.value_or(0)) > 1e12)
-            place_.fail(std::string(user_parameter::first_flight_time) + ": is none");
+            place_.fail(user_parameter::first_flight_time, ": is none");
         if (spectrum.sampling_interval_ns)
             require_above_0(user_parameter::sampling_interval, *spectrum.sampling_interval_ns);
         spectrum.calibration = stated_calibration(scan);
@@ -110,14 +109,14 @@ private:
         for (const auto& [name, value] : peak_finder_parameters) {
             const auto stated = spectrum.peak_finder.*value = scan.user_number(name);
             if (stated && !(*stated >= 0 && *stated <= 1e12))
-                place_.fail(std::string(name) + " [" + number_text(*stated) + "] is not between 0 and 1E+12");
+                place_.fail(name, " [", *stated, "] is not between 0 and 1E+12");
         }
         for (const auto part : {&PeakFinderOptions::tail_fraction, &PeakFinderOptions::tail_pulse_part})
             if ((spectrum.peak_finder.*part).value_or(0) > 1) place_.fail("peak finder: a tail part is more than 1");
     }
 
     void require_above_0(const std::string& what, double value) const {
-        if (!(value > 0 && value < 1e12)) place_.fail(what + " [" + number_text(value) + "] is not above 0");
+        if (!(value > 0 && value < 1e12)) place_.fail(what, " [", value, "] is not above 0");
     }
 
     double scan_start_minutes(const Parameters& scan) const {
@@ -134,20 +133,20 @@ private:
         const auto coefficients = scan.user_text(user_parameter::coefficients);
         const auto flags = scan.user_text(user_parameter::use_flags);
         if (!coefficients) return std::nullopt;
-        if (!flags) place_.fail(std::string(user_parameter::use_flags) + ": missing beside the coefficients");
+        if (!flags) place_.fail(user_parameter::use_flags, ": missing beside the coefficients");
         StatedCalibration stated;
         auto& c = stated.coefficients;
         std::istringstream words(*coefficients);
         std::string word;
         for (double* slot : {&c.A, &c.B, &c.C, &c.D, &c.E, &c.F, &c.G, &c.H}) {
-            if (!(words >> word)) place_.fail("[" + *coefficients + "] are not eight calibration coefficients");
+            if (!(words >> word)) place_.fail("[", *coefficients, "] are not eight calibration coefficients");
             *slot = parse_number(word, user_parameter::coefficients, place_);
         }
-        if (words >> word) place_.fail("[" + *coefficients + "] are more than eight calibration coefficients");
-        if (!(c.A > 0)) place_.fail("calibration coefficient A [" + number_text(c.A) + "] is not above 0");
+        if (words >> word) place_.fail("[", *coefficients, "] are more than eight calibration coefficients");
+        if (!(c.A > 0)) place_.fail("calibration coefficient A [", c.A, "] is not above 0");
         constexpr std::size_t most_flags = 32;
         for (std::istringstream flag_words(*flags); flag_words >> word;) {
-            if (word != "0" && word != "1") place_.fail("calibration term use flag [" + word + "] is neither 0 nor 1");
+            if (word != "0" && word != "1") place_.fail("calibration term use flag [", word, "] is neither 0 nor 1");
             stated.use_flags.push_back(word == "1" ? 1 : 0);
             if (stated.use_flags.size() > most_flags) place_.fail("more than 32 calibration term use flags");
         }
@@ -179,7 +178,7 @@ private:
                 if (packing.numpress != Numpress::none) found.numpress = packing.numpress;
                 stated += !packing.is_zlib || packing.numpress != Numpress::none || stated == 0;
             }
-        if (stated > 1) place_.fail(name + ": several compressions are stated");
+        if (stated > 1) place_.fail(name, ": several compressions are stated");
         int types = 0;
         for (const auto& [type, is_64_bit, is_integer] : {std::tuple{term::float_32, false, false},
                                                           {term::float_64, true, false},
@@ -191,7 +190,7 @@ private:
                 found.is_integer = is_integer;
             }
         if (types > 1 || (types == 0 && found.numpress == Numpress::none))
-            place_.fail(name + ": none or several of 32- and 64-bit float and integer are stated");
+            place_.fail(name, ": none or several of 32- and 64-bit float and integer are stated");
         if (stated == 0) require_known_terms(array, kind);
         return found;
     }
@@ -202,8 +201,8 @@ private:
             const std::string accession = parameter.attribute("accession").value();
             const auto known = {kind, term::float_32, term::float_64, term::int_32, term::int_64};
             if (std::ranges::none_of(known, [&](const Term& each) { return each.is(accession); }))
-                place_.fail(std::string(kind.name) + ": term " + accession + " (" +
-                            parameter.attribute("name").value() + ") is not supported");
+                place_.fail(kind.name, ": term ", accession, " (", parameter.attribute("name").value(),
+                            ") is not supported");
         }
         note("compression of an array not stated: taken as none");
     }
@@ -216,8 +215,8 @@ private:
             const auto own_length = element.attribute("arrayLength");
             const std::size_t length = own_length ? parse_count(own_length, "arrayLength", place_) : default_length;
             if (length != default_length)
-                place_.fail(std::string(array.name) + ": arrayLength " + std::to_string(length) +
-                            " is not the spectrum's defaultArrayLength " + std::to_string(default_length));
+                place_.fail(array.name, ": arrayLength ", length, " is not the spectrum's defaultArrayLength ",
+                            default_length);
             const std::string_view text = element.child("binary").text().get();
             const auto characters = std::ranges::count_if(text, [](unsigned char c) { return c > ' '; });
             const auto encoded = element.attribute("encodedLength");
@@ -225,7 +224,7 @@ private:
                 note("encodedLength of an array is not the length of its text");
             return decode_numbers(text, how, length, place_, array.name);
         }
-        place_.fail("there is no " + std::string(array.name) + " (" + array.accession + ")");
+        place_.fail("there is no ", array.name, " (", array.accession, ")");
     }
 
     pugi::xml_node element_;
@@ -247,7 +246,7 @@ void read_instrument(const pugi::xml_node& mzml, Source& source) {
             *frequency <= highest_hertz)
             source.recording.sampling_interval_ns = 1e9 / *frequency;
         else
-            source.recording.notes.add("sampling frequency [" + number_text(*frequency) +
+            source.recording.notes.add("sampling frequency [", *frequency,
                                        "] is none of a digitiser: taken from the axis");
     }
     const Parameters ionisation(components.child("source"), source.groups, source.place);
@@ -272,8 +271,8 @@ void read_spectra(const pugi::xml_node& list, Source& source) {
     if (elements.empty()) source.place.fail("there is no spectrum");
     const auto stated = list.attribute("count");
     if (stated && std::to_string(elements.size()) != stated.value())
-        source.recording.notes.add("spectrumList count [" + std::string(stated.value()) +
-                                   "] is not the number of its spectra, " + std::to_string(elements.size()));
+        source.recording.notes.add("spectrumList count [", stated.value(), "] is not the number of its spectra, ",
+                                   elements.size());
     const std::int32_t lowest =
         std::ranges::min_element(elements, {}, [](const auto& each) { return each.first; })->first;
     const std::int32_t wanted = source.options.ms_level.value_or(lowest);
@@ -281,12 +280,12 @@ void read_spectra(const pugi::xml_node& list, Source& source) {
         if (wanted == every_ms_level || level == wanted)
             SpectrumReader(element, source).read(level);
         else
-            source.recording.notes.add("MS level " + std::to_string(wanted) + " is taken, others are passed over");
+            source.recording.notes.add("MS level ", wanted, " is taken, others are passed over");
     if (!source.recording.spectra.empty()) return;
     std::string reasons;
     for (const std::string& line : source.recording.notes.lines()) reasons += "; " + line;
-    source.place.fail("there is no profile spectrum" +
-                      (wanted == every_ms_level ? "" : " of MS level " + std::to_string(wanted)) + reasons);
+    source.place.fail("there is no profile spectrum",
+                      (wanted == every_ms_level ? "" : " of MS level " + std::to_string(wanted)), reasons);
 }
 
 }  // namespace
@@ -298,7 +297,7 @@ std::string recording_bytes(Files& files, const std::string& file) {
         if (files.status(file).is_folder) place.fail("this is a folder, not a file");
         files.read(file, bytes);
     } catch (const FileError& fault) {
-        place.fail(std::string("cannot be read: ") + fault.what());
+        place.fail("cannot be read: ", fault.what());
     }
     if (bytes.empty()) place.fail("the file is empty");
     return bytes.starts_with("\x1f\x8b") ? gunzipped(bytes, place) : bytes;
@@ -312,15 +311,13 @@ Recording parse_recording(std::string bytes, const std::string& file, const Reco
     Source source{.place = {file, {}}, .groups = {}, .options = options, .recording = {}};
     pugi::xml_document document;
     const auto parsed = document.load_buffer_inplace(bytes.data(), bytes.size());
-    if (!parsed)
-        source.place.fail("this is not XML: " + std::string(parsed.description()) + " at byte " +
-                          std::to_string(parsed.offset));
+    if (!parsed) source.place.fail("this is not XML: ", parsed.description(), " at byte ", parsed.offset);
     const auto root = document.document_element();
     const auto mzml = std::strcmp(root.name(), "indexedmzML") == 0 ? root.child("mzML") : root;
     if (std::strcmp(mzml.name(), "mzML") != 0)
-        source.place.fail("this is not mzML: its root element is [" + std::string(root.name()) + "]");
+        source.place.fail("this is not mzML: its root element is [", root.name(), "]");
     if (const auto second = root.next_sibling(); second.type() == pugi::node_element)
-        source.place.fail("a second root element [" + std::string(second.name()) + "] follows");
+        source.place.fail("a second root element [", second.name(), "] follows");
     source.recording.file = file;
     source.groups = ParameterGroups(mzml.child("referenceableParamGroupList"));
     read_instrument(mzml, source);

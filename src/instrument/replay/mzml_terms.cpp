@@ -9,7 +9,7 @@ namespace korvane::replay {
 std::size_t parse_count(const pugi::xml_attribute& attribute, const std::string& what, const RecordingPlace& place) {
     const std::string text = attribute.value();
     const bool digits = !text.empty() && text.size() <= 18 && text.find_first_not_of("0123456789") == std::string::npos;
-    if (!digits) place.fail(what + " [" + text + "] is not a count");
+    if (!digits) place.fail(what, " [", text, "] is not a count");
     return static_cast<std::size_t>(std::stoull(text));
 }
 
@@ -17,7 +17,7 @@ double parse_number(std::string_view text, const std::string& what, const Record
     double number = 0;
     const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (fault != std::errc() || end != text.data() + text.size() || !std::isfinite(number))
-        place.fail(what + " [" + std::string(text) + "] is not a number");
+        place.fail(what, " [", text, "] is not a number");
     return number;
 }
 
@@ -42,7 +42,7 @@ Parameters::Parameters(const pugi::xml_node& element, const ParameterGroups& gro
     for (const auto& reference : element.children("referenceableParamGroupRef")) {
         const std::string id = reference.attribute("ref").value();
         const auto* group = groups.find(id);
-        if (!group) place_.fail("there is no referenceableParamGroup [" + id + "]");
+        if (!group) place_.fail("there is no referenceableParamGroup [", id, "]");
         if (std::ranges::find(groups_, group) == groups_.end()) groups_.push_back(group);
         if (groups_.size() > 100) place_.fail("more than 100 groups of parameters in one element");
     }

@@ -16,8 +16,8 @@ PlayedSpectrum AxisKeeper::play(const RecordedSpectrum& spectrum) {
     last_.calibration = spectrum.calibration;
     total_samples_ += sample_count();
     if (total_samples_ > largest_recording_samples)
-        place.fail("with the samples that were left out the spectra have more than " +
-                   std::to_string(largest_recording_samples) + " samples");
+        place.fail("with the samples that were left out the spectra have more than ", largest_recording_samples,
+                   " samples");
     PlayedSpectrum played;
     played.polarity = spectrum.polarity;
     played.scan_start_minutes = spectrum.scan_start_minutes;
@@ -40,16 +40,15 @@ void AxisKeeper::set_axis(const RecordedSpectrum& spectrum, const RecordingPlace
     if (!use_stated(spectrum) && !use_last(spectrum)) {
         axis_ = fit_axis(spectrum.mz, {spectrum.first_flight_time_ns, spectrum.sampling_interval_ns}, place);
         if (!spectrum.sampling_interval_ns)
-            notes_.add("sampling interval not stated: taken as " + number_text(axis_.scale.interval_ns) + " ns");
+            notes_.add("sampling interval not stated: taken as ", axis_.scale.interval_ns, " ns");
         if (!axis_.positions.met())
-            notes_.add("no flight-time law meets the axis: by the nearest, samples lie up to " +
-                       number_text(std::round(1000 * axis_.positions.worst_deviation_steps) / 1000) + " of a step off");
+            notes_.add("no flight-time law meets the axis: by the nearest, samples lie up to ",
+                       std::round(1000 * axis_.positions.worst_deviation_steps) / 1000, " of a step off");
     }
     const auto samples = static_cast<std::int64_t>(spectrum.mz.size());
     const std::int64_t most = std::min(largest_spectrum_samples, most_samples_for_one * samples);
     if (sample_count() > most)
-        place.fail("m/z array: with the samples that were left out there are " + std::to_string(sample_count()) +
-                   ", more than " + std::to_string(most));
+        place.fail("m/z array: with the samples that were left out there are ", sample_count(), ", more than ", most);
     mass_data_ = full_masses(spectrum.mz);
 }
 
@@ -95,11 +94,7 @@ VariantArray<double> AxisKeeper::spread(const std::vector<double>& intensity) co
 }
 
 Playback prepare_playback(const Recording& recording) {
-    Playback playback;
-    playback.file = recording.file;
-    playback.notes = recording.notes;
-    playback.source_code = recording.source_code;
-    playback.setpoints = recording.setpoints;
+    Playback playback{recording, {}};
     AxisKeeper axis(recording.file, playback.notes);
     for (const RecordedSpectrum& spectrum : recording.spectra) playback.spectra.push_back(axis.play(spectrum));
     return playback;

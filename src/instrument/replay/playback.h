@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -26,12 +25,8 @@ struct PlayedSpectrum {
     PeakFinderOptions peak_finder;
 };
 
-struct Playback {
-    std::string file;
-    Notes notes;
-    std::int32_t source_code = 0;
-    std::map<std::string, double> setpoints;  ///< recorded values by internal name
-    std::vector<PlayedSpectrum> spectra;      ///< at least one
+struct Playback : RecordingHead {
+    std::vector<PlayedSpectrum> spectra;  ///< at least one
 };
 
 /// Puts one spectrum after the other on its flight-time axis. A calibration that a spectrum states is used where it

@@ -49,8 +49,7 @@ Recording parse_text_spectrum(std::string_view text, const std::string& file) {
         if (first == std::string_view::npos || line[first] == '#') continue;
         const auto sample = two_numbers(line);
         if (!sample && !is_first)
-            place.fail("line " + std::to_string(number) + " [" + std::string(line.substr(0, 60)) +
-                       "] is not the m/z and the counts of a sample");
+            place.fail("line ", number, " [", line.substr(0, 60), "] is not the m/z and the counts of a sample");
         is_first = false;
         if (!sample) continue;
         spectrum.mz.push_back(sample->first);
@@ -136,8 +135,8 @@ PeakListObject peaks_of(const RecordedSpectrum& spectrum, const RecordingPlace& 
     if (roots.size() < 2 || !(roots.front() < roots.back())) return finder->set_sampling_interval_ns(1), finder->run(0);
     const std::vector<std::int64_t> positions = replay::count_steps(roots, replay::most_samples_for_one);
     if (positions.back() >= replay::largest_spectrum_samples)
-        place.fail("m/z array: with the samples that were left out there are " + std::to_string(positions.back() + 1) +
-                   ", more than " + std::to_string(replay::largest_spectrum_samples));
+        place.fail("m/z array: with the samples that were left out there are ", positions.back() + 1, ", more than ",
+                   replay::largest_spectrum_samples);
     // Widths grow with the flight time, so that its beginning matters: where the straight line of the roots has its.
     const double interval_ns = spectrum.sampling_interval_ns.value_or(1);
     const double steps_before = roots.front() / (roots.back() - roots.front()) * static_cast<double>(positions.back());

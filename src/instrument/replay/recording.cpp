@@ -1,19 +1,8 @@
 #include "instrument/replay/recording.h"
 
-#include <algorithm>
 #include <cmath>
 
-#include "platform/automation_arithmetic.h"
-
 namespace korvane::replay {
-
-void Notes::add(const std::string& what) {
-    const auto known = std::ranges::find(counted_, what, &std::pair<std::string, int>::first);
-    if (known == counted_.end())
-        counted_.emplace_back(what, 1);
-    else
-        ++known->second;
-}
 
 std::vector<std::string> Notes::lines() const {
     std::vector<std::string> all;
@@ -35,14 +24,12 @@ void check_masses(const std::vector<double>& mz, const RecordingPlace& place) {
     double below = 0;
     for (std::size_t i = 0; i < mz.size(); below = mz[i++])
         if (!std::isfinite(mz[i]) || !(mz[i] > below))
-            place.fail("m/z [" + number_text(mz[i]) + "] of sample " + std::to_string(i) + " does not lie above [" +
-                       number_text(below) + "]");
+            place.fail("m/z [", mz[i], "] of sample ", i, " does not lie above [", below, "]");
 }
 
 void check_intensities(const std::vector<double>& intensity, const RecordingPlace& place) {
     for (std::size_t i = 0; i < intensity.size(); ++i)
-        if (!std::isfinite(intensity[i]))
-            place.fail("intensity of sample " + std::to_string(i) + " is not a finite number");
+        if (!std::isfinite(intensity[i])) place.fail("intensity of sample ", i, " is not a finite number");
 }
 
 }  // namespace korvane::replay

@@ -1,6 +1,7 @@
 // The content of a recording, as the file states it.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -11,6 +12,7 @@
 #include "korvane/embedded_parts.h"
 #include "korvane/error.h"
 #include "korvane/records.h"
+#include "platform/text.h"
 
 namespace korvane::replay {
 
@@ -20,10 +22,11 @@ struct RecordingPlace {
     std::string spectrum_id;  ///< empty for the file as a whole
 
     /// Raises error -904 from "RecordingReader": "recording [file], spectrum [id]: what".
-    [[noreturn]] void fail(const std::string& what) const {
+    template <class... Pieces>
+    [[noreturn]] void fail(const Pieces&... what) const {
         const std::string spectrum = spectrum_id.empty() ? "" : ", spectrum [" + spectrum_id + "]";
         throw Error(error_number::file_or_element, "RecordingReader",
-                    "recording [" + file + "]" + spectrum + ": " + what);
+                    text_of("recording [", file, "]", spectrum, ": ", what...));
     }
 };
 
@@ -51,7 +54,12 @@ struct RecordedSpectrum {
 /// What had to be found out or assumed, a line each, with the number of spectra that it holds for.
 class Notes {
 public:
-    void add(const std::string& what);
+    template <class... Pieces>
+    void add(const Pieces&... pieces) {
+        const std::string what = text_of(pieces...);
+        const auto known = std::ranges::find(counted_, what, &std::pair<std::string, int>::first);
+        known == counted_.end() ? void(counted_.emplace_back(what, 1)) : void(++known->second);
+    }
     /// "polarity not stated: taken as positive (3 spectra)".
     std::vector<std::string> lines() const;
 
@@ -59,12 +67,16 @@ private:
     std::vector<std::pair<std::string, int>> counted_;
 };
 
-struct Recording {
+/// What a recording states beside its spectra.
+struct RecordingHead {
     std::string file;
     Notes notes;
-    std::int32_t source_code = 0;                ///< as setpoint 117 has it
+    std::int32_t source_code = 0;             ///< as setpoint 117 has it
+    std::map<std::string, double> setpoints;  ///< by internal name; only recordings of our own state them
+};
+
+struct Recording : RecordingHead {
     std::optional<double> sampling_interval_ns;  ///< of the digitiser, where the file states its frequency
-    std::map<std::string, double> setpoints;     ///< by internal name; only recordings of our own state them
     std::vector<RecordedSpectrum> spectra;
 };
 

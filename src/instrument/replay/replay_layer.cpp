@@ -87,7 +87,7 @@ private:
             try {
                 setpoints_.command(known->index, value, true);
             } catch (const Error& error) {
-                RecordingPlace{playback_.file, {}}.fail("setpoint [" + name + "]: " + error.description());
+                RecordingPlace{playback_.file, {}}.fail("setpoint [", name, "]: ", error.description());
             }
         }
         setpoints_.preset(contract::setpoint.polarity, static_cast<std::int32_t>(first.polarity));
