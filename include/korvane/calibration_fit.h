@@ -40,12 +40,13 @@ struct CalibrationFit {
 };
 
 /// Weighted least squares of m = (A (t - t0))^2 + terms to the calibrants, by the standard errors of their flight
-/// times and of their masses: rounding to d decimals, the most that the masses have and at least four, has the standard
-/// deviation 10^-d / sqrt(12), which no number of spectra makes smaller. As many of the calibration's used terms as the calibrants carry are fitted, the others are 0: that number
-/// makes Akaike's criterion for small samples smallest, with chi-square over the residual variance of the largest model
-/// (Hurvich and Tsai, Biometrika 76 (1989) 297). Calibrants far off the law of the others are left out: a least median
-/// of squares over subsets (Rousseeuw and Leroy, Robust Regression and Outlier Detection, 1987, ch. 3) tells them at
-/// three robust standard deviations.
+/// times and of their masses: rounding to d decimals, the most that the masses have and at least four, has the
+/// standard deviation 10^-d / sqrt(12), which no number of spectra makes smaller. As many of the calibration's used
+/// terms as the calibrants carry are fitted, the others are 0: that number makes Akaike's criterion for small
+/// samples smallest, with chi-square over the residual variance of the largest model (Hurvich and Tsai, Biometrika
+/// 76 (1989) 297). Calibrants far off the law of the others are left out: a least median of squares over subsets
+/// (Rousseeuw and Leroy, Robust Regression and Outlier Detection, 1987, ch. 3) tells them at three robust standard
+/// deviations.
 /// Errors: -1 naming the number of calibrants with a peak where they are fewer than three, and where flight times are
 /// equal or no law meets three calibrants.
 KORVANE_API CalibrationFit fit_calibration(const std::vector<CalibrantTime>& measured,
