@@ -6,7 +6,9 @@
 #include "commands.h"
 #include "history.h"
 #include "korvane/peak_traces.h"
+#include "korvane/recording.h"
 #include "korvane/tune_params_xml.h"
+#include "korvane/watching.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -17,6 +19,7 @@ struct MeasureOptions {
     std::vector<double> masses;
     std::optional<double> window_percent;
     KeepOptions keeping;
+    std::optional<std::string> recording;
     bool check = false;
 };
 
@@ -93,7 +96,11 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     session.begin_run();
     RunRecord run(session, options.keeping, "measure");
     TuneGlobals globals(session.platform());
-    PeakTraces traces(session.platform());
+    AcquiredSpectrum last;
+    PeakTraces traces(options.recording ? watched(
+                                              session.platform(), [](bool) {},
+                                              [&](const AcquiredSpectrum& spectrum) { last = spectrum; })
+                                        : session.platform());
     SpectrumParser parser(options.keeping.keep ? traces.platform() : session.platform());
     clsTuneParamsXML params(session.platform());
     const double minimum_height = params.GetAutotuneLimitValue("RampParams", "MinimumAcceptableAbundance");
@@ -105,6 +112,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     const std::vector<double> masses = chosen_masses(session, globals, options.masses);
     const auto rows =
         measure_calibrants(parser, globals, VariantArray<double>(masses), options.window_percent.value_or(-1.0));
+    const AcquiredSpectrum measured = std::exchange(last, {});
     if (!options.masses.empty()) require_masses_on_axis(parser, rows);
     TuneRecord found;
     judge(found, rows, limits);
@@ -122,6 +130,10 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     const Json record = run.keep(parser, [&](TuneRecord& kept) {
         judge(kept, rows, limits);
         traces.give_to(kept.calibrants);
+        if (!options.recording) return;
+        const auto file = std::filesystem::absolute(path_of(*options.recording));
+        record_spectrum(session.platform(), file, measured);
+        kept.recording = utf8_of(file);
     });
     session.show(Json{{"source", source},
                       {"polarity", polarity},
@@ -229,6 +241,8 @@ void declare_measure(CLI::App& command, Session& session) {
                "half width of the search window, percent of the flight time (PeakHandling/PeakFindWindowInPercentT)",
                {.above = 0, .below = 100});
     add_keep(command, options.keeping);
+    add_name(command, "--recording", options.recording, "keep the spectrum too, as mzML, named in the record", "FILE")
+        ->needs("--keep");
 }
 
 void declare_peak(CLI::App& command, Session& session) {

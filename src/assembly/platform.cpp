@@ -105,4 +105,8 @@ void record_spectra(const Platform& platform, const fs::path& file, std::int32_t
     record_spectra(*platform.instrument, utf8_from_path(file), count, *platform.files, *platform.clock, progress);
 }
 
+void record_spectrum(const Platform& platform, const fs::path& file, const AcquiredSpectrum& spectrum) {
+    record_spectra(*platform.instrument, utf8_from_path(file), 1, *platform.files, *platform.clock, {}, &spectrum);
+}
+
 }  // namespace korvane

@@ -239,7 +239,8 @@ public:
         if (globals_->control() == nullptr) raise_runtime_fault(error_number::object_not_set, "instrument control");
     }
 
-    void record(int count, Clock& clock, const RecordingProgress& progress, OutputFile& file) {
+    void record(int count, Clock& clock, const RecordingProgress& progress, const AcquiredSpectrum* taken,
+                OutputFile& file) {
         MzmlWriter writer({globals_->hardware().model(), globals_->source_type(), interval_ns(), setpoints(),
                            date_and_time(clock.now())},
                           count, file);
@@ -248,7 +249,7 @@ public:
         AxisKeeper axis(path_, ignored);
         for (int i = 0; i < count; ++i) {
             if (progress) progress(i);
-            const RecordedSpectrum spectrum = recorded(next_spectrum());
+            const RecordedSpectrum spectrum = recorded(taken ? *taken : next_spectrum());
             axis.play(spectrum);
             writer.add(spectrum);
         }
@@ -360,11 +361,11 @@ private:
 }  // namespace replay
 
 void record_spectra(InstrumentLayer& instrument, const std::string& path, int count, Files& files, Clock& clock,
-                    const RecordingProgress& progress) {
+                    const RecordingProgress& progress, const AcquiredSpectrum* taken) {
     if (count < 1) raise_runtime_fault(error_number::invalid_call, "count " + std::to_string(count));
     replay::Recorder recorder(instrument, path);
     try {
-        safe_save(files, path, [&](OutputFile& file) { recorder.record(count, clock, progress, file); });
+        safe_save(files, path, [&](OutputFile& file) { recorder.record(count, clock, progress, taken, file); });
     } catch (const FileError& fault) {
         throw Error(error_number::file_or_element, "RecordingWriter",
                     "recording [" + path + "]: cannot be written: " + fault.what());
