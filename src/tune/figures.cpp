@@ -74,7 +74,7 @@ std::string window_strip(const PeakTrace& trace, const Range& window_ns, const R
     strip.shade(shown_ns.low, shown_ns.high, "shade");
     strip.line(all, "thin");
     for (const double edge : {window_ns.low, window_ns.high}) strip.upright(edge, "dashed soft");
-    strip.legend("search window", "dashed soft", {}, true);
+    strip.legend("search window", "dashed soft");
     return strip.content();
 }
 
@@ -93,9 +93,8 @@ void add_peak_panels(const RecordedCalibrant& calibrant, const PeakTrace& trace,
     main.line(curve, "red");
     draw_samples(main, samples);
     main.legend("samples", "blue", Marker::dot);
-    main.legend(trace.fit_is_told ? "fit of the peak finder" : "Gaussian of centroid, height and width", "red", {},
-                true);
-    main.legend("expected", "dotted green", {}, true);
+    main.legend(trace.fit_is_told ? "fit of the peak finder" : "Gaussian of centroid, height and width", "red");
+    main.legend("expected", "dotted green");
     content += main.content();
 
     std::vector<Point> residuals;
@@ -146,8 +145,12 @@ std::string error_panel(const Panel::Place& place, const Range& masses, const ch
         panel.markers(series.points, series.marker, series.style);
         panel.legend(series.name, series.style, series.marker);
     }
-    if (limits) panel.legend("limit", "dashed soft", {}, true);
+    if (limits) panel.legend("limit", "dashed soft");
     return panel.content();
+}
+
+Figure begun(std::string title, std::string summary, Row titles, double height) {
+    return {std::move(title), {}, std::move(summary), {std::move(titles)}, picture_width, height};
 }
 
 Figure finished(Figure figure, const std::string& description, const std::string& content) {
@@ -159,12 +162,8 @@ Figure finished(Figure figure, const std::string& description, const std::string
 
 Figure peak_figure(const RecordedCalibrant& calibrant) {
     const MeasuredCalibrant& measured = calibrant.measured;
-    Figure figure{fmt::format("m/z {:.4f}: {}", measured.mass, calibrant.verdict.text),
-                  {},
-                  "samples",
-                  {{"time ns", "counts", "fit", "residual"}},
-                  picture_width,
-                  376};
+    Figure figure = begun(fmt::format("m/z {:.4f}: {}", measured.mass, calibrant.verdict.text), "samples",
+                          {"time ns", "counts", "fit", "residual"}, 376);
     std::string content;
     if (calibrant.trace && !calibrant.trace->counts.empty()) {
         const PeakTrace& trace = *calibrant.trace;
@@ -239,13 +238,9 @@ Figure mass_error_figure(const TuneRecord& record) {
 }
 
 Figure search_figure(const RecordedSearch& search) {
-    Figure figure{
+    Figure figure = begun(
         fmt::format("{} for {:.0f} counts at m/z {:.4f}: {}", search.setpoint, search.target, search.mz, search.end),
-        {},
-        "probes",
-        {{"probe", search.setpoint, "abundance", "standard error", "transients"}},
-        picture_width,
-        290};
+        "probes", {"probe", search.setpoint, "abundance", "standard error", "transients"}, 290);
     std::vector<Point> probes;
     std::vector<double> values{search.before, search.after};
     for (const SecantProbe& probe : search.probes) {
@@ -267,9 +262,9 @@ Figure search_figure(const RecordedSearch& search) {
     panel.markers(probes, Marker::dot, "blue");
     for (std::size_t i = 0; i < probes.size(); ++i) panel.label(probes[i], fmt::format("{}", i + 1));
     panel.legend("probes", "blue", Marker::dot);
-    panel.legend("target", "dashed green", {}, true);
-    panel.legend("before", "dotted soft", {}, true);
-    panel.legend("after", "red", {}, true);
+    panel.legend("target", "dashed green");
+    panel.legend("before", "dotted soft");
+    panel.legend("after", "red");
     return finished(std::move(figure),
                     fmt::format("Abundance by the value of {}, one point a probe, numbered in their order; it was {:g} "
                                 "and is {:g} now. The search ended: {}.",
@@ -278,7 +273,7 @@ Figure search_figure(const RecordedSearch& search) {
 }
 
 Figure trend_figure(const TrendChart& chart) {
-    Figure figure{chart.title, {}, "runs", {{"run", chart.unit, "centre", "low", "high", "alarm"}}, picture_width, 260};
+    Figure figure = begun(chart.title, "runs", {"run", chart.unit, "centre", "low", "high", "alarm"}, 260);
     std::vector<Point> values, alarms;
     std::array<std::vector<Point>, 3> limits;  // centre, low, high
     std::vector<double> all;
@@ -307,7 +302,7 @@ Figure trend_figure(const TrendChart& chart) {
     panel.markers(alarms, Marker::triangle, "red");
     panel.legend("in control", "blue", Marker::dot);
     panel.legend("alarm", "red", Marker::triangle);
-    panel.legend("limits", "dashed soft", {}, true);
+    panel.legend("limits", "dashed soft");
     return finished(std::move(figure),
                     fmt::format("{} over {} runs with the limits of a control chart; {} of them raise an alarm.",
                                 chart.title, chart.points.size(), alarms.size()),

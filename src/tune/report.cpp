@@ -166,17 +166,13 @@ std::string report_html(const TuneRecord& record, std::span<const TrendChart> tr
     const std::string json = nlohmann::ordered_json::parse(tune_record_json(record)).dump(-1, ' ', true);
     std::string data;  // an element of the page may not hold the beginning of another
     for (const char character : json) character == '<' ? data += "\\u003c" : data += character;
-    const bool is_good = record.verdict == "ok";
     const std::string verdict = record.verdict.empty() ? "not judged" : record.verdict;
+    const auto [style, sign] = record.verdict.empty()   ? std::pair{"", ""}
+                               : record.verdict == "ok" ? std::pair{"good", "✓ "}
+                                                        : std::pair{"bad", "✗ "};
     return filled("report.html", fmt::arg("title", escaped(record.kind + " " + record.time)),
                   fmt::arg("style", report_file("style.css")), fmt::arg("style_hash", report_file("style.css.sha256")),
-                  fmt::arg("verdict_style", is_good                  ? "good"
-                                            : record.verdict.empty() ? ""
-                                                                     : "bad"),
-                  fmt::arg("verdict", (is_good                  ? "✓ "
-                                       : record.verdict.empty() ? ""
-                                                                : "✗ ") +
-                                          escaped(verdict)),
+                  fmt::arg("verdict_style", style), fmt::arg("verdict", sign + escaped(verdict)),
                   fmt::arg("facts", facts(record)), fmt::arg("sections", sections), fmt::arg("json", data));
 }
 

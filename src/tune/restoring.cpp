@@ -1,7 +1,7 @@
 #include "korvane/restoring.h"
 
 #include <algorithm>
-#include <cmath>
+#include <array>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -17,12 +17,9 @@ SetpointValue of_the_type(const SetpointValue& example, double number) {
     return std::visit([&](auto typed) -> SetpointValue { return static_cast<decltype(typed)>(number); }, example);
 }
 
-/// One place that can be moved.
-struct Place {
-    enum class Kind { setpoint, firmware, calibration } kind;
-    std::int32_t index, time_segment, scan_segment;
-    friend bool operator==(const Place&, const Place&) = default;
-};
+enum Kind : std::int32_t { setpoint_kind, firmware_kind, calibration_kind };
+/// What can be moved: its kind, its index or polarity, its time and scan segment.
+using Place = std::array<std::int32_t, 4>;
 
 struct Move {
     Place place;
@@ -87,7 +84,7 @@ private:
             const auto put = [=](double number) {
                 table().write(index, time_segment, scan_segment, of_the_type(value, number));
             };
-            journal->write({{Place::Kind::setpoint, index, time_segment, scan_segment}, name, 0, {}, read, put},
+            journal->write({{setpoint_kind, index, time_segment, scan_segment}, name, 0, {}, read, put},
                            [&] { ForwardingSetpointTable::write(index, time_segment, scan_segment, value); });
         }
     };
@@ -101,7 +98,7 @@ private:
                 held->firmware().write(channel, static_cast<float>(number));
             };
             std::int32_t status = 0;
-            journal->write({{Place::Kind::firmware, channel, 0, 0}, name, 0, {}, read, put},
+            journal->write({{firmware_kind, channel, 0, 0}, name, 0, {}, read, put},
                            [&] { status = ForwardingFirmwareChannels::write(channel, value); });
             return status;
         }
@@ -120,9 +117,8 @@ private:
             const auto put = [held = globals, polarity, before = present()->clone()](double) {
                 held->calibrations().store(polarity, *before);
             };
-            journal->write(
-                {{Place::Kind::calibration, polarity, 0, 0}, "calibration (m/z at 70000 ns)", 0, {}, read, put},
-                [&] { ForwardingCalibrationStore::store(polarity, calibration); });
+            journal->write({{calibration_kind, polarity, 0, 0}, "calibration (m/z at 70000 ns)", 0, {}, read, put},
+                           [&] { ForwardingCalibrationStore::store(polarity, calibration); });
         }
     };
 
@@ -162,9 +158,8 @@ const Platform& Restoring::platform() const {
 
 void Restoring::keep(std::int32_t setpoint) {
     const std::lock_guard lock(journal_->mutex);
-    std::erase_if(journal_->moves, [&](const Move& move) {
-        return move.place.kind == Place::Kind::setpoint && move.place.index == setpoint;
-    });
+    std::erase_if(journal_->moves,
+                  [&](const Move& move) { return move.place[0] == setpoint_kind && move.place[1] == setpoint; });
 }
 
 void Restoring::keep_everything() {

@@ -236,13 +236,13 @@ void Panel::label(const Point& point, std::string_view text) {
             escaped(text));
 }
 
-void Panel::legend(std::string_view text, std::string_view style, Marker marker, bool line) {
+void Panel::legend(std::string_view text, std::string_view style, std::optional<Marker> marker) {
     const double y = place_.top - text_height;
-    if (line)
-        add(content_, "<path class=\"line {}\" d=\"M{} {}h16\"/>", style, place_text(legend_at_), place_text(y));
+    if (marker)
+        add(content_, "<path class=\"{} {}\" d=\"{}\"/>", marker_style(*marker), style,
+            marker_path(*marker, legend_at_ + 8, y));
     else
-        add(content_, "<path class=\"{} {}\" d=\"{}\"/>", marker_style(marker), style,
-            marker_path(marker, legend_at_ + 8, y));
+        add(content_, "<path class=\"line {}\" d=\"M{} {}h16\"/>", style, place_text(legend_at_), place_text(y));
     add(content_, "<text x=\"{}\" y=\"{}\">{}</text>", place_text(legend_at_ + 21), place_text(y + 4), escaped(text));
     legend_at_ += 21 + character_width * static_cast<double>(text.size()) + 14;
 }

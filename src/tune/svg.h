@@ -2,6 +2,7 @@
 // data/report/style.css.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -67,8 +68,8 @@ public:
     void shade(double from_x, double to_x, std::string_view style);
     /// Beside a point.
     void label(const Point& point, std::string_view text);
-    /// One entry of the row above the panel: a marker, or a line where `line` is set, and its text.
-    void legend(std::string_view text, std::string_view style, Marker marker, bool line = false);
+    /// One entry of the row above the panel: a marker, or a line without one, and its text.
+    void legend(std::string_view text, std::string_view style, std::optional<Marker> marker = {});
 
     const std::string& content() const { return content_; }
 
