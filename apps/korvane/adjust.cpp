@@ -8,7 +8,7 @@
 #include "korvane/calibrants.h"
 #include "korvane/secant_search.h"
 #include "search_mark.h"
-#include "setpoint_description.h"
+#include "setpoints.h"
 #include "text_table.h"
 
 namespace korvane::program {
@@ -210,10 +210,11 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
         session.talk(fmt::format("nothing written; --apply would set {} ({}) from {:.6g} to {:.6g}",
                                  setpoint.internal_name, setpoint.index, setpoint.value, search.value));
     const auto fill = [&](TuneRecord& kept) {
+        kept.log = parser.tune_log_path();
         kept.searches.push_back({setpoint.internal_name, *options.mz, *options.target, setpoint.value, search.value,
                                  name_of(search.end), search.readings});
     };
-    show_search(session, setpoint, options, search, reached, applies, applies ? run.keep(parser, fill) : Json());
+    show_search(session, setpoint, options, search, reached, applies, applies ? run.keep(fill) : Json());
     if (is_reached(search.end)) return log_and_end(session, parser);
     session.fault = Error(error_number::routine_detected, "", name_of(search.end));
     return ExitCode::check_failed;

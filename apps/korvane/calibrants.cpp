@@ -25,10 +25,6 @@ void require_mass_in_range(TuneGlobals& globals, double mass) {
                                      globals.GetMaxMassForCurrentMassRange()));
 }
 
-std::string current_mass_list_source(Session& session, TuneGlobals& globals) {
-    return globals.GetMassListTypeFromSourceTypeString(session.instrument().source_type());
-}
-
 std::string written_log(const SpectrumParser& parser) {
     const std::string path = parser.tune_log_path();
     return path.empty() ? "not written" : path;

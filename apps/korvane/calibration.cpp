@@ -165,11 +165,11 @@ ExitCode fit(Session& session, const FitOptions& options) {
         coefficients.add({name, fmt::format("{:.12g}", old.*member), fmt::format("{:.12g}", fitted.*member)});
     }
     const TextTable residuals = residual_table(fit);
-    const Json record = applies ? run.keep(parser,
-                                           [&](TuneRecord& kept) {
-                                               kept.residuals = fit.calibrants;
-                                               kept.verdict = fit.is_better() ? "better" : "not better, forced";
-                                           })
+    const Json record = applies ? run.keep([&](TuneRecord& kept) {
+        kept.log = parser.tune_log_path();
+        kept.residuals = fit.calibrants;
+        kept.verdict = fit.is_better() ? "better" : "not better, forced";
+    })
                                 : Json();
     session.show(Json{{"polarity", globals.GetPolarityStr()},
                       {"spectra", options.spectra},

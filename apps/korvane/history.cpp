@@ -5,7 +5,6 @@
 #include <cmath>
 
 #include "commands.h"
-#include "korvane/spectrum_parser.h"
 #include "korvane/system.h"
 #include "text_table.h"
 
@@ -216,11 +215,6 @@ ExitCode export_history(Session& session, const ExportFiles& files) {
 
 }  // namespace
 
-void add_keep(CLI::App& command, KeepOptions& options) {
-    CLI::Option* keep = command.add_flag("--keep", options.keep, "keep a record in the history (korvane history)");
-    command.add_option("--note", options.note, "what to remember beside the record")->type_name("TEXT")->needs(keep);
-}
-
 TuneHistory open_history(Session& session, bool make) {
     const std::string name = history_name(session);
     const bool is_file = name.find("://") == std::string::npos;
@@ -253,13 +247,6 @@ RunRecord::RunRecord(Session& session, const KeepOptions& options, const char* k
     record_->instrument = session.instrument_name();
     if (record_->instrument == "simulated") record_->seed = session.options.seed;
     if (session.options.replay) record_->recording = *session.options.replay;
-}
-
-Json RunRecord::keep(const SpectrumParser& parser, const std::function<void(TuneRecord&)>& fill) {
-    return keep([&](TuneRecord& record) {
-        record.log = parser.tune_log_path();
-        fill(record);
-    });
 }
 
 Json RunRecord::keep(const std::function<void(TuneRecord&)>& fill) {

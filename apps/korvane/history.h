@@ -8,18 +8,12 @@
 #include "korvane/report.h"
 #include "session.h"
 
-namespace korvane {
-class SpectrumParser;
-}
-
 namespace korvane::program {
 
 struct KeepOptions {
     bool keep = false;
     std::string note;
 };
-/// --keep, and --note for the record's note.
-void add_keep(CLI::App& command, KeepOptions& options);
 
 /// The history that the command line or KORVANE_HISTORY names, else that of the base folder. Errors as `TuneHistory`;
 /// where `make` is false there must be one.
@@ -40,8 +34,6 @@ public:
     RunRecord(Session& session, const KeepOptions& options, const char* kind);
     /// Reads the instrument again, lets the command fill in what it found, and keeps the record. Returns its id for the
     /// result, null where there is none. What fails becomes the session's fault, so that the result is not lost.
-    Json keep(const SpectrumParser& parser, const std::function<void(TuneRecord&)>& fill);
-    /// The same of what may have been filled in before.
     Json keep(const std::function<void(TuneRecord&)>& fill = {});
     /// The record, where one is asked for.
     TuneRecord& record() { return *record_; }

@@ -127,7 +127,8 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
         peaks.push_back(row_json(calibrant, minimum_height));
         table.add(row_cells(calibrant, minimum_height));
     }
-    const Json record = run.keep(parser, [&](TuneRecord& kept) {
+    const Json record = run.keep([&](TuneRecord& kept) {
+        kept.log = parser.tune_log_path();
         judge(kept, rows, limits);
         traces.give_to(kept.calibrants);
         if (!options.recording) return;
@@ -240,9 +241,13 @@ void declare_measure(CLI::App& command, Session& session) {
     add_number(command, "--window", options.window_percent,
                "half width of the search window, percent of the flight time (PeakHandling/PeakFindWindowInPercentT)",
                {.above = 0, .below = 100});
-    add_keep(command, options.keeping);
+    CLI::Option* keep =
+        command.add_flag("--keep", options.keeping.keep, "keep a record in the history (korvane history)");
+    command.add_option("--note", options.keeping.note, "what to remember beside the record")
+        ->type_name("TEXT")
+        ->needs(keep);
     add_name(command, "--recording", options.recording, "keep the spectrum too, as mzML, named in the record", "FILE")
-        ->needs("--keep");
+        ->needs(keep);
 }
 
 void declare_peak(CLI::App& command, Session& session) {

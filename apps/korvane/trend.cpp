@@ -22,16 +22,12 @@ struct TrendChoice {
     std::vector<std::string> rules{"ewma", "3sigma"};
 };
 
-bool is_logarithm(const ControlChart& chart) {
-    return is_logarithmic(chart.metric);
-}
-
 /// A value or, for what calibrants share, a deviation, in the metric's own unit or percent.
 std::string value_text(const ControlChart& chart, double value) {
-    if (is_logarithm(chart) && !chart.mz) return fmt::format("{:+.1f} %", 100 * std::expm1(value));
+    if (is_logarithmic(chart.metric) && !chart.mz) return fmt::format("{:+.1f} %", 100 * std::expm1(value));
     if (chart.metric == "mass_error") return fmt::format("{:+.2f} ppm", value);
     if (chart.metric == "misfit") return fmt::format("{:.2f}", std::exp(value));
-    return fmt::format("{:.0f}", is_logarithm(chart) ? std::exp(value) : value);
+    return fmt::format("{:.0f}", is_logarithmic(chart.metric) ? std::exp(value) : value);
 }
 
 std::string chart_name(const ControlChart& chart) {
@@ -109,7 +105,7 @@ Json chart_json(const RuledChart& ruled_chart) {
     }
     return Json{{"metric", chart.metric},
                 {"mz", or_null(chart.mz)},
-                {"logarithm", is_logarithm(chart)},
+                {"logarithm", is_logarithmic(chart.metric)},
                 {"guide", chart.guide.size},
                 {"centre", chart.guide.size > 0 ? Json(chart.guide.centre) : Json()},
                 {"sigma", chart.guide.size > 0 ? Json(chart.guide.sigma) : Json()},
@@ -141,7 +137,7 @@ TextTable chart_table(const std::vector<RuledChart>& charts, bool all) {
         }
         const double sigma = chart.guide.sigma;
         table.add({chart_name(chart), last, value_text(chart, chart.guide.centre),
-                   is_logarithm(chart) ? fmt::format("{:.1f} %", 100 * sigma) : fmt::format("{:.3g}", sigma),
+                   is_logarithmic(chart.metric) ? fmt::format("{:.1f} %", 100 * sigma) : fmt::format("{:.3g}", sigma),
                    fmt::format("{:+.1f}", (chart.values.back() - chart.guide.centre) / sigma),
                    fmt::format("{:+.1f}", chart.average.back()), past, out_of_control ? "OUT OF CONTROL" : "ok"});
     }
@@ -198,9 +194,9 @@ ExitCode trend(Session& session, const TrendChoice& options) {
 
 TrendChart trend_chart(const ControlChart& chart) {
     const RuledChart marked = ruled(chart, TrendChoice().rules);
-    const bool has_limits = chart.guide.size > 0, is_percent = is_logarithm(chart) && !chart.mz;
+    const bool has_limits = chart.guide.size > 0, is_percent = is_logarithmic(chart.metric) && !chart.mz;
     const auto shown = [&](double value) {
-        return is_percent ? 100 * std::expm1(value) : is_logarithm(chart) ? std::exp(value) : value;
+        return is_percent ? 100 * std::expm1(value) : is_logarithmic(chart.metric) ? std::exp(value) : value;
     };
     const auto limit = [&](double sigmas) {
         return has_limits ? shown(chart.guide.centre + sigmas * chart.guide.sigma) : std::nan("");
