@@ -1,26 +1,23 @@
 #ifndef _WIN32
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <system_error>
 #include <utility>
 
 #include "platform/files.h"
 #include "platform/text.h"
-#ifdef __linux__
-#include <sys/xattr.h>
-#endif
 
 namespace korvane {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -34,29 +31,15 @@ bool has_folder(const std::string& path) {
 }
 
 FileErrorKind kind_of(int code, const std::string& path) {
-    switch (code) {
-        case ENOENT:
-            return has_folder(path) ? FileErrorKind::not_found : FileErrorKind::folder_not_found;
-        case ENOTDIR:
-            return FileErrorKind::folder_not_found;
-        case EACCES:
-        case EPERM:
-        case EROFS:
-            return FileErrorKind::access_denied;
-        case EBUSY:
-        case ETXTBSY:
-        case EAGAIN:
-            return FileErrorKind::sharing_violation;
-        case ENOSPC:
-        case EDQUOT:
-        case EFBIG:  // the process's own limit
-            return FileErrorKind::no_space;
-        case EIO:
-        case ENXIO:
-            return FileErrorKind::input_output;
-        default:
-            return FileErrorKind::other;
-    }
+    using enum FileErrorKind;
+    static constexpr std::pair<int, FileErrorKind> kinds[] = {
+        {ENOTDIR, folder_not_found}, {EACCES, access_denied},    {EPERM, access_denied},
+        {EROFS, access_denied},      {EBUSY, sharing_violation}, {ETXTBSY, sharing_violation},
+        {EAGAIN, sharing_violation}, {ENOSPC, no_space},         {EDQUOT, no_space},
+        {EFBIG, no_space},           {EIO, input_output},        {ENXIO, input_output}};
+    if (code == ENOENT) return has_folder(path) ? not_found : folder_not_found;
+    const auto* const known = std::ranges::find(kinds, code, &std::pair<int, FileErrorKind>::first);
+    return known == std::end(kinds) ? other : known->second;
 }
 
 [[noreturn]] void fail(const char* operation, const std::string& path, int code, const std::string& advice = {}) {
@@ -172,21 +155,15 @@ bool stat_if_there(const char* operation, const std::string& path, struct stat& 
 
 /// Names of the extended attributes, each with its null; none where the file system has no such thing.
 std::string attribute_names(const std::string& path) {
-#ifdef __linux__
     // The system takes memory for the list before it looks: it is asked first whether there is any.
     if (::listxattr(path.c_str(), nullptr, 0) <= 0) return {};
     std::string names(longest_attribute, '\0');
     const ssize_t length = ::listxattr(path.c_str(), names.data(), names.size());
     return names.substr(0, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-#else
-    (void)path;
-    return {};
-#endif
 }
 
 /// As far as the system lets this user give them.
 void copy_attributes(const std::string& names, const std::string& from, int to) {
-#ifdef __linux__
     if (names.empty()) return;
     std::string value(longest_attribute, '\0');
     for (std::size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
@@ -194,11 +171,6 @@ void copy_attributes(const std::string& names, const std::string& from, int to) 
         const ssize_t size = ::getxattr(from.c_str(), name, value.data(), value.size());
         if (size >= 0 && ::fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0) != 0) continue;
     }
-#else
-    (void)names;
-    (void)from;
-    (void)to;
-#endif
 }
 
 /// Nobody else may read a new file before it has all the rights of the old one. Where the old one grants its group what
@@ -224,17 +196,6 @@ void take_after(const std::string& like, const struct stat& like_status, const s
     }
     if (!same_mode && ::fchmod(made.number(), like_status.st_mode & 0777) != 0) fail("make", path, errno);
     copy_attributes(attributes, like, made.number());
-}
-
-/// Where the link `path` points; nothing for what is no link.
-std::string link_target(const std::string& path) {
-    std::array<char, PATH_MAX> target;
-    const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
-    if (length <= 0) return {};
-    const std::string text(target.data(), static_cast<std::size_t>(length));
-    if (text.front() == '/') return text;
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? text : path.substr(0, slash + 1) + text;
 }
 
 /// The name goes with the lock; who waits for the old one has to look again.
@@ -353,31 +314,25 @@ public:
     }
 
     std::vector<std::string> list(const std::string& folder) override {
-        DIR* const opened = ::opendir(folder.empty() ? "." : folder.c_str());
-        if (opened == nullptr) fail("list the folder", folder, errno);
-        const std::unique_ptr<DIR, int (*)(DIR*)> guard(opened, ::closedir);
+        std::error_code code;
         std::vector<std::string> names;
-        for (;;) {
-            errno = 0;
-            const dirent* const entry = ::readdir(opened);
-            if (entry == nullptr) break;
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") names.push_back(name);
-        }
-        if (errno != 0) fail("list the folder", folder, errno);
+        for (fs::directory_iterator entry(folder.empty() ? "." : folder, code), end; !code && entry != end;
+             entry.increment(code))
+            names.push_back(entry->path().filename().string());
+        if (code) fail("list the folder", folder, code.value());
         return names;
     }
 
     std::string resolve(const std::string& path) override {
         constexpr int most_links = 40;
-        std::string current = path;
+        fs::path current = path;
         for (int followed = 0; followed <= most_links; ++followed) {
-            std::string next = link_target(current);
-            if (next.empty()) {
-                if (errno != EINVAL && errno != ENOENT) fail("resolve", path, errno);
-                return current;
-            }
-            current = std::move(next);
+            std::error_code code;
+            const fs::path target = fs::read_symlink(current, code);
+            if (code == std::errc::invalid_argument || code == std::errc::no_such_file_or_directory)
+                return current.string();
+            if (code) fail("resolve", path, code.value());
+            current = current.parent_path() / target;
         }
         fail("resolve", path, ELOOP);
     }

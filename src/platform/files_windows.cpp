@@ -23,34 +23,28 @@ bool may_be_held(DWORD code) {
 constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 FileErrorKind kind_of(DWORD code) {
-    switch (code) {
-        case ERROR_FILE_NOT_FOUND:
-        case ERROR_INVALID_NAME:  // what no file can be called
-            return FileErrorKind::not_found;
-        case ERROR_PATH_NOT_FOUND:
-        case ERROR_BAD_NETPATH:
-        case ERROR_INVALID_DRIVE:
-        case ERROR_DIRECTORY:  // a file where a folder should be
-            return FileErrorKind::folder_not_found;
-        case ERROR_ACCESS_DENIED:
-        case ERROR_WRITE_PROTECT:
-            return FileErrorKind::access_denied;
-        case ERROR_SHARING_VIOLATION:
-        case ERROR_LOCK_VIOLATION:
-        case ERROR_USER_MAPPED_FILE:
-            return FileErrorKind::sharing_violation;
-        case ERROR_DISK_FULL:
-        case ERROR_HANDLE_DISK_FULL:
-            return FileErrorKind::no_space;
-        case ERROR_CRC:
-        case ERROR_IO_DEVICE:
-        case ERROR_NOT_READY:
-        case ERROR_WRITE_FAULT:
-        case ERROR_READ_FAULT:
-            return FileErrorKind::input_output;
-        default:
-            return FileErrorKind::other;
-    }
+    using enum FileErrorKind;
+    static constexpr std::pair<DWORD, FileErrorKind> kinds[] = {
+        {ERROR_FILE_NOT_FOUND, not_found},
+        {ERROR_INVALID_NAME, not_found},  // what no file can be called
+        {ERROR_PATH_NOT_FOUND, folder_not_found},
+        {ERROR_BAD_NETPATH, folder_not_found},
+        {ERROR_INVALID_DRIVE, folder_not_found},
+        {ERROR_DIRECTORY, folder_not_found},  // a file where a folder should be
+        {ERROR_ACCESS_DENIED, access_denied},
+        {ERROR_WRITE_PROTECT, access_denied},
+        {ERROR_SHARING_VIOLATION, sharing_violation},
+        {ERROR_LOCK_VIOLATION, sharing_violation},
+        {ERROR_USER_MAPPED_FILE, sharing_violation},
+        {ERROR_DISK_FULL, no_space},
+        {ERROR_HANDLE_DISK_FULL, no_space},
+        {ERROR_CRC, input_output},
+        {ERROR_IO_DEVICE, input_output},
+        {ERROR_NOT_READY, input_output},
+        {ERROR_WRITE_FAULT, input_output},
+        {ERROR_READ_FAULT, input_output}};
+    const auto* const known = std::ranges::find(kinds, code, &std::pair<DWORD, FileErrorKind>::first);
+    return known == std::end(kinds) ? other : known->second;
 }
 
 std::string system_message(DWORD code) {
