@@ -34,12 +34,15 @@ public:
     /// converting once.
     virtual void convert(const MassTimeCalibration& calibration, std::int32_t mode) = 0;
     /// Stated standard errors of a peak, in the units of the list; nothing from a finder that states none.
-    virtual std::optional<PeakUncertainty> uncertainty(std::int32_t index) const;
+    virtual std::optional<PeakUncertainty> uncertainty(std::int32_t /*index*/) const { return std::nullopt; }
     /// What is known about a peak besides; nothing from a finder that tells nothing.
-    virtual std::optional<PeakQuality> quality(std::int32_t index) const;
+    virtual std::optional<PeakQuality> quality(std::int32_t /*index*/) const { return std::nullopt; }
     /// Counts that all peaks of the list make together as they were fitted, with the baseline, at `count` flight times
     /// from `start_ns` on; no elements from a finder that does not tell, or without a peak.
-    virtual std::vector<double> fitted_counts(double start_ns, double interval_ns, std::size_t count) const;
+    virtual std::vector<double> fitted_counts(double /*start_ns*/, double /*interval_ns*/,
+                                              std::size_t /*count*/) const {
+        return {};
+    }
 };
 
 using PeakListObject = std::shared_ptr<PeakList>;

@@ -6,7 +6,7 @@
 #include "frame/located_number.h"
 #include "globals/stopwatch.h"
 #include "globals/tune_globals_state.h"
-#include "platform/rounding.h"
+#include "platform/automation_arithmetic.h"
 
 namespace korvane {
 

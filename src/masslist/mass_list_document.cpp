@@ -6,7 +6,7 @@
 
 #include "korvane/error.h"
 #include "platform/text.h"
-#include "platform/xml_encoding.h"
+#include "platform/xml_source.h"
 
 namespace korvane {
 

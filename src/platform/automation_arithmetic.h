@@ -1,6 +1,8 @@
 // Numbers, texts and dates by the rules of automation: halves to even, overflow is an error, shortest texts.
 #pragma once
 
+#include <cfenv>
+#include <cmath>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -9,6 +11,27 @@
 #include "korvane/system.h"
 
 namespace korvane {
+
+/// The nearest whole number, halves to the even one, in every rounding mode: the remainder and the difference are
+/// exact.
+inline double nearest_even(double value) {
+    return value - std::remainder(value, 1.0);
+}
+
+/// For its life the thread rounds to nearest, halves to even, and no floating-point exception traps.
+class StandardRounding {
+public:
+    StandardRounding() {
+        std::feholdexcept(&before_);
+        std::fesetround(FE_TONEAREST);
+    }
+    ~StandardRounding() { std::fesetenv(&before_); }
+    StandardRounding(const StandardRounding&) = delete;
+    StandardRounding& operator=(const StandardRounding&) = delete;
+
+private:
+    std::fenv_t before_;
+};
 
 /// Nearest integer, halves to the even one; error 6 naming the value out of range or not a number. Independent of the
 /// thread's rounding mode. `located` (frame/located_number.h) names the item besides.

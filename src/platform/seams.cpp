@@ -1,14 +1,88 @@
-// What the base classes of the seams do themselves.
+// What the base classes of the seams do themselves, and the faults of the runtime.
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <charconv>
 #include <cmath>
+#include <string>
+#include <string_view>
 
+#include "korvane/error.h"
 #include "korvane/instrument.h"
 #include "korvane/mass_time.h"
-#include "korvane/peak_finder.h"
 #include "korvane/system.h"
 
 namespace korvane {
+
+namespace {
+
+struct RuntimeFault {
+    std::int32_t number;
+    ErrorKind kind;
+    std::string_view text;
+};
+
+using enum ErrorKind;
+constexpr std::array runtime_faults{
+    RuntimeFault{5, instrument, "Invalid procedure call or argument"},
+    RuntimeFault{6, instrument, "Overflow"},
+    RuntimeFault{7, internal, "Out of memory"},
+    RuntimeFault{9, instrument, "Subscript out of range"},
+    RuntimeFault{11, instrument, "Division by zero"},
+    RuntimeFault{13, configuration, "Type mismatch"},
+    RuntimeFault{51, internal, "Internal error"},
+    RuntimeFault{52, configuration, "Bad file name or number"},
+    RuntimeFault{53, configuration, "File not found"},
+    RuntimeFault{57, configuration, "Device I/O error"},
+    RuntimeFault{58, configuration, "File already exists"},
+    RuntimeFault{61, configuration, "Disk full"},
+    RuntimeFault{70, configuration, "Permission denied"},
+    RuntimeFault{75, configuration, "Path/File access error"},
+    RuntimeFault{76, configuration, "Path not found"},
+    RuntimeFault{91, instrument, "Object variable or With block variable not set"},
+    RuntimeFault{94, usage, "Invalid use of Null"},
+    RuntimeFault{424, usage, "Object required"},
+    RuntimeFault{429, instrument, "ActiveX component can't create object"},
+    RuntimeFault{438, usage, "Object doesn't support this property or method"},
+    RuntimeFault{448, usage, "Named argument not found"},
+    RuntimeFault{449, usage, "Argument not optional"},
+    RuntimeFault{450, usage, "Wrong number of arguments or invalid property assignment"},
+    RuntimeFault{457, usage, "This key is already associated with an element of this collection"},
+};
+
+const RuntimeFault* find_fault(std::int32_t number) {
+    const auto* const found = std::find_if(runtime_faults.begin(), runtime_faults.end(),
+                                           [&](const RuntimeFault& fault) { return fault.number == number; });
+    return found == runtime_faults.end() ? nullptr : found;
+}
+
+}  // namespace
+
+ErrorKind usual_error_kind(std::int32_t number) noexcept {
+    switch (number) {
+        case error_number::user_aborted:
+            return aborted;
+        case error_number::polarity_timeout:
+        case error_number::setpoint_not_reached:
+            return time_out;
+        case error_number::preferences_unavailable:
+        case error_number::file_or_element:
+        case error_number::group_node:
+        case error_number::group_not_permitted:
+            return configuration;
+        default: {
+            const RuntimeFault* const fault = find_fault(number);
+            return fault ? fault->kind : instrument;
+        }
+    }
+}
+
+void raise_runtime_fault(std::int32_t number, const std::string& detail) {
+    const RuntimeFault* const fault = find_fault(number);
+    std::string description(fault ? fault->text : "Application-defined or object-defined error");
+    if (!detail.empty()) description += ": " + detail;
+    throw Error(number, "Korvane", description);
+}
 
 TracerFactory::TracerFactory() {
     static std::atomic<std::uint64_t> made{0};
@@ -21,22 +95,8 @@ bool Files::is_first_save(const std::string& path) {
 }
 
 std::int32_t FileError::runtime_error_number() const noexcept {
-    switch (kind_) {
-        case FileErrorKind::not_found:
-            return 53;
-        case FileErrorKind::folder_not_found:
-            return 76;
-        case FileErrorKind::access_denied:
-        case FileErrorKind::sharing_violation:
-            return 70;
-        case FileErrorKind::no_space:
-            return 61;
-        case FileErrorKind::input_output:
-            return 57;
-        case FileErrorKind::other:
-            break;
-    }
-    return 75;
+    constexpr std::array in_the_order_of_kinds{53, 76, 70, 70, 61, 57, 75};
+    return in_the_order_of_kinds[static_cast<std::size_t>(kind_)];
 }
 
 std::vector<double> MassTimeCalibration::masses_from_times(const std::vector<double>& times_ns) const {
@@ -69,18 +129,6 @@ double number_of(const InstrumentValue& value, const std::string& what) {
         if (fault == std::errc() && stopped == end && std::isfinite(number)) return number;
     }
     raise_runtime_fault(error_number::type_mismatch, what);
-}
-
-std::optional<PeakUncertainty> PeakList::uncertainty(std::int32_t) const {
-    return std::nullopt;
-}
-
-std::optional<PeakQuality> PeakList::quality(std::int32_t) const {
-    return std::nullopt;
-}
-
-std::vector<double> PeakList::fitted_counts(double, double, std::size_t) const {
-    return {};
 }
 
 }  // namespace korvane

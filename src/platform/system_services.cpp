@@ -1,12 +1,17 @@
-// The system's clock and message box.
+// The process's environment and paths, its clock, message box and file tracer.
+#include <fmt/format.h>
+
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <thread>
 
 #include "korvane/error.h"
 #include "korvane/system.h"
 #include "platform/files.h"
+#include "platform/text.h"
 #include "platform/windows_text.h"
 
 namespace korvane {
@@ -90,7 +95,100 @@ public:
     }
 };
 
+constexpr std::int32_t cannot_create_object = 429;
+
+/// One record stays one line.
+std::string in_one_line(const std::string& text) {
+    std::string line;
+    for (const char& character : text)
+        append_text(line, character == '\r' ? "\\r" : character == '\n' ? "\\n" : std::string_view(&character, 1));
+    return line;
+}
+
+/// "2026-11-21 08:30:15.123 module level > routine"; ">" enters, "<" leaves, ":" stands before a text.
+class FileTracer final : public Tracer {
+public:
+    /// `file` null: standard error.
+    FileTracer(std::shared_ptr<Clock> clock, std::unique_ptr<OutputFile> file)
+        : clock_(std::move(clock)), file_(std::move(file)) {}
+
+    void set_module_name(const std::string& name) override { module_ = name; }
+    bool trace_flag() override { return true; }
+    void entry(const std::string& routine, std::int32_t level) override { put(level, "> " + routine); }
+    void exit(const std::string& routine, std::int32_t level) override { put(level, "< " + routine); }
+    void trace_print(const std::string& text, const std::string& routine, std::int32_t level) override {
+        put(level, "  " + routine + ": " + text);
+    }
+
+private:
+    void put(std::int32_t level, const std::string& record) {
+        const LocalTime now = clock_->now();
+        const int milliseconds = static_cast<int>(std::fmod(clock_->seconds_since_midnight(), 1.0) * 1000.0);
+        const std::string line =
+            fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}.{:03} {} {} {}\n", now.year, now.month, now.day, now.hour,
+                        now.minute, now.second, milliseconds, module_, level, in_one_line(record));
+        if (file_)
+            file_->write(line);
+        else
+            std::fwrite(line.data(), 1, line.size(), stderr);
+    }
+
+    std::shared_ptr<Clock> clock_;
+    std::unique_ptr<OutputFile> file_;
+    std::string module_;
+};
+
+class SilentTracer final : public Tracer {
+public:
+    void set_module_name(const std::string&) override {}
+    bool trace_flag() override { return false; }
+    void entry(const std::string&, std::int32_t) override {}
+    void exit(const std::string&, std::int32_t) override {}
+    void trace_print(const std::string&, const std::string&, std::int32_t) override {}
+};
+
+class FileTracerFactory final : public TracerFactory {
+public:
+    std::unique_ptr<Tracer> create(std::string_view prog_id) override {
+        if (prog_id != tracer_prog_id) raise_runtime_fault(cannot_create_object, std::string(prog_id));
+        const std::string name = environment_text("KORVANE_TRACE");
+        if (name.empty()) return std::make_unique<SilentTracer>();
+        try {
+            auto file = name == "-" ? nullptr : make_system_files()->open_append(name);
+            return std::make_unique<FileTracer>(make_system_clock(), std::move(file));
+        } catch (const FileError& fault) {
+            raise_runtime_fault(fault.runtime_error_number(), "KORVANE_TRACE: ", fault.what());
+        }
+    }
+};
+
 }  // namespace
+
+std::string_view path_separator() {
+#ifdef _WIN32
+    return "\\";
+#else
+    return "/";
+#endif
+}
+
+std::string join_path(const std::string& folder, const std::string& name) {
+    const bool ends_in_separator = folder.ends_with('/') || folder.ends_with(path_separator());
+    return folder.empty() || ends_in_separator ? folder + name : folder + std::string(path_separator()) + name;
+}
+
+std::string environment_text(const std::string& name) {
+#ifdef _WIN32
+    // The system's environment: a host may change it behind the back of this module's C library.
+    const std::wstring wide = utf16_from_utf8(name);
+    std::wstring value(GetEnvironmentVariableW(wide.c_str(), nullptr, 0), L'\0');
+    value.resize(GetEnvironmentVariableW(wide.c_str(), value.data(), static_cast<DWORD>(value.size())));
+    return utf8_from_utf16(value);
+#else
+    const char* const value = std::getenv(name.c_str());
+    return value ? value : "";
+#endif
+}
 
 std::shared_ptr<Clock> make_system_clock() {
     return std::make_shared<SystemClock>();
@@ -98,6 +196,10 @@ std::shared_ptr<Clock> make_system_clock() {
 
 std::shared_ptr<MessageBox> make_system_message_box() {
     return std::make_shared<SystemMessageBox>();
+}
+
+std::shared_ptr<TracerFactory> make_file_tracer_factory() {
+    return std::make_shared<FileTracerFactory>();
 }
 
 }  // namespace korvane

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "korvane/error.h"
 #include "platform/automation_arithmetic.h"
 
 namespace korvane {
@@ -40,6 +41,12 @@ std::string text_of(const Pieces&... pieces) {
     std::string out;
     append_text(out, pieces...);
     return out;
+}
+
+/// `raise_runtime_fault` of a detail put together.
+template <class... Pieces>
+[[noreturn]] void raise_runtime_fault(std::int32_t number, const Pieces&... detail) {
+    raise_runtime_fault(number, text_of(detail...));
 }
 
 /// The text with its control characters as "\\x0A", so that what comes from outside forges no line of a log.

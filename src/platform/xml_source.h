@@ -1,14 +1,43 @@
-// The source text of an XML document.
+// The source text of an XML document: encodings, characters in UTF-8, and what Expat makes of the bytes.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/xml_document.h"
-#include "platform/xml_encoding.h"
 
 namespace korvane {
+
+enum class XmlCharset { utf8, utf16_little_endian, utf16_big_endian, ascii, latin1, windows_1252 };
+
+struct XmlEncoding {
+    XmlCharset charset = XmlCharset::utf8;
+    bool byte_order_mark = false;
+    /// Whether the first bytes say so; what the XML declaration names does not matter then.
+    bool certain = false;
+};
+
+/// By the byte order mark or the form of the first characters; else UTF-8, and not certain.
+XmlEncoding encoding_of_first_bytes(std::string_view bytes);
+
+/// The charset that a declaration names; nothing for one that is not supported.
+std::optional<XmlCharset> charset_by_name(std::string_view name);
+
+/// The character of a byte in a charset that has one byte a character; nothing where it stands for none.
+std::optional<char32_t> single_byte_character(XmlCharset charset, unsigned char byte);
+bool can_represent(XmlCharset charset, char32_t character);
+
+/// UTF-8 to the bytes of a file. `text` must hold nothing that the encoding cannot represent; error 5 where it is not
+/// UTF-8.
+std::string encode_xml(const XmlEncoding& encoding, std::string_view text);
+
+/// Takes the first character off a UTF-8 text; nothing where it is malformed (surrogates and overlong forms included).
+std::optional<char32_t> take_utf8(std::string_view& text);
+
+/// Whether XML 1.0 allows the character at all.
+bool is_xml_character(char32_t character);
 
 struct XmlSource {
     std::string text;  ///< UTF-8, whole, without a byte order mark

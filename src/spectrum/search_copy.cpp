@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "platform/automation_arithmetic.h"
-#include "platform/rounding.h"
 
 #if defined(__SSE2__) || defined(_M_X64)
 #define KORVANE_SSE2

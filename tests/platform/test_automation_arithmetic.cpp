@@ -11,7 +11,6 @@
 #include <random>
 
 #include "platform/cases.h"
-#include "platform/rounding.h"
 #include "platform/text.h"
 #include "support/raised.h"
 

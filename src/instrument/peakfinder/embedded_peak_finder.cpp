@@ -2,7 +2,7 @@
 
 #include "instrument/peakfinder/measured_peak_list.h"
 #include "instrument/peakfinder/search_steps.h"
-#include "platform/rounding.h"
+#include "platform/automation_arithmetic.h"
 
 namespace korvane {
 
