@@ -1,6 +1,6 @@
 // Whether the instrument is ready for the next measurement, and a peak's abundance over several of them.
 #include "abundance/checked_quotient.h"
-#include "frame/located_number.h"
+#include "frame/routine.h"
 #include "spectrum/parser_state.h"
 
 namespace korvane {

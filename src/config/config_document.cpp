@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "frame/lazy_instrument.h"
-#include "frame/located_number.h"
+#include "frame/routine.h"
 #include "platform/safe_save.h"
 
 namespace korvane {

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "frame/located_number.h"
+#include "frame/routine.h"
 #include "globals/stopwatch.h"
 #include "globals/tune_globals_state.h"
 #include "platform/automation_arithmetic.h"

@@ -2,7 +2,7 @@
 
 #include <map>
 
-#include "frame/located_number.h"
+#include "frame/routine.h"
 #include "masslist/mass_list_document.h"
 #include "platform/safe_save.h"
 #include "platform/text.h"

@@ -1,7 +1,7 @@
 // Whether the spectrum that the instrument shows is one to tune on.
 #include <cmath>
 
-#include "frame/located_number.h"
+#include "frame/routine.h"
 #include "spectrum/parser_state.h"
 
 namespace korvane {
