@@ -1,8 +1,6 @@
 // The abort flag: a request to stop a running tune, kept in the tune preference file so that it crosses processes.
 #pragma once
 
-#include <memory>
-
 #include "korvane/platform.h"
 
 namespace korvane {
@@ -11,9 +9,6 @@ namespace korvane {
 class KORVANE_API AbortHelper {
 public:
     explicit AbortHelper(Platform platform = Platform::process_default());
-    ~AbortHelper();
-    AbortHelper(AbortHelper&&) noexcept;
-    AbortHelper& operator=(AbortHelper&&) noexcept;
 
     /// Clears the request: writes "0".
     void Reset();
@@ -24,7 +19,7 @@ public:
 
 private:
     struct Impl;
-    std::unique_ptr<Impl> impl_;
+    PrivateState<Impl> impl_;
 };
 
 }  // namespace korvane

@@ -1,7 +1,6 @@
 // The calibrant mass-list file: one list per ion source and polarity.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -16,9 +15,6 @@ namespace korvane {
 class KORVANE_API CalMassList {
 public:
     explicit CalMassList(Platform platform = Platform::process_default());
-    ~CalMassList();
-    CalMassList(CalMassList&&) noexcept;
-    CalMassList& operator=(CalMassList&&) noexcept;
 
     /// All m/z of one list straight from a file, used or not, from index 0; an open file stays open. Error 13 naming a
     /// text that is not a number by the current locale, -2147467259 for a name with an apostrophe.
@@ -44,7 +40,7 @@ public:
 
 private:
     struct Impl;
-    std::unique_ptr<Impl> impl_;
+    PrivateState<Impl> impl_;
 };
 
 }  // namespace korvane

@@ -15,6 +15,10 @@ class Clock;
 class MessageBox;
 class TracerFactory;
 
+/// The state of a public class, of a type that only the library knows.
+template <class State>
+using PrivateState = std::unique_ptr<State, void (*)(State*)>;
+
 /// None of the members may be null when a class takes it. A host program brings its own event loop, dialog or tracer by
 /// putting it (`korvane/system.h`) in the place of what `make_platform` has put there.
 struct KORVANE_API Platform {

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,9 +46,6 @@ public:
     using OptionalMasses = std::optional<VariantArray<double>>;
 
     explicit SpectrumParser(Platform platform = Platform::process_default());
-    ~SpectrumParser();
-    SpectrumParser(SpectrumParser&&) noexcept;
-    SpectrumParser& operator=(SpectrumParser&&) noexcept;
 
     /// Returns when one of three spectra shows at least 4 calibrants of the default list above the configured minimum
     /// abundance; error -821 with the operator's message otherwise. The error that the preferences
@@ -144,7 +140,7 @@ public:
     struct Impl;  // complete inside the library only
 
 private:
-    std::unique_ptr<Impl> impl_;
+    PrivateState<Impl> impl_;
 };
 
 }  // namespace korvane

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "korvane/enumerations.h"
@@ -20,9 +19,6 @@ public:
     /// Needs no instrument. Reads the preference "LogSetpointTraffic" where the base folder is known: errors -901,
     /// -904.
     explicit TuneGlobals(Platform platform = Platform::process_default());
-    ~TuneGlobals();
-    TuneGlobals(TuneGlobals&&) noexcept;
-    TuneGlobals& operator=(TuneGlobals&&) noexcept;
 
     // Properties.
 
@@ -204,7 +200,7 @@ public:
 
 private:
     struct Impl;
-    std::unique_ptr<Impl> impl_;
+    PrivateState<Impl> impl_;
 };
 
 }  // namespace korvane

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "korvane/platform.h"
@@ -16,9 +15,6 @@ namespace korvane {
 class KORVANE_API clsTuneParamsXML {
 public:
     explicit clsTuneParamsXML(Platform platform = Platform::process_default());
-    ~clsTuneParamsXML();
-    clsTuneParamsXML(clsTuneParamsXML&&) noexcept;
-    clsTuneParamsXML& operator=(clsTuneParamsXML&&) noexcept;
 
     /// Value of element `ParamName` (a relative query) under the node that `XMLPath` selects. Reads of every member use
     /// the copy of the last load unless `bReOpenXMLFile` asks for another.
@@ -43,7 +39,7 @@ public:
 
 private:
     struct Impl;
-    std::unique_ptr<Impl> impl_;
+    PrivateState<Impl> impl_;
 };
 
 }  // namespace korvane

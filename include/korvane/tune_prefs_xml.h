@@ -1,7 +1,6 @@
 // The tune preference store: single text values in "TunePreferences.xml".
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "korvane/platform.h"
@@ -13,9 +12,6 @@ namespace korvane {
 class KORVANE_API clsTunePrefsXML {
 public:
     explicit clsTunePrefsXML(Platform platform = Platform::process_default());
-    ~clsTunePrefsXML();
-    clsTunePrefsXML(clsTunePrefsXML&&) noexcept;
-    clsTunePrefsXML& operator=(clsTunePrefsXML&&) noexcept;
 
     /// Text of a preference, from the copy already loaded unless a reload is asked for.
     std::string GetTunePreference(const std::string& ParamName, bool bReOpenXMLFile = false);
@@ -24,7 +20,7 @@ public:
 
 private:
     struct Impl;
-    std::unique_ptr<Impl> impl_;
+    PrivateState<Impl> impl_;
 };
 
 }  // namespace korvane

@@ -20,10 +20,7 @@ struct AbortHelper::Impl {
     clsTunePrefsXML preferences;
 };
 
-AbortHelper::AbortHelper(Platform platform) : impl_(std::make_unique<Impl>(platform)) {}
-AbortHelper::~AbortHelper() = default;
-AbortHelper::AbortHelper(AbortHelper&&) noexcept = default;
-AbortHelper& AbortHelper::operator=(AbortHelper&&) noexcept = default;
+AbortHelper::AbortHelper(Platform platform) : impl_(new Impl(platform), [](Impl* state) { delete state; }) {}
 
 void AbortHelper::Reset() {
     impl_->preferences.WriteTunePreference(abort_flag, no_abort);

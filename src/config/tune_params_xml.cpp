@@ -58,10 +58,7 @@ struct clsTuneParamsXML::Impl {
     ConfigDocument document;
 };
 
-clsTuneParamsXML::clsTuneParamsXML(Platform platform) : impl_(std::make_unique<Impl>(platform)) {}
-clsTuneParamsXML::~clsTuneParamsXML() = default;
-clsTuneParamsXML::clsTuneParamsXML(clsTuneParamsXML&&) noexcept = default;
-clsTuneParamsXML& clsTuneParamsXML::operator=(clsTuneParamsXML&&) noexcept = default;
+clsTuneParamsXML::clsTuneParamsXML(Platform platform) : impl_(new Impl(platform), [](Impl* state) { delete state; }) {}
 
 double clsTuneParamsXML::GetTuneParamByXMLPath(const std::string& XMLPath, const std::string& ParamName,
                                                bool bReOpenXMLFile) {

@@ -38,10 +38,7 @@ struct clsTunePrefsXML::Impl {
     ConfigDocument document;
 };
 
-clsTunePrefsXML::clsTunePrefsXML(Platform platform) : impl_(std::make_unique<Impl>(platform)) {}
-clsTunePrefsXML::~clsTunePrefsXML() = default;
-clsTunePrefsXML::clsTunePrefsXML(clsTunePrefsXML&&) noexcept = default;
-clsTunePrefsXML& clsTunePrefsXML::operator=(clsTunePrefsXML&&) noexcept = default;
+clsTunePrefsXML::clsTunePrefsXML(Platform platform) : impl_(new Impl(platform), [](Impl* state) { delete state; }) {}
 
 std::string clsTunePrefsXML::GetTunePreference(const std::string& ParamName, bool bReOpenXMLFile) {
     return routine(impl_->trace, {"GetTunePreference"}, StoreLine{"querying for element", ParamName}, [&] {

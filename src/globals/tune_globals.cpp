@@ -19,10 +19,7 @@ TuneGlobalsState::TuneGlobalsState(const Platform& given) : platform(checked(giv
     if (is_base_folder_known(*platform.instrument)) logs_setpoint_traffic();
 }
 
-TuneGlobals::TuneGlobals(Platform platform) : impl_(std::make_unique<Impl>(platform)) {}
-TuneGlobals::~TuneGlobals() = default;
-TuneGlobals::TuneGlobals(TuneGlobals&&) noexcept = default;
-TuneGlobals& TuneGlobals::operator=(TuneGlobals&&) noexcept = default;
+TuneGlobals::TuneGlobals(Platform platform) : impl_(new Impl(platform), [](Impl* state) { delete state; }) {}
 
 std::int32_t TuneGlobals::CurrentTimeSegment() const {
     return impl_->segments.time;

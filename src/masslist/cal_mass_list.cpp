@@ -56,10 +56,7 @@ struct CalMassList::Impl {
     bool any_dirty = false;
 };
 
-CalMassList::CalMassList(Platform platform) : impl_(std::make_unique<Impl>(platform)) {}
-CalMassList::~CalMassList() = default;
-CalMassList::CalMassList(CalMassList&&) noexcept = default;
-CalMassList& CalMassList::operator=(CalMassList&&) noexcept = default;
+CalMassList::CalMassList(Platform platform) : impl_(new Impl(platform), [](Impl* state) { delete state; }) {}
 
 VariantArray<double> CalMassList::GetMassListArrayFromFile(const std::string& fileName, const std::string& sourceType,
                                                            const std::string& polarity) {

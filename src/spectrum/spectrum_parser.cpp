@@ -7,10 +7,7 @@
 
 namespace korvane {
 
-SpectrumParser::SpectrumParser(Platform platform) : impl_(std::make_unique<Impl>(platform)) {}
-SpectrumParser::~SpectrumParser() = default;
-SpectrumParser::SpectrumParser(SpectrumParser&&) noexcept = default;
-SpectrumParser& SpectrumParser::operator=(SpectrumParser&&) noexcept = default;
+SpectrumParser::SpectrumParser(Platform platform) : impl_(new Impl(platform), [](Impl* state) { delete state; }) {}
 
 std::string SpectrumParser::tune_log_path() const {
     return impl_->tune.tune_log_path();
