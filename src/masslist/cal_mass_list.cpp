@@ -1,15 +1,138 @@
+// The calibrant mass-list file: its configurations, the rewriting of one, and lists as text: one line a mass, joined by
+// line feeds; use flag, tab, m/z.
 #include "korvane/cal_mass_list.h"
 
+#include <fmt/format.h>
+
+#include <limits>
 #include <map>
+#include <ranges>
 
 #include "frame/routine.h"
-#include "masslist/mass_list_document.h"
 #include "platform/safe_save.h"
 #include "platform/text.h"
+#include "platform/xml_document.h"
+#include "platform/xml_source.h"
 
 namespace korvane {
 
 namespace {
+
+/// An ion source and a polarity, as the file writes them.
+struct MassListName {
+    std::string source;
+    std::string polarity;
+
+    std::string key() const { return source + "|" + polarity; }
+    std::string xpath() const {
+        return "/QTOF_MassListConfiguration/Configuration[@IonSource='" + source + "' and @IonPolarity='" + polarity +
+               "']";
+    }
+};
+
+template <class... Pieces>
+[[noreturn]] void raise_mass_list_error(const Pieces&... description) {
+    throw Error(error_number::routine_detected, "CalMassList", text_of(description...), ErrorKind::configuration);
+}
+
+constexpr const char* list_element = "MassList";
+
+std::string not_found(const MassListName& name) {
+    return text_of("Mass list for source ", name.source, " and ", name.polarity, " polarity not found");
+}
+
+bool fits_into_xml(std::string_view text) {
+    while (!text.empty()) {
+        const auto character = take_utf8(text);
+        if (!character || !is_xml_character(*character)) return false;
+    }
+    return true;
+}
+
+XmlNewElement mass_element(const std::string& line, const std::string& list) {
+    const std::size_t tab = line.find('\t');
+    if (tab == std::string::npos || !fits_into_xml(line))
+        raise_mass_list_error("Mass list for [", list, "]: line[", line, "] is not a use flag, a tab and a mass");
+    return {"mass", {{"Used", line.substr(0, tab)}}, line.substr(tab + 1, line.find('\t', tab + 1) - tab - 1), {}};
+}
+
+/// A loaded file.
+class MassListDocument {
+public:
+    /// Error -1 for a file that cannot be read or is not a mass-list file.
+    MassListDocument(Files& files, const std::string& file_name) : file_name_(file_name) {
+        const XmlParseError error = document_.load(files, file_name);
+        if (error.code < 0) raise_mass_list_error("Failed to open mass list file: " + file_name);
+        if (error) raise_mass_list_error(file_name + " is not a valid Mass List file.\r\n" + error.reason);
+        if (!document_.select("/QTOF_MassListConfiguration"))
+            raise_mass_list_error(file_name + " is not a valid Mass List file.");
+    }
+
+    std::vector<XmlElement> configurations() const {
+        return document_.select_all("/QTOF_MassListConfiguration/Configuration");
+    }
+    /// Error -1 where the configuration is missing or has no masses.
+    std::vector<XmlElement> masses(const MassListName& name) const {
+        auto masses = document_.select_all(name.xpath() + "/MassList/mass");
+        if (masses.empty()) raise_mass_list_error(not_found(name));
+        return masses;
+    }
+
+    /// Puts `list` in the place of the first `MassList` of the first configuration of that name, as its last child.
+    /// Error -1 where there is no such configuration.
+    void rewrite(const MassListName& name, const XmlNewElement& list) {
+        const auto configuration = document_.select(name.xpath());
+        if (!configuration) raise_mass_list_error(not_found(name), " in ", file_name_);
+        if (const auto old = configuration->child(list_element))
+            document_.replace_child(*configuration, *old, list);
+        else
+            document_.append_child(*configuration, list);
+    }
+    /// Error -1 naming the file when it cannot be written.
+    void save(Files& files, const std::string& file_name) const {
+        const std::string failed = "Failed to save mass list file: " + file_name;
+        try {
+            // A save puts a new file in the place of the old one, which the attribute alone would not keep from it.
+            if (files.status(file_name).read_only) raise_mass_list_error(failed + "\r\nThe file is read-only");
+            document_.save(files, file_name);
+        } catch (const FileError& error) {
+            raise_mass_list_error(failed + "\r\n" + error.what());
+        }
+    }
+
+private:
+    std::string file_name_;
+    XmlDocument document_;
+};
+
+/// The lines; none for an empty text.
+std::vector<std::string> split_lines(std::string_view text) {
+    std::vector<std::string> lines;
+    for (const auto line : std::views::split(text, '\n')) lines.emplace_back(line.begin(), line.end());
+    return lines;
+}
+
+std::string joined_lines(const std::vector<std::string>& lines) {
+    return fmt::format("{}", fmt::join(lines, "\n"));
+}
+
+/// One line for every `mass` element, whatever its text holds.
+std::vector<std::string> mass_list_lines(const std::vector<XmlElement>& masses) {
+    std::vector<std::string> lines;
+    for (const XmlElement& mass : masses) lines.push_back(mass.attribute("Used") + '\t' + mass.text());
+    return lines;
+}
+
+/// The `MassList` element for lines; what stands behind a second tab is left out. Error 6 above 32767 lines, -1 naming
+/// `list` and the first line that is not a use flag, a tab and a text.
+XmlNewElement mass_list_element(const std::vector<std::string>& lines, const std::string& list) {
+    // The rule's line counter has 16 bits.
+    if (lines.size() > static_cast<std::size_t>(std::numeric_limits<std::int16_t>::max()))
+        raise_runtime_fault(error_number::overflow, "[", lines.size(), "] lines of mass list[", list, "]");
+    XmlNewElement element{list_element, {}, "", {}};
+    for (const std::string& line : lines) element.children.push_back(mass_element(line, list));
+    return element;
+}
 
 struct MassListEntry {
     MassListName name;
@@ -46,7 +169,7 @@ struct CalMassList::Impl {
         MassLists& lists = require_open().lists;
         const auto known = lists.find(MassListName{source, polarity}.key());
         if (known == lists.end())
-            raise_runtime_fault(error_number::subscript, text_of("no mass list for [", source, "|", polarity, "]"));
+            raise_runtime_fault(error_number::subscript, "no mass list for [", source, "|", polarity, "]");
         return known->second;
     }
 
