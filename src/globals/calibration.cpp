@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "globals/tune_globals_state.h"
+#include "platform/text.h"
 
 namespace korvane {
 
@@ -17,8 +18,7 @@ constexpr std::array term_coefficients{&CalibrationCoefficients::C, &Calibration
                                        &CalibrationCoefficients::G, &CalibrationCoefficients::H};
 
 double finite_coefficient(double value, char coefficient) {
-    if (!std::isfinite(value))
-        raise_runtime_fault(error_number::overflow, text_of("calibration coefficient ", coefficient));
+    if (!std::isfinite(value)) raise_runtime_fault(error_number::overflow, "calibration coefficient ", coefficient);
     return value;
 }
 
@@ -56,7 +56,7 @@ double default_b_ns(TuneGlobalsState& state) {
 }  // namespace
 
 CalibrationCoefficients TuneGlobals::convert_coefficients_usec_to_nsec(const CalibrationCoefficients& calcoef) {
-    return routine(impl_->trace, {"convert_coefficients_usec_to_nsec"}, [&](TraceObj& record) {
+    return routine(impl_->trace, [&](TraceObj& record) {
         const auto trace_a_and_b = [&](std::string_view when, const CalibrationCoefficients& coefficients) {
             record.TR_PRINT("pMassCoef.A (", when, " conversion to nsec) = ", coefficients.A);
             record.TR_PRINT("pMassCoef.B (", when, " conversion to nsec) = ", coefficients.B);
@@ -70,7 +70,7 @@ CalibrationCoefficients TuneGlobals::convert_coefficients_usec_to_nsec(const Cal
 
 CalibrationCoefficients TuneGlobals::convert_coefficients_nsec_to_usec(const CalibrationCoefficients& calcoef,
                                                                        bool b_usec_to_nsec) {
-    return routine(impl_->trace, {"convert_coefficients_nsec_to_usec"}, [&](TraceObj& record) {
+    return routine(impl_->trace, [&](TraceObj& record) {
         CalibrationCoefficients converted = calcoef;
         // A goes with 1/t, B with t.
         converted.A = finite_coefficient(b_usec_to_nsec ? calcoef.A / ns_per_us : calcoef.A * ns_per_us, 'A');
@@ -81,11 +81,11 @@ CalibrationCoefficients TuneGlobals::convert_coefficients_nsec_to_usec(const Cal
 }
 
 CalibrationObject TuneGlobals::GetCurrentCalibrationObjFromDD() {
-    return routine(impl_->trace, {"GetCurrentCalibrationObjFromDD"}, [&] { return impl_->setpoints.calibration(); });
+    return routine(impl_->trace, [&] { return impl_->setpoints.calibration(); });
 }
 
 double TuneGlobals::getDefaultCalibCoefA_nsec() {
-    return routine(impl_->trace, {"getDefaultCalibCoefA_nsec"}, [&] {
+    return routine(impl_->trace, [&] {
         if (uses_override_values(*impl_))
             return impl_->parameters.GetManualTuneValue("Calibration", "DefaultCalibACoef_Override");
         if (impl_->is_model_4410()) return impl_->limit("Calibration", "DefaultCalibACoef_4410");
@@ -94,7 +94,7 @@ double TuneGlobals::getDefaultCalibCoefA_nsec() {
 }
 
 CalibrationCoefficients TuneGlobals::getDefaultCalibrationCoeffs_nsec() {
-    return routine(impl_->trace, {"getDefaultCalibrationCoeffs_nsec"}, [&] {
+    return routine(impl_->trace, [&] {
         CalibrationCoefficients coefficients;
         coefficients.A = getDefaultCalibCoefA_nsec();
         coefficients.B = default_b_ns(*impl_);
@@ -103,7 +103,7 @@ CalibrationCoefficients TuneGlobals::getDefaultCalibrationCoeffs_nsec() {
 }
 
 CalibrationObject TuneGlobals::getDefaultMTObj_nsec() {
-    return routine(impl_->trace, {"getDefaultMTObj_nsec"}, [&] {
+    return routine(impl_->trace, [&] {
         const auto number = [&](const contract::Text& item) {
             return to_int32(impl_->instrument->dictionary_item(item));
         };
@@ -129,7 +129,7 @@ void TuneGlobals::WriteThisCalibrationObjToDD(const CalibrationObject& pMTCalcOb
 }
 
 void TuneGlobals::SetNewCalibrationWithTheseAAndt0Values_usec(double LikelyA, double t0) {
-    routine(impl_->trace, {"SetNewCalibrationWithTheseAAndt0Values_usec"}, [&] {
+    routine(impl_->trace, [&] {
         const CalibrationObject calibration = GetCurrentCalibrationObjFromDD();
         CalibrationCoefficients coefficients = calibration->coefficients();
         coefficients.A = LikelyA;

@@ -37,7 +37,7 @@ public:
     CalibrationObject calibration() const {
         const std::int32_t now = polarity();
         CalibrationObject calibration = instrument_->calibrations().calibration(now);
-        if (!calibration) raise_runtime_fault(error_number::object_not_set, text_of("calibration of polarity ", now));
+        if (!calibration) raise_runtime_fault(error_number::object_not_set, "calibration of polarity ", now);
         return calibration;
     }
 

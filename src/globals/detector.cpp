@@ -39,18 +39,16 @@ double sheath_gas(TuneGlobalsState& state, const std::string& key, std::int32_t 
 }  // namespace
 
 double TuneGlobals::GetPreAmpOffsetRampStart(bool bLowGainPreAmp) {
-    return routine(impl_->trace, {"GetPreAmpOffsetRampStart"},
-                   [&] { return preamp_ramp_end(*impl_, "PreAmpOffsetRampStart", bLowGainPreAmp); });
+    return routine(impl_->trace, [&] { return preamp_ramp_end(*impl_, "PreAmpOffsetRampStart", bLowGainPreAmp); });
 }
 
 double TuneGlobals::GetPreAmpOffsetRampStop(bool bLowGainPreAmp) {
-    return routine(impl_->trace, {"GetPreAmpOffsetRampStop"},
-                   [&] { return preamp_ramp_end(*impl_, "PreAmpOffsetRampStop", bLowGainPreAmp); });
+    return routine(impl_->trace, [&] { return preamp_ramp_end(*impl_, "PreAmpOffsetRampStop", bLowGainPreAmp); });
 }
 
 // Start and stop take the channel from the caller, the step from the setpoint.
 double TuneGlobals::GetPreAmpOffsetRampStep() {
-    return routine(impl_->trace, {"GetPreAmpOffsetRampStep"}, [&] {
+    return routine(impl_->trace, [&] {
         if (!has_digitiser(*impl_)) return gain_parameter(*impl_, "amp_step");
         const bool low_gain =
             impl_->setpoints.value(contract::setpoint.preamp_gain_mode) == contract::preamp_gain_mode.low;
@@ -62,7 +60,7 @@ double TuneGlobals::GetPreAmpOffsetRampStep() {
 }
 
 double TuneGlobals::GetPulseHeightTarget() {
-    return routine(impl_->trace, {"GetPulseHeightTarget"}, [&] {
+    return routine(impl_->trace, [&] {
         if (impl_->hardware().has_160cm_flight_tube()) return gain_parameter(*impl_, "CntPerIon_160cm");
         if (has_digitiser(*impl_)) return gain_parameter(*impl_, "CntPerIon_Sigma4");
         const bool post_accelerated =
@@ -72,72 +70,69 @@ double TuneGlobals::GetPulseHeightTarget() {
 }
 
 double TuneGlobals::GetBaselineCutoff() {
-    return routine(impl_->trace, {"GetBaselineCutoff"}, [&] {
+    return routine(impl_->trace, [&] {
         const bool sigma_4 = impl_->hardware().has_160cm_flight_tube() || has_digitiser(*impl_);
         return gain_parameter(*impl_, sigma_4 ? "PHDTransmission_Sigma4" : "PHDTransmission_Sigma1");
     });
 }
 
 double TuneGlobals::GetNumTransScalingFactor() {
-    return routine(impl_->trace, {"GetNumTransScalingFactor"}, [&] {
+    return routine(impl_->trace, [&] {
         return impl_->setpoints.value(GetNumTransTuneSPForCurrentSamplingRate()) / transients_of_unit_scale;
     });
 }
 
 double TuneGlobals::GetAbForFullDetectorSaturation() {
-    return routine(impl_->trace, {"GetAbForFullDetectorSaturation"}, [&] {
+    return routine(impl_->trace, [&] {
         return impl_->setpoints.value(GetNumTransTuneSPForCurrentSamplingRate()) * full_scale_sample;
     });
 }
 
 double TuneGlobals::GetHardSaturationThreshold() {
-    return routine(impl_->trace, {"GetHardSaturationThreshold"}, [&] { return GetAbForFullDetectorSaturation(); });
+    return routine(impl_->trace, [&] { return GetAbForFullDetectorSaturation(); });
 }
 
 double TuneGlobals::GetSaturationThreshold_Hard() {
-    return routine(impl_->trace, {"GetSaturationThreshold_Hard"}, [&] { return GetAbForFullDetectorSaturation(); });
+    return routine(impl_->trace, [&] { return GetAbForFullDetectorSaturation(); });
 }
 
 double TuneGlobals::GetMaxAbBeforeSaturationOccurs() {
-    return routine(impl_->trace, {"GetMaxAbBeforeSaturationOccurs"}, [&] {
+    return routine(impl_->trace, [&] {
         const double per_unit_scale = impl_->limit("Calibration", "MaxAbBeforeSaturationOccursOnHiGainChannel");
         return per_unit_scale * GetNumTransScalingFactor();
     });
 }
 
 double TuneGlobals::GetSaturationThreshold_Begin() {
-    return routine(impl_->trace, {"GetSaturationThreshold_Begin"}, [&] { return GetMaxAbBeforeSaturationOccurs(); });
+    return routine(impl_->trace, [&] { return GetMaxAbBeforeSaturationOccurs(); });
 }
 
 std::int32_t TuneGlobals::GetMinSpectrumTime_usec() {
-    return routine(impl_->trace, {"GetMinSpectrumTime_usec"}, [&] { return shortest_spectrum_us; });
+    return routine(impl_->trace, [&] { return shortest_spectrum_us; });
 }
 
 std::int32_t TuneGlobals::GetMaxSpectrumTime_usec() {
-    return routine(impl_->trace, {"GetMaxSpectrumTime_usec"}, [&] {
+    return routine(impl_->trace, [&] {
         const double highest_mass = GetMaxMassForCurrentMassRange();
         return to_int32(GetCurrentCalibrationObjFromDD()->time_from_mass(highest_mass) / ns_per_us);
     });
 }
 
 bool TuneGlobals::EnableAbundanceReductionTechnology() {
-    return routine(impl_->trace, {"EnableAbundanceReductionTechnology"},
-                   [&] { return impl_->hardware().abundance_reduction_setting() != 0; });
+    return routine(impl_->trace, [&] { return impl_->hardware().abundance_reduction_setting() != 0; });
 }
 
 bool TuneGlobals::ThisIsAnAbundanceAdjustableRamp(std::int32_t, const VariantArray<double>& vCalibrantMasses) {
-    return routine(impl_->trace, {"ThisIsAnAbundanceAdjustableRamp"},
-                   [&] { return vCalibrantMasses.upper_bound() == 0; });
+    return routine(impl_->trace, [&] { return vCalibrantMasses.upper_bound() == 0; });
 }
 
 double TuneGlobals::GetInitSP(const std::string&, const std::string&,
                               const std::string& InternalNameOfParameterToRetrieve) {
-    return routine(impl_->trace, {"GetInitSP"},
-                   [&] { return GetAutotuneSetpointInitValue(InternalNameOfParameterToRetrieve); });
+    return routine(impl_->trace, [&] { return GetAutotuneSetpointInitValue(InternalNameOfParameterToRetrieve); });
 }
 
 double TuneGlobals::GetAutotuneSetpointInitValue(const std::string& strParamInternalName) {
-    return routine(impl_->trace, {"GetAutotuneSetpointInitValue"}, [&](TraceObj& record) {
+    return routine(impl_->trace, [&](TraceObj& record) {
         const char* const polarity = impl_->setpoints.is_positive() ? "pos" : "neg";
         const std::string path = text_of("/QTOFTuneParams/Mode/Tune[@polarity=\"", polarity, "\" and @source=\"",
                                          impl_->instrument->source_word(), "\"]/InitialAutotuneStartingSetpointValues");
@@ -148,12 +143,11 @@ double TuneGlobals::GetAutotuneSetpointInitValue(const std::string& strParamInte
 }
 
 double TuneGlobals::GetDefaultFragmentorValue() {
-    return routine(impl_->trace, {"GetDefaultFragmentorValue"},
-                   [&] { return GetAutotuneSetpointInitValue("FragmentTune"); });
+    return routine(impl_->trace, [&] { return GetAutotuneSetpointInitValue("FragmentTune"); });
 }
 
 double TuneGlobals::GetDefaultGasTempValue() {
-    return routine(impl_->trace, {"GetDefaultGasTempValue"}, [&] {
+    return routine(impl_->trace, [&] {
         if (!is_dual_source(*impl_)) return GetAutotuneSetpointInitValue("GasTemp");
         const bool sgf = impl_->setpoints.code(contract::setpoint.source_type) == contract::source_type.dual_sgf;
         return impl_->limit(
@@ -162,20 +156,20 @@ double TuneGlobals::GetDefaultGasTempValue() {
 }
 
 double TuneGlobals::GetDefaultDryingGasValue() {
-    return routine(impl_->trace, {"GetDefaultDryingGasValue"}, [&] {
+    return routine(impl_->trace, [&] {
         return is_dual_source(*impl_) ? impl_->limit("Limits", "DualSGF_DefaultDryingGasPressure")
                                       : GetAutotuneSetpointInitValue("DryingGas");
     });
 }
 
 double TuneGlobals::GetDefaultSheathGasTempValue() {
-    return routine(impl_->trace, {"GetDefaultSheathGasTempValue"}, [&] {
+    return routine(impl_->trace, [&] {
         return sheath_gas(*impl_, "DualSGF_DefaultSheathGasTemp", contract::setpoint.sheath_gas_temperature);
     });
 }
 
 double TuneGlobals::GetDefaultSheathGasPressureValue() {
-    return routine(impl_->trace, {"GetDefaultSheathGasPressureValue"}, [&] {
+    return routine(impl_->trace, [&] {
         return sheath_gas(*impl_, "DualSGF_DefaultSheathGasPressure", contract::setpoint.sheath_gas_pressure);
     });
 }

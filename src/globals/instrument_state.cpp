@@ -5,6 +5,7 @@
 #include "globals/tune_globals_state.h"
 #include "korvane/cal_mass_list.h"
 #include "platform/files.h"
+#include "platform/text.h"
 
 namespace korvane {
 
@@ -70,14 +71,14 @@ std::size_t count_below(const VariantArray<double>& masses, double limit) {
     const auto count = std::ranges::count_if(masses.elements(), [&](double mass) { return mass < limit; });
     // The rule's counter has 16 bits.
     if (count > std::numeric_limits<std::int16_t>::max())
-        raise_runtime_fault(error_number::overflow, text_of(count, " masses below ", limit));
+        raise_runtime_fault(error_number::overflow, count, " masses below ", limit);
     return static_cast<std::size_t>(count);
 }
 
 }  // namespace
 
 std::string TuneGlobals::GetCurrentInstrumentStateAsString() {
-    return routine(impl_->trace, {"GetCurrentInstrumentStateAsString"}, [&] {
+    return routine(impl_->trace, [&] {
         const std::int32_t rate = impl_->setpoints.code(setpoint.sampling_rate);
         const std::string text = text_of_rate(*impl_, rate);
         return text + current_mass_range(*impl_, [&] { return rate; }).text;
@@ -85,14 +86,14 @@ std::string TuneGlobals::GetCurrentInstrumentStateAsString() {
 }
 
 double TuneGlobals::GetMaxMassForCurrentMassRange() {
-    return routine(impl_->trace, {"GetMaxMassForCurrentMassRange"}, [&] {
+    return routine(impl_->trace, [&] {
         const auto rate = [&] { return impl_->setpoints.code(setpoint.sampling_rate); };
         return current_mass_range(*impl_, rate).highest_mass;
     });
 }
 
 bool TuneGlobals::IsThisMassInCurrentMassRange(double mz) {
-    return routine(impl_->trace, {"IsThisMassInCurrentMassRange"}, [&] {
+    return routine(impl_->trace, [&] {
         const double lowest = impl_->setpoints.value(setpoint.lowest_mass);
         double highest = GetMaxMassForCurrentMassRange();
         if (selected_range(*impl_) == MassRangeComboBoxSelection::MassRangeComboBoxSelection_High)
@@ -103,15 +104,14 @@ bool TuneGlobals::IsThisMassInCurrentMassRange(double mz) {
 
 VariantArray<double> TuneGlobals::GetDefaultMassList(const std::string& sourceType, const std::string& polarity) {
     const ErrorLine line{"GetDefaultMassList.Err.number[", "], err.Description[", "]"};
-    return routine(impl_->trace, {"GetDefaultMassList"}, line, [&]() -> VariantArray<double> {
+    return routine(impl_->trace, line, [&]() -> VariantArray<double> {
         const std::string file_name = join_path(join_path(base_folder(*impl_->platform.instrument), "MassLists"),
                                                 "default_calibration_mass_list.xml");
         const VariantArray<double> all =
             CalMassList(impl_->platform).GetMassListArrayFromFile(file_name, sourceType, polarity);
         const double limit = GetMaxMassForCurrentMassRange();
         const std::size_t count = count_below(all, limit);
-        if (count == 0)
-            raise_runtime_fault(error_number::subscript, text_of("no mass below ", limit, " in ", file_name));
+        if (count == 0) raise_runtime_fault(error_number::subscript, "no mass below ", limit, " in ", file_name);
         // The first ones, not the ones below the limit: the file lists them in ascending order.
         const auto kept = all.elements().first(count);
         return std::vector<double>(kept.begin(), kept.end());
@@ -119,7 +119,7 @@ VariantArray<double> TuneGlobals::GetDefaultMassList(const std::string& sourceTy
 }
 
 double TuneGlobals::LargestMassInMassList(const VariantArray<double>& massList) {
-    return routine(impl_->trace, {"LargestMassInMassList"}, [&](TraceObj& record) {
+    return routine(impl_->trace, [&](TraceObj& record) {
         const std::int32_t upper = massList.upper_bound();
         record.TR_PRINT("upper = ", upper);
         double largest = 0;

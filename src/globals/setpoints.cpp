@@ -7,6 +7,7 @@
 #include "globals/stopwatch.h"
 #include "globals/tune_globals_state.h"
 #include "platform/automation_arithmetic.h"
+#include "platform/text.h"
 
 namespace korvane {
 
@@ -66,7 +67,7 @@ bool is_item_sought(std::string_view item, std::string_view sought) {
 double number_of_item(const MetaItem& item) {
     const auto named = [&] { return "metadata item [" + item.name + "]"; };
     if (std::holds_alternative<std::monostate>(item.value))
-        raise_runtime_fault(error_number::type_mismatch, named() + " has no value");
+        raise_runtime_fault(error_number::type_mismatch, named(), " has no value");
     if (const auto* text = std::get_if<std::string>(&item.value)) return located_number(*text, named);
     return to_double(item.value);
 }
@@ -173,7 +174,7 @@ Arrival wait_until_seen(TuneGlobalsState& state, std::int32_t index, double targ
 
 bool is_within_limits(SetpointTable& table, std::int32_t index, double target) {
     if (std::isnan(target))
-        raise_runtime_fault(error_number::invalid_call, text_of("setpoint[", index, "]: the value is not a number"));
+        raise_runtime_fault(error_number::invalid_call, "setpoint[", index, "]: the value is not a number");
     const double lower = table.lower_limit(index);
     const double upper = table.upper_limit(index);
     return target >= lower && target <= upper;
@@ -184,7 +185,7 @@ void write_typed(const CurrentSetpoints& setpoints, std::int32_t index, double t
         try {
             return convert(target);
         } catch (const Error&) {
-            raise_runtime_fault(error_number::overflow, text_of("setpoint[", index, "]: [", target, "]"));
+            raise_runtime_fault(error_number::overflow, "setpoint[", index, "]: [", target, "]");
         }
     };
     switch (setpoints.table().variable_type(index)) {
@@ -280,7 +281,7 @@ void TuneGlobals::WaitThisManySeconds(double wait_time_in_seconds) {
 }
 
 bool TuneGlobals::UserHasClickedAbort() {
-    return routine(impl_->trace, {"UserHasClickedAbort"}, [&] { return impl_->abort.UserHasClickedAbort(); });
+    return routine(impl_->trace, [&] { return impl_->abort.UserHasClickedAbort(); });
 }
 
 std::string TuneGlobals::unreported_item() const {

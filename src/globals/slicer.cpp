@@ -45,12 +45,11 @@ std::int32_t next_clean_position(TuneGlobalsState& state, TuneGlobals& globals) 
 }  // namespace
 
 bool TuneGlobals::IsSlicerPosHighResolution() {
-    return routine(impl_->trace, {"IsSlicerPosHighResolution"},
-                   [&] { return slicer_position(*this) >= first_high_resolution_position(*impl_); });
+    return routine(impl_->trace, [&] { return slicer_position(*this) >= first_high_resolution_position(*impl_); });
 }
 
 double TuneGlobals::SeekNextAvailableCleanSlicerPosForTune() {
-    return routine(impl_->trace, {"SeekNextAvailableCleanSlicerPosForTune"}, [&]() -> double {
+    return routine(impl_->trace, [&]() -> double {
         const std::int32_t position = next_clean_position(*impl_, *this);
         if (position == no_position) {
             WriteLineToTuneLogFile(

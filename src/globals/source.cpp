@@ -53,41 +53,39 @@ constexpr std::string_view esi_like[] = {"Unknown", "SGF ESI", "Dual SGF ESI", "
 }  // namespace
 
 std::string TuneGlobals::GetPolarityStr() {
-    return routine(impl_->trace, {"GetPolarityStr"},
-                   [&] { return std::string(impl_->setpoints.is_positive() ? "Positive" : "Negative"); });
+    return routine(impl_->trace, [&] { return std::string(impl_->setpoints.is_positive() ? "Positive" : "Negative"); });
 }
 
 std::string TuneGlobals::GetPolarity3LetterAbbreviation() {
-    return routine(impl_->trace, {"GetPolarity3LetterAbbreviation"},
-                   [&] { return std::string(impl_->setpoints.is_positive() ? "pos" : "neg"); });
+    return routine(impl_->trace, [&] { return std::string(impl_->setpoints.is_positive() ? "pos" : "neg"); });
 }
 
 PolaritySetpoint TuneGlobals::GetPolarityTuneSetpointValue() {
-    return routine(impl_->trace, {"GetPolarityTuneSetpointValue"}, [&] {
+    return routine(impl_->trace, [&] {
         return impl_->setpoints.is_positive() ? PolaritySetpoint::Positive : PolaritySetpoint::Negative;
     });
 }
 
 std::int32_t TuneGlobals::GetPolaritySpecificCoronaSetpointIndex() {
-    return routine(impl_->trace, {"GetPolaritySpecificCoronaSetpointIndex"}, [&]() -> std::int32_t {
+    return routine(impl_->trace, [&]() -> std::int32_t {
         return GetPolarityStr() == "Positive" ? setpoint.corona_positive : setpoint.corona_negative;
     });
 }
 
 std::string TuneGlobals::GetSourceTypeStr() {
-    return routine(impl_->trace, {"GetSourceTypeStr"},
+    return routine(impl_->trace,
                    [&] { return std::string(source_of(impl_->setpoints.code(setpoint.source_type)).name); });
 }
 
 std::string TuneGlobals::GetMassListTypeFromSourceTypeString(const std::string& sourceType) {
-    return routine(impl_->trace, {"GetMassListTypeFromSourceTypeString"}, [&]() -> std::string {
+    return routine(impl_->trace, [&]() -> std::string {
         if (std::ranges::find(esi_like, sourceType) != std::end(esi_like)) return "ESI";
         return sourceType == "Dual nanoESI" ? "nanoESI" : sourceType;
     });
 }
 
 std::int32_t TuneGlobals::GetSourceSpecificVaporizerSetpointIndex() {
-    return routine(impl_->trace, {"GetSourceSpecificVaporizerSetpointIndex"}, [&](TraceObj& record) -> std::int32_t {
+    return routine(impl_->trace, [&](TraceObj& record) -> std::int32_t {
         const std::string name = GetSourceTypeStr();
         if (const auto* own = find_in(vaporizers, name)) {
             record.TR_PRINT("Selecting ", name);
@@ -99,7 +97,7 @@ std::int32_t TuneGlobals::GetSourceSpecificVaporizerSetpointIndex() {
 }
 
 std::int32_t TuneGlobals::GetSourceSpecificVCapSetpointIndex() {
-    return routine(impl_->trace, {"GetSourceSpecificVCapSetpointIndex"}, [&](TraceObj& record) {
+    return routine(impl_->trace, [&](TraceObj& record) {
         const std::int32_t code = impl_->setpoints.code(setpoint.source_type);
         const Source source = source_of(code);
         if (source.trace)
@@ -111,7 +109,7 @@ std::int32_t TuneGlobals::GetSourceSpecificVCapSetpointIndex() {
 }
 
 std::int32_t TuneGlobals::GetNumTransTuneSPForCurrentSamplingRate() {
-    return routine(impl_->trace, {"GetNumTransTuneSPForCurrentSamplingRate"}, [&](TraceObj& record) -> std::int32_t {
+    return routine(impl_->trace, [&](TraceObj& record) -> std::int32_t {
         if (const auto* known = find_in(transients_by_rate, impl_->setpoints.code(setpoint.sampling_rate)))
             return known->second;
         record.TR_PRINT("Error: invalid Sample Rate; defaulting to 1GHz");
@@ -120,7 +118,7 @@ std::int32_t TuneGlobals::GetNumTransTuneSPForCurrentSamplingRate() {
 }
 
 enumQuadType TuneGlobals::QuadType() {
-    return routine(impl_->trace, {"QuadType"}, [&] {
+    return routine(impl_->trace, [&] {
         const double max_mass = impl_->parameters.GetTuneParamByXMLPath("/QTOFTuneParams/Misc", "QuadMaxMass");
         if (max_mass == 4000) return enumQuadType::MaxMass4k;
         return max_mass == 8000 ? enumQuadType::MaxMass8k : enumQuadType{};

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "globals/tune_globals_state.h"
+#include "platform/text.h"
 
 namespace korvane {
 
@@ -20,8 +21,7 @@ template <class Value>
 void take_statistics(std::size_t count, std::size_t repeats, const Value& value, VariantArray<double>& means,
                      VariantArray<double>& standard_deviations) {
     const auto divided = [&](double sum, std::size_t divisor, const char* what) {
-        if (divisor == 0)
-            raise_runtime_fault(error_number::division_by_zero, text_of(what, " of ", repeats, " values"));
+        if (divisor == 0) raise_runtime_fault(error_number::division_by_zero, what, " of ", repeats, " values");
         return finite_result(sum / static_cast<double>(divisor), what);
     };
     std::vector<double> all_means(count), all_deviations(count);
@@ -47,8 +47,7 @@ void take_mass_errors_ppm(const VariantArray<double>& expected_masses, const Var
                           const MassTimeCalibration& calibration, VariantMatrix<double>& errors) {
     const auto expected = expected_masses.elements();
     if (expected.size() != times_ns.rows())
-        raise_runtime_fault(error_number::subscript,
-                            text_of(expected.size(), " expected masses, times of ", times_ns.rows()));
+        raise_runtime_fault(error_number::subscript, expected.size(), " expected masses, times of ", times_ns.rows());
     errors = {times_ns.rows(), times_ns.columns()};
     for (std::size_t spectrum = 0; spectrum < times_ns.columns(); ++spectrum)
         for (std::size_t mass = 0; mass < times_ns.rows(); ++mass) {
@@ -64,7 +63,7 @@ void TuneGlobals::CalculateStdevOfMassAssignmentErrorForTheseMasses(
     const VariantArray<double>& varExpectedMasses, const VariantMatrix<double>& varMeasuredTimes,
     const CalibrationObject& pLocalCopyOfCurrentMTCalcObjFromDD, VariantMatrix<double>& calibErrorRawData,
     VariantArray<double>& calibErrorMean, VariantArray<double>& calibStdDevs) {
-    routine(impl_->trace, {"CalculateStdevOfMassAssignmentErrorForTheseMasses"}, [&] {
+    routine(impl_->trace, [&] {
         if (!pLocalCopyOfCurrentMTCalcObjFromDD)
             raise_runtime_fault(error_number::object_not_set, "calibration object");
         take_mass_errors_ppm(varExpectedMasses, varMeasuredTimes, *pLocalCopyOfCurrentMTCalcObjFromDD,
@@ -78,7 +77,7 @@ void TuneGlobals::CalculateStdevOfMassAssignmentErrorForTheseMasses(
 
 void TuneGlobals::CalculateMeanAndStdevForThisData(const VariantMatrix<double>& varMeasuredValues,
                                                    VariantArray<double>& Means, VariantArray<double>& StdDevs) {
-    routine(impl_->trace, {"CalculateMeanAndStdevForThisData"}, [&] {
+    routine(impl_->trace, [&] {
         const auto of_column = [&](std::size_t column, std::size_t row) { return varMeasuredValues.at(row, column); };
         take_statistics(varMeasuredValues.columns(), varMeasuredValues.rows(), of_column, Means, StdDevs);
     });
