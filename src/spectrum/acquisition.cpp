@@ -1,7 +1,11 @@
-// Getting a populated spectrum of the right polarity from the running instrument.
+// Creation, and getting a populated spectrum of the right polarity from the running instrument.
+#include <cfloat>
+#include <cmath>
 #include <limits>
 
 #include "globals/stopwatch.h"
+#include "korvane/spectrum_parser.h"
+#include "platform/text.h"
 #include "spectrum/parser_state.h"
 
 namespace korvane {
@@ -24,7 +28,7 @@ void spectrum_routine_failed(TraceObj& record, RoutineName, const Error& pending
 }
 
 bool IsDataReturnedFromGetNextSpectrumPopulated(const ParserState& state, const AcquiredSpectrum& spectrum) {
-    return routine(state.trace, {"IsDataReturnedFromGetNextSpectrumPopulated"}, [&](TraceObj& record) {
+    return routine(state.trace, [&](TraceObj& record) {
         bool populated = true;
         const auto check = [&](bool is_empty, std::string_view name) {
             if (is_empty) record.TR_PRINT("LOG: WARNING: returned ", name, " is empty");
@@ -42,7 +46,7 @@ bool contains(const std::string& text, std::string_view sought) {
 }
 
 void GetMetaDataIndexesForExperimentIdxAndPolarity(ParserState& state, const VariantArray<std::string>& vMetaDesc) {
-    routine(state.trace, {"GetMetaDataIndexesForExperimentIdxAndPolarity"}, [&](TraceObj& record) {
+    routine(state.trace, [&](TraceObj& record) {
         const std::string experiment_name = state.instrument->parameter_name(contract::parameter.experiment);
         const std::string polarity_name = state.instrument->setpoints().external_name(contract::setpoint.polarity);
         const std::int32_t last = vMetaDesc.upper_bound();
@@ -77,7 +81,7 @@ bool ReturnedSpectrumIsOfSoughtPolarity(ParserState& state, const VariantArray<I
             "AUTOTUNE LOG: ERROR in ReturnedSpectrumIsOfSoughtPolarity(): Error getting Polarity and ExperimentIndex "
             "out of the MetaData Array");
     };
-    return routine(state.trace, {"ReturnedSpectrumIsOfSoughtPolarity"}, log_error, [&] {
+    return routine(state.trace, log_error, [&] {
         const std::int32_t polarity = checked_polarity(state, vMetaData);
         const bool sought = polarity == state.current().code(contract::setpoint.polarity);
         if (sought)
@@ -101,13 +105,45 @@ void log_polarity_timeout(ParserState& state, const VariantArray<InstrumentValue
 
 }  // namespace
 
+SpectrumParser::SpectrumParser(Platform platform) : impl_(new Impl(platform), [](Impl* state) { delete state; }) {}
+
+std::string SpectrumParser::tune_log_path() const {
+    return impl_->tune.tune_log_path();
+}
+
+SpectrumParser::Impl::Impl(const Platform& world)
+    : platform(checked(world)),
+      trace(platform.tracers),
+      instrument(platform.instrument),
+      tune(platform),
+      params(platform),
+      prefs(platform),
+      abort(platform),
+      search_log(platform) {}
+
+CurrentSetpoints SpectrumParser::Impl::current() {
+    segments = {tune.CurrentTimeSegment(), tune.CurrentScanSegment()};
+    return {instrument, segments};
+}
+
+void SpectrumParser::Impl::raise_if_aborted() {
+    if (abort.UserHasClickedAbort()) throw Error(error_number::user_aborted, "", "User aborted");
+}
+
+float to_single(double value) {
+    // The first double that no longer rounds to a single-precision number.
+    constexpr double beyond = FLT_MAX + 0x1p103;
+    if (std::abs(value) >= beyond) raise_runtime_fault(error_number::overflow, "[", value, "]");
+    return static_cast<float>(value);
+}
+
 void SpectrumParser::GetNewSpectrumAndVerifyDataIsPopulated(VariantArray<double>& vMassData,
                                                             VariantArray<double>& vYData,
                                                             VariantArray<InstrumentValue>& vMetaData,
                                                             double& dSpectrumStartTimeInNS,
                                                             bool& bUserHasCancelledRampInGUI) {
     Impl& state = *impl_;
-    routine(state.trace, {"GetNewSpectrumAndVerifyDataIsPopulated"}, spectrum_routine_failed, [&](TraceObj& record) {
+    routine(state.trace, spectrum_routine_failed, [&](TraceObj& record) {
         bUserHasCancelledRampInGUI = false;
         Stopwatch stopwatch(*state.platform.clock);
         AcquiredSpectrum answer;  // keeps what the instrument filled in last
@@ -150,7 +186,7 @@ void SpectrumParser::GetNewSpectrumAndVerifyDataIsPopulated(VariantArray<double>
 
 bool SpectrumParser::Impl::WaitForSpectrumWithProperPolarityAndExperimentIndex(SpectrumParser& parser,
                                                                                AcquiredSpectrum& spectrum) {
-    return routine(trace, {"WaitForSpectrumWithProperPolarityAndExperimentIndex"}, [&](TraceObj& record) {
+    return routine(trace, [&](TraceObj& record) {
         Stopwatch stopwatch(*platform.clock);
         log("AUTOTUNE LOG: STATUS: Waiting for spectrum with proper polarity and Experiment Index");
         const VariantArray<std::string> vMetaDesc = instrument.control().GetMetaDescription();

@@ -66,7 +66,7 @@ std::int32_t index_of_nearest_mass(const VariantArray<double>& masses, double so
 
 std::int32_t FindIndexOfMostAbundantMasses(SpectrumParser& parser, ParserState& state,
                                            const VariantArray<double>& varCalibrantMasses) {
-    return routine(state.trace, {"FindIndexOfMostAbundantMasses"}, numbered_line, [&](TraceObj& record) {
+    return routine(state.trace, numbered_line, [&](TraceObj& record) {
         const VariantMatrix<PeakInfo> peaks = parser.GetPeakInfoForCalibrantMasses(varCalibrantMasses);
         const CalibrationObject calibration = state.tune.GetCurrentCalibrationObjFromDD();
         record.TR_PRINT("Finding largest peak in list (other than low mass)");
@@ -105,7 +105,7 @@ bool SpectrumParser::AbundancesAreBelowDualGainThreshold(const VariantArray<doub
                                                          double dMassWindow) {
     constexpr ErrorLine line{"AbundancesAreBelowDualGainThreshold.Error[",
                              "] in AbundancesAreBelowDualGainThreshold(): "};
-    return routine(impl_->trace, {"AbundancesAreBelowDualGainThreshold"}, line, [&](TraceObj& record) {
+    return routine(impl_->trace, line, [&](TraceObj& record) {
         const double MaxAllowableAb = impl_->tune.GetMaxAbBeforeSaturationOccurs();
         const double low_mass = varCalibrantMasses.at(varCalibrantMasses.lower_bound());
         const double most_abundant_mass =

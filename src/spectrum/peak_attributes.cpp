@@ -28,7 +28,7 @@ PeakListObject search_twice(SpectrumParser& parser, TraceObj& record, const Mass
 
 PeakInfo SpectrumParser::GetPeakAttributes(double targetMass, double dMassWindow, enumPeakInfoUnits PeakInfoUnits,
                                            bool bThrowErrorOnNoPeaksFound) {
-    return routine(impl_->trace, {"GetPeakAttributes"}, [&](TraceObj& record) {
+    return routine(impl_->trace, [&](TraceObj& record) {
         const CalibrationObject calibration = impl_->current().calibration();
         const auto list = search_twice(*this, record, *calibration, targetMass, dMassWindow, PeakInfoUnits);
         if (!list && bThrowErrorOnNoPeaksFound) raise_no_peaks();
@@ -40,7 +40,7 @@ PeakInfo SpectrumParser::GetPeakAttributes(double targetMass, double dMassWindow
 
 PeakListObject SpectrumParser::GetPeakListOfOnlyThisOneMass(double targetMass, double dMassWindow,
                                                             enumPeakInfoUnits PeakInfoUnits) {
-    return routine(impl_->trace, {"GetPeakListOfOnlyThisOneMass"}, [&](TraceObj& record) {
+    return routine(impl_->trace, [&](TraceObj& record) {
         const CalibrationObject calibration = impl_->current().calibration();
         auto list = search_twice(*this, record, *calibration, targetMass, dMassWindow, PeakInfoUnits);
         if (!list) raise_no_peaks();
@@ -59,7 +59,7 @@ double SpectrumParser::GetPeakAttribute(PeakCalcType CalcType, double targetMass
     const auto peak = [&](enumPeakInfoUnits units) {
         return GetPeakAttributes(targetMass, dMassWindow, units, bThrowErrorOnNoPeaksFound);
     };
-    return routine(impl_->trace, {"GetPeakAttribute"}, zero_where_no_peaks, [&] {
+    return routine(impl_->trace, zero_where_no_peaks, [&] {
         switch (CalcType) {
             case PeakCalcType::TimeCentroid:
                 return peak(enumPeakInfoUnits::ns).pkCentroid;

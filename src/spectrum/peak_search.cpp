@@ -1,8 +1,9 @@
 // The peak finder, run over one stretch of a spectrum.
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
-#include "spectrum/kept_peaks.h"
+#include "platform/text.h"
 #include "spectrum/parser_state.h"
 
 namespace korvane {
@@ -24,8 +25,7 @@ double sampling_interval_ns(const ParserState& state) {
 }
 
 double ConvertIndexToTimeInNS(const ParserState& state, double index, double spectrum_start_ns) {
-    return routine(state.trace, {"ConvertIndexToTimeInNS"},
-                   [&] { return index * sampling_interval_ns(state) + spectrum_start_ns; });
+    return routine(state.trace, [&] { return index * sampling_interval_ns(state) + spectrum_start_ns; });
 }
 
 /// The peaks that `finder` sees in the window of the spectrum taken last; null where it returns no list.
@@ -52,7 +52,7 @@ struct CalibrantSearch {
                     const VariantArray<double>& samples)
         : finder(state.platform.instrument->create_peak_finder()) {
         if (mass_index < 0 || static_cast<std::size_t>(mass_index) >= state.windows.size())
-            raise_runtime_fault(error_number::subscript, text_of("calibrant position ", mass_index));
+            raise_runtime_fault(error_number::subscript, "calibrant position ", mass_index);
         IndexRange range = state.windows[static_cast<std::size_t>(mass_index)];
         const std::int32_t last = samples.upper_bound();
         range.end = {std::min(range.end.index, static_cast<double>(last)), std::min(range.end.searched, last)};
@@ -87,6 +87,45 @@ struct CalibrantSearch {
     std::int32_t found = 0;
 };
 
+/// The `most` most abundant peaks of `all`, in the order they had there. Ties keep the earlier peak.
+class KeptPeaks final : public PeakList {
+public:
+    KeptPeaks(PeakListObject all, std::int32_t most)
+        : all_(std::move(all)), kept_(static_cast<std::size_t>(all_->count())) {
+        std::iota(kept_.begin(), kept_.end(), 0);
+        order(height_position, 0);
+        kept_.resize(static_cast<std::size_t>(most));
+        std::sort(kept_.begin(), kept_.end());
+    }
+
+    std::int32_t count() const override { return static_cast<std::int32_t>(kept_.size()); }
+    void order(std::int32_t position, std::int32_t direction) override {
+        const auto value = [&](std::int32_t index) { return all_->GetPeakAttributeInfo(index, true).value(position); };
+        std::stable_sort(kept_.begin(), kept_.end(), [&](std::int32_t a, std::int32_t b) {
+            return direction == 0 ? value(a) > value(b) : value(a) < value(b);
+        });
+    }
+    PeakInfo GetPeakAttributeInfo(std::int32_t index, bool current_units) const override {
+        return all_->GetPeakAttributeInfo(kept(index), current_units);
+    }
+    void convert(const MassTimeCalibration& calibration, std::int32_t mode) override {
+        all_->convert(calibration, mode);
+    }
+    std::optional<PeakUncertainty> uncertainty(std::int32_t index) const override {
+        return all_->uncertainty(kept(index));
+    }
+    std::optional<PeakQuality> quality(std::int32_t index) const override { return all_->quality(kept(index)); }
+
+private:
+    std::int32_t kept(std::int32_t index) const {
+        if (index < 0 || index >= count()) raise_runtime_fault(error_number::subscript, "peak ", index);
+        return kept_[static_cast<std::size_t>(index)];
+    }
+
+    PeakListObject all_;              // never reordered
+    std::vector<std::int32_t> kept_;  // indexes in `all_`
+};
+
 }  // namespace
 
 std::int32_t SpectrumParser::FindPeakForMass(std::int32_t massIndex, double dSpectrumStartTimeInNS,
@@ -94,7 +133,7 @@ std::int32_t SpectrumParser::FindPeakForMass(std::int32_t massIndex, double dSpe
                                              PeakInfo& peakInfoInAmu, double& baseLine,
                                              const CalibrationObject& pMTObj) {
     Impl& state = *impl_;
-    return routine(state.trace, {"FindPeakForMass"}, [&](TraceObj& record) {
+    return routine(state.trace, [&](TraceObj& record) {
         state.taken_uncertainty.reset();
         state.taken_quality.reset();
         if (vYData.is_empty()) {
@@ -134,7 +173,7 @@ std::int32_t SpectrumParser::FindPeakListForMass(std::int32_t massIndex, double 
                                                  double& baseLine, const CalibrationObject& pMTObj,
                                                  enumPeakInfoUnits PeakInfoUnits) {
     Impl& state = *impl_;
-    return routine(state.trace, {"FindPeakListForMass"}, [&](TraceObj& record) {
+    return routine(state.trace, [&](TraceObj& record) {
         if (vYData.is_empty()) {
             record.TR_PRINT("Error : Empty Y Data");
             return 0;
@@ -151,7 +190,7 @@ std::int32_t SpectrumParser::FindPeakListForMass(std::int32_t massIndex, double 
 PeakListObject SpectrumParser::GetPeakList(double dTimeToStartSearchInNS, double dTimeToEndSearchInNS,
                                            std::int32_t MaxPeaks) {
     Impl& state = *impl_;
-    return routine(state.trace, {"GetPeakList"}, numbered_line, [&](TraceObj& record) {
+    return routine(state.trace, numbered_line, [&](TraceObj& record) {
         record.TR_PRINT("maxpeaks: ", MaxPeaks);
         record.TR_PRINT("Getting spectrum data");
         AcquiredSpectrum spectrum;
@@ -172,7 +211,7 @@ PeakListObject SpectrumParser::GetPeakList(double dTimeToStartSearchInNS, double
         if (!list) raise_runtime_fault(error_number::object_not_set, "peak list");
         const std::int32_t found = list->count();
         record.TR_PRINT("# Peak Found: ", found);
-        if (MaxPeaks > 0 && found > MaxPeaks) list = most_abundant_peaks(list, MaxPeaks);
+        if (MaxPeaks > 0 && found > MaxPeaks) list = std::make_shared<KeptPeaks>(list, MaxPeaks);
         for (std::int32_t i = 0; i < list->count(); ++i) {
             const PeakInfo peak = list->GetPeakAttributeInfo(i, true);
             record.TR_PRINT("Peak[", i, "].pkApexX,.pkHeight: [", peak.pkApexX, ", ", peak.pkHeight, "]");

@@ -59,7 +59,7 @@ std::int32_t nearest_sample(const VariantArray<double>& axis, double mass) {
 
 void SpectrumParser::CalculateTimeIndex(const VariantArray<double>& vMassData, const CalibrationObject& mtDLL,
                                         const VariantArray<double>& mList, double deltaMass, float percentT) {
-    routine(impl_->trace, {"CalculateTimeIndex"}, [&](TraceObj& record) {
+    routine(impl_->trace, [&](TraceObj& record) {
         std::vector<double> bounds;
         if (percentT > 0) {
             record.TR_PRINT("Using %T window");
@@ -82,7 +82,7 @@ void SpectrumParser::CalculateTimeIndex(const VariantArray<double>& vMassData, c
 }
 
 std::int32_t SpectrumParser::GetMassArrayIndexForThisMass(const VariantArray<double>& vMassData, double mass) {
-    return routine(impl_->trace, {"GetMassArrayIndexForThisMass"}, [&](TraceObj& record) {
+    return routine(impl_->trace, [&](TraceObj& record) {
         record.TR_PRINT(search_rule);
         record.TR_PRINT("searching mass index for mass ", mass);
         std::int32_t result = -1;
