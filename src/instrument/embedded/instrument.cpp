@@ -33,13 +33,12 @@ constexpr std::array<Option, 2> options{{{contract::option.digitiser, "4GHz Digi
                                          {contract::option.dual_source, "Dual SGF", &Hardware::dual_source}}};
 
 [[noreturn]] void refuse(const std::string& what, const std::string& name) {
-    raise_runtime_fault(error_number::invalid_call, what + "[" + name + "]");
+    raise_runtime_fault(error_number::invalid_call, what, "[", name, "]");
 }
 
 void check_segments(std::int32_t time_segment, std::int32_t scan_segment) {
     if (time_segment == 0 && scan_segment == 0) return;
-    raise_runtime_fault(error_number::subscript, "time segment[" + std::to_string(time_segment) + "], scan segment[" +
-                                                     std::to_string(scan_segment) + "]");
+    raise_runtime_fault(error_number::subscript, "time segment[", time_segment, "], scan segment[", scan_segment, "]");
 }
 
 void check_channel(std::int32_t channel) {

@@ -6,6 +6,7 @@
 
 #include "korvane/error.h"
 #include "platform/automation_arithmetic.h"
+#include "platform/text.h"
 
 namespace korvane::embedded {
 
@@ -86,7 +87,7 @@ std::span<const SetpointDefinition> setpoint_definitions() {
 const SetpointDefinition& setpoint_definition(std::int32_t index) {
     const auto found = std::ranges::lower_bound(definitions, index, {}, &SetpointDefinition::index);
     if (found == definitions.end() || found->index != index)
-        raise_runtime_fault(error_number::subscript, "setpoint[" + std::to_string(index) + "]");
+        raise_runtime_fault(error_number::subscript, "setpoint[", index, "]");
     return *found;
 }
 
