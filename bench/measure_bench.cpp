@@ -9,9 +9,9 @@
 #include <string>
 
 #include "bench/ratio.h"
-#include "instrument/masstime/square_law_calibration.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "korvane/calibration_fit.h"
+#include "korvane/embedded_parts.h"
 #include "korvane/spectrum_parser.h"
 #include "korvane/verdict.h"
 #include "platform/automation_arithmetic.h"
@@ -95,7 +95,7 @@ struct World {
         CalibrationCoefficients coefficients;
         coefficients.A = calibration_a;
         coefficients.B = calibration_b;
-        state.calibrations[0] = std::make_shared<SquareLawCalibration>(
+        state.calibrations[0] = make_square_law_calibration(
             coefficients, VariantArray<std::int32_t>(std::vector<std::int32_t>(8, 0)), CalibrationSettings{});
         state.acquire = [=](AcquiredSpectrum& spectrum, int) {
             spectrum.mass_data = axis;

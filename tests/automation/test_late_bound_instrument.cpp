@@ -10,8 +10,8 @@
 #include "automation/instrument_layer.h"
 #include "automation/native_object.h"
 #include "embedded_world.h"
-#include "instrument/masstime/square_law_calibration.h"
 #include "korvane/conformance.h"
+#include "korvane/embedded_parts.h"
 #include "korvane/forwarding.h"
 #include "support/raised.h"
 
@@ -270,7 +270,7 @@ TEST(Conformance, NothingInThePlaceOfAnObjectOrWhatIsNoErrorIsAFailedCheck) {
     ScriptedLayer scripted;
     scripted.state->has_control = false;
     scripted.state->calibrations[0] =
-        std::make_shared<Uncopied>(std::make_shared<SquareLawCalibration>(CalibrationCoefficients{4.5e-4, 20}));
+        std::make_shared<Uncopied>(make_square_law_calibration(CalibrationCoefficients{4.5e-4, 20}));
     Nothing nothing(scripted);
     Raising raising(scripted);
     std::set<std::string> told;

@@ -25,8 +25,8 @@ protected:
                                         {"CalPolynomialWeighting", -8}};
     }
     void calibrate(std::int32_t polarity, VariantArray<std::int32_t> flags) {
-        test.instrument().calibrations[polarity] = std::make_shared<SquareLawCalibration>(
-            CalibrationCoefficients{1e-4, 900, 1, 2, 3, 4, 5, 6}, std::move(flags));
+        test.instrument().calibrations[polarity] =
+            make_square_law_calibration(CalibrationCoefficients{1e-4, 900, 1, 2, 3, 4, 5, 6}, std::move(flags));
     }
 };
 
@@ -114,7 +114,7 @@ TEST_F(Calibration, NewCalibrationIsConvertedWholeAndStoredForThePolarityOfNow) 
 
 TEST_F(Calibration, StatisticsAreThoseOfEverySeries) {
     auto made = globals();
-    const auto law = std::make_shared<SquareLawCalibration>(CalibrationCoefficients{1e-4, 0});
+    const auto law = make_square_law_calibration(CalibrationCoefficients{1e-4, 0});
     const VariantArray<double> expected(std::vector<double>{100, 400}, 1);
     const double ppm[2][3] = {{-1, 0, 1}, {1e4, 1e4 + 20, 1e4 + 10}};
     VariantMatrix<double> times(2, 3), transposed(3, 2), raw, one(1, 1);

@@ -20,7 +20,7 @@ protected:
     Getters() {
         test.limit("Calibration", "MaxAbBeforeSaturationOccursOnHiGainChannel", "20000");
         test.raw_parameters("<Misc><QuadMaxMass>8000</QuadMaxMass></Misc>");
-        test.instrument().calibrations[0] = std::make_shared<SquareLawCalibration>(CalibrationCoefficients{1e-4, 0});
+        test.instrument().calibrations[0] = make_square_law_calibration(CalibrationCoefficients{1e-4, 0});
     }
 
     /// Setpoints as "index=value", hardware by words.

@@ -50,7 +50,7 @@ TEST_F(State, AnswersThatDependOnArgumentsAreExact) {
                  adjustable({std::vector<double>{1}, 1}));
     EXPECT_THAT(raised([&] { adjustable({}); }), StartsWith("13|"));
     test.instrument().calibrations[0] =
-        std::make_shared<SquareLawCalibration>(CalibrationCoefficients{1, 2500 - std::sqrt(1700.0)});
+        make_square_law_calibration(CalibrationCoefficients{1, 2500 - std::sqrt(1700.0)});
     EXPECT_EQ(made.GetMaxSpectrumTime_usec(), 2) << "halves go to the even neighbour";
 }
 

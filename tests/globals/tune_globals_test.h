@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "instrument/masstime/square_law_calibration.h"
+#include "korvane/embedded_parts.h"
 #include "korvane/tune_globals.h"
 #include "support/raised.h"
 #include "support/test_platform.h"

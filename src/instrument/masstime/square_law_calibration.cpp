@@ -1,10 +1,12 @@
-#include "instrument/masstime/square_law_calibration.h"
-
+// The embedded instrument's mass-time calibration: square law plus polynomial terms.
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <memory>
 #include <utility>
+#include <vector>
 
+#include "korvane/embedded_parts.h"
 #include "platform/text.h"
 
 namespace korvane {
@@ -12,107 +14,130 @@ namespace korvane {
 namespace {
 
 [[noreturn]] void raise_no_time(double mass) {
-    raise_runtime_fault(error_number::invalid_call, text_of("no flight time for mass[", mass, "]"));
+    raise_runtime_fault(error_number::invalid_call, "no flight time for mass[", mass, "]");
 }
+
+/// m = (A (t - B))^2 + sum of c_p t^p over the used terms p, t in ns. The flight time of a mass is the solution at or
+/// above B that lies nearest to the one of the square law alone; relative error of the inverse below 1e-12.
+class SquareLawCalibration final : public MassTimeCalibration {
+public:
+    SquareLawCalibration(const CalibrationCoefficients& nanoseconds, VariantArray<std::int32_t> use_flags,
+                         const CalibrationSettings& settings)
+        : coefficients_(nanoseconds), use_flags_(std::move(use_flags)), settings_(settings) {
+        collect_terms();
+    }
+
+    CalibrationCoefficients coefficients() const override { return coefficients_; }
+    void set_coefficients(const CalibrationCoefficients& nanoseconds) override {
+        coefficients_ = nanoseconds;
+        collect_terms();
+    }
+    CalibrationSettings settings() const override { return settings_; }
+    void set_settings(const CalibrationSettings& settings) override { settings_ = settings; }
+    VariantArray<std::int32_t> use_flags() const override { return use_flags_; }
+
+    double mass_from_time(double time_ns) const override { return mass_and_slope(time_ns).mass; }
+    double time_from_mass(double mass) const override {
+        return polynomial_.empty() ? square_law_time(mass) : time_with_terms(mass);
+    }
+
+    std::shared_ptr<MassTimeCalibration> clone() const override {
+        return std::make_shared<SquareLawCalibration>(*this);
+    }
+
+private:
+    struct MassAndSlope {
+        double mass;
+        double slope;  // amu per ns
+    };
+
+    struct Bracket {
+        double low_ns;
+        double high_ns;
+    };
+
+    void collect_terms() {
+        const std::array<double, 6> higher{coefficients_.C, coefficients_.D, coefficients_.E,
+                                           coefficients_.F, coefficients_.G, coefficients_.H};
+        polynomial_.clear();
+        std::size_t taken = 0;
+        std::int32_t term = use_flags_.is_empty() ? 0 : use_flags_.lower_bound();
+        for (const auto flag : use_flags_.elements()) {
+            if (flag == 1 && taken < higher.size()) {
+                if (term < 0) raise_runtime_fault(error_number::invalid_call, "calibration term[", term, "]");
+                polynomial_.resize(static_cast<std::size_t>(term) + 1);
+                polynomial_.back() = higher[taken++];
+            }
+            ++term;
+        }
+        const bool all_zero =
+            std::all_of(polynomial_.begin(), polynomial_.end(), [](double value) { return value == 0; });
+        if (all_zero) polynomial_.clear();
+    }
+
+    MassAndSlope mass_and_slope(double time_ns) const {
+        const double root = coefficients_.A * (time_ns - coefficients_.B);
+        double value = 0;
+        double slope = 0;
+        for (auto term = polynomial_.rbegin(); term != polynomial_.rend(); ++term) {
+            slope = slope * time_ns + value;
+            value = value * time_ns + *term;
+        }
+        return {root * root + value, 2 * coefficients_.A * root + slope};
+    }
+
+    double square_law_time(double mass) const {
+        const double time_ns = coefficients_.B + std::sqrt(mass) / std::abs(coefficients_.A);
+        if (!std::isfinite(time_ns)) raise_no_time(mass);
+        return time_ns;
+    }
+
+    double time_with_terms(double mass) const {
+        const double law_ns = coefficients_.B + std::sqrt(std::max(mass, 0.0)) / std::abs(coefficients_.A);
+        const double start_ns = std::isfinite(law_ns) ? law_ns : coefficients_.B;
+        const auto [low_ns, high_ns] = bracket(mass, start_ns);
+        return refine(mass, low_ns, high_ns);
+    }
+
+    Bracket bracket(double mass, double start_ns) const {
+        const bool start_above = mass_and_slope(start_ns).mass > mass;
+        double step_ns = std::max(1e-6 * std::abs(start_ns - coefficients_.B), 1e-3);
+        Bracket inner{start_ns, start_ns};
+        for (;;) {
+            const Bracket outer{std::max(coefficients_.B, start_ns - step_ns), start_ns + step_ns};
+            const double low_mass = mass_and_slope(outer.low_ns).mass;
+            const double high_mass = mass_and_slope(outer.high_ns).mass;
+            if (!std::isfinite(low_mass) || !std::isfinite(high_mass)) raise_no_time(mass);
+            if ((low_mass > mass) != start_above) return {outer.low_ns, inner.low_ns};
+            if ((high_mass > mass) != start_above) return {inner.high_ns, outer.high_ns};
+            inner = outer;
+            step_ns *= 2;
+        }
+    }
+
+    double refine(double mass, double low_ns, double high_ns) const {
+        const bool rising = mass_and_slope(high_ns).mass > mass;
+        double time_ns = 0.5 * (low_ns + high_ns);
+        for (int iteration = 0; iteration < 200; ++iteration) {
+            const auto [value, slope] = mass_and_slope(time_ns);
+            ((value > mass) == rising ? high_ns : low_ns) = time_ns;
+            double next_ns = time_ns - (value - mass) / slope;
+            // Newton must stay inside the bracket; where it does not, halving it always helps.
+            if (!(next_ns >= low_ns && next_ns <= high_ns)) next_ns = 0.5 * (low_ns + high_ns);
+            const double change_ns = std::abs(next_ns - time_ns);
+            time_ns = next_ns;
+            if (change_ns <= 1e-15 * std::abs(time_ns)) break;
+        }
+        return time_ns;
+    }
+
+    CalibrationCoefficients coefficients_;
+    VariantArray<std::int32_t> use_flags_;
+    CalibrationSettings settings_;
+    std::vector<double> polynomial_;  // coefficient of t^p at p; empty when no used term has a coefficient
+};
 
 }  // namespace
-
-SquareLawCalibration::SquareLawCalibration(const CalibrationCoefficients& nanoseconds,
-                                           VariantArray<std::int32_t> use_flags, const CalibrationSettings& settings)
-    : coefficients_(nanoseconds), use_flags_(std::move(use_flags)), settings_(settings) {
-    collect_terms();
-}
-
-void SquareLawCalibration::set_coefficients(const CalibrationCoefficients& nanoseconds) {
-    coefficients_ = nanoseconds;
-    collect_terms();
-}
-
-void SquareLawCalibration::collect_terms() {
-    const std::array<double, 6> higher{coefficients_.C, coefficients_.D, coefficients_.E,
-                                       coefficients_.F, coefficients_.G, coefficients_.H};
-    polynomial_.clear();
-    std::size_t taken = 0;
-    std::int32_t term = use_flags_.is_empty() ? 0 : use_flags_.lower_bound();
-    for (const auto flag : use_flags_.elements()) {
-        if (flag == 1 && taken < higher.size()) {
-            if (term < 0) raise_runtime_fault(error_number::invalid_call, text_of("calibration term[", term, "]"));
-            polynomial_.resize(static_cast<std::size_t>(term) + 1);
-            polynomial_.back() = higher[taken++];
-        }
-        ++term;
-    }
-    const bool all_zero = std::all_of(polynomial_.begin(), polynomial_.end(), [](double value) { return value == 0; });
-    if (all_zero) polynomial_.clear();
-}
-
-double SquareLawCalibration::mass_from_time(double time_ns) const {
-    return mass_and_slope(time_ns).mass;
-}
-
-SquareLawCalibration::MassAndSlope SquareLawCalibration::mass_and_slope(double time_ns) const {
-    const double root = coefficients_.A * (time_ns - coefficients_.B);
-    double value = 0;
-    double slope = 0;
-    for (auto term = polynomial_.rbegin(); term != polynomial_.rend(); ++term) {
-        slope = slope * time_ns + value;
-        value = value * time_ns + *term;
-    }
-    return {root * root + value, 2 * coefficients_.A * root + slope};
-}
-
-double SquareLawCalibration::square_law_time(double mass) const {
-    const double time_ns = coefficients_.B + std::sqrt(mass) / std::abs(coefficients_.A);
-    if (!std::isfinite(time_ns)) raise_no_time(mass);
-    return time_ns;
-}
-
-double SquareLawCalibration::time_from_mass(double mass) const {
-    return polynomial_.empty() ? square_law_time(mass) : time_with_terms(mass);
-}
-
-double SquareLawCalibration::time_with_terms(double mass) const {
-    const double law_ns = coefficients_.B + std::sqrt(std::max(mass, 0.0)) / std::abs(coefficients_.A);
-    const double start_ns = std::isfinite(law_ns) ? law_ns : coefficients_.B;
-    const auto [low_ns, high_ns] = bracket(mass, start_ns);
-    return refine(mass, low_ns, high_ns);
-}
-
-SquareLawCalibration::Bracket SquareLawCalibration::bracket(double mass, double start_ns) const {
-    const bool start_above = mass_and_slope(start_ns).mass > mass;
-    double step_ns = std::max(1e-6 * std::abs(start_ns - coefficients_.B), 1e-3);
-    Bracket inner{start_ns, start_ns};
-    for (;;) {
-        const Bracket outer{std::max(coefficients_.B, start_ns - step_ns), start_ns + step_ns};
-        const double low_mass = mass_and_slope(outer.low_ns).mass;
-        const double high_mass = mass_and_slope(outer.high_ns).mass;
-        if (!std::isfinite(low_mass) || !std::isfinite(high_mass)) raise_no_time(mass);
-        if ((low_mass > mass) != start_above) return {outer.low_ns, inner.low_ns};
-        if ((high_mass > mass) != start_above) return {inner.high_ns, outer.high_ns};
-        inner = outer;
-        step_ns *= 2;
-    }
-}
-
-double SquareLawCalibration::refine(double mass, double low_ns, double high_ns) const {
-    const bool rising = mass_and_slope(high_ns).mass > mass;
-    double time_ns = 0.5 * (low_ns + high_ns);
-    for (int iteration = 0; iteration < 200; ++iteration) {
-        const auto [value, slope] = mass_and_slope(time_ns);
-        ((value > mass) == rising ? high_ns : low_ns) = time_ns;
-        double next_ns = time_ns - (value - mass) / slope;
-        // Newton must stay inside the bracket; where it does not, halving it always helps.
-        if (!(next_ns >= low_ns && next_ns <= high_ns)) next_ns = 0.5 * (low_ns + high_ns);
-        const double change_ns = std::abs(next_ns - time_ns);
-        time_ns = next_ns;
-        if (change_ns <= 1e-15 * std::abs(time_ns)) break;
-    }
-    return time_ns;
-}
-
-std::shared_ptr<MassTimeCalibration> SquareLawCalibration::clone() const {
-    return std::make_shared<SquareLawCalibration>(*this);
-}
 
 CalibrationObject make_square_law_calibration(const CalibrationCoefficients& nanoseconds,
                                               VariantArray<std::int32_t> use_flags,

@@ -191,8 +191,8 @@ struct Points {
 
 /// A law and how well it meets the points.
 struct FittedLaw {
-    std::shared_ptr<const SquareLawCalibration> calibration;  // null where the fit fails
-    double root_mean_square_ns = infinite;                    // residual in mass over the slope of the law
+    std::shared_ptr<const MassTimeCalibration> calibration;  // null where the fit fails
+    double root_mean_square_ns = infinite;                   // residual in mass over the slope of the law
 };
 
 /// Intercept and slope of the straight line through points.
@@ -236,7 +236,7 @@ FittedLaw fit_law(const Points& points, const Powers& powers) {
         flags[static_cast<std::size_t>(powers[k])] = 1;
         *slots[k] = terms[static_cast<Eigen::Index>(k)] / std::pow(scale_ns, powers[k]);
     }
-    return {std::make_shared<SquareLawCalibration>(c, VariantArray<std::int32_t>(std::move(flags))),
+    return {make_square_law_calibration(c, VariantArray<std::int32_t>(std::move(flags))),
             residuals.norm() / std::sqrt(static_cast<double>(x.size())) * scale_ns};
 }
 

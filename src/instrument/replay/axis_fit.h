@@ -8,7 +8,6 @@
 #include <span>
 #include <vector>
 
-#include "instrument/masstime/square_law_calibration.h"
 #include "instrument/replay/recording.h"
 
 namespace korvane::replay {
@@ -51,7 +50,7 @@ struct KnownTimes {
 };
 
 struct AxisFit {
-    std::shared_ptr<const SquareLawCalibration> calibration;
+    std::shared_ptr<const MassTimeCalibration> calibration;
     TimeScale scale;
     SamplePositions positions;
 };

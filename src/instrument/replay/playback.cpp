@@ -54,10 +54,11 @@ void AxisKeeper::set_axis(const RecordedSpectrum& spectrum, const RecordingPlace
 
 bool AxisKeeper::use_stated(const RecordedSpectrum& spectrum) {
     if (!spectrum.calibration || !spectrum.first_flight_time_ns) return false;
-    const SquareLawCalibration stated(spectrum.calibration->coefficients, spectrum.calibration->use_flags);
+    const CalibrationObject stated =
+        make_square_law_calibration(spectrum.calibration->coefficients, spectrum.calibration->use_flags);
     // Spectra under one law share one object, so that a change of the law can be told.
     const bool same_law = axis_.calibration && last_.calibration == spectrum.calibration;
-    return adopt(spectrum.mz, same_law ? axis_.calibration : std::make_shared<const SquareLawCalibration>(stated),
+    return adopt(spectrum.mz, same_law ? axis_.calibration : stated,
                  {*spectrum.first_flight_time_ns, *spectrum.sampling_interval_ns});
 }
 
@@ -67,7 +68,7 @@ bool AxisKeeper::use_last(const RecordedSpectrum& spectrum) {
     return adopt(spectrum.mz, axis_.calibration, axis_.scale);
 }
 
-bool AxisKeeper::adopt(const std::vector<double>& mz, const std::shared_ptr<const SquareLawCalibration>& calibration,
+bool AxisKeeper::adopt(const std::vector<double>& mz, const std::shared_ptr<const MassTimeCalibration>& calibration,
                        const TimeScale& scale) {
     SamplePositions positions = locate_samples(mz, *calibration, scale);
     if (!positions.met()) return false;

@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "instrument/masstime/square_law_calibration.h"
 #include "instrument/replay/axis_fit.h"
 #include "instrument/replay/recording.h"
 #include "korvane/variant_array.h"
@@ -21,7 +20,7 @@ struct PlayedSpectrum {
     double sampling_interval_ns = 0;
     VariantArray<double> mass_data;  ///< amu of every sample, left-out ones included
     VariantArray<double> y_data;     ///< counts; 0 where a sample was left out
-    std::shared_ptr<const SquareLawCalibration> calibration;
+    std::shared_ptr<const MassTimeCalibration> calibration;
     PeakFinderOptions peak_finder;
 };
 
@@ -45,7 +44,7 @@ private:
     void set_axis(const RecordedSpectrum& spectrum, const RecordingPlace& place);
     bool use_stated(const RecordedSpectrum& spectrum);
     bool use_last(const RecordedSpectrum& spectrum);
-    bool adopt(const std::vector<double>& mz, const std::shared_ptr<const SquareLawCalibration>& calibration,
+    bool adopt(const std::vector<double>& mz, const std::shared_ptr<const MassTimeCalibration>& calibration,
                const TimeScale& scale);
     std::int64_t sample_count() const { return axis_.positions.steps.back() - axis_.positions.steps.front() + 1; }
     double time_at(std::int64_t step) const {

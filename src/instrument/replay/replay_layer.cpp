@@ -63,7 +63,7 @@ private:
         return make_peak_finder(playback_.spectra[shown_].peak_finder);
     }
     embedded::CalibrationContent dictionary_calibration(std::int32_t) const override {
-        const SquareLawCalibration& calibration = *playback_.spectra.front().calibration;
+        const MassTimeCalibration& calibration = *playback_.spectra.front().calibration;
         return {calibration.coefficients(), calibration.settings()};
     }
 
@@ -114,7 +114,7 @@ private:
     std::size_t next_ = 0;
     std::size_t shown_ = 0;  // the first one before any was shown
     bool shown_any_ = false;
-    std::array<std::shared_ptr<const SquareLawCalibration>, 2> recorded_;  // lent last, by polarity
+    std::array<std::shared_ptr<const MassTimeCalibration>, 2> recorded_;  // lent last, by polarity
 };
 
 }  // namespace

@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "instrument/embedded/instrument.h"
-#include "instrument/masstime/square_law_calibration.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "instrument/simulator/spectrum_generator.h"
+#include "korvane/embedded_parts.h"
 #include "korvane/error.h"
 #include "korvane/instrument_contract.h"
 #include "platform/safe_save.h"
@@ -126,7 +126,7 @@ public:
         const VariantArray<std::int32_t> flags(scene_.flight.use_flags);
         for (std::size_t polarity = 0; polarity < lent_.size(); ++polarity) {
             const embedded::CalibrationContent& content = *kept_.calibrations[polarity];
-            lent_[polarity] = std::make_shared<SquareLawCalibration>(content.coefficients, flags, content.settings);
+            lent_[polarity] = make_square_law_calibration(content.coefficients, flags, content.settings);
         }
         synced_ = current();
     }

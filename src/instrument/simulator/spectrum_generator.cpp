@@ -4,8 +4,8 @@
 #include <array>
 #include <cmath>
 
-#include "instrument/masstime/square_law_calibration.h"
 #include "instrument/simulator/portable_random.h"
+#include "korvane/embedded_parts.h"
 
 namespace korvane::simulation {
 
@@ -79,8 +79,8 @@ std::int32_t to_fixed(double counts) {
 enum Purpose : std::uint64_t { ions_purpose, noise_purpose, baseline_purpose, phase_purpose, purpose_count };
 constexpr std::uint64_t first_spectrum_stream = 16;
 
-SquareLawCalibration flight_law(const FlightSetup& flight) {
-    return SquareLawCalibration(flight.law.coefficients, VariantArray<std::int32_t>(flight.use_flags));
+CalibrationObject flight_law(const FlightSetup& flight) {
+    return make_square_law_calibration(flight.law.coefficients, VariantArray<std::int32_t>(flight.use_flags));
 }
 
 }  // namespace
@@ -195,12 +195,12 @@ std::vector<double> Digitizer::digitize(SignalBuffer& signal, const AcquisitionC
 SpectrumGenerator::SpectrumGenerator(const Scene& scene, std::uint64_t seed)
     : scene_(scene),
       seed_(seed),
-      population_(build_ion_population(scene, flight_law(scene.flight), seed)),
+      population_(build_ion_population(scene, *flight_law(scene.flight), seed)),
       shape_(scene.peak_shape.tail_fraction, scene.peak_shape.tail_length_sigmas),
       pulses_(scene.peak_shape, scene.detector.pulse_height_spread),
       digitizer_(scene.detector) {
-    const SquareLawCalibration law = flight_law(scene.flight);
-    for (const double mz : scene.detector.dead_masses) dead_peaks_.push_back({mz, law.time_from_mass(mz)});
+    const CalibrationObject law = flight_law(scene.flight);
+    for (const double mz : scene.detector.dead_masses) dead_peaks_.push_back({mz, law->time_from_mass(mz)});
 }
 
 RandomStream SpectrumGenerator::stream(std::int64_t spectrum_number, std::uint64_t purpose) const {

@@ -6,7 +6,7 @@
 #include <random>
 #include <string>
 
-#include "instrument/masstime/square_law_calibration.h"
+#include "korvane/embedded_parts.h"
 #include "support/raised.h"
 
 namespace korvane {
@@ -46,32 +46,32 @@ TEST(SquareLawCalibration, EveryTermCountsAndTheInverseFindsTheTimeAgain) {
             for (const auto unused : higher) law.*unused = 1e9;
             for_each_term(flags,
                           [&](auto place, int power) { law.*place = 0.05 * unit(random) / std::pow(1e5, power); });
-            const SquareLawCalibration calibration(law, flags);
+            const CalibrationObject calibration = make_square_law_calibration(law, flags);
             std::vector<double> times_ns;
             for (double time_ns = 2000; time_ns < 160000; time_ns *= 1.13) times_ns.push_back(time_ns);
-            const auto masses = calibration.masses_from_times(times_ns);
-            const auto back_ns = calibration.times_from_masses(masses);
+            const auto masses = calibration->masses_from_times(times_ns);
+            const auto back_ns = calibration->times_from_masses(masses);
             for (std::size_t i = 0; i < times_ns.size(); ++i) {
                 const long double time_ns = times_ns[i];
                 long double mass = std::pow(law.A * (time_ns - law.B), 2.0L);
                 for_each_term(flags, [&](auto place, int power) { mass += law.*place * std::pow(time_ns, power); });
                 ASSERT_NEAR(masses[i] / static_cast<double>(mass), 1, 1e-13);
                 ASSERT_NEAR(back_ns[i] / times_ns[i], 1, 1e-12) << masses[i];
-                ASSERT_EQ(masses[i], calibration.mass_from_time(times_ns[i]));
-                ASSERT_EQ(back_ns[i], calibration.time_from_mass(masses[i]));
+                ASSERT_EQ(masses[i], calibration->mass_from_time(times_ns[i]));
+                ASSERT_EQ(back_ns[i], calibration->time_from_mass(masses[i]));
             }
         }
     }
 }
 
 TEST(SquareLawCalibration, AMassWithoutAFlightTimeIsAnErrorThatNamesItAndSoIsATermOfANegativeNumber) {
-    const SquareLawCalibration plain({4.5e-4, 20});
-    const SquareLawCalibration no_slope({0, 20});
+    const CalibrationObject plain = make_square_law_calibration({4.5e-4, 20});
+    const CalibrationObject no_slope = make_square_law_calibration({0, 20});
     // A falling cubic term: the axis turns before it reaches the mass.
-    const SquareLawCalibration turning({4.5e-4, 20, -4e-13}, flags_of({0, 0, 0, 1}));
-    const SquareLawCalibration constant({0, 0, 5}, flags_of({1}));
+    const CalibrationObject turning = make_square_law_calibration({4.5e-4, 20, -4e-13}, flags_of({0, 0, 0, 1}));
+    const CalibrationObject constant = make_square_law_calibration({0, 0, 5}, flags_of({1}));
     struct Impossible {
-        const SquareLawCalibration& calibration;
+        CalibrationObject calibration;
         double mass;
         std::string text;
     };
@@ -81,26 +81,26 @@ TEST(SquareLawCalibration, AMassWithoutAFlightTimeIsAnErrorThatNamesItAndSoIsATe
           Impossible{plain, std::numeric_limits<double>::infinity(), "#INF"}, Impossible{no_slope, 922, "[922]"},
           Impossible{turning, 5e6, "[5000000]"}, Impossible{constant, 922.25, "[922.25]"},
           Impossible{turning, nan, "#QNAN"}}) {
-        const std::string error = raised([&] { calibration.time_from_mass(mass); });
+        const std::string error = raised([&] { calibration->time_from_mass(mass); });
         EXPECT_EQ(error.substr(0, 2), "5|");
         EXPECT_NE(error.find(text), std::string::npos) << error;
     }
-    EXPECT_NEAR(turning.mass_from_time(turning.time_from_mass(3000)), 3000, 1e-8);
-    EXPECT_THROW(SquareLawCalibration({4.5e-4, 20}, flags_of({1, 0}, -1)), Error);
-    EXPECT_NO_THROW(SquareLawCalibration({4.5e-4, 20}, flags_of({0, 1}, -1)));
+    EXPECT_NEAR(turning->mass_from_time(turning->time_from_mass(3000)), 3000, 1e-8);
+    EXPECT_THROW(make_square_law_calibration({4.5e-4, 20}, flags_of({1, 0}, -1)), Error);
+    EXPECT_NO_THROW(make_square_law_calibration({4.5e-4, 20}, flags_of({0, 1}, -1)));
 }
 
 TEST(SquareLawCalibration, ACloneGoesItsOwnWay) {
-    SquareLawCalibration original({4.5e-4, 20, 1e-3}, flags_of({0, 1}), {1, 2, 3});
-    const auto clone = original.clone();
-    EXPECT_EQ(clone->settings(), original.settings());
+    const CalibrationObject original = make_square_law_calibration({4.5e-4, 20, 1e-3}, flags_of({0, 1}), {1, 2, 3});
+    const auto clone = original->clone();
+    EXPECT_EQ(clone->settings(), original->settings());
     EXPECT_EQ(clone->use_flags().at(1), 1);
     const double mass = clone->mass_from_time(50000);
-    original.set_coefficients({5e-4, 10, 0});
-    original.set_settings({});
+    original->set_coefficients({5e-4, 10, 0});
+    original->set_settings({});
     EXPECT_EQ(clone->mass_from_time(50000), mass);
     EXPECT_EQ(clone->settings().CalPolynomialWeighting, 3);
-    EXPECT_NE(original.mass_from_time(50000), mass);
+    EXPECT_NE(original->mass_from_time(50000), mass);
 }
 
 }  // namespace

@@ -5,8 +5,8 @@
 #include <array>
 #include <cmath>
 
-#include "instrument/masstime/square_law_calibration.h"
 #include "instrument/peakfinder/measured_peak_list.h"
+#include "korvane/embedded_parts.h"
 #include "support/raised.h"
 
 namespace korvane {
@@ -25,10 +25,10 @@ std::vector<MeasuredPeak> mixed_peaks() {
     return peaks;
 }
 
-const SquareLawCalibration calibration({4.5e-4, 20});
+const CalibrationObject calibration = make_square_law_calibration({4.5e-4, 20});
 
 PeakInfo in_amu(const PeakInfo& ns) {
-    auto mass = [](double time_ns) { return calibration.mass_from_time(time_ns); };
+    auto mass = [](double time_ns) { return calibration->mass_from_time(time_ns); };
     const double width = mass(ns.pkCentroid + ns.pkWidth / 2) - mass(ns.pkCentroid - ns.pkWidth / 2);
     return {mass(ns.pkApexX),
             mass(ns.pkStart),
@@ -48,8 +48,8 @@ TEST(MeasuredPeakList, OrdersByEveryPositionConvertsOnceAndKeepsTiesAndErrorsWit
         SCOPED_TRACE(variant);
         const auto peaks = mixed_peaks();
         MeasuredPeakList list(peaks);
-        if (converted) list.convert(calibration, convert_to_amu_mode);
-        if (converted) list.convert(SquareLawCalibration({9e-4, 0}), convert_to_amu_mode);
+        if (converted) list.convert(*calibration, convert_to_amu_mode);
+        if (converted) list.convert(*make_square_law_calibration({9e-4, 0}), convert_to_amu_mode);
         list.order(position, direction);
         auto place = [&](std::int32_t i) {
             const PeakInfo record = list.GetPeakAttributeInfo(i, false);
@@ -81,7 +81,7 @@ TEST(MeasuredPeakList, WrongIndexPositionOrModeIsAnErrorThatNamesItAndChangesNot
         EXPECT_EQ(raised([&] { list.uncertainty(index); }), text);
     }
     EXPECT_EQ(raised([&] { empty.order(8, 0); }).substr(0, 2), "9|");
-    EXPECT_EQ(raised([&] { list.convert(calibration, 1); }).substr(0, 2), "5|");
+    EXPECT_EQ(raised([&] { list.convert(*calibration, 1); }).substr(0, 2), "5|");
     EXPECT_EQ(list.GetPeakAttributeInfo(5, true), mixed_peaks()[5].record);
 }
 

@@ -8,10 +8,10 @@
 #include <array>
 #include <thread>
 
-#include "instrument/masstime/square_law_calibration.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "instrument/simulator/acquisition_conditions.h"
 #include "instrument/simulator/simulator_bench.h"
+#include "korvane/embedded_parts.h"
 #include "platform/automation_arithmetic.h"
 
 namespace korvane {
@@ -261,7 +261,7 @@ TEST(State, WhatEachProgramChangedStandsAndHoursAddUp) {
         auto second = std::make_unique<SimulatorBench>(faulty(""), 1, disk);
         second->set("VCapESI", 2000);
         second->globals->calibrations().store(
-            1, SquareLawCalibration({4.4e-4, 19}, second->globals->calibrations().calibration(1)->use_flags()));
+            1, *make_square_law_calibration({4.4e-4, 19}, second->globals->calibrations().calibration(1)->use_flags()));
         for (int i = 0; i < 3; ++i) second->acquire();
         first.set("Lens1", 12);
         first.set("Scintillator", 0);
