@@ -8,6 +8,7 @@
 #include "instrument/simulator/portable_random.h"
 #include "korvane/error.h"
 #include "korvane/peak_finder.h"
+#include "platform/text.h"
 
 namespace korvane::simulation {
 
@@ -30,8 +31,7 @@ bool place(ExpectedPeak& peak, const PeakShape& shape, std::size_t sample_count,
     peak.sample_count = static_cast<std::size_t>(std::min(high, last_sample)) + 1 - peak.first_sample;
     peak.first_value = signal.ions.size();
     if (peak.first_value + peak.sample_count > most_peak_samples)
-        raise_runtime_fault(error_number::invalid_call,
-                            "the peaks have more than " + std::to_string(most_peak_samples) + " samples");
+        raise_runtime_fault(error_number::invalid_call, "the peaks have more than ", most_peak_samples, " samples");
     for (std::size_t i = 0; i < peak.sample_count; ++i) {
         const double x = (static_cast<double>(peak.first_sample + i) - peak.centre_samples) / peak.total_sigma_samples;
         const double ions = per_density * shape.density(x);

@@ -9,6 +9,7 @@
 #include "instrument/simulator/expected_signal.h"
 #include "instrument/simulator/portable_random.h"
 #include "korvane/error.h"
+#include "platform/text.h"
 
 namespace korvane::simulation {
 
@@ -56,8 +57,8 @@ public:
 
 private:
     [[noreturn]] void refuse(const std::string& reason) const {
-        raise_runtime_fault(error_number::invalid_call, "formula[" + std::string(formula_) + "] has " + reason +
-                                                            " at position " + std::to_string(position_ + 1));
+        raise_runtime_fault(error_number::invalid_call, "formula[", formula_, "] has ", reason, " at position ",
+                            position_ + 1);
     }
     bool next_is(char low, char high) const {
         return position_ < formula_.size() && formula_[position_] >= low && formula_[position_] <= high;
@@ -180,8 +181,8 @@ void add_background(const Scene& scene, const MassTimeCalibration& law, RandomSt
     constexpr int most_in_a_row = 1000, most_attempts = 2000000;
     for (int placed = 0, attempts = 0, all = 0; placed < setup.count; ++attempts, ++all) {
         if (attempts == most_in_a_row || all == most_attempts)
-            raise_runtime_fault(error_number::invalid_call, "background.count[" + std::to_string(setup.count) +
-                                                                "] peaks do not fit with background.separation_sigmas");
+            raise_runtime_fault(error_number::invalid_call, "background.count[", setup.count,
+                                "] peaks do not fit with background.separation_sigmas");
         IonPeak peak{.background = true};
         peak.mz = log_uniform(random, setup.least_mz, setup.most_mz);
         peak.ions = log_uniform(random, setup.least_ions, setup.most_ions);
@@ -225,8 +226,7 @@ std::array<IonPeaks, 2> build_ion_population(const Scene& scene, const MassTimeC
     for (const SceneIon& ion : scene.sample.ions)
         for (const auto& [symbol, count] : ion.mz ? Composition() : parse_formula(ion.formula))
             if ((atoms += count) > most_atoms)
-                raise_runtime_fault(error_number::invalid_call,
-                                    "the formulas have more than " + std::to_string(most_atoms) + " atoms");
+                raise_runtime_fault(error_number::invalid_call, "the formulas have more than ", most_atoms, " atoms");
     std::array<IonPeaks, 2> population;
     for (const SceneIon& ion : scene.sample.ions) add_scene_ion(ion, scene, law, population[ion.charge > 0 ? 0 : 1]);
     for (std::size_t polarity = 0; polarity < population.size(); ++polarity) {
