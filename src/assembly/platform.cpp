@@ -1,23 +1,149 @@
-#include "korvane/platform.h"
-
+// The default platforms, and the base folders of the embedded one.
+#include <algorithm>
 #include <functional>
 #include <mutex>
+#include <random>
+#include <string_view>
 #include <utility>
 
-#include "assembly/base_folder.h"
+#include "assembly/base_data.h"
 #include "instrument/library/instrument_library.h"
-#include "instrument/replay/recorder.h"
 #include "instrument/replay/replay_layer.h"
 #include "instrument/simulator/simulator.h"
 #include "korvane/embedded.h"
-#include "korvane/recording.h"
+#include "korvane/error.h"
+#include "korvane/listing.h"
+#include "korvane/platform.h"
 #include "platform/files.h"
+#include "platform/safe_save.h"
+#include "platform/text.h"
 
 namespace korvane {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr const char* logs_folder = "Logfiles";
+const std::string staging_name = ".korvane-new-";
+
+/// The text without the name of the folder in which everything is written first.
+std::string without_staging(std::string text) {
+    const std::size_t at = text.find(staging_name);
+    if (at != std::string::npos) text.erase(at, text.find_first_not_of("0123456789/\\", at + staging_name.size()) - at);
+    return text;
+}
+
+[[noreturn]] void fail(const char* routine, const fs::path& folder, const std::string& fault) {
+    throw Error(error_number::file_or_element, routine, "base folder " + utf8_from_path(folder) + ": " + fault);
+}
+
+// Empty where the variable is not set.
+fs::path path_from_environment(const char* name) {
+    return path_from_utf8(environment_text(name));
+}
+
+fs::path per_user_folder() {
+#ifdef _WIN32
+    const fs::path data = path_from_environment("LOCALAPPDATA");
+    const fs::path folder = data / "Korvane";
+#else
+    fs::path data = path_from_environment("XDG_DATA_HOME");
+    if (!data.is_absolute()) {
+        const fs::path home = path_from_environment("HOME");
+        data = home.is_absolute() ? home / ".local" / "share" : fs::path();
+    }
+    const fs::path folder = data / "korvane";
+#endif
+    if (data.empty())
+        throw Error(error_number::file_or_element, "default_base_folder",
+                    "the user has no folder for data; name a base folder in KORVANE_BASE");
+    return folder;
+}
+
+// A folder beside or inside the one to be made, in which everything is written first.
+fs::path make_staging_folder(const fs::path& parent) {
+    std::random_device random;
+    for (;;) {
+        const fs::path folder = parent / (staging_name + std::to_string(random()));
+        if (fs::create_directory(folder)) return folder;
+    }
+}
+
+/// The file with the numbers among its texts as the stores read them here.
+std::string with_local_numbers(std::string_view bytes) {
+    std::string text;
+    while (!bytes.empty()) {
+        const std::size_t end = std::min(bytes.find('<'), bytes.size());
+        const std::string_view piece = bytes.substr(0, end);
+        const bool is_number = piece.find_first_not_of("0123456789.+-eE") == std::string_view::npos;
+        text += is_number ? stored_number(std::string(piece)) : piece;
+        const std::size_t next = std::min(bytes.find('>', end), bytes.size() - 1) + 1;
+        text += bytes.substr(end, next - end);
+        bytes.remove_prefix(next);
+    }
+    return text;
+}
+
+void write_base_data(const fs::path& folder) {
+    const auto files = make_system_files();
+    fs::create_directory(folder / logs_folder);
+    for (const BaseDataFile& file : base_data_files()) {
+        const fs::path path = folder / fs::path(file.name);
+        fs::create_directories(path.parent_path());
+        safe_save(*files, utf8_from_path(path), with_local_numbers(file.bytes));
+    }
+}
+
+// Into a folder that exists and is empty: it stays the same folder, since somebody may work in it.
+void fill(const fs::path& folder) {
+    const fs::path staging = make_staging_folder(folder);
+    std::vector<fs::path> ours{staging};
+    try {
+        write_base_data(staging);
+        for (const auto& entry : fs::directory_iterator(staging)) {
+            ours.push_back(folder / entry.path().filename());
+            fs::rename(entry, ours.back());
+        }
+        fs::remove(staging);
+    } catch (...) {
+        std::error_code ignored;
+        for (const fs::path& path : ours) fs::remove_all(path, ignored);
+        throw;
+    }
+}
+
+void make(const fs::path& folder) {
+    const fs::path parent = folder.parent_path();
+    fs::create_directories(parent);
+    const fs::path staging = make_staging_folder(parent);
+    try {
+        write_base_data(staging);
+        fs::rename(staging, folder);
+    } catch (...) {
+        std::error_code ignored;
+        fs::remove_all(staging, ignored);
+        throw;
+    }
+}
+
+void make_per_user_folder(const fs::path& folder) {
+    try {
+        create_base_folder(folder);
+    } catch (const Error&) {
+        // Another program may have made it in the meantime.
+        if (!fs::exists(folder / logs_folder)) throw;
+    }
+}
+
+void require_folder(const fs::path& folder) {
+    const char* const routine = "make_embedded_platform";
+    std::error_code fault;
+    const fs::file_status status = fs::status(folder, fault);
+    if (status.type() == fs::file_type::not_found) fail(routine, folder, "it does not exist");
+    if (fault) fail(routine, folder, fault.message());
+    if (!fs::is_directory(status)) fail(routine, folder, "it is not a folder");
+}
 
 constexpr const char* state_file_name = "instrument.json";
 constexpr const char* scene_file_name = "scene.json";
@@ -53,7 +179,45 @@ std::optional<std::string> scene_file(const EmbeddedOptions& options, const fs::
     return std::nullopt;
 }
 
+/// The chosen folder, or for an empty path the default one; the per-user folder is made when it does not exist yet.
+/// Error -904 naming the result when it does not exist or is no folder; what it holds is told by who needs it.
+fs::path usable_base_folder(const fs::path& chosen) {
+    fs::path folder = chosen.empty() ? default_base_folder() : chosen;
+    std::error_code fault;
+    folder = fs::absolute(folder, fault).lexically_normal();
+    if (chosen.empty() && path_from_environment("KORVANE_BASE").empty() && !fs::exists(folder, fault))
+        make_per_user_folder(folder);
+    require_folder(folder);
+    return folder;
+}
+
 }  // namespace
+
+fs::path default_base_folder() {
+    const fs::path named = path_from_environment("KORVANE_BASE");
+    return named.empty() ? per_user_folder() : named;
+}
+
+void create_base_folder(const fs::path& folder) {
+    const char* const routine = "create_base_folder";
+    try {
+        fs::path wanted = fs::absolute(folder).lexically_normal();
+        if (!wanted.has_filename()) wanted = wanted.parent_path();
+        const fs::file_status status = fs::status(wanted);
+        if (status.type() == fs::file_type::not_found)
+            make(wanted);
+        else if (!fs::is_directory(status))
+            fail(routine, wanted, "it exists and is not a folder");
+        else if (!fs::is_empty(wanted))
+            fail(routine, wanted, "it exists and is not empty");
+        else
+            fill(wanted);
+    } catch (const fs::filesystem_error& fault) {
+        fail(routine, folder, fault.code().message());
+    } catch (const FileError& fault) {
+        fail(routine, folder, without_staging(fault.what()));
+    }
+}
 
 Platform make_platform(std::shared_ptr<InstrumentLayer> instrument) {
     return {.instrument = std::move(instrument),
@@ -81,8 +245,8 @@ Platform make_embedded_platform(const EmbeddedOptions& options, Platform system)
 Platform make_outside_platform(const std::string& instrument) {
     return make_platform(std::make_shared<LazyLayer>([instrument] {
         if (!names_library(instrument))
-            raise_runtime_fault(cannot_create,
-                                instrument + " (neither a library file nor, on this system, an automation object)");
+            raise_runtime_fault(cannot_create, instrument,
+                                " (neither a library file nor, on this system, an automation object)");
         return load_instrument_library(instrument);
     }));
 }
@@ -98,15 +262,6 @@ const Platform& Platform::process_default() {
         return instrument ? make_outside_platform(*instrument) : make_embedded_platform({});
     }();
     return platform;
-}
-
-void record_spectra(const Platform& platform, const fs::path& file, std::int32_t count,
-                    const RecordingProgress& progress) {
-    record_spectra(*platform.instrument, utf8_from_path(file), count, *platform.files, *platform.clock, progress);
-}
-
-void record_spectrum(const Platform& platform, const fs::path& file, const AcquiredSpectrum& spectrum) {
-    record_spectra(*platform.instrument, utf8_from_path(file), 1, *platform.files, *platform.clock, {}, &spectrum);
 }
 
 }  // namespace korvane

@@ -1,6 +1,8 @@
 // A recording made ready to be played: full axes, flight times and calibrations.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -37,15 +39,77 @@ public:
     AxisKeeper(std::string file, Notes& notes) : file_(std::move(file)), notes_(notes) {}
 
     /// Fails as `fit_axis` does, and for spectra that have too many samples with those put back.
-    PlayedSpectrum play(const RecordedSpectrum& spectrum);
+    PlayedSpectrum play(const RecordedSpectrum& spectrum) {
+        const RecordingPlace place{file_, spectrum.id};
+        if (!same_axis(spectrum)) set_axis(spectrum, place);
+        last_.mz = spectrum.mz;
+        last_.sampling_interval_ns = spectrum.sampling_interval_ns;
+        last_.first_flight_time_ns = spectrum.first_flight_time_ns;
+        last_.calibration = spectrum.calibration;
+        total_samples_ += sample_count();
+        if (total_samples_ > largest_recording_samples)
+            place.fail("with the samples that were left out the spectra have more than ", largest_recording_samples,
+                       " samples");
+        PlayedSpectrum played;
+        played.polarity = spectrum.polarity;
+        played.scan_start_minutes = spectrum.scan_start_minutes;
+        played.start_time_ns = time_at(axis_.positions.steps.front());
+        played.sampling_interval_ns = axis_.scale.interval_ns;
+        played.calibration = axis_.calibration;
+        played.mass_data = mass_data_;
+        played.y_data = spread(spectrum.intensity);
+        played.peak_finder = spectrum.peak_finder;
+        return played;
+    }
 
 private:
-    bool same_axis(const RecordedSpectrum& spectrum) const;
-    void set_axis(const RecordedSpectrum& spectrum, const RecordingPlace& place);
-    bool use_stated(const RecordedSpectrum& spectrum);
-    bool use_last(const RecordedSpectrum& spectrum);
+    bool same_axis(const RecordedSpectrum& spectrum) const {
+        return axis_.calibration && last_.mz == spectrum.mz && last_.calibration == spectrum.calibration &&
+               last_.first_flight_time_ns == spectrum.first_flight_time_ns &&
+               last_.sampling_interval_ns == spectrum.sampling_interval_ns;
+    }
+
+    void set_axis(const RecordedSpectrum& spectrum, const RecordingPlace& place) {
+        if (!use_stated(spectrum) && !use_last(spectrum)) {
+            axis_ = fit_axis(spectrum.mz, {spectrum.first_flight_time_ns, spectrum.sampling_interval_ns}, place);
+            if (!spectrum.sampling_interval_ns)
+                notes_.add("sampling interval not stated: taken as ", axis_.scale.interval_ns, " ns");
+            if (!axis_.positions.met())
+                notes_.add("no flight-time law meets the axis: by the nearest, samples lie up to ",
+                           std::round(1000 * axis_.positions.worst_deviation_steps) / 1000, " of a step off");
+        }
+        const auto samples = static_cast<std::int64_t>(spectrum.mz.size());
+        const std::int64_t most = std::min(largest_spectrum_samples, most_samples_for_one * samples);
+        if (sample_count() > most)
+            place.fail("m/z array: with the samples that were left out there are ", sample_count(), ", more than ",
+                       most);
+        mass_data_ = full_masses(spectrum.mz);
+    }
+
+    bool use_stated(const RecordedSpectrum& spectrum) {
+        if (!spectrum.calibration || !spectrum.first_flight_time_ns) return false;
+        const CalibrationObject stated =
+            make_square_law_calibration(spectrum.calibration->coefficients, spectrum.calibration->use_flags);
+        // Spectra under one law share one object, so that a change of the law can be told.
+        const bool same_law = axis_.calibration && last_.calibration == spectrum.calibration;
+        return adopt(spectrum.mz, same_law ? axis_.calibration : stated,
+                     {*spectrum.first_flight_time_ns, *spectrum.sampling_interval_ns});
+    }
+
+    bool use_last(const RecordedSpectrum& spectrum) {
+        if (!axis_.calibration || spectrum.first_flight_time_ns) return false;
+        if (spectrum.sampling_interval_ns.value_or(axis_.scale.interval_ns) != axis_.scale.interval_ns) return false;
+        return adopt(spectrum.mz, axis_.calibration, axis_.scale);
+    }
+
     bool adopt(const std::vector<double>& mz, const std::shared_ptr<const MassTimeCalibration>& calibration,
-               const TimeScale& scale);
+               const TimeScale& scale) {
+        SamplePositions positions = locate_samples(mz, *calibration, scale);
+        if (!positions.met()) return false;
+        axis_ = {calibration, scale, std::move(positions)};
+        return true;
+    }
+
     std::int64_t sample_count() const { return axis_.positions.steps.back() - axis_.positions.steps.front() + 1; }
     double time_at(std::int64_t step) const {
         return axis_.scale.origin_ns + static_cast<double>(step) * axis_.scale.interval_ns;
@@ -53,8 +117,23 @@ private:
     std::size_t place_of(std::size_t sample) const {
         return static_cast<std::size_t>(axis_.positions.steps[sample] - axis_.positions.steps.front());
     }
-    VariantArray<double> full_masses(const std::vector<double>& mz) const;
-    VariantArray<double> spread(const std::vector<double>& intensity) const;
+    VariantArray<double> full_masses(const std::vector<double>& mz) const {
+        std::vector<double> masses;
+        masses.reserve(static_cast<std::size_t>(sample_count()));
+        for (std::size_t i = 0; i < mz.size(); ++i) {
+            while (masses.size() < place_of(i))
+                masses.push_back(axis_.calibration->mass_from_time(
+                    time_at(axis_.positions.steps.front() + static_cast<std::int64_t>(masses.size()))));
+            masses.push_back(mz[i]);
+        }
+        return masses;
+    }
+
+    VariantArray<double> spread(const std::vector<double>& intensity) const {
+        std::vector<double> counts(static_cast<std::size_t>(sample_count()));
+        for (std::size_t i = 0; i < intensity.size(); ++i) counts[place_of(i)] = intensity[i];
+        return counts;
+    }
 
     std::string file_;
     Notes& notes_;
@@ -65,6 +144,11 @@ private:
 };
 
 /// All spectra of a recording.
-Playback prepare_playback(const Recording& recording);
+inline Playback prepare_playback(const Recording& recording) {
+    Playback playback{recording, {}};
+    AxisKeeper axis(recording.file, playback.notes);
+    for (const RecordedSpectrum& spectrum : recording.spectra) playback.spectra.push_back(axis.play(spectrum));
+    return playback;
+}
 
 }  // namespace korvane::replay

@@ -1,4 +1,4 @@
-#include "instrument/replay/recorder.h"
+#include "korvane/recording.h"
 
 #include <fmt/format.h>
 
@@ -20,6 +20,7 @@
 #include "instrument/replay/playback.h"
 #include "platform/automation_arithmetic.h"
 #include "platform/safe_save.h"
+#include "platform/text.h"
 
 namespace korvane {
 
@@ -356,20 +357,32 @@ private:
     std::string path_;
 };
 
-}  // namespace
-
-}  // namespace replay
-
-void record_spectra(InstrumentLayer& instrument, const std::string& path, int count, Files& files, Clock& clock,
-                    const RecordingProgress& progress, const AcquiredSpectrum* taken) {
-    if (count < 1) raise_runtime_fault(error_number::invalid_call, "count " + std::to_string(count));
-    replay::Recorder recorder(instrument, path);
+/// The next spectra of the instrument, or the one that has been taken.
+void record(const Platform& platform, const std::filesystem::path& file, std::int32_t count,
+            const RecordingProgress& progress, const AcquiredSpectrum* taken) {
+    if (count < 1) raise_runtime_fault(error_number::invalid_call, "count ", count);
+    const std::string path = utf8_from_path(file);
+    Recorder recorder(*platform.instrument, path);
     try {
-        safe_save(files, path, [&](OutputFile& file) { recorder.record(count, clock, progress, taken, file); });
+        safe_save(*platform.files, path,
+                  [&](OutputFile& output) { recorder.record(count, *platform.clock, progress, taken, output); });
     } catch (const FileError& fault) {
         throw Error(error_number::file_or_element, "RecordingWriter",
                     "recording [" + path + "]: cannot be written: " + fault.what());
     }
+}
+
+}  // namespace
+
+}  // namespace replay
+
+void record_spectra(const Platform& platform, const std::filesystem::path& file, std::int32_t count,
+                    const RecordingProgress& progress) {
+    replay::record(platform, file, count, progress, nullptr);
+}
+
+void record_spectrum(const Platform& platform, const std::filesystem::path& file, const AcquiredSpectrum& spectrum) {
+    replay::record(platform, file, 1, {}, &spectrum);
 }
 
 }  // namespace korvane

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -61,7 +62,12 @@ public:
         known == counted_.end() ? void(counted_.emplace_back(what, 1)) : void(++known->second);
     }
     /// "polarity not stated: taken as positive (3 spectra)".
-    std::vector<std::string> lines() const;
+    std::vector<std::string> lines() const {
+        std::vector<std::string> all;
+        for (const auto& [what, count] : counted_)
+            all.push_back(count == 1 ? what : what + " (" + std::to_string(count) + " spectra)");
+        return all;
+    }
 
 private:
     std::vector<std::pair<std::string, int>> counted_;
@@ -81,10 +87,25 @@ struct Recording : RecordingHead {
 };
 
 /// Whether m/z are spaced as samples are: most neighbouring distances nearly alike, which those of centroids are not.
-bool is_spaced_as_profile(const std::vector<double>& mz);
+inline bool is_spaced_as_profile(const std::vector<double>& mz) {
+    constexpr double alike = 0.1;
+    constexpr std::size_t fewest = 4;  // that tell anything
+    std::size_t even = 0;
+    for (std::size_t i = 2; i < mz.size(); ++i)
+        even += std::abs((mz[i] - mz[i - 1]) / (mz[i - 1] - mz[i - 2]) - 1) < alike;
+    return mz.size() < fewest || 2 * even >= mz.size() - 2;
+}
 /// Fails for m/z that do not ascend from above 0, and for numbers that are not finite.
-void check_masses(const std::vector<double>& mz, const RecordingPlace& place);
-void check_intensities(const std::vector<double>& intensity, const RecordingPlace& place);
+inline void check_masses(const std::vector<double>& mz, const RecordingPlace& place) {
+    double below = 0;
+    for (std::size_t i = 0; i < mz.size(); below = mz[i++])
+        if (!std::isfinite(mz[i]) || !(mz[i] > below))
+            place.fail("m/z [", mz[i], "] of sample ", i, " does not lie above [", below, "]");
+}
+inline void check_intensities(const std::vector<double>& intensity, const RecordingPlace& place) {
+    for (std::size_t i = 0; i < intensity.size(); ++i)
+        if (!std::isfinite(intensity[i])) place.fail("intensity of sample ", i, " is not a finite number");
+}
 
 /// Samples of one spectrum, and of all spectra of a recording, beyond which a file is refused: its arrays would not fit
 /// into memory, and no flight tube gives them.

@@ -1,4 +1,4 @@
-#include "instrument/replay/recorder.h"
+#include "korvane/recording.h"
 
 #include <gmock/gmock.h>
 
@@ -27,11 +27,14 @@ struct Recorder : testing::Test {
     std::shared_ptr<InstrumentLayer> replay(const char* path = file) {
         return make_replay({path, "/base"}, bench.disk, bench.clock);
     }
+    void record(std::shared_ptr<InstrumentLayer> layer, const std::string& path, int count) {
+        record_spectra({.instrument = std::move(layer), .files = bench.disk, .clock = bench.clock}, path, count);
+    }
     SimulatorBench bench{scene};
 };
 
 TEST_F(Recorder, ReplayShowsWhatTheInstrumentShowedAndRecordsToTheSameFile) {
-    record_spectra(*bench.layer, file, 3, *bench.disk, *bench.clock);
+    record(bench.layer, file, 3);
     SimulatorBench shown(scene);
     const auto replayed = replay();
     const auto globals = replayed->create_globals();
@@ -58,7 +61,7 @@ TEST_F(Recorder, ReplayShowsWhatTheInstrumentShowedAndRecordsToTheSameFile) {
                                   &PeakFinderOptions::tail_pulse_part, &PeakFinderOptions::saturation_counts})
             EXPECT_EQ(options.*member, expected.*member);
     }
-    record_spectra(*replay(), "/base/again.mzML", 3, *bench.disk, *bench.clock);
+    record(replay(), "/base/again.mzML", 3);
     const auto spectra = [&](const char* path) {
         const std::string text = bench.disk->content(path).value();
         return text.substr(text.find("<spectrumList"));
@@ -67,7 +70,7 @@ TEST_F(Recorder, ReplayShowsWhatTheInstrumentShowedAndRecordsToTheSameFile) {
 }
 
 TEST_F(Recorder, FitsTheAxisWhereTheCalibrationIsNotTheOneOfTheSpectra) {
-    record_spectra(*bench.layer, file, 1, *bench.disk, *bench.clock);
+    record(bench.layer, file, 1);
     std::string text = bench.disk->content(file).value();
     bench.disk->put(file, text.replace(text.find("0.00045 "), 7, "0.00046"));
     const auto fitted = replay()->create_globals()->calibrations().calibration(0);
@@ -77,7 +80,7 @@ TEST_F(Recorder, FitsTheAxisWhereTheCalibrationIsNotTheOneOfTheSpectra) {
 }
 
 TEST_F(Recorder, StatesWhatTheStandardAsksFor) {
-    record_spectra(*bench.layer, file, 2, *bench.disk, *bench.clock);
+    record(bench.layer, file, 2);
     pugi::xml_document document;
     ASSERT_TRUE(document.load_string(bench.disk->content(file)->c_str()));
     for (const char* present :
@@ -117,7 +120,7 @@ TEST_F(Recorder, KeepsTheOldFileWhenItFails) {
         spectrum.meta_data = std::vector<InstrumentValue>{0, polarity};
     };
     const auto error = [&](const std::string& path = file, int count = 1) {
-        return raised([&] { record_spectra(instrument, path, count, *bench.disk, *bench.clock); });
+        return raised([&] { record({std::shared_ptr<void>(), &instrument}, path, count); });
     };
     const std::string start = "-904|RecordingWriter|recording [/base/run.mzML]: ";
     EXPECT_EQ(error(file, 0).substr(0, 2), "5|");
@@ -143,7 +146,7 @@ TEST_F(Recorder, KeepsTheOldFileWhenItFails) {
     state.has_control = false;
     EXPECT_EQ(error().substr(0, 3), "91|");
     bench.disk->fault = MemoryDisk::Fault{.at = bench.disk->operations + 3, .stays = true};
-    EXPECT_EQ(raised([&] { record_spectra(*bench.layer, file, 9, *bench.disk, *bench.clock); }).substr(0, 49), start);
+    EXPECT_EQ(raised([&] { record(bench.layer, file, 9); }).substr(0, 49), start);
     EXPECT_TRUE(bench.disk->content(file) == "old");
 }
 
