@@ -12,10 +12,13 @@ namespace {
 /// Counts that no peak explains, and their sums.
 class Residual {
 public:
-    Residual(const SearchContext& context, std::span<const FittedPeak> peaks, const SampleRange& range)
+    /// Peaks of less counts than `least_area` are taken for unexplained.
+    Residual(const SearchContext& context, std::span<const FittedPeak> peaks, const SampleRange& range,
+             double least_area = -std::numeric_limits<double>::infinity())
         : range_(range) {
         std::vector<double> left = context.above(range);
         for (const FittedPeak& peak : peaks) {
+            if (peak.area < least_area) continue;
             const PeakShape& shape = peak.fit.shape;
             const auto reached = context.samples_between(shape.centre - loaded_sigmas * shape.sigma,
                                                          shape.centre + late_reach_sigmas * shape.sigma);
@@ -46,6 +49,122 @@ private:
     std::vector<double> sums_;
 };
 
+/// The peaks that reach into a range; `peaks` in ascending order.
+std::span<const FittedPeak> reaching(std::span<const FittedPeak> peaks, double from, double to) {
+    const auto begin = std::ranges::partition_point(peaks, [&](const FittedPeak& peak) {
+        return peak.fit.shape.centre + late_reach_sigmas * peak.fit.shape.sigma < from;
+    });
+    const auto end = std::ranges::partition_point(peaks, [&](const FittedPeak& peak) {
+        return peak.fit.shape.centre - loaded_sigmas * peak.fit.shape.sigma < to;
+    });
+    return {begin, std::max(begin, end)};
+}
+
+/// What the strong peaks have about them in common: long tails, wings. Counts that no peak explains, for a distance of
+/// a deviation and an area of one count, in bands that begin at so many deviations; from the peak outward they only
+/// fall, so that neighbours, with a valley between, are none of it.
+class CommonWings {
+public:
+    CommonWings(const SearchContext& context, std::span<const FittedPeak> peaks) : context_(context), peaks_(peaks) {
+        for (const FittedPeak& peak : peaks)
+            if (peak.fit.valid && peak.area > 0) strong_.push_back(&peak);
+        const auto number = std::min(strong_.size(), most_winged_peaks);
+        std::ranges::partial_sort(strong_, strong_.begin() + static_cast<Index>(number), std::greater(),
+                                  &FittedPeak::area);
+        strong_.resize(number);
+        if (strong_.empty()) return;
+        const double least_area =
+            std::max(winged_part * strong_.front()->area, winged_ions * context.model.counts_per_ion);
+        std::erase_if(strong_, [&](const FittedPeak* peak) { return peak->area < least_area; });
+        if (strong_.size() < least_winged_peaks) return;
+        // Farther out only where the wings reach so far.
+        for (const std::size_t bands : wing_steps) {
+            measure(bands);
+            if (sides_[0][bands - 1] <= 0 && sides_[1][bands - 1] <= 0) break;
+        }
+    }
+
+    bool is_seen() const { return sides_[0][0] > 0 || sides_[1][0] > 0; }
+
+    /// Counts a sample that the wings of peaks much stronger than `peak` make in its place.
+    double about(std::size_t index) const {
+        const double centre = peaks_[index].fit.shape.centre;
+        double sum = 0;
+        for (const int direction : {-1, 1})
+            for (Index i = static_cast<Index>(index) + direction; i >= 0 && i < std::ssize(peaks_); i += direction) {
+                const PeakShape& shape = peaks_[i].fit.shape;
+                const double u = std::abs(centre - shape.centre) / shape.sigma;
+                if (u > wing_far_sigmas) break;
+                if (peaks_[i].area < wing_of_area * peaks_[index].area) continue;
+                sum += peaks_[i].area / shape.sigma * density(sides_[direction < 0], u);
+            }
+        return sum;
+    }
+
+private:
+    using Bands = std::array<double, wing_bands>;
+    static double band_begin(std::size_t band) { return wing_from_sigmas * std::pow(wing_band_ratio, band); }
+    static double band_middle(std::size_t band) { return band_begin(band) * std::sqrt(wing_band_ratio); }
+
+    /// The bands to either side, as far as `number`.
+    void measure(std::size_t number) {
+        std::array<std::array<std::vector<double>, wing_bands>, 2> densities;
+        std::array<Bands, 2> variances{};
+        for (const FittedPeak* peak : strong_) {
+            const PeakShape& shape = peak->fit.shape;
+            const double reach = band_begin(number) * shape.sigma;
+            const double from = shape.centre - reach, to = shape.centre + reach;
+            const Residual residual(context_, reaching(peaks_, from, to), context_.samples_between(from, to),
+                                    unexplained_part * peak->area);
+            const double noise_variance = context_.noise_variance(shape.centre);
+            for (std::size_t band = 0; band < number; ++band)
+                for (const int side : {0, 1}) {
+                    const double near = band_begin(band) * shape.sigma, far = band_begin(band + 1) * shape.sigma;
+                    const auto [sum, samples] = side == 0 ? residual.between(shape.centre - far, shape.centre - near)
+                                                          : residual.between(shape.centre + near, shape.centre + far);
+                    if (samples < (far - near) / 2) continue;
+                    const double unit = peak->area * samples / shape.sigma;
+                    densities[side][band].push_back(sum / unit);
+                    variances[side][band] += (context_.model.ion_variance() * std::max(0.0, sum) +
+                                              noise_variance * samples * (1 + samples / baseline_samples)) /
+                                             (unit * unit);
+                }
+        }
+        for (const int side : {0, 1}) {
+            double most = densities[side][0].size() < least_winged_peaks ? 0 : std::numeric_limits<double>::infinity();
+            for (std::size_t band = 0; band < number; ++band) {
+                auto& values = densities[side][band];
+                if (values.size() < least_winged_peaks) {
+                    // Farther out, as a Lorentzian falls.
+                    most /= wing_band_ratio * wing_band_ratio;
+                } else {
+                    const auto middle = values.begin() + (std::ssize(values) - 1) / 2;
+                    std::ranges::nth_element(values, middle);
+                    const double error = std::sqrt(variances[side][band]) / static_cast<double>(values.size());
+                    const double least = band == 0 ? wing_errors : far_wing_errors;
+                    most = *middle > least * error ? std::min(most, *middle) : 0;
+                }
+                sides_[side][band] = most;
+            }
+        }
+    }
+
+    /// Between the middles of the bands a power of the distance.
+    static double density(const Bands& bands, double u) {
+        const double place = std::log(u / band_middle(0)) / std::log(wing_band_ratio);
+        if (place <= 0) return bands.front();
+        const auto band = static_cast<std::size_t>(place);
+        if (band + 1 >= wing_bands) return bands.back() * std::pow(band_middle(wing_bands - 1) / u, 2);
+        if (bands[band + 1] <= 0) return place - static_cast<double>(band) < 0.5 ? bands[band] : 0;
+        return bands[band] * std::pow(bands[band + 1] / bands[band], place - static_cast<double>(band));
+    }
+
+    const SearchContext& context_;
+    std::span<const FittedPeak> peaks_;
+    std::vector<const FittedPeak*> strong_;
+    std::array<Bands, 2> sides_{};  // before a peak, after it
+};
+
 /// Counts a sample that lie about a peak, less what noise alone may make of them.
 double level_about(const Residual& residual, const PeakShape& shape, double noise, double counts_per_ion) {
     const auto beside = [&](int direction, double near, double far) {
@@ -70,20 +189,25 @@ double level_about(const Residual& residual, const PeakShape& shape, double nois
     return std::max(highest, far[far_sides - 1]);
 }
 
-/// Whether the ions of a peak are more than chance makes of those that lie about it.
-bool stands_out(const SearchContext& context, const Residual& residual, const PeakShape& shape) {
-    const double noise_variance = context.noise_variance(shape.centre), ion_variance = context.model.ion_variance();
-    const double level = level_about(residual, shape, std::sqrt(noise_variance), context.model.counts_per_ion);
-    if (level == 0) return true;
-    const double reach = middle_sigmas * shape.sigma;
-    const auto [left_over, samples] = residual.between(shape.centre - reach, shape.centre + reach);
-    const double own = shape.height * shape.sigma * std::sqrt(2 * std::numbers::pi) + left_over;
+/// Whether the counts of a number of samples are more than chance makes of a level.
+bool exceeds(const SearchContext& context, double counts, double level, double samples, double noise_variance) {
+    const double ion_variance = context.model.ion_variance();
     const double variance = (noise_variance + ion_variance * level) * samples;
     // Few ions come in clumps: the quantile of a skewed distribution, by Cornish and Fisher.
     const double third_moment = ion_variance * ion_variance * level * samples;
     const double quantile = least_signal_to_noise;
-    return own - level * samples >
+    return counts - level * samples >
            quantile * std::sqrt(variance) + (quantile * quantile - 1) / 6 * third_moment / variance;
+}
+
+/// Whether the ions of a peak are more than chance makes of those that lie about it.
+bool stands_out(const SearchContext& context, const Residual& residual, const PeakShape& shape) {
+    const double noise_variance = context.noise_variance(shape.centre);
+    const double level = level_about(residual, shape, std::sqrt(noise_variance), context.model.counts_per_ion);
+    if (level == 0) return true;
+    const double reach = middle_sigmas * shape.sigma;
+    const auto [left_over, samples] = residual.between(shape.centre - reach, shape.centre + reach);
+    return exceeds(context, shape.counts() + left_over, level, samples, noise_variance);
 }
 
 /// Much wider than the law beside a much stronger peak, or in the very place of a stronger one.
@@ -103,11 +227,18 @@ bool is_wing(const SearchContext& context, std::span<const FittedPeak> peaks, st
     return false;
 }
 
-}  // namespace
-
+/// Few ions among others that are scattered about them, and wings of stronger peaks.
 void mark_chance_peaks(const SearchContext& context, std::span<FittedPeak> peaks) {
     for (std::size_t i = 0; i < peaks.size(); ++i)
         if (is_wing(context, peaks, i)) peaks[i].stands_out = false;
+    const CommonWings wings(context, peaks);
+    for (std::size_t i = 0; i < peaks.size() && wings.is_seen(); ++i) {
+        const PeakShape& shape = peaks[i].fit.shape;
+        const double level = wings.about(i);
+        if (level > 0 && !exceeds(context, shape.counts(), level, 2 * middle_sigmas * shape.sigma,
+                                  context.noise_variance(shape.centre)))
+            peaks[i].stands_out = false;
+    }
     const auto is_weak = [&](const FittedPeak& peak) {
         return peak.stands_out && peak.area <= surrounded_ions_of_fit * context.model.counts_per_ion;
     };
@@ -127,17 +258,32 @@ void mark_chance_peaks(const SearchContext& context, std::span<FittedPeak> peaks
             if (centre - reach(peaks[end]) > to) break;
             if (is_weak(peaks[end])) to = std::max(to, centre + reach(peaks[end]));
         }
-        const auto begins_before = [&](const FittedPeak& peak) {
-            return peak.fit.shape.centre + late_reach_sigmas * peak.fit.shape.sigma < from;
-        };
-        const auto begin = std::ranges::partition_point(peaks, begins_before);
-        const auto stop = std::ranges::partition_point(peaks, [&](const FittedPeak& peak) {
-            return peak.fit.shape.centre - loaded_sigmas * peak.fit.shape.sigma < to;
-        });
-        const Residual residual(context, {begin, std::max(begin, stop)}, context.samples_between(from, to));
+        const Residual residual(context, reaching(peaks, from, to), context.samples_between(from, to));
         for (; first < end; ++first)
             if (is_weak(peaks[first])) peaks[first].stands_out = stands_out(context, residual, peaks[first].fit.shape);
     }
+}
+
+}  // namespace
+
+void remove_chance_peaks(const SearchContext& context, std::vector<FittedPeak>& peaks) {
+    mark_chance_peaks(context, peaks);
+    std::vector<FittedPeak> kept;
+    for (std::size_t first = 0, end = 0; first < peaks.size(); first = end) {
+        std::vector<FittedPeak> standing;
+        for (end = first;
+             end < peaks.size() && (end == first || share_samples(peaks[end - 1].fit.shape, peaks[end].fit.shape));
+             ++end)
+            if (peaks[end].stands_out) standing.push_back(peaks[end]);
+        if (standing.size() < end - first && !standing.empty()) {
+            std::vector<PeakShape> shapes;
+            for (const FittedPeak& peak : standing) shapes.push_back(peak.fit.shape);
+            std::ranges::sort(shapes, {}, &PeakShape::centre);
+            standing = measure_peaks(context, shapes);
+        }
+        kept.insert(kept.end(), standing.begin(), standing.end());
+    }
+    peaks = std::move(kept);
 }
 
 }  // namespace korvane

@@ -64,7 +64,7 @@ std::vector<FittedPeak> find_peaks_of_range(SearchContext& context, const PeakFi
     if (!agree(context.model, coarse, start_ns, end_ns)) candidates = find_candidates(context, chunks);
     auto peaks = measure_peaks(context, candidates);
     split_overlapping_peaks(context, peaks);
-    mark_chance_peaks(context, peaks);
+    remove_chance_peaks(context, peaks);
     return peaks;
 }
 
@@ -92,7 +92,7 @@ PeakListObject EmbeddedPeakFinder::run(double start_time_ns) {
         const MeasuredPeak peak = record_of(context, fitted, baseline_removal_);
         const double centroid_ns = peak.record.pkCentroid;
         if (centroid_ns < search_start_ns_ || centroid_ns > search_end_ns_) continue;
-        if (fitted.stands_out && fitted.samples >= minimum_samples_) peaks.push_back(peak);
+        if (fitted.samples >= minimum_samples_) peaks.push_back(peak);
     }
     // Two that overlap may have changed places in the fit.
     std::ranges::stable_sort(peaks, {}, [](const MeasuredPeak& peak) { return peak.record.pkCentroid; });

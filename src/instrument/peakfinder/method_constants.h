@@ -169,6 +169,16 @@ inline constexpr std::size_t far_sides = 3;
 inline constexpr double near_deviations = 2, far_deviations = 1, own_side_ions = 2;
 /// What is so much wider than the law, also in deviations, is the wing of a peak so much stronger within that reach.
 inline constexpr double wing_width = 1.5, wing_width_deviations = 3, wing_of_area = 10, wing_reach_sigmas = 40;
+/// What strong peaks have about them in common is seen from so many deviations on, in bands that grow by the ratio; it
+/// is the lower median of the strongest peaks, of which so many or more, of so many ions and of that part of the
+/// strongest, have to show it, the nearest and the farther bands beyond so many of its errors. Chosen.
+inline constexpr double wing_from_sigmas = 5, wing_band_ratio = 1.5, wing_far_sigmas = 600;
+inline constexpr double wing_errors = 4, far_wing_errors = 1;
+inline constexpr double winged_ions = 100, winged_part = 0.05;
+inline constexpr std::size_t wing_bands = 10, wing_steps[] = {1, 3, wing_bands};
+inline constexpr std::size_t least_winged_peaks = 4, most_winged_peaks = 12;
+/// Peaks of a smaller part of its area may be a strong peak's wing themselves.
+inline constexpr double unexplained_part = 0.05;
 /// Two peaks so near are one, which its fit does not describe.
 inline constexpr double same_place_sigmas = 1;
 

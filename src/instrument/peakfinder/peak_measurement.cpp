@@ -248,15 +248,16 @@ private:
 
 }  // namespace
 
+bool share_samples(const PeakShape& left, const PeakShape& right) {
+    return right.centre - left.centre < 0.5 * group_reach_sigmas * (left.sigma + right.sigma);
+}
+
 std::vector<FittedPeak> measure_peaks(const SearchContext& context, std::span<const PeakShape> candidates) {
     std::vector<FittedPeak> peaks;
     for (const auto& candidate : candidates) peaks.push_back({.fit = {.shape = candidate}});
     for (std::size_t first = 0; first < peaks.size();) {
         std::size_t end = first + 1;
-        auto joins = [&](const PeakShape& left, const PeakShape& right) {
-            return right.centre - left.centre < 0.5 * group_reach_sigmas * (left.sigma + right.sigma);
-        };
-        while (end < peaks.size() && joins(candidates[end - 1], candidates[end])) ++end;
+        while (end < peaks.size() && share_samples(candidates[end - 1], candidates[end])) ++end;
         for (std::size_t i = first; i < end; ++i) peaks[i].alone = end - first == 1;
         PeakGroup(context, std::span(peaks).subspan(first, end - first)).measure();
         first = end;

@@ -1,6 +1,8 @@
 // The shape of a peak on the sampling grid.
 #pragma once
 
+#include <numbers>
+
 #include "instrument/peakfinder/search_context.h"
 
 namespace korvane {
@@ -12,6 +14,7 @@ struct PeakShape {
     double centre = 0;
     double sigma = 1;
 
+    double counts() const { return height * sigma * std::sqrt(2 * std::numbers::pi); }
     friend bool operator==(const PeakShape&, const PeakShape&) = default;
 };
 

@@ -38,12 +38,15 @@ std::vector<PeakShape> find_candidates(const SearchContext& context, std::span<c
 PeakModel refined_model(const SearchContext& context, const PeakFinderOptions& options,
                         std::span<const PeakShape> candidates);
 
+/// Whether two are so near that they have to be fitted together.
+bool share_samples(const PeakShape& left, const PeakShape& right);
+
 /// Measures candidates in ascending order, alone where they stand alone, together where they overlap; one result each.
 std::vector<FittedPeak> measure_peaks(const SearchContext& context, std::span<const PeakShape> candidates);
 
-/// Marks peaks that do not stand out: few ions among others that are scattered about them, and wings of stronger peaks.
-/// `peaks` in ascending order of centres.
-void mark_chance_peaks(const SearchContext& context, std::span<FittedPeak> peaks);
+/// Removes peaks that do not stand out: few ions among others that are scattered about them, and tails and wings of
+/// stronger peaks. What shared samples with them is measured again. `peaks` in ascending order of centres.
+void remove_chance_peaks(const SearchContext& context, std::vector<FittedPeak>& peaks);
 
 /// Finds the second of two peaks where it makes no apex of its own. A peak much wider or more lopsided than the law of
 /// widths and the late ions allow may be two. It is replaced by two when two peaks of lawful width, more than a width
