@@ -1,5 +1,7 @@
 #include "instrument/peakfinder/ion_statistics.h"
 
+#include <array>
+
 namespace korvane {
 
 using namespace method;
@@ -9,7 +11,7 @@ namespace {
 /// The samples in the middle of a peak.
 struct Core {
     struct Sample {
-        double model, residual, misfit_square;
+        double model, residual, misfit_square, u;
     };
     std::vector<Sample> samples;
     double noise_variance;
@@ -39,7 +41,7 @@ std::vector<Core> cores_of(const SearchContext& context, std::span<const FittedP
         for (Index i = 0; i < range.size(); ++i) {
             const double u = (static_cast<double>(range.first + i) - shape.centre) / shape.sigma;
             const double misfit = core_shape_error * (1 + u * u) * model[i];
-            core.samples.push_back({model[i], above[i] - model[i], misfit * misfit});
+            core.samples.push_back({model[i], above[i] - model[i], misfit * misfit, u});
         }
     }
     return cores;
@@ -60,7 +62,7 @@ CoreSums sums_over(const std::vector<Core>& cores, double counts_per_ion) {
         sums.freedom += size - fitted_parameters;
         const double left_over = 1 - fitted_samples / size;
         for (std::size_t i = 0; i < samples.size(); ++i) {
-            const auto& [model, residual, misfit_square] = samples[i];
+            const auto& [model, residual, misfit_square, u] = samples[i];
             const double variance = noise_variance + counts_per_ion * model + misfit_square;
             const double weight = model / (variance * variance);
             if (i + 1 < samples.size()) sums.shared_variance += weight * residual * samples[i + 1].residual;
@@ -70,6 +72,30 @@ CoreSums sums_over(const std::vector<Core>& cores, double counts_per_ion) {
         }
     }
     return sums;
+}
+
+/// What all peaks miss or have too much at the same distance from their centres is their shape, not chance.
+void remove_common_misfit(std::vector<Core>& cores, double counts_per_ion) {
+    if (cores.size() < least_shaped_cores) return;
+    struct Part {
+        double signal = 0, square = 0;
+    };
+    std::array<Part, shape_parts> parts{};
+    const auto part_of = [&](double u) -> Part& {
+        const double place = (u / core_sigmas + 1) / 2 * static_cast<double>(shape_parts);
+        return parts[std::min(shape_parts - 1, static_cast<std::size_t>(std::max(0.0, place)))];
+    };
+    for (const auto& [samples, noise_variance] : cores)
+        for (const auto& [model, residual, misfit_square, u] : samples) {
+            const double weight = model / (noise_variance + counts_per_ion * model);
+            part_of(u).signal += weight * residual;
+            part_of(u).square += weight * model;
+        }
+    for (auto& core : cores)
+        for (auto& sample : core.samples) {
+            const auto [signal, square] = part_of(sample.u);
+            if (std::abs(signal) > shape_errors * std::sqrt(square)) sample.residual -= signal / square * sample.model;
+        }
 }
 
 }  // namespace
@@ -101,8 +127,9 @@ double estimated_tail_fraction(const SearchContext& context, std::span<const Fit
 }
 
 IonCounts count_ions(const SearchContext& context, std::span<const FittedPeak> peaks, double tail_fraction) {
-    const auto cores = cores_of(context, peaks, tail_fraction);
+    auto cores = cores_of(context, peaks, tail_fraction);
     const double expected = context.model.counts_per_ion;
+    remove_common_misfit(cores, expected);
     const double pull = expectation_samples / (expected * expected);
     const double least = least_counts_part * expected;
     double estimate = expected;

@@ -253,6 +253,10 @@ inline constexpr std::ptrdiff_t least_core_samples = 5;
 inline constexpr double fitted_parameters = 3, fitted_samples = 2.4;
 /// The model describes the middle of a peak to this part, and its sides less well.
 inline constexpr double core_shape_error = 0.005;
+/// The shape that so many peaks or more have in common is taken out of what they leave, part by part of their middles,
+/// as far as it is more than so many errors. Chosen.
+inline constexpr std::size_t least_shaped_cores = 5, shape_parts = 20;
+inline constexpr double shape_errors = 6;
 /// Weight of the expected counts per ion, as if that many strong samples had shown it, and how far an estimate may go.
 inline constexpr double expectation_samples = 3, least_counts_part = 0.08, most_counts_part = 50;
 /// From a few samples too small a rest is chance.
