@@ -230,7 +230,7 @@ inline constexpr double least_law_lever = 1.3;
 /// From that many deviations on a point weighs less, as the inverse of its distance, which is kept above zero.
 inline constexpr double law_outlier_deviations = 2, tail_outlier_deviations = 2.5, least_deviation = 1e-9;
 /// A fit to few ions finds them nearer together than they would come: relative, per variance of the width.
-inline constexpr double narrowing_of_few = 5;
+inline constexpr double narrowing_of_few = 7;
 /// Repetitions after which such weights have settled.
 inline constexpr int law_rounds = 6, tail_rounds = 4, counts_rounds = 3;
 
