@@ -172,15 +172,13 @@ inline constexpr double wing_width = 1.5, wing_width_deviations = 3, wing_of_are
 /// What strong peaks have about them in common is seen from so many deviations on, in bands that grow by the ratio; it
 /// is the lower median of the strongest peaks, of which so many or more, of so many ions and of that part of the
 /// strongest, have to show it, the nearest and the farther bands beyond so many of its errors. Chosen.
-inline constexpr double wing_from_sigmas = 5, wing_band_ratio = 1.5, wing_far_sigmas = 600;
-inline constexpr double wing_errors = 4, far_wing_errors = 1;
-inline constexpr double winged_ions = 100, winged_part = 0.05;
-inline constexpr std::size_t wing_bands = 10, wing_steps[] = {1, 3, wing_bands};
-inline constexpr std::size_t least_winged_peaks = 4, most_winged_peaks = 12;
-/// Peaks of a smaller part of its area may be a strong peak's wing themselves.
-inline constexpr double unexplained_part = 0.05;
-/// Two peaks so near are one, which its fit does not describe.
-inline constexpr double same_place_sigmas = 1;
+inline constexpr double wing_from_sigmas = 5, wing_band_ratio = 1.5, wing_far_sigmas = 600, wing_errors = 4,
+                        far_wing_errors = 1, winged_ions = 100, winged_part = 0.05;
+inline constexpr std::size_t wing_bands = 10, wing_steps[] = {1, 3, wing_bands}, least_winged_peaks = 4,
+                             most_winged_peaks = 12;
+/// Peaks of a smaller part of its area may be a strong peak's wing themselves; two peaks so near are one, which its fit
+/// does not describe.
+inline constexpr double unexplained_part = 0.05, same_place_sigmas = 1;
 
 // --- Overlap
 /// Peaks further away share no samples: two of `loaded_sigmas`, nearly.
@@ -189,14 +187,11 @@ inline constexpr double overlap_neighbour_sigmas = 12;
 inline constexpr double suspect_deviations = 4, lopsided_part = 0.02;
 /// A second peak that made the first this wide lies within one of the two.
 inline constexpr double searched_sigmas = 6.5, searched_own_sigmas = 3;
-/// Shorter than that of candidates, since the peaks overlap.
-inline constexpr double overlap_correlation_sigmas = 1.5;
-/// Just above a full width.
-inline constexpr double least_distance_sigmas = 2.6;
-/// Late ions and the detector's ringing make shoulders of a few percent.
-inline constexpr double least_height_part = 0.06, least_height_errors = 6;
-/// In the sum of squares, for three more parameters: five deviations.
-inline constexpr double least_gain = 25;
+/// Shorter than that of candidates, since the peaks overlap; just above a full width.
+inline constexpr double overlap_correlation_sigmas = 1.5, least_distance_sigmas = 2.6;
+/// Late ions and the detector's ringing make shoulders of a few percent. The gain is one in the sum of squares, for
+/// three more parameters: five deviations.
+inline constexpr double least_height_part = 0.06, least_height_errors = 6, least_gain = 25;
 /// To which part a model describes a strong peak, and how far from the two centres it is judged.
 inline constexpr double overlap_shape_error = 0.03, judged_sigmas = 5;
 
@@ -207,10 +202,9 @@ inline constexpr double usual_width_spread = 0.05, coarse_width_spread = 0.5;
 inline constexpr std::size_t axis_sections = 8, peaks_per_section = 4;
 /// A stretch above the noise that is longer is taken for several.
 inline constexpr std::ptrdiff_t longest_stretch_samples = 1024;
-/// Boxes are tried up to so much of the best one's width: the ions of a weak peak come in clumps.
-inline constexpr double box_growth = 1.6, box_margin_samples = 8;
-/// A box that reaches so far to either side of a Gaussian stands out most from white noise.
-inline constexpr double box_reach_sigmas = 1.4;
+/// Boxes are tried up to so much of the best one's width: the ions of a weak peak come in clumps. One that reaches so
+/// far to either side of a Gaussian stands out most from white noise.
+inline constexpr double box_growth = 1.6, box_margin_samples = 8, box_reach_sigmas = 1.4;
 /// A box to one side that much narrower than the whole means a neighbour on the other, where there are ions enough.
 inline constexpr double one_sided_part = 0.4, one_sided_ions = 200;
 /// Such a box leaves less than this part of its counts beyond it, up to that many widths.
@@ -220,15 +214,14 @@ inline constexpr double beyond_box_part = 0.4, beyond_box_widths = 3;
 inline constexpr double half_height_ions = 30, half_height_deviations = 10, one_peak_box_part = 0.7;
 /// Second moments are taken within these reaches in turn, and may change a sigma by a factor of two.
 inline constexpr double moment_reaches_sigmas[] = {1.5, 3.0}, most_moment_change = 2;
-/// A coarse width is good to a tenth at best; no peak is narrower than half a sample.
-inline constexpr double coarse_width_variance = 0.01, least_coarse_sigma = 0.5;
-/// What stands out less is noise, unless there is nothing else.
-inline constexpr double coarse_signal_to_noise = 8;
-/// Two unknowns want more than two points, over times that differ.
+/// A coarse width is good to a tenth at best; no peak is narrower than half a sample. What stands out less than the
+/// last is noise, unless there is nothing else.
+inline constexpr double coarse_width_variance = 0.01, least_coarse_sigma = 0.5, coarse_signal_to_noise = 8;
+/// Two unknowns want more than two points, over times that differ. From that many deviations on a point weighs less, as
+/// the inverse of its distance, which is kept above zero.
 inline constexpr std::size_t least_law_points = 5;
-inline constexpr double least_law_lever = 1.3;
-/// From that many deviations on a point weighs less, as the inverse of its distance, which is kept above zero.
-inline constexpr double law_outlier_deviations = 2, tail_outlier_deviations = 2.5, least_deviation = 1e-9;
+inline constexpr double least_law_lever = 1.3, law_outlier_deviations = 2, tail_outlier_deviations = 2.5,
+                        least_deviation = 1e-9;
 /// A fit to few ions finds them nearer together than they would come: relative, per variance of the width.
 inline constexpr double narrowing_of_few = 7;
 /// Repetitions after which such weights have settled.
@@ -246,23 +239,19 @@ inline constexpr std::ptrdiff_t saturated_run = 3;
 inline constexpr double saturated_deviations = 20, saturated_pair_deviations = 500;
 /// What a fit of a strong peak has to know about: not even late ions reach from further away.
 inline constexpr double model_neighbour_sigmas = 14;
-/// The middle of a peak, whose samples are compared with its fit.
-inline constexpr double core_sigmas = 2.5;
+/// The middle of a peak, whose samples are compared with its fit, and to which part the model describes it; the sides
+/// less well.
+inline constexpr double core_sigmas = 2.5, core_shape_error = 0.005;
 /// The fit takes three parameters out of the samples of a core, and the variance of nearly so many.
 inline constexpr std::ptrdiff_t least_core_samples = 5;
 inline constexpr double fitted_parameters = 3, fitted_samples = 2.4;
-/// The model describes the middle of a peak to this part, and its sides less well.
-inline constexpr double core_shape_error = 0.005;
 /// The shape that so many peaks or more have in common is taken out of what they leave, part by part of their middles,
 /// as far as it is more than so many errors. Chosen.
-inline constexpr std::size_t least_shaped_cores = 5, shape_parts = 20;
-inline constexpr double shape_errors = 6;
-/// Weight of the expected counts per ion, as if that many strong samples had shown it, and how far an estimate may go.
-inline constexpr double expectation_samples = 3, least_counts_part = 0.08, most_counts_part = 50;
-/// From a few samples too small a rest is chance.
-inline constexpr double least_freedom = 5;
-/// The fit leaves samples that count for themselves correlated by -0.4 to 0, samples under common pulses by 0.4 and
-/// more.
+inline constexpr std::size_t least_shaped_cores = 5, shape_parts = 20, shape_errors = 6;
+/// Weight of the expected counts per ion, as if that many strong samples had shown it, how far an estimate may go, and
+/// the samples from fewer of which too small a rest is chance.
+inline constexpr double expectation_samples = 3, least_counts_part = 0.08, most_counts_part = 50, least_freedom = 5;
+/// Samples that count for themselves are left correlated by -0.4 to 0, samples under common pulses by 0.4 and more.
 inline constexpr double pulse_correlation = 0.35;
 /// Late ions of instruments, how they differ, and their limit.
 inline constexpr double usual_tail = 0.04, usual_tail_spread = 0.04, largest_tail = 0.3;

@@ -28,7 +28,11 @@ struct Recorder : testing::Test {
         return make_replay({path, "/base"}, bench.disk, bench.clock);
     }
     void record(std::shared_ptr<InstrumentLayer> layer, const std::string& path, int count) {
-        record_spectra({.instrument = std::move(layer), .files = bench.disk, .clock = bench.clock}, path, count);
+        Platform platform;
+        platform.instrument = std::move(layer);
+        platform.files = bench.disk;
+        platform.clock = bench.clock;
+        record_spectra(platform, path, count);
     }
     SimulatorBench bench{scene};
 };
