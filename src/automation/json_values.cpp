@@ -35,15 +35,10 @@ Json json_of_object(const Object& object) {
 }
 
 Json json_of_dimension(const Array& array, std::size_t dimension, std::size_t& place) {
+    if (dimension > 0 && dimension == array.rank()) return json_of(array.element(place++));
     Json json = Json::array();
-    if (dimension == array.rank()) return json;
-    for (std::size_t index = 0; index < array.bounds()[dimension].count; ++index) {
-        if (dimension + 1 == array.rank()) {
-            json.push_back(json_of(array.element(place++)));
-        } else {
-            json.push_back(json_of_dimension(array, dimension + 1, place));
-        }
-    }
+    const std::size_t count = array.rank() == 0 ? 0 : array.bounds()[dimension].count;
+    for (std::size_t index = 0; index < count; ++index) json.push_back(json_of_dimension(array, dimension + 1, place));
     return json;
 }
 
@@ -104,22 +99,14 @@ Json json_of(const Value& value) {
     return std::visit(
         [&](const auto& content) -> Json {
             using Kind = std::remove_cvref_t<decltype(content)>;
-            if constexpr (std::is_same_v<Kind, Date>) {
-                return value.as_text();
-            } else if constexpr (std::is_floating_point_v<Kind>) {
-                return json_of_number(static_cast<double>(content));
-            } else if constexpr (std::is_arithmetic_v<Kind> || std::is_same_v<Kind, std::string>) {
-                return content;
-            } else if constexpr (std::is_same_v<Kind, Record>) {
-                return json_of_record(content);
-            } else if constexpr (std::is_same_v<Kind, Object>) {
-                return json_of_object(content);
-            } else if constexpr (std::is_same_v<Kind, Array>) {
-                std::size_t place = 0;
-                return json_of_dimension(content, 0, place);
-            } else {
-                return nullptr;  // Empty, Null, a missing argument
-            }
+            std::size_t first = 0;
+            if constexpr (std::is_same_v<Kind, Date>) return value.as_text();
+            if constexpr (std::is_floating_point_v<Kind>) return json_of_number(static_cast<double>(content));
+            if constexpr (std::is_integral_v<Kind> || std::is_same_v<Kind, std::string>) return content;
+            if constexpr (std::is_same_v<Kind, Record>) return json_of_record(content);
+            if constexpr (std::is_same_v<Kind, Object>) return json_of_object(content);
+            if constexpr (std::is_same_v<Kind, Array>) return json_of_dimension(content, 0, first);
+            return nullptr;  // Empty, Null, a missing argument
         },
         value.content());
 }

@@ -26,17 +26,11 @@ std::optional<double> number_of(const Value& value) {
     return std::visit(
         [](const auto& content) -> std::optional<double> {
             using Kind = std::remove_cvref_t<decltype(content)>;
-            if constexpr (std::is_same_v<Kind, Empty>) {
-                return 0.0;
-            } else if constexpr (std::is_same_v<Kind, bool>) {
-                return content ? -1.0 : 0.0;
-            } else if constexpr (std::is_arithmetic_v<Kind>) {
-                return static_cast<double>(content);
-            } else if constexpr (std::is_same_v<Kind, Date>) {
-                return content.days;
-            } else {
-                return std::nullopt;
-            }
+            if constexpr (std::is_same_v<Kind, Empty>) return 0.0;
+            if constexpr (std::is_same_v<Kind, bool>) return content ? -1.0 : 0.0;
+            if constexpr (std::is_arithmetic_v<Kind>) return static_cast<double>(content);
+            if constexpr (std::is_same_v<Kind, Date>) return content.days;
+            return std::nullopt;
         },
         value.content());
 }
