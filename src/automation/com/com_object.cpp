@@ -14,27 +14,6 @@ std::atomic<LONG> ModuleUse::count_{0};
 
 namespace {
 
-ComObject* from_error_support(void* pointer) {
-    return reinterpret_cast<ComObject*>(static_cast<char*>(pointer) - offsetof(ComObject, error_support_vtable));
-}
-
-HRESULT STDMETHODCALLTYPE error_support_query(void* self, REFIID wanted, void** result) {
-    return query_interface(from_error_support(self), wanted, result);
-}
-ULONG STDMETHODCALLTYPE error_support_add(void* self) {
-    return add_reference(from_error_support(self));
-}
-ULONG STDMETHODCALLTYPE error_support_release(void* self) {
-    return release_reference(from_error_support(self));
-}
-HRESULT STDMETHODCALLTYPE supports_error_info(void* self, REFIID asked) {
-    const ComObject* const object = from_error_support(self);
-    return IsEqualGUID(asked, object->interface_id) || IsEqualGUID(asked, IID_IDispatch) ? S_OK : S_FALSE;
-}
-
-const void* const error_support_slots[] = {address_of(&error_support_query), address_of(&error_support_add),
-                                           address_of(&error_support_release), address_of(&supports_error_info)};
-
 /// Different in every module and process: nobody else can mean these objects.
 const GUID& private_id() {
     static const GUID id = [] {
@@ -58,7 +37,7 @@ HRESULT STDMETHODCALLTYPE query_interface(ComObject* self, REFIID wanted, void**
     if (dual || IsEqualGUID(wanted, IID_IUnknown) || IsEqualGUID(wanted, IID_IDispatch)) {
         *result = self;
     } else if (IsEqualGUID(wanted, IID_ISupportErrorInfo)) {
-        *result = &self->error_support_vtable;
+        *result = &self->error_support;
     } else {
         return E_NOINTERFACE;
     }
@@ -77,6 +56,19 @@ ULONG STDMETHODCALLTYPE release_reference(ComObject* self) {
         ModuleUse::release();
     }
     return left;
+}
+
+HRESULT ErrorSupport::QueryInterface(REFIID wanted, void** result) {
+    return query_interface(&object_, wanted, result);
+}
+ULONG ErrorSupport::AddRef() {
+    return add_reference(&object_);
+}
+ULONG ErrorSupport::Release() {
+    return release_reference(&object_);
+}
+HRESULT ErrorSupport::InterfaceSupportsErrorInfo(REFIID asked) {
+    return IsEqualGUID(asked, object_.interface_id) || IsEqualGUID(asked, IID_IDispatch) ? S_OK : S_FALSE;
 }
 
 HRESULT STDMETHODCALLTYPE get_type_info_count(ComObject* self, UINT* count) {
@@ -99,7 +91,7 @@ HRESULT STDMETHODCALLTYPE get_type_info(ComObject* self, UINT index, LCID, IType
 IDispatch* make_com_object(std::shared_ptr<NativeObject> object) {
     const ClassDescription& description = object->description();
     const GUID interface_id = description.interface_id.empty() ? GUID_NULL : guid_of(description.interface_id);
-    auto* const made = new ComObject{vtable_of(description), error_support_slots, 1, std::move(object), interface_id};
+    auto* const made = new ComObject{vtable_of(description), std::move(object), interface_id};
     ModuleUse::add();
     return reinterpret_cast<IDispatch*>(made);
 }

@@ -9,15 +9,29 @@
 
 namespace korvane::automation {
 
+struct ComObject;
+
+/// The second interface of an object, which counts for it.
+class ErrorSupport final : public ISupportErrorInfo {
+public:
+    explicit ErrorSupport(ComObject& object) : object_(object) {}
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID wanted, void** result) override;
+    ULONG STDMETHODCALLTYPE AddRef() override;
+    ULONG STDMETHODCALLTYPE Release() override;
+    HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID asked) override;
+
+private:
+    ComObject& object_;
+};
+
 /// What is behind every interface pointer. The first member is the address of the vtable, as callers expect.
 struct ComObject {
     const void* const* vtable;
-    const void* const* error_support_vtable;  ///< an ISupportErrorInfo pointer points here
-    std::atomic<ULONG> references;
     std::shared_ptr<NativeObject> object;
     GUID interface_id;  ///< of the dual interface; all zeros for a class without one
+    std::atomic<ULONG> references = 1;
+    ErrorSupport error_support{*this};
 
-    NativeObject& native() const { return *object; }
     const ClassDescription& description() const { return object->description(); }
 };
 
@@ -56,6 +70,7 @@ HRESULT STDMETHODCALLTYPE invoke_member(ComObject* self, DISPID dispid, REFIID r
                                         DISPPARAMS* parameters, VARIANT* result, EXCEPINFO* details,
                                         UINT* wrong_argument);
 
+inline constexpr std::size_t common_slot_count = 7;
 /// The vtable of a class: the common slots, then its members in the order of its table. The common slots alone for a
 /// class without a dual interface.
 const void* const* vtable_of(const ClassDescription& description);

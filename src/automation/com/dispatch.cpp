@@ -1,14 +1,35 @@
-// IDispatch::GetIDsOfNames and Invoke, by the member tables.
+// Calls that come in: IDispatch::GetIDsOfNames and Invoke, and vtables, by the member tables.
 #ifdef _WIN32
 
+#include <algorithm>
+#include <array>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
 #include "automation/com/com_object.h"
-#include "automation/com/error_mapping.h"
-#include "automation/com/variant_arguments.h"
+#include "automation/com/record_info.h"
+#include "automation/com/variant_conversion.h"
 #include "automation/error_numbers.h"
+#include "automation/object_members.h"
+#include "automation/spectrum_parser_members.h"
+#include "automation/store_members.h"
+#include "automation/tune_globals_members.h"
 
 namespace korvane::automation {
 
 namespace {
+
+/// The arguments of a call as VARIANTs: those that Invoke gets, and references to what lies on a vtable call's stack.
+/// By the places of the parameters; null where an argument is left out.
+class VariantArguments : public CallFrame {
+public:
+    VARIANT* variants[most_parameters] = {};
+
+    bool given(std::size_t place) const override { return variants[place] != nullptr; }
+    Value load(std::size_t place) const override { return value_of_variant(*variants[place]); }
+    void store(std::size_t place, Value changed) override { store_into_variable(changed, *variants[place]); }
+};
 
 constexpr WORD put_flags = DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF;
 
@@ -60,6 +81,139 @@ HRESULT report_argument(const ArgumentError& error, UINT place, EXCEPINFO* detai
     }
 }
 
+/// A reference to a variable of a declared type.
+VARIANT reference_to(const DeclaredType& type, void* variable) {
+    VARIANT reference;
+    VariantInit(&reference);
+    reference.vt = static_cast<VARTYPE>(type.description().variant_type | VT_BYREF);
+    reference.byref = variable;
+    if (type.kind == TypeKind::record) reference.pRecInfo = record_info_of(*find_record(type.name));
+    return reference;
+}
+
+bool is_pointer(const VARIANT& reference) {
+    const auto kind = static_cast<VARTYPE>(reference.vt & VT_TYPEMASK);
+    return (reference.vt & VT_ARRAY) || kind == VT_BSTR || kind == VT_DISPATCH;
+}
+
+class StackArguments final : public VariantArguments {
+public:
+    /// `slots` are the addresses of the arguments on the stack. A null pointer leaves a reference out.
+    StackArguments(const Member& member, void* const* slots) {
+        for (std::size_t place = 0; place < member.parameter_count; ++place) {
+            const Parameter& parameter = member.parameter_slots[place];
+            void* const variable = parameter.is_by_reference() ? *static_cast<void**>(slots[place]) : slots[place];
+            if (!variable) continue;
+            references_[place] = reference_to(parameter.type, variable);
+            variants[place] = &references_[place];
+        }
+    }
+
+    /// An array that there is not is Empty.
+    Value load(std::size_t place) const override {
+        const VARIANT& reference = references_[place];
+        return (reference.vt & VT_ARRAY) && !*reference.pparray ? Value() : VariantArguments::load(place);
+    }
+
+private:
+    VARIANT references_[most_parameters];
+};
+
+/// Calls a member from the vtable. `slots` are the addresses of the arguments on the stack; `result` is where the
+/// result goes, null for a member without one. Errors are left in the thread's error object.
+HRESULT call_from_vtable(ComObject& self, const Member& member, void* const* slots, void* result) noexcept {
+    try {
+        // The object may be released by what the member does; it must live until the call is over.
+        const std::shared_ptr<NativeObject> keep = self.object;
+        StackArguments arguments(member, slots);
+        const Value returned = call_member(member, keep->target(), arguments);
+        if (!result) return S_OK;
+        VARIANT place = reference_to(member.result, result);
+        // It holds nothing yet.
+        if (member.result.kind == TypeKind::variant)
+            VariantInit(place.pvarVal);
+        else if (is_pointer(place))
+            *static_cast<void**>(result) = nullptr;
+        store_into_variable(returned, place);
+        return S_OK;
+    } catch (...) {
+        return leave_error_object(error_in_flight(), self.interface_id);
+    }
+}
+
+/// How an argument by value lies on the stack, by `TypeKind`. By reference it is a pointer, whatever it points to; so
+/// is an object or an array.
+using ValueSlots = std::tuple<void, VARIANT, VARIANT_BOOL, LONG, float, double, BSTR, LONG, void, void*, void*, void*>;
+
+template <const auto& members, std::size_t index>
+struct Thunk {
+    static constexpr const Member& member = members[index];
+
+    // A record by value would have no slot: records are passed by reference.
+    template <std::size_t place>
+    using Slot = std::conditional_t<
+        member.parameter_slots[place].is_by_reference(), void*,
+        std::tuple_element_t<static_cast<std::size_t>(member.parameter_slots[place].type.kind), ValueSlots>>;
+
+    template <class Places>
+    struct With;
+    template <std::size_t... place>
+    struct With<std::index_sequence<place...>> {
+        static HRESULT STDMETHODCALLTYPE without_result(ComObject* self, Slot<place>... arguments) {
+            void* const slots[] = {&arguments..., nullptr};
+            return call_from_vtable(*self, member, slots, nullptr);
+        }
+        static HRESULT STDMETHODCALLTYPE with_result(ComObject* self, Slot<place>... arguments, void* result) {
+            void* const slots[] = {&arguments..., nullptr};
+            if (!result) return E_POINTER;
+            return call_from_vtable(*self, member, slots, result);
+        }
+    };
+
+    static const void* address() {
+        using Function = With<std::make_index_sequence<member.parameter_count>>;
+        if constexpr (member.result.kind == TypeKind::none) {
+            return address_of(&Function::without_result);
+        } else {
+            return address_of(&Function::with_result);
+        }
+    }
+};
+
+/// In the order of IDispatch.
+const std::array<const void*, common_slot_count> common_slots{
+    address_of(&query_interface),     address_of(&add_reference), address_of(&release_reference),
+    address_of(&get_type_info_count), address_of(&get_type_info), address_of(&get_ids_of_names),
+    address_of(&invoke_member)};
+
+template <const auto& members>
+const void* const* make_vtable() {
+    static const auto vtable = []<std::size_t... index>(std::index_sequence<index...>) {
+        std::array<const void*, common_slot_count + sizeof...(index)> slots{};
+        std::copy(common_slots.begin(), common_slots.end(), slots.begin());
+        ((slots[common_slot_count + index] = Thunk<members, index>::address()), ...);
+        return slots;
+    }
+    (std::make_index_sequence<members.size()>());
+    return vtable.data();
+}
+
+struct ClassVtable {
+    const Member* members;
+    const void* const* (*make)();
+};
+
+constexpr ClassVtable vtables[] = {
+    {tune_globals_members.data(), &make_vtable<tune_globals_members>},
+    {spectrum_parser_members.data(), &make_vtable<spectrum_parser_members>},
+    {cal_mass_list_members.data(), &make_vtable<cal_mass_list_members>},
+    {tune_params_members.data(), &make_vtable<tune_params_members>},
+    {tune_prefs_members.data(), &make_vtable<tune_prefs_members>},
+    {abort_helper_members.data(), &make_vtable<abort_helper_members>},
+    {peak_list_members.data(), &make_vtable<peak_list_members>},
+    {mass_time_calibration_members.data(), &make_vtable<mass_time_calibration_members>},
+};
+
 }  // namespace
 
 HRESULT STDMETHODCALLTYPE get_ids_of_names(ComObject* self, REFIID, LPOLESTR* names, UINT count, LCID,
@@ -104,6 +258,12 @@ HRESULT STDMETHODCALLTYPE invoke_member(ComObject* self, DISPID dispid, REFIID r
     } catch (...) {
         return report_exception(error_in_flight(), details);
     }
+}
+
+const void* const* vtable_of(const ClassDescription& description) {
+    for (const ClassVtable& vtable : vtables)
+        if (vtable.members == description.members.data()) return vtable.make();
+    return common_slots.data();
 }
 
 }  // namespace korvane::automation

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "automation/com/error_mapping.h"
 #include "automation/com/variant_conversion.h"
 #include "automation/error_numbers.h"
 

@@ -1,8 +1,7 @@
 // What the system and regsvr32 call.
 #ifdef _WIN32
 
-#include "automation/com/class_factory.h"
-#include "automation/com/registration.h"
+#include "automation/com/server.h"
 
 extern "C" {
 

@@ -16,11 +16,13 @@ struct KnownRecord {
     IRecordInfo* info;
 };
 
-IRecordInfo* load_record_info(const GUID& guid) {
+IRecordInfo* load_record_info(const GUID& guid) try {
     ComPointer<ITypeInfo> type;
     if (FAILED(type_library().GetTypeInfoOfGuid(guid, type.put()))) return nullptr;
     IRecordInfo* info = nullptr;
     return SUCCEEDED(GetRecordInfoFromTypeInfo(type.get(), &info)) ? info : nullptr;
+} catch (const Error&) {
+    return nullptr;
 }
 
 /// Looked up once; a program without the type library inside has no records.
@@ -29,13 +31,7 @@ const std::vector<KnownRecord>& known_records() {
         std::vector<KnownRecord> all;
         for (const RecordDescription& description : record_descriptions()) {
             const GUID guid = guid_of(description.guid);
-            IRecordInfo* info = nullptr;
-            try {
-                info = load_record_info(guid);
-            } catch (const Error&) {
-                info = nullptr;
-            }
-            all.push_back({&description, guid, info});
+            all.push_back({&description, guid, load_record_info(guid)});
         }
         return all;
     }();

@@ -1,9 +1,7 @@
 #ifdef _WIN32
 
-#include "automation/com/safe_arrays.h"
-
 #include <cstring>
-#include <functional>
+#include <memory>
 
 #include "automation/com/record_info.h"
 #include "automation/com/variant_conversion.h"
@@ -45,21 +43,12 @@ std::size_t count_of(const std::vector<ArrayBound>& bounds) {
     return count;
 }
 
-/// Calls `visit(place, source place)` for all elements: the system's arrays run fastest in the first index, ours in the
-/// last.
-void for_each_place(const std::vector<ArrayBound>& bounds, const std::function<void(std::size_t, std::size_t)>& visit) {
-    std::vector<std::size_t> index(bounds.size(), 0);
-    const std::size_t count = count_of(bounds);
-    for (std::size_t place = 0; place < count; ++place) {
-        std::size_t source = 0;
-        for (std::size_t dimension = bounds.size(); dimension-- > 0;)
-            source = source * bounds[dimension].count + index[dimension];
-        visit(place, source);
-        for (std::size_t dimension = bounds.size(); dimension-- > 0;) {
-            if (++index[dimension] < bounds[dimension].count) break;
-            index[dimension] = 0;
-        }
-    }
+/// Where the system has our element: its arrays run fastest in the first index, ours in the last.
+std::size_t system_place(const std::vector<ArrayBound>& bounds, std::size_t place) {
+    std::size_t system = 0;
+    for (std::size_t dimension = bounds.size(); dimension-- > 0; place /= bounds[dimension].count)
+        system = system * bounds[dimension].count + place % bounds[dimension].count;
+    return system;
 }
 
 /// Numbers of one dimension in one copy, others one by one.
@@ -75,40 +64,32 @@ Array read_elements(SAFEARRAY* source, VARTYPE kind) {
         if (!elements->empty())
             std::memcpy(static_cast<void*>(elements->data()), access.bytes(), elements->size() * size);
     } else {
-        for_each_place(bounds, [&](std::size_t place, std::size_t at) {
-            char* const memory = access.bytes() + at * size;
+        for (std::size_t place = 0; place < elements->size(); ++place) {
+            char* const memory = access.bytes() + system_place(bounds, place) * size;
             Value value = info ? Value(record_of(memory, info.get())) : value_at(kind, memory);
             if constexpr (std::is_same_v<T, Value>) {
                 (*elements)[place] = std::move(value);
             } else {
                 (*elements)[place] = *value.get_if<T>();
             }
-        });
+        }
     }
     return Array(std::move(bounds), Array::Elements<T>(std::move(elements)));
 }
 
-/// A new system array, destroyed unless it is handed over.
-class NewArray {
-public:
-    NewArray(const std::vector<ArrayBound>& bounds, VARTYPE kind, IRecordInfo* info) {
-        std::vector<SAFEARRAYBOUND> system_bounds;
-        for (const ArrayBound& bound : bounds)
-            system_bounds.push_back({static_cast<ULONG>(bound.count), static_cast<LONG>(bound.lower)});
-        array_ = SafeArrayCreateEx(kind, static_cast<UINT>(bounds.size()), system_bounds.data(), info);
-        if (!array_) throw std::bad_alloc();
-    }
-    ~NewArray() {
-        if (array_) SafeArrayDestroy(array_);
-    }
-    NewArray(const NewArray&) = delete;
-    NewArray& operator=(const NewArray&) = delete;
-    SAFEARRAY* get() const { return array_; }
-    SAFEARRAY* release() { return std::exchange(array_, nullptr); }
-
-private:
-    SAFEARRAY* array_;
+struct ArrayDestroyer {
+    void operator()(SAFEARRAY* array) const { SafeArrayDestroy(array); }
 };
+
+std::unique_ptr<SAFEARRAY, ArrayDestroyer> make_array(const std::vector<ArrayBound>& bounds, VARTYPE kind,
+                                                      IRecordInfo* info) {
+    std::vector<SAFEARRAYBOUND> system_bounds;
+    for (const ArrayBound& bound : bounds)
+        system_bounds.push_back({static_cast<ULONG>(bound.count), static_cast<LONG>(bound.lower)});
+    SAFEARRAY* const made = SafeArrayCreateEx(kind, static_cast<UINT>(bounds.size()), system_bounds.data(), info);
+    if (!made) throw std::bad_alloc();
+    return std::unique_ptr<SAFEARRAY, ArrayDestroyer>(made);
+}
 
 /// The kinds of elements, by an array's storage. Objects go into VARIANTs.
 constexpr VARTYPE element_kinds[]{VT_VARIANT, VT_I2, VT_I4, VT_R4, VT_R8, VT_BSTR, VT_VARIANT, VT_RECORD};
@@ -175,7 +156,7 @@ SAFEARRAY* safe_array_of(const Array& array, const VARTYPE kind, IRecordInfo* re
     if (array.rank() == 0) return nullptr;
     if (kind == VT_RECORD && !record_info)
         raise_runtime_fault(error_number::type_mismatch, "records without their library");
-    NewArray made(array.bounds(), kind, record_info);
+    auto made = make_array(array.bounds(), kind, record_info);
     if (array.size() > 0) {
         const ArrayAccess access(made.get());
         const std::size_t size = SafeArrayGetElemsize(made.get());
@@ -183,11 +164,13 @@ SAFEARRAY* safe_array_of(const Array& array, const VARTYPE kind, IRecordInfo* re
         if (numbers && array.rank() == 1)
             std::memcpy(access.bytes(), numbers, array.size() * size);
         else
-            for_each_place(array.bounds(), [&](std::size_t place, std::size_t at) {
-                void* const memory = access.bytes() + at * size;
-                if (kind == VT_RECORD) return write_record(array.element(place), size, memory);
-                construct(kind, array.element(place), memory);
-            });
+            for (std::size_t place = 0; place < array.size(); ++place) {
+                void* const memory = access.bytes() + system_place(array.bounds(), place) * size;
+                if (kind == VT_RECORD)
+                    write_record(array.element(place), size, memory);
+                else
+                    construct(kind, array.element(place), memory);
+            }
     }
     return made.release();
 }

@@ -2,11 +2,11 @@
 
 #include "automation/com/variant_conversion.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "automation/com/com_object.h"
 #include "automation/com/record_info.h"
-#include "automation/com/safe_arrays.h"
 #include "automation/error_numbers.h"
 
 namespace korvane::automation {
@@ -30,6 +30,10 @@ Value value_of_unknown(IUnknown* unknown) {
     return object_of_dispatch(dispatch.get());
 }
 
+void construct_object(const Value& value, void* memory) {
+    at<IDispatch*>(memory) = dispatch_of_object(value.as_object());
+}
+
 /// A number of a kind that automation values do not have.
 Value value_of_other(VARTYPE kind, void* memory) {
     VARIANT reference;
@@ -45,6 +49,47 @@ Value value_of_error(SCODE code) {
     if (code == DISP_E_PARAMNOTFOUND) return Missing{};
     raise_runtime_fault(error_number::type_mismatch, "an error value");
 }
+
+/// How a simple kind is read from memory, and put into memory that holds nothing.
+struct SimpleKind {
+    VARTYPE kind;
+    Value (*load)(void* memory);
+    void (*construct)(const Value& value, void* memory);
+};
+
+/// A number that lies in memory as a T, and in a value as what `convert` gives.
+template <class T, auto convert>
+constexpr SimpleKind number(VARTYPE kind) {
+    return {
+        kind,
+        [](void* memory) -> Value { return static_cast<decltype((std::declval<Value>().*convert)())>(at<T>(memory)); },
+        [](const Value& value, void* memory) { at<T>(memory) = (value.*convert)(); }};
+}
+
+constexpr SimpleKind simple_kinds[]{
+    number<SHORT, &Value::as_int16>(VT_I2),
+    number<LONG, &Value::as_int32>(VT_I4),
+    number<LONG, &Value::as_int32>(VT_INT),
+    number<float, &Value::as_single>(VT_R4),
+    number<double, &Value::as_double>(VT_R8),
+    {VT_UI1, [](void* memory) -> Value { return std::int16_t{at<BYTE>(memory)}; }, nullptr},
+    {VT_BOOL, [](void* memory) -> Value { return at<VARIANT_BOOL>(memory) != VARIANT_FALSE; },
+     [](const Value& value, void* memory) {
+         at<VARIANT_BOOL>(memory) = value.as_boolean() ? VARIANT_TRUE : VARIANT_FALSE;
+     }},
+    {VT_DATE, [](void* memory) -> Value { return Date{at<DATE>(memory)}; },
+     [](const Value& value, void* memory) { at<DATE>(memory) = value.as_double(); }},
+    {VT_BSTR, [](void* memory) -> Value { return text_of(at<BSTR>(memory)); },
+     [](const Value& value, void* memory) { at<BSTR>(memory) = new_bstr(value.as_text()); }},
+    {VT_DISPATCH, [](void* memory) -> Value { return object_of_dispatch(at<IDispatch*>(memory)); }, &construct_object},
+    {VT_UNKNOWN, [](void* memory) -> Value { return value_of_unknown(at<IUnknown*>(memory)); }, &construct_object},
+    {VT_ERROR, [](void* memory) -> Value { return value_of_error(at<SCODE>(memory)); }, nullptr},
+    {VT_VARIANT, [](void* memory) -> Value { return value_of_variant(at<VARIANT>(memory)); },
+     [](const Value& value, void* memory) {
+         VariantInit(&at<VARIANT>(memory));
+         fill_variant(value, at<VARIANT>(memory));
+     }},
+};
 
 VARTYPE element_kind(const VARIANT& variant) {
     return static_cast<VARTYPE>(variant.vt & VT_TYPEMASK);
@@ -132,69 +177,14 @@ void fill_with_record(const Record& record, VARIANT& target) {
 }  // namespace
 
 Value value_at(VARTYPE kind, void* memory) {
-    switch (kind) {
-        case VT_I2:
-            return std::int16_t{at<SHORT>(memory)};
-        case VT_I4:
-        case VT_INT:
-            return static_cast<std::int32_t>(at<LONG>(memory));
-        case VT_UI1:
-            return std::int16_t{at<BYTE>(memory)};
-        case VT_R4:
-            return at<float>(memory);
-        case VT_R8:
-            return at<double>(memory);
-        case VT_BOOL:
-            return at<VARIANT_BOOL>(memory) != VARIANT_FALSE;
-        case VT_DATE:
-            return Date{at<DATE>(memory)};
-        case VT_BSTR:
-            return text_of(at<BSTR>(memory));
-        case VT_DISPATCH:
-            return object_of_dispatch(at<IDispatch*>(memory));
-        case VT_UNKNOWN:
-            return value_of_unknown(at<IUnknown*>(memory));
-        case VT_ERROR:
-            return value_of_error(at<SCODE>(memory));
-        case VT_VARIANT:
-            return value_of_variant(at<VARIANT>(memory));
-        default:
-            return value_of_other(kind, memory);
-    }
+    const auto* const known = std::ranges::find(simple_kinds, kind, &SimpleKind::kind);
+    return known == std::end(simple_kinds) ? value_of_other(kind, memory) : known->load(memory);
 }
 
 void construct(VARTYPE kind, const Value& value, void* memory) {
-    switch (kind) {
-        case VT_I2:
-            at<SHORT>(memory) = value.as_int16();
-            return;
-        case VT_I4:
-        case VT_INT:
-            at<LONG>(memory) = value.as_int32();
-            return;
-        case VT_R4:
-            at<float>(memory) = value.as_single();
-            return;
-        case VT_R8:
-        case VT_DATE:
-            at<double>(memory) = value.as_double();
-            return;
-        case VT_BOOL:
-            at<VARIANT_BOOL>(memory) = value.as_boolean() ? VARIANT_TRUE : VARIANT_FALSE;
-            return;
-        case VT_BSTR:
-            at<BSTR>(memory) = new_bstr(value.as_text());
-            return;
-        case VT_DISPATCH:
-        case VT_UNKNOWN:
-            at<IDispatch*>(memory) = dispatch_of_object(value.as_object());
-            return;
-        case VT_VARIANT:
-            VariantInit(&at<VARIANT>(memory));
-            return fill_variant(value, at<VARIANT>(memory));
-        default:
-            refuse_kind(kind);
-    }
+    const auto* const known = std::ranges::find(simple_kinds, kind, &SimpleKind::kind);
+    if (known == std::end(simple_kinds) || !known->construct) refuse_kind(kind);
+    known->construct(value, memory);
 }
 
 Value value_of_variant(const VARIANT& variant) {

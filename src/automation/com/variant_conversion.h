@@ -16,6 +16,16 @@ Value value_of_variant(const VARIANT& variant);
 /// Fills an empty VARIANT.
 void fill_variant(const Value& value, VARIANT& empty);
 
+/// The array's elements and bounds; an array that was never dimensioned has rank 0. Error 13 for kinds of elements that
+/// automation values do not have.
+Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind);
+
+/// A new array of the element type that suits the elements; objects go into VARIANTs, because scripts can read no
+/// array of anything else.
+SAFEARRAY* safe_array_of(const Array& array, VARTYPE& kind);
+/// A new array of a given element type. Error 13 where an element does not convert.
+SAFEARRAY* safe_array_of(const Array& array, const VARTYPE kind, IRecordInfo* record_info);
+
 /// Puts a changed argument into the variable that the caller passed; nothing happens where it passed none. A variable
 /// of a type keeps it, and so does an array its kind of elements: a script's array stays one that the script can read.
 void store_into_variable(const Value& value, VARIANT& argument);

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "argument_values.h"
+#include "automation/com/com_object.h"
 #include "automation/com/variant_conversion.h"
-#include "automation/com/vtable.h"
 #include "automation/json_values.h"
 
 namespace korvane::automation {

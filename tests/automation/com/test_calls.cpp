@@ -4,8 +4,6 @@
 #include <list>
 
 #include "automation/com/dispatch_object.h"
-#include "automation/com/error_mapping.h"
-#include "automation/com/safe_arrays.h"
 #include "foreign_object.h"
 #include "server_world.h"
 #include "support/raised.h"

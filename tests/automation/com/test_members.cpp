@@ -2,8 +2,6 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "automation/com/error_mapping.h"
-#include "automation/com/safe_arrays.h"
 #include "automation/com/variant_conversion.h"
 #include "server_world.h"
 

@@ -7,7 +7,6 @@
 
 #include "automation/com/record_info.h"
 #include "automation/com/variant_conversion.h"
-#include "automation/com/vtable.h"
 #include "automation/type_library.h"
 #include "support/test_platform.h"
 

@@ -1,4 +1,4 @@
-// Makes the objects of a creatable class.
+// The server: factories of its objects, its entries in the registry, and what the module is used by.
 #pragma once
 
 #include <functional>
@@ -15,5 +15,10 @@ HRESULT make_class_factory(REFCLSID class_id, REFIID wanted, void** result) noex
 
 /// Whether nothing of this module is in use.
 bool module_is_idle() noexcept;
+
+/// Writes the classes and the type library; takes back what it wrote when it cannot write all.
+HRESULT register_server() noexcept;
+/// Removes everything that registration writes; what is not there is no error.
+HRESULT unregister_server() noexcept;
 
 }  // namespace korvane::automation
