@@ -76,15 +76,6 @@ private:
     std::size_t place_;
 };
 
-/// The parameter's default as a value; `Missing` where it has none.
-Value default_value_of(const Parameter& parameter);
-
-/// The call itself, once a member is found: the same for late binding, IDispatch::Invoke and the vtable. Binds the
-/// arguments, calls, and hands back those that the member changes by reference; where it raises, those that it had
-/// changed by then. Errors, besides the member's own: `ArgumentError` with the conversion's number, or 449 for a
-/// required argument left out.
-Value call_member(const Member& member, const Member::Target& target, CallFrame& frame);
-
 namespace detail {
 
 template <class A>
