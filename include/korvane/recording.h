@@ -17,7 +17,8 @@ namespace korvane {
 KORVANE_API void record_spectra(const Platform& platform, const std::filesystem::path& file, std::int32_t count,
                                 const RecordingProgress& progress = {});
 
-/// Writes one spectrum that the instrument has shown, e.g. to `watched`, under the settings it has now. Errors as above.
+/// Writes one spectrum that the instrument has shown, e.g. to `watched`, under the settings that it has now. Errors as
+/// above.
 KORVANE_API void record_spectrum(const Platform& platform, const std::filesystem::path& file,
                                  const AcquiredSpectrum& spectrum);
 

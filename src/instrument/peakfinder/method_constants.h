@@ -200,8 +200,7 @@ inline constexpr double overlap_shape_error = 0.03, judged_sigmas = 5;
 inline constexpr double usual_width_spread = 0.05, coarse_width_spread = 0.5;
 /// The strongest of each of these parts of the range, so that the width is known along the whole axis.
 inline constexpr std::size_t axis_sections = 8, peaks_per_section = 4;
-/// A stretch above the noise that is longer is taken for several.
-inline constexpr std::ptrdiff_t longest_stretch_samples = 1024;
+inline constexpr std::ptrdiff_t longest_stretch_samples = 1024;  ///< A longer one above the noise is taken for several.
 /// Boxes are tried up to so much of the best one's width: the ions of a weak peak come in clumps. One that reaches so
 /// far to either side of a Gaussian stands out most from white noise.
 inline constexpr double box_growth = 1.6, box_margin_samples = 8, box_reach_sigmas = 1.4;
@@ -228,12 +227,11 @@ inline constexpr double narrowing_of_few = 7;
 inline constexpr int law_rounds = 6, tail_rounds = 4, counts_rounds = 3;
 
 // --- Ions
-/// An ion's pulse stands a little out of the noise of a sample, else ions could not be counted.
-inline constexpr double usual_pulse_over_noise = 1.2;
+/// An ion's pulse stands a little out of the noise of a sample, else ions could not be counted; the pulses of an
+/// electron multiplier differ by this part.
+inline constexpr double usual_pulse_over_noise = 1.2, usual_height_spread = 0.5;
 /// Digitizers are chosen to take so many samples of a pulse's full width at half maximum; no peak is its pulse alone.
 inline constexpr double usual_pulse_samples = 3.2, most_pulse_part = 0.9;
-/// Relative, of the pulses of an electron multiplier.
-inline constexpr double usual_height_spread = 0.5;
 /// A detector's limit shows as its largest value several times in a row, high above the noise; twice only far above.
 inline constexpr std::ptrdiff_t saturated_run = 3;
 inline constexpr double saturated_deviations = 20, saturated_pair_deviations = 500;
@@ -253,10 +251,9 @@ inline constexpr std::size_t least_shaped_cores = 5, shape_parts = 20, shape_err
 inline constexpr double expectation_samples = 3, least_counts_part = 0.08, most_counts_part = 50, least_freedom = 5;
 /// Samples that count for themselves are left correlated by -0.4 to 0, samples under common pulses by 0.4 and more.
 inline constexpr double pulse_correlation = 0.35;
-/// Late ions of instruments, how they differ, and their limit.
-inline constexpr double usual_tail = 0.04, usual_tail_spread = 0.04, largest_tail = 0.3;
-/// To 0.3 % of its area a strong peak's sides differ by other reasons.
-inline constexpr double sides_variance = 1e-5;
+/// Late ions of instruments, how they differ, and their limit; to 0.3 % of its area a strong peak's sides differ by
+/// other reasons.
+inline constexpr double usual_tail = 0.04, usual_tail_spread = 0.04, largest_tail = 0.3, sides_variance = 1e-5;
 /// Peaks that are nearly all pulse tell nothing of late ions: least effect that is divided by, of one peak and of all.
 inline constexpr double least_tail_effect = 0.1, least_common_tail_effect = 0.15;
 
