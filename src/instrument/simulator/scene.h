@@ -71,7 +71,7 @@ struct FlightSetup {
 struct PeakShapeSetup {
     double resolution_limit = 40000, detector_width_ns = 1.18;
     double tail_fraction = 0.08, tail_length_sigmas = 1.5;
-    double reference_sigmas = 0.065;
+    double reference_sigmas = 0.067;
     double high_resolution_factor = 1.25, high_resolution_transmission = 0.5;
     friend bool operator==(const PeakShapeSetup&, const PeakShapeSetup&) = default;
 };
