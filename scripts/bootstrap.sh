@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the build and the tests need and the machine lacks, with apt. Parts: native (default), python, format,
-# windows, history, bench, peers, fuzz, package.
+# windows, history, locale, report, bench, peers, fuzz, package.
 set -euo pipefail
 
 native=(g++ cmake ninja-build ccache git ca-certificates libexpat1-dev libpugixml-dev libfmt-dev libcli11-dev
@@ -18,11 +18,13 @@ for part in "${@:-native}"; do
         format) wanted+=(clang-format) ;;
         windows) wanted+=("${windows[@]}") ;;
         history) wanted+=(postgresql postgresql-common prometheus) ;;
+        locale) wanted+=(locales) ;;
+        report) wanted+=(chromium tidy libxml2-utils) ;;
         bench) wanted+=(libbenchmark-dev) ;;
         peers) wanted+=(libopenms-dev libpwiz-dev qtbase5-dev libboost-dev python3-scipy libxml2-dev) ;;
         package) wanted+=(debhelper dh-python dpkg-dev fakeroot lintian mmdebstrap nsis pkgconf man-db zip) ;;
         fuzz) wanted+=(clang libclang-rt-14-dev) ;;
-        *) echo "usage: $0 [native] [python] [format] [windows] [history] [bench] [peers] [fuzz] [package]" >&2; exit 2 ;;
+        *) echo "usage: $0 [native] [python] [format] [windows] [history] [locale] [report] [bench] [peers] [fuzz] [package]" >&2; exit 2 ;;
     esac
 done
 

@@ -17,10 +17,7 @@ build() {
 # Test programs whose files hold no number with a decimal point, which such a locale refuses as it should, in German as
 # written in Germany (1.234,5), streams included. The test of a comma puts stored numbers into commas itself.
 run_locale() {
-    if ! command -v localedef >/dev/null || [ ! -f /usr/share/i18n/locales/de_DE ]; then
-        echo "SKIPPED: localedef or the definition of de_DE is missing (Debian package locales)"
-        return
-    fi
+    scripts/bootstrap.sh locale
     localedef -i de_DE -f UTF-8 "$work/de_DE.UTF-8" 2>/dev/null || [ -d "$work/de_DE.UTF-8" ]
     echo '#include <locale>
           namespace { const bool begun = (std::locale::global(std::locale("")), true); }' >"$work/begin_locale.cpp"
@@ -64,10 +61,7 @@ run_threads() {
 
 # The page of a tune: valid HTML, without findings of axe, small, soon written; pictures of it to look at in build/more/report.
 run_report() {
-    if ! command -v chromium >/dev/null || ! command -v tidy >/dev/null; then
-        echo "SKIPPED: chromium or tidy is missing (Debian packages chromium, tidy)"
-        return
-    fi
+    scripts/bootstrap.sh report
     local folder=$work/report
     cmake --preset release -DKORVANE_TESTS=ON >/dev/null
     cmake --build --preset release --target korvane_program test_tune
