@@ -40,8 +40,8 @@ function(korvane_room folder)
   set(KORVANE_LIBRARIES ${KORVANE_LIBRARIES} ${ARGN} CACHE INTERNAL "")
 endfunction()
 
-# korvane_database(name library): a module beside the library, loaded by programs that use such a history. On Windows a
-# part of the library.
+# korvane_database(name library): a module in the folder "korvane" beside the library, loaded by programs that use such a
+# history. On Windows a part of the library.
 function(korvane_database name library)
   set(source ${PROJECT_SOURCE_DIR}/src/tune/database/${name}.cpp)
   if(WIN32)
@@ -52,9 +52,10 @@ function(korvane_database name library)
   endif()
   add_library(korvane_${name} MODULE ${source})
   target_link_libraries(korvane_${name} PRIVATE korvane_options ${library})
-  set_target_properties(korvane_${name} PROPERTIES BUILD_RPATH "" UNITY_BUILD OFF)
+  set_target_properties(korvane_${name} PROPERTIES BUILD_RPATH "" UNITY_BUILD OFF
+                        LIBRARY_OUTPUT_DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/korvane)
   set(KORVANE_DATABASES ${KORVANE_DATABASES} korvane_${name} CACHE INTERNAL "")
-  install(TARGETS korvane_${name} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(TARGETS korvane_${name} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/korvane)
 endfunction()
 
 # The shared library, its installation and its CMake package. On Windows programs take the library in, and the

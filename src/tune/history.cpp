@@ -70,13 +70,13 @@ std::string shown_name(const std::string& where) {
 }
 
 #ifndef _WIN32
-/// A module beside the library, wherever that lies, or beside a program that has it inside; else where the system
-/// looks. It stays: its objects may outlive every call.
+/// A module in the folder "korvane" beside the library, wherever that lies, or beside those of a program that has it
+/// inside; else where the system looks. It stays: its objects may outlive every call.
 void* open_module(const std::string& name) {
     Dl_info here{};
     const bool is_known = dladdr(reinterpret_cast<void*>(&is_server), &here) != 0 && here.dli_fname != nullptr;
     const std::string file = is_known ? here.dli_fname : "", folder = file.substr(0, file.rfind('/') + 1);
-    for (const std::string& place : {folder + name, folder + "../lib/" + name})
+    for (const std::string& place : {folder + "korvane/" + name, folder + "../lib/korvane/" + name})
         if (access(place.c_str(), F_OK) == 0) return dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL);
     return dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
