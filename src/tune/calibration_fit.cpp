@@ -313,7 +313,10 @@ double rounding_of_masses(const std::vector<CalibrantTime>& measured) {
         if (const auto point = text.find('.'); point != std::string::npos)
             decimals = std::max(decimals, text.size() - point - 1);
     }
-    return std::pow(10.0, -static_cast<double>(decimals)) / std::sqrt(12.0);
+    // By operations that every machine rounds alike.
+    double last_digit = 1;
+    for (std::size_t i = 0; i < decimals; ++i) last_digit /= 10;
+    return last_digit / std::sqrt(12.0);
 }
 
 Points points_of(const std::vector<CalibrantTime>& measured, const MassTimeCalibration& before, const Places& places) {
@@ -323,8 +326,9 @@ Points points_of(const std::vector<CalibrantTime>& measured, const MassTimeCalib
         const CalibrantTime& calibrant = measured[static_cast<std::size_t>(place)];
         points.masses.push_back(calibrant.mass);
         points.times_ns.push_back(calibrant.time_ns);
-        points.errors_ppm.push_back(
-            std::hypot(calibrant.error_ns * ppm_per_ns(before, calibrant.time_ns), rounding / calibrant.mass * ppm));
+        const double time_ppm = calibrant.error_ns * ppm_per_ns(before, calibrant.time_ns);
+        const double mass_ppm = rounding / calibrant.mass * ppm;
+        points.errors_ppm.push_back(std::sqrt(time_ppm * time_ppm + mass_ppm * mass_ppm));
     }
     return points;
 }
