@@ -47,6 +47,8 @@ deb() {
     mkdir "$root/tmp/packages"
     cp "$packages"/*.deb "$root/tmp/packages"
     in_root() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root DEBIAN_FRONTEND=noninteractive "$@"; }
+    cp /etc/resolv.conf "$root/etc"
+    in_root apt-get update -qq
     in_root apt-get install -y -qq --no-install-recommends g++ pkgconf >/dev/null
     files() { in_root find /usr /etc /var/lib -xdev -not -path '/var/lib/dpkg/*' -not -path '/var/lib/apt/*' | sort; }
     files >"$packages/before"
