@@ -96,6 +96,8 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     session.begin_run();
     RunRecord run(session, options.keeping, "measure");
     TuneGlobals globals(session.platform());
+    const auto recording =
+        options.recording ? std::filesystem::absolute(path_of(*options.recording)) : std::filesystem::path();
     AcquiredSpectrum last;
     PeakTraces traces(options.recording ? watched(
                                               session.platform(), [](bool) {},
@@ -132,9 +134,8 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
         judge(kept, rows, limits);
         traces.give_to(kept.calibrants);
         if (!options.recording) return;
-        const auto file = std::filesystem::absolute(path_of(*options.recording));
-        record_spectrum(session.platform(), file, measured);
-        kept.recording = utf8_of(file);
+        record_spectrum(session.platform(), recording, measured);
+        kept.recording = utf8_of(recording);
     });
     session.show(Json{{"source", source},
                       {"polarity", polarity},
