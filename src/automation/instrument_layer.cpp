@@ -94,6 +94,8 @@ constexpr auto control_members =
 constexpr auto calibration_members =
     member_table(call<&CalibrationStore::calibration>(1, "Calibration", "Polarity"),
                  method<+[](CalibrationStore& on, Index polarity, const CalibrationObject& calibration) {
+                     if (!calibration)
+                         raise_runtime_fault(error_number::object_not_set, "Calibration[Nothing] of Store");
                      on.store(polarity, *calibration);
                  }>(2, "Store", {}, value("Polarity"), reference("Calibration")));
 

@@ -146,9 +146,11 @@ private:
             } else {
                 result = Native<Result>::to(run());
             }
+            frame.flags = {};
             (hand_back<A>(std::get<Place>(native), Place, frame, true), ...);
             return result;
         } catch (...) {
+            frame.flags = {};
             (hand_back<A>(std::get<Place>(native), Place, frame, false), ...);
             throw;
         }
@@ -162,7 +164,6 @@ private:
     /// After a failure nothing counts as changed that has its value from before the call.
     template <class Argument, class T>
     static void hand_back(T& native, std::size_t place, CallFrame& frame, bool succeeded) {
-        frame.flags[place] = nullptr;
         if constexpr (changes<Argument>) {
             if (Unassigned<T>::is(native)) return;
             Value now = Native<T>::to(std::move(native));

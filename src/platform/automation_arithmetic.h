@@ -34,7 +34,7 @@ private:
 };
 
 /// Nearest integer, halves to the even one; error 6 naming the value out of range or not a number. Independent of the
-/// thread's rounding mode. `located` (frame/located_number.h) names the item besides.
+/// thread's rounding mode. `located` (frame/routine.h) names the item besides.
 std::int32_t to_int32(double value);
 std::int16_t to_int16(double value);
 

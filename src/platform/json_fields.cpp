@@ -30,7 +30,8 @@ double JsonItem::number(const Bounds& bounds) const {
 
 std::int64_t JsonItem::whole_number(const Bounds& bounds) const {
     const double value = number(bounds);
-    if (value != std::floor(value)) refuse("must be a whole number");
+    if (value != std::floor(value) || (!value_->is_number_integer() && !(std::abs(value) < 0x1p63)))
+        refuse("must be a whole number");
     return value_->is_number_integer() ? value_->get<std::int64_t>() : static_cast<std::int64_t>(value);
 }
 
