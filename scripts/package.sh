@@ -103,7 +103,7 @@ windows() {
     mkdir -p "$tree/bin32" "$tree/include/korvane"
     cp build/windows32/bin/Korvane.dll "$tree/bin32"
     cmake "-DFILES=$tree/bin32/Korvane.dll;$tree/bin/Korvane.dll;$tree/bin/korvane.exe" \
-          -DOBJDUMP=i686-w64-mingw32-objdump -P tests/windows/imports.cmake
+          -DOBJDUMP=x86_64-w64-mingw32-objdump -P tests/windows/imports.cmake
     cp build/windows64/typelib/korvane.tlb "$tree/bin"
     cp include/korvane/korvane_c*.h "$tree/include/korvane"
     notices >"$tree/NOTICES.txt"

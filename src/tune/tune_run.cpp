@@ -94,7 +94,8 @@ public:
         record_.log = globals_.tune_log_path();
         constexpr std::string (TuneRun::*steps[])() = {&TuneRun::require_ready, &TuneRun::verify, &TuneRun::adjust,
                                                        &TuneRun::fit, &TuneRun::measure};
-        return (this->*steps[static_cast<std::size_t>(step)])();
+        const auto run_step = steps[static_cast<std::size_t>(step)];
+        return (this->*run_step)();
     }
 
 private:
