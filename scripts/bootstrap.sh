@@ -23,7 +23,7 @@ for part in "${@:-native}"; do
         bench) wanted+=(libbenchmark-dev) ;;
         peers) wanted+=(libopenms-dev libpwiz-dev qtbase5-dev libboost-dev python3-scipy libxml2-dev) ;;
         package) wanted+=(debhelper dh-python dpkg-dev fakeroot lintian mmdebstrap nsis pkgconf man-db zip) ;;
-        fuzz) wanted+=(clang libclang-rt-14-dev) ;;
+        fuzz) wanted+=(clang-16 libclang-rt-16-dev) ;;
         *) echo "usage: $0 [native] [python] [format] [windows] [history] [locale] [report] [bench] [peers] [fuzz] [package]" >&2; exit 2 ;;
     esac
 done

@@ -6,9 +6,9 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 
 scripts/bootstrap.sh native fuzz
-cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++-16 \
       -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link -DKORVANE_SANITIZE=address,undefined -DKORVANE_FUZZ=ON >/dev/null
-cmake --build build/fuzz --target fuzz_programs >/dev/null
+cmake --build build/fuzz --target fuzz_programs
 # Memory that a run leaves behind on purpose (what it has looked up once) makes the leak check of every single run slow;
 # the check at the end of the program stays.
 for program in build/fuzz/bin/fuzz_*; do
