@@ -19,6 +19,7 @@ using svg::Range;
 namespace {
 
 constexpr double picture_width = 640, panel_left = 66, panel_width = 560;
+constexpr double half_a_date = 30;      // that the label of the last run needs beside it
 constexpr double shown_widths = 4;      // of a peak, to either side of its centroid
 constexpr std::size_t most_dots = 400;  // more samples than that are drawn as a line
 constexpr double margin_part = 0.06;    // of a range, at either end
@@ -293,7 +294,7 @@ Figure trend_figure(const TrendChart& chart) {
     for (const svg::Tick& tick : svg::nice_ticks(x.range, ticks_across - 2))
         if (tick.value >= 1 && tick.value <= runs && tick.value == std::floor(tick.value))
             x.ticks.push_back({tick.value, chart.points[static_cast<std::size_t>(tick.value) - 1].run});
-    Panel panel({panel_left, 36, panel_width, 170}, x,
+    Panel panel({panel_left, 36, panel_width - half_a_date, 170}, x,
                 axis(svg::range_of(all).widened(margin_part), ticks_up, chart.unit));
     panel.line(limits[0], "thin soft");
     panel.line(limits[1], "dashed soft");
