@@ -44,14 +44,6 @@ KORVANE_API std::vector<bool> alarms_of(ChartRule rule, std::span<const double> 
 /// The moving average of `ChartRule::ewma` in units of its own sigma; a value counts four sigma at most.
 KORVANE_API std::vector<double> ewma_of(std::span<const double> values, const GuideSet& guide);
 
-/// How likely health shows a value, and an average `ewma`, so far off or farther. Student's prediction interval: centre
-/// and sigma are only known from the guide set, whose mean adds sigma^2 / n; so a short set makes no false alarms. The
-/// distribution by D. L. Wallace, Ann. Math. Statist. 30 (1959) 1121.
-struct Chance {
-    double of_value = 1, of_average = 1;
-};
-KORVANE_API std::vector<Chance> chances_of(std::span<const double> values, const GuideSet& guide);
-
 /// Whether the chart of a metric is one of its natural logarithm: heights, misfits.
 KORVANE_API bool is_logarithmic(std::string_view metric) noexcept;
 
@@ -63,7 +55,6 @@ struct ControlChart {
     std::vector<double> values;   ///< as in the history, or their logarithm: `is_logarithmic`
     GuideSet guide;               ///< of the first values; size 0 where there is no judgement
     std::vector<double> average;  ///< `ewma_of`, from the first value behind the guide set on
-    std::vector<Chance> chances;  ///< likewise
 };
 
 /// Takes the first `guide` values as the guide set, all but the last where there are not so many more, and judges those

@@ -54,6 +54,21 @@ double charted_error(std::string_view metric, const MetricReading& reading) {
     return is_logarithmic(metric) ? reading.standard_error / reading.value : reading.standard_error;
 }
 
+/// How likely health shows the record's value, or an average `ewma`, so far off or farther, whichever is rarer; nothing
+/// where the record is not judged. Student's prediction interval: centre and sigma are only known from the guide set,
+/// whose mean adds sigma^2 / n; so a short set makes no false alarms. The distribution by D. L. Wallace,
+/// Ann. Math. Statist. 30 (1959) 1121.
+std::optional<double> chance_of(const ControlChart& chart, std::int64_t record) {
+    const auto found = std::ranges::lower_bound(chart.records, record);
+    const auto place = static_cast<std::size_t>(found - chart.records.begin());
+    const std::size_t size = chart.guide.size;
+    if (found == chart.records.end() || *found != record || size == 0 || place < size) return std::nullopt;
+    const double of_centre = 1 / static_cast<double>(size), variance = average_variance(place - size + 1);
+    const double z = (chart.values[place] - chart.guide.centre) / chart.guide.sigma / std::sqrt(1 + of_centre);
+    const double average = chart.average[place - size] * std::sqrt(variance / (variance + of_centre));
+    return std::min(chance_of(z, size - 1), chance_of(average, size - 1));
+}
+
 }  // namespace
 
 bool is_logarithmic(std::string_view metric) noexcept {
@@ -117,19 +132,6 @@ std::vector<bool> alarms_of(ChartRule rule, std::span<const double> values, cons
     return alarms;
 }
 
-std::vector<Chance> chances_of(std::span<const double> values, const GuideSet& guide) {
-    const std::size_t freedom = guide.size > 0 ? guide.size - 1 : 0;
-    const double of_centre = guide.size > 0 ? 1 / static_cast<double>(guide.size) : 0;
-    const std::vector<double> averages = ewma_of(values, guide);
-    std::vector<Chance> chances;
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const double variance = average_variance(i + 1);
-        chances.push_back({chance_of((values[i] - guide.centre) / guide.sigma / std::sqrt(1 + of_centre), freedom),
-                           chance_of(averages[i] * std::sqrt(variance / (variance + of_centre)), freedom)});
-    }
-    return chances;
-}
-
 void judge(ControlChart& chart, std::size_t guide) {
     if (chart.values.empty()) return;
     const std::size_t size = std::min(guide, chart.values.size() - 1);
@@ -139,7 +141,6 @@ void judge(ControlChart& chart, std::size_t guide) {
     if (!(known.sigma > 0)) return;
     chart.guide = known;
     chart.average = ewma_of(values.subspan(size), chart.guide);
-    chart.chances = chances_of(values.subspan(size), chart.guide);
 }
 
 ControlChart common_chart(const std::vector<ControlChart>& calibrants, const std::vector<double>& variances) {
@@ -173,7 +174,7 @@ std::vector<ControlChart> charts_of(TuneHistory& history, const TuneRecord& like
         std::vector<double> variances;  // the mean of those stated
         for (const MetricReading& reading : history.readings(metric, like)) {
             if (calibrants.empty() || calibrants.back().mz != reading.mz) {
-                calibrants.push_back({metric, reading.mz, {}, {}, {}, {}, {}});
+                calibrants.push_back({metric, reading.mz, {}, {}, {}, {}});
                 variances.push_back(0);
             }
             ControlChart& chart = calibrants.back();
@@ -191,20 +192,18 @@ std::vector<ControlChart> charts_of(TuneHistory& history, const TuneRecord& like
 }
 
 std::vector<bool> judged(const std::vector<ControlChart>& charts, std::int64_t record) {
-    const auto place_of = [&](const ControlChart& chart) -> const Chance* {
-        const auto found = std::ranges::lower_bound(chart.records, record);
-        if (found == chart.records.end() || *found != record) return nullptr;
-        const auto place = static_cast<std::size_t>(found - chart.records.begin());
-        return chart.guide.size > 0 && place >= chart.guide.size ? &chart.chances[place - chart.guide.size] : nullptr;
-    };
+    std::vector<std::optional<double>> chances;
     double counts[2] = {0, 0};  // of calibrants, common ones
-    for (const ControlChart& chart : charts) counts[chart.mz ? 0 : 1] += place_of(chart) ? tests_per_chart : 0;
-    std::vector<bool> answers;
     for (const ControlChart& chart : charts) {
-        const Chance* const chance = place_of(chart);
-        const double part = chart.mz ? 1 - common_part : common_part;
-        const double limit = approximation * part / healthy_tunes_per_alarm / counts[chart.mz ? 0 : 1];
-        answers.push_back(chance && std::min(chance->of_value, chance->of_average) < limit);
+        chances.push_back(chance_of(chart, record));
+        counts[chart.mz ? 0 : 1] += chances.back() ? tests_per_chart : 0;
+    }
+    std::vector<bool> answers;
+    for (std::size_t i = 0; i < charts.size(); ++i) {
+        const bool is_common = !charts[i].mz;
+        const double part = is_common ? common_part : 1 - common_part;
+        const double limit = approximation * part / healthy_tunes_per_alarm / counts[is_common ? 1 : 0];
+        answers.push_back(chances[i] && *chances[i] < limit);
     }
     return answers;
 }
