@@ -205,12 +205,10 @@ double student_limit(double freedom) {
     return std::sqrt(freedom * std::expm1(z * z / freedom));
 }
 
-/// Distances from the law of the subset that most calibrants agree with: the least median of squares, on the law made
-/// linear at the one through all.
-std::optional<std::pair<VectorXd, double>> least_median_distances(const Points& points, const Law& start) {
-    const auto law = least_squares(points, start, all_places(points.size()));
-    if (!law) return std::nullopt;
-    const Linearised at = points.linearised(*law);
+/// Distances from the law of the subset that most calibrants agree with: the least median of squares, made linear at
+/// the law through all.
+std::optional<std::pair<VectorXd, double>> least_median_distances(const Points& points, const Law& through_all) {
+    const Linearised at = points.linearised(through_all);
     const auto unknowns = static_cast<std::size_t>(at.slopes.cols());
     std::optional<std::pair<VectorXd, double>> best;
     for_subsets(points.size(), unknowns, [&](const Places& places) {
@@ -259,8 +257,8 @@ std::optional<RobustLaw> robust_law(const Points& points, const Law& start) {
     auto robust = law_through(points, start, all_places(points.size()));
     // Where all agree by their stated errors nobody is looked for: a law of a few that chance put in line would reach
     // too far.
-    if (robust && robust->standardised.cwiseAbs().maxCoeff() <= outlier_limit) return robust;
-    const auto median_fit = least_median_distances(points, start);
+    if (!robust || robust->standardised.cwiseAbs().maxCoeff() <= outlier_limit) return robust;
+    const auto median_fit = least_median_distances(points, robust->law);
     if (!median_fit) return std::nullopt;
     VectorXd standardised = median_fit->first;
     double limit = outlier_limit * std::max(1.0, median_fit->second);
