@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "commands.h"
-
 #include "korvane/calibrants.h"
 
 namespace korvane::program {

@@ -255,9 +255,9 @@ struct PruneOptions {
     bool dry_run = false;
 };
 
-std::chrono::sys_days day_of(int year, int month, int day) {
-    return std::chrono::year_month_day(std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
-                                       std::chrono::day(static_cast<unsigned>(day)));
+std::chrono::year_month_day date_of(int year, int month, int day) {
+    return {std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
+            std::chrono::day(static_cast<unsigned>(day))};
 }
 
 /// The day in "NAME_YYYYMMDD_HHMMSS.txt" or ".html"; nothing in another name, which is no dated log or report.
@@ -265,7 +265,8 @@ std::optional<std::chrono::sys_days> dated_day(const std::string& name) {
     static const std::regex dated(".+_([0-9]{4})([0-9]{2})([0-9]{2})_[0-9]{6}\\.(txt|html)");
     std::smatch parts;
     if (!std::regex_match(name, parts, dated)) return std::nullopt;
-    return day_of(std::stoi(parts[1]), std::stoi(parts[2]), std::stoi(parts[3]));
+    const auto date = date_of(std::stoi(parts[1]), std::stoi(parts[2]), std::stoi(parts[3]));
+    return date.ok() ? std::optional<std::chrono::sys_days>(date) : std::nullopt;
 }
 
 std::int64_t days_of(const std::string& text) {
@@ -289,7 +290,7 @@ ExitCode prune(Session& session, const PruneOptions& options) {
         for (const std::string& name : names) {
             const auto day = dated_day(name);
             if (!day) continue;
-            const auto age = (day_of(now.year, now.month, now.day) - *day).count();
+            const auto age = (std::chrono::sys_days(date_of(now.year, now.month, now.day)) - *day).count();
             if (age <= most_days) continue;
             if (!options.dry_run) files.remove(utf8_of(path_of(folder) / name));
             rows.push_back(Json{{"file", name}, {"age_days", age}});
