@@ -8,6 +8,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "korvane/listing.h"
 #include "platform/files.h"
 
 namespace korvane {
@@ -63,7 +64,7 @@ TestPlatform::TestPlatform() : files(make_system_files()) {
     instrument().base_folder = base().string();
     for (const char* name : {"LogSetpointTraffic", "AbortFlag"}) preference(name, "0");
     limit("RampParams", "MinimumAcceptableAbundance", "1000");
-    limit("PeakHandling", "PeakFindWindowInPercentT", "0.5");
+    limit("PeakHandling", "PeakFindWindowInPercentT", stored_number("0.5"));
 }
 
 void TestPlatform::preference(const std::string& name, const std::string& value) {
