@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # writers.sh PROGRAM [COUNT]: two processes write preferences of their own COUNT times each, into the same file, while a third
-# requests and resets aborts there as often. Counts what another's save has undone.
+# requests and resets aborts there as often. Counts what another's save has undone. PROGRAM may be Windows' own, under Wine.
 set -uo pipefail
 count=${2:-1000}
 . "$(dirname "$0")/world.sh"
@@ -22,7 +22,7 @@ edits AIC_RunFastVersion >"$folder/first"
 edits LogSetpointTraffic >"$folder/second"
 aborts >"$folder/third"
 for writer in first second third; do
-    cut -f1 "$folder/$writer" | "$program" call - >"$folder/$writer.answers" 2>"$folder/$writer.talk" &
+    cut -f1 "$folder/$writer" | run call - 2>"$folder/$writer.talk" | tr -d '\r' >"$folder/$writer.answers" &
 done
 wait
 lost=0
@@ -31,6 +31,6 @@ for writer in first second third; do
     [ "$wrong" -eq 0 ] || { echo "$writer: $wrong of its answers are others, the first:" && head -3 "$folder/wrong"; }
     lost=$((lost + wrong))
 done
-left=$(find "$KORVANE_BASE" -name '.*' -type f | wc -l)
+left=$(find "$folder/base" -name '.*' -type f | wc -l)
 echo "two processes of $count writes beside $count abort requests: lost $lost, files left behind $left"
 [ "$lost" -eq 0 ] && [ "$left" -eq 0 ]
