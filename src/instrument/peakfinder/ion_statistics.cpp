@@ -1,5 +1,7 @@
 #include "instrument/peakfinder/ion_statistics.h"
 
+#include <Eigen/Core>
+#include <Eigen/LU>
 #include <array>
 
 namespace korvane {
@@ -12,10 +14,28 @@ namespace {
 struct Core {
     struct Sample {
         double model, residual, misfit_square, u;
+        double left_over;  ///< part of its variance that the fit leaves in the residual
     };
     std::vector<Sample> samples;
     double noise_variance;
 };
+
+/// By the leverage of every sample on the height, the place and the width that the fit has taken from them (diagonal of
+/// the hat matrix: Hoaglin and Welsch, The American Statistician 32 (1978) 17).
+void set_left_over(Core& core, const PeakModel& model) {
+    Eigen::Matrix3d information = Eigen::Matrix3d::Zero();
+    information(2, 2) = 1 / (model.width_spread * model.width_spread);
+    const auto slopes = [](const Core::Sample& sample) {
+        return Eigen::Vector3d(sample.model * Eigen::Vector3d(1, sample.u, sample.u * sample.u));
+    };
+    const auto weight = [&](const Core::Sample& sample) {
+        return 1 / (core.noise_variance + model.counts_per_ion * sample.model);
+    };
+    for (const auto& sample : core.samples) information += weight(sample) * slopes(sample) * slopes(sample).transpose();
+    const Eigen::Matrix3d scatter = information.inverse();
+    for (auto& sample : core.samples)
+        sample.left_over = std::clamp(1 - weight(sample) * slopes(sample).dot(scatter * slopes(sample)), 0.0, 1.0);
+}
 
 std::vector<Core> cores_of(const SearchContext& context, std::span<const FittedPeak> peaks, double tail_fraction) {
     std::vector<Core> cores;
@@ -24,7 +44,7 @@ std::vector<Core> cores_of(const SearchContext& context, std::span<const FittedP
         // Among neighbours a misfit may be one more peak; alone it may be that ions are fewer than expected.
         if (!fit.valid || (!peaks[place].alone && fit.misfit > 1)) continue;
         const PeakShape& shape = fit.shape;
-        const double reach = core_sigmas * shape.sigma;
+        const double reach = std::max(core_sigmas * shape.sigma, least_core_reach_samples);
         const auto range = context.samples_between(shape.centre - reach, shape.centre + reach);
         bool unusable = range.size() < least_core_samples;
         for (Index i = range.first; i < range.end; ++i) unusable = unusable || context.is_saturated(i);
@@ -41,8 +61,9 @@ std::vector<Core> cores_of(const SearchContext& context, std::span<const FittedP
         for (Index i = 0; i < range.size(); ++i) {
             const double u = (static_cast<double>(range.first + i) - shape.centre) / shape.sigma;
             const double misfit = core_shape_error * (1 + u * u) * model[i];
-            core.samples.push_back({model[i], above[i] - model[i], misfit * misfit, u});
+            core.samples.push_back({model[i], above[i] - model[i], misfit * misfit, u, 1});
         }
+        set_left_over(core, context.model);
     }
     return cores;
 }
@@ -58,17 +79,15 @@ struct CoreSums {
 CoreSums sums_over(const std::vector<Core>& cores, double counts_per_ion) {
     CoreSums sums;
     for (const auto& [samples, noise_variance] : cores) {
-        const auto size = static_cast<double>(samples.size());
-        sums.freedom += size - fitted_parameters;
-        const double left_over = 1 - fitted_samples / size;
+        sums.freedom += static_cast<double>(samples.size()) - fitted_parameters;
         for (std::size_t i = 0; i < samples.size(); ++i) {
-            const auto& [model, residual, misfit_square, u] = samples[i];
+            const auto& [model, residual, misfit_square, u, left_over] = samples[i];
             const double variance = noise_variance + counts_per_ion * model + misfit_square;
             const double weight = model / (variance * variance);
             if (i + 1 < samples.size()) sums.shared_variance += weight * residual * samples[i + 1].residual;
             sums.own_variance += weight * (residual * residual - noise_variance);
-            sums.signal_square += weight * model;
-            sums.signal_variance += weight * (residual * residual / left_over - noise_variance);
+            sums.signal_square += weight * left_over * model;
+            sums.signal_variance += weight * (residual * residual - left_over * noise_variance);
         }
     }
     return sums;
@@ -86,7 +105,7 @@ void remove_common_misfit(std::vector<Core>& cores, double counts_per_ion) {
         return parts[std::min(shape_parts - 1, static_cast<std::size_t>(std::max(0.0, place)))];
     };
     for (const auto& [samples, noise_variance] : cores)
-        for (const auto& [model, residual, misfit_square, u] : samples) {
+        for (const auto& [model, residual, misfit_square, u, left_over] : samples) {
             const double weight = model / (noise_variance + counts_per_ion * model);
             part_of(u).signal += weight * residual;
             part_of(u).square += weight * model;

@@ -240,9 +240,10 @@ inline constexpr double model_neighbour_sigmas = 14;
 /// The middle of a peak, whose samples are compared with its fit, and to which part the model describes it; the sides
 /// less well.
 inline constexpr double core_sigmas = 2.5, core_shape_error = 0.005;
-/// The fit takes three parameters out of the samples of a core, and the variance of nearly so many.
-inline constexpr std::ptrdiff_t least_core_samples = 5;
-inline constexpr double fitted_parameters = 3, fitted_samples = 2.4;
+/// A core has that many samples to either side at least. The fit takes three parameters out of it.
+inline constexpr double least_core_reach_samples = 2;
+inline constexpr std::ptrdiff_t least_core_samples = 3;
+inline constexpr double fitted_parameters = 3;
 /// The shape that so many peaks or more have in common is taken out of what they leave, part by part of their middles,
 /// as far as it is more than so many errors. Chosen.
 inline constexpr std::size_t least_shaped_cores = 5, shape_parts = 20, shape_errors = 6;
