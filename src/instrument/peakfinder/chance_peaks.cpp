@@ -210,19 +210,26 @@ bool stands_out(const SearchContext& context, const Residual& residual, const Pe
     return exceeds(context, shape.counts() + left_over, level, samples, noise_variance);
 }
 
-/// Much wider than the law beside a much stronger peak, or in the very place of a stronger one.
+/// Much wider than the law beside a much stronger peak, in the very place of a stronger one, or in the flank of one
+/// whose top is cut off.
 bool is_wing(const SearchContext& context, std::span<const FittedPeak> peaks, std::size_t index) {
     const FittedPeak& peak = peaks[index];
     const double expected = context.expected_sigma(peak.fit.shape.centre);
     const double widening = peak.fit.own_sigma / expected - 1;
     const double chance = std::hypot(peak.fit.sigma_error, context.model.width_spread);
     const bool is_wide = widening > wing_width - 1 && widening > wing_width_deviations * chance;
-    const double reach = is_wide ? wing_reach_sigmas : same_place_sigmas;
+    const auto is_wing_of = [&](const FittedPeak& other, double distance) {
+        const bool cut = other.fit.clipped;
+        if (distance <= (cut && peak.fit.clipped ? clipped_place_sigmas : same_place_sigmas))
+            return other.area > peak.area;
+        if (cut && distance <= clipped_wing_sigmas) return other.area > clipped_wing_of_area * peak.area;
+        return is_wide && other.area > wing_of_area * peak.area;
+    };
     for (const int direction : {-1, 1})
         for (Index i = index + direction; i >= 0 && i < std::ssize(peaks); i += direction) {
             const double distance = std::abs(peaks[i].fit.shape.centre - peak.fit.shape.centre) / expected;
-            if (distance > reach) break;
-            if (peaks[i].area > (distance > same_place_sigmas ? wing_of_area : 1) * peak.area) return true;
+            if (distance > wing_reach_sigmas) break;
+            if (is_wing_of(peaks[i], distance)) return true;
         }
     return false;
 }

@@ -153,7 +153,7 @@ inline constexpr double moment_level_part = 0.1, least_moment_sigma = 0.2;
 /// Late ions widen what is left of a peak whose top is cut off: taken away, they settle in so many fits.
 inline constexpr int flank_rounds = 4;
 /// The less of a peak is left, the more its flanks depend on how late the late ions are: part of the centre's error.
-inline constexpr double flank_error = 0.2;
+inline constexpr double flank_error = 0.3;
 /// Of the centre, twice that of the ions; and a guess of the width's standard error.
 inline constexpr double moment_variance = 2, moment_width_error = 0.3;
 /// Nearer neighbours share samples that count; fewer ions leave the width to 13 % of chance.
@@ -168,7 +168,9 @@ inline constexpr std::size_t far_sides = 3;
 /// A level is more than so many deviations of the noise; beside a peak, more than the few ions that its fit misses.
 inline constexpr double near_deviations = 2, far_deviations = 1, own_side_ions = 2;
 /// What is so much wider than the law, also in deviations, is the wing of a peak so much stronger within that reach.
-inline constexpr double wing_width = 1.5, wing_width_deviations = 3, wing_of_area = 10, wing_reach_sigmas = 40;
+inline constexpr double wing_width = 1.5, wing_width_deviations = 2, wing_of_area = 10, wing_reach_sigmas = 40;
+/// In the flanks of a peak whose top is cut off something smaller may be its own shape; two such tops so near are one.
+inline constexpr double clipped_wing_of_area = 4, clipped_wing_sigmas = 8, clipped_place_sigmas = 3;
 /// What strong peaks have about them in common is seen from so many deviations on, in bands that grow by the ratio; it
 /// is the lower median of the strongest peaks, of which so many or more, of so many ions and of that part of the
 /// strongest, have to show it, the nearest and the farther bands beyond so many of its errors. Chosen.

@@ -121,7 +121,9 @@ std::pair<std::size_t, std::size_t> neighbours(std::span<const FittedPeak> peaks
 void split_overlapping_peaks(const SearchContext& context, std::vector<FittedPeak>& peaks) {
     for (std::size_t index = 0; index < peaks.size(); ++index) {
         const FittedPeak& peak = peaks[index];
-        if (!peak.fit.valid || !(is_too_wide(context, peak) || is_too_lopsided(context, peak))) continue;
+        // What a clipped peak's flanks show beside its fit may be its own shape.
+        if (!peak.fit.valid || peak.fit.clipped || !(is_too_wide(context, peak) || is_too_lopsided(context, peak)))
+            continue;
         const auto [first, end] = neighbours(peaks, index, overlap_neighbour_sigmas);
         // What lies further out bears on them, but is not measured with all its own neighbours here.
         const auto [outer_first, outer_end] = neighbours(peaks, index, 2 * overlap_neighbour_sigmas);

@@ -112,7 +112,10 @@ private:
         auto fit = fit_gaussian(context_, samples_, start);
         if (fit && fit->clipped) fit = fit_flanks(fit->shape);
         const double sigma = context_.expected_sigma(start.centre);
-        const bool kept = fit && std::abs(fit->shape.centre - candidates_[index]) <= most_move_sigmas * sigma;
+        const bool below_limit =
+            fit && fit->clipped && fit->shape.height < context_.model.saturation_counts - peak.baseline;
+        const bool kept =
+            fit && !below_limit && std::abs(fit->shape.centre - candidates_[index]) <= most_move_sigmas * sigma;
         peak.fit = kept ? *fit : fit_by_moments(start, sigma);
     }
 
@@ -165,7 +168,11 @@ private:
         range.first = std::max(range.first, samples_.first);
         range.end = std::min(range.end, samples_.first + std::ssize(samples_.above));
         double top = 0;
-        for (Index i = range.first; i < range.end; ++i) top = std::max(top, own(i));
+        bool clipped = false;
+        for (Index i = range.first; i < range.end; ++i) {
+            top = std::max(top, own(i));
+            clipped = clipped || samples_.above[i - samples_.first] == saturated;
+        }
         const auto above_level = [&](Index i) { return std::max(0.0, own(i) - moment_level_part * top); };
         const Moments moments = moments_about(static_cast<double>(samples_.first), range, above_level);
         PeakFit fit{{top, start.centre, expected_sigma}};
@@ -176,6 +183,7 @@ private:
         }
         const double ions = std::max(1.0, moments.sum / context_.model.ion_variance());
         fit.own_sigma = fit.shape.sigma;
+        fit.clipped = clipped;
         fit.height_error = std::sqrt(moment_variance / ions);
         fit.centre_error = fit.shape.sigma * fit.height_error;
         fit.sigma_error = moment_width_error;
