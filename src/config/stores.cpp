@@ -20,24 +20,6 @@ namespace {
 constexpr int attempts = 3;
 constexpr int retry_pause_milliseconds = 200;
 
-bool is_letter(char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
-}
-
-bool is_plain_name(std::string_view query) {
-    if (query.empty() || !is_letter(query.front())) return false;
-    return std::all_of(query.begin(), query.end(), [](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
-}
-
-std::optional<XmlElement> found_by_name(const XmlElement& parent, const std::string& name) {
-    if (is_plain_name(name)) return parent.child(name);
-    try {
-        return parent.select(name);
-    } catch (const Error&) {
-        return std::nullopt;  // "my pref", "160cm": no step of a path, so nothing has that name
-    }
-}
-
 constexpr std::string_view config_reader_source = "AutotuneParameterXMLConfigFileReader";
 
 /// Reaction of the stores' routines: "name: error[number, description] doing[item]".
@@ -152,10 +134,14 @@ private:
 };
 
 /// First node of a relative query; error -904 naming `item`, and `place` behind the text, where there is none or the
-/// query is none. A plain name is looked up without the XPath engine, which would find the same.
+/// query is none, as "my pref" and "160cm" are no step of a path.
 XmlElement required_child(const XmlElement& parent, const std::string& query, std::string_view item,
                           std::string_view place = {}) {
-    if (const auto found = found_by_name(parent, query)) return *found;
+    try {
+        if (const auto found = parent.select(query)) return *found;
+    } catch (const Error&) {
+        // Nothing can have that name.
+    }
     throw Error(error_number::file_or_element, std::string(config_reader_source),
                 text_of("Item[", item, "] not found in Tune XML config file", place));
 }

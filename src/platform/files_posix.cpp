@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -98,25 +99,26 @@ std::size_t regular_size(const char* operation, const std::string& path, const D
     return static_cast<std::size_t>(found.st_size);
 }
 
-/// While it lives, a write beyond the process's limit of a file's size is an error and not a signal that ends it.
-class NoSizeSignal {
-public:
-    NoSizeSignal() {
-        sigemptyset(&signal_);
-        sigaddset(&signal_, SIGXFSZ);
-        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
-    }
-    ~NoSizeSignal() {
-        const timespec at_once{};
-        if (!sigismember(&before_, SIGXFSZ)) sigtimedwait(&signal_, nullptr, &at_once);
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-    NoSizeSignal(const NoSizeSignal&) = delete;
-    NoSizeSignal& operator=(const NoSizeSignal&) = delete;
+/// Whether the process may not write files of any size. Asked at every write, since a limit may come at any time.
+bool has_size_limit() {
+    rlimit limit;
+    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
+}
 
-private:
-    sigset_t signal_, before_;
-};
+/// Writes; going beyond the limit is an error and not a signal that ends the process.
+ssize_t write_without_signal(int number, std::string_view bytes) {
+    sigset_t signal, before;
+    sigemptyset(&signal);
+    sigaddset(&signal, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &signal, &before);
+    const ssize_t count = ::write(number, bytes.data(), bytes.size());
+    const int fault = count < 0 ? errno : 0;
+    const timespec at_once{};
+    if (fault == EFBIG && !sigismember(&before, SIGXFSZ)) sigtimedwait(&signal, nullptr, &at_once);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = fault;
+    return count;
+}
 
 class PosixOutputFile final : public OutputFile {
 public:
@@ -124,9 +126,10 @@ public:
 
     void write(std::string_view bytes) override {
         while (!bytes.empty()) {
+            // The signal's mask costs more than the question, and next to no process has a limit.
             const ssize_t count = retried([&] {
-                const NoSizeSignal guard;
-                return ::write(descriptor_.number(), bytes.data(), bytes.size());
+                return has_size_limit() ? write_without_signal(descriptor_.number(), bytes)
+                                        : ::write(descriptor_.number(), bytes.data(), bytes.size());
             });
             if (count < 0) fail("write to", path_, errno);
             bytes.remove_prefix(static_cast<std::size_t>(count));

@@ -18,6 +18,7 @@ namespace {
 constexpr std::int32_t query_failed = -2147467259;
 constexpr std::size_t deepest_query = 64;
 constexpr std::size_t longest_query = 65536;
+constexpr std::size_t longest_plain_path = 1024;  // within the number of steps that the XPath engine takes
 
 [[noreturn]] void fail_query(const std::string& query, std::string_view reason) {
     constexpr std::size_t shown = 200;
@@ -43,6 +44,20 @@ void check_size(const std::string& query) {
             depth -= depth > 0 ? 1 : 0;
         }
     }
+}
+
+/// Whether the query is a path of names alone, which leads to the same element without the XPath engine, ten times as
+/// fast.
+bool is_plain_path(std::string_view query) {
+    if (query.size() > longest_plain_path) return false;
+    char before = '/';
+    for (const char character : query.substr(query.starts_with('/') ? 1 : 0)) {
+        const bool is_letter = (lower_case(character) >= 'a' && lower_case(character) <= 'z') || character == '_';
+        const bool goes_on = character == '/' || (character >= '0' && character <= '9');
+        if (!is_letter && (before == '/' || !goes_on)) return false;
+        before = character;
+    }
+    return before != '/';
 }
 
 /// What the query gives, as `run` asks for it.
@@ -316,18 +331,13 @@ std::string XmlElement::attribute(std::string_view name) const {
     return pugi::xml_node(node_).attribute(std::string(name).c_str()).value();
 }
 
-std::optional<XmlElement> XmlElement::child(std::string_view name) const {
-    const pugi::xml_node found = pugi::xml_node(node_).child(std::string(name).c_str());
-    if (!found) return std::nullopt;
-    return XmlElement(document_, found.internal_object());
-}
-
 std::optional<XmlElement> XmlElement::select(const std::string& xpath) const {
-    return queried(xpath, [&](const pugi::xpath_query& query) -> std::optional<XmlElement> {
-        const pugi::xpath_node found = pugi::xml_node(node_).select_node(query);
-        if (!found) return std::nullopt;
-        return XmlElement(document_, found.node().internal_object(), found.attribute().internal_object());
-    });
+    const pugi::xml_node start(node_);
+    const pugi::xpath_node found =
+        is_plain_path(xpath) ? start.first_element_by_path(xpath.c_str())
+                             : queried(xpath, [&](const pugi::xpath_query& query) { return start.select_node(query); });
+    if (!found) return std::nullopt;
+    return XmlElement(document_, found.node().internal_object(), found.attribute().internal_object());
 }
 
 std::vector<XmlElement> XmlElement::select_all(const std::string& xpath) const {

@@ -37,7 +37,6 @@ public:
     std::string text() const;
     /// The attribute's value; empty where there is none.
     std::string attribute(std::string_view name) const;
-    std::optional<XmlElement> child(std::string_view name) const;
     /// First node of an XPath relative to this element. Raises as `XmlDocument::select` does.
     std::optional<XmlElement> select(const std::string& xpath) const;
     std::vector<XmlElement> select_all(const std::string& xpath) const;

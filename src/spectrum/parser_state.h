@@ -43,7 +43,9 @@ struct SpectrumParser::Impl {
     /// Writes the pieces put together, as one line, to the tune log.
     template <class... Pieces>
     void log(const Pieces&... pieces) {
-        tune.WriteLineToTuneLogFile(one_line(text_of(pieces...)));
+        log_line.clear();
+        append_text(log_line, pieces...);
+        tune.WriteLineToTuneLogFile(log_line = one_line(std::move(log_line)));
     }
 
     /// False when none came within 45 s.
@@ -65,6 +67,7 @@ struct SpectrumParser::Impl {
     AbortHelper abort;
 
     Segments segments;            // those of the last call of `current`
+    std::string log_line;         // kept for its memory
     META_INDEX metadata_entries;  // a description that lacks an entry leaves its position alone
     std::vector<IndexRange> windows;
     SearchCopy searched;

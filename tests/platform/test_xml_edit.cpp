@@ -87,7 +87,7 @@ TEST(XmlNewElement, FitsIntoTheLayoutOfItsSiblingsAndMovesToTheEnd) {
          {"<r><c><MassList/> <b/> </c></r>", "<r><c> <b/> " + in_line + "</c></r>"}},
         [&](XmlDocument& document) {
             const auto parent = document.select("//c");
-            document.replace_child(*parent, *parent->child("MassList"), list);
+            document.replace_child(*parent, *parent->select("MassList"), list);
             EXPECT_EQ(document.select("//mass[2]")->attribute("Used"), "a\"<\n");
         });
     const std::string declaration = "<?xml version='1.0'?>\n", laid = declaration + "<r>\n  <n>1</n>\n</r>\n";
@@ -127,7 +127,7 @@ TEST(XmlEdit, IsRefusedForAnotherDocumentOrParentAndForWhatNoXmlFileCanHold) {
         for (const auto& edit : edits) {
             EXPECT_TRUE(raised(edit).starts_with("5|Korvane|Invalid procedure call")) << raised(edit);
             EXPECT_EQ(document.bytes(), bytes);
-            EXPECT_EQ(root.child("a")->text(), "");
+            EXPECT_EQ(root.select("a")->text(), "");
         }
     }
 }
