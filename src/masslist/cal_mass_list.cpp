@@ -83,10 +83,7 @@ public:
     void rewrite(const MassListName& name, const XmlNewElement& list) {
         const auto configuration = document_.select(name.xpath());
         if (!configuration) raise_mass_list_error(not_found(name), " in ", file_name_);
-        if (const auto old = configuration->select(list_element))
-            document_.replace_child(*configuration, *old, list);
-        else
-            document_.append_child(*configuration, list);
+        document_.append_child(*configuration, list, configuration->select(list_element));
     }
     /// Error -1 naming the file when it cannot be written.
     void save(Files& files, const std::string& file_name) const {

@@ -4,12 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <pugixml.hpp>
 
 #include "korvane/error.h"
 #include "platform/safe_save.h"
 #include "platform/text.h"
-#include "platform/xml_source.h"
 
 namespace korvane {
 
@@ -258,137 +256,108 @@ private:
 
 }  // namespace
 
-/// All parts say the same, or the document is empty and has no bytes.
-struct XmlDocument::State {
-    std::string bytes;  ///< as the file has them
-    XmlSource source;
-    pugi::xml_document tree;
-
-    /// The rest from the bytes; empty where they are refused.
-    XmlParseError build();
-    void clear();
-};
-
-XmlParseError XmlDocument::State::build() {
+XmlParseError XmlDocument::build() {
     // White space is kept wherever it stands, since it may be part of a value.
     constexpr unsigned options = pugi::parse_default | pugi::parse_ws_pcdata;
-    tree.reset();  // a failure on the way leaves no tree of other bytes
-    XmlParseError error = read_xml(bytes, source);
+    tree_.reset();  // a failure on the way leaves no tree of other bytes
+    XmlParseError error = read_xml(bytes_, source_);
     if (!error) {
-        const auto result = tree.load_buffer(source.text.data(), source.text.size(), options, pugi::encoding_utf8);
+        const auto result = tree_.load_buffer(source_.text.data(), source_.text.size(), options, pugi::encoding_utf8);
         if (!result) error = {result.status, result.description()};
     }
     if (error) clear();
     return error;
 }
 
-void XmlDocument::State::clear() {
-    bytes.clear();
-    tree.reset();
+void XmlDocument::clear() {
+    bytes_.clear();
+    tree_.reset();
 }
-
-XmlDocument::XmlDocument() : state_(std::make_unique<State>()) {}
-XmlDocument::~XmlDocument() = default;
-XmlDocument::XmlDocument(XmlDocument&&) noexcept = default;
-XmlDocument& XmlDocument::operator=(XmlDocument&&) noexcept = default;
 
 XmlParseError XmlDocument::load(Files& files, const std::string& path) {
     try {
         files.read(path, read_);
     } catch (const FileError& fault) {
-        state_->clear();
+        clear();
         return {-std::max(std::abs(fault.system_code()), 1), fault.what()};
     }
-    if (state_->tree.first_child() && read_ == state_->bytes) return {};
-    read_.swap(state_->bytes);
-    return state_->build();
+    if (tree_.first_child() && read_ == bytes_) return {};
+    read_.swap(bytes_);
+    return build();
 }
 
 XmlParseError XmlDocument::parse(std::string bytes) {
-    state_->bytes = std::move(bytes);
-    return state_->build();
-}
-
-const std::string& XmlDocument::bytes() const {
-    return state_->bytes;
+    bytes_ = std::move(bytes);
+    return build();
 }
 
 void XmlDocument::save(Files& files, const std::string& path) const {
-    safe_save(files, path, state_->bytes);
+    safe_save(files, path, bytes_);
 }
 
 std::string XmlElement::name() const {
-    return pugi::xml_node(node_).name();
+    return found_.node().name();
 }
 
 std::string XmlElement::text() const {
-    if (attribute_) return pugi::xml_attribute(attribute_).value();
+    if (found_.attribute()) return found_.attribute().value();
     static const pugi::xpath_query all_character_data("string()");
-    return all_character_data.evaluate_string(pugi::xml_node(node_));
+    return all_character_data.evaluate_string(found_);
 }
 
 std::string XmlElement::attribute(std::string_view name) const {
-    return pugi::xml_node(node_).attribute(std::string(name).c_str()).value();
+    return found_.node().attribute(std::string(name).c_str()).value();
 }
 
 std::optional<XmlElement> XmlElement::select(const std::string& xpath) const {
-    const pugi::xml_node start(node_);
+    const pugi::xml_node start = found_.node();
     const pugi::xpath_node found =
         is_plain_path(xpath) ? start.first_element_by_path(xpath.c_str())
                              : queried(xpath, [&](const pugi::xpath_query& query) { return start.select_node(query); });
-    if (!found) return std::nullopt;
-    return XmlElement(document_, found.node().internal_object(), found.attribute().internal_object());
+    return found ? std::optional(XmlElement(document_, found)) : std::nullopt;
 }
 
 std::vector<XmlElement> XmlElement::select_all(const std::string& xpath) const {
-    return queried(xpath, [&](const pugi::xpath_query& query) {
-        pugi::xpath_node_set found = pugi::xml_node(node_).select_nodes(query);
-        found.sort();
-        std::vector<XmlElement> elements;
-        for (const pugi::xpath_node& node : found)
-            elements.push_back({document_, node.node().internal_object(), node.attribute().internal_object()});
-        return elements;
-    });
+    pugi::xpath_node_set found =
+        queried(xpath, [&](const pugi::xpath_query& query) { return found_.node().select_nodes(query); });
+    found.sort();
+    std::vector<XmlElement> elements;
+    for (const pugi::xpath_node& node : found) elements.push_back({document_, node});
+    return elements;
 }
 
 std::optional<XmlElement> XmlDocument::select(const std::string& xpath) const {
-    return XmlElement(this, state_->tree.internal_object()).select(xpath);
+    return XmlElement(this, tree_).select(xpath);
 }
 
 std::vector<XmlElement> XmlDocument::select_all(const std::string& xpath) const {
-    return XmlElement(this, state_->tree.internal_object()).select_all(xpath);
+    return XmlElement(this, tree_).select_all(xpath);
 }
 
 void XmlDocument::set_text(const XmlElement& element, const std::string& text) {
     const std::size_t begin = begin_of(element);
     if (element.text() == text) return;
-    replace_source(
-        SourceElement(state_->source.text, begin).with_text(escaped(text, state_->source.encoding.charset, false)));
+    replace_source(SourceElement(source_.text, begin).with_text(escaped(text, source_.encoding.charset, false)));
 }
 
-void XmlDocument::replace_child(const XmlElement& parent, const XmlElement& old, const XmlNewElement& replacement) {
-    SourceElement edit(state_->source.text, begin_of(parent));
-    edit.remove(begin_of(old));
-    replace_source(edit.with_appended(replacement, state_->source.encoding.charset));
-}
-
-void XmlDocument::append_child(const XmlElement& parent, const XmlNewElement& addition) {
-    const SourceElement edit(state_->source.text, begin_of(parent));
-    replace_source(edit.with_appended(addition, state_->source.encoding.charset));
+void XmlDocument::append_child(const XmlElement& parent, const XmlNewElement& addition,
+                               const std::optional<XmlElement>& old) {
+    SourceElement edit(source_.text, begin_of(parent));
+    if (old) edit.remove(begin_of(*old));
+    replace_source(edit.with_appended(addition, source_.encoding.charset));
 }
 
 std::size_t XmlDocument::begin_of(const XmlElement& element) const {
-    if (element.document_ != this || pugi::xml_node(element.node_).type() != pugi::node_element)
+    if (element.document_ != this || element.found_.node().type() != pugi::node_element)
         raise_runtime_fault(error_number::invalid_call, "what to edit is no element of this document");
-    return static_cast<std::size_t>(pugi::xml_node(element.node_).offset_debug()) - 1;  // before its name
+    return static_cast<std::size_t>(element.found_.node().offset_debug()) - 1;  // before its name
 }
 
 void XmlDocument::replace_source(std::string_view edited) {
-    auto next = std::make_unique<State>();
-    next->bytes = encode_xml(state_->source.encoding, edited);
-    if (const XmlParseError error = next->build())
+    XmlDocument next;
+    if (const XmlParseError error = next.parse(encode_xml(source_.encoding, edited)))
         raise_runtime_fault(error_number::invalid_call, "The edited document would not parse: ", error.reason);
-    state_ = std::move(next);
+    *this = std::move(next);
 }
 
 }  // namespace korvane

@@ -1,30 +1,16 @@
 // An XML document that is read with XPath and edited in place: a save changes what was edited and no other byte.
 #pragma once
 
-#include <cstdint>
-#include <memory>
 #include <optional>
+#include <pugixml.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "korvane/system.h"
-
-namespace pugi {
-struct xml_attribute_struct;
-struct xml_node_struct;
-}  // namespace pugi
+#include "platform/xml_source.h"
 
 namespace korvane {
-
-/// Outcome of a load. Code 0 is success. 100: larger than 256 MiB; 102: bytes that are no characters; 105: elements
-/// nested deeper than 8192 levels; 106: a reference to an entity of the document's own; from 200 on: Expat's code for
-/// what is not well-formed; 3: no memory for the tree. File faults are the system's code, negative.
-struct XmlParseError {
-    std::int32_t code = 0;
-    std::string reason;
-    explicit operator bool() const noexcept { return code != 0; }
-};
 
 class XmlDocument;
 
@@ -43,11 +29,9 @@ public:
 
 private:
     friend class XmlDocument;
-    XmlElement(const XmlDocument* document, pugi::xml_node_struct* node, pugi::xml_attribute_struct* attribute = {})
-        : document_(document), node_(node), attribute_(attribute) {}
+    XmlElement(const XmlDocument* document, const pugi::xpath_node& found) : document_(document), found_(found) {}
     const XmlDocument* document_;
-    pugi::xml_node_struct* node_;            ///< null for an attribute
-    pugi::xml_attribute_struct* attribute_;  ///< null for all else
+    pugi::xpath_node found_;
 };
 
 /// A new element to put into a document: attributes and either text or children. Names must be names to XML.
@@ -60,11 +44,6 @@ struct XmlNewElement {
 
 class XmlDocument {
 public:
-    XmlDocument();
-    ~XmlDocument();
-    XmlDocument(XmlDocument&&) noexcept;
-    XmlDocument& operator=(XmlDocument&&) noexcept;
-
     /// Reads and parses a file; on failure the document is empty. While the bytes read are those last parsed, the tree
     /// stays. Nothing outside the file is touched: a DTD is passed over, and references to entities are refused.
     /// Encodings: UTF-8, UTF-16, US-ASCII, ISO-8859-1, windows-1252.
@@ -82,22 +61,27 @@ public:
     // result would not be well-formed (characters that XML does not allow, too deep); the document is then unchanged.
     /// Children are replaced too. A text that the element has already changes nothing.
     void set_text(const XmlElement& element, const std::string& text);
-    /// Puts `replacement` after the last child of `parent` and takes `old`, a child of it, away. New elements are laid
-    /// out like their siblings.
-    void replace_child(const XmlElement& parent, const XmlElement& old, const XmlNewElement& replacement);
-    void append_child(const XmlElement& parent, const XmlNewElement& addition);
+    /// Puts `addition` after the last child of `parent` and takes `old`, a child of it, away. New elements are laid out
+    /// like their siblings.
+    void append_child(const XmlElement& parent, const XmlNewElement& addition,
+                      const std::optional<XmlElement>& old = {});
 
     /// The document in the encoding it was read in, byte order mark included; nothing where it is empty.
-    const std::string& bytes() const;
+    const std::string& bytes() const { return bytes_; }
     /// Saves the bytes safely. Raises `FileError`.
     void save(Files& files, const std::string& path) const;
 
 private:
-    friend class XmlElement;
-    struct State;
+    /// The rest from the bytes; the document is empty where they are refused.
+    XmlParseError build();
+    void clear();
     std::size_t begin_of(const XmlElement& element) const;
     void replace_source(std::string_view edited);
-    std::unique_ptr<State> state_;
+
+    // All three say the same, or the document is empty and has no bytes.
+    std::string bytes_;  ///< as the file has them
+    XmlSource source_;
+    pugi::xml_document tree_;
     std::string read_;  ///< the bytes of the last load; its memory is kept
 };
 

@@ -6,9 +6,16 @@
 #include <string>
 #include <string_view>
 
-#include "platform/xml_document.h"
-
 namespace korvane {
+
+/// Outcome of a load. Code 0 is success. 100: larger than 256 MiB; 102: bytes that are no characters; 105: elements
+/// nested deeper than 8192 levels; 106: a reference to an entity of the document's own; from 200 on: Expat's code for
+/// what is not well-formed; 3: no memory for the tree. File faults are the system's code, negative.
+struct XmlParseError {
+    std::int32_t code = 0;
+    std::string reason;
+    explicit operator bool() const noexcept { return code != 0; }
+};
 
 enum class XmlCharset { utf8, utf16_little_endian, utf16_big_endian, ascii, latin1, windows_1252 };
 

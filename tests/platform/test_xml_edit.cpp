@@ -87,7 +87,7 @@ TEST(XmlNewElement, FitsIntoTheLayoutOfItsSiblingsAndMovesToTheEnd) {
          {"<r><c><MassList/> <b/> </c></r>", "<r><c> <b/> " + in_line + "</c></r>"}},
         [&](XmlDocument& document) {
             const auto parent = document.select("//c");
-            document.replace_child(*parent, *parent->select("MassList"), list);
+            document.append_child(*parent, list, parent->select("MassList"));
             EXPECT_EQ(document.select("//mass[2]")->attribute("Used"), "a\"<\n");
         });
     const std::string declaration = "<?xml version='1.0'?>\n", laid = declaration + "<r>\n  <n>1</n>\n</r>\n";
@@ -116,8 +116,8 @@ TEST(XmlEdit, IsRefusedForAnotherDocumentOrParentAndForWhatNoXmlFileCanHold) {
         const XmlNewElement plain{"n", {}, "", {}};
         std::vector<std::function<void()>> edits{
             [&] { document.set_text(*other.select("/r"), "x"); },
-            [&] { document.replace_child(root, *other.select("/r/a"), plain); },
-            [&] { document.replace_child(root, *document.select("/r/b/a"), plain); }};
+            [&] { document.append_child(root, plain, other.select("/r/a")); },
+            [&] { document.append_child(root, plain, document.select("/r/b/a")); }};
         for (const std::string& text :
              {std::string("a\0b", 3), std::string("\x01"), std::string("\x1F"), std::string("\xFF"),
               std::string("\xC3"), std::string("\xED\xA0\x80"), std::string("\xEF\xBF\xBF"), std::string("\xC0\x80")}) {
