@@ -1,15 +1,16 @@
 #include "platform/automation_arithmetic.h"
 
-#include <fmt/format.h>
+#include <fmt/chrono.h>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <chrono>
 #include <clocale>
 #include <cmath>
 #include <ctime>
 #include <limits>
+#include <locale>
+#include <sstream>
 
 #include "korvane/error.h"
 #include "platform/text.h"
@@ -50,20 +51,6 @@ bool with_point(std::string_view text, std::string& out) {
     out = text.substr(0, at);
     if (at != std::string_view::npos) out.append(1, '.').append(text.substr(at + separator.size()));
     return true;
-}
-
-/// Whether digits that a double cannot hold are too large rather than too small.
-bool is_huge(std::string_view digits) {
-    const std::size_t exponent_mark = std::min(digits.find_first_of("eE"), digits.size());
-    const std::string_view mantissa = digits.substr(0, exponent_mark);
-    const auto point = static_cast<long long>(std::min(mantissa.find('.'), mantissa.size()));
-    const auto leading = static_cast<long long>(mantissa.find_first_not_of("0."));
-    std::string_view exponent_text = digits.substr(std::min(exponent_mark + 1, digits.size()));
-    if (exponent_text.starts_with('+')) exponent_text.remove_prefix(1);
-    long long exponent = 0;
-    const auto parsed = std::from_chars(exponent_text.data(), exponent_text.data() + exponent_text.size(), exponent);
-    if (parsed.ec == std::errc::result_out_of_range) return !exponent_text.starts_with('-');
-    return point - leading + exponent > 0;
 }
 
 std::tm calendar_parts(const LocalTime& time) {
@@ -161,21 +148,17 @@ double parse_double(std::string_view text) {
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
     if (error == std::errc::invalid_argument || end != digits.data() + digits.size()) mismatch();
     if (error == std::errc::result_out_of_range) {
-        if (is_huge(digits)) raise_runtime_fault(error_number::overflow, "[", text, "]");
-        value = 0;
+        // The stream tells what is too large, a failure, from what is too small.
+        std::istringstream stream(digits);
+        stream.imbue(std::locale::classic());
+        if (!(stream >> value)) raise_runtime_fault(error_number::overflow, "[", text, "]");
     }
     return negative ? -value : value;
 }
 
 std::string utc_text(const LocalTime& time) {
     std::tm parts = calendar_parts(time);
-    const auto instant = std::chrono::sys_seconds(std::chrono::seconds(std::mktime(&parts)));
-    const auto midnight = std::chrono::floor<std::chrono::days>(instant);
-    const std::chrono::year_month_day day(midnight);
-    const std::chrono::hh_mm_ss clock(instant - midnight);
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", static_cast<int>(day.year()),
-                       static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()), clock.hours().count(),
-                       clock.minutes().count(), clock.seconds().count());
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::mktime(&parts)));
 }
 
 std::string date_yyyymmdd(const LocalTime& time) {

@@ -109,11 +109,10 @@ std::string in_one_line(const std::string& text) {
 class FileTracer final : public Tracer {
 public:
     /// `file` null: standard error.
-    FileTracer(std::shared_ptr<Clock> clock, std::unique_ptr<OutputFile> file)
-        : clock_(std::move(clock)), file_(std::move(file)) {}
+    FileTracer(bool is_on, std::unique_ptr<OutputFile> file) : is_on_(is_on), file_(std::move(file)) {}
 
     void set_module_name(const std::string& name) override { module_ = name; }
-    bool trace_flag() override { return true; }
+    bool trace_flag() override { return is_on_; }
     void entry(const std::string& routine, std::int32_t level) override { put(level, "> " + routine); }
     void exit(const std::string& routine, std::int32_t level) override { put(level, "< " + routine); }
     void trace_print(const std::string& text, const std::string& routine, std::int32_t level) override {
@@ -133,18 +132,10 @@ private:
             std::fwrite(line.data(), 1, line.size(), stderr);
     }
 
-    std::shared_ptr<Clock> clock_;
-    std::unique_ptr<OutputFile> file_;
+    const bool is_on_;
+    const std::unique_ptr<OutputFile> file_;
+    const std::shared_ptr<Clock> clock_ = make_system_clock();
     std::string module_;
-};
-
-class SilentTracer final : public Tracer {
-public:
-    void set_module_name(const std::string&) override {}
-    bool trace_flag() override { return false; }
-    void entry(const std::string&, std::int32_t) override {}
-    void exit(const std::string&, std::int32_t) override {}
-    void trace_print(const std::string&, const std::string&, std::int32_t) override {}
 };
 
 class FileTracerFactory final : public TracerFactory {
@@ -152,10 +143,9 @@ public:
     std::unique_ptr<Tracer> create(std::string_view prog_id) override {
         if (prog_id != tracer_prog_id) raise_runtime_fault(cannot_create_object, std::string(prog_id));
         const std::string name = environment_text("KORVANE_TRACE");
-        if (name.empty()) return std::make_unique<SilentTracer>();
         try {
-            auto file = name == "-" ? nullptr : make_system_files()->open_append(name);
-            return std::make_unique<FileTracer>(make_system_clock(), std::move(file));
+            auto file = name.empty() || name == "-" ? nullptr : make_system_files()->open_append(name);
+            return std::make_unique<FileTracer>(!name.empty(), std::move(file));
         } catch (const FileError& fault) {
             raise_runtime_fault(fault.runtime_error_number(), "KORVANE_TRACE: ", fault.what());
         }
