@@ -95,12 +95,15 @@ void write_base_data(const fs::path& folder) {
     }
 }
 
-// Into a folder that exists and is empty: it stays the same folder, since somebody may work in it.
-void fill(const fs::path& folder) {
-    const fs::path staging = make_staging_folder(folder);
+/// A folder that is there is empty and stays the same folder, since somebody may work in it.
+void fill(const fs::path& folder, bool is_there) {
+    const fs::path place = is_there ? folder : folder.parent_path();
+    fs::create_directories(place);
+    const fs::path staging = make_staging_folder(place);
     std::vector<fs::path> ours{staging};
     try {
         write_base_data(staging);
+        if (!is_there) return fs::rename(staging, folder);
         for (const auto& entry : fs::directory_iterator(staging)) {
             ours.push_back(folder / entry.path().filename());
             fs::rename(entry, ours.back());
@@ -109,20 +112,6 @@ void fill(const fs::path& folder) {
     } catch (...) {
         std::error_code ignored;
         for (const fs::path& path : ours) fs::remove_all(path, ignored);
-        throw;
-    }
-}
-
-void make(const fs::path& folder) {
-    const fs::path parent = folder.parent_path();
-    fs::create_directories(parent);
-    const fs::path staging = make_staging_folder(parent);
-    try {
-        write_base_data(staging);
-        fs::rename(staging, folder);
-    } catch (...) {
-        std::error_code ignored;
-        fs::remove_all(staging, ignored);
         throw;
     }
 }
@@ -203,15 +192,10 @@ void create_base_folder(const fs::path& folder) {
     try {
         fs::path wanted = fs::absolute(folder).lexically_normal();
         if (!wanted.has_filename()) wanted = wanted.parent_path();
-        const fs::file_status status = fs::status(wanted);
-        if (status.type() == fs::file_type::not_found)
-            make(wanted);
-        else if (!fs::is_directory(status))
-            fail(routine, wanted, "it exists and is not a folder");
-        else if (!fs::is_empty(wanted))
-            fail(routine, wanted, "it exists and is not empty");
-        else
-            fill(wanted);
+        const bool is_there = fs::exists(wanted);
+        if (is_there && !fs::is_directory(wanted)) fail(routine, wanted, "it exists and is not a folder");
+        if (is_there && !fs::is_empty(wanted)) fail(routine, wanted, "it exists and is not empty");
+        fill(wanted, is_there);
     } catch (const fs::filesystem_error& fault) {
         fail(routine, folder, fault.code().message());
     } catch (const FileError& fault) {

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <numeric>
 
+#include "korvane/forwarding.h"
 #include "platform/text.h"
 #include "spectrum/parser_state.h"
 
@@ -88,33 +89,32 @@ struct CalibrantSearch {
 };
 
 /// The `most` most abundant peaks of `all`, in the order they had there. Ties keep the earlier peak.
-class KeptPeaks final : public PeakList {
+class KeptPeaks final : public ForwardingPeakList {
 public:
-    KeptPeaks(PeakListObject all, std::int32_t most)
-        : all_(std::move(all)), kept_(static_cast<std::size_t>(all_->count())) {
+    KeptPeaks(const PeakListObject& all, std::int32_t most)
+        : ForwardingPeakList(all), kept_(static_cast<std::size_t>(all->count())) {
         std::iota(kept_.begin(), kept_.end(), 0);
-        order(height_position, 0);
+        order(height_position, most_abundant_first);
         kept_.resize(static_cast<std::size_t>(most));
         std::sort(kept_.begin(), kept_.end());
     }
 
     std::int32_t count() const override { return static_cast<std::int32_t>(kept_.size()); }
     void order(std::int32_t position, std::int32_t direction) override {
-        const auto value = [&](std::int32_t index) { return all_->GetPeakAttributeInfo(index, true).value(position); };
+        const auto value = [&](std::int32_t index) {
+            return target().GetPeakAttributeInfo(index, true).value(position);
+        };
         std::stable_sort(kept_.begin(), kept_.end(), [&](std::int32_t a, std::int32_t b) {
-            return direction == 0 ? value(a) > value(b) : value(a) < value(b);
+            return direction == most_abundant_first ? value(a) > value(b) : value(a) < value(b);
         });
     }
     PeakInfo GetPeakAttributeInfo(std::int32_t index, bool current_units) const override {
-        return all_->GetPeakAttributeInfo(kept(index), current_units);
-    }
-    void convert(const MassTimeCalibration& calibration, std::int32_t mode) override {
-        all_->convert(calibration, mode);
+        return target().GetPeakAttributeInfo(kept(index), current_units);
     }
     std::optional<PeakUncertainty> uncertainty(std::int32_t index) const override {
-        return all_->uncertainty(kept(index));
+        return target().uncertainty(kept(index));
     }
-    std::optional<PeakQuality> quality(std::int32_t index) const override { return all_->quality(kept(index)); }
+    std::optional<PeakQuality> quality(std::int32_t index) const override { return target().quality(kept(index)); }
 
 private:
     std::int32_t kept(std::int32_t index) const {
@@ -122,8 +122,7 @@ private:
         return kept_[static_cast<std::size_t>(index)];
     }
 
-    PeakListObject all_;              // never reordered
-    std::vector<std::int32_t> kept_;  // indexes in `all_`
+    std::vector<std::int32_t> kept_;  // indexes in the whole list, which is never reordered
 };
 
 }  // namespace
