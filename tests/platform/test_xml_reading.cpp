@@ -3,7 +3,6 @@
 #include "korvane/error.h"
 #include "platform/cases.h"
 #include "platform/xml_document.h"
-#include "platform/xml_samples.h"
 #include "support/memory_disk.h"
 #include "support/raised.h"
 
