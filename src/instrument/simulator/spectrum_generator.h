@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <vector>
 
@@ -18,7 +17,6 @@ class SpectrumGenerator {
 public:
     /// Builds the ions; errors as `build_ion_population`. `scene` must outlive the generator.
     SpectrumGenerator(const Scene& scene, std::uint64_t seed);
-    ~SpectrumGenerator();
 
     /// Part of a sample by which the spectrum of this number starts later: 0 unless the scene asks for a random phase.
     double start_phase(std::int64_t spectrum_number) const;
@@ -28,32 +26,39 @@ public:
     std::vector<double> generate(std::int64_t spectrum_number, const AcquisitionConditions& conditions,
                                  const SpectrumTiming& timing, std::uint64_t revision);
 
-    /// The peaks that it draws from, by polarity.
-    const std::array<IonPeaks, 2>& population() const { return population_; }
-
 private:
-    struct ExpectationKey {
+    /// What the tables are prepared for.
+    struct Expectation {
         std::uint64_t revision;
         std::int32_t polarity;
         SpectrumTiming timing;
-        friend bool operator==(const ExpectationKey&, const ExpectationKey&) = default;
+        friend bool operator==(const Expectation&, const Expectation&) = default;
     };
 
-    struct Stages;  // between what is expected and the counts
-
     RandomStream stream(std::int64_t spectrum_number, std::uint64_t purpose) const;
-    const ExpectedSignal& expect(const ExpectationKey& key, const AcquisitionConditions& conditions);
+    void prepare(const AcquisitionConditions& conditions, const SpectrumTiming& timing);
+    void draw_ions(const AcquisitionConditions& conditions, RandomStream random);
+    template <class Add>
+    void draw_counts(const ExpectedPeak& peak, double amount_per_ion, RandomStream& random, const Add& add) const;
+    template <class Add>
+    void draw_pulses(const ExpectedPeak& peak, std::size_t sample_count, RandomStream& random, const Add& add) const;
+    std::vector<double> digitized(const AcquisitionConditions& conditions, double drift_phase,
+                                  RandomStream random) const;
     void silence_dead_masses(const AcquisitionConditions& conditions, const SpectrumTiming& timing,
                              std::vector<double>& counts) const;
 
     const Scene& scene_;
     std::uint64_t seed_;
-    std::array<IonPeaks, 2> population_;
+    std::array<IonPeaks, 2> population_;  // by polarity
     std::vector<IonPeak> dead_peaks_;
     PeakShape shape_;
-    std::unique_ptr<Stages> stages_;
-    std::optional<ExpectationKey> expected_for_;
+    std::vector<std::int64_t> heights_;  // of pulses: quantiles, 1024 is the mean
+    std::optional<Expectation> prepared_for_;
     ExpectedSignal expected_;
+    std::vector<std::int32_t> noise_;   // quantiles in 1/64 counts
+    std::vector<std::int64_t> pulses_;  // one pulse for each sub-sample phase
+    std::int64_t half_length_ = 0;      // samples on either side of a pulse's own
+    std::vector<std::int32_t> signal_;  // of the ions, in 1/64 counts, up to the end of its last block
 };
 
 }  // namespace korvane::simulation
