@@ -123,7 +123,7 @@ private:
 }  // namespace
 
 Instrument::Instrument(std::string name, Hardware hardware, std::shared_ptr<Clock> clock)
-    : setpoints_(std::move(name)), hardware_(std::move(hardware)), clock_(std::move(clock)) {}
+    : clock_(std::move(clock)), setpoints_(std::move(name)), hardware_(std::move(hardware)) {}
 
 InstrumentValue Instrument::value(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment) {
     check_segments(time_segment, scan_segment);

@@ -129,6 +129,7 @@ protected:
     virtual void setpoint_changed() {}
     virtual void store_calibration(std::size_t polarity, const MassTimeCalibration& calibration);
 
+    const std::shared_ptr<Clock> clock_;
     std::mutex mutex_;
     Setpoints setpoints_;
     std::array<CalibrationObject, 2> lent_;  // by polarity
@@ -138,7 +139,6 @@ private:
     void write_setpoint(std::int32_t index, const SetpointValue& new_value, bool at_once);
 
     const Hardware hardware_;
-    std::shared_ptr<Clock> clock_;
 };
 
 /// Makes the instrument out of its files.

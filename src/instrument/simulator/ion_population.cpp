@@ -68,7 +68,18 @@ private:
         if (depth > deepest_nesting) refuse("too many nested parentheses");
         Composition total;
         while (next_is('(', '(') || next_is('A', 'Z')) {
-            const Composition part = next_is('(', '(') ? parenthesis(depth) : element();
+            Composition part;
+            if (next_is('(', '(')) {
+                ++position_;
+                part = group(depth + 1);
+                if (!next_is(')', ')')) refuse("an open parenthesis");
+                ++position_;
+            } else {
+                std::string symbol(1, formula_[position_++]);
+                while (next_is('a', 'z')) symbol += formula_[position_++];
+                if (!elements().contains(symbol)) refuse("the unknown element " + symbol);
+                part = {{symbol, 1}};
+            }
             const int times = count();
             for (const auto& [symbol, atoms] : part) {
                 int& sum = total[symbol];
@@ -77,19 +88,6 @@ private:
             }
         }
         return total;
-    }
-    Composition parenthesis(int depth) {
-        ++position_;
-        Composition inner = group(depth + 1);
-        if (!next_is(')', ')')) refuse("an open parenthesis");
-        ++position_;
-        return inner;
-    }
-    Composition element() {
-        std::string symbol(1, formula_[position_++]);
-        while (next_is('a', 'z')) symbol += formula_[position_++];
-        if (!elements().contains(symbol)) refuse("the unknown element " + symbol);
-        return {{symbol, 1}};
     }
     int count() {
         if (!next_is('0', '9')) return 1;
@@ -107,57 +105,43 @@ private:
 };
 
 // Isotopologues by extra nucleons: probability and probability-weighted mass excess over the lightest.
-struct Pattern {
-    std::vector<double> fraction{1.0};
-    std::vector<double> excess{0.0};
-
-    void add(const Pattern& other, double least_fraction) {
-        Pattern sum;
-        sum.fraction.assign(fraction.size() + other.fraction.size() - 1, 0.0);
-        sum.excess.assign(sum.fraction.size(), 0.0);
-        for (std::size_t i = 0; i < fraction.size(); ++i)
-            for (std::size_t j = 0; j < other.fraction.size(); ++j) {
-                sum.fraction[i + j] += fraction[i] * other.fraction[j];
-                sum.excess[i + j] += excess[i] * other.fraction[j] + fraction[i] * other.excess[j];
-            }
-        while (sum.fraction.size() > 1 && sum.fraction.back() < least_fraction * 1e-6) {
-            sum.fraction.pop_back();
-            sum.excess.pop_back();
-        }
-        *this = std::move(sum);
-    }
+struct Isotopologue {
+    double fraction = 0, excess = 0;
 };
+using Pattern = std::vector<Isotopologue>;
+
+Pattern combined(const Pattern& one, const Pattern& other, double least_fraction) {
+    Pattern sum(one.size() + other.size() - 1);
+    for (std::size_t i = 0; i < one.size(); ++i)
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            sum[i + j].fraction += one[i].fraction * other[j].fraction;
+            sum[i + j].excess += one[i].excess * other[j].fraction + one[i].fraction * other[j].excess;
+        }
+    while (sum.size() > 1 && sum.back().fraction < least_fraction * 1e-6) sum.pop_back();
+    return sum;
+}
 
 Pattern one_atom(const std::vector<Isotope>& isotopes) {
-    Pattern pattern;
-    const auto size = static_cast<std::size_t>(isotopes.back().extra_nucleons) + 1;
-    pattern.fraction.assign(size, 0.0);
-    pattern.excess.assign(size, 0.0);
-    for (const Isotope& isotope : isotopes) {
-        const auto slot = static_cast<std::size_t>(isotope.extra_nucleons);
-        pattern.fraction[slot] = isotope.abundance;
-        pattern.excess[slot] = isotope.abundance * (isotope.mass - isotopes.front().mass);
-    }
+    Pattern pattern(static_cast<std::size_t>(isotopes.back().extra_nucleons) + 1);
+    for (const auto& [extra_nucleons, mass, abundance] : isotopes)
+        pattern[static_cast<std::size_t>(extra_nucleons)] = {abundance, abundance * (mass - isotopes.front().mass)};
     return pattern;
 }
 
 // The pattern of `atoms` atoms by repeated doubling.
 Pattern many_atoms(Pattern one, int atoms, double least_fraction) {
-    Pattern total;
+    Pattern total{{1, 0}};
     for (; atoms > 0; atoms /= 2) {
-        if (atoms % 2 == 1) total.add(one, least_fraction);
-        if (atoms > 1) one.add(Pattern(one), least_fraction);
+        if (atoms % 2 == 1) total = combined(total, one, least_fraction);
+        if (atoms > 1) one = combined(one, one, least_fraction);
     }
     return total;
 }
 
 void add_scene_ion(const SceneIon& ion, const Scene& scene, const MassTimeCalibration& law, IonPeaks& peaks) {
-    std::vector<IsotopePeak> pattern;
-    if (ion.mz)
-        pattern.push_back({*ion.mz, 1.0});
-    else
-        pattern = isotope_pattern(parse_formula(ion.formula), ion.charge, scene.sample.least_isotope_fraction);
-    for (const IsotopePeak& isotope : pattern)
+    for (const IsotopePeak& isotope :
+         ion.mz ? std::vector{IsotopePeak{*ion.mz, 1.0}}
+                : isotope_pattern(parse_formula(ion.formula), ion.charge, scene.sample.least_isotope_fraction))
         peaks.push_back(
             {isotope.mz, law.time_from_mass(isotope.mz), ion.ions * isotope.fraction, ion.calibrant, false});
 }
@@ -204,18 +188,17 @@ Composition parse_formula(std::string_view formula) {
 std::vector<IsotopePeak> isotope_pattern(const Composition& composition, int charge, double least_fraction) {
     if (charge == 0) raise_runtime_fault(error_number::invalid_call, "charge[0]");
     double lightest_mass = -charge * electron_mass;
-    Pattern pattern;
+    Pattern pattern{{1, 0}};
     for (const auto& [symbol, atoms] : composition) {
         const auto& isotopes = elements().find(symbol)->second;
         lightest_mass += atoms * isotopes.front().mass;
-        pattern.add(many_atoms(one_atom(isotopes), atoms, least_fraction), least_fraction);
+        pattern = combined(pattern, many_atoms(one_atom(isotopes), atoms, least_fraction), least_fraction);
     }
     std::vector<IsotopePeak> peaks;
-    for (std::size_t i = 0; i < pattern.fraction.size(); ++i) {
-        const double fraction = pattern.fraction[i];
-        if (i > 0 && fraction < least_fraction) continue;
-        const double excess = fraction > 0.0 ? pattern.excess[i] / fraction : 0.0;
-        peaks.push_back({(lightest_mass + excess) / std::abs(charge), fraction});
+    for (const auto& [fraction, excess] : pattern) {
+        if (!peaks.empty() && fraction < least_fraction) continue;
+        const double mean_excess = fraction > 0.0 ? excess / fraction : 0.0;
+        peaks.push_back({(lightest_mass + mean_excess) / std::abs(charge), fraction});
     }
     return peaks;
 }

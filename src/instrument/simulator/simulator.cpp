@@ -1,8 +1,7 @@
 #include "instrument/simulator/simulator.h"
 
 #include <algorithm>
-#include <array>
-#include <functional>
+#include <tuple>
 #include <utility>
 
 #include "instrument/embedded/instrument.h"
@@ -24,78 +23,17 @@ namespace {
     throw Error(number, "Simulator", what + " file[" + path + "]: " + fault.what());
 }
 
-/// Reads a whole file; error -904 naming it as the file of `what` where that fails.
-std::string read_named_file(Files& files, const std::string& path, const std::string& what) {
-    std::string bytes;
+/// What a file holds that is the one of `what`; nothing where it does not exist and need not.
+std::optional<std::string> read_file(Files& files, const std::string& path, const std::string& what, bool is_needed) {
     try {
+        if (!is_needed && !files.status(path).exists) return std::nullopt;
+        std::string bytes;
         files.read(path, bytes);
+        return bytes;
     } catch (const FileError& fault) {
         refuse_file(error_number::file_or_element, what, path, fault);
     }
-    return bytes;
 }
-
-/// The file that keeps the instrument's state, if there is one.
-class StateFile {
-public:
-    StateFile(std::shared_ptr<Files> files, std::shared_ptr<Clock> clock, std::optional<std::string> path)
-        : files_(std::move(files)), clock_(std::move(clock)), path_(std::move(path)) {}
-
-    /// Nothing where no file is kept or it does not exist yet. Errors as `parse_state`, and -904 where it cannot be
-    /// read.
-    std::optional<InstrumentState> load() const {
-        try {
-            if (!path_ || !files_->status(*path_).exists) return std::nullopt;
-        } catch (const FileError& fault) {
-            refuse_file(error_number::file_or_element, "state", *path_, fault);
-        }
-        return parse_state(read_named_file(*files_, *path_, "state"), *path_);
-    }
-    /// Under the lock of the file's editors, puts in the place of what the file holds now what `merged` makes of it.
-    /// Does nothing where no file is kept. Errors as `load`, and naming the file where it cannot be saved.
-    void update(const std::function<InstrumentState(const std::optional<InstrumentState>&)>& merged) const {
-        if (!path_) return;
-        const auto lock = wait_for_edit_lock(*files_, *clock_, *path_);
-        try {
-            safe_save(*files_, *path_, state_text(merged(load())));
-        } catch (const FileError& fault) {
-            refuse_file(fault.runtime_error_number(), "state", *path_, fault);
-        }
-    }
-
-private:
-    std::shared_ptr<Files> files_;
-    std::shared_ptr<Clock> clock_;
-    std::optional<std::string> path_;
-};
-
-/// The mass axis, computed once for as long as nothing that it depends on changes.
-class MassAxis {
-public:
-    /// Masses of the samples; copies share storage.
-    const VariantArray<double>& masses(const MassTimeCalibration& calibration, double start_time_ns,
-                                       double sampling_interval_ns, std::size_t sample_count) {
-        const Basis basis{calibration.coefficients(), start_time_ns, sampling_interval_ns, sample_count};
-        if (basis == basis_) return masses_;
-        std::vector<double> times(sample_count);
-        for (std::size_t i = 0; i < sample_count; ++i)
-            times[i] = start_time_ns + static_cast<double>(i) * sampling_interval_ns;
-        masses_ = calibration.masses_from_times(times);
-        basis_ = basis;
-        return masses_;
-    }
-
-private:
-    struct Basis {
-        CalibrationCoefficients coefficients;
-        double start_time_ns = -1, sampling_interval_ns = -1;
-        std::size_t sample_count = 0;
-        friend bool operator==(const Basis&, const Basis&) = default;
-    };
-
-    VariantArray<double> masses_;
-    Basis basis_;
-};
 
 /// Counts one poll; true while `faulty_polls` (all, when negative) have not passed.
 bool still_faulty(std::int64_t& polls, std::int64_t faulty_polls) {
@@ -109,20 +47,18 @@ bool still_faulty(std::int64_t& polls, std::int64_t faulty_polls) {
 /// each other's: changed setpoints and calibrations stand, hours add up.
 class SimulatedInstrument final : public embedded::Instrument {
 public:
-    /// `scene_name` is what errors call the scene.
-    SimulatedInstrument(Scene scene, std::string scene_name, std::uint64_t seed, StateFile state_file,
+    SimulatedInstrument(Scene scene, SimulatorOptions options, std::shared_ptr<Files> files,
                         std::shared_ptr<Clock> clock)
         : Instrument("Simulator", scene.instrument, std::move(clock)),
           scene_(std::move(scene)),
-          scene_name_(std::move(scene_name)),
-          seed_(seed),
-          state_file_(std::move(state_file)) {
+          options_(std::move(options)),
+          files_(std::move(files)) {
         setpoints_.preset(scene_.setpoints);
         for (const SetpointFault& fault : scene_.faults.setpoints)
             setpoints_.delay(fault.setpoint, fault.after_spectra);
         kept_.calibrations = {dictionary_calibration(0), dictionary_calibration(1)};
         std::ranges::transform(scene_.slicer, kept_.slicer_hours.emplace().begin(), &SlicerPositionSetup::hours);
-        if (auto state = state_file_.load()) restore(*std::move(state));
+        if (const auto state = saved_state()) restore(*state);
         const VariantArray<std::int32_t> flags(scene_.flight.use_flags);
         for (std::size_t polarity = 0; polarity < lent_.size(); ++polarity) {
             const embedded::CalibrationContent& content = *kept_.calibrations[polarity];
@@ -220,8 +156,7 @@ private:
             scene_.instrument.spectrum_start_ns + generator().start_phase(number) * conditions.sampling_interval_ns;
         timing.time_factor = 1.0 + 0.5e-6 * scene_.flight.mass_drift_ppm_per_minute * minutes;
         spectrum.start_time_ns = timing.start_time_ns;
-        spectrum.mass_data = mass_axis_.masses(*lent_[static_cast<std::size_t>(polarity)], timing.start_time_ns,
-                                               conditions.sampling_interval_ns, conditions.sample_count);
+        spectrum.mass_data = mass_axis(*lent_[static_cast<std::size_t>(polarity)], timing.start_time_ns, conditions);
         try {
             spectrum.y_data = generator().generate(number, conditions, timing, setpoints_.revision());
         } catch (const Error& fault) {
@@ -229,11 +164,24 @@ private:
         }
     }
 
+    /// Masses of the samples, computed once for as long as nothing that they depend on changes; copies share storage.
+    const VariantArray<double>& mass_axis(const MassTimeCalibration& calibration, double start_time_ns,
+                                          const AcquisitionConditions& conditions) {
+        const double interval_ns = conditions.sampling_interval_ns;
+        const std::tuple basis(calibration.coefficients(), start_time_ns, interval_ns, conditions.sample_count);
+        if (mass_axis_basis_ == basis) return mass_axis_;
+        std::vector<double> times(conditions.sample_count);
+        for (std::size_t i = 0; i < times.size(); ++i) times[i] = start_time_ns + static_cast<double>(i) * interval_ns;
+        mass_axis_ = calibration.masses_from_times(times);
+        mass_axis_basis_ = basis;
+        return mass_axis_;
+    }
+
     /// Made when the first spectrum is asked for: its tables cost more than everything else at the start.
     SpectrumGenerator& generator() {
         if (generator_) return *generator_;
         try {
-            return generator_.emplace(scene_, seed_);
+            return generator_.emplace(scene_, options_.seed);
         } catch (const Error& fault) {
             raise_of_scene(fault);
         }
@@ -242,13 +190,20 @@ private:
     [[noreturn]] void raise_of_scene(const Error& fault) const {
         if (fault.number() == error_number::file_or_element) throw fault;
         throw Error(error_number::file_or_element, "Simulator",
-                    "scene file[" + scene_name_ + "]: " + fault.description());
+                    "scene file[" + options_.scene_path.value_or("default scene") + "]: " + fault.description());
     }
 
-    void restore(InstrumentState state) {
+    /// Nothing where no state is kept, or none yet.
+    std::optional<InstrumentState> saved_state() const {
+        if (!options_.state_path) return std::nullopt;
+        const auto text = read_file(*files_, *options_.state_path, "state", false);
+        return text ? std::optional(parse_state(*text, *options_.state_path)) : std::nullopt;
+    }
+
+    void restore(const InstrumentState& state) {
         setpoints_.preset(state.setpoints);
-        for (std::size_t polarity = 0; polarity < lent_.size(); ++polarity)
-            if (state.calibrations[polarity]) kept_.calibrations[polarity] = state.calibrations[polarity];
+        for (const auto part : {&InstrumentState::Calibrations::positive, &InstrumentState::Calibrations::negative})
+            if (state.calibrations.*part) kept_.calibrations.*part = state.calibrations.*part;
         if (state.slicer_hours) kept_.slicer_hours = state.slicer_hours;
     }
 
@@ -258,22 +213,19 @@ private:
         return state;
     }
 
-    InstrumentState merged_into(const std::optional<InstrumentState>& present) const {
+    InstrumentState merged_into(const InstrumentState& present) const {
         InstrumentState merged = current();
-        if (!present) return merged;
         for (auto& [name, value] : merged.setpoints)
-            if (const auto other = present->setpoints.find(name);
-                other != present->setpoints.end() && value == synced_.setpoints.at(name))
+            if (const auto other = present.setpoints.find(name);
+                other != present.setpoints.end() && value == synced_.setpoints.at(name))
                 value = other->second;
-        const auto& [positive, negative] = present->calibrations;
-        if (positive && merged.calibrations.positive == synced_.calibrations.positive)
-            merged.calibrations.positive = positive;
-        if (negative && merged.calibrations.negative == synced_.calibrations.negative)
-            merged.calibrations.negative = negative;
-        if (present->slicer_hours)
+        for (const auto part : {&InstrumentState::Calibrations::positive, &InstrumentState::Calibrations::negative})
+            if (present.calibrations.*part && merged.calibrations.*part == synced_.calibrations.*part)
+                merged.calibrations.*part = present.calibrations.*part;
+        if (present.slicer_hours)
             for (std::size_t slot = 0; slot < slicer_position_count; ++slot)
                 (*merged.slicer_hours)[slot] =
-                    (*present->slicer_hours)[slot] +
+                    (*present.slicer_hours)[slot] +
                     std::max(0.0, (*kept_.slicer_hours)[slot] - (*synced_.slicer_hours)[slot]);
         return merged;
     }
@@ -284,22 +236,31 @@ private:
         if (!saved_) save();
     }
 
+    /// Under the lock of the file's editors.
     void save() {
-        state_file_.update([this](const auto& present) { return merged_into(present); });
+        if (const auto& path = options_.state_path) {
+            const auto lock = wait_for_edit_lock(*files_, *clock_, *path);
+            const std::string text = state_text(merged_into(saved_state().value_or(InstrumentState())));
+            try {
+                safe_save(*files_, *path, text);
+            } catch (const FileError& fault) {
+                refuse_file(fault.runtime_error_number(), "state", *path, fault);
+            }
+        }
         synced_ = current();
         saved_ = true;
         changed_since_ = false;
     }
 
     const Scene scene_;
-    const std::string scene_name_;
-    const std::uint64_t seed_;
-    const StateFile state_file_;
+    const SimulatorOptions options_;
+    const std::shared_ptr<Files> files_;
     std::optional<SpectrumGenerator> generator_;
     InstrumentState kept_;    // calibrations and hours
     InstrumentState synced_;  // all of it, as this program had it when it was last loaded or saved
     bool saved_ = false, changed_since_ = false;
-    MassAxis mass_axis_;
+    VariantArray<double> mass_axis_;
+    std::optional<std::tuple<CalibrationCoefficients, double, double, std::size_t>> mass_axis_basis_;
     std::int64_t next_spectrum_ = 0;
     double elapsed_minutes_ = 0;
     std::int64_t ready_polls_ = 0, run_state_polls_ = 0;
@@ -313,10 +274,9 @@ std::shared_ptr<InstrumentLayer> make_simulator(const SimulatorOptions& options,
                                                 std::shared_ptr<Clock> clock) {
     using namespace simulation;
     return embedded::make_layer("Simulator", options.base_folder, files, clock, [options, files, clock] {
-        const std::string scene = options.scene_path.value_or("default scene");
-        return std::make_shared<SimulatedInstrument>(
-            options.scene_path ? parse_scene(read_named_file(*files, scene, "scene"), scene) : default_scene(), scene,
-            options.seed, StateFile(files, clock, options.state_path), clock);
+        Scene scene = default_scene();
+        if (const auto& path = options.scene_path) scene = parse_scene(*read_file(*files, *path, "scene", true), *path);
+        return std::make_shared<SimulatedInstrument>(std::move(scene), options, files, clock);
     });
 }
 
