@@ -1,5 +1,5 @@
 // Structures as JSON objects. A template `fields(io, object)` in the structure's namespace names its members once, with
-// what is known of them; reading, writing and documents walk the same one. Every fault is error -904 naming the item.
+// what is known of them; reading and writing walk the same one. Every fault is error -904 naming the item.
 #pragma once
 
 #include <algorithm>
@@ -85,8 +85,7 @@ public:
     explicit FieldReader(const JsonItem& item) : item_(item) {}
 
     template <class Value>
-    FieldReader& operator()(const char* name, Value&& value, const Bounds& bounds = {}, const char* /*unit*/ = "",
-                            const char* /*meaning*/ = "", bool is_required = false) {
+    FieldReader& operator()(const char* name, Value&& value, const Bounds& bounds = {}, bool is_required = false) {
         known_.push_back(name);
         if (const auto member = is_required ? item_.required(name) : item_.member(name)) read(*member, value, bounds);
         return *this;
@@ -155,8 +154,7 @@ struct FieldWriter {
     Json object = Json::object();
 
     template <class Value>
-    FieldWriter& operator()(const char* name, Value&& value, const Bounds& = {}, const char* = "", const char* = "",
-                            bool = false) {
+    FieldWriter& operator()(const char* name, Value&& value, const Bounds& = {}, bool = false) {
         object[name] = written(value);
         return *this;
     }

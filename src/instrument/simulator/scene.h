@@ -1,5 +1,6 @@
-// A scene: everything that can be set about the simulated instrument and the sample that it sees. The tables in
-// scene.cpp tell what each item means and where its limits are; a scene file states only what differs from the default.
+// A scene: everything that can be set about the simulated instrument and the sample that it sees. docs/simulator.md
+// tells what each item means, the tables in scene.cpp where its limits are; a scene file states only what differs from
+// the default.
 #pragma once
 
 #include <array>
@@ -168,9 +169,6 @@ Scene default_scene();
 /// Reads a scene; `file_name` is what errors call it. Error -904 naming the item and the file for anything that is not
 /// a complete and consistent scene: unknown keys, values out of range, formulas that cannot be read.
 Scene parse_scene(std::string_view text, const std::string& file_name);
-
-/// The items of a scene as rows of a Markdown table: name, default, unit, limits, meaning.
-std::string scene_reference();
 
 /// What the instrument keeps from one program to the next. A part that the file does not hold is absent and leaves the
 /// instrument as the scene has it.

@@ -28,15 +28,15 @@ TEST(Scenes, EveryReadySceneLoadsAndGivesASpectrum) {
     EXPECT_EQ(parse_scene("{}", "empty"), default_scene());
 }
 
-TEST(Scenes, EveryItemAndEverySetpointIsDocumented) {
+TEST(Setpoints, EveryOneIsDocumented) {
     const std::string document = read_text(root / "docs/simulator.md");
-    std::string rows = scene_reference();
-    for (const auto& d : embedded::setpoint_definitions())
-        rows += fmt::format("| {} | `{}` | {} | {} ({}) | {} to {} | {} | {} | {} |\n", d.index, d.internal_name,
-                            d.external_name, std::array{"int32", "double", "", "int16"}.at(int(d.type) - 3),
-                            int(d.type), d.lower_limit, d.upper_limit, d.resolution, d.tolerance, d.default_value);
-    for (std::size_t at = 0, end; (end = rows.find('\n', at)) != std::string::npos; at = end + 1)
-        EXPECT_NE(document.find(rows.substr(at, end - at)), std::string::npos) << rows.substr(at, end - at);
+    for (const auto& d : embedded::setpoint_definitions()) {
+        const std::string row =
+            fmt::format("| {} | `{}` | {} | {} ({}) | {} to {} | {} | {} | {} |", d.index, d.internal_name,
+                        d.external_name, std::array{"int32", "double", "", "int16"}.at(int(d.type) - 3), int(d.type),
+                        d.lower_limit, d.upper_limit, d.resolution, d.tolerance, d.default_value);
+        EXPECT_NE(document.find(row), std::string::npos) << row;
+    }
 }
 
 /// What follows the item's name in the refusal of a scene or state; the whole error where it names another item.
@@ -50,11 +50,13 @@ std::string refusal(const std::string& text, const std::string& item) {
     return error.starts_with(start) ? error.substr(start.size()) : "NOT SO: " + error;
 }
 
-// Every value of a complete scene and state, in the place of which stands one of another type.
-TEST(Files, AValueOfAnotherTypeIsRefusedNamingItsItem) {
+// Every value of a complete scene and state: one of another type in its place, and a number beyond its limits, which
+// the document of a scene tells with the default.
+TEST(Files, AValueOfAnotherTypeOrBeyondTheDocumentedLimitsIsRefusedNamingItsItem) {
+    const std::string document = read_text(root / "docs/simulator.md");
     InstrumentState state{{{"Lens1", 3}}, {}, std::array<double, slicer_position_count>{}};
     state.calibrations = {embedded::CalibrationContent{{.A = 1, .B = 2}, {}}, {}};
-    int tried = 0;
+    int tried = 0, limited = 0;
     for (const std::string& text : {read_text(root / "data/scenes/default.json"), state_text(state)}) {
         const auto whole = nlohmann::json::parse(text);
         const auto flat = whole.flatten();
@@ -62,17 +64,33 @@ TEST(Files, AValueOfAnotherTypeIsRefusedNamingItsItem) {
             if (std::regex_search(pointer, std::regex("/[1-9]"))) continue;  // the first of a list is enough
             auto wrong = whole;
             wrong[nlohmann::json::json_pointer(pointer)] = nullptr;
-            std::string item;
+            std::string item, name;
             for (std::size_t at = 1, end; at <= pointer.size(); at = end + 1) {
                 end = std::min(pointer.find('/', at), pointer.size());
-                const std::string name = pointer.substr(at, end - at);
-                item += std::isdigit(name[0]) ? "[" + name + "]" : (item.empty() ? "" : ".") + name;
+                const std::string part = pointer.substr(at, end - at);
+                item += std::isdigit(part[0]) ? "[" + part + "]" : (item.empty() ? "" : ".") + part;
+                if (!std::isdigit(part[0])) name = part;
             }
             EXPECT_EQ(refusal(wrong.dump(), item).substr(0, 8), "must be ") << item;
             ++tried;
+            wrong[nlohmann::json::json_pointer(pointer)] = 1e300;
+            const std::string reason = refusal(wrong.dump(), item);
+            std::smatch limits, row;
+            if (whole.contains("format") || !std::regex_search(reason, limits, std::regex(R"(outside \[(.*), (.*)\])")))
+                continue;
+            const std::string expected = limits.str(1) + " to " + limits.str(2);
+            if (expected.ends_with(" to 2147483647")) continue;  // any number of its type
+            ASSERT_TRUE(std::regex_search(document, row,
+                                          std::regex("`" + name + R"(` \| ([^|]*) \| [^|]* \| )" + expected + " ")))
+                << item << ": " << expected;
+            if (std::ranges::count(pointer, '/') == 2) {
+                EXPECT_EQ(nlohmann::json::parse(row.str(1)), value) << item;
+            }
+            ++limited;
         }
     }
     EXPECT_GT(tried, 70);
+    EXPECT_GT(limited, 30);
 }
 
 // Items of a scene, then of a state, each with the item that the error names and how the reason begins.
