@@ -61,15 +61,16 @@ constexpr const char* empty_recording = R"(<?xml version="1.0" encoding="utf-8"?
  <run id="run" defaultInstrumentConfigurationRef="instrument"/>
 </mzML>)";
 
-void set_attribute(pugi::xml_node element, const char* name, const std::string& value) {
-    element.append_attribute(name) = value.c_str();
+using Attributes = std::initializer_list<std::pair<const char*, std::string>>;
+
+void set(pugi::xml_node element, const Attributes& attributes) {
+    for (const auto& [name, value] : attributes) element.append_attribute(name) = value.c_str();
 }
 
-/// A list with its count; the elements are added by the caller.
-pugi::xml_node add_list(pugi::xml_node parent, const char* name, int count) {
-    pugi::xml_node list = parent.append_child(name);
-    list.append_attribute("count") = count;
-    return list;
+pugi::xml_node add(pugi::xml_node parent, const char* name, const Attributes& attributes = {}) {
+    pugi::xml_node element = parent.append_child(name);
+    set(element, attributes);
+    return element;
 }
 
 const char* ontology_of(const Term& term) {
@@ -77,28 +78,20 @@ const char* ontology_of(const Term& term) {
 }
 
 void set_unit(pugi::xml_node parameter, const Term* unit) {
-    if (unit == nullptr) return;
-    set_attribute(parameter, "unitCvRef", ontology_of(*unit));
-    set_attribute(parameter, "unitAccession", unit->accession);
-    set_attribute(parameter, "unitName", unit->name);
+    if (unit)
+        set(parameter,
+            {{"unitCvRef", ontology_of(*unit)}, {"unitAccession", unit->accession}, {"unitName", unit->name}});
 }
 
 void add_term(pugi::xml_node element, const Term& term, const std::string& value = {}, const Term* unit = nullptr) {
-    pugi::xml_node parameter = element.append_child("cvParam");
-    set_attribute(parameter, "cvRef", ontology_of(term));
-    set_attribute(parameter, "accession", term.accession);
-    set_attribute(parameter, "name", term.name);
-    set_attribute(parameter, "value", value);
-    set_unit(parameter, unit);
+    set_unit(add(element, "cvParam",
+                 {{"cvRef", ontology_of(term)}, {"accession", term.accession}, {"name", term.name}, {"value", value}}),
+             unit);
 }
 
 void add_user_parameter(pugi::xml_node element, const std::string& name, const char* type, const std::string& value,
                         const Term* unit = nullptr) {
-    pugi::xml_node parameter = element.append_child("userParam");
-    set_attribute(parameter, "name", name);
-    set_attribute(parameter, "value", value);
-    set_attribute(parameter, "type", type);
-    set_unit(parameter, unit);
+    set_unit(add(element, "userParam", {{"name", name}, {"value", value}, {"type", type}}), unit);
 }
 
 void add_user_number(pugi::xml_node element, const std::string& name, const std::optional<double>& value,
@@ -126,18 +119,18 @@ void add_summary(pugi::xml_node element, const RecordedSpectrum& spectrum) {
 
 void add_calibration(pugi::xml_node scan, const StatedCalibration& calibration) {
     const auto& c = calibration.coefficients;
-    std::string coefficients, flags;
-    for (const double value : {c.A, c.B, c.C, c.D, c.E, c.F, c.G, c.H})
-        coefficients += (coefficients.empty() ? "" : " ") + number_text(value);
-    for (const std::int32_t flag : calibration.use_flags) flags += (flags.empty() ? "" : " ") + std::to_string(flag);
-    add_user_parameter(scan, user_parameter::coefficients, "xsd:string", coefficients);
-    add_user_parameter(scan, user_parameter::use_flags, "xsd:string", flags);
+    std::vector<std::string> coefficients;
+    for (const auto& [name, member] : calibration_coefficients) coefficients.push_back(number_text(c.*member));
+    add_user_parameter(scan, user_parameter::coefficients, "xsd:string",
+                       fmt::format("{}", fmt::join(coefficients, " ")));
+    add_user_parameter(scan, user_parameter::use_flags, "xsd:string",
+                       fmt::format("{}", fmt::join(calibration.use_flags, " ")));
 }
 
 void add_scan(pugi::xml_node element, const RecordedSpectrum& spectrum) {
-    pugi::xml_node list = add_list(element, "scanList", 1);
+    pugi::xml_node list = add(element, "scanList", {{"count", "1"}});
     add_term(list, term::no_combination);
-    pugi::xml_node scan = list.append_child("scan");
+    pugi::xml_node scan = add(list, "scan");
     add_term(scan, term::scan_start_time, number_text(spectrum.scan_start_minutes), &unit::minute);
     add_user_number(scan, user_parameter::first_flight_time, spectrum.first_flight_time_ns, &unit::nanosecond);
     add_user_number(scan, user_parameter::sampling_interval, spectrum.sampling_interval_ns, &unit::nanosecond);
@@ -152,99 +145,63 @@ void add_scan(pugi::xml_node element, const RecordedSpectrum& spectrum) {
 void add_array(pugi::xml_node list, std::span<const double> numbers, bool is_64_bit, const Term& kind,
                const Term& unit) {
     const std::string text = encode_numbers(numbers, {.is_64_bit = is_64_bit, .is_zlib = true});
-    pugi::xml_node array = list.append_child("binaryDataArray");
-    set_attribute(array, "encodedLength", std::to_string(text.size()));
+    pugi::xml_node array = add(list, "binaryDataArray", {{"encodedLength", std::to_string(text.size())}});
     add_term(array, is_64_bit ? term::float_64 : term::float_32);
     add_term(array, term::zlib_compression);
     add_term(array, kind, {}, &unit);
-    array.append_child("binary").text().set(text.c_str());
+    add(array, "binary").text().set(text.c_str());
 }
 
-/// What a recording says of the instrument.
-struct RecordedInstrument {
-    std::string model;
-    std::string source_type;  ///< as the instrument names it, e.g. "ESI"
-    double sampling_interval_ns = 0;
-    std::map<std::string, double> setpoints;  ///< by internal name
-    std::string start_time;                   ///< of the run, "2026-11-21T10:00:00", local
-};
+/// What stands in a document before and after `<spectra/>`.
+std::pair<std::string, std::string> around_spectra(const pugi::xml_document& document) {
+    constexpr std::string_view place = "<spectra/>";
+    std::ostringstream out;
+    document.save(out, "", pugi::format_raw);
+    const std::string text = std::move(out).str();
+    const std::size_t at = text.find(place);
+    return {text.substr(0, at) + "\n", text.substr(at + place.size()) + "\n"};
+}
 
-/// Hands the document on part by part, UTF-8: what stands before the spectra at once, then each spectrum, then the end.
-class MzmlWriter {
-public:
-    MzmlWriter(const RecordedInstrument& instrument, std::int32_t spectra, OutputFile& file) : file_(file) {
-        pugi::xml_document document;
-        document.load_string(empty_recording, pugi::parse_default | pugi::parse_declaration);
-        pugi::xml_node mzml = document.document_element();
-        pugi::xml_node configuration = mzml.child("instrumentConfigurationList").first_child();
-        set_attribute(configuration.child("cvParam"), "value", instrument.model);
-        pugi::xml_node components = configuration.child("componentList");
-        add_term(components.child("source"), source_term(instrument.source_type));
-        add_term(components.child("detector"), term::sampling_frequency,
-                 number_text(1e9 / instrument.sampling_interval_ns), &unit::hertz);
-        pugi::xml_node run = mzml.child("run");
-        set_attribute(run, "startTimeStamp", instrument.start_time);
-        for (const auto& [name, value] : instrument.setpoints)
-            add_user_number(run, user_parameter::setpoint_prefix + name, value);
-        pugi::xml_node list = add_list(run, "spectrumList", spectra);
-        set_attribute(list, "defaultDataProcessingRef", "recording");
-        constexpr std::string_view place = "<spectra/>";
-        list.append_child("spectra");
-        std::ostringstream out;
-        document.save(out, "", pugi::format_raw);
-        const std::string text = std::move(out).str();
-        const std::size_t at = text.find(place);
-        end_ = text.substr(at + place.size()) + "\n";
-        file_.write(text.substr(0, at) + "\n");
-    }
-
-    /// Adds a spectrum: m/z as 64-bit floats, intensities as 32-bit floats where these hold all of them exactly, else
-    /// as 64-bit; both with zlib. The times, the calibration and the peak finder's options become user parameters of
-    /// the scan. The spectrum must have samples. Its id is not used: spectra are counted from "scan=1".
-    void add(const RecordedSpectrum& spectrum) {
-        pugi::xml_document document;
-        pugi::xml_node element = document.append_child("spectrum");
-        element.append_attribute("index") = count_;
-        set_attribute(element, "id", "scan=" + std::to_string(++count_));
-        set_attribute(element, "defaultArrayLength", std::to_string(spectrum.mz.size()));
-        add_term(element, term::ms_level, "1");
-        add_term(element, term::ms1_spectrum);
-        add_term(element, term::profile_spectrum);
-        const bool positive = spectrum.polarity == PolaritySetpoint::Positive;
-        add_term(element, positive ? term::positive_scan : term::negative_scan);
-        add_summary(element, spectrum);
-        add_scan(element, spectrum);
-        pugi::xml_node arrays = add_list(element, "binaryDataArrayList", 2);
-        add_array(arrays, spectrum.mz, true, term::mz_array, unit::mz);
-        add_array(arrays, spectrum.intensity, !fits_32_bit(spectrum.intensity), term::intensity_array,
-                  unit::detector_counts);
-        std::ostringstream out;
-        element.print(out, " ", pugi::format_indent, pugi::encoding_utf8);
-        file_.write(out.str());
-    }
-
-    /// After as many spectra as were announced.
-    void finish() { file_.write(end_); }
-
-private:
-    OutputFile& file_;
-    std::string end_;
-    std::int32_t count_ = 0;
-};
+/// The text of one spectrum: m/z as 64-bit floats, intensities as 32-bit floats where these hold all of them exactly,
+/// else as 64-bit; both with zlib. The times, the calibration and the peak finder's options become user parameters of
+/// the scan. The spectrum must have samples. Its id is not used: spectra are counted from "scan=1".
+std::string spectrum_text(const RecordedSpectrum& spectrum, int index) {
+    pugi::xml_document document;
+    pugi::xml_node element = add(document, "spectrum",
+                                 {{"index", std::to_string(index)},
+                                  {"id", "scan=" + std::to_string(index + 1)},
+                                  {"defaultArrayLength", std::to_string(spectrum.mz.size())}});
+    add_term(element, term::ms_level, "1");
+    add_term(element, term::ms1_spectrum);
+    add_term(element, term::profile_spectrum);
+    const bool positive = spectrum.polarity == PolaritySetpoint::Positive;
+    add_term(element, positive ? term::positive_scan : term::negative_scan);
+    add_summary(element, spectrum);
+    add_scan(element, spectrum);
+    pugi::xml_node arrays = add(element, "binaryDataArrayList", {{"count", "2"}});
+    add_array(arrays, spectrum.mz, true, term::mz_array, unit::mz);
+    add_array(arrays, spectrum.intensity, !fits_32_bit(spectrum.intensity), term::intensity_array,
+              unit::detector_counts);
+    std::ostringstream out;
+    element.print(out, " ", pugi::format_indent, pugi::encoding_utf8);
+    return std::move(out).str();
+}
 
 class Recorder {
 public:
-    Recorder(InstrumentLayer& layer, std::string path)
-        : layer_(layer), globals_(layer.create_globals()), path_(std::move(path)) {
+    Recorder(const Platform& platform, std::string path)
+        : layer_(*platform.instrument),
+          clock_(*platform.clock),
+          globals_(layer_.create_globals()),
+          path_(std::move(path)) {
         globals_->initialise();
         if (globals_->control() == nullptr) raise_runtime_fault(error_number::object_not_set, "instrument control");
     }
 
-    void record(int count, Clock& clock, const RecordingProgress& progress, const AcquiredSpectrum* taken,
-                OutputFile& file) {
-        MzmlWriter writer({globals_->hardware().model(), globals_->source_type(), interval_ns(), setpoints(),
-                           date_and_time(clock.now())},
-                          count, file);
+    /// Part by part, UTF-8: what stands before the spectra at once, then each spectrum, then the end.
+    void record(int count, const RecordingProgress& progress, const AcquiredSpectrum* taken, OutputFile& file) {
+        const auto [head, end] = around_spectra(document(count));
+        file.write(head);
         // What a replay would refuse is refused here.
         Notes ignored;
         AxisKeeper axis(path_, ignored);
@@ -252,20 +209,37 @@ public:
             if (progress) progress(i);
             const RecordedSpectrum spectrum = recorded(taken ? *taken : next_spectrum());
             axis.play(spectrum);
-            writer.add(spectrum);
+            file.write(spectrum_text(spectrum, i));
         }
-        writer.finish();
+        file.write(end);
     }
 
 private:
+    /// All but the spectra, in whose place `<spectra/>` stands.
+    pugi::xml_document document(int count) {
+        pugi::xml_document document;
+        document.load_string(empty_recording, pugi::parse_default | pugi::parse_declaration);
+        pugi::xml_node mzml = document.document_element();
+        pugi::xml_node configuration = mzml.child("instrumentConfigurationList").first_child();
+        set(configuration.child("cvParam"), {{"value", globals_->hardware().model()}});
+        pugi::xml_node components = configuration.child("componentList");
+        add_term(components.child("source"), source_term(globals_->source_type()));
+        add_term(components.child("detector"), term::sampling_frequency, number_text(1e9 / interval_ns()),
+                 &unit::hertz);
+        pugi::xml_node run = mzml.child("run");
+        for (const auto& [name, value] : setpoints())
+            add_user_number(run, user_parameter::setpoint_prefix + name, value);
+        const LocalTime now = clock_.now();
+        set(run, {{"startTimeStamp", fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", now.year, now.month, now.day,
+                                                 now.hour, now.minute, now.second)}});
+        add(add(run, "spectrumList", {{"count", std::to_string(count)}, {"defaultDataProcessingRef", "recording"}}),
+            "spectra");
+        return document;
+    }
+
     template <class... Pieces>
     [[noreturn]] void fail(const Pieces&... what) const {
         throw Error(error_number::file_or_element, "RecordingWriter", text_of("recording [", path_, "]: ", what...));
-    }
-
-    static std::string date_and_time(const LocalTime& time) {
-        return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", time.year, time.month, time.day, time.hour,
-                           time.minute, time.second);
     }
 
     double interval_ns() { return globals_->sampling_interval_seconds() * 1e9; }
@@ -353,6 +327,7 @@ private:
     }
 
     InstrumentLayer& layer_;
+    Clock& clock_;
     std::unique_ptr<InstrumentGlobals> globals_;
     std::string path_;
 };
@@ -362,10 +337,9 @@ void record(const Platform& platform, const std::filesystem::path& file, std::in
             const RecordingProgress& progress, const AcquiredSpectrum* taken) {
     if (count < 1) raise_runtime_fault(error_number::invalid_call, "count ", count);
     const std::string path = utf8_from_path(file);
-    Recorder recorder(*platform.instrument, path);
+    Recorder recorder(platform, path);
     try {
-        safe_save(*platform.files, path,
-                  [&](OutputFile& output) { recorder.record(count, *platform.clock, progress, taken, output); });
+        safe_save(*platform.files, path, [&](OutputFile& output) { recorder.record(count, progress, taken, output); });
     } catch (const FileError& fault) {
         throw Error(error_number::file_or_element, "RecordingWriter",
                     "recording [" + path + "]: cannot be written: " + fault.what());
