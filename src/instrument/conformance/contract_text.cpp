@@ -4,30 +4,32 @@ namespace korvane::contract {
 
 namespace {
 
-template <class Each, class Entries>
-std::string contract_table(const Entries& all) {
+template <class Entry, class Entries>
+void add_table(std::string& text, const Entries& all) {
     const Group& group = Entries::group;
-    const std::string refusal = text_of("; error ", group.error_number, " naming an unknown one");
-    std::string text =
-        text_of("\n## ", group.title, "\n\nAsked by `", group.operation, "`", group.error_number == 0 ? "" : refusal,
-                ".\n\n| Key | Name | Unit | Meaning | Needed by |\n|---|---|---|---|---|\n");
-    for (const Each& entry : entries<Each>(all))
-        append_text(text, "| ", entry.key, " | ", entry.name, " | ", entry.unit, " | ", entry.meaning, " | ",
-                    entry.routine, " |\n");
-    return text;
+    append_text(text, "\n## ", group.title, "\n\nAsked by `", group.operation, "`");
+    if (group.error_number != 0) append_text(text, "; error ", group.error_number, " naming an unknown one");
+    append_text(text, ".\n\n| Key | Name | Unit | Meaning | Needed by |\n|---|---|---|---|---|\n");
+    for (const auto& [key, name, unit, meaning, routine] : entries<Entry>(all))
+        append_text(text, "| ", key, " | ", name, " | ", unit, " | ", meaning, " | ", routine, " |\n");
+}
+
+template <class Entry, class... Entries>
+void add_tables(std::string& text, const Entries&... groups) {
+    (add_table<Entry>(text, groups), ...);
 }
 
 }  // namespace
 
 std::string contract_text() {
-    return "# The contract of an instrument\n" + contract_table<Number>(setpoint) + contract_table<Text>(slicer) +
-           contract_table<Number>(firmware_channel) + contract_table<Number>(option) +
-           contract_table<Number>(parameter) + contract_table<Text>(dictionary_item) +
-           contract_table<Text>(instrument_register) + contract_table<Text>(metadata_name) +
-           contract_table<Number>(run_state) + contract_table<Number>(sampling_rate) +
-           contract_table<Number>(preamp_gain_mode) + contract_table<Number>(polarity) +
-           contract_table<Number>(source_type) + contract_table<Number>(variable_type) +
-           contract_table<Number>(logbook) + contract_table<Number>(peak_finder);
+    std::string text = "# The contract of an instrument\n";
+    add_table<Number>(text, setpoint);
+    add_table<Text>(text, slicer);
+    add_tables<Number>(text, firmware_channel, option, parameter);
+    add_tables<Text>(text, dictionary_item, instrument_register, metadata_name);
+    add_tables<Number>(text, run_state, sampling_rate, preamp_gain_mode, polarity, source_type, variable_type, logbook,
+                       peak_finder);
+    return text;
 }
 
 }  // namespace korvane::contract

@@ -28,48 +28,6 @@ bool follows(SetpointTable& table, std::int32_t index, double before) {
     return std::fabs(now - moved) < 0.5 * step && std::fabs(back - before) < 0.5 * step;
 }
 
-struct SetpointProperty {
-    const char* operation;
-    const char* expected;
-    std::function<bool(std::int32_t)> holds;
-};
-
-std::vector<SetpointProperty> setpoint_properties(InstrumentGlobals& globals) {
-    const auto table = [&globals]() -> SetpointTable& { return globals.setpoints(); };
-    const auto number = [=](std::int32_t index) { return to_double(table().value(index, 0, 0)); };
-    return {{"value", "a number for every index", [=](std::int32_t index) { return std::isfinite(number(index)); }},
-            {"lower_limit", "not above the value",
-             [=](std::int32_t index) {
-                 const double limit = table().lower_limit(index);
-                 return index == unknown_number || limit <= number(index) + table().tolerance(index);
-             }},
-            {"upper_limit", "not below the value",
-             [=](std::int32_t index) {
-                 const double limit = table().upper_limit(index);
-                 return index == unknown_number || limit >= number(index) - table().tolerance(index);
-             }},
-            {"resolution", "above 0", [=](std::int32_t index) { return table().resolution(index) > 0; }},
-            {"tolerance", "above 0", [=](std::int32_t index) { return table().tolerance(index) > 0; }},
-            {"variable_type", "3, 4 or 6",
-             [=](std::int32_t index) {
-                 const auto types = contract::entries<contract::Number>(contract::variable_type);
-                 return std::ranges::find(types, table().variable_type(index), &contract::Number::key) != types.end();
-             }},
-            {"external_name", "one line of text",
-             [=](std::int32_t index) { return unless_text(table().external_name(index)).empty(); }},
-            {"internal_name", "one line of text, found by index_of",
-             [=](std::int32_t index) {
-                 const std::string name = table().internal_name(index);
-                 return unless_text(name).empty() && table().index_of(name) == index;
-             }},
-            {"write", "the value can be read back", [=](std::int32_t index) {
-                 if (index == unknown_number) return table().write(index, 0, 0, 1.0), true;
-                 const double before = number(index);
-                 table().write(index, 0, 0, in_type(table().variable_type(index), before));
-                 return std::fabs(number(index) - before) < table().tolerance(index) && follows(table(), index, before);
-             }}};
-}
-
 const std::vector<double> calibration_masses{120.0, 622.0, 1522.0};
 constexpr double no_mass = -1;
 constexpr double highest_mass = 20000;  // of the library's mass ranges
@@ -81,20 +39,6 @@ std::string unless_all_near(const std::vector<double>& measured, const std::vect
         if (std::string difference = unless_near(measured[place], expected[place], 1e-9); !difference.empty())
             return difference;
     return {};
-}
-
-std::string unless_clone_is_independent(const MassTimeCalibration& calibration) {
-    const CalibrationCoefficients before = calibration.coefficients();
-    const auto copy = calibration.clone();
-    if (!copy) return "nothing";
-    CalibrationCoefficients other = before;
-    other.B += 1;
-    copy->set_coefficients(other);
-    CalibrationSettings settings = copy->settings();
-    settings.CalReserved1 += 1;
-    copy->set_settings(settings);
-    if (copy->coefficients() != other || copy->settings() != settings) return "the copy keeps no change";
-    return unless(calibration.coefficients() == before, "a change of the copy changed the calibration");
 }
 
 void check_calibration(ConformanceChecks& checks, const std::string& polarity, const MassTimeCalibration& calibration) {
@@ -120,7 +64,19 @@ void check_calibration(ConformanceChecks& checks, const std::string& polarity, c
           [&] { return unless_all_near(calibration.masses_from_times(times), calibration_masses); });
     check("coefficients", "A is above 0", [&] { return unless(calibration.coefficients().A > 0, "it is not"); });
     check("use_flags", "an array", [&] { return unless(!calibration.use_flags().is_empty(), "none"); });
-    check("clone", "is independent", [&] { return unless_clone_is_independent(calibration); });
+    check("clone", "is independent", [&] {
+        const CalibrationCoefficients before = calibration.coefficients();
+        CalibrationCoefficients other = before;
+        other.B += 1;
+        const auto copy = calibration.clone();
+        if (!copy) return "nothing";
+        copy->set_coefficients(other);
+        CalibrationSettings settings = copy->settings();
+        settings.CalReserved1 += 1;
+        copy->set_settings(settings);
+        if (copy->coefficients() != other || copy->settings() != settings) return "the copy keeps no change";
+        return calibration.coefficients() == before ? "" : "a change of the copy changed the calibration";
+    });
     checks.refuses("MassTimeCalibration.time_from_mass" + polarity, error_number::invalid_call, "-1",
                    [&] { calibration.time_from_mass(no_mass); });
 }
@@ -194,17 +150,45 @@ void check_setpoints(ConformanceChecks& checks, InstrumentGlobals& globals) {
             raise_runtime_fault(error_number::subscript, "not among the indexes");
         return table().value(index, 0, 0);
     });
-    for (const SetpointProperty& property : setpoint_properties(globals)) {
-        const std::string operation = text_of("SetpointTable.", property.operation);
-        checks.check(operation, property.expected, [&] {
+    /// A property of every setpoint, asked for by an operation that refuses an unknown one.
+    const auto each = [&](const char* name, const char* expected, const std::function<bool(std::int32_t)>& holds) {
+        const std::string operation = text_of("SetpointTable.", name);
+        checks.check(operation, expected, [&] {
             std::string failing;
             for (const std::int32_t index : all)
-                if (!property.holds(index)) failing += (failing.empty() ? "not so for " : ", ") + text_of(index);
+                if (!holds(index)) failing += (failing.empty() ? "not so for " : ", ") + text_of(index);
             return failing;
         });
-        checks.refuses(operation, error_number::subscript, text_of(unknown_number.key),
-                       [&] { property.holds(unknown_number); });
-    }
+        checks.refuses(operation, error_number::subscript, text_of(unknown_number.key), [&] { holds(unknown_number); });
+    };
+    const auto number = [&](std::int32_t index) { return to_double(table().value(index, 0, 0)); };
+    each("value", "a number for every index", [&](std::int32_t index) { return std::isfinite(number(index)); });
+    each("lower_limit", "not above the value", [&](std::int32_t index) {
+        const double limit = table().lower_limit(index);
+        return index == unknown_number || limit <= number(index) + table().tolerance(index);
+    });
+    each("upper_limit", "not below the value", [&](std::int32_t index) {
+        const double limit = table().upper_limit(index);
+        return index == unknown_number || limit >= number(index) - table().tolerance(index);
+    });
+    each("resolution", "above 0", [&](std::int32_t index) { return table().resolution(index) > 0; });
+    each("tolerance", "above 0", [&](std::int32_t index) { return table().tolerance(index) > 0; });
+    each("variable_type", "3, 4 or 6", [&](std::int32_t index) {
+        const auto types = contract::entries<contract::Number>(contract::variable_type);
+        return std::ranges::find(types, table().variable_type(index), &contract::Number::key) != types.end();
+    });
+    each("external_name", "one line of text",
+         [&](std::int32_t index) { return unless_text(table().external_name(index)).empty(); });
+    each("internal_name", "one line of text, found by index_of", [&](std::int32_t index) {
+        const std::string name = table().internal_name(index);
+        return unless_text(name).empty() && table().index_of(name) == index;
+    });
+    each("write", "the value can be read back", [&](std::int32_t index) {
+        if (index == unknown_number) return table().write(index, 0, 0, 1.0), true;
+        const double before = number(index);
+        table().write(index, 0, 0, in_type(table().variable_type(index), before));
+        return std::fabs(number(index) - before) < table().tolerance(index) && follows(table(), index, before);
+    });
     checks.check(contract::slicer.group.operation, "a slicer's position has running hours", [&] {
         for (const std::int32_t index : all)
             if (table().internal_name(index) == contract::slicer.position.key) {
@@ -216,7 +200,7 @@ void check_setpoints(ConformanceChecks& checks, InstrumentGlobals& globals) {
     checks.check("SetpointTable.value", "transients are 1 or more", [&] {
         for (const std::int32_t index : {contract::setpoint.transients_1_ghz, contract::setpoint.transients_2_ghz,
                                          contract::setpoint.transients_4_ghz})
-            if (!(to_double(table().value(index, 0, 0)) >= 1)) return "not so for " + text_of(index);
+            if (!(number(index) >= 1)) return "not so for " + text_of(index);
         return std::string();
     });
     checks.refuses("SetpointTable.index_of", error_number::invalid_call, unknown_text,

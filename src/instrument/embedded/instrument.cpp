@@ -50,61 +50,44 @@ std::size_t polarity_slot(std::int32_t polarity) {
     return static_cast<std::size_t>(polarity);
 }
 
-/// What the objects of a layer share.
-struct Surroundings {
-    std::string name, base_folder;
-    std::shared_ptr<Files> files;
-    std::shared_ptr<Clock> clock;
-};
+/// The base folder and the logbook in it. One line an entry: date, time, kind, code, the two numbers, the text where
+/// there is one, and the message.
+struct BaseFolder final : PathInformation, LogbookEntry {
+    BaseFolder(std::string owner, std::string folder, std::shared_ptr<Files> files, std::shared_ptr<Clock> clock)
+        : owner(std::move(owner)), folder(std::move(folder)), files(std::move(files)), clock(std::move(clock)) {}
 
-class BaseFolder final : public PathInformation {
-public:
-    explicit BaseFolder(std::string folder) : folder_(std::move(folder)) {}
-    std::string base_folder() override { return folder_; }
-
-private:
-    std::string folder_;
-};
-
-/// One line an entry: date, time, kind, code, the two numbers, the text where there is one, and the message.
-class FileLogbook final : public LogbookEntry {
-public:
-    explicit FileLogbook(Surroundings surroundings) : surroundings_(std::move(surroundings)) {}
-
+    std::string base_folder() override { return folder; }
     void write(std::int32_t kind, const std::string& message, std::int32_t code, std::int32_t first,
                std::int32_t second, const std::string& text) override {
-        const std::string path = join_path(join_path(surroundings_.base_folder, "Logfiles"), "Logbook.txt");
-        const LocalTime now = surroundings_.clock->now();
+        const std::string path = join_path(join_path(folder, "Logfiles"), "Logbook.txt");
+        const LocalTime now = clock->now();
         const std::string note = text.empty() ? "" : " [" + text + "]";
         try {
-            const auto file = surroundings_.files->open_append(path);
+            const auto file = files->open_append(path);
             file->write(fmt::format("{} {} {} {} {} {}{} {}\n", date_yyyymmdd(now), time_hhmmss(now), kind, code, first,
                                     second, note, message));
             file->close();
         } catch (const FileError& fault) {
-            throw Error(fault.runtime_error_number(), surroundings_.name,
-                        "logbook file[" + path + "]: " + fault.what());
+            throw Error(fault.runtime_error_number(), owner, "logbook file[" + path + "]: " + fault.what());
         }
     }
 
-private:
-    Surroundings surroundings_;
+    std::string owner, folder;
+    std::shared_ptr<Files> files;
+    std::shared_ptr<Clock> clock;
 };
 
 class Layer final : public InstrumentLayer {
 public:
-    Layer(Surroundings surroundings, InstrumentMaker make)
-        : surroundings_(std::move(surroundings)), make_(std::move(make)) {}
+    Layer(const BaseFolder& base_folder, InstrumentMaker make) : base_folder_(base_folder), make_(std::move(make)) {}
 
     std::unique_ptr<InstrumentGlobals> create_globals() override {
         return std::make_unique<ForwardingInstrumentGlobals>(instrument());
     }
     std::unique_ptr<PathInformation> create_path_information() override {
-        return std::make_unique<BaseFolder>(surroundings_.base_folder);
+        return std::make_unique<BaseFolder>(base_folder_);
     }
-    std::unique_ptr<LogbookEntry> create_logbook_entry() override {
-        return std::make_unique<FileLogbook>(surroundings_);
-    }
+    std::unique_ptr<LogbookEntry> create_logbook_entry() override { return std::make_unique<BaseFolder>(base_folder_); }
     std::unique_ptr<PeakFinder> create_peak_finder() override { return instrument()->create_peak_finder(); }
 
 private:
@@ -114,7 +97,7 @@ private:
         return instrument_;
     }
 
-    Surroundings surroundings_;
+    BaseFolder base_folder_;
     InstrumentMaker make_;
     std::mutex mutex_;
     std::shared_ptr<Instrument> instrument_;
@@ -176,8 +159,8 @@ void Instrument::store(std::int32_t polarity, const MassTimeCalibration& calibra
     // What the next start would refuse to read.
     const CalibrationCoefficients c = calibration.coefficients();
     if (!(c.A > 0)) refuse("calibration coefficient A", number_text(c.A));
-    for (const double value : {c.A, c.B, c.C, c.D, c.E, c.F, c.G, c.H})
-        if (value != 0 && !std::isnormal(value)) refuse("calibration coefficient", number_text(value));
+    for (const auto& [name, member] : calibration_coefficients)
+        if (c.*member != 0 && !std::isnormal(c.*member)) refuse("calibration coefficient", number_text(c.*member));
     const std::lock_guard lock(mutex_);
     store_calibration(slot, calibration);
 }
@@ -298,7 +281,7 @@ std::unique_ptr<PeakFinder> Instrument::create_peak_finder() {
 std::shared_ptr<InstrumentLayer> make_layer(std::string name, std::string base_folder, std::shared_ptr<Files> files,
                                             std::shared_ptr<Clock> clock, InstrumentMaker make) {
     return std::make_shared<Layer>(
-        Surroundings{std::move(name), std::move(base_folder), std::move(files), std::move(clock)}, std::move(make));
+        BaseFolder(std::move(name), std::move(base_folder), std::move(files), std::move(clock)), std::move(make));
 }
 
 }  // namespace korvane::embedded

@@ -1,6 +1,5 @@
 // The embedded instrument's mass-time calibration: square law plus polynomial terms.
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <memory>
 #include <utility>
@@ -51,28 +50,19 @@ private:
         double slope;  // amu per ns
     };
 
-    struct Bracket {
-        double low_ns;
-        double high_ns;
-    };
-
     void collect_terms() {
-        const std::array<double, 6> higher{coefficients_.C, coefficients_.D, coefficients_.E,
-                                           coefficients_.F, coefficients_.G, coefficients_.H};
         polynomial_.clear();
-        std::size_t taken = 0;
+        auto coefficient = std::begin(calibration_coefficients) + 2;  // C
         std::int32_t term = use_flags_.is_empty() ? 0 : use_flags_.lower_bound();
         for (const auto flag : use_flags_.elements()) {
-            if (flag == 1 && taken < higher.size()) {
+            if (flag == 1 && coefficient != std::end(calibration_coefficients)) {
                 if (term < 0) raise_runtime_fault(error_number::invalid_call, "calibration term[", term, "]");
                 polynomial_.resize(static_cast<std::size_t>(term) + 1);
-                polynomial_.back() = higher[taken++];
+                polynomial_.back() = coefficients_.*(coefficient++)->second;
             }
             ++term;
         }
-        const bool all_zero =
-            std::all_of(polynomial_.begin(), polynomial_.end(), [](double value) { return value == 0; });
-        if (all_zero) polynomial_.clear();
+        if (std::ranges::all_of(polynomial_, [](double value) { return value == 0; })) polynomial_.clear();
     }
 
     MassAndSlope mass_and_slope(double time_ns) const {
@@ -95,23 +85,17 @@ private:
     double time_with_terms(double mass) const {
         const double law_ns = coefficients_.B + std::sqrt(std::max(mass, 0.0)) / std::abs(coefficients_.A);
         const double start_ns = std::isfinite(law_ns) ? law_ns : coefficients_.B;
-        const auto [low_ns, high_ns] = bracket(mass, start_ns);
-        return refine(mass, low_ns, high_ns);
-    }
-
-    Bracket bracket(double mass, double start_ns) const {
+        // Outwards until the mass is passed on one side or the other.
         const bool start_above = mass_and_slope(start_ns).mass > mass;
         double step_ns = std::max(1e-6 * std::abs(start_ns - coefficients_.B), 1e-3);
-        Bracket inner{start_ns, start_ns};
-        for (;;) {
-            const Bracket outer{std::max(coefficients_.B, start_ns - step_ns), start_ns + step_ns};
-            const double low_mass = mass_and_slope(outer.low_ns).mass;
-            const double high_mass = mass_and_slope(outer.high_ns).mass;
+        for (double low_ns = start_ns, high_ns = start_ns;; step_ns *= 2) {
+            const double lower_ns = std::max(coefficients_.B, start_ns - step_ns), higher_ns = start_ns + step_ns;
+            const double low_mass = mass_and_slope(lower_ns).mass, high_mass = mass_and_slope(higher_ns).mass;
             if (!std::isfinite(low_mass) || !std::isfinite(high_mass)) raise_no_time(mass);
-            if ((low_mass > mass) != start_above) return {outer.low_ns, inner.low_ns};
-            if ((high_mass > mass) != start_above) return {inner.high_ns, outer.high_ns};
-            inner = outer;
-            step_ns *= 2;
+            if ((low_mass > mass) != start_above) return refine(mass, lower_ns, low_ns);
+            if ((high_mass > mass) != start_above) return refine(mass, high_ns, higher_ns);
+            low_ns = lower_ns;
+            high_ns = higher_ns;
         }
     }
 

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <utility>
 
 namespace korvane::replay {
@@ -100,30 +99,27 @@ std::vector<double> plain_numbers(const Bytes& bytes, const BinaryEncoding& enco
 /// less), then the others from the lowest on.
 class NumpressReader {
 public:
-    explicit NumpressReader(const Bytes& bytes) : bytes_(bytes) {}
+    NumpressReader(const Bytes& bytes, const RecordingPlace& place, const std::string& array)
+        : bytes_(bytes), place_(place), array_(array) {}
 
-    /// Nothing where the data end early.
-    std::optional<std::vector<double>> read(Numpress kind) {
+    /// Fails where the data end early.
+    std::vector<double> read(Numpress kind) {
         double scale = 1;
         if (kind != Numpress::positive_integer) {
-            if (bytes_.size() < 8) return std::nullopt;
-            std::memcpy(&scale, Bytes(bytes_.rend() - 8, bytes_.rend()).data(), 8);
-            half_ = 16;
+            std::uint64_t bits = 0;
+            for (int byte = 0; byte < 8; ++byte) bits = bits << 8 | little_endian(1);
+            scale = std::bit_cast<double>(bits);
         }
         std::vector<double> numbers;
         std::uint32_t before = 0, last = 0;  // wrapping around, as the writer's integers do
         while (!at_end()) {
-            const bool is_start = kind == Numpress::linear && numbers.size() < 2;
-            const auto word = is_start                            ? little_endian(4)
-                              : kind == Numpress::short_logarithm ? little_endian(2)
-                                                                  : packed_integer();
-            if (!word) return std::nullopt;
             if (kind == Numpress::short_logarithm) {
-                numbers.push_back(std::exp(*word / scale) - 1);
+                numbers.push_back(std::exp(little_endian(2) / scale) - 1);
                 continue;
             }
-            const bool is_predicted = kind == Numpress::linear && !is_start;
-            const std::uint32_t value = is_predicted ? 2 * last - before + *word : *word;
+            const bool is_start = kind == Numpress::linear && numbers.size() < 2;
+            std::uint32_t value = is_start ? little_endian(4) : packed_integer();
+            if (kind == Numpress::linear && !is_start) value += 2 * last - before;
             before = std::exchange(last, value);
             numbers.push_back(static_cast<std::int32_t>(value) / scale);
         }
@@ -136,33 +132,29 @@ private:
         const std::size_t all = 2 * bytes_.size();
         return half_ >= all || (half_ + 1 == all && (bytes_.back() & 15U) == 0);
     }
-    std::optional<std::uint32_t> half_byte() {
-        if (half_ >= 2 * bytes_.size()) return std::nullopt;
+    std::uint32_t half_byte() {
+        if (half_ >= 2 * bytes_.size()) place_.fail(array_, ": the numeric compression ends early");
         const unsigned char byte = bytes_[half_ / 2];
         return half_++ % 2 == 0 ? byte >> 4U : byte & 15U;
     }
-    std::optional<std::uint32_t> little_endian(std::size_t count) {
+    std::uint32_t little_endian(int count) {
         std::uint32_t value = 0;
-        for (std::size_t i = 0; i < count; ++i, half_ += 2) {
-            if (half_ / 2 >= bytes_.size()) return std::nullopt;
-            value |= static_cast<std::uint32_t>(bytes_[half_ / 2]) << (8 * i);
+        for (int shift = 0; shift < 8 * count; shift += 8) {
+            const std::uint32_t upper = half_byte();
+            value |= (upper << 4U | half_byte()) << shift;
         }
         return value;
     }
-    std::optional<std::uint32_t> packed_integer() {
-        const auto head = half_byte();
-        if (!head) return std::nullopt;
-        const std::uint32_t leading = *head <= 8 ? *head : *head - 8;
-        std::uint32_t value = *head <= 8 ? 0 : ~(~0U >> (4 * leading));
-        for (std::uint32_t shift = 0; shift < 4 * (8 - leading); shift += 4) {
-            const auto half = half_byte();
-            if (!half) return std::nullopt;
-            value |= *half << shift;
-        }
+    std::uint32_t packed_integer() {
+        const std::uint32_t head = half_byte(), leading = head <= 8 ? head : head - 8;
+        std::uint32_t value = head <= 8 ? 0 : ~(~0U >> (4 * leading));
+        for (std::uint32_t shift = 0; shift < 4 * (8 - leading); shift += 4) value |= half_byte() << shift;
         return value;
     }
 
     const Bytes& bytes_;
+    const RecordingPlace& place_;
+    const std::string& array_;
     std::size_t half_ = 0;  // half bytes read
 };
 
@@ -189,11 +181,10 @@ std::vector<double> decode_numbers(std::string_view base64, const BinaryEncoding
     if (is_plain && bytes.size() != size)
         place.fail(array, ": the data have ", bytes.size(), " bytes, not the ", size, " of its length");
     if (is_plain) return plain_numbers(bytes, encoding);
-    auto numbers = NumpressReader(bytes).read(encoding.numpress);
-    if (!numbers) place.fail(array, ": the numeric compression ends early");
-    if (numbers->size() != count)
-        place.fail(array, ": the data have ", numbers->size(), " numbers, not the ", count, " of its length");
-    return *std::move(numbers);
+    std::vector<double> numbers = NumpressReader(bytes, place, array).read(encoding.numpress);
+    if (numbers.size() != count)
+        place.fail(array, ": the data have ", numbers.size(), " numbers, not the ", count, " of its length");
+    return numbers;
 }
 
 std::string gunzipped(std::string_view bytes, const RecordingPlace& place) {

@@ -5,10 +5,10 @@
 #include <limits>
 #include <optional>
 
+#include "instrument/peakfinder/measured_peak_list.h"
 #include "instrument/replay/axis_fit.h"
 #include "instrument/replay/mzml_reader.h"
 #include "korvane/embedded_parts.h"
-#include "korvane/forwarding.h"
 #include "korvane/instrument_contract.h"
 
 namespace korvane {
@@ -107,26 +107,15 @@ double finder_unit(const std::vector<double>& intensity) {
 }
 
 /// The list in the units of the file.
-class ScaledList final : public ForwardingPeakList {
-public:
-    ScaledList(PeakListObject list, double unit) : ForwardingPeakList(std::move(list)), unit_(unit) {}
-
-    PeakInfo GetPeakAttributeInfo(std::int32_t index, bool current_units) const override {
-        PeakInfo record = ForwardingPeakList::GetPeakAttributeInfo(index, current_units);
-        record.pkHeight *= unit_;
-        record.pkArea *= unit_;
-        return record;
+PeakListObject scaled(const PeakList& list, double unit) {
+    std::vector<MeasuredPeak> peaks;
+    for (std::int32_t i = 0; i < list.count(); ++i) {
+        peaks.push_back({list.GetPeakAttributeInfo(i, true), *list.uncertainty(i), *list.quality(i)});
+        auto& [record, errors, quality, signal] = peaks.back();
+        for (double* counts : {&record.pkHeight, &record.pkArea, &errors.height, &errors.area}) *counts *= unit;
     }
-    std::optional<PeakUncertainty> uncertainty(std::int32_t index) const override {
-        auto errors = ForwardingPeakList::uncertainty(index);
-        errors->height *= unit_;
-        errors->area *= unit_;
-        return errors;
-    }
-
-private:
-    double unit_;
-};
+    return std::make_shared<MeasuredPeakList>(std::move(peaks));
+}
 
 PeakListObject peaks_of(const RecordedSpectrum& spectrum, const RecordingPlace& place) {
     std::vector<double> roots(spectrum.mz.size());
@@ -157,8 +146,7 @@ PeakListObject peaks_of(const RecordedSpectrum& spectrum, const RecordingPlace& 
     finder->set_samples(counts);
     auto list = finder->run(start_ns);
     list->convert(SampledMasses(std::move(times_ns), std::move(roots)), convert_to_amu_mode);
-    if (unit != 1) list = std::make_shared<ScaledList>(std::move(list), unit);
-    return list;
+    return unit == 1 ? list : scaled(*list, unit);
 }
 
 }  // namespace
