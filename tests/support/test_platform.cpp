@@ -15,8 +15,10 @@ namespace korvane {
 
 namespace {
 
-void write_entries(std::ostream& out, const std::map<std::string, std::string>& entries) {
-    for (const auto& [name, value] : entries) out << "<" << name << ">" << value << "</" << name << ">\n";
+std::string elements(const std::map<std::string, std::string>& contents) {
+    std::string text;
+    for (const auto& [name, content] : contents) text += "<" + name + ">" + content + "</" + name + ">\n";
+    return text;
 }
 
 }  // namespace
@@ -69,36 +71,22 @@ TestPlatform::TestPlatform() : files(make_system_files()) {
 
 void TestPlatform::preference(const std::string& name, const std::string& value) {
     preferences_[name] = value;
-    write_preferences();
+    write_text(base() / "TunePreferences.xml",
+               "<?xml version=\"1.0\"?>\n" + elements({{"TunePreferences", elements(preferences_)}}));
 }
 
 void TestPlatform::limit(const std::string& group, const std::string& key, const std::string& value) {
     limits_[group][key] = value;
-    write_parameters();
+    raw_parameters("");
 }
 
 void TestPlatform::raw_parameters(const std::string& xml) {
     raw_parameters_ += xml;
-    write_parameters();
-}
-
-void TestPlatform::write_preferences() const {
-    std::ostringstream out;
-    out << "<?xml version=\"1.0\"?>\n<TunePreferences>\n";
-    write_entries(out, preferences_);
-    write_text(base() / "TunePreferences.xml", out.str() + "</TunePreferences>\n");
-}
-
-void TestPlatform::write_parameters() const {
-    std::ostringstream out;
-    out << "<?xml version=\"1.0\"?>\n<QTOFTuneParams>\n<TOF>\n<AutotuneParameters>\n";
-    for (const auto& [group, entries] : limits_) {
-        out << "<" << group << ">\n";
-        write_entries(out, entries);
-        out << "</" << group << ">\n";
-    }
-    out << "</AutotuneParameters>\n</TOF>\n" << raw_parameters_ << "</QTOFTuneParams>\n";
-    write_text(base() / "TuneParams.xml", out.str());
+    std::string groups;
+    for (const auto& [name, limits] : limits_) groups += elements({{name, elements(limits)}});
+    groups = elements({{"TOF", elements({{"AutotuneParameters", groups}})}});
+    write_text(base() / "TuneParams.xml",
+               "<?xml version=\"1.0\"?>\n" + elements({{"QTOFTuneParams", groups + raw_parameters_}}));
 }
 
 Platform TestPlatform::platform() const {

@@ -62,9 +62,6 @@ public:
     std::shared_ptr<Files> files;
 
 private:
-    void write_preferences() const;
-    void write_parameters() const;
-
     std::map<std::string, std::string> preferences_;
     std::map<std::string, std::map<std::string, std::string>> limits_;
     std::string raw_parameters_;

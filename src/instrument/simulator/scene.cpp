@@ -362,9 +362,7 @@ InstrumentState parse_state(std::string_view text, const std::string& file_name)
 
 std::string state_text(const InstrumentState& state) {
     StateFileContent content{state};
-    Json object = Json::object();
-    object.merge_patch(json::written(content));  // which leaves out what is null
-    return object.dump(2) + "\n";
+    return json::written(content).dump(2) + "\n";
 }
 
 }  // namespace korvane::simulation

@@ -188,7 +188,7 @@ inline constexpr std::size_t most_state_bytes = std::size_t{1} << 16;
 
 /// As `parse_scene`, of a state.
 InstrumentState parse_state(std::string_view text, const std::string& file_name);
-/// The text that `parse_state` reads back exactly.
+/// The text that `parse_state` reads back exactly, of a state without absent parts.
 std::string state_text(const InstrumentState& state);
 
 }  // namespace korvane::simulation

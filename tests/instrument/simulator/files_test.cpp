@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <regex>
 
 #include "instrument/simulator/scene.h"
@@ -54,8 +53,8 @@ std::string refusal(const std::string& text, const std::string& item) {
 // the document of a scene tells with the default.
 TEST(Files, AValueOfAnotherTypeOrBeyondTheDocumentedLimitsIsRefusedNamingItsItem) {
     const std::string document = read_text(root / "docs/simulator.md");
-    InstrumentState state{{{"Lens1", 3}}, {}, std::array<double, slicer_position_count>{}};
-    state.calibrations = {embedded::CalibrationContent{{.A = 1, .B = 2}, {}}, {}};
+    const embedded::CalibrationContent law{{.A = 1, .B = 2}, {}};
+    const InstrumentState state{{{"Lens1", 3}}, {law, law}, std::array<double, slicer_position_count>{}};
     int tried = 0, limited = 0;
     for (const std::string& text : {read_text(root / "data/scenes/default.json"), state_text(state)}) {
         const auto whole = nlohmann::json::parse(text);
@@ -99,15 +98,12 @@ TEST(Files, ValuesBeyondTheRulesAreRefusedNamingItemAndReason) {
     for (const auto& [text, item, reason] : std::initializer_list<std::array<std::string, 3>>{
              {"{", "document", "not JSON"},
              {R"({"sceen": {}})", "sceen", "unknown key"},
-             {R"({"detector": {"noise_counts": -1}})", "detector.noise_counts", "value[-1] is outside [0, 100]"},
              {R"({"detector": {"statistics": "Count"}})", "detector.statistics", "value[Count] is none of counting, p"},
              {R"({"detector": {"counts_per_ion": [1, 2]}})", "detector.counts_per_ion", "must have 3 elements"},
              {R"({"detector": {"dead_masses": [1, 0]}})", "detector.dead_masses[1]", "value[0] is outside"},
-             {R"({"instrument": {"spectrum_duration_ns": 1e18}})", "instrument.spectrum_duration_ns", "value[1E+18]"},
              {R"({"instrument": {"spectrum_period_ms": 1.5}})", "instrument.spectrum_period_ms", "must be a whole"},
              {R"({"flight": {"law": {"coefficients": [0, 20]}}})", "flight.law.coefficients[0]", "must be above 0"},
              {R"({"flight": {"law": {"coefficients": [1]}}})", "flight.law.coefficients", "must have at least A"},
-             {R"({"flight": {"use_flags": [2]}})", "flight.use_flags[0]", "value[2] is outside [0, 1]"},
              {R"({"sample": {"ions": [{"ions": 5}]}})", "sample.ions[0]", "must have either a formula or an m/z"},
              {R"({"sample": {"ions": [{"mz": 5, "formula": "H", "ions": 5}]}})", "sample.ions[0]", "must have eit"},
              {R"({"sample": {"ions": [{"formula": "H"}]}})", "sample.ions[0]", "lacks key[ions]"},
@@ -139,25 +135,6 @@ TEST(Files, ValuesBeyondTheRulesAreRefusedNamingItemAndReason) {
         EXPECT_TRUE(raised([&] {
                         SimulatorBench(text).acquire();
                     }).starts_with("-904|Simulator|scene file[/base/scene.json]: "));
-}
-
-TEST(State, TextReadsBackExactlyAndNoPartOfItIsAState) {
-    std::mt19937_64 random(3);
-    std::uniform_real_distribution<double> share(0, 1);
-    for (int run = 0; run < 100; ++run) {
-        InstrumentState state;
-        state.setpoints = {{"Lens1", 100 * share(random)}, {"QuadAMU", 10 + share(random) * 3990}, {"Polarity", 1}};
-        for (const std::size_t polarity : {0, 1})
-            if (share(random) < 0.7)
-                state.calibrations[polarity] = {
-                    {share(random), -share(random), 1e-300 * share(random), 0, -1e18 * share(random)},
-                    {-3, 2147483647, 0}};
-        if (share(random) < 0.5) state.slicer_hours.emplace().fill(1e4 * share(random));
-        const std::string text = state_text(state);
-        EXPECT_EQ(parse_state(text, "s"), state);
-        const std::string part = text.substr(0, static_cast<std::size_t>(share(random) * (text.size() - 2)));
-        EXPECT_TRUE(raised([&] { parse_state(part, "s"); }).starts_with("-904|")) << part;
-    }
 }
 
 }  // namespace
