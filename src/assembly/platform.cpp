@@ -215,8 +215,8 @@ Platform make_embedded_platform(const EmbeddedOptions& options, Platform system)
     system.instrument = std::make_shared<LazyLayer>([options, files = system.files, clock = system.clock] {
         const fs::path folder = usable_base_folder(options.base_folder);
         if (options.replay)
-            return make_replay({.recording = *options.replay, .base_folder = folder, .options = options.recording},
-                               files, clock);
+            return make_replay(utf8_from_path(*options.replay), utf8_from_path(folder), options.recording, files,
+                               clock);
         return make_simulator({.base_folder = utf8_from_path(folder),
                                .seed = options.seed,
                                .scene_path = scene_file(options, folder),

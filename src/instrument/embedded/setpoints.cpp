@@ -127,8 +127,8 @@ bool Setpoints::command(std::int32_t index, const SetpointValue& value, bool at_
                         number_text(definition.upper_limit) + "]");
     const bool changed = number != target.commanded;
     target.commanded = number;
-    if (changed && !target.never_arrives) target.remaining_spectra = target.delay_spectra;
-    if (at_once || (changed && !target.never_arrives && target.delay_spectra == 0)) arrive(target);
+    if (changed) target.remaining_spectra = target.delay_spectra.value_or(0);
+    if (at_once || (changed && target.delay_spectra == 0)) arrive(target);
     return changed;
 }
 
@@ -143,8 +143,7 @@ void Setpoints::preset(const std::map<std::string, double>& values_by_name) {
 }
 
 void Setpoints::delay(std::int32_t index, std::optional<std::int64_t> spectra) {
-    entry(index).never_arrives = !spectra.has_value();
-    entry(index).delay_spectra = spectra.value_or(0);
+    entry(index).delay_spectra = spectra;
 }
 
 void Setpoints::spectrum_begins() {

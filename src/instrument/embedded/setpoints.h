@@ -72,9 +72,8 @@ private:
     struct Entry {
         const SetpointDefinition* definition = nullptr;
         double commanded = 0, actual = 0;
-        bool never_arrives = false;
-        std::int64_t delay_spectra = 0;      // of every change
-        std::int64_t remaining_spectra = 0;  // until the present command arrives
+        std::optional<std::int64_t> delay_spectra = 0;  // of every change; nothing: it never arrives
+        std::int64_t remaining_spectra = 0;             // until the present command arrives
     };
 
     const Entry& entry(std::int32_t index) const;

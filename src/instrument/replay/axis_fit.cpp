@@ -230,11 +230,10 @@ FittedLaw fit_law(const Points& points, const Powers& powers) {
         terms += changes.tail(term_count);
     }
     CalibrationCoefficients c{.A = a / scale_ns, .B = b * scale_ns};
-    const std::array<double*, most_terms> slots{&c.C, &c.D, &c.E, &c.F, &c.G, &c.H};
     std::vector<std::int32_t> flags(further_powers.back() + 1);
     for (std::size_t k = 0; k < powers.size(); ++k) {
         flags[static_cast<std::size_t>(powers[k])] = 1;
-        *slots[k] = terms[static_cast<Eigen::Index>(k)] / std::pow(scale_ns, powers[k]);
+        c.*calibration_coefficients[2 + k].second = terms[static_cast<Eigen::Index>(k)] / std::pow(scale_ns, powers[k]);
     }
     return {make_square_law_calibration(c, VariantArray<std::int32_t>(std::move(flags))),
             residuals.norm() / std::sqrt(static_cast<double>(x.size())) * scale_ns};

@@ -17,9 +17,9 @@ namespace {
 /// What the spectra of one file share.
 struct Source {
     RecordingPlace place;  // the file as a whole
-    ParameterGroups groups;
-    RecordingOptions options;
-    Recording recording;
+    const RecordingOptions& options;
+    ParameterGroups groups = {};
+    Recording recording = {};
     std::int64_t samples = 0;  // of the spectra read so far
 };
 
@@ -135,15 +135,15 @@ private:
         if (!coefficients) return std::nullopt;
         if (!flags) place_.fail(user_parameter::use_flags, ": missing beside the coefficients");
         StatedCalibration stated;
-        auto& c = stated.coefficients;
         std::istringstream words(*coefficients);
         std::string word;
-        for (double* slot : {&c.A, &c.B, &c.C, &c.D, &c.E, &c.F, &c.G, &c.H}) {
+        for (const auto& [name, member] : calibration_coefficients) {
             if (!(words >> word)) place_.fail("[", *coefficients, "] are not eight calibration coefficients");
-            *slot = parse_number(word, user_parameter::coefficients, place_);
+            stated.coefficients.*member = parse_number(word, user_parameter::coefficients, place_);
         }
         if (words >> word) place_.fail("[", *coefficients, "] are more than eight calibration coefficients");
-        if (!(c.A > 0)) place_.fail("calibration coefficient A [", c.A, "] is not above 0");
+        if (const double a = stated.coefficients.A; !(a > 0))
+            place_.fail("calibration coefficient A [", a, "] is not above 0");
         constexpr std::size_t most_flags = 32;
         for (std::istringstream flag_words(*flags); flag_words >> word;) {
             if (word != "0" && word != "1") place_.fail("calibration term use flag [", word, "] is neither 0 nor 1");
@@ -154,44 +154,40 @@ private:
     }
 
     BinaryEncoding encoding(const Parameters& array, const Term& kind) const {
-        struct Packing {
-            Term term;
-            bool is_zlib;
-            Numpress numpress;
-        };
-        static constexpr Packing packings[] = {{term::no_compression, false, Numpress::none},
-                                               {term::zlib_compression, true, Numpress::none},
-                                               {term::truncation_zlib, true, Numpress::none},
-                                               {term::numpress_linear, false, Numpress::linear},
-                                               {term::numpress_integer, false, Numpress::positive_integer},
-                                               {term::numpress_logarithm, false, Numpress::short_logarithm},
-                                               {term::numpress_linear_zlib, true, Numpress::linear},
-                                               {term::numpress_integer_zlib, true, Numpress::positive_integer},
-                                               {term::numpress_logarithm_zlib, true, Numpress::short_logarithm}};
-        const std::string name = kind.name;
+        using enum Numpress;
+        static constexpr std::tuple<Term, bool, Numpress> packings[] = {
+            {term::no_compression, false, none},
+            {term::zlib_compression, true, none},
+            {term::truncation_zlib, true, none},
+            {term::numpress_linear, false, linear},
+            {term::numpress_integer, false, positive_integer},
+            {term::numpress_logarithm, false, short_logarithm},
+            {term::numpress_linear_zlib, true, linear},
+            {term::numpress_integer_zlib, true, positive_integer},
+            {term::numpress_logarithm_zlib, true, short_logarithm}};
+        static constexpr std::tuple<Term, bool, bool> number_types[] = {{term::float_32, false, false},
+                                                                        {term::float_64, true, false},
+                                                                        {term::int_32, false, true},
+                                                                        {term::int_64, true, true}};
         BinaryEncoding found{.is_64_bit = true, .is_zlib = false};
-        int stated = 0;
-        for (const Packing& packing : packings)
-            if (array.has(packing.term)) {
-                // Numeric compression and zlib may also stand as two terms.
-                found.is_zlib |= packing.is_zlib;
-                if (packing.numpress != Numpress::none) found.numpress = packing.numpress;
-                stated += !packing.is_zlib || packing.numpress != Numpress::none || stated == 0;
-            }
-        if (stated > 1) place_.fail(name, ": several compressions are stated");
-        int types = 0;
-        for (const auto& [type, is_64_bit, is_integer] : {std::tuple{term::float_32, false, false},
-                                                          {term::float_64, true, false},
-                                                          {term::int_32, false, true},
-                                                          {term::int_64, true, true}})
-            if (array.has(type)) {
-                ++types;
-                found.is_64_bit = is_64_bit;
-                found.is_integer = is_integer;
-            }
-        if (types > 1 || (types == 0 && found.numpress == Numpress::none))
-            place_.fail(name, ": none or several of 32- and 64-bit float and integer are stated");
-        if (stated == 0) require_known_terms(array, kind);
+        int compressions = 0, types = 0;
+        for (const auto& [term, is_zlib, numpress] : packings) {
+            if (!array.has(term)) continue;
+            // Numeric compression and zlib may also stand as two terms.
+            found.is_zlib |= is_zlib;
+            if (numpress != none) found.numpress = numpress;
+            compressions += !is_zlib || numpress != none || compressions == 0;
+        }
+        for (const auto& [term, is_64_bit, is_integer] : number_types) {
+            if (!array.has(term)) continue;
+            found.is_64_bit = is_64_bit;
+            found.is_integer = is_integer;
+            ++types;
+        }
+        if (compressions > 1) place_.fail(kind.name, ": several compressions are stated");
+        if (types > 1 || (types == 0 && found.numpress == none))
+            place_.fail(kind.name, ": none or several of 32- and 64-bit float and integer are stated");
+        if (compressions == 0) require_known_terms(array, kind);
         return found;
     }
 
@@ -308,7 +304,7 @@ Recording read_recording(Files& files, const std::string& file, const RecordingO
 }
 
 Recording parse_recording(std::string bytes, const std::string& file, const RecordingOptions& options) {
-    Source source{.place = {file, {}}, .groups = {}, .options = options, .recording = {}};
+    Source source{{file, {}}, options};
     pugi::xml_document document;
     const auto parsed = document.load_buffer_inplace(bytes.data(), bytes.size());
     if (!parsed) source.place.fail("this is not XML: ", parsed.description(), " at byte ", parsed.offset);

@@ -11,17 +11,14 @@
 
 #include "instrument/replay/axis_fit.h"
 #include "instrument/replay/recording.h"
-#include "korvane/variant_array.h"
+#include "korvane/instrument.h"
 
 namespace korvane::replay {
 
 struct PlayedSpectrum {
     PolaritySetpoint polarity = PolaritySetpoint::Positive;
-    double scan_start_minutes = 0;
-    double start_time_ns = 0;  ///< flight time of the first sample
+    AcquiredSpectrum acquired;  ///< with every sample; counts are 0 where one was left out
     double sampling_interval_ns = 0;
-    VariantArray<double> mass_data;  ///< amu of every sample, left-out ones included
-    VariantArray<double> y_data;     ///< counts; 0 where a sample was left out
     std::shared_ptr<const MassTimeCalibration> calibration;
     PeakFinderOptions peak_finder;
 };
@@ -41,35 +38,28 @@ public:
     /// Fails as `fit_axis` does, and for spectra that have too many samples with those put back.
     PlayedSpectrum play(const RecordedSpectrum& spectrum) {
         const RecordingPlace place{file_, spectrum.id};
-        if (!same_axis(spectrum)) set_axis(spectrum, place);
-        last_.mz = spectrum.mz;
-        last_.sampling_interval_ns = spectrum.sampling_interval_ns;
-        last_.first_flight_time_ns = spectrum.first_flight_time_ns;
-        last_.calibration = spectrum.calibration;
+        if (!axis_.calibration || last_ != spectrum) {
+            set_axis(spectrum, place);
+            last_ = spectrum;
+        }
         total_samples_ += sample_count();
         if (total_samples_ > largest_recording_samples)
             place.fail("with the samples that were left out the spectra have more than ", largest_recording_samples,
                        " samples");
         PlayedSpectrum played;
         played.polarity = spectrum.polarity;
-        played.scan_start_minutes = spectrum.scan_start_minutes;
-        played.start_time_ns = time_at(axis_.positions.steps.front());
+        played.acquired.retention_time = spectrum.scan_start_minutes;
+        played.acquired.start_time_ns = time_at(axis_.positions.steps.front());
+        played.acquired.mass_data = mass_data_;
+        played.acquired.y_data = spread(spectrum.intensity);
         played.sampling_interval_ns = axis_.scale.interval_ns;
         played.calibration = axis_.calibration;
-        played.mass_data = mass_data_;
-        played.y_data = spread(spectrum.intensity);
         played.peak_finder = spectrum.peak_finder;
         return played;
     }
 
 private:
-    bool same_axis(const RecordedSpectrum& spectrum) const {
-        return axis_.calibration && last_.mz == spectrum.mz && last_.calibration == spectrum.calibration &&
-               last_.first_flight_time_ns == spectrum.first_flight_time_ns &&
-               last_.sampling_interval_ns == spectrum.sampling_interval_ns;
-    }
-
-    void set_axis(const RecordedSpectrum& spectrum, const RecordingPlace& place) {
+    void set_axis(const RecordedAxis& spectrum, const RecordingPlace& place) {
         if (!use_stated(spectrum) && !use_last(spectrum)) {
             axis_ = fit_axis(spectrum.mz, {spectrum.first_flight_time_ns, spectrum.sampling_interval_ns}, place);
             if (!spectrum.sampling_interval_ns)
@@ -86,7 +76,7 @@ private:
         mass_data_ = full_masses(spectrum.mz);
     }
 
-    bool use_stated(const RecordedSpectrum& spectrum) {
+    bool use_stated(const RecordedAxis& spectrum) {
         if (!spectrum.calibration || !spectrum.first_flight_time_ns) return false;
         const CalibrationObject stated =
             make_square_law_calibration(spectrum.calibration->coefficients, spectrum.calibration->use_flags);
@@ -96,7 +86,7 @@ private:
                      {*spectrum.first_flight_time_ns, *spectrum.sampling_interval_ns});
     }
 
-    bool use_last(const RecordedSpectrum& spectrum) {
+    bool use_last(const RecordedAxis& spectrum) {
         if (!axis_.calibration || spectrum.first_flight_time_ns) return false;
         if (spectrum.sampling_interval_ns.value_or(axis_.scale.interval_ns) != axis_.scale.interval_ns) return false;
         return adopt(spectrum.mz, axis_.calibration, axis_.scale);
@@ -114,30 +104,29 @@ private:
     double time_at(std::int64_t step) const {
         return axis_.scale.origin_ns + static_cast<double>(step) * axis_.scale.interval_ns;
     }
-    std::size_t place_of(std::size_t sample) const {
-        return static_cast<std::size_t>(axis_.positions.steps[sample] - axis_.positions.steps.front());
-    }
     VariantArray<double> full_masses(const std::vector<double>& mz) const {
         std::vector<double> masses;
         masses.reserve(static_cast<std::size_t>(sample_count()));
         for (std::size_t i = 0; i < mz.size(); ++i) {
-            while (masses.size() < place_of(i))
-                masses.push_back(axis_.calibration->mass_from_time(
-                    time_at(axis_.positions.steps.front() + static_cast<std::int64_t>(masses.size()))));
+            for (std::int64_t step = axis_.positions.steps[i == 0 ? 0 : i - 1] + 1; step < axis_.positions.steps[i];
+                 ++step)
+                masses.push_back(axis_.calibration->mass_from_time(time_at(step)));
             masses.push_back(mz[i]);
         }
         return masses;
     }
 
     VariantArray<double> spread(const std::vector<double>& intensity) const {
+        const auto& steps = axis_.positions.steps;
         std::vector<double> counts(static_cast<std::size_t>(sample_count()));
-        for (std::size_t i = 0; i < intensity.size(); ++i) counts[place_of(i)] = intensity[i];
+        for (std::size_t i = 0; i < intensity.size(); ++i)
+            counts[static_cast<std::size_t>(steps[i] - steps.front())] = intensity[i];
         return counts;
     }
 
     std::string file_;
     Notes& notes_;
-    RecordedSpectrum last_;  // without its abundances
+    RecordedAxis last_;
     AxisFit axis_;
     VariantArray<double> mass_data_;
     std::int64_t total_samples_ = 0;

@@ -159,8 +159,7 @@ void search_profiles(Files& files, const std::string& file, const RecordingOptio
         first != std::string::npos && (bytes[first] == '<' || bytes[first] == '\xFE' || bytes[first] == '\xFF');
     const Recording recording =
         is_xml ? replay::parse_recording(std::move(bytes), file, options) : parse_text_spectrum(bytes, file);
-    if (options.tell)
-        for (const std::string& line : recording.notes.lines()) options.tell("recording [" + file + "]: " + line);
+    recording.tell(options);
     std::size_t number = 0;
     for (const RecordedSpectrum& spectrum : recording.spectra)
         searched({spectrum.id, spectrum.ms_level, spectrum.polarity, spectrum.scan_start_minutes,

@@ -38,18 +38,23 @@ struct StatedCalibration {
     friend bool operator==(const StatedCalibration&, const StatedCalibration&) = default;
 };
 
-struct RecordedSpectrum {
-    std::string id;
-    std::int32_t ms_level = 1;
-    PolaritySetpoint polarity = PolaritySetpoint::Positive;
-    double scan_start_minutes = 0;
-    std::vector<double> mz;         ///< ascending; samples of zero counts may be left out
-    std::vector<double> intensity;  ///< counts, one per m/z
+/// What a spectrum states of its axis.
+struct RecordedAxis {
+    std::vector<double> mz;  ///< ascending; samples of zero counts may be left out
     std::optional<double> sampling_interval_ns;
     // What only recordings of our own state.
     std::optional<double> first_flight_time_ns;
     std::optional<StatedCalibration> calibration;
-    PeakFinderOptions peak_finder;  ///< what the instrument told its peak finder
+    friend bool operator==(const RecordedAxis&, const RecordedAxis&) = default;
+};
+
+struct RecordedSpectrum : RecordedAxis {
+    std::string id;
+    std::int32_t ms_level = 1;
+    PolaritySetpoint polarity = PolaritySetpoint::Positive;
+    double scan_start_minutes = 0;
+    std::vector<double> intensity;  ///< counts, one per m/z
+    PeakFinderOptions peak_finder;  ///< what the instrument told its peak finder; only in recordings of our own
 };
 
 /// What had to be found out or assumed, a line each, with the number of spectra that it holds for.
@@ -75,6 +80,12 @@ private:
 
 /// What a recording states beside its spectra.
 struct RecordingHead {
+    /// Hands the notes to whoever wants them.
+    void tell(const RecordingOptions& options) const {
+        if (options.tell)
+            for (const std::string& line : notes.lines()) options.tell("recording [" + file + "]: " + line);
+    }
+
     std::string file;
     Notes notes;
     std::int32_t source_code = 0;             ///< as setpoint 117 has it

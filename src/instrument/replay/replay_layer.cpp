@@ -49,12 +49,7 @@ private:
         shown_ = static_cast<std::size_t>(number);
         const PlayedSpectrum& played = playback_.spectra[shown_];
         lend(played);
-        if (spectrum) {
-            spectrum->retention_time = played.scan_start_minutes;
-            spectrum->mass_data = played.mass_data;
-            spectrum->y_data = played.y_data;
-            spectrum->start_time_ns = played.start_time_ns;
-        }
+        if (spectrum) *spectrum = played.acquired;
         return static_cast<std::int32_t>(played.polarity);
     }
 
@@ -71,7 +66,7 @@ private:
         const PlayedSpectrum& first = playback_.spectra.front();
         double largest_mass = 0;
         for (const PlayedSpectrum& spectrum : playback_.spectra)
-            largest_mass = std::max(largest_mass, spectrum.mass_data.elements().back());
+            largest_mass = std::max(largest_mass, spectrum.acquired.mass_data.elements().back());
         const std::int32_t range = largest_mass <= 1700 ? 0 : largest_mass <= 3200 ? 1 : 2;
         setpoints_.preset(contract::setpoint.sampling_rate, sampling_rate_code(first.sampling_interval_ns));
         setpoints_.preset(contract::setpoint.source_type, playback_.source_code);
@@ -96,7 +91,7 @@ private:
     std::int32_t wait_milliseconds(std::size_t number) const {
         constexpr double longest_seconds = 1;
         constexpr double usual_seconds = 0.1;  // for the first spectrum after the last, whose distance nobody knows
-        const auto minutes = [this](std::size_t i) { return playback_.spectra[i].scan_start_minutes; };
+        const auto minutes = [this](std::size_t i) { return playback_.spectra[i].acquired.retention_time; };
         const double distance = number == 0 ? usual_seconds : 60 * (minutes(number) - minutes(number - 1));
         return static_cast<std::int32_t>(std::lround(std::clamp(distance, 0.0, longest_seconds) * 1000));
     }
@@ -121,17 +116,14 @@ private:
 
 }  // namespace replay
 
-std::shared_ptr<InstrumentLayer> make_replay(const ReplayOptions& options, std::shared_ptr<Files> files,
+std::shared_ptr<InstrumentLayer> make_replay(const std::string& recording, const std::string& base_folder,
+                                             const RecordingOptions& options, std::shared_ptr<Files> files,
                                              std::shared_ptr<Clock> clock) {
-    const std::string recording = utf8_from_path(options.recording);
-    const auto make = [recording, wishes = options.options, files, clock] {
-        const replay::Playback playback = replay::prepare_playback(replay::read_recording(*files, recording, wishes));
-        if (wishes.tell)
-            for (const std::string& line : playback.notes.lines())
-                wishes.tell("recording [" + recording + "]: " + line);
+    return embedded::make_layer("Recording", base_folder, files, clock, [recording, options, files, clock] {
+        const replay::Playback playback = replay::prepare_playback(replay::read_recording(*files, recording, options));
+        playback.tell(options);
         return std::make_shared<replay::ReplayInstrument>(playback, clock);
-    };
-    return embedded::make_layer("Recording", utf8_from_path(options.base_folder), files, clock, make);
+    });
 }
 
 }  // namespace korvane

@@ -44,12 +44,9 @@ bool place(ExpectedPeak& peak, const PeakShape& shape, std::size_t sample_count,
 }  // namespace
 
 PeakWidth peak_width(double flight_time_ns, double resolution_limit, double detector_width_ns) {
-    PeakWidth width;
-    width.arrival_sigma_ns = flight_time_ns / (2.0 * resolution_limit) / fwhm_per_sigma;
-    width.detector_sigma_ns = detector_width_ns / fwhm_per_sigma;
-    width.total_sigma_ns =
-        std::sqrt(width.arrival_sigma_ns * width.arrival_sigma_ns + width.detector_sigma_ns * width.detector_sigma_ns);
-    return width;
+    const double arrival_ns = flight_time_ns / (2.0 * resolution_limit) / fwhm_per_sigma;
+    const double detector_ns = detector_width_ns / fwhm_per_sigma;
+    return {arrival_ns, std::sqrt(arrival_ns * arrival_ns + detector_ns * detector_ns)};
 }
 
 // The delayed part g, a Gaussian convolved with exp(-x / length) / length, solves length g' = N - g; one step of the

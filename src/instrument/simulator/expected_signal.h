@@ -12,8 +12,7 @@ namespace korvane::simulation {
 
 /// Standard deviations of the undelayed peak, ns.
 struct PeakWidth {
-    double arrival_sigma_ns = 0;   ///< spread of the arrival times
-    double detector_sigma_ns = 0;  ///< width of the pulse that one ion makes
+    double arrival_sigma_ns = 0;  ///< spread of the arrival times
     double total_sigma_ns = 0;
 };
 

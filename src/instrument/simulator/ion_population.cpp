@@ -186,7 +186,6 @@ Composition parse_formula(std::string_view formula) {
 }
 
 std::vector<IsotopePeak> isotope_pattern(const Composition& composition, int charge, double least_fraction) {
-    if (charge == 0) raise_runtime_fault(error_number::invalid_call, "charge[0]");
     double lightest_mass = -charge * electron_mass;
     Pattern pattern{{1, 0}};
     for (const auto& [symbol, atoms] : composition) {

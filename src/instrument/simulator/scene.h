@@ -176,12 +176,10 @@ struct InstrumentState {
     struct Calibrations {
         std::optional<embedded::CalibrationContent> positive, negative;
         auto& operator[](std::size_t polarity) { return polarity == 0 ? positive : negative; }
-        friend bool operator==(const Calibrations&, const Calibrations&) = default;
     };
     std::map<std::string, double> setpoints;  ///< commanded values by internal name
     Calibrations calibrations;
     std::optional<std::array<double, slicer_position_count>> slicer_hours;
-    friend bool operator==(const InstrumentState&, const InstrumentState&) = default;
 };
 
 inline constexpr std::size_t most_state_bytes = std::size_t{1} << 16;

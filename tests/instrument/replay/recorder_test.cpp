@@ -25,7 +25,7 @@ const std::string scene = R"({"instrument": {"spectrum_start_ns": 40000, "spectr
 
 struct Recorder : testing::Test {
     std::shared_ptr<InstrumentLayer> replay(const char* path = file) {
-        return make_replay({path, "/base"}, bench.disk, bench.clock);
+        return make_replay(path, "/base", {}, bench.disk, bench.clock);
     }
     void record(std::shared_ptr<InstrumentLayer> layer, const std::string& path, int count) {
         Platform platform;

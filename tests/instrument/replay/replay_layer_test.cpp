@@ -16,9 +16,8 @@ namespace {
 struct Replay : testing::Test {
     void play(const std::vector<SpectrumText>& spectra, const std::string& before_run = {}) {
         disk->put("/base/recording.mzML", recording_text(spectra, before_run));
-        layer = make_replay(
-            {"/base/recording.mzML", "/base", {{}, {}, [&](const std::string& line) { told.push_back(line); }}}, disk,
-            clock);
+        layer = make_replay("/base/recording.mzML", "/base",
+                            {{}, {}, [&](const std::string& line) { told.push_back(line); }}, disk, clock);
         globals = layer->create_globals();
         globals->initialise();
     }
@@ -141,7 +140,7 @@ TEST_F(Replay, StartsWithTheInstrumentOfTheRecording) {
 TEST_F(Replay, NamesTheRecordingThatItCannotPlayWhenItIsFirstNeeded) {
     const auto refusal = [&](const std::string& text) {
         disk->put("/base/recording.mzML", text);
-        layer = make_replay({"/base/recording.mzML", "/base"}, disk, clock);
+        layer = make_replay("/base/recording.mzML", "/base", {}, disk, clock);
         EXPECT_EQ(layer->create_path_information()->base_folder(), "/base");
         return raised([&] { layer->create_globals(); });
     };
