@@ -53,6 +53,24 @@ void require(HRESULT code, const char* operation) {
     throw Error(code, "Korvane", std::string(operation) + " failed");
 }
 
+std::wstring module_path() {
+    HMODULE module = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<LPCWSTR>(&module_path), &module);
+    std::wstring path(32768, L'\0');
+    path.resize(GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size())));
+    return path;
+}
+
+ITypeLib& type_library() {
+    static ITypeLib* const library = [] {
+        ITypeLib* loaded = nullptr;
+        require(LoadTypeLibEx(module_path().c_str(), REGKIND_NONE, &loaded), "Loading the type library");
+        return loaded;
+    }();
+    return *library;
+}
+
 HRESULT code_of_number(std::int32_t number) {
     if (number < 0) return number;
     if (number == 0 || number > largest_small_number) return control_facility | error_number::invalid_call;

@@ -79,27 +79,16 @@ BSTR new_bstr(std::string_view utf8);
 /// Null is the empty text.
 std::string text_of(BSTR text);
 
-/// A system string that is freed at its end.
-class Bstr {
-public:
-    explicit Bstr(std::string_view utf8) : text_(new_bstr(utf8)) {}
-    Bstr() = default;
-    ~Bstr() { SysFreeString(text_); }
-    Bstr(const Bstr&) = delete;
-    Bstr& operator=(const Bstr&) = delete;
-
-    BSTR get() const noexcept { return text_; }
-    BSTR* put() noexcept { return &text_; }
-
-private:
-    BSTR text_ = nullptr;
-};
-
 /// "6e684b45-8112-40cc-a61a-aec826883ccd", without braces.
 GUID guid_of(std::string_view text);
 
 /// Error with the code as number and the system's text, where the code is a failure.
 void require(HRESULT code, const char* operation);
+
+/// Where this module was loaded from.
+std::wstring module_path();
+/// The type library inside this module. Error -2147319779 where it cannot be loaded.
+ITypeLib& type_library();
 
 // Errors on their way out of and into the Windows interfaces.
 

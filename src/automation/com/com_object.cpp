@@ -5,34 +5,62 @@
 #include <new>
 
 #include "automation/com/dispatch_object.h"
-#include "automation/com/record_info.h"
 #include "automation/com/variant_conversion.h"
 
 namespace korvane::automation {
 
-std::atomic<LONG> ModuleUse::count_{0};
-
 namespace {
 
-/// Different in every module and process: nobody else can mean these objects.
-const GUID& private_id() {
-    static const GUID id = [] {
-        GUID made{};
-        CoCreateGuid(&made);
-        return made;
-    }();
-    return id;
-}
+class ClassFactory final : public IClassFactory {
+public:
+    ClassFactory(std::function<IDispatch*()> make, const GUID& interface_id)
+        : make_(std::move(make)), interface_id_(interface_id) {
+        ++module_uses;
+    }
+    virtual ~ClassFactory() { --module_uses; }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID wanted, void** result) override {
+        if (!result) return E_POINTER;
+        const bool known = IsEqualGUID(wanted, IID_IUnknown) || IsEqualGUID(wanted, IID_IClassFactory);
+        *result = known ? this : nullptr;
+        if (!known) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+    ULONG STDMETHODCALLTYPE Release() override {
+        const ULONG left = --references_;
+        if (left == 0) delete this;
+        return left;
+    }
+
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID wanted, void** result) override {
+        if (!result) return E_POINTER;
+        *result = nullptr;
+        if (outer) return CLASS_E_NOAGGREGATION;
+        try {
+            return ComPointer<IDispatch>::owned(make_())->QueryInterface(wanted, result);
+        } catch (...) {
+            return leave_error_object(error_in_flight(), interface_id_);
+        }
+    }
+
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
+        lock ? ++module_uses : --module_uses;
+        return S_OK;
+    }
+
+private:
+    const std::function<IDispatch*()> make_;
+    const GUID interface_id_;
+    std::atomic<ULONG> references_{0};
+};
 
 }  // namespace
 
 HRESULT STDMETHODCALLTYPE query_interface(ComObject* self, REFIID wanted, void** result) {
     if (!result) return E_POINTER;
     *result = nullptr;
-    if (IsEqualGUID(wanted, private_id())) {
-        *result = self;  // uncounted; see native_object_of
-        return S_OK;
-    }
     const bool dual = !IsEqualGUID(self->interface_id, GUID_NULL) && IsEqualGUID(wanted, self->interface_id);
     if (dual || IsEqualGUID(wanted, IID_IUnknown) || IsEqualGUID(wanted, IID_IDispatch)) {
         *result = self;
@@ -53,7 +81,7 @@ ULONG STDMETHODCALLTYPE release_reference(ComObject* self) {
     const ULONG left = --self->references;
     if (left == 0) {
         delete self;
-        ModuleUse::release();
+        --module_uses;
     }
     return left;
 }
@@ -92,19 +120,20 @@ IDispatch* make_com_object(std::shared_ptr<NativeObject> object) {
     const ClassDescription& description = object->description();
     const GUID interface_id = description.interface_id.empty() ? GUID_NULL : guid_of(description.interface_id);
     auto* const made = new ComObject{vtable_of(description), std::move(object), interface_id};
-    ModuleUse::add();
+    ++module_uses;
     return reinterpret_cast<IDispatch*>(made);
 }
 
-std::shared_ptr<NativeObject> native_object_of(IUnknown& unknown) {
-    ComObject* behind = nullptr;
-    if (FAILED(unknown.QueryInterface(private_id(), reinterpret_cast<void**>(&behind))) || !behind) return nullptr;
-    return behind->object;
+HRESULT make_factory(std::function<IDispatch*()> make, const GUID& interface_id, REFIID wanted, void** result) {
+    return ComPointer<ClassFactory>::shared(new ClassFactory(std::move(make), interface_id))
+        ->QueryInterface(wanted, result);
 }
 
 Object object_of_dispatch(IDispatch* dispatch) {
     if (!dispatch) return nullptr;
-    if (auto native = native_object_of(*dispatch)) return native;
+    // An object of this module is known by its first function.
+    const auto* const own = reinterpret_cast<const ComObject*>(dispatch);
+    if (own->vtable[0] == address_of(&query_interface)) return own->object;
     return std::make_shared<DispatchObject>(ComPointer<IDispatch>::shared(dispatch));
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 
 #include "automation/class_description.h"
 #include "automation/com/com_basics.h"
@@ -36,21 +37,13 @@ struct ComObject {
 };
 
 /// Objects and locks that keep the module loaded.
-class ModuleUse {
-public:
-    static void add() noexcept { ++count_; }
-    static void release() noexcept { --count_; }
-    static LONG count() noexcept { return count_; }
-
-private:
-    static std::atomic<LONG> count_;
-};
+inline std::atomic<LONG> module_uses{0};
 
 /// A new interface to an object, counted once.
 IDispatch* make_com_object(std::shared_ptr<NativeObject> object);
 
-/// The object behind an interface that this module made; null for any other.
-std::shared_ptr<NativeObject> native_object_of(IUnknown& unknown);
+/// A factory of the objects that `make` makes, each counted once. Their errors bear the interface's identifier.
+HRESULT make_factory(std::function<IDispatch*()> make, const GUID& interface_id, REFIID wanted, void** result);
 
 /// A function as a slot of a vtable.
 template <class Function>

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "automation/com/com_object.h"
-#include "automation/com/record_info.h"
 #include "automation/com/variant_conversion.h"
 #include "automation/error_numbers.h"
 #include "automation/object_members.h"

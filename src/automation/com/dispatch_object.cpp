@@ -61,11 +61,13 @@ private:
 
 std::string DispatchObject::class_name() const {
     ComPointer<ITypeInfo> type;
-    Bstr name;
+    Variant name;
+    name->vt = VT_BSTR;
+    name->bstrVal = nullptr;
     if (FAILED(dispatch_->GetTypeInfo(0, LOCALE_USER_DEFAULT, type.put())) || !type) return "of a foreign class";
-    if (FAILED(type->GetDocumentation(MEMBERID_NIL, name.put(), nullptr, nullptr, nullptr)))
+    if (FAILED(type->GetDocumentation(MEMBERID_NIL, &name->bstrVal, nullptr, nullptr, nullptr)))
         return "of a foreign class";
-    return text_of(name.get());
+    return text_of(name->bstrVal);
 }
 
 std::int32_t DispatchObject::dispid_of(std::string_view member) const {

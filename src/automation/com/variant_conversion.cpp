@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "automation/com/com_object.h"
-#include "automation/com/record_info.h"
 #include "automation/error_numbers.h"
 
 namespace korvane::automation {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "automation/com/com_basics.h"
-#include "korvane/automation_value.h"
+#include "automation/records.h"
 
 namespace korvane::automation {
 
@@ -25,6 +25,15 @@ Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind);
 SAFEARRAY* safe_array_of(const Array& array, VARTYPE& kind);
 /// A new array of a given element type. Error 13 where an element does not convert.
 SAFEARRAY* safe_array_of(const Array& array, const VARTYPE kind, IRecordInfo* record_info);
+
+/// The system's description of a record; null for one that the type library does not have. Lives as long as the
+/// process.
+IRecordInfo* record_info_of(const RecordDescription& description);
+/// The description of a record by what the system says of it. Error 13 for a record that is none of the library's.
+const RecordDescription& description_of(IRecordInfo& info);
+
+/// The record in a VARIANT of kind VT_RECORD.
+Record record_of(const void* memory, IRecordInfo* info);
 
 /// Puts a changed argument into the variable that the caller passed; nothing happens where it passed none. A variable
 /// of a type keeps it, and so does an array its kind of elements: a script's array stays one that the script can read.

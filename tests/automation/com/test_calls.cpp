@@ -201,12 +201,12 @@ TEST(ServerObjects, AreAllGoneWhenTheirCallersLetGo) {
         const auto parser = world.create("SpectrumParser");
         Call lists(*parser.get());
         ASSERT_EQ(lists(L"GetPeakListsForCalibrantMasses", {}), S_OK) << lists.outcome;
-        EXPECT_GT(ModuleUse::count(), 1);
+        EXPECT_GT(module_uses, 1);
         const auto copy = parser;
         EXPECT_EQ(copy->AddRef(), 3u);
         EXPECT_EQ(copy->Release(), 2u);
     }
-    EXPECT_EQ(ModuleUse::count(), 0);
+    EXPECT_EQ(module_uses, 0);
 }
 
 }  // namespace

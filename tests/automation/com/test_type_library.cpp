@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <set>
 
-#include "automation/com/record_info.h"
+#include "automation/com/com_object.h"
 #include "automation/com/variant_conversion.h"
 #include "automation/type_library.h"
 #include "support/test_platform.h"
@@ -14,15 +14,19 @@ namespace korvane::automation {
 namespace {
 
 std::string name_of(ITypeInfo& info, MEMBERID member = MEMBERID_NIL) {
-    Bstr name;
-    require(info.GetDocumentation(member, name.put(), nullptr, nullptr, nullptr), "Asking for a name");
-    return text_of(name.get());
+    Variant name;
+    name->vt = VT_BSTR;
+    name->bstrVal = nullptr;
+    require(info.GetDocumentation(member, &name->bstrVal, nullptr, nullptr, nullptr), "Asking for a name");
+    return text_of(name->bstrVal);
 }
 
 std::string help_of(ITypeInfo& info, MEMBERID member = MEMBERID_NIL) {
-    Bstr help;
-    require(info.GetDocumentation(member, nullptr, help.put(), nullptr, nullptr), "Asking for help");
-    return "helpstring(\"" + text_of(help.get()) + "\")";
+    Variant help;
+    help->vt = VT_BSTR;
+    help->bstrVal = nullptr;
+    require(info.GetDocumentation(member, nullptr, &help->bstrVal, nullptr, nullptr), "Asking for help");
+    return "helpstring(\"" + text_of(help->bstrVal) + "\")";
 }
 
 ComPointer<ITypeInfo> referred(ITypeInfo& info, HREFTYPE reference) {

@@ -2,13 +2,41 @@
 
 #include <cstring>
 #include <memory>
+#include <vector>
 
-#include "automation/com/record_info.h"
 #include "automation/com/variant_conversion.h"
 
 namespace korvane::automation {
 
 namespace {
+
+struct KnownRecord {
+    const RecordDescription* description;
+    GUID guid;
+    IRecordInfo* info;
+};
+
+IRecordInfo* load_record_info(const GUID& guid) try {
+    ComPointer<ITypeInfo> type;
+    if (FAILED(type_library().GetTypeInfoOfGuid(guid, type.put()))) return nullptr;
+    IRecordInfo* info = nullptr;
+    return SUCCEEDED(GetRecordInfoFromTypeInfo(type.get(), &info)) ? info : nullptr;
+} catch (const Error&) {
+    return nullptr;
+}
+
+/// Looked up once; a program without the type library inside has no records.
+const std::vector<KnownRecord>& known_records() {
+    static const std::vector<KnownRecord> records = [] {
+        std::vector<KnownRecord> all;
+        for (const RecordDescription& description : record_descriptions()) {
+            const GUID guid = guid_of(description.guid);
+            all.push_back({&description, guid, load_record_info(guid)});
+        }
+        return all;
+    }();
+    return records;
+}
 
 /// Access to the elements for as long as it lives.
 class ArrayAccess {
@@ -123,6 +151,30 @@ IRecordInfo* record_info_for(const Array& array) {
 }
 
 }  // namespace
+
+IRecordInfo* record_info_of(const RecordDescription& description) {
+    for (const KnownRecord& known : known_records())
+        if (known.description == &description) return known.info;
+    return nullptr;
+}
+
+const RecordDescription& description_of(IRecordInfo& info) {
+    GUID guid{};
+    ULONG size = 0;
+    require(info.GetGuid(&guid), "Asking a record for its kind");
+    require(info.GetSize(&size), "Asking a record for its size");
+    for (const KnownRecord& known : known_records())
+        if (IsEqualGUID(known.guid, guid) && known.description->size == size) return *known.description;
+    raise_runtime_fault(error_number::type_mismatch, "a record of another library");
+}
+
+Record record_of(const void* memory, IRecordInfo* info) {
+    if (!memory || !info) raise_runtime_fault(error_number::type_mismatch, "a record without content");
+    const RecordDescription& description = description_of(*info);
+    Record record = make_record(description);
+    std::memcpy(data_of(record), memory, description.size);
+    return record;
+}
 
 Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind) {
     if (!source) return Array({}, Array::Elements<Value>());
