@@ -65,12 +65,6 @@ std::vector<ArrayBound> bounds_of(SAFEARRAY* array) {
     return bounds;
 }
 
-std::size_t count_of(const std::vector<ArrayBound>& bounds) {
-    std::size_t count = bounds.empty() ? 0 : 1;
-    for (const ArrayBound& bound : bounds) count *= bound.count;
-    return count;
-}
-
 /// Where the system has our element: its arrays run fastest in the first index, ours in the last.
 std::size_t system_place(const std::vector<ArrayBound>& bounds, std::size_t place) {
     std::size_t system = 0;
@@ -79,30 +73,10 @@ std::size_t system_place(const std::vector<ArrayBound>& bounds, std::size_t plac
     return system;
 }
 
-/// Numbers of one dimension in one copy, others one by one.
 template <class T>
-Array read_elements(SAFEARRAY* source, VARTYPE kind) {
-    std::vector<ArrayBound> bounds = bounds_of(source);
-    auto elements = std::make_shared<std::vector<T>>(count_of(bounds));
-    ComPointer<IRecordInfo> info;
-    if (kind == VT_RECORD) require(SafeArrayGetRecordInfo(source, info.put()), "Asking an array for its records");
-    const ArrayAccess access(source);
-    const std::size_t size = SafeArrayGetElemsize(source);
-    if (std::is_arithmetic_v<T> && bounds.size() == 1) {
-        if (!elements->empty())
-            std::memcpy(static_cast<void*>(elements->data()), access.bytes(), elements->size() * size);
-    } else {
-        for (std::size_t place = 0; place < elements->size(); ++place) {
-            char* const memory = access.bytes() + system_place(bounds, place) * size;
-            Value value = info ? Value(record_of(memory, info.get())) : value_at(kind, memory);
-            if constexpr (std::is_same_v<T, Value>) {
-                (*elements)[place] = std::move(value);
-            } else {
-                (*elements)[place] = *value.get_if<T>();
-            }
-        }
-    }
-    return Array(std::move(bounds), Array::Elements<T>(std::move(elements)));
+Array::Storage copied(const char* bytes, std::size_t count) {
+    const auto* const elements = reinterpret_cast<const T*>(bytes);
+    return std::make_shared<const std::vector<T>>(elements, elements + count);
 }
 
 struct ArrayDestroyer {
@@ -178,25 +152,25 @@ Record record_of(const void* memory, IRecordInfo* info) {
 
 Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind) {
     if (!source) return Array({}, Array::Elements<Value>());
-    switch (kind) {
-        case VT_R8:
-            return read_elements<double>(source, kind);
-        case VT_R4:
-            return read_elements<float>(source, kind);
-        case VT_I4:
-        case VT_INT:
-            return read_elements<std::int32_t>(source, kind);
-        case VT_I2:
-            return read_elements<std::int16_t>(source, kind);
-        case VT_BSTR:
-            return read_elements<std::string>(source, kind);
-        case VT_DISPATCH:
-            return read_elements<Object>(source, kind);
-        case VT_RECORD:
-            return read_elements<Record>(source, kind);
-        default:
-            return read_elements<Value>(source, kind);
+    std::vector<ArrayBound> bounds = bounds_of(source);
+    std::size_t count = bounds.empty() ? 0 : 1;
+    for (const ArrayBound& bound : bounds) count *= bound.count;
+    ComPointer<IRecordInfo> info;
+    if (kind == VT_RECORD) require(SafeArrayGetRecordInfo(source, info.put()), "Asking an array for its records");
+    const ArrayAccess access(source);
+    // Numbers of one dimension in one copy, others one by one.
+    if (bounds.size() == 1) {
+        if (kind == VT_R8) return Array(bounds, copied<double>(access.bytes(), count));
+        if (kind == VT_R4) return Array(bounds, copied<float>(access.bytes(), count));
+        if (kind == VT_I4 || kind == VT_INT) return Array(bounds, copied<std::int32_t>(access.bytes(), count));
+        if (kind == VT_I2) return Array(bounds, copied<std::int16_t>(access.bytes(), count));
     }
+    std::vector<Value> elements;
+    for (std::size_t place = 0; place < count; ++place) {
+        char* const memory = access.bytes() + system_place(bounds, place) * SafeArrayGetElemsize(source);
+        elements.push_back(info ? Value(record_of(memory, info.get())) : value_at(kind, memory));
+    }
+    return Array(std::move(bounds), std::make_shared<const std::vector<Value>>(std::move(elements)));
 }
 
 SAFEARRAY* safe_array_of(const Array& array, VARTYPE& kind) {

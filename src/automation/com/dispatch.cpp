@@ -30,19 +30,14 @@ public:
     void store(std::size_t place, Value changed) override { store_into_variable(changed, *variants[place]); }
 };
 
-constexpr WORD put_flags = DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF;
-
 class InvokeArguments final : public VariantArguments {
 public:
-    UINT places[most_parameters] = {};  ///< in the caller's array
-
     HRESULT bind(const Member& member, const DISPPARAMS& from) {
         const UINT positional = from.cArgs - from.cNamedArgs;
         if (from.cNamedArgs > from.cArgs || positional > member.parameter_count) return DISP_E_BADPARAMCOUNT;
         const auto put = [&](std::size_t place, UINT argument) {
             if (place >= member.parameter_count) return false;
             variants[place] = &from.rgvarg[argument];
-            places[place] = argument;
             return true;
         };
         for (UINT argument = 0; argument < from.cNamedArgs; ++argument) {
@@ -56,12 +51,6 @@ public:
         return S_OK;
     }
 };
-
-const Member* member_for(const ClassDescription& description, DISPID dispid, WORD flags) {
-    if (flags & put_flags) return description.find(dispid, Access::put);
-    // Scripts read properties with the flags of a method call and the reverse.
-    return description.find(dispid, Access::call);
-}
 
 /// A conversion that failed: what late binding itself has a code for goes by it, with the argument's place.
 HRESULT report_argument(const ArgumentError& error, UINT place, EXCEPINFO* details, UINT* wrong) {
@@ -197,21 +186,12 @@ const void* const* make_vtable() {
     return vtable.data();
 }
 
-struct ClassVtable {
-    const Member* members;
-    const void* const* (*make)();
-};
-
-constexpr ClassVtable vtables[] = {
-    {tune_globals_members.data(), &make_vtable<tune_globals_members>},
-    {spectrum_parser_members.data(), &make_vtable<spectrum_parser_members>},
-    {cal_mass_list_members.data(), &make_vtable<cal_mass_list_members>},
-    {tune_params_members.data(), &make_vtable<tune_params_members>},
-    {tune_prefs_members.data(), &make_vtable<tune_prefs_members>},
-    {abort_helper_members.data(), &make_vtable<abort_helper_members>},
-    {peak_list_members.data(), &make_vtable<peak_list_members>},
-    {mass_time_calibration_members.data(), &make_vtable<mass_time_calibration_members>},
-};
+template <const auto&... tables>
+const void* const* vtable_among(std::span<const Member> members) {
+    const void* const* vtable = common_slots.data();
+    static_cast<void>(((tables.data() == members.data() && (vtable = make_vtable<tables>())) || ...));
+    return vtable;
+}
 
 }  // namespace
 
@@ -239,7 +219,9 @@ HRESULT STDMETHODCALLTYPE invoke_member(ComObject* self, DISPID dispid, REFIID r
                                         UINT* wrong_argument) {
     if (!IsEqualGUID(reserved, IID_NULL)) return DISP_E_UNKNOWNINTERFACE;
     if (!parameters) return E_POINTER;
-    const Member* const member = member_for(self->description(), dispid, flags);
+    // Scripts read properties with the flags of a method call and the reverse.
+    const bool puts = flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF);
+    const Member* const member = self->description().find(dispid, puts ? Access::put : Access::call);
     if (!member) return DISP_E_MEMBERNOTFOUND;
     InvokeArguments arguments;
     if (const HRESULT bound = arguments.bind(*member, *parameters); FAILED(bound)) return bound;
@@ -253,16 +235,18 @@ HRESULT STDMETHODCALLTYPE invoke_member(ComObject* self, DISPID dispid, REFIID r
         }
         return S_OK;
     } catch (const ArgumentError& error) {
-        return report_argument(error, arguments.places[error.place()], details, wrong_argument);
+        const VARIANT* const given = arguments.variants[error.place()];
+        const UINT place = given ? static_cast<UINT>(given - parameters->rgvarg) : 0;
+        return report_argument(error, place, details, wrong_argument);
     } catch (...) {
         return report_exception(error_in_flight(), details);
     }
 }
 
 const void* const* vtable_of(const ClassDescription& description) {
-    for (const ClassVtable& vtable : vtables)
-        if (vtable.members == description.members.data()) return vtable.make();
-    return common_slots.data();
+    return vtable_among<tune_globals_members, spectrum_parser_members, cal_mass_list_members, tune_params_members,
+                        tune_prefs_members, abort_helper_members, peak_list_members, mass_time_calibration_members>(
+        description.members);
 }
 
 }  // namespace korvane::automation

@@ -2,6 +2,8 @@
 
 #include "automation/com/dispatch_object.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -111,9 +113,7 @@ Object create_registered_object(const std::string& prog_id) {
     const HRESULT code = CoCreateInstance(class_id, nullptr, CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER, IID_IDispatch,
                                           reinterpret_cast<void**>(dispatch.put()));
     if (FAILED(code)) {
-        char text[16];
-        std::snprintf(text, sizeof text, "0x%08lX", static_cast<unsigned long>(code));
-        raise_runtime_fault(cannot_create, prog_id + " (" + text + ")");
+        raise_runtime_fault(cannot_create, fmt::format("{} (0x{:08X})", prog_id, static_cast<ULONG>(code)));
     }
     return std::make_shared<DispatchObject>(std::move(dispatch));
 }
