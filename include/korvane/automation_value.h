@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -72,9 +71,6 @@ public:
     std::size_t size() const noexcept;
     /// Element by its place in the storage; error 9 outside.
     Value element(std::size_t place) const;
-    /// Error 9 for a wrong number of indexes or an index outside the bounds.
-    Value at(std::span<const std::int32_t> indexes) const;
-    Value at(std::initializer_list<std::int32_t> indexes) const;
 
     /// Same bounds, same kind of elements, same elements.
     friend KORVANE_API bool operator==(const Array& left, const Array& right);

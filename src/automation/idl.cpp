@@ -88,8 +88,8 @@ void write_enumerations(std::string& out) {
 void write_records(std::string& out) {
     for (const RecordDescription& record : record_descriptions()) {
         write(out, "    typedef [uuid({}), helpstring(\"{}\")] struct {} {{\n", record.guid, record.help, record.name);
-        for (const Field& field : record.fields)
-            write(out, "        {} {};\n", DeclaredType{field.kind}.idl_text(), field.name);
+        for (const std::string_view field : record.fields)
+            write(out, "        {} {};\n", DeclaredType{record.kind}.idl_text(), field);
         write(out, "    }} {};\n\n", record.name);
     }
 }

@@ -21,7 +21,9 @@ Json json_of_number(double number) {
 
 Json json_of_record(const Record& record) {
     Json json = Json::object();
-    for (const Field& field : description_of(record).fields) json[field.name] = json_of(field_value(record, field));
+    const Array fields = array_of(record);
+    for (std::size_t place = 0; place < fields.size(); ++place)
+        json[description_of(record).fields[place]] = json_of(fields.element(place));
     return json;
 }
 
@@ -80,15 +82,15 @@ Value value_of_array(const Json& json) {
 
 Value value_of_object(const Json& json) {
     for (const RecordDescription& description : record_descriptions().first(std::variant_size_v<Record>)) {
-        const auto field_of = [&](const std::string& name) {
-            return std::ranges::find(description.fields, name, &Field::name);
-        };
-        const auto items = json.items();
-        const auto is_field = [&](const auto& item) { return field_of(item.key()) != description.fields.end(); };
-        if (json.empty() || !std::all_of(items.begin(), items.end(), is_field)) continue;
-        Record record = make_record(description);
-        for (const auto& [name, field] : items) set_field(record, *field_of(name), value_of_json(field));
-        return record;
+        const auto& names = description.fields;
+        std::vector<Value> fields(names.size(), 0);
+        bool all_known = !json.empty();
+        for (const auto& [name, field] : json.items()) {
+            const auto known = std::ranges::find(names, name);
+            all_known = all_known && known != names.end();
+            if (all_known) fields[static_cast<std::size_t>(known - names.begin())] = value_of_json(field);
+        }
+        if (all_known) return record_from_array(description, Array(std::move(fields)));
     }
     raise_runtime_fault(error_number::invalid_call, json.dump() + " is no record");
 }

@@ -103,7 +103,8 @@ requires(detail::alternative_of<R, Record>) struct Native<R> {
     static constexpr DeclaredType declared{TypeKind::record, type_name<R>};
     static R from(const Value& value) {
         if (value.holds<Empty>()) return R{};
-        if (const auto* array = value.get_if<Array>()) return std::get<R>(record_from_array(type_name<R>, *array));
+        if (const auto* array = value.get_if<Array>())
+            return std::get<R>(record_from_array(*find_record(type_name<R>), *array));
         if (const auto* record = value.get_if<Record>())
             if (const R* wanted = std::get_if<R>(record)) return *wanted;
         raise_runtime_fault(error_number::type_mismatch,

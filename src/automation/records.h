@@ -11,18 +11,14 @@
 
 namespace korvane::automation {
 
-struct Field {
-    std::string_view name;
-    TypeKind kind;  ///< real or long_integer
-    std::size_t offset;
-};
-
+/// A record is a row of fields of one kind.
 struct RecordDescription {
     std::string_view name;
     std::size_t size;
     std::string_view guid;
     std::string_view help;
-    std::vector<Field> fields;
+    TypeKind kind;  ///< of every field: real or long_integer
+    std::vector<std::string_view> fields;
 };
 
 /// The records in the order of `Record`'s alternatives, then the one that no member takes or returns.
@@ -31,18 +27,13 @@ std::span<const RecordDescription> record_descriptions();
 const RecordDescription* find_record(std::string_view name);
 const RecordDescription& description_of(const Record& record);
 
-/// A record of a description that `Record` has an alternative for, all fields 0.
-Record make_record(const RecordDescription& description);
-/// The record whose fields are the elements. Error 13 where there are not as many.
-Record record_from_array(std::string_view name, const Array& array);
+/// A record of a description that `Record` has an alternative for: what lies in memory, or all fields 0.
+Record make_record(const RecordDescription& description, const void* memory = nullptr);
+/// The record whose fields are the elements. Error 13 where there are not as many, and errors of the conversion.
+Record record_from_array(const RecordDescription& description, const Array& array);
 /// The fields as an array.
 Array array_of(const Record& record);
 /// The record's memory.
-void* data_of(Record& record);
 const void* data_of(const Record& record);
-
-Value field_value(const Record& record, const Field& field);
-/// Errors of the conversion.
-void set_field(Record& record, const Field& field, const Value& value);
 
 }  // namespace korvane::automation

@@ -59,9 +59,9 @@ void describe_records(std::string& out) {
     for (const RecordDescription& record : record_descriptions()) {
         fmt::format_to(std::back_inserter(out), "\n`{}`: {} Fields:", record.name, record.help);
         std::string_view separator = " ";
-        for (const Field& field : record.fields) {
-            fmt::format_to(std::back_inserter(out), "{}`{}` ({})", separator, field.name,
-                           DeclaredType{field.kind}.signature_text());
+        for (const std::string_view field : record.fields) {
+            fmt::format_to(std::back_inserter(out), "{}`{}` ({})", separator, field,
+                           DeclaredType{record.kind}.signature_text());
             separator = ", ";
         }
         out += ".\n";
@@ -150,8 +150,8 @@ std::string tables_text() {
     Json tables{{"classes", classes_json(class_descriptions())}, {"layer", classes_json(layer_class_descriptions())}};
     for (const RecordDescription& record : record_descriptions()) {
         Json& fields = tables["records"][record.name] = Json::array();
-        for (const Field& field : record.fields)
-            fields.push_back({{"name", field.name}, {"type", type_json({field.kind})}});
+        for (const std::string_view field : record.fields)
+            fields.push_back({{"name", field}, {"type", type_json({record.kind})}});
     }
     for (const EnumerationDescription& enumeration : enumeration_descriptions())
         for (const Enumerator& member : enumeration.members)

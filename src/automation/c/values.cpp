@@ -1,7 +1,6 @@
 #include "automation/c/values.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "automation/records.h"
 #include "frame/routine.h"
@@ -30,10 +29,8 @@ std::string text_from(const korvane_value& value) {
 Record record_from(const korvane_value& value) {
     if (value.element < 0 || value.element >= static_cast<int32_t>(std::variant_size_v<Record>))
         raise_runtime_fault(error_number::type_mismatch, "record " + std::to_string(value.element));
-    const RecordDescription& description = record_descriptions()[static_cast<std::size_t>(value.element)];
-    Record record = make_record(description);
-    std::memcpy(data_of(record), &given(static_cast<const char*>(value.as.data), "the record"), description.size);
-    return record;
+    return make_record(record_descriptions()[static_cast<std::size_t>(value.element)],
+                       &given(static_cast<const char*>(value.as.data), "the record"));
 }
 
 template <class T>

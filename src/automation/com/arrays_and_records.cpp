@@ -144,10 +144,7 @@ const RecordDescription& description_of(IRecordInfo& info) {
 
 Record record_of(const void* memory, IRecordInfo* info) {
     if (!memory || !info) raise_runtime_fault(error_number::type_mismatch, "a record without content");
-    const RecordDescription& description = description_of(*info);
-    Record record = make_record(description);
-    std::memcpy(data_of(record), memory, description.size);
-    return record;
+    return make_record(description_of(*info), memory);
 }
 
 Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind) {
