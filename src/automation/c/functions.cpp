@@ -44,31 +44,21 @@ constinit thread_local CallScope* CallScope::innermost_ = nullptr;
 
 constexpr std::chrono::milliseconds between_events{20};
 
-/// Watches for the hook of a host and for tokens.
-class Watch {
-public:
-    explicit Watch(const korvane_options& options) : events_(options.events), context_(options.context) {}
-
-    Platform over(Platform platform, std::function<void(const AcquiredSpectrum&)> seen = {}) const {
-        return watched(
-            std::move(platform), [*this](bool) { look(); }, std::move(seen));
-    }
-
-private:
-    void look() const {
+/// A platform whose waits ask the host's hook and look at the tokens.
+Platform watched_for(const korvane_options& options, Platform platform,
+                     std::function<void(const AcquiredSpectrum&)> seen = {}) {
+    const auto look = [events = options.events, context = options.context](bool) {
         static thread_local std::chrono::steady_clock::time_point asked;
-        if (const auto now = std::chrono::steady_clock::now(); events_ && now - asked >= between_events) {
+        if (const auto now = std::chrono::steady_clock::now(); events && now - asked >= between_events) {
             asked = now;
-            if (events_(context_) != 0) CallScope::abort();
+            if (events(context) != 0) CallScope::abort();
         }
         AbortScope::look();
-    }
+    };
+    return watched(std::move(platform), look, std::move(seen));
+}
 
-    int32_t (*events_)(void* context);
-    void* context_;
-};
-
-Platform bare_platform(const korvane_options& options, const Watch& watch) {
+Platform bare_platform(const korvane_options& options) {
     if (options.layer) {
         const Object layer = object_of(options.layer);
         return make_platform(make_late_bound_layer([layer] { return layer; }));
@@ -81,7 +71,7 @@ Platform bare_platform(const korvane_options& options, const Watch& watch) {
     if (options.replay) embedded.replay = path_from_utf8(options.replay);
     if (options.seed != 0) embedded.seed = options.seed;
     // The embedded instrument waits by the watched clock, too.
-    return make_embedded_platform(embedded, watch.over(with_system_tracer(make_platform(nullptr))));
+    return make_embedded_platform(embedded, watched_for(options, with_system_tracer(make_platform(nullptr))));
 }
 
 std::shared_ptr<OpenPlatform> platform_behind(korvane_handle handle) {
@@ -148,9 +138,8 @@ int32_t korvane_open(const korvane_options* options, korvane_handle* platform) {
             raise_runtime_fault(error_number::invalid_call,
                                 "size of the options [" + std::to_string(options->size) + "]");
         const korvane_options chosen = options ? *options : korvane_options{};
-        const Watch watch(chosen);
         const auto last = std::make_shared<LastSpectrum>();
-        const Platform watched = watch.over(bare_platform(chosen, watch), [last](const AcquiredSpectrum& spectrum) {
+        const Platform watched = watched_for(chosen, bare_platform(chosen), [last](const AcquiredSpectrum& spectrum) {
             const std::lock_guard lock(last->mutex);
             last->spectrum = spectrum;
         });
