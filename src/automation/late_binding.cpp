@@ -181,4 +181,20 @@ Object create_object(std::string_view prog_id) {
     return create_object(prog_id, process_platform());
 }
 
+#ifndef _WIN32  // where the system has no automation objects
+
+const Platform& process_platform() {
+    return Platform::process_default();
+}
+
+Platform make_outside_platform(const std::string& instrument) {
+    return korvane::make_outside_platform(instrument);
+}
+
+Platform with_system_tracer(Platform platform) {
+    return platform;
+}
+
+#endif
+
 }  // namespace korvane::automation

@@ -10,9 +10,8 @@
 #include "automation/com/com_object.h"
 #include "automation/com/variant_conversion.h"
 #include "automation/error_numbers.h"
-#include "automation/object_members.h"
 #include "automation/spectrum_parser_members.h"
-#include "automation/store_members.h"
+#include "automation/store_and_object_members.h"
 #include "automation/tune_globals_members.h"
 
 namespace korvane::automation {
