@@ -6,6 +6,7 @@
 #include <oaidl.h>
 #include <oleauto.h>
 
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -44,12 +45,33 @@ public:
     Interface* get() const noexcept { return pointer_; }
     Interface* operator->() const noexcept { return pointer_; }
     explicit operator bool() const noexcept { return pointer_ != nullptr; }
-    Interface* release() noexcept { return std::exchange(pointer_, nullptr); }
     /// Place for an out-parameter; must be empty.
     Interface** put() noexcept { return &pointer_; }
 
 private:
     Interface* pointer_ = nullptr;
+};
+
+/// An object of ours behind an interface of the system, or behind IUnknown; counted once when it is made on the heap.
+template <class Interface>
+class Counted : public Interface {
+public:
+    virtual ~Counted() = default;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID wanted, void** result) override {
+        if (!result) return E_POINTER;
+        const bool known = IsEqualGUID(wanted, IID_IUnknown) || IsEqualGUID(wanted, __uuidof(Interface));
+        *result = known ? this : nullptr;
+        if (known) AddRef();
+        return known ? S_OK : E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
+    ULONG STDMETHODCALLTYPE Release() override {
+        const ULONG left = --references;
+        if (left == 0) delete this;
+        return left;
+    }
+
+    std::atomic<ULONG> references{1};
 };
 
 /// A VARIANT that is cleared at its end.

@@ -11,28 +11,13 @@ namespace korvane::automation {
 
 namespace {
 
-class ClassFactory final : public IClassFactory {
+class ClassFactory final : public Counted<IClassFactory> {
 public:
     ClassFactory(std::function<IDispatch*()> make, const GUID& interface_id)
         : make_(std::move(make)), interface_id_(interface_id) {
         ++module_uses;
     }
-    virtual ~ClassFactory() { --module_uses; }
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID wanted, void** result) override {
-        if (!result) return E_POINTER;
-        const bool known = IsEqualGUID(wanted, IID_IUnknown) || IsEqualGUID(wanted, IID_IClassFactory);
-        *result = known ? this : nullptr;
-        if (!known) return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        const ULONG left = --references_;
-        if (left == 0) delete this;
-        return left;
-    }
+    ~ClassFactory() override { --module_uses; }
 
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID wanted, void** result) override {
         if (!result) return E_POINTER;
@@ -53,7 +38,6 @@ public:
 private:
     const std::function<IDispatch*()> make_;
     const GUID interface_id_;
-    std::atomic<ULONG> references_{0};
 };
 
 }  // namespace
@@ -125,7 +109,7 @@ IDispatch* make_com_object(std::shared_ptr<NativeObject> object) {
 }
 
 HRESULT make_factory(std::function<IDispatch*()> make, const GUID& interface_id, REFIID wanted, void** result) {
-    return ComPointer<ClassFactory>::shared(new ClassFactory(std::move(make), interface_id))
+    return ComPointer<ClassFactory>::owned(new ClassFactory(std::move(make), interface_id))
         ->QueryInterface(wanted, result);
 }
 
