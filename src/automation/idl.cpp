@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <bit>
-#include <iterator>
 
 #include "automation/class_description.h"
 #include "automation/records.h"
@@ -56,18 +55,13 @@ std::string parameter_text(const Parameter& parameter, IdlDialect dialect) {
                        parameter.name);
 }
 
-template <class... Pieces>
-void write(std::string& out, fmt::format_string<Pieces...> format, Pieces&&... pieces) {
-    fmt::format_to(std::back_inserter(out), format, std::forward<Pieces>(pieces)...);
-}
-
 void write_member(std::string& out, const Member& member, IdlDialect dialect) {
     static constexpr std::string_view kinds[]{"", ", propget", ", propput"};
-    write(out, "        [id({}){}, helpstring(\"{}\")]\n        HRESULT {}(", member.dispid,
-          kinds[static_cast<std::size_t>(member.kind)], member.help, member.name);
+    out += fmt::format("        [id({}){}, helpstring(\"{}\")]\n        HRESULT {}(", member.dispid,
+                       kinds[static_cast<std::size_t>(member.access)], member.help, member.name);
     std::string_view separator = "";
     const auto write_line = [&](const std::string& text) {
-        write(out, "{}\n            {}", separator, text);
+        out += fmt::format("{}\n            {}", separator, text);
         separator = ",";
     };
     for (const Parameter& parameter : member.parameters()) write_line(parameter_text(parameter, dialect));
@@ -77,32 +71,33 @@ void write_member(std::string& out, const Member& member, IdlDialect dialect) {
 
 void write_enumerations(std::string& out) {
     for (const EnumerationDescription& enumeration : enumeration_descriptions()) {
-        write(out, "    typedef enum {} {{\n", enumeration.name);
+        out += fmt::format("    typedef enum {} {{\n", enumeration.name);
         for (const Enumerator& member : enumeration.members)
-            write(out, "        {} = {}{}\n", member.name, member.value,
-                  &member == &enumeration.members.back() ? "" : ",");
-        write(out, "    }} {};\n\n", enumeration.name);
+            out += fmt::format("        {} = {}{}\n", member.name, member.value,
+                               &member == &enumeration.members.back() ? "" : ",");
+        out += fmt::format("    }} {};\n\n", enumeration.name);
     }
 }
 
 void write_records(std::string& out) {
     for (const RecordDescription& record : record_descriptions()) {
-        write(out, "    typedef [uuid({}), helpstring(\"{}\")] struct {} {{\n", record.guid, record.help, record.name);
+        out += fmt::format("    typedef [uuid({}), helpstring(\"{}\")] struct {} {{\n", record.guid, record.help,
+                           record.name);
         for (const std::string_view field : record.fields)
-            write(out, "        {} {};\n", DeclaredType{record.kind}.idl_text(), field);
-        write(out, "    }} {};\n\n", record.name);
+            out += fmt::format("        {} {};\n", DeclaredType{record.kind}.idl_text(), field);
+        out += fmt::format("    }} {};\n\n", record.name);
     }
 }
 
 void write_class(std::string& out, const ClassDescription& description, IdlDialect dialect) {
     const std::string interface = description.interface_name();
-    write(out, "    [object, uuid({}), dual, oleautomation, nonextensible, helpstring(\"{}\")]\n",
-          description.interface_id, description.help);
-    write(out, "    interface {} : IDispatch {{\n", interface);
+    out += fmt::format("    [object, uuid({}), dual, oleautomation, nonextensible, helpstring(\"{}\")]\n",
+                       description.interface_id, description.help);
+    out += fmt::format("    interface {} : IDispatch {{\n", interface);
     for (const Member& member : description.members) write_member(out, member, dialect);
-    write(out, "    }}\n\n    [uuid({}), helpstring(\"{}\"){}]\n", description.class_id, description.help,
-          description.create ? "" : ", noncreatable");
-    write(out, "    coclass {} {{ [default] interface {}; }}\n\n", description.name, interface);
+    out += fmt::format("    }}\n\n    [uuid({}), helpstring(\"{}\"){}]\n", description.class_id, description.help,
+                       description.create ? "" : ", noncreatable");
+    out += fmt::format("    coclass {} {{ [default] interface {}; }}\n\n", description.name, interface);
 }
 
 }  // namespace
@@ -114,13 +109,13 @@ std::string idl_text() {
 std::string idl_text(IdlDialect dialect) {
     std::string out = "// Made from the member tables of the automation classes.\n\n";
     out += dialect == IdlDialect::standard ? imports : widl_prelude;
-    write(out, "[uuid({}), version({}.{}), helpstring(\"Korvane\")]\n", library_id, library_major_version,
-          library_minor_version);
+    out += fmt::format("[uuid({}), version({}.{}), helpstring(\"Korvane\")]\n", library_id, library_major_version,
+                       library_minor_version);
     out += "library Korvane {\n    importlib(\"stdole2.tlb\");\n\n";
     write_enumerations(out);
     write_records(out);
     for (const ClassDescription& description : class_descriptions())
-        write(out, "    interface {};\n", description.interface_name());
+        out += fmt::format("    interface {};\n", description.interface_name());
     out += '\n';
     for (const ClassDescription& description : class_descriptions()) write_class(out, description, dialect);
     out.pop_back();

@@ -15,8 +15,7 @@ namespace {
 
 Json json_of_number(double number) {
     if (std::isfinite(number)) return number;
-    if (std::isnan(number)) return "nan";
-    return number > 0 ? "inf" : "-inf";
+    return std::isnan(number) ? "nan" : number > 0 ? "inf" : "-inf";
 }
 
 Json json_of_record(const Record& record) {
@@ -32,7 +31,7 @@ Json json_of_object(const Object& object) {
     Json json{{"class", object->class_name()}};
     if (const auto* native = dynamic_cast<const NativeObject*>(object.get()))
         for (const Member& member : native->description().members)
-            if (member.kind == MemberKind::property_get) json[member.name] = json_of(object->get(member.name));
+            if (member.access == Access::get) json[member.name] = json_of(object->get(member.name));
     return json;
 }
 

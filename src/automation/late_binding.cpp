@@ -126,12 +126,8 @@ std::int32_t parameter_place(const Member& member, std::string_view name) noexce
 }
 
 const Member* ClassDescription::find(std::int32_t dispid, Access access) const noexcept {
-    const auto serves = [access](MemberKind kind) {
-        if (access == Access::call) return kind != MemberKind::property_put;
-        return kind == (access == Access::put ? MemberKind::property_put : MemberKind::property_get);
-    };
     for (const Member& member : std::ranges::equal_range(members, dispid, {}, &Member::dispid))
-        if (serves(member.kind)) return &member;
+        if (member.access == access || (member.access == Access::get && access == Access::call)) return &member;
     return nullptr;
 }
 

@@ -15,8 +15,6 @@
 
 namespace korvane::automation {
 
-enum class MemberKind : std::uint8_t { method, property_get, property_put };
-
 inline constexpr std::size_t most_parameters = 8;
 
 /// One call, by the places of the parameters. Every kind of caller has its own, and says there how it holds arguments.
@@ -44,7 +42,7 @@ struct Member {
     using Target = std::shared_ptr<void>;
     using Call = Value (*)(const Member&, const Target& target, CallFrame& frame);
 
-    MemberKind kind = MemberKind::method;
+    Access access = Access::call;  ///< a method by a call, a property by its own
     std::int32_t dispid = 0;
     std::string_view name = {};
     std::string_view help = {};
@@ -185,13 +183,13 @@ template <auto Function, class C, class R, class... A>
 struct CallOf<Function, R (*)(C&, A...)> : NativeCall<Function, C, R, A...> {};
 
 template <auto Function>
-constexpr Member make_member(MemberKind kind, std::int32_t dispid, std::string_view name, std::string_view help,
+constexpr Member make_member(Access access, std::int32_t dispid, std::string_view name, std::string_view help,
                              std::initializer_list<Parameter> parameters) {
     using Call = CallOf<Function>;
     static_assert(Call::arity <= most_parameters);
     if (parameters.size() != Call::arity) throw "a member has one parameter line for each native parameter";
     Member member{
-        .kind = kind, .dispid = dispid, .name = name, .help = help, .result = Call::result, .call = &Call::call};
+        .access = access, .dispid = dispid, .name = name, .help = help, .result = Call::result, .call = &Call::call};
     for (const Parameter& parameter : parameters) {
         Parameter& slot = member.parameter_slots[member.parameter_count];
         slot = parameter;
@@ -208,21 +206,21 @@ constexpr Member make_member(MemberKind kind, std::int32_t dispid, std::string_v
 /// A method: a member function, which lends its name, or a named function that takes the object first.
 template <auto Function, std::same_as<Parameter>... Parameters>
 constexpr Member method(std::int32_t dispid, std::string_view help, Parameters... parameters) {
-    return detail::make_member<Function>(MemberKind::method, dispid, value_name<Function>, help, {parameters...});
+    return detail::make_member<Function>(Access::call, dispid, value_name<Function>, help, {parameters...});
 }
 template <auto Function, std::same_as<Parameter>... Parameters>
 constexpr Member method(std::int32_t dispid, std::string_view name, std::string_view help, Parameters... parameters) {
-    return detail::make_member<Function>(MemberKind::method, dispid, name, help, {parameters...});
+    return detail::make_member<Function>(Access::call, dispid, name, help, {parameters...});
 }
 template <auto Get>
 constexpr Member property(std::int32_t dispid, std::string_view name, std::string_view help) {
-    return detail::make_member<Get>(MemberKind::property_get, dispid, name, help, {});
+    return detail::make_member<Get>(Access::get, dispid, name, help, {});
 }
 /// A property that can be set; its name is that of the function that reads it.
 template <auto Get, auto Put>
 constexpr std::array<Member, 2> property(std::int32_t dispid, std::string_view help) {
     return {property<Get>(dispid, value_name<Get>, help),
-            detail::make_member<Put>(MemberKind::property_put, dispid, value_name<Get>, help, {value("value")})};
+            detail::make_member<Put>(Access::put, dispid, value_name<Get>, help, {value("value")})};
 }
 
 /// The members in the order of their numbers, which is that of the vtable: both are a public contract.

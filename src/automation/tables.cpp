@@ -1,8 +1,6 @@
 // The member tables as texts: signatures, the reference page, and JSON for packages in other languages.
 #include <fmt/format.h>
 
-#include <iterator>
-
 #include "automation/class_description.h"
 #include "automation/instrument_layer.h"
 #include "automation/json_values.h"
@@ -46,22 +44,19 @@ an error.
 )";
 
 void describe_class(std::string& out, const ClassDescription& description) {
-    fmt::format_to(std::back_inserter(out), "\n## {}\n\n{}{}\n\n| Number | Member | |\n|---|---|---|\n",
-                   description.name, description.help,
-                   description.create ? " Created as `" + description.prog_id() + "`." : " Not creatable.");
+    out += fmt::format("\n## {}\n\n{}{}\n\n| Number | Member | |\n|---|---|---|\n", description.name, description.help,
+                       description.create ? " Created as `" + description.prog_id() + "`." : " Not creatable.");
     for (const Member& member : description.members)
-        fmt::format_to(std::back_inserter(out), "| {} | `{}` | {} |\n", member.dispid, signature_text(member),
-                       member.help);
+        out += fmt::format("| {} | `{}` | {} |\n", member.dispid, signature_text(member), member.help);
 }
 
 void describe_records(std::string& out) {
     out += "\n## Records\n";
     for (const RecordDescription& record : record_descriptions()) {
-        fmt::format_to(std::back_inserter(out), "\n`{}`: {} Fields:", record.name, record.help);
+        out += fmt::format("\n`{}`: {} Fields:", record.name, record.help);
         std::string_view separator = " ";
         for (const std::string_view field : record.fields) {
-            fmt::format_to(std::back_inserter(out), "{}`{}` ({})", separator, field,
-                           DeclaredType{record.kind}.signature_text());
+            out += fmt::format("{}`{}` ({})", separator, field, DeclaredType{record.kind}.signature_text());
             separator = ", ";
         }
         out += ".\n";
@@ -71,9 +66,9 @@ void describe_records(std::string& out) {
 void describe_enumerations(std::string& out) {
     out += "\n## Enumerations\n";
     for (const EnumerationDescription& enumeration : enumeration_descriptions()) {
-        fmt::format_to(std::back_inserter(out), "\n### {}\n\n| Name | Value |\n|---|---|\n", enumeration.name);
+        out += fmt::format("\n### {}\n\n| Name | Value |\n|---|---|\n", enumeration.name);
         for (const Enumerator& member : enumeration.members)
-            fmt::format_to(std::back_inserter(out), "| `{}` | {} |\n", member.name, member.value);
+            out += fmt::format("| `{}` | {} |\n", member.name, member.value);
     }
 }
 
@@ -97,7 +92,7 @@ Json member_json(const Member& member) {
     for (const Parameter& parameter : member.parameters()) parameters.push_back(parameter_json(parameter));
     return {{"name", member.name},
             {"number", member.dispid},
-            {"kind", kinds[static_cast<std::size_t>(member.kind)]},
+            {"kind", kinds[static_cast<std::size_t>(member.access)]},
             {"help", member.help},
             {"parameters", std::move(parameters)},
             {"result", type_json(member.result)}};
@@ -123,8 +118,8 @@ std::string signature_text(const Member& member) {
     for (const Parameter& parameter : member.parameters())
         parameters += (parameters.empty() ? "" : ", ") + parameter_as_written(parameter);
     std::string kind = member.result.kind == TypeKind::none ? "Sub" : "Function";
-    if (member.kind == MemberKind::property_get) kind = "Property Get";
-    if (member.kind == MemberKind::property_put) kind = "Property Let";
+    if (member.access == Access::get) kind = "Property Get";
+    if (member.access == Access::put) kind = "Property Let";
     const std::string result = member.result.signature_text();
     return fmt::format("{} {}({}){}", kind, member.name, parameters, result.empty() ? "" : " As " + result);
 }

@@ -7,37 +7,32 @@ namespace korvane::automation {
 
 namespace {
 
-/// "CLASS.MEMBER" or "CLASS.PROPERTY=".
-struct Target {
-    Target(TextCalls& calls, std::string text) {
-        if (text.ends_with('=')) {
-            access = Access::put;
-            text.pop_back();
-        }
-        const auto point = text.rfind('.');
-        if (point == std::string::npos) raise_runtime_fault(error_number::invalid_call, text + " is no CLASS.MEMBER");
-        member = text.substr(point + 1);
-        object = calls.object_of(text.substr(0, point));
-    }
-
-    /// Null for a use that the member does not have.
-    const Member* description() const {
-        const ClassDescription& known = static_cast<const NativeObject&>(*object).description();
-        return known.find(object->dispid_of(member), access);
-    }
-    Value call(Arguments& arguments) const { return object->invoke(member, arguments, access); }
+struct CalledMember {
+    Value call(Arguments& arguments) const { return object->invoke(dispid, arguments, access); }
 
     Object object;
-    std::string member;
-    Access access = Access::call;
+    std::int32_t dispid;
+    Access access;
+    const Member* description;  ///< null for a use that the member does not have
 };
+
+/// By "CLASS.MEMBER" or "CLASS.PROPERTY=".
+CalledMember called_member(TextCalls& calls, std::string text) {
+    const Access access = text.ends_with('=') ? Access::put : Access::call;
+    if (access == Access::put) text.pop_back();
+    const auto point = text.rfind('.');
+    if (point == std::string::npos) raise_runtime_fault(error_number::invalid_call, text + " is no CLASS.MEMBER");
+    const Object object = calls.object_of(text.substr(0, point));
+    const std::int32_t dispid = object->dispid_of(text.substr(point + 1));
+    return {object, dispid, access, static_cast<const NativeObject&>(*object).description().find(dispid, access)};
+}
 
 Value value_of(TextCalls& calls, const Json& json) {
     if (!json.is_object() || !json.contains("call") || !json["call"].is_string()) return value_of_json(json);
     Arguments arguments;
     for (const Json& argument : json.value("arguments", Json::array()))
         arguments.positional.push_back(value_of(calls, argument));
-    return Target(calls, json["call"].get<std::string>()).call(arguments);
+    return called_member(calls, json["call"].get<std::string>()).call(arguments);
 }
 
 /// A text for a parameter that takes one stays as it is written, unless it is a JSON text or null.
@@ -71,8 +66,8 @@ Object TextCalls::object_of(const std::string& class_name) {
 
 std::string TextCalls::call(const std::vector<std::string>& words, int indent) {
     if (words.empty()) raise_runtime_fault(error_number::invalid_call, "CLASS.MEMBER is missing");
-    const Target target(*this, words.front());
-    const Member* const description = target.description();
+    const CalledMember target = called_member(*this, words.front());
+    const Member* const description = target.description;
     Arguments values;
     for (std::size_t word = 1; word < words.size(); ++word) {
         const std::string& text = words[word];

@@ -7,9 +7,8 @@ namespace korvane::automation {
 namespace {
 
 void call_with(const Object& object, const Member& member, Arguments arguments, const std::string& what) {
-    const Access access = member.kind == MemberKind::property_put ? Access::put : Access::call;
     try {
-        object->invoke(member.dispid, arguments, access);
+        object->invoke(member.dispid, arguments, member.access);
     } catch (const Error& error) {
         EXPECT_NE(error.number(), 0) << what;
         EXPECT_NE(error.number(), 51) << what << " ended in an internal error: " << error.description();

@@ -124,8 +124,7 @@ TEST_P(MembersOfClass, DoTheSameByTheVtableAndNatively) {
         Arguments arguments{fitting_values(world, member), {}};
         Texts expected;
         try {
-            const Access access = member.kind == MemberKind::property_put ? Access::put : Access::call;
-            const Value result = native->invoke(member.dispid, arguments, access);
+            const Value result = native->invoke(member.dispid, arguments, member.access);
             expected.push_back("Success");
             if (member.result.kind != TypeKind::none) expected.push_back(json_of(result).dump());
             ++successes;
