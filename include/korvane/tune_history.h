@@ -50,8 +50,8 @@ struct MetricReading {
 class KORVANE_API TuneHistory {
 public:
     /// `where` is the path of a file (UTF-8), made with its tables where there is none and `make` is true, or
-    /// "postgresql://..." (natively). Older tables are brought to this library's version; those of a newer one are an
-    /// error.
+    /// "postgresql://..." (natively). Older tables are brought to this library's version where `make` is true; those of
+    /// a newer one are an error.
     explicit TuneHistory(std::string where, bool make = true);
     ~TuneHistory();
     TuneHistory(TuneHistory&&) noexcept;

@@ -57,6 +57,13 @@ spoiled() {  # what, text, command...
     grep -q "no record is kept: .*$2" talk || fail "$1: $(tail -1 talk)"
     echo "$1: $(tail -1 talk | sed "s#$folder#...#g")"
 }
+cp base/TuneHistory.sqlite older
+python3 -c 'import sqlite3; sqlite3.connect("older").executescript("DROP INDEX tune_records_by_instrument; UPDATE tune_schema SET version = 1")'
+charts() { "$program" trend --record "$(ids | tail -1)" --csv --history older 2>&1; }
+before=$(charts)
+"$program" "${measure[@]}" --keep --history older >/dev/null 2>&1 || fail "a record in older tables"
+[ "$(echo "$before" | wc -l)" -gt "$both" ] && [ "$before" = "$(charts)" ] || fail "charts of older tables: $before"
+
 echo "this is no database, but a text that is longer than the head of one: $(seq 100)" >text
 cp base/TuneHistory.sqlite future
 python3 -c 'import sqlite3; d = sqlite3.connect("future"); d.execute("UPDATE tune_schema SET version = 99"); d.commit()'

@@ -62,7 +62,8 @@ public:
     Sqlite(const std::string& path, bool make) {
         sqlite3* opened = nullptr;
         const int code =
-            sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE | (make ? SQLITE_OPEN_CREATE : 0), nullptr);
+            sqlite3_open_v2(path.c_str(), &opened,
+                            SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (make ? SQLITE_OPEN_CREATE : 0), nullptr);
         handle_.reset(opened);
         check(code);
         sqlite3_busy_timeout(opened, busy_timeout_ms);
