@@ -3,13 +3,10 @@
 #include <cmath>
 #include <memory>
 
-#include "calibrants.h"
-#include "history.h"
 #include "korvane/calibrants.h"
 #include "korvane/secant_search.h"
-#include "search_mark.h"
+#include "run.h"
 #include "setpoints.h"
-#include "text_table.h"
 
 namespace korvane::program {
 

@@ -1,12 +1,10 @@
 // The mass calibration: shown, with the mass errors of the calibrants over repeated spectra, set, and fitted.
 #include <cmath>
 
-#include "calibrants.h"
 #include "commands.h"
-#include "history.h"
 #include "korvane/calibration_fit.h"
 #include "korvane/control_chart.h"
-#include "text_table.h"
+#include "run.h"
 
 namespace korvane::program {
 

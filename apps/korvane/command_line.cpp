@@ -9,7 +9,6 @@
 #include "known_names.h"
 #include "korvane/build_information.h"
 #include "self_description.h"
-#include "stopping.h"
 
 namespace korvane::program {
 

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <regex>
 
-#include "calibrants.h"
 #include "commands.h"
 #include "known_names.h"
 #include "korvane/abort_helper.h"
@@ -13,7 +12,7 @@
 #include "korvane/system.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
-#include "text_table.h"
+#include "run.h"
 
 namespace korvane::program {
 

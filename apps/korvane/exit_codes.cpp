@@ -2,7 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <csignal>
 #include <string_view>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 namespace korvane::program {
 
@@ -26,6 +31,12 @@ std::string_view remark_on(const Error& error) {
             return "this parameter group is not permitted here";
     }
     return "";
+}
+
+volatile std::sig_atomic_t noted_signal = 0;
+
+void note(int signal) {
+    if (noted_signal == 0) noted_signal = signal;
 }
 
 }  // namespace
@@ -83,6 +94,49 @@ std::string failure_line(const Error& error, const std::string& command, const s
     if (error.kind() == ErrorKind::configuration && !names_folder) add("base folder " + base_folder);
     return fmt::format("korvane: {}: error {}: {}", has_routine ? joined_lines(error.source()) : command,
                        error.number(), description.empty() ? "no description" : description);
+}
+
+#ifdef _WIN32
+
+namespace {
+
+BOOL WINAPI note_console_event(DWORD event) {
+    constexpr int hang_up = 1;
+    note(event == CTRL_C_EVENT ? SIGINT : event == CTRL_BREAK_EVENT ? SIGTERM : hang_up);
+    // The process ends when this returns from the closing of the console.
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(INFINITE);
+    return TRUE;
+}
+
+}  // namespace
+
+void note_stop_signals() {
+    SetConsoleCtrlHandler(note_console_event, TRUE);
+}
+
+#else
+
+void note_stop_signals() {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
+        struct sigaction action = {};
+        sigaction(signal, nullptr, &action);
+        if (action.sa_handler == SIG_IGN) continue;
+        action.sa_handler = note;
+        action.sa_flags = 0;  // who waits for input is to wake up
+        sigaction(signal, &action, nullptr);
+    }
+    std::signal(SIGXFSZ, SIG_IGN);  // a limit of file size is an error as a full disk is
+}
+
+#endif
+
+int stop_signal() {
+    return noted_signal;
+}
+
+std::string stop_name(int signal) {
+    constexpr int hang_up = 1;
+    return signal == hang_up ? "SIGHUP" : signal == SIGINT ? "Ctrl-C" : signal == SIGTERM ? "SIGTERM" : "";
 }
 
 }  // namespace korvane::program

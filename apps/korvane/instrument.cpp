@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <iostream>
 
-#include "calibrants.h"
 #include "commands.h"
 #include "known_names.h"
 #include "korvane/automation.h"
 #include "korvane/conformance.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/recording.h"
-#include "stopping.h"
-#include "text_table.h"
+#include "run.h"
 
 #ifndef _WIN32
 #include <sys/wait.h>

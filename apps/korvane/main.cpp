@@ -13,7 +13,6 @@
 #endif
 
 #include "command_line.h"
-#include "stopping.h"
 
 #ifdef _WIN32
 

@@ -2,14 +2,12 @@
 #include <algorithm>
 #include <array>
 
-#include "calibrants.h"
 #include "commands.h"
-#include "history.h"
 #include "korvane/peak_traces.h"
 #include "korvane/recording.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/watching.h"
-#include "text_table.h"
+#include "run.h"
 
 namespace korvane::program {
 

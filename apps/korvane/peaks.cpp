@@ -4,12 +4,12 @@
 #include <iostream>
 #include <limits>
 
-#include "calibrants.h"
 #include "commands.h"
 #include "korvane/embedded_parts.h"
 #include "korvane/forwarding.h"
 #include "korvane/spectrum_parser.h"
 #include "korvane/tune_globals.h"
+#include "run.h"
 
 #ifdef _WIN32
 #include <fcntl.h>

@@ -4,11 +4,10 @@
 
 #include <map>
 
-#include "calibrants.h"
 #include "commands.h"
-#include "history.h"
 #include "known_names.h"
 #include "korvane/listing.h"
+#include "run.h"
 
 namespace korvane::program {
 

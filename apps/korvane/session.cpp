@@ -8,8 +8,7 @@
 #include "korvane/automation.h"
 #include "korvane/system.h"
 #include "korvane/watching.h"
-#include "search_mark.h"
-#include "stopping.h"
+#include "setpoints.h"
 
 namespace korvane::program {
 

@@ -1,4 +1,5 @@
-// A setpoint as the commands see it: found by a text, checked before it is written, read back afterwards.
+// A setpoint as the commands see it: found by a text, checked before it is written, read back afterwards; and a mark in
+// the base folder while a search has the instrument reduced, so that a run tells when one never ended.
 #pragma once
 
 #include <cstdint>
@@ -31,5 +32,21 @@ double followed_value(Session& session, const SetpointDescription& setpoint, dou
 
 /// The positional that names one.
 CLI::Option* add_setpoint(CLI::App& command, std::string& setpoint);
+
+/// There while it lives; a process that is killed leaves it. Where it cannot be written there is none.
+class SearchMark {
+public:
+    /// `more` are internal names of setpoints that the run may move besides.
+    explicit SearchMark(Session& session, const std::vector<std::string>& more = {});
+    ~SearchMark();
+    SearchMark(const SearchMark&) = delete;
+    SearchMark& operator=(const SearchMark&) = delete;
+
+private:
+    std::filesystem::path file_;
+};
+
+/// Setpoints that a search which was killed, or still runs, has left at other values than it found; empty without.
+std::string left_reduced(Session& session);
 
 }  // namespace korvane::program

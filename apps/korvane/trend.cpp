@@ -3,9 +3,8 @@
 #include <cmath>
 
 #include "commands.h"
-#include "history.h"
 #include "korvane/control_chart.h"
-#include "text_table.h"
+#include "run.h"
 
 namespace korvane::program {
 

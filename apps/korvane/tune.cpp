@@ -3,13 +3,10 @@
 #include <cctype>
 #include <cmath>
 
-#include "calibrants.h"
-#include "commands.h"
-#include "history.h"
 #include "korvane/peak_traces.h"
 #include "korvane/tune_run.h"
-#include "search_mark.h"
-#include "text_table.h"
+#include "run.h"
+#include "setpoints.h"
 
 namespace korvane::program {
 
