@@ -6,7 +6,6 @@
 #include <array>
 
 #include "commands.h"
-#include "known_names.h"
 #include "korvane/build_information.h"
 #include "self_description.h"
 

@@ -5,7 +5,6 @@
 #include <regex>
 
 #include "commands.h"
-#include "known_names.h"
 #include "korvane/abort_helper.h"
 #include "korvane/cal_mass_list.h"
 #include "korvane/listing.h"
@@ -13,6 +12,7 @@
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
 #include "run.h"
+#include "self_description.h"
 
 namespace korvane::program {
 
@@ -45,14 +45,6 @@ void require_names(const ParameterOptions& options) {
     for (const std::string& name : {options.tree, options.group, options.key}) require_name(name);
 }
 
-/// An error about a group or a key gets the nearest that the tree has.
-template <class Work>
-auto suggesting_parameters(Session& session, const ParameterOptions& options, Work work) {
-    const auto groups = [&] { return parameter_groups(session, options.tree); };
-    const auto keys = [&] { return parameter_keys(session, options.tree, options.group); };
-    return suggesting(options.key, keys, [&] { return suggesting(options.group, groups, work); });
-}
-
 double parameter(Session& session, const ParameterOptions& options) {
     require_names(options);
     clsTuneParamsXML store(session.platform());
@@ -62,17 +54,23 @@ double parameter(Session& session, const ParameterOptions& options) {
 }
 
 ExitCode get_parameter(Session& session, const ParameterOptions& options) {
-    const double value = suggesting_parameters(session, options, [&] { return parameter(session, options); });
+    double value = 0;
+    suggesting(
+        session, {{"GROUP", options.group}, {"KEY", options.key}}, [&] { value = parameter(session, options); },
+        options.tree);
     return session.show(Json{{"tree", options.tree}, {"group", options.group}, {"key", options.key}, {"value", value}},
                         fmt::format("{}\n", value));
 }
 
 ExitCode set_parameter(Session& session, const ParameterOptions& options) {
     require_names(options);
-    suggesting_parameters(session, options, [&] {
-        clsTuneParamsXML(session.platform())
-            .WriteTuneParamValue(options.group, options.key, stored_number(options.text), options.tree);
-    });
+    suggesting(
+        session, {{"GROUP", options.group}, {"KEY", options.key}},
+        [&] {
+            clsTuneParamsXML(session.platform())
+                .WriteTuneParamValue(options.group, options.key, stored_number(options.text), options.tree);
+        },
+        options.tree);
     return get_parameter(session, options);
 }
 
@@ -105,17 +103,16 @@ struct PreferenceOptions {
 
 ExitCode get_preference(Session& session, const PreferenceOptions& options) {
     require_name(options.name);
-    const std::string value = suggesting(
-        options.name, [&] { return preference_names(session); },
-        [&] { return clsTunePrefsXML(session.platform()).GetTunePreference(options.name); });
+    std::string value;
+    suggesting(session, {{"NAME", options.name}},
+               [&] { value = clsTunePrefsXML(session.platform()).GetTunePreference(options.name); });
     return session.show(Json{{"name", options.name}, {"value", value}}, value + "\n");
 }
 
 ExitCode set_preference(Session& session, const PreferenceOptions& options) {
     require_name(options.name);
-    suggesting(
-        options.name, [&] { return preference_names(session); },
-        [&] { clsTunePrefsXML(session.platform()).WriteTunePreference(options.name, options.value); });
+    suggesting(session, {{"NAME", options.name}},
+               [&] { clsTunePrefsXML(session.platform()).WriteTunePreference(options.name, options.value); });
     return get_preference(session, options);
 }
 

@@ -4,12 +4,12 @@
 #include <iostream>
 
 #include "commands.h"
-#include "known_names.h"
 #include "korvane/automation.h"
 #include "korvane/conformance.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/recording.h"
 #include "run.h"
+#include "self_description.h"
 
 #ifndef _WIN32
 #include <sys/wait.h>
@@ -128,7 +128,7 @@ ExitCode call(Session& session, std::vector<std::string> words) {
     } catch (const Error& error) {
         constexpr std::int32_t no_such_class = 429;
         if (error.kind() != ErrorKind::usage && error.number() != no_such_class) throw;
-        const std::vector<std::string> members = member_names();
+        const WordList members = names_for(session, "MEMBER");
         const std::string& member = words.front();
         const bool is_known = std::ranges::count(members, member.substr(0, member.find('=')));
         throw UsageError(error.description() + (is_known ? "" : did_you_mean(member, members)));

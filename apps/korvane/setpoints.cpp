@@ -10,10 +10,10 @@
 #include <functional>
 #include <memory>
 
-#include "known_names.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/system.h"
 #include "run.h"
+#include "self_description.h"
 
 namespace korvane::program {
 
@@ -276,8 +276,10 @@ SetpointDescription setpoint_named(Session& session, const std::string& text) {
     for (const auto& meant : meanings)
         if (const auto found = std::ranges::find_if(indexes, meant); found != indexes.end())
             return describe_setpoint(session, *found);
+    WordList known = names_for(session, "SETPOINT");
+    for (const std::int32_t index : indexes) known.push_back(table.external_name(index));
     throw UsageError(fmt::format("the instrument has no setpoint {} (korvane setpoint list shows them){}", text,
-                                 did_you_mean(text, setpoint_names(session, SetpointNames::internal_and_external))));
+                                 did_you_mean(text, known)));
 }
 
 void require_whole(const SetpointDescription& setpoint, double value) {
