@@ -1,5 +1,6 @@
 // The search for the value of a setpoint at which a peak has an abundance.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <memory>
 
@@ -212,17 +213,15 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
                                  name_of(search.end), search.readings});
     };
     show_search(session, setpoint, options, search, reached, applies, applies ? run.keep(fill) : Json());
-    if (is_reached(search.end)) return log_and_end(session, parser);
-    session.fault = Error(error_number::routine_detected, "", name_of(search.end));
-    return ExitCode::check_failed;
+    return log_and_end(session, parser, is_reached(search.end) ? "" : name_of(search.end));
 }
 
 }  // namespace
 
 void declare_adjust(CLI::App& command, Session& session) {
     AdjustOptions& options =
-        runs(command, session, "korvane adjust FragmentTune --mz 566.8885 --target 50000 --max 175 --apply", adjust);
-    add_csv(command, session);
+        runs(command, session, "korvane adjust FragmentTune --mz 566.8885 --target 50000 --max 175 --apply", adjust,
+             Prints::table);
     add_setpoint(command, options.setpoint);
     add_number(command, "--mz", options.mz, "m/z of the peak", positive)->required();
     add_number(command, "--target", options.target, "abundance to come down to, counts at the full transients",
@@ -237,12 +236,10 @@ void declare_adjust(CLI::App& command, Session& session) {
         ->type_name("PERCENT")
         ->excludes("--min")
         ->excludes("--max");
-    command
-        .add_option("--method", options.method,
-                    "bisection, or secant: weighs its readings by their errors, and stops when the value is known")
-        ->type_name("NAME")
-        ->capture_default_str()
-        ->check(CLI::IsMember({"bisection", secant_method}));
+    add_choice(command, "--method", options.method,
+               "bisection, or secant: weighs its readings by their errors, and stops when the value is known", "NAME",
+               std::array{"bisection", secant_method})
+        ->capture_default_str();
     command.add_flag("--raise-to-reduce", options.raise_to_reduce, "raising the setpoint lowers the abundance");
     command.add_flag("--fast", options.fast,
                      "search through the firmware, without waiting for readiness (QuadAMU only)");

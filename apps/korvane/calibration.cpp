@@ -190,9 +190,8 @@ ExitCode fit(Session& session, const FitOptions& options) {
                                            fit.terms, fit.chi_square_per_freedom, fit_verdict(fit)));
     session.talk(applies ? "the fitted calibration is written; korvane calibration undo puts the earlier one back"
                          : "nothing written");
-    if (applies || !options.apply) return log_and_end(session, parser);
-    session.fault = Error(error_number::routine_detected, "", "the fitted law is not better; --force writes it");
-    return ExitCode::check_failed;
+    return log_and_end(session, parser,
+                       applies || !options.apply ? "" : "the fitted law is not better; --force writes it");
 }
 
 }  // namespace
@@ -200,8 +199,7 @@ ExitCode fit(Session& session, const FitOptions& options) {
 void declare_calibration(CLI::App& group, Session& session) {
     const auto [show, showing] =
         add_command(group, session, "show", "print the coefficients, and the mass errors of repeated measurements",
-                    "korvane calibration show --repeat 10", show_calibration);
-    add_csv(show, session);
+                    "korvane calibration show --repeat 10", show_calibration, Prints::table);
     add_count(show, "--repeat", showing.repeats, "measure the calibrants in so many spectra (2 to 10000)", 2, 10000);
 
     const auto [set, setting] = add_command(group, session, "set", "write a new calibration and print it",
@@ -212,8 +210,7 @@ void declare_calibration(CLI::App& group, Session& session) {
 
     const auto [fitted, fitting] =
         add_command(group, session, "fit", "fit the mass-time law to the measured calibrants, and judge it",
-                    "korvane calibration fit --spectra 10 --apply", fit);
-    add_csv(fitted, session);
+                    "korvane calibration fit --spectra 10 --apply", fit, Prints::table);
     add_count(fitted, "--spectra", fitting.spectra, "measure the calibrants in so many spectra (3)", 1, 10000);
     fitted.add_flag("--apply", fitting.apply, "write the fitted law where it is better; exit code 1 where it is not");
     fitted.add_flag("--force", fitting.force, "with --apply: write it in any case")->needs("--apply");

@@ -84,35 +84,30 @@ constexpr auto commands = std::to_array<CommandRow>(
      {"", "automation", "describe the automation interface", declare_automation},
      {"", "conform", "check an instrument layer, operation by operation", declare_conform}});
 
-void declare_all(CLI::App& program, Session& session) {
-    for (const CommandRow& row : commands) row.declare(*program.get_subcommand(row.name), session);
-}
-
-void declare_complete(CLI::App& command, Session& session) {
+/// Hands the words behind a hidden command to `text_of`, once all commands have been declared.
+template <std::string (*text_of)(Session&, CLI::App&, const WordList&)>
+void declare_hidden(CLI::App& command, Session& session) {
     command.fallthrough(false)->prefix_command();
     runs(command, session, [&command](Session& running) {
         CLI::App& program = *command.get_parent();
-        declare_all(program, running);
-        std::string lines;
-        for (const std::string& word : completions(running, program, command.remaining())) lines += word + "\n";
-        return running.show({}, lines);
+        for (const CommandRow& row : commands) row.declare(*program.get_subcommand(row.name), running);
+        return running.show({}, text_of(running, program, command.remaining()));
     });
 }
 
-void declare_manual(CLI::App& command, Session& session) {
-    command.fallthrough(false)->prefix_command();
-    runs(command, session, [&command](Session& running) {
-        CLI::App& program = *command.get_parent();
-        declare_all(program, running);
-        const auto words = command.remaining();
-        return running.show({}, manual_page(words.empty() ? program : *program.get_subcommand(words.front())));
-    });
+std::string completion_lines(Session& session, CLI::App& program, const WordList& words) {
+    const WordList found = completions(session, program, words);
+    return found.empty() ? "" : fmt::format("{}\n", fmt::join(found, "\n"));
+}
+
+std::string page_of(Session&, CLI::App& program, const WordList& words) {
+    return manual_page(words.empty() ? program : *program.get_subcommand(words.front()));
 }
 
 /// Words for programs: what the completion of a shell asks for, and the manual pages that the build makes.
 constexpr std::array hidden_commands{
-    CommandRow{"", "complete", "print what may stand in the place of the last word", declare_complete},
-    CommandRow{"", "manual", "print the manual page of the program, or of a command", declare_manual},
+    CommandRow{"", "complete", "print what may stand in the place of the last word", declare_hidden<completion_lines>},
+    CommandRow{"", "manual", "print the manual page of the program, or of a command", declare_hidden<page_of>},
 };
 
 void add_recording_options(CLI::App& program, RecordingOptions& options) {
@@ -123,17 +118,15 @@ void add_recording_options(CLI::App& program, RecordingOptions& options) {
             throw CLI::ValidationError("--ms-level", fmt::format("\"{}\" is neither an MS level nor \"all\"", text));
         options.ms_level = static_cast<std::int32_t>(level);
     };
-    const auto read_polarity = [&options](const std::string& text) {
-        const std::string name = CLI::detail::to_lower(text);
-        if (name != "positive" && name != "negative")
-            throw CLI::ValidationError("--assume-polarity",
-                                       fmt::format("\"{}\" is neither positive nor negative", text));
-        options.polarity = name == "positive" ? PolaritySetpoint::Positive : PolaritySetpoint::Negative;
-    };
     program.add_option_function<std::string>(
         "--ms-level", read_level, "MS level of a recording's spectra, or all (the lowest; \"peaks\" takes all)");
-    program.add_option_function<std::string>("--assume-polarity", read_polarity,
-                                             "polarity of recorded spectra that do not state theirs (positive)");
+    const auto read_polarity = [&options](const std::string& name) {
+        options.polarity = name == "positive" ? PolaritySetpoint::Positive : PolaritySetpoint::Negative;
+    };
+    program
+        .add_option_function<std::string>("--assume-polarity", read_polarity,
+                                          "polarity of recorded spectra that do not state theirs (positive)")
+        ->transform(CLI::IsMember({"positive", "negative"}, CLI::ignore_case));
 }
 
 void add_global_options(CLI::App& program, GlobalOptions& options) {
@@ -154,14 +147,17 @@ void add_global_options(CLI::App& program, GlobalOptions& options) {
     program.set_version_flag("--version", "korvane " KORVANE_VERSION, "print the version");
 }
 
-// The words of the command that the arguments named: "setpoint set".
+/// The command that the arguments named, the program itself where they named none.
+const CLI::App& named_command(const CLI::App& program) {
+    const auto chosen = program.get_subcommands();
+    return chosen.empty() ? program : named_command(*chosen.front());
+}
+
+/// Its words: "setpoint set".
 std::string command_name(const CLI::App& program) {
     std::string name;
-    const CLI::App* command = &program;
-    while (!command->get_subcommands().empty()) {
-        command = command->get_subcommands().front();
-        name += (name.empty() ? "" : " ") + command->get_name();
-    }
+    for (const CLI::App* command = &named_command(program); command->get_parent(); command = command->get_parent())
+        name = command->get_name() + (name.empty() ? "" : " ") + name;
     return name;
 }
 
@@ -169,13 +165,11 @@ std::string command_name(const CLI::App& program) {
 std::string fault_text(const CLI::App& program, const CLI::ParseError& fault) {
     const auto words = program.remaining(true);
     if (words.empty()) return fault.what();
-    const CLI::App* command = &program;
-    while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
     const bool lacks_command = dynamic_cast<const CLI::RequiredError*>(&fault) != nullptr;
     const auto option = std::ranges::find_if(words, [](const std::string& word) { return word.starts_with("-"); });
     const std::string& word = lacks_command || option == words.end() ? words.front() : *option;
     return (lacks_command || option != words.end() ? fmt::format("there is no \"{}\"", word) : fault.what()) +
-           did_you_mean(word, words_that_may_follow(*command, word.starts_with("-")));
+           did_you_mean(word, words_that_may_follow(named_command(program), word.starts_with("-")));
 }
 
 std::string usage_line(const std::string& command, const std::string& fault) {

@@ -46,9 +46,11 @@ void runs(CLI::App& command, Session& session, Session::Work work) {
     command.final_callback([&session, work = std::move(work)] { session.work = work; });
 }
 
-void add_csv(CLI::App& command, Session& session) {
-    command.add_flag("--csv", session.csv, "print the table with commas, for a spreadsheet")
-        ->excludes(command.get_option("--json"));
+void add_output(CLI::App& command, Session& session, const char* example, Prints prints) {
+    CLI::Option* json = command.add_flag("--json", session.json, "print one JSON object instead of text");
+    command.footer(std::string("Example:\n  ") + example + "\n");
+    if (prints == Prints::table)
+        command.add_flag("--csv", session.csv, "print the table with commas, for a spreadsheet")->excludes(json);
 }
 
 std::optional<double> parse_number(std::string_view text) {

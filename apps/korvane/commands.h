@@ -43,11 +43,15 @@ void declare_conform(CLI::App& command, Session& session);
 /// Hands the work to the session once the whole command line has been read.
 void runs(CLI::App& command, Session& session, Session::Work work);
 
-/// The same for work with options, which live as long as the command. Adds --json, and the example below the help.
+/// --json for every command, --csv for those that print a table, and the example below the help.
+enum class Prints { object, table };
+void add_output(CLI::App& command, Session& session, const char* example, Prints prints);
+
+/// The same for work with options, which live as long as the command.
 template <class Options>
-Options& runs(CLI::App& command, Session& session, const char* example, ExitCode (*work)(Session&, const Options&)) {
-    command.add_flag("--json", session.json, "print one JSON object instead of text");
-    command.footer(std::string("Example:\n  ") + example + "\n");
+Options& runs(CLI::App& command, Session& session, const char* example, ExitCode (*work)(Session&, const Options&),
+              Prints prints = Prints::object) {
+    add_output(command, session, example, prints);
     auto options = std::make_shared<Options>();
     runs(command, session, [options, work](Session& running) { return work(running, *options); });
     return *options;
@@ -55,15 +59,13 @@ Options& runs(CLI::App& command, Session& session, const char* example, ExitCode
 
 struct NoOptions {};
 
-/// For commands that print a table.
-void add_csv(CLI::App& command, Session& session);
-
 /// A command of a group.
 template <class Options>
 std::pair<CLI::App&, Options&> add_command(CLI::App& group, Session& session, const char* name, const char* help,
-                                           const char* example, ExitCode (*work)(Session&, const Options&)) {
+                                           const char* example, ExitCode (*work)(Session&, const Options&),
+                                           Prints prints = Prints::object) {
     CLI::App& command = *group.require_subcommand(1)->add_subcommand(name, help)->group("Commands");
-    return {command, runs(command, session, example, work)};
+    return {command, runs(command, session, example, work, prints)};
 }
 
 // Numbers of the command line are read strictly: the whole text, finite, independent of the locale.
@@ -91,5 +93,13 @@ CLI::Option* add_seed(CLI::App& command, std::uint64_t& target);
 /// The name of a file, a folder or a layer; not empty.
 CLI::Option* add_name(CLI::App& command, const std::string& option, std::optional<std::string>& target,
                       const std::string& help, const std::string& kind);
+/// One of the words, or several.
+template <class Target, class Words>
+CLI::Option* add_choice(CLI::App& command, const std::string& name, Target& target, const std::string& help,
+                        const char* kind, const Words& words) {
+    return command.add_option(name, target, help)
+        ->type_name(kind)
+        ->check(CLI::IsMember(std::vector<std::string>(std::begin(words), std::end(words))));
+}
 
 }  // namespace korvane::program

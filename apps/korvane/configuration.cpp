@@ -1,5 +1,6 @@
 // The files of a base folder: making one, parameters, preferences, mass lists, the abort flag, old logs.
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <chrono>
 #include <regex>
@@ -28,50 +29,31 @@ constexpr const char* manual_tree = "ManualTuneParameters";
 
 struct ParameterOptions {
     std::string group, key, tree = autotune_tree;
-    std::string text;  // as given, so that the file keeps it so
+    std::optional<std::string> text;  // to write, as given, so that the file keeps it so
 };
 
 /// Names of elements, and nothing that a query would read otherwise.
 void require_name(const std::string& name) {
-    const auto is_plain = [](unsigned char c) {
-        return std::isalnum(c) || c == '_' || c == '-' || c == '.' || c > 127;
-    };
-    if (name.empty() || name.front() == '-' || name.front() == '.' ||
-        std::isdigit(static_cast<unsigned char>(name.front())) || !std::ranges::all_of(name, is_plain))
-        throw UsageError(fmt::format("\"{}\" is not a name", name));
-}
-
-void require_names(const ParameterOptions& options) {
-    for (const std::string& name : {options.tree, options.group, options.key}) require_name(name);
+    static const std::regex plain("[A-Z_a-z\\x80-\\xFF][-.0-9A-Z_a-z\\x80-\\xFF]*");
+    if (!std::regex_match(name, plain)) throw UsageError(fmt::format("\"{}\" is not a name", name));
 }
 
 double parameter(Session& session, const ParameterOptions& options) {
-    require_names(options);
     clsTuneParamsXML store(session.platform());
+    if (options.text) store.WriteTuneParamValue(options.group, options.key, stored_number(*options.text), options.tree);
     if (options.tree == autotune_tree) return store.GetAutotuneLimitValue(options.group, options.key);
     if (options.tree == manual_tree) return store.GetManualTuneValue(options.group, options.key);
     return store.GetTuneParamByXMLPath("/QTOFTuneParams/TOF/" + options.tree + "/" + options.group, options.key);
 }
 
-ExitCode get_parameter(Session& session, const ParameterOptions& options) {
+ExitCode show_parameter(Session& session, const ParameterOptions& options) {
+    for (const std::string& name : {options.tree, options.group, options.key}) require_name(name);
     double value = 0;
     suggesting(
         session, {{"GROUP", options.group}, {"KEY", options.key}}, [&] { value = parameter(session, options); },
         options.tree);
     return session.show(Json{{"tree", options.tree}, {"group", options.group}, {"key", options.key}, {"value", value}},
                         fmt::format("{}\n", value));
-}
-
-ExitCode set_parameter(Session& session, const ParameterOptions& options) {
-    require_names(options);
-    suggesting(
-        session, {{"GROUP", options.group}, {"KEY", options.key}},
-        [&] {
-            clsTuneParamsXML(session.platform())
-                .WriteTuneParamValue(options.group, options.key, stored_number(options.text), options.tree);
-        },
-        options.tree);
-    return get_parameter(session, options);
 }
 
 ExitCode list_parameters(Session& session, const ParameterOptions& options) {
@@ -98,22 +80,19 @@ void add_key(CLI::App& command, ParameterOptions& options) {
 }
 
 struct PreferenceOptions {
-    std::string name, value;
+    std::string name;
+    std::optional<std::string> text;  // to write
 };
 
-ExitCode get_preference(Session& session, const PreferenceOptions& options) {
+ExitCode show_preference(Session& session, const PreferenceOptions& options) {
     require_name(options.name);
+    clsTunePrefsXML store(session.platform());
     std::string value;
-    suggesting(session, {{"NAME", options.name}},
-               [&] { value = clsTunePrefsXML(session.platform()).GetTunePreference(options.name); });
+    suggesting(session, {{"NAME", options.name}}, [&] {
+        if (options.text) store.WriteTunePreference(options.name, *options.text);
+        value = store.GetTunePreference(options.name);
+    });
     return session.show(Json{{"name", options.name}, {"value", value}}, value + "\n");
-}
-
-ExitCode set_preference(Session& session, const PreferenceOptions& options) {
-    require_name(options.name);
-    suggesting(session, {{"NAME", options.name}},
-               [&] { clsTunePrefsXML(session.platform()).WriteTunePreference(options.name, options.value); });
-    return get_preference(session, options);
 }
 
 ExitCode list_preferences(Session& session, const NoOptions&) {
@@ -222,17 +201,13 @@ ExitCode check_lists(Session& session, const NoOptions&) {
     for (const std::string& fault : faults) text += fault + "\n";
     if (faults.empty()) text = fmt::format("{} lists, no faults\n", lists.size());
     session.show(Json{{"file", file}, {"lists", lists.size()}, {"faults", faults}}, text);
-    if (faults.empty()) return ExitCode::done;
-    session.fault =
-        Error(error_number::routine_detected, "masslist check", fmt::format("{} faults in {}", faults.size(), file));
-    return ExitCode::check_failed;
+    return session.checked(faults.empty() ? "" : fmt::format("{} faults in {}", faults.size(), file));
 }
 
-void add_choice(CLI::App& command, ListChoice& choice) {
+void add_list_choice(CLI::App& command, ListChoice& choice) {
     command.add_option("--source", choice.source, "ion source, such as ESI (the instrument's)")->type_name("NAME");
-    command.add_option("--polarity", choice.polarity, "Positive or Negative (the instrument's)")
-        ->type_name("NAME")
-        ->check(CLI::IsMember({"Positive", "Negative"}));
+    add_choice(command, "--polarity", choice.polarity, "Positive or Negative (the instrument's)", "NAME",
+               std::array{"Positive", "Negative"});
 }
 
 ExitCode abort_status(Session& session, const NoOptions&) {
@@ -307,45 +282,43 @@ void declare_init(CLI::App& command, Session& session) {
 
 void declare_params(CLI::App& group, Session& session) {
     const auto [get, got] = add_command(group, session, "get", "print a parameter",
-                                        "korvane params get RampParams MinimumAcceptableAbundance", get_parameter);
+                                        "korvane params get RampParams MinimumAcceptableAbundance", show_parameter);
     add_key(get, got);
     add_tree(get, got);
 
     const auto [set, change] =
         add_command(group, session, "set", "change a parameter that exists",
-                    "korvane params set PeakHandling PeakFindWindowInPercentT 0.2", set_parameter);
+                    "korvane params set PeakHandling PeakFindWindowInPercentT 0.2", show_parameter);
     add_key(set, change);
     set.add_option("VALUE", change.text, "the new number")->required()->check([](const std::string& text) {
         return parse_number(text) ? std::string() : "\"" + text + "\" is not a number";
     });
     add_tree(set, change);
 
-    const auto [list, listed] = add_command(group, session, "list", "print all parameters of a tree",
-                                            "korvane params list --tree ManualTuneParameters", list_parameters);
-    add_csv(list, session);
+    const auto [list, listed] =
+        add_command(group, session, "list", "print all parameters of a tree",
+                    "korvane params list --tree ManualTuneParameters", list_parameters, Prints::table);
     add_tree(list, listed);
 }
 
 void declare_prefs(CLI::App& group, Session& session) {
     const auto [get, got] = add_command(group, session, "get", "print a preference",
-                                        "korvane prefs get AIC_RunFastVersion", get_preference);
+                                        "korvane prefs get AIC_RunFastVersion", show_preference);
     get.add_option("NAME", got.name, "name of the preference")->required();
 
     const auto [set, change] = add_command(group, session, "set", "change a preference that exists",
-                                           "korvane prefs set LogSetpointTraffic Yes", set_preference);
+                                           "korvane prefs set LogSetpointTraffic Yes", show_preference);
     set.add_option("NAME", change.name, "name of the preference")->required();
-    set.add_option("VALUE", change.value, "the new text, written as given")->required();
+    set.add_option("VALUE", change.text, "the new text, written as given")->required();
 
-    add_csv(add_command(group, session, "list", "print all preferences", "korvane prefs list --json", list_preferences)
-                .first,
-            session);
+    add_command(group, session, "list", "print all preferences", "korvane prefs list --json", list_preferences,
+                Prints::table);
 }
 
 void declare_masslist(CLI::App& group, Session& session) {
     const auto [show, shown] = add_command(group, session, "show", "print a mass list",
-                                           "korvane masslist show --polarity Negative", show_lists);
-    add_csv(show, session);
-    add_choice(show, shown);
+                                           "korvane masslist show --polarity Negative", show_lists, Prints::table);
+    add_list_choice(show, shown);
     show.add_flag("--all", shown.all, "all lists of the file");
 
     const auto [set, change] =
@@ -353,7 +326,7 @@ void declare_masslist(CLI::App& group, Session& session) {
                     "korvane masslist set 158.9640 294.9388 566.8885 838.8381 --source ESI", set_list);
     add_numbers(set, "MASS", change.masses, "m/z of the calibrants in use", positive)->required();
     add_numbers(set, "--unused", change.unused, "m/z to list as not used", positive);
-    add_choice(set, change.choice);
+    add_list_choice(set, change.choice);
 
     add_command(group, session, "check",
                 "check every list of the file: numbers, ascending, enough of them; exit code 1 on faults",
@@ -373,8 +346,7 @@ void declare_logs(CLI::App& group, Session& session) {
     const auto [command, options] =
         add_command(group, session, "prune",
                     "remove dated logs and reports (NAME_YYYYMMDD_HHMMSS.txt, .html) of the folder Logfiles",
-                    "korvane logs prune --older-than 90d", prune);
-    add_csv(command, session);
+                    "korvane logs prune --older-than 90d", prune, Prints::table);
     command.add_option("--older-than", options.age, "days or weeks, such as 90d or 12w")->type_name("AGE")->required();
     command.add_flag("--dry-run", options.dry_run, "tell which, and remove nothing");
 }

@@ -199,14 +199,12 @@ ExitCode export_history(Session& session, const ExportFiles& files) {
 }  // namespace
 
 void declare_history(CLI::App& group, Session& session) {
-    const auto [list, listing] =
-        add_command(group, session, "list", "print the youngest records", "korvane history list -n 10", list_history);
-    add_csv(list, session);
+    const auto [list, listing] = add_command(group, session, "list", "print the youngest records",
+                                             "korvane history list -n 10", list_history, Prints::table);
     add_count(list, "-n", listing.most, "so many at most (30)", 1, 1'000'000);
 
     const auto [show, showing] = add_command(group, session, "show", "print one record: what changed, the calibrants",
-                                             "korvane history show last", show_history);
-    add_csv(show, session);
+                                             "korvane history show last", show_history, Prints::table);
     show.add_option("RECORD", showing.name, record_words);
 
     const auto [mark, marking] =
@@ -216,8 +214,7 @@ void declare_history(CLI::App& group, Session& session) {
     mark.add_option("TEXT", marking.text, "what was done");
 
     const auto [diff, pair] = add_command(group, session, "diff", "print what differs between two records",
-                                          "korvane history diff last-week", compare_records);
-    add_csv(diff, session);
+                                          "korvane history diff last-week", compare_records, Prints::table);
     diff.add_option("THEN", pair.from, record_words)->required();
     diff.add_option("NOW", pair.to, "the later record (last)");
 

@@ -146,9 +146,8 @@ ExitCode list_peaks(Session& session, const PeaksOptions& options) {
 }  // namespace
 
 void declare_peaks(CLI::App& command, Session& session) {
-    PeaksOptions& options =
-        runs(command, session, "korvane peaks today.mzML --from 500 --to 600 --min-height 2000", list_peaks);
-    add_csv(command, session);
+    PeaksOptions& options = runs(command, session, "korvane peaks today.mzML --from 500 --to 600 --min-height 2000",
+                                 list_peaks, Prints::table);
     command.add_option(
         "FILE", options.file,
         "mzML, or a text with m/z and counts a line; - is standard input (the instrument's next spectrum)");

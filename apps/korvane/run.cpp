@@ -1,6 +1,6 @@
 #include "run.h"
 
-#include <fmt/format.h>
+#include <fmt/chrono.h>
 
 #include <chrono>
 
@@ -20,10 +20,7 @@ std::string history_name(Session& session) {
 /// "2026-11-22T08:51:49Z" so many days earlier: "2026-11-15".
 std::string days_before(const std::string& time, int days) {
     using namespace std::chrono;
-    const auto then = sys_seconds(seconds(seconds_of(time))) - std::chrono::days(days);
-    const year_month_day day(floor<std::chrono::days>(then));
-    return fmt::format("{:04}-{:02}-{:02}", static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
-                       static_cast<unsigned>(day.day()));
+    return fmt::format("{:%Y-%m-%d}", sys_seconds(seconds(seconds_of(time))) - std::chrono::days(days));
 }
 
 }  // namespace
@@ -48,7 +45,8 @@ std::string written_log(const SpectrumParser& parser) {
     return path.empty() ? "not written" : path;
 }
 
-ExitCode log_and_end(Session& session, const SpectrumParser& parser) {
+ExitCode log_and_end(Session& session, const SpectrumParser& parser, const std::string& faults) {
+    if (!faults.empty()) return session.checked(faults);
     if (parser.tune_log_path().empty())
         session.fault = Error(error_number::file_or_element, "",
                               "the tune log is not written: Logfiles is missing or cannot be written");

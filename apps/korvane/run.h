@@ -20,9 +20,9 @@ void require_mass_in_range(TuneGlobals& globals, double mass);
 
 /// Path of the tune log that the measurement wrote, or that there is none.
 std::string written_log(const SpectrumParser& parser);
-/// What a command that writes a tune log ends with: all done, or the code of the session's fault, which may be that the
-/// log was not written.
-ExitCode log_and_end(Session& session, const SpectrumParser& parser);
+/// What a command that writes a tune log ends with: the faults that a check found, or all done, or the code of the
+/// session's fault, which may be that the log was not written.
+ExitCode log_and_end(Session& session, const SpectrumParser& parser, const std::string& faults);
 
 /// The eight values by name.
 Json peak_json(const PeakInfo& record);

@@ -156,6 +156,12 @@ ExitCode Session::show(Json object, const TextTable& table) {
     return show(std::move(object), csv ? table.csv() : table.text());
 }
 
+ExitCode Session::checked(const std::string& found_fault) {
+    if (found_fault.empty()) return ExitCode::done;
+    fault = Error(error_number::routine_detected, "", found_fault);
+    return ExitCode::check_failed;
+}
+
 void Session::print_result(const Json& more) {
     if (line_is_open_) streams_.err << "\r\x1b[K" << std::flush;
     line_is_open_ = false;

@@ -103,6 +103,8 @@ public:
     /// Notes the result for the end: the object for --json, the text, or the table for --csv. Returns that all is done.
     ExitCode show(Json object, std::string text);
     ExitCode show(Json object, const TextTable& table);
+    /// What a check ends with: its fault with exit code 1, or all done where there is none.
+    ExitCode checked(const std::string& found_fault);
     /// Prints the result, if any. `more` is what a JSON object gets in any case.
     void print_result(const Json& more);
     /// One line of talk.

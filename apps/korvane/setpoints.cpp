@@ -98,8 +98,7 @@ ExitCode set_setpoint(Session& session, const SetpointChange& options) {
     if (options.value.has_value() == options.delta.has_value()) throw UsageError("give either a value or --delta");
     const SetpointDescription setpoint = setpoint_named(session, options.setpoint);
     const double wanted = options.value ? value_named(setpoint, *options.value) : setpoint.value + *options.delta;
-    require_whole(setpoint, wanted);
-    require_within_limits(setpoint, wanted);
+    require_allowed(setpoint, wanted);
     session.begin_run();
     const auto stays = [&](void*) { session.keep_moves(); };  // also where it was not seen to arrive
     const std::unique_ptr<void, decltype(stays)> at_end(&session, stays);
@@ -115,11 +114,17 @@ ExitCode set_setpoint(Session& session, const SetpointChange& options) {
     return show_setpoint(session, setpoint, followed_value(session, setpoint, wanted));
 }
 
+std::vector<SetpointDescription> all_setpoints(Session& session) {
+    std::vector<SetpointDescription> all;
+    for (const std::int32_t index : session.instrument().setpoints().indexes())
+        all.push_back(describe_setpoint(session, index));
+    return all;
+}
+
 ExitCode list_setpoints(Session& session, const NoOptions&) {
     Json rows = Json::array();
     TextTable table({"index", "<internal name", "value", "lower", "upper", "resolution", "<type", "<external name"});
-    for (const std::int32_t index : session.instrument().setpoints().indexes()) {
-        const SetpointDescription row = describe_setpoint(session, index);
+    for (const SetpointDescription& row : all_setpoints(session)) {
         rows.push_back(setpoint_json(row));
         table.add_row(row.index, row.internal_name, row.value, row.lower, row.upper, row.resolution, row.type,
                       row.external_name);
@@ -150,10 +155,7 @@ std::pair<int, std::int32_t> restoring_order(std::int32_t index) {
 
 ExitCode save_setpoints(Session& session, const FileName& file) {
     Json values = Json::object();
-    for (const std::int32_t index : session.instrument().setpoints().indexes()) {
-        const SetpointDescription setpoint = describe_setpoint(session, index);
-        values[setpoint.internal_name] = setpoint.value;
-    }
+    for (const SetpointDescription& setpoint : all_setpoints(session)) values[setpoint.internal_name] = setpoint.value;
     const std::size_t count = values.size();
     const Json object{{"schema", file_schema}, {"title", session.instrument().title()}, {"setpoints", values}};
     save_text(session, *file.path, object.dump(2) + "\n");
@@ -176,8 +178,7 @@ std::vector<SavedSetpoint> saved_setpoints(Session& session, const std::string& 
             const SetpointDescription setpoint = describe_setpoint(session, table.index_of(name));
             const double saved = value.get<double>();
             if (std::abs(setpoint.value - saved) <= 1e-9 * std::abs(saved)) continue;
-            require_whole(setpoint, saved);
-            require_within_limits(setpoint, saved);
+            require_allowed(setpoint, saved);
             rows.push_back({setpoint, saved, "differs"});
         } catch (const std::exception& fault) {
             faults += (faults.empty() ? "" : "; ") + joined_lines(fault.what());
@@ -266,26 +267,25 @@ bool same_but_for_case(std::string_view text, std::string_view other) {
 }
 
 SetpointDescription setpoint_named(Session& session, const std::string& text) {
-    SetpointTable& table = session.instrument().setpoints();
     const auto number = parse_integer(text);
-    const std::vector<std::int32_t> indexes = table.indexes();
-    const std::function<bool(std::int32_t)> meanings[] = {
-        [&](std::int32_t index) { return number ? index == *number : table.internal_name(index) == text; },
-        [&](std::int32_t index) { return same_but_for_case(table.internal_name(index), text); },
-        [&](std::int32_t index) { return same_but_for_case(table.external_name(index), text); }};
+    const std::vector<SetpointDescription> all = all_setpoints(session);
+    const std::function<bool(const SetpointDescription&)> meanings[] = {
+        [&](const SetpointDescription& each) { return number ? each.index == *number : each.internal_name == text; },
+        [&](const SetpointDescription& each) { return same_but_for_case(each.internal_name, text); },
+        [&](const SetpointDescription& each) { return same_but_for_case(each.external_name, text); }};
     for (const auto& meant : meanings)
-        if (const auto found = std::ranges::find_if(indexes, meant); found != indexes.end())
-            return describe_setpoint(session, *found);
-    WordList known = names_for(session, "SETPOINT");
-    for (const std::int32_t index : indexes) known.push_back(table.external_name(index));
+        if (const auto found = std::ranges::find_if(all, meant); found != all.end()) return *found;
+    WordList known;
+    for (const SetpointDescription& each : all) known.insert(known.end(), {each.internal_name, each.external_name});
     throw UsageError(fmt::format("the instrument has no setpoint {} (korvane setpoint list shows them){}", text,
                                  did_you_mean(text, known)));
 }
 
-void require_whole(const SetpointDescription& setpoint, double value) {
+void require_allowed(const SetpointDescription& setpoint, double value) {
     if (setpoint.type != "double" && value != std::trunc(value))
         throw UsageError(fmt::format("setpoint {} ({}) takes whole numbers only, not {}", setpoint.index,
                                      setpoint.internal_name, value));
+    require_within_limits(setpoint, value);
 }
 
 void require_within_limits(const SetpointDescription& setpoint, double value) {
@@ -354,18 +354,16 @@ void declare_setpoint(CLI::App& group, Session& session) {
                {.above = 0, .below = 86400});
     set.add_flag("--until-set", change.until_set, "return when a spectrum shows the new value; exit code 5 after 15 s");
 
-    add_csv(add_command(group, session, "list", "print all setpoints", "korvane setpoint list", list_setpoints).first,
-            session);
+    add_command(group, session, "list", "print all setpoints", "korvane setpoint list", list_setpoints, Prints::table);
 
     const auto [save, saving] = add_command(group, session, "save", "write all setpoints to a file",
                                             "korvane setpoint save monday.json", save_setpoints);
     const auto [diff, comparing] =
         add_command(group, session, "diff", "print the setpoints that are not as in a file; exit code 1 where any is",
-                    "korvane setpoint diff monday.json", compare_setpoints);
-    add_csv(diff, session);
-    const auto [restore, restoring] = add_command(group, session, "restore", "set the setpoints as a file has them",
-                                                  "korvane setpoint restore monday.json", restore_setpoints);
-    add_csv(restore, session);
+                    "korvane setpoint diff monday.json", compare_setpoints, Prints::table);
+    const auto [restore, restoring] =
+        add_command(group, session, "restore", "set the setpoints as a file has them",
+                    "korvane setpoint restore monday.json", restore_setpoints, Prints::table);
     add_name(save, "FILE", saving.path, "JSON file", "FILE")->required();
     add_name(diff, "FILE", comparing.path, "JSON file", "FILE")->required();
     add_name(restore, "FILE", restoring.path, "JSON file", "FILE")->required();

@@ -24,7 +24,7 @@ SetpointDescription setpoint_named(Session& session, const std::string& text);
 bool same_but_for_case(std::string_view text, std::string_view other);
 
 /// Usage errors naming the setpoint.
-void require_whole(const SetpointDescription& setpoint, double value);
+void require_allowed(const SetpointDescription& setpoint, double value);
 void require_within_limits(const SetpointDescription& setpoint, double value);
 
 /// The value that the instrument shows; a time-out where it is not the one set.

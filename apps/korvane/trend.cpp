@@ -21,12 +21,26 @@ struct TrendChoice {
     std::vector<std::string> rules{"ewma", "3sigma"};
 };
 
-/// A value or, for what calibrants share, a deviation, in the metric's own unit or percent.
+/// "%" for the deviation that calibrants share, else that of the metric.
+const char* unit_of(const ControlChart& chart) {
+    const bool is_percent = is_logarithmic(chart.metric) && !chart.mz;
+    return is_percent ? "%" : chart.metric == "mass_error" ? "ppm" : chart.metric == "height" ? "counts" : "";
+}
+
+/// In that unit.
+double shown_value(const ControlChart& chart, double value) {
+    if (!is_logarithmic(chart.metric)) return value;
+    return chart.mz ? std::exp(value) : 100 * std::expm1(value);
+}
+
+/// The same as a text; counts go without their unit.
 std::string value_text(const ControlChart& chart, double value) {
-    if (is_logarithmic(chart.metric) && !chart.mz) return fmt::format("{:+.1f} %", 100 * std::expm1(value));
-    if (chart.metric == "mass_error") return fmt::format("{:+.2f} ppm", value);
-    if (chart.metric == "misfit") return fmt::format("{:.2f}", std::exp(value));
-    return fmt::format("{:.0f}", is_logarithmic(chart.metric) ? std::exp(value) : value);
+    const std::string unit = unit_of(chart);
+    const char* const format = unit == "%"                ? "{:+.1f} %"
+                               : unit == "ppm"            ? "{:+.2f} ppm"
+                               : chart.metric == "misfit" ? "{:.2f}"
+                                                          : "{:.0f}";
+    return fmt::format(fmt::runtime(format), shown_value(chart, value));
 }
 
 std::string chart_name(const ControlChart& chart) {
@@ -184,45 +198,33 @@ ExitCode trend(Session& session, const TrendChoice& options) {
     std::string text = session.csv ? table.csv() : table.text();
     if (!session.csv && !options.metric.empty() && found.front().guide.size > 0) text += drawing(charts.front());
     session.show(Json{{"record", like.id}, {"out_of_control", !now.empty()}, {"charts", std::move(rows)}}, text);
-    if (now.empty()) return ExitCode::done;
-    session.fault = Error(error_number::routine_detected, "", "out of control: " + now);
-    return ExitCode::check_failed;
+    return session.checked(now.empty() ? "" : "out of control: " + now);
 }
 
 }  // namespace
 
 TrendChart trend_chart(const ControlChart& chart) {
     const RuledChart marked = ruled(chart, TrendChoice().rules);
-    const bool has_limits = chart.guide.size > 0, is_percent = is_logarithmic(chart.metric) && !chart.mz;
-    const auto shown = [&](double value) {
-        return is_percent ? 100 * std::expm1(value) : is_logarithmic(chart.metric) ? std::exp(value) : value;
-    };
     const auto limit = [&](double sigmas) {
-        return has_limits ? shown(chart.guide.centre + sigmas * chart.guide.sigma) : std::nan("");
+        return chart.guide.size > 0 ? shown_value(chart, chart.guide.centre + sigmas * chart.guide.sigma)
+                                    : std::nan("");
     };
-    TrendChart drawn{chart_name(chart),
-                     is_percent                     ? "%"
-                     : chart.metric == "mass_error" ? "ppm"
-                     : chart.metric == "height"     ? "counts"
-                                                    : "",
-                     {}};
+    TrendChart drawn{chart_name(chart), unit_of(chart), {}};
     for (std::size_t i = 0; i < chart.values.size(); ++i)
-        drawn.points.push_back({std::to_string(chart.records[i]), shown(chart.values[i]), limit(0), limit(-3), limit(3),
-                                fmt::format("{}", fmt::join(marked.alarms_at(i), " "))});
+        drawn.points.push_back({std::to_string(chart.records[i]), shown_value(chart, chart.values[i]), limit(0),
+                                limit(-3), limit(3), fmt::format("{}", fmt::join(marked.alarms_at(i), " "))});
     return drawn;
 }
 
 void declare_trend(CLI::App& command, Session& session) {
-    TrendChoice& options = runs(command, session, "korvane trend mass_error", trend);
-    add_csv(command, session);
-    command.add_option("METRIC", options.metric, "mass_error, height, resolution or misfit (all)")
-        ->check(CLI::IsMember(std::vector<std::string>(std::begin(tune_metrics), std::end(tune_metrics))));
+    TrendChoice& options = runs(command, session, "korvane trend mass_error", trend, Prints::table);
+    add_choice(command, "METRIC", options.metric, "mass_error, height, resolution or misfit (all)", "TEXT",
+               tune_metrics);
     add_number(command, "--mz", options.mz, "the chart of this calibrant alone", positive);
     command.add_option("--record", options.record, record_words)->type_name("RECORD");
     add_count(command, "--guide", options.guide, "records in the guide set (20)", 5, 10000);
-    command.add_option("--rule", options.rules, "rule to mark by; repeat for more (ewma, 3sigma)")
-        ->type_name("RULE")
-        ->check(CLI::IsMember(std::vector<std::string>(std::begin(chart_rule_names), std::end(chart_rule_names))));
+    add_choice(command, "--rule", options.rules, "rule to mark by; repeat for more (ewma, 3sigma)", "RULE",
+               chart_rule_names);
 }
 
 }  // namespace korvane::program

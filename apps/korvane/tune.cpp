@@ -36,10 +36,6 @@ struct TuneOptions {
     bool dry_run = false;
 };
 
-std::vector<std::string> step_names() {
-    return {std::begin(tune_step_names), std::end(tune_step_names)};
-}
-
 /// Readiness is asked for in any case.
 std::vector<TuneStep> chosen_steps(const TuneOptions& options) {
     std::vector<TuneStep> steps;
@@ -138,9 +134,7 @@ ExitCode tune(Session& session, const TuneOptions& options) {
     steps.object["verdict"] = record.verdict;
     steps.object["report"] = file;
     steps.add("report", file);
-    if (fault.empty()) return ExitCode::done;
-    session.fault = Error(error_number::routine_detected, "", fault);
-    return ExitCode::check_failed;
+    return session.checked(fault);
 }
 
 struct PlotOptions {
@@ -209,12 +203,9 @@ ExitCode report(Session& session, const ReportOptions& options) {
 void declare_tune(CLI::App& command, Session& session) {
     TuneOptions& options = runs(command, session, "korvane tune --from fit", tune);
     add_name(command, "RECIPE", options.recipe, "what to do (TuneRecipe.json of the base folder)", "FILE");
-    command.add_option("--only", options.only, "this step alone, once the instrument is ready")
-        ->type_name("STEP")
-        ->check(CLI::IsMember(step_names()));
-    command.add_option("--from", options.from, "this step and those after it")
-        ->type_name("STEP")
-        ->check(CLI::IsMember(step_names()));
+    add_choice(command, "--only", options.only, "this step alone, once the instrument is ready", "STEP",
+               tune_step_names);
+    add_choice(command, "--from", options.from, "this step and those after it", "STEP", tune_step_names);
     command.add_flag("--dry-run", options.dry_run, "say what each step would do, and move nothing");
     command.add_option("--note", options.note, "what to remember beside the record")->type_name("TEXT");
     add_name(command, "-o,--report", options.report, "the report's file (beside the tune logs)", "FILE");
