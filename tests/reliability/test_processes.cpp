@@ -1,11 +1,15 @@
-// Promises between real processes on a real disk: one that is killed while it saves, and one that asks another to stop.
+// Promises between real processes on a real disk: one that is killed while it saves, and several that save the same
+// file or ask each other to stop.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdlib>
+#include <list>
 #include <random>
 #include <thread>
 
-#include "korvane/korvane.h"
+#include "reliability/patient_platform.h"
 #include "support/child_process.h"
 #include "support/test_platform.h"
 
@@ -74,6 +78,29 @@ TEST(AbortRace, ATriggerFromAnotherProcessIsSeenAndNoPollFailsAgainstItsSave) {
     }
 }
 #endif
+
+// Two programs write preferences of their own while this one requests aborts and takes them back.
+TEST(Writers, OfDifferentElementsAndOfTheAbortFlagLoseNothing) {
+    const char* const given = std::getenv("KORVANE_WRITES");
+    const int count = given ? std::atoi(given) : 60;
+    const Base world;
+    AbortHelper helper(patient_platform(world.base));
+    std::list<ChildProcess> editors;
+    for (const std::string name : {"AIC_RunFastVersion", "LogSetpointTraffic"})
+        editors.emplace_back(std::vector<std::string>{KORVANE_TEST_CHILD, world.base, name, std::to_string(count)},
+                             world.folder.file(name));
+    int lost = 0, requests = 0;
+    for (; requests < count || std::ranges::any_of(editors, &ChildProcess::is_running); ++requests) {
+        helper.TriggerAbort();
+        lost += !helper.UserHasClickedAbort();
+        helper.Reset();
+        lost += helper.UserHasClickedAbort();
+    }
+    EXPECT_EQ(lost, 0);
+    for (ChildProcess& editor : editors) EXPECT_EQ(editor.exit_code(), 0) << "a write was undone";
+    for (const auto& entry : std::filesystem::directory_iterator(world.base))
+        EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path() << " is left behind";
+}
 
 }  // namespace
 }  // namespace korvane
