@@ -13,8 +13,7 @@ inline constexpr double context_samples = 256;  ///< beside a window, looked at 
 inline constexpr double agreeing_width_part = 0.2, agreeing_ion_variance_part = 0.85, most_ion_variance_part = 2;
 
 // --- Background
-/// Rounding to whole counts alone makes 0.29.
-inline constexpr double least_noise_counts = 0.5;
+inline constexpr double least_noise_counts = 0.5;  ///< Rounding to whole counts alone makes 0.29.
 /// A drift is nearly straight over a block, and peaks cover less than half of it. A window has up to four short ones.
 inline constexpr std::ptrdiff_t block_samples = 4096, least_block_samples = 256, least_blocks = 4;
 /// Where the level changes faster, from stretch to stretch or from block to block, by so many deviations: a slow drift
@@ -44,13 +43,11 @@ inline constexpr int most_clip_steps = 10;
 /// Every peak worth reporting has a sample above the deviations, one chunk in 270 of pure noise has one.
 inline constexpr std::ptrdiff_t chunk_samples = 16;
 inline constexpr double chunk_deviations = 3.5;
-/// One in three million of pure noise.
-inline constexpr double least_signal_to_noise = 5;
+inline constexpr double least_signal_to_noise = 5;  ///< One in three million of pure noise.
 /// Between two apexes of one peak ions make dips: a valley is deeper than so many deviations of ions and noise; far
 /// from a peak noise alone counts. Chosen.
 inline constexpr double least_valley_deviations = 4.5, least_rise_deviations = 3, one_peak_sigmas = 4.5;
-/// Widens a peak by 6 %.
-inline constexpr double smoothing_sigmas = 0.35;
+inline constexpr double smoothing_sigmas = 0.35;  ///< Widens a peak by 6 %.
 /// Square samples up to which passes of 1/4, 1/2, 1/4 are quicker than running means.
 inline constexpr double most_binomial_variance = 4;
 /// About one full width: nearer apexes are one peak.
@@ -152,8 +149,9 @@ inline constexpr int crossing_steps = 30;
 inline constexpr double moment_level_part = 0.1, least_moment_sigma = 0.2;
 /// Late ions widen what is left of a peak whose top is cut off: taken away, they settle in so many fits.
 inline constexpr int flank_rounds = 4;
-/// The less of a peak is left, the more its flanks depend on how late the late ions are: part of the centre's error.
-inline constexpr double flank_error = 0.3;
+/// The less of a peak is left, the more its flanks depend on how late the late ions are: part of the centre's error. A
+/// fit to flanks that does not reach that part of where the top was cut off has lost them.
+inline constexpr double flank_error = 0.3, least_clipped_height = 0.8;
 /// Of the centre, twice that of the ions; and a guess of the width's standard error.
 inline constexpr double moment_variance = 2, moment_width_error = 0.3;
 /// Nearer neighbours share samples that count; fewer ions leave the width to 13 % of chance.
@@ -243,9 +241,8 @@ inline constexpr double model_neighbour_sigmas = 14;
 /// less well.
 inline constexpr double core_sigmas = 2.5, core_shape_error = 0.005;
 /// A core has that many samples to either side at least. The fit takes three parameters out of it.
-inline constexpr double least_core_reach_samples = 2;
+inline constexpr double least_core_reach_samples = 2, fitted_parameters = 3;
 inline constexpr std::ptrdiff_t least_core_samples = 3;
-inline constexpr double fitted_parameters = 3;
 /// The shape that so many peaks or more have in common is taken out of what they leave, part by part of their middles,
 /// as far as it is more than so many errors. Chosen.
 inline constexpr std::size_t least_shaped_cores = 5, shape_parts = 20, shape_errors = 6;

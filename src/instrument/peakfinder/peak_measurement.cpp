@@ -112,10 +112,9 @@ private:
         auto fit = fit_gaussian(context_, samples_, start);
         if (fit && fit->clipped) fit = fit_flanks(fit->shape);
         const double sigma = context_.expected_sigma(start.centre);
-        const bool below_limit =
-            fit && fit->clipped && fit->shape.height < context_.model.saturation_counts - peak.baseline;
-        const bool kept =
-            fit && !below_limit && std::abs(fit->shape.centre - candidates_[index]) <= most_move_sigmas * sigma;
+        const double limit = context_.model.saturation_counts - peak.baseline;
+        const bool kept = fit && std::abs(fit->shape.centre - candidates_[index]) <= most_move_sigmas * sigma &&
+                          !(fit->clipped && fit->shape.height < least_clipped_height * limit);
         peak.fit = kept ? *fit : fit_by_moments(start, sigma);
     }
 
