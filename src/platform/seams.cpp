@@ -31,10 +31,8 @@ constexpr std::array runtime_faults{
     RuntimeFault{11, instrument, "Division by zero"},
     RuntimeFault{13, configuration, "Type mismatch"},
     RuntimeFault{51, internal, "Internal error"},
-    RuntimeFault{52, configuration, "Bad file name or number"},
     RuntimeFault{53, configuration, "File not found"},
     RuntimeFault{57, configuration, "Device I/O error"},
-    RuntimeFault{58, configuration, "File already exists"},
     RuntimeFault{61, configuration, "Disk full"},
     RuntimeFault{70, configuration, "Permission denied"},
     RuntimeFault{75, configuration, "Path/File access error"},
@@ -47,7 +45,6 @@ constexpr std::array runtime_faults{
     RuntimeFault{448, usage, "Named argument not found"},
     RuntimeFault{449, usage, "Argument not optional"},
     RuntimeFault{450, usage, "Wrong number of arguments or invalid property assignment"},
-    RuntimeFault{457, usage, "This key is already associated with an element of this collection"},
 };
 
 const RuntimeFault* find_fault(std::int32_t number) {

@@ -75,40 +75,26 @@ struct Range {
     std::size_t end = 0;
 };
 
-enum class Markup { start_tag, empty_tag, end_tag, characters, other };
-
-struct Token {
-    Markup kind = Markup::other;
-    Range range;
-};
-
-/// Behind the ">" of the start tag at `from`; a ">" within a quoted value is none.
-std::size_t behind_start_tag(std::string_view source, std::size_t from) {
-    for (;;) {
-        const std::size_t at = source.find_first_of("\"'>", from);
-        if (source[at] == '>') return at + 1;
-        from = source.find(source[at], at + 1) + 1;
-    }
+/// The tree knows where a text, or else the name or content behind the "<", begins.
+std::size_t begin_in_source(std::string_view source, const pugi::xml_node& node) {
+    const auto known = static_cast<std::size_t>(node.offset_debug());
+    return node.type() == pugi::node_pcdata ? known : source.rfind('<', known - 1);
 }
 
-Token token_at(std::string_view source, std::size_t at) {
-    const std::string_view rest = source.substr(at);
-    const auto up_to = [&](Markup kind, std::string_view ending, std::size_t skipped) {
-        return Token{kind, {at, source.find(ending, at + skipped) + ending.size()}};
-    };
-    if (rest.front() != '<') return {Markup::characters, {at, source.find('<', at)}};
-    if (rest.starts_with("<!--")) return up_to(Markup::other, "-->", 4);
-    if (rest.starts_with("<![CDATA[")) return up_to(Markup::characters, "]]>", 9);
-    if (rest.starts_with("<?")) return up_to(Markup::other, "?>", 2);
-    if (rest.starts_with("</")) return up_to(Markup::end_tag, ">", 2);
-    const std::size_t end = behind_start_tag(source, at);
-    return {source[end - 2] == '/' ? Markup::empty_tag : Markup::start_tag, {at, end}};
+/// A node ends where the next one begins, or else its parent's end tag.
+Range range_in_source(std::string_view source, const pugi::xml_node& node) {
+    std::size_t end_tags = 0;  // between the node and what begins next
+    pugi::xml_node last = node;
+    for (; !last.next_sibling() && last.parent().type() == pugi::node_element; last = last.parent()) ++end_tags;
+    std::size_t end = last.next_sibling() ? begin_in_source(source, last.next_sibling()) : source.rfind('>') + 1;
+    for (; end_tags > 0; --end_tags) end = source.rfind('<', end - 1);
+    return {begin_in_source(source, node), end};
 }
 
-bool is_line_break_and_indent(std::string_view source, const Token& piece) {
-    const std::string_view text = source.substr(piece.range.begin, piece.range.end - piece.range.begin);
-    return piece.kind == Markup::characters && text.find('\n') != std::string_view::npos &&
-           text.find_first_not_of(" \t\r\n") == std::string_view::npos;
+bool is_line_break_and_indent(std::string_view source, const pugi::xml_node& node) {
+    const Range range = range_in_source(source, node);
+    const std::string_view text = source.substr(range.begin, range.end - range.begin);
+    return text.find('\n') != std::string_view::npos && text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
 /// How a pretty-printed document is laid out around an element; all empty where it is not.
@@ -174,45 +160,31 @@ std::string element_text(const XmlNewElement& element, XmlCharset charset, const
 /// An element in the source, and changes to its content in the order of the source.
 class SourceElement {
 public:
-    SourceElement(const std::string& source, std::size_t begin)
-        : source_(source), whole_(token_at(source, begin).range) {
+    SourceElement(const std::string& source, const pugi::xml_node& element)
+        : source_(source), element_(element), whole_(range_in_source(source, element)) {
         self_closing_ = source[whole_.end - 2] == '/';
-        content_ = {whole_.end, whole_.end};
-        for (int depth = self_closing_ ? -1 : 0; depth >= 0;) {
-            const Token token = token_at(source, whole_.end);
-            whole_.end = token.range.end;
-            const bool of_child = depth > 0;
-            depth += (token.kind == Markup::start_tag) - (token.kind == Markup::end_tag);
-            if (depth < 0) break;
-            content_.end = whole_.end;
-            if (!of_child) pieces_.push_back(token);
-            pieces_.back().range.end = whole_.end;
-        }
+        content_.end = self_closing_ ? whole_.end : source.rfind('<', whole_.end - 1);
+        content_.begin = element.first_child() ? begin_in_source(source, element.first_child()) : content_.end;
     }
 
     /// Takes the child away together with the line break and indent before it.
-    void remove(std::size_t begin) {
-        for (std::size_t i = 0; i < pieces_.size(); ++i) {
-            if (pieces_[i].range.begin != begin) continue;
-            removed_ = pieces_[i].range;
-            const bool with_line = i > 0 && is_line_break_and_indent(source_, pieces_[i - 1]);
-            if (with_line) removed_.begin = pieces_[i - 1].range.begin;
-            return;
-        }
-        raise_runtime_fault(error_number::invalid_call, "the element to replace is not a child of the other");
+    void remove(const pugi::xml_node& child) {
+        if (child.parent() != element_)
+            raise_runtime_fault(error_number::invalid_call, "the element to replace is not a child of the other");
+        removed_ = range_in_source(source_, child);
+        const pugi::xml_node before = child.previous_sibling();
+        if (before && is_line_break_and_indent(source_, before)) removed_.begin = begin_in_source(source_, before);
     }
 
     std::string with_appended(const XmlNewElement& addition, XmlCharset charset) const {
         const Layout layout = child_layout();
         const std::string text = layout.line_break + layout.indent + element_text(addition, charset, layout);
-        const std::string closing =
-            pieces_.empty()
-                ? layout.line_break + (layout.line_break.empty() ? "" : line_before(source_, whole_.begin).indent)
-                : "";
+        const pugi::xml_node last = element_.last_child();
+        const bool opens_line = !last && !layout.line_break.empty();
+        const std::string closing = opens_line ? layout.line_break + line_before(source_, whole_.begin).indent : "";
         if (self_closing_) return opened(text + closing);
-        const bool has_closing_line =
-            !pieces_.empty() && is_line_break_and_indent(source_, pieces_.back()) && !layout.line_break.empty();
-        const std::size_t at = has_closing_line ? pieces_.back().range.begin : content_.end;
+        const bool has_closing_line = last && is_line_break_and_indent(source_, last) && !layout.line_break.empty();
+        const std::size_t at = has_closing_line ? begin_in_source(source_, last) : content_.end;
         return source_.substr(0, removed_.begin) + source_.substr(removed_.end, at - removed_.end) + text + closing +
                source_.substr(at);
     }
@@ -226,10 +198,11 @@ private:
     /// Of the children; without line breaks where the element has text of its own or stands on one line.
     Layout child_layout() const {
         const Layout own = line_before(source_, whole_.begin);
-        for (const Token& piece : pieces_) {
-            if (piece.kind == Markup::characters && !is_line_break_and_indent(source_, piece)) return {};
-            if (piece.kind != Markup::start_tag && piece.kind != Markup::empty_tag) continue;
-            Layout layout = line_before(source_, piece.range.begin);
+        for (const pugi::xml_node& piece : element_.children()) {
+            const bool is_text = piece.type() == pugi::node_pcdata || piece.type() == pugi::node_cdata;
+            if (is_text && !is_line_break_and_indent(source_, piece)) return {};
+            if (piece.type() != pugi::node_element) continue;
+            Layout layout = line_before(source_, begin_in_source(source_, piece));
             layout.unit = indent_unit(own.indent, layout.indent);
             return layout.line_break.empty() ? Layout{} : layout;
         }
@@ -247,18 +220,19 @@ private:
     }
 
     const std::string& source_;
+    const pugi::xml_node element_;
     Range whole_;    ///< from "<" to behind the last ">"
     Range content_;  ///< between the tags; empty, at the end, for a self-closing element
     bool self_closing_ = false;
-    std::vector<Token> pieces_;  ///< of the content; a child element is one, with the kind of its first tag
     Range removed_;
 };
 
 }  // namespace
 
 XmlParseError XmlDocument::build() {
-    // White space is kept wherever it stands, since it may be part of a value.
-    constexpr unsigned options = pugi::parse_default | pugi::parse_ws_pcdata;
+    // White space is kept wherever it stands, since it may be part of a value, and all else whose place an edit asks
+    // for.
+    constexpr unsigned options = pugi::parse_default | pugi::parse_ws_pcdata | pugi::parse_comments | pugi::parse_pi;
     tree_.reset();  // a failure on the way leaves no tree of other bytes
     XmlParseError error = read_xml(bytes_, source_);
     if (!error) {
@@ -311,9 +285,11 @@ std::string XmlElement::attribute(std::string_view name) const {
 
 std::optional<XmlElement> XmlElement::select(const std::string& xpath) const {
     const pugi::xml_node start = found_.node();
-    const pugi::xpath_node found =
-        is_plain_path(xpath) ? start.first_element_by_path(xpath.c_str())
-                             : queried(xpath, [&](const pugi::xpath_query& query) { return start.select_node(query); });
+    pugi::xpath_node found;
+    if (is_plain_path(xpath)) found = start.first_element_by_path(xpath.c_str());
+    // A processing instruction may have the name, too, and stand before.
+    if (!is_plain_path(xpath) || found.node().type() == pugi::node_pi)
+        found = queried(xpath, [&](const pugi::xpath_query& query) { return start.select_node(query); });
     return found ? std::optional(XmlElement(document_, found)) : std::nullopt;
 }
 
@@ -335,22 +311,22 @@ std::vector<XmlElement> XmlDocument::select_all(const std::string& xpath) const 
 }
 
 void XmlDocument::set_text(const XmlElement& element, const std::string& text) {
-    const std::size_t begin = begin_of(element);
+    const pugi::xml_node node = node_of(element);
     if (element.text() == text) return;
-    replace_source(SourceElement(source_.text, begin).with_text(escaped(text, source_.encoding.charset, false)));
+    replace_source(SourceElement(source_.text, node).with_text(escaped(text, source_.encoding.charset, false)));
 }
 
 void XmlDocument::append_child(const XmlElement& parent, const XmlNewElement& addition,
                                const std::optional<XmlElement>& old) {
-    SourceElement edit(source_.text, begin_of(parent));
-    if (old) edit.remove(begin_of(*old));
+    SourceElement edit(source_.text, node_of(parent));
+    if (old) edit.remove(node_of(*old));
     replace_source(edit.with_appended(addition, source_.encoding.charset));
 }
 
-std::size_t XmlDocument::begin_of(const XmlElement& element) const {
+pugi::xml_node XmlDocument::node_of(const XmlElement& element) const {
     if (element.document_ != this || element.found_.node().type() != pugi::node_element)
         raise_runtime_fault(error_number::invalid_call, "what to edit is no element of this document");
-    return static_cast<std::size_t>(element.found_.node().offset_debug()) - 1;  // before its name
+    return element.found_.node();
 }
 
 void XmlDocument::replace_source(std::string_view edited) {

@@ -75,7 +75,7 @@ private:
     /// The rest from the bytes; the document is empty where they are refused.
     XmlParseError build();
     void clear();
-    std::size_t begin_of(const XmlElement& element) const;
+    pugi::xml_node node_of(const XmlElement& element) const;
     void replace_source(std::string_view edited);
 
     // All three say the same, or the document is empty and has no bytes.
