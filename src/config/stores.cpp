@@ -35,9 +35,8 @@ struct StoreLine {
 /// What tells the stores' files apart.
 struct ConfigFile {
     std::string_view name;
-    std::string_view load_failed_trace;
-    std::string_view save_failed_trace;
-    std::string_view failed_description;
+    std::string_view reader;                   ///< as the trace of a failed load calls it
+    std::string_view store;                    ///< as that of a failed save does, and the description of either
     std::string_view cleared_read_only_trace;  ///< empty: nothing is traced
 };
 
@@ -76,17 +75,14 @@ public:
             try {
                 return document_.save(*platform_.files, file_path);
             } catch (const FileError& fault) {
-                if (attempt == attempts) give_up(record, file_.save_failed_trace, file_path, fault.what());
+                if (attempt == attempts) give_up(record, file_.store, file_path, fault.what());
             }
             before_next_attempt(record);
         }
     }
 
     /// First element of an XPath query.
-    std::optional<XmlElement> select(const std::string& xpath) const {
-        static const XmlDocument empty;
-        return (loaded_ ? document_ : empty).select(xpath);
-    }
+    std::optional<XmlElement> select(const std::string& xpath) const { return document_.select(xpath); }
     /// The same; error -905 of `source` where there is none.
     XmlElement required(const std::string& xpath, std::string_view source, const std::string& description) const {
         if (const auto found = select(xpath)) return *found;
@@ -102,12 +98,10 @@ private:
 
     void load(TraceObj& record, const std::string& path) {
         opened_ = true;
-        loaded_ = false;
         for (int attempt = 1;; ++attempt) {
             parse_error_ = document_.load(*platform_.files, path);
-            loaded_ = !parse_error_;
-            if (loaded_) return;
-            if (attempt == attempts) give_up(record, file_.load_failed_trace, path, parse_error_.reason);
+            if (!parse_error_) return;
+            if (attempt == attempts) give_up(record, file_.reader, path, parse_error_.reason);
             before_next_attempt(record);
         }
     }
@@ -117,11 +111,11 @@ private:
         platform_.clock->sleep_milliseconds(retry_pause_milliseconds);
     }
 
-    [[noreturn]] void give_up(TraceObj& record, std::string_view trace, const std::string& path,
+    [[noreturn]] void give_up(TraceObj& record, std::string_view word, const std::string& path,
                               const std::string& cause) const {
-        record.TR_PRINT(trace, path, "; parseError[", parse_error_.code, "]");
+        record.TR_PRINT(word, ": Failed to load XML: ", path, "; parseError[", parse_error_.code, "]");
         throw Error(error_number::file_or_element, std::string(config_reader_source),
-                    text_of(file_.failed_description, path, "; parseError[", parse_error_.code, "]"))
+                    text_of(file_.store, ": Failed to load XML file: ", path, "; parseError[", parse_error_.code, "]"))
             .caused_by(cause);
     }
 
@@ -130,7 +124,6 @@ private:
     XmlDocument document_;
     XmlParseError parse_error_;
     bool opened_ = false;
-    bool loaded_ = false;
 };
 
 /// First node of a relative query; error -904 naming `item`, and `place` behind the text, where there is none or the
@@ -146,9 +139,8 @@ XmlElement required_child(const XmlElement& parent, const std::string& query, st
                 text_of("Item[", item, "] not found in Tune XML config file", place));
 }
 
-constexpr ConfigFile parameter_file{
-    "TuneParams.xml", "TuneParamXML: Failed to load XML: ", "TuneParamsXML: Failed to load XML: ",
-    "TuneParamsXML: Failed to load XML file: ", "XML file was set read-only; removing read-only attribute"};
+constexpr ConfigFile parameter_file{"TuneParams.xml", "TuneParamXML", "TuneParamsXML",
+                                    "XML file was set read-only; removing read-only attribute"};
 
 const std::string tof_path = "/QTOFTuneParams/TOF/";
 const std::string autotune_path = tof_path + "AutotuneParameters/";
@@ -168,9 +160,7 @@ void require_permitted(const Groups& groups, const std::string& group) {
         throw Error(error_number::group_not_permitted, "", "");
 }
 
-constexpr ConfigFile preference_file{"TunePreferences.xml",
-                                     "TunePrefsXML: Failed to load XML: ", "TunePrefsXML: Failed to load XML: ",
-                                     "TunePrefsXML: Failed to load XML file: ", ""};
+constexpr ConfigFile preference_file{"TunePreferences.xml", "TunePrefsXML", "TunePrefsXML", ""};
 
 const std::string root_missing = "ChosenTunePreferencesRootNode is nothing";
 
