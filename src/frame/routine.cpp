@@ -16,12 +16,6 @@ constexpr std::string_view module_name = "korvanetune";
 // By factory. A thread works with one platform, seldom with a few; tracers live as long as the thread.
 using ThreadStates = std::unordered_map<std::uint64_t, ThreadTrace>;
 
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(' ');
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(' ') - first + 1);
-}
-
 constexpr std::int32_t out_of_memory = 7;
 constexpr std::int32_t internal_error = 51;
 
@@ -60,7 +54,7 @@ void TraceObj::enter(std::int32_t level, std::string_view routine) {
 void TraceObj::print(std::string_view text) {
     static const std::pair<std::string, std::int32_t> nobody{"", 0};
     const auto& [routine, level] = state_->call_stack.empty() ? nobody : state_->call_stack.back();
-    state_->tracer->trace_print(std::string(trimmed(text)), routine, level);
+    state_->tracer->trace_print(std::string(trimmed(text, " ")), routine, level);
 }
 
 void TraceObj::TR_EXIT() noexcept {

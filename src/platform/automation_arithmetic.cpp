@@ -35,13 +35,6 @@ Integer to_integer(double value) {
 /// Plain decimals stand for exponents -5 to 15.
 constexpr double smallest_plain = 1e-5, beyond_plain = 1e16;
 
-std::string_view without_blanks(std::string_view text) {
-    constexpr std::string_view blanks = " \t\r\n";
-    const std::size_t first = text.find_first_not_of(blanks);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
 /// The text with the current locale's decimal separator turned into a point; false where it holds a point already.
 bool with_point(std::string_view text, std::string& out) {
     const std::string separator = decimal_separator();
@@ -139,7 +132,7 @@ void append_number(std::string& out, double value) {
 double parse_double(std::string_view text) {
     const auto mismatch = [&] { raise_runtime_fault(error_number::type_mismatch, "[", text, "]"); };
     std::string digits;
-    if (!with_point(without_blanks(text), digits)) mismatch();
+    if (!with_point(trimmed(text), digits)) mismatch();
     const bool negative = !digits.empty() && digits.front() == '-';
     if (negative || (!digits.empty() && digits.front() == '+')) digits.erase(0, 1);
     // What from_chars would take besides: a second sign and the names of the values that are no numbers.

@@ -49,6 +49,12 @@ template <class... Pieces>
     raise_runtime_fault(number, text_of(detail...));
 }
 
+/// Without the blanks at either end.
+inline std::string_view trimmed(std::string_view text, std::string_view blanks = " \t\r\n") {
+    const std::size_t first = std::min(text.find_first_not_of(blanks), text.size());
+    return text.substr(first, text.find_last_not_of(blanks) + 1 - first);
+}
+
 /// The text with its control characters as "\\x0A", so that what comes from outside forges no line of a log.
 inline std::string one_line(std::string text) {
     const auto is_control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
