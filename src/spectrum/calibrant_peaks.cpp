@@ -44,6 +44,19 @@ private:
     const double kept_;
 };
 
+/// The given masses at their positions, those below the lower bound 0; without any the default list.
+VariantArray<double> chosen_masses(ParserState& state, const SpectrumParser::OptionalMasses& given) {
+    if (!given) {
+        const std::string list_type = state.tune.GetMassListTypeFromSourceTypeString(state.instrument->source_type());
+        return state.tune.GetDefaultMassList(list_type, state.tune.GetPolarityStr());
+    }
+    const std::int32_t last = given->upper_bound();
+    if (last < 0 || given->lower_bound() < 0) raise_runtime_fault(error_number::subscript, "calibrant masses");
+    std::vector<double> masses(static_cast<std::size_t>(given->lower_bound()));
+    masses.insert(masses.end(), given->elements().begin(), given->elements().end());
+    return masses;
+}
+
 /// One spectrum, ready to be searched at every position of the mass list.
 class Measurement {
 public:
@@ -51,12 +64,12 @@ public:
 
     /// Puts the scintillator aside, takes a spectrum, sets up windows of so many percent of flight time (the
     /// configured ones, replacing the mark for them), and has `search` search them.
-    template <class ChooseMasses, class Search>
+    template <class Search>
     void run(TraceObj& record, RoutineName name, Scintillator::Access access, double& window_percent,
-             const ChooseMasses& choose_masses, const Search& search) {
+             const SpectrumParser::OptionalMasses& given, const Search& search) {
         Scintillator scintillator(state_, access, record);
         (void)state_.current().code(contract::setpoint.source_type);
-        masses = choose_masses();
+        masses = chosen_masses(state_, given);
         if (!state_.WaitForSpectrumWithProperPolarityAndExperimentIndex(parser_, spectrum_))
             throw Error(error_number::polarity_timeout, std::string(name.name),
                         "Timed out waiting for a spectrum of the sought polarity");
@@ -112,19 +125,6 @@ private:
     CalibrationObject calibration_;
 };
 
-/// The given masses at their positions, those below the lower bound 0; without any the default list.
-VariantArray<double> chosen_masses(ParserState& state, const SpectrumParser::OptionalMasses& given) {
-    if (!given) {
-        const std::string list_type = state.tune.GetMassListTypeFromSourceTypeString(state.instrument->source_type());
-        return state.tune.GetDefaultMassList(list_type, state.tune.GetPolarityStr());
-    }
-    const std::int32_t last = given->upper_bound();
-    if (last < 0 || given->lower_bound() < 0) raise_runtime_fault(error_number::subscript, "calibrant masses");
-    std::vector<double> masses(static_cast<std::size_t>(given->lower_bound()));
-    masses.insert(masses.end(), given->elements().begin(), given->elements().end());
-    return masses;
-}
-
 }  // namespace
 
 VariantMatrix<PeakInfo> SpectrumParser::GetPeakInfoForCalibrantMasses(const OptionalMasses& varCalibrantMasses,
@@ -135,18 +135,15 @@ VariantMatrix<PeakInfo> SpectrumParser::GetPeakInfoForCalibrantMasses(const Opti
         impl_->qualities.clear();
         VariantMatrix<PeakInfo> peaks;
         Measurement measured(*this, *impl_);
-        measured.run(
-            record, name, Scintillator::Access::table, dPeakFindTimeWindow,
-            [&] { return chosen_masses(*impl_, varCalibrantMasses); },
-            [&] {
-                peaks = VariantMatrix<PeakInfo>(measured.masses.size(), records_per_mass);
-                for (std::size_t i = 0; i < peaks.rows(); ++i) {
-                    std::tie(peaks.at(i, record_ns), peaks.at(i, record_amu)) =
-                        measured.find_peak(static_cast<std::int32_t>(i));
-                    impl_->uncertainties.push_back(impl_->taken_uncertainty);
-                    impl_->qualities.push_back(impl_->taken_quality);
-                }
-            });
+        measured.run(record, name, Scintillator::Access::table, dPeakFindTimeWindow, varCalibrantMasses, [&] {
+            peaks = VariantMatrix<PeakInfo>(measured.masses.size(), records_per_mass);
+            for (std::size_t i = 0; i < peaks.rows(); ++i) {
+                std::tie(peaks.at(i, record_ns), peaks.at(i, record_amu)) =
+                    measured.find_peak(static_cast<std::int32_t>(i));
+                impl_->uncertainties.push_back(impl_->taken_uncertainty);
+                impl_->qualities.push_back(impl_->taken_quality);
+            }
+        });
         return peaks;
     });
 }
@@ -170,13 +167,10 @@ VariantArray<PeakListObject> SpectrumParser::GetPeakListsForCalibrantMasses(cons
         std::vector<PeakListObject> lists;
         double window_percent = configured_window;
         Measurement measured(*this, *impl_);
-        measured.run(
-            record, name, Scintillator::Access::table, window_percent,
-            [&] { return chosen_masses(*impl_, varCalibrantMasses); },
-            [&] {
-                for (std::size_t i = 0; i < measured.masses.size(); ++i)
-                    lists.push_back(measured.find_list(static_cast<std::int32_t>(i)));
-            });
+        measured.run(record, name, Scintillator::Access::table, window_percent, varCalibrantMasses, [&] {
+            for (std::size_t i = 0; i < measured.masses.size(); ++i)
+                lists.push_back(measured.find_list(static_cast<std::int32_t>(i)));
+        });
         return VariantArray<PeakListObject>(std::move(lists));
     });
 }
@@ -187,10 +181,8 @@ double SpectrumParser::Impl::GetPeakAbForThisMass(SpectrumParser& parser, double
         double abundance = 0;
         double window_percent = configured_window;
         Measurement measured(parser, *this);
-        measured.run(
-            record, name, Scintillator::Access::awaited, window_percent,
-            [&] { return VariantArray<double>(std::vector<double>{mass}); },
-            [&] { abundance = measured.find_peak(0).first.pkHeight; });
+        measured.run(record, name, Scintillator::Access::awaited, window_percent, std::vector<double>{mass},
+                     [&] { abundance = measured.find_peak(0).first.pkHeight; });
         return abundance;
     });
 }
