@@ -35,7 +35,7 @@ void LogFile::open(const std::string& name, std::string_view header) {
     const std::string path = join_path(join_path(base_folder(*instrument_), "Logfiles"), name);
     file_ = files_->open_append(path);
     path_ = path;
-    if (!header.empty()) write_line(header);
+    write_line(header);
 }
 
 void LogFile::write_line(std::string_view line) {
@@ -43,16 +43,6 @@ void LogFile::write_line(std::string_view line) {
     append_log_text(line_, line);
     line_ += line_end;
     file_->write(line_);
-}
-
-void LogFile::close() noexcept {
-    if (!file_) return;
-    try {
-        file_->close();
-    } catch (...) {
-        // What was written has reached the system; the log is over either way.
-    }
-    file_.reset();
 }
 
 std::string dated_log_name(std::string_view stem, const LocalTime& time) {

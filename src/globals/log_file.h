@@ -14,18 +14,16 @@ namespace korvane {
 /// Lines reach the operating system when written, each in one write. Errors are `FileError`.
 class LogFile {
 public:
-    LogFile(std::shared_ptr<InstrumentLayer> instrument, std::shared_ptr<Files> files)
-        : instrument_(std::move(instrument)), files_(std::move(files)) {}
-    explicit LogFile(const Platform& platform) : LogFile(platform.instrument, platform.files) {}
+    explicit LogFile(const Platform& platform) : instrument_(platform.instrument), files_(platform.files) {}
 
     bool is_open() const { return file_ != nullptr; }
-    /// Opens "Logfiles/`name`" of the base folder for appending (the folder is not made) and writes `header`, if any.
-    /// When the header fails, the file stays open.
-    void open(const std::string& name, std::string_view header = {});
+    /// Opens "Logfiles/`name`" of the base folder for appending (the folder is not made) and writes `header`. When that
+    /// fails, the file stays open.
+    void open(const std::string& name, std::string_view header);
     /// Text is UTF-8; it is stored in the system's own narrow encoding.
     void write_line(std::string_view line);
-    /// Forgets the file, whether its close succeeds or not.
-    void close() noexcept;
+    /// Forgets the file, whether its close succeeds or not: what was written has reached the system.
+    void close() noexcept { file_.reset(); }
     /// Of the file open now, else of the last one.
     const std::string& path() const { return path_; }
 
