@@ -1,8 +1,8 @@
-# korvane_embed(room folder header type function [hashed]): compiles the files of data/<folder> into a library room, as
-# what the function that the header declares returns; see embed_files.cmake.
+# korvane_embed(room folder header type function [hashed] [file]): compiles the files of data/<folder>, or one of them,
+# into a library room, as what the function that the header declares returns; see embed_files.cmake.
 function(korvane_embed room folder header type function)
   set(root ${PROJECT_SOURCE_DIR}/data/${folder})
-  file(GLOB_RECURSE files CONFIGURE_DEPENDS RELATIVE ${root} ${root}/*)
+  file(GLOB_RECURSE files CONFIGURE_DEPENDS RELATIVE ${root} ${root}/${ARGV6}*)
   set(source ${CMAKE_BINARY_DIR}/${folder}_data.cpp)
   set(paths ${files})
   list(TRANSFORM paths PREPEND ${root}/)
@@ -15,3 +15,5 @@ endfunction()
 
 korvane_embed(assembly base assembly/base_data.h BaseDataFile base_data_files)  # so that `init` works anywhere
 korvane_embed(tune report tune/report_data.h ReportFile report_files style.css)
+korvane_embed(instrument_simulator scenes instrument/simulator/scene.h simulation::SceneFile simulation::scene_files ""
+              default.json)

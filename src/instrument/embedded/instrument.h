@@ -27,7 +27,6 @@ struct Hardware {
     bool dual_source = false;                 ///< option 13
     bool positive_post_acceleration = false;  ///< second query of the pulse-height target
     std::int32_t abundance_reduction = 0;
-    friend bool operator==(const Hardware&, const Hardware&) = default;
 };
 
 /// A mass-time law as it is kept: coefficients in ns, and settings.

@@ -324,32 +324,24 @@ void fields(Io& io, StateFileContent& part) {
     io("slicer_hours", part.slicer_hours, {0, most_slicer_hours});
 }
 
-// Clusters of sodium trifluoroacetate: Na+(CF3COONa)n and CF3COO-(CF3COONa)n.
-Scene default_scene() {
-    constexpr std::array<double, 10> ions{6000, 8000, 10000, 9000, 8000, 6500, 5000, 3500, 2400, 1600};
-    Scene scene;
-    for (const bool positive : {true, false})
-        for (std::size_t i = 0; i < ions.size(); ++i) {
-            const std::size_t units = positive ? (i == 0 ? 1 : 2 * i) : (i == 0 ? 0 : 2 * i - 1);
-            const std::string clusters = units == 0 ? "" : "(CF3COONa)" + std::to_string(units);
-            scene.sample.ions.push_back(
-                {(positive ? "Na" : "CF3COO") + clusters, {}, positive ? 1 : -1, ions[i], true});
-        }
-    scene.responses = default_responses();
-    for (std::size_t i = 5; i < scene.slicer.size(); ++i) scene.slicer[i].high_resolution = true;
-    return scene;
-}
-
 static json::Source source_of(const std::string& file_name) {
     return {"Simulator", "item[", "] of file[" + file_name + "]"};
 }
 
-Scene parse_scene(std::string_view text, const std::string& file_name) {
+static Scene changed_scene(Scene scene, std::string_view text, const std::string& file_name) {
     const json::Source source = source_of(file_name);
     const Json document = json::parse_json(text, most_scene_bytes, source);
-    Scene scene = default_scene();
     read(JsonItem(document, "", source), scene, {});
     return scene;
+}
+
+const Scene& default_scene() {
+    static const Scene scene = changed_scene({}, scene_files().front().bytes, "default scene");
+    return scene;
+}
+
+Scene parse_scene(std::string_view text, const std::string& file_name) {
+    return changed_scene(default_scene(), text, file_name);
 }
 
 InstrumentState parse_state(std::string_view text, const std::string& file_name) {

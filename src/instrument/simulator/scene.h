@@ -1,6 +1,6 @@
 // A scene: everything that can be set about the simulated instrument and the sample that it sees. docs/simulator.md
 // tells what each item means, the tables in scene.cpp where its limits are; a scene file states only what differs from
-// the default.
+// the default scene, which is data/scenes/default.json, compiled into the library.
 #pragma once
 
 #include <array>
@@ -40,8 +40,6 @@ struct ResponseCurve {
     std::vector<std::int32_t> sources;         ///< source type codes for which it holds; empty: all
     std::optional<PolaritySetpoint> polarity;  ///< nothing: both
 
-    friend bool operator==(const ResponseCurve&, const ResponseCurve&) = default;
-
     bool holds_for(std::int32_t source_type, std::int32_t spectrum_polarity) const;
     /// Unnormalised response, not negative, at a setpoint value and a mass.
     double raw(double value, double mz) const;
@@ -49,47 +47,39 @@ struct ResponseCurve {
     double relative(double value, double default_value, double mz) const;
 };
 
-/// The curves of the default scene.
-std::vector<ResponseCurve> default_responses();
-
 struct InstrumentSetup : embedded::Hardware {
-    InstrumentSetup() : Hardware{.model = "K4430A", .digitizer_4ghz = true} {}
-    double transients_per_second = 6200;
+    double transients_per_second = 0;
     std::int32_t spectrum_period_ms = 0;
-    double spectrum_start_ns = 10000, spectrum_duration_ns = 150000;
+    double spectrum_start_ns = 0, spectrum_duration_ns = 0;
     bool random_phase = false;
-    friend bool operator==(const InstrumentSetup&, const InstrumentSetup&) = default;
 };
 
 struct FlightSetup {
-    embedded::CalibrationContent law{{.A = 4.5e-4, .B = 20.0}, {0, 1, 1}};
-    std::vector<std::int32_t> use_flags = std::vector<std::int32_t>(8, 0);
+    embedded::CalibrationContent law;
+    std::vector<std::int32_t> use_flags;
     std::optional<embedded::CalibrationContent> lent_positive, lent_negative;
     double mass_drift_ppm_per_minute = 0;
-    friend bool operator==(const FlightSetup&, const FlightSetup&) = default;
 };
 
 struct PeakShapeSetup {
-    double resolution_limit = 40000, detector_width_ns = 1.18;
-    double tail_fraction = 0.08, tail_length_sigmas = 1.5;
-    double reference_sigmas = 0.067;
-    double high_resolution_factor = 1.25, high_resolution_transmission = 0.5;
-    friend bool operator==(const PeakShapeSetup&, const PeakShapeSetup&) = default;
+    double resolution_limit = 0, detector_width_ns = 0;
+    double tail_fraction = 0, tail_length_sigmas = 0;
+    double reference_sigmas = 0;
+    double high_resolution_factor = 0, high_resolution_transmission = 0;
 };
 
 enum class DetectorStatistics { counting, pulse };
 
 struct DetectorSetup {
     DetectorStatistics statistics = DetectorStatistics::counting;
-    std::array<double, 3> counts_per_ion{25, 40, 64};
-    double pulse_height_spread = 0.5;
-    double noise_counts = 0.45, baseline_counts = 0.3;
-    double baseline_drift = 0.1, baseline_drift_waves = 1.5;
-    double preamp_offset_counts = 0.05;
-    std::array<double, 4> gain_mode_factors{1, 2, 0.5, 1};
+    std::array<double, 3> counts_per_ion{};
+    double pulse_height_spread = 0;
+    double noise_counts = 0, baseline_counts = 0;
+    double baseline_drift = 0, baseline_drift_waves = 0;
+    double preamp_offset_counts = 0;
+    std::array<double, 4> gain_mode_factors{};
     std::vector<double> dead_masses;
-    double dead_half_width_sigmas = 6;
-    friend bool operator==(const DetectorSetup&, const DetectorSetup&) = default;
+    double dead_half_width_sigmas = 0;
 };
 
 /// Given by its formula or by its m/z.
@@ -99,14 +89,12 @@ struct SceneIon {
     std::int32_t charge = 1;
     double ions = 0;
     bool calibrant = true;
-    friend bool operator==(const SceneIon&, const SceneIon&) = default;
 };
 
 struct SampleSetup {
     std::int32_t reference_transients = 5000;
     std::vector<SceneIon> ions;
     double calibrant_factor = 1, least_isotope_fraction = 0.001;
-    friend bool operator==(const SampleSetup&, const SampleSetup&) = default;
 };
 
 struct BackgroundSetup {
@@ -114,13 +102,11 @@ struct BackgroundSetup {
     double least_ions = 2, most_ions = 100;
     double least_mz = 60, most_mz = 3000;
     double separation_sigmas = 12;
-    friend bool operator==(const BackgroundSetup&, const BackgroundSetup&) = default;
 };
 
 struct SlicerPositionSetup {
     double hours = 0;
     bool high_resolution = false;
-    friend bool operator==(const SlicerPositionSetup&, const SlicerPositionSetup&) = default;
 };
 inline constexpr std::size_t slicer_position_count = 10;
 
@@ -128,7 +114,6 @@ inline constexpr std::size_t slicer_position_count = 10;
 struct SpectrumRange {
     std::int64_t first = 0, count = 0;
     bool contains(std::int64_t number) const { return number >= first && number - first < count; }
-    friend bool operator==(const SpectrumRange&, const SpectrumRange&) = default;
 };
 
 /// A change of the setpoint arrives after some spectra, or never.
@@ -136,7 +121,6 @@ struct SetpointFault {
     std::int32_t setpoint = 0;
     std::optional<std::int64_t> after_spectra;
     bool never = false;
-    friend bool operator==(const SetpointFault&, const SetpointFault&) = default;
 };
 
 struct FaultSetup {
@@ -144,11 +128,10 @@ struct FaultSetup {
     std::int32_t late_milliseconds = 0;
     std::int64_t not_ready_polls = 0, run_state_polls = 0;
     std::vector<SetpointFault> setpoints;
-    friend bool operator==(const FaultSetup&, const FaultSetup&) = default;
 };
 
 struct Scene {
-    std::string description = "Calibrant in both polarities, clean instrument";
+    std::string description;
     InstrumentSetup instrument;
     FlightSetup flight;
     PeakShapeSetup peak_shape;
@@ -159,12 +142,17 @@ struct Scene {
     std::map<std::string, double> setpoints;  ///< values at the start that differ from the table's, by internal name
     std::vector<ResponseCurve> responses;
     FaultSetup faults;
-    friend bool operator==(const Scene&, const Scene&) = default;
 };
 
 inline constexpr std::size_t most_scene_bytes = std::size_t{1} << 20;
 
-Scene default_scene();
+/// What is compiled in: "default.json".
+struct SceneFile {
+    std::string_view name, bytes;
+};
+std::vector<SceneFile> scene_files();
+
+const Scene& default_scene();
 
 /// Reads a scene; `file_name` is what errors call it. Error -904 naming the item and the file for anything that is not
 /// a complete and consistent scene: unknown keys, values out of range, formulas that cannot be read.

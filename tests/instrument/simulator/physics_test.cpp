@@ -104,7 +104,7 @@ TEST(SpectrumPhysics, PeaksHaveThePositionAndWidthOfTheModelAtEveryRateAndStatis
 TEST(SpectrumPhysics, NoiseGrowsWithTheTransientsAndIsIndependentOnABaselineThatWaves) {
     for (const double transients : {100.0, 5000.0, 50000.0}) {
         Scene scene = single_ion_scene(0);
-        scene.detector = {};
+        scene.detector = default_scene().detector;
         scene.detector.baseline_counts = 1;
         scene.detector.baseline_drift = 0;
         scene.instrument.spectrum_duration_ns = 50000;
