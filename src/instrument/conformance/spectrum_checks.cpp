@@ -23,12 +23,8 @@ META_INDEX metadata_positions(InstrumentGlobals& globals, const VariantArray<std
     for (std::int32_t position = 0; position <= description.upper_bound() && hits < 2; ++position) {
         const std::string& entry = description.at(position);
         const auto names = [&](const std::string& part) { return entry.find(part) != std::string::npos; };
-        const auto note = [&](bool hit, std::int32_t& place) {
-            if (hit) place = position;
-            hits += hit;
-        };
-        note(names(experiment), found.lExpIndex);
-        note(names(polarity) && names(contract::metadata_name.setpoint_mark), found.lPolarityIndex);
+        if (names(experiment)) found.lExpIndex = position, ++hits;
+        if (names(polarity) && names(contract::metadata_name.setpoint_mark)) found.lPolarityIndex = position, ++hits;
     }
     return found;
 }

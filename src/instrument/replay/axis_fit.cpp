@@ -59,11 +59,6 @@ struct Stretch {
     double steps;
 };
 
-struct Prediction {
-    double steps;
-    double uncertainty;
-};
-
 class HoleCounter {
 public:
     HoleCounter(std::span<const double> roots, std::int64_t limit)
@@ -87,9 +82,9 @@ private:
     bool fill_certain(double allowed) {
         predictions_left_ -= std::min(predictions_left_, holes_.size());
         const auto filled = std::remove_if(holes_.begin(), holes_.end(), [&](std::size_t at) {
-            const Prediction predicted = predict(at);
-            if (predicted.uncertainty > allowed) return false;
-            counts_[at] = std::llround(std::clamp(predicted.steps, 1.0, limit_));
+            const auto [steps, uncertainty] = predict(at);
+            if (uncertainty > allowed) return false;
+            counts_[at] = std::llround(std::clamp(steps, 1.0, limit_));
             return true;
         });
         const bool any = filled != holes_.end();
@@ -97,56 +92,43 @@ private:
         return any && !holes_.empty();
     }
 
-    /// Twice, with polynomials of neighbouring degree: their difference, and the distance from a whole number, tell how
-    /// certain the prediction is.
-    Prediction predict(std::size_t at) const {
-        const std::vector<Stretch> near = neighbourhood(at);
+    /// The steps of a hole and how uncertain they are: predicted twice, with polynomials of neighbouring degree, whose
+    /// difference, and the distance from a whole number, tell that.
+    std::pair<double, double> predict(std::size_t at) const {
+        std::vector<Stretch> near;
+        collect(at, at, -1, near);
+        collect(at, at + 1, +1, near);
         if (near.empty()) return {1, infinite};
         const auto count = static_cast<Eigen::Index>(near.size());
         const Eigen::Index degree = std::clamp<Eigen::Index>(count / 3, 1, 4);
         const double steps = steps_in_hole(at, near, degree);
         const double other = steps_in_hole(at, near, degree > 1 ? degree - 1 : std::min<Eigen::Index>(count, 2));
         const double uncertainty = std::abs(steps - other) + std::abs(steps - std::round(steps));
-        return std::isfinite(uncertainty) ? Prediction{steps, uncertainty} : Prediction{1, infinite};
+        return std::isfinite(uncertainty) ? std::pair(steps, uncertainty) : std::pair(1.0, infinite);
     }
 
-    /// Stretches to both sides, the longer and the farther the longer the hole is.
-    std::vector<Stretch> neighbourhood(std::size_t at) const {
-        std::vector<Stretch> near;
-        collect(at, at, -1, near);
-        collect(at, at + 1, +1, near);
-        return near;
-    }
-
+    /// Stretches to one side, the longer and the farther the longer the hole is.
     void collect(std::size_t at, std::size_t from, int direction, std::vector<Stretch>& near) const {
         constexpr std::size_t most = 24;
         constexpr std::size_t enough = 6;
         const double width = roots_[at + 1] - roots_[at];
         const std::size_t end = direction > 0 ? roots_.size() - 1 : 0;
         const std::size_t before = near.size();
-        for (std::size_t i = from; i != end && near.size() - before < most;) {
-            const std::size_t to = end_of_stretch(i, end, direction, width / 8);
-            if (to != i) near.push_back(stretch(std::min(i, to), std::max(i, to)));
-            i = to != i ? to : neighbour(i, direction);  // where nothing is counted, over the hole
+        for (std::size_t begin = from, i = from; begin != end && near.size() - before < most; begin = i) {
+            double steps = 0;
+            while (i != end && (i == begin || std::abs(roots_[i] - roots_[begin]) < width / 8)) {
+                const std::int64_t counted = counts_[direction > 0 ? i : i - 1];
+                if (counted == hole) break;
+                steps += static_cast<double>(counted);
+                i = direction > 0 ? i + 1 : i - 1;
+            }
+            if (i != begin)
+                near.push_back({std::min(roots_[begin], roots_[i]), std::max(roots_[begin], roots_[i]), steps});
+            else
+                i = direction > 0 ? i + 1 : i - 1;  // where nothing is counted, over the hole
             const bool is_far = std::abs(roots_[i] - roots_[from]) > 6 * width;
             if (is_far && near.size() - before >= enough) return;
         }
-    }
-
-    static std::size_t neighbour(std::size_t i, int direction) { return direction > 0 ? i + 1 : i - 1; }
-
-    std::size_t end_of_stretch(std::size_t from, std::size_t end, int direction, double longest) const {
-        std::size_t i = from;
-        while (i != end && counts_[std::min(i, neighbour(i, direction))] != hole &&
-               (i == from || std::abs(roots_[i] - roots_[from]) < longest))
-            i = neighbour(i, direction);
-        return i;
-    }
-
-    Stretch stretch(std::size_t from, std::size_t to) const {
-        double steps = 0;
-        for (std::size_t i = from; i < to; ++i) steps += static_cast<double>(counts_[i]);
-        return {roots_[from], roots_[to], steps};
     }
 
     /// The number of steps up to a root as a polynomial of the root: its differences over the stretches are known, that

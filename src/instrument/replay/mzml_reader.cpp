@@ -315,7 +315,7 @@ Recording parse_recording(std::string bytes, const std::string& file, const Reco
     if (const auto second = root.next_sibling(); second.type() == pugi::node_element)
         source.place.fail("a second root element [", second.name(), "] follows");
     source.recording.file = file;
-    source.groups = ParameterGroups(mzml.child("referenceableParamGroupList"));
+    source.groups = parameter_groups(mzml.child("referenceableParamGroupList"));
     read_instrument(mzml, source);
     read_setpoints(mzml.child("run"), source);
     read_spectra(mzml.child("run").child("spectrumList"), source);

@@ -21,29 +21,26 @@ double parse_number(std::string_view text, const std::string& what, const Record
     return number;
 }
 
-ParameterGroups::ParameterGroups(const pugi::xml_node& list) {
+ParameterGroups parameter_groups(const pugi::xml_node& list) {
+    ParameterGroups groups;
     for (const auto& element : list.children("referenceableParamGroup")) {
-        const auto [entry, is_new] = groups_.try_emplace(element.attribute("id").value());
+        const auto [group, is_new] = groups.try_emplace(element.attribute("id").value());
         if (!is_new) continue;
         for (const auto& parameter : element.children("cvParam"))
-            entry->second.emplace(parameter.attribute("accession").value(), parameter);
+            group->second.emplace(parameter.attribute("accession").value(), parameter);
         for (const auto& parameter : element.children("userParam"))
-            entry->second.emplace(parameter.attribute("name").value(), parameter);
+            group->second.emplace(parameter.attribute("name").value(), parameter);
     }
-}
-
-const ParameterGroups::Group* ParameterGroups::find(std::string_view id) const {
-    const auto found = groups_.find(id);
-    return found == groups_.end() ? nullptr : &found->second;
+    return groups;
 }
 
 Parameters::Parameters(const pugi::xml_node& element, const ParameterGroups& groups, const RecordingPlace& place)
     : element_(element), place_(place) {
     for (const auto& reference : element.children("referenceableParamGroupRef")) {
         const std::string id = reference.attribute("ref").value();
-        const auto* group = groups.find(id);
-        if (!group) place_.fail("there is no referenceableParamGroup [", id, "]");
-        if (std::ranges::find(groups_, group) == groups_.end()) groups_.push_back(group);
+        const auto group = groups.find(id);
+        if (group == groups.end()) place_.fail("there is no referenceableParamGroup [", id, "]");
+        if (std::ranges::find(groups_, &group->second) == groups_.end()) groups_.push_back(&group->second);
         if (groups_.size() > 100) place_.fail("more than 100 groups of parameters in one element");
     }
 }
@@ -56,22 +53,13 @@ pugi::xml_node Parameters::parameter(const char* element, const char* key, std::
     return {};
 }
 
-std::optional<double> Parameters::number(const Term& sought) const {
-    const auto parameter = find(sought);
-    if (!parameter) return std::nullopt;
-    return parse_number(parameter.attribute("value").value(), sought.name, place_);
+std::optional<std::string> Parameters::text(const pugi::xml_node& parameter) {
+    return parameter ? std::optional<std::string>(parameter.attribute("value").value()) : std::nullopt;
 }
 
-std::optional<std::string> Parameters::user_text(const char* name) const {
-    const auto parameter = this->parameter("userParam", "name", name);
-    if (!parameter) return std::nullopt;
-    return parameter.attribute("value").value();
-}
-
-std::optional<double> Parameters::user_number(const char* name) const {
-    const auto text = user_text(name);
-    if (!text) return std::nullopt;
-    return parse_number(*text, name, place_);
+std::optional<double> Parameters::number(const pugi::xml_node& parameter, const char* name) const {
+    const auto value = text(parameter);
+    return value ? std::optional(parse_number(*value, name, place_)) : std::nullopt;
 }
 
 }  // namespace korvane::replay

@@ -111,20 +111,11 @@ std::size_t parse_count(const pugi::xml_attribute& attribute, const std::string&
 /// A finite number that makes up the whole of `text`; fails naming `what`.
 double parse_number(std::string_view text, const std::string& what, const RecordingPlace& place);
 
-/// The document's groups, each looked through once, however often it is referred to.
-class ParameterGroups {
-public:
-    /// The first parameter of each accession or, for user parameters, name.
-    using Group = std::unordered_map<std::string_view, pugi::xml_node>;
-
-    ParameterGroups() = default;
-    explicit ParameterGroups(const pugi::xml_node& list);
-    /// Null where there is none.
-    const Group* find(std::string_view id) const;
-
-private:
-    std::unordered_map<std::string_view, Group> groups_;
-};
+/// The document's groups by id, each looked through once, however often it is referred to: the first parameter of each
+/// accession or, for user parameters, name.
+using ParameterGroup = std::unordered_map<std::string_view, pugi::xml_node>;
+using ParameterGroups = std::unordered_map<std::string_view, ParameterGroup>;
+ParameterGroups parameter_groups(const pugi::xml_node& list);
 
 class Parameters {
 public:
@@ -135,17 +126,21 @@ public:
     pugi::xml_node find(const Term& sought) const { return parameter("cvParam", "accession", sought.accession); }
     bool has(const Term& sought) const { return !find(sought).empty(); }
     /// Fails where the value is no number.
-    std::optional<double> number(const Term& sought) const;
+    std::optional<double> number(const Term& sought) const { return number(find(sought), sought.name); }
     std::string unit(const Term& sought) const { return find(sought).attribute("unitAccession").value(); }
-    std::optional<std::string> user_text(const char* name) const;
-    std::optional<double> user_number(const char* name) const;
+    std::optional<std::string> user_text(const char* name) const { return text(parameter("userParam", "name", name)); }
+    std::optional<double> user_number(const char* name) const {
+        return number(parameter("userParam", "name", name), name);
+    }
 
 private:
     pugi::xml_node parameter(const char* element, const char* key, std::string_view value) const;
+    static std::optional<std::string> text(const pugi::xml_node& parameter);
+    std::optional<double> number(const pugi::xml_node& parameter, const char* name) const;
 
     pugi::xml_node element_;
     const RecordingPlace& place_;
-    std::vector<const ParameterGroups::Group*> groups_;
+    std::vector<const ParameterGroup*> groups_;
 };
 
 }  // namespace korvane::replay
