@@ -26,17 +26,10 @@ std::vector<std::string> inputs_of(std::string_view target) {
 std::string mutated(std::string input, std::mt19937& random) {
     for (int edit = 0; edit < 3; ++edit) {
         const std::size_t at = input.empty() ? 0 : random() % input.size();
-        switch (random() % 3) {
-            case 0:
-                input.insert(at, 1, static_cast<char>(random()));
-                break;
-            case 1:
-                input.erase(at, random() % 8);
-                break;
-            default:
-                input.insert(at, input.substr(input.size() / 2, random() % 32));
-                break;
-        }
+        const unsigned kind = random() % 3;
+        if (kind == 0) input.insert(at, 1, static_cast<char>(random()));
+        if (kind == 1) input.erase(at, random() % 8);
+        if (kind == 2) input.insert(at, input.substr(input.size() / 2, random() % 32));
     }
     return input;
 }

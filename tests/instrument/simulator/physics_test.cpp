@@ -101,35 +101,6 @@ TEST(SpectrumPhysics, PeaksHaveThePositionAndWidthOfTheModelAtEveryRateAndStatis
         }
 }
 
-TEST(SpectrumPhysics, NoiseGrowsWithTheTransientsAndIsIndependentOnABaselineThatWaves) {
-    for (const double transients : {100.0, 5000.0, 50000.0}) {
-        Scene scene = single_ion_scene(0);
-        scene.detector = default_scene().detector;
-        scene.detector.baseline_counts = 1;
-        scene.detector.baseline_drift = 0;
-        scene.instrument.spectrum_duration_ns = 50000;
-        scene.setpoints["NumTransients2GHz"] = transients;
-        const auto counts = Generator(scene).counts();
-        Spread moments;
-        for (const double count : counts) moments.add(count);
-        const double variance = 0.45 * 0.45 * transients;
-        EXPECT_NEAR(moments.mean(), transients, 5 * std::sqrt(variance / 100000) + 0.02) << transients;
-        EXPECT_NEAR((moments.variance() - 1.0 / 12) / variance, 1.0, 0.02) << transients;
-        double correlation = 0;  // of neighbours
-        for (std::size_t i = 1; i < counts.size(); ++i)
-            correlation += (counts[i] - moments.mean()) * (counts[i - 1] - moments.mean());
-        EXPECT_NEAR(correlation / moments.variance() / counts.size(), 0.0, 5 / std::sqrt(counts.size()));
-        scene.detector.noise_counts = 0;
-        scene.detector.baseline_drift = 0.1;
-        Generator waving(scene);
-        const auto first = waving.counts();
-        EXPECT_NE(first, waving.counts());
-        const auto [low, high] = std::ranges::minmax(first);
-        EXPECT_NEAR(low, 0.9 * transients, 0.01 * transients);
-        EXPECT_NEAR(high, 1.1 * transients, 0.01 * transients);
-    }
-}
-
 // The values were computed once; another machine, compiler or optimisation must find the same.
 TEST(Determinism, SpectraDependOnSeedNumberAndSettingsAlone) {
     const std::tuple<const char*, std::uint64_t, double> scenes[] = {
