@@ -103,9 +103,11 @@ private:
         const auto width = scan.user_number(user_parameter::detector_width);
         if (limit.has_value() != width.has_value())
             place_.fail("of the peak finder's resolution limit and detector width only one is stated");
-        if (limit) require_above_0(user_parameter::resolution_limit, *limit);
-        if (width && *width < 0) require_above_0(user_parameter::detector_width, *width);
-        if (limit) spectrum.peak_finder.width = WidthModel{*limit, *width};
+        if (limit) {
+            require_above_0(user_parameter::resolution_limit, *limit);
+            if (*width < 0) require_above_0(user_parameter::detector_width, *width);
+            spectrum.peak_finder.width = WidthModel{*limit, *width};
+        }
         for (const auto& [name, value] : peak_finder_parameters) {
             const auto stated = spectrum.peak_finder.*value = scan.user_number(name);
             if (stated && !(*stated >= 0 && *stated <= 1e12))

@@ -2,7 +2,10 @@
 // element: its own, and those of the groups that it refers to.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <optional>
 #include <pugixml.hpp>
@@ -107,19 +110,53 @@ inline constexpr std::array<SourceTerm, 5> source_terms{{
 }};
 
 /// A whole number made of digits alone; fails naming `what`.
-std::size_t parse_count(const pugi::xml_attribute& attribute, const std::string& what, const RecordingPlace& place);
+inline std::size_t parse_count(const pugi::xml_attribute& attribute, const std::string& what,
+                               const RecordingPlace& place) {
+    const std::string text = attribute.value();
+    const bool digits = !text.empty() && text.size() <= 18 && text.find_first_not_of("0123456789") == std::string::npos;
+    if (!digits) place.fail(what, " [", text, "] is not a count");
+    return static_cast<std::size_t>(std::stoull(text));
+}
+
 /// A finite number that makes up the whole of `text`; fails naming `what`.
-double parse_number(std::string_view text, const std::string& what, const RecordingPlace& place);
+inline double parse_number(std::string_view text, const std::string& what, const RecordingPlace& place) {
+    double number = 0;
+    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (fault != std::errc() || end != text.data() + text.size() || !std::isfinite(number))
+        place.fail(what, " [", text, "] is not a number");
+    return number;
+}
 
 /// The document's groups by id, each looked through once, however often it is referred to: the first parameter of each
 /// accession or, for user parameters, name.
 using ParameterGroup = std::unordered_map<std::string_view, pugi::xml_node>;
 using ParameterGroups = std::unordered_map<std::string_view, ParameterGroup>;
-ParameterGroups parameter_groups(const pugi::xml_node& list);
+
+inline ParameterGroups parameter_groups(const pugi::xml_node& list) {
+    ParameterGroups groups;
+    for (const auto& element : list.children("referenceableParamGroup")) {
+        const auto [group, is_new] = groups.try_emplace(element.attribute("id").value());
+        if (!is_new) continue;
+        for (const auto& parameter : element.children("cvParam"))
+            group->second.emplace(parameter.attribute("accession").value(), parameter);
+        for (const auto& parameter : element.children("userParam"))
+            group->second.emplace(parameter.attribute("name").value(), parameter);
+    }
+    return groups;
+}
 
 class Parameters {
 public:
-    Parameters(const pugi::xml_node& element, const ParameterGroups& groups, const RecordingPlace& place);
+    Parameters(const pugi::xml_node& element, const ParameterGroups& groups, const RecordingPlace& place)
+        : element_(element), place_(place) {
+        for (const auto& reference : element.children("referenceableParamGroupRef")) {
+            const std::string id = reference.attribute("ref").value();
+            const auto group = groups.find(id);
+            if (group == groups.end()) place_.fail("there is no referenceableParamGroup [", id, "]");
+            if (std::ranges::find(groups_, &group->second) == groups_.end()) groups_.push_back(&group->second);
+            if (groups_.size() > 100) place_.fail("more than 100 groups of parameters in one element");
+        }
+    }
 
     const pugi::xml_node& element() const { return element_; }
     /// The cvParam of a term; an empty node where there is none.
@@ -128,15 +165,26 @@ public:
     /// Fails where the value is no number.
     std::optional<double> number(const Term& sought) const { return number(find(sought), sought.name); }
     std::string unit(const Term& sought) const { return find(sought).attribute("unitAccession").value(); }
-    std::optional<std::string> user_text(const char* name) const { return text(parameter("userParam", "name", name)); }
+    std::optional<std::string> user_text(const char* name) const {
+        const auto found = parameter("userParam", "name", name);
+        return found ? std::optional<std::string>(found.attribute("value").value()) : std::nullopt;
+    }
     std::optional<double> user_number(const char* name) const {
         return number(parameter("userParam", "name", name), name);
     }
 
 private:
-    pugi::xml_node parameter(const char* element, const char* key, std::string_view value) const;
-    static std::optional<std::string> text(const pugi::xml_node& parameter);
-    std::optional<double> number(const pugi::xml_node& parameter, const char* name) const;
+    pugi::xml_node parameter(const char* element, const char* key, std::string_view value) const {
+        for (const auto& own : element_.children(element))
+            if (value == own.attribute(key).value()) return own;
+        for (const auto* group : groups_)
+            if (const auto found = group->find(value); found != group->end()) return found->second;
+        return {};
+    }
+    std::optional<double> number(const pugi::xml_node& parameter, const char* name) const {
+        if (!parameter) return std::nullopt;
+        return parse_number(parameter.attribute("value").value(), name, place_);
+    }
 
     pugi::xml_node element_;
     const RecordingPlace& place_;

@@ -142,8 +142,7 @@ void add_scene_ion(const SceneIon& ion, const Scene& scene, const MassTimeCalibr
     for (const IsotopePeak& isotope :
          ion.mz ? std::vector{IsotopePeak{*ion.mz, 1.0}}
                 : isotope_pattern(parse_formula(ion.formula), ion.charge, scene.sample.least_isotope_fraction))
-        peaks.push_back(
-            {isotope.mz, law.time_from_mass(isotope.mz), ion.ions * isotope.fraction, ion.calibrant, false});
+        peaks.push_back({isotope.mz, law.time_from_mass(isotope.mz), ion.ions * isotope.fraction, ion.calibrant});
 }
 
 double log_uniform(RandomStream& random, double low, double high) {
@@ -167,7 +166,7 @@ void add_background(const Scene& scene, const MassTimeCalibration& law, RandomSt
         if (attempts == most_in_a_row || all == most_attempts)
             raise_runtime_fault(error_number::invalid_call, "background.count[", setup.count,
                                 "] peaks do not fit with background.separation_sigmas");
-        IonPeak peak{.background = true};
+        IonPeak peak;
         peak.mz = log_uniform(random, setup.least_mz, setup.most_mz);
         peak.ions = log_uniform(random, setup.least_ions, setup.most_ions);
         peak.flight_time_ns = law.time_from_mass(peak.mz);

@@ -37,7 +37,6 @@ struct IonPeak {
     double flight_time_ns = 0;  ///< by the scene's law, without drift
     double ions = 0;            ///< a spectrum of the reference transients at default setpoints
     bool calibrant = false;     ///< falls with the calibrant factor
-    bool background = false;
 };
 
 /// Peaks of one polarity, ascending by m/z.

@@ -1,6 +1,5 @@
 #include "instrument/simulator/portable_random.h"
 
-#include <array>
 #include <cmath>
 #include <cstddef>
 
@@ -113,12 +112,11 @@ double normal_distribution(double x) {
 }
 
 double log_factorial(double n) {
-    static const std::array<double, 32> small = [] {
-        std::array<double, 32> table{};
-        for (std::size_t i = 1; i < table.size(); ++i) table[i] = table[i - 1] + portable_log(static_cast<double>(i));
-        return table;
-    }();
-    if (n < static_cast<double>(small.size())) return small[static_cast<std::size_t>(n)];
+    if (n < 32) {
+        double sum = 0;
+        for (double i = 1; i <= n; ++i) sum += portable_log(i);
+        return sum;
+    }
     const double inverse = 1.0 / n;  // Stirling's series
     const double correction = inverse * (1.0 / 12 - inverse * inverse * (1.0 / 360 - inverse * inverse / 1260));
     return (n + 0.5) * portable_log(n) - n + 0.5 * portable_log(2.0 * pi) + correction;

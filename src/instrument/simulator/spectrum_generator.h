@@ -6,7 +6,6 @@
 #include <optional>
 #include <vector>
 
-#include "instrument/simulator/acquisition_conditions.h"
 #include "instrument/simulator/expected_signal.h"
 #include "instrument/simulator/ion_population.h"
 #include "instrument/simulator/portable_random.h"

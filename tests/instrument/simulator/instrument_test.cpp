@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "instrument/peakfinder/embedded_peak_finder.h"
-#include "instrument/simulator/acquisition_conditions.h"
+#include "instrument/simulator/expected_signal.h"
 #include "instrument/simulator/simulator_bench.h"
 #include "korvane/embedded_parts.h"
 #include "platform/automation_arithmetic.h"
