@@ -88,36 +88,29 @@ struct Parameter {
     constexpr bool is_by_reference() const { return direction != Direction::by_value; }
     constexpr bool has_default() const { return !std::holds_alternative<std::monostate>(default_value); }
 
-    /// The same parameter declared as a variant or an array, whatever its native type suggests.
-    constexpr Parameter as_variant() const { return declared_as(TypeKind::variant); }
-    constexpr Parameter as_real_array() const { return declared_as(TypeKind::real_array); }
+    /// The same parameter declared as of this kind, whatever its native type suggests.
+    constexpr Parameter declared(TypeKind kind) const {
+        Parameter copy = *this;
+        copy.type = {kind};
+        return copy;
+    }
     /// The same, optional without a default: left out, the routine decides.
     constexpr Parameter may_be_missing() const {
         Parameter copy = *this;
         copy.optional = true;
         return copy;
     }
-
-private:
-    constexpr Parameter declared_as(TypeKind kind) const {
-        Parameter copy = *this;
-        copy.type = {kind};
-        return copy;
-    }
 };
 
-// One a direction: `value("mz")`, `reference("dMassWindow", 0.2)`, `result("Means")`.
-constexpr Parameter value(std::string_view name) {
-    return {.name = name};
+// One a direction: `value("mz")`, `reference("dMassWindow", 0.2)`, `result("Means")`. What has a default is optional.
+constexpr Parameter value(std::string_view name, DefaultValue default_value = {}) {
+    return {.name = name, .optional = default_value.index() > 0, .default_value = default_value};
 }
-constexpr Parameter value(std::string_view name, DefaultValue default_value) {
-    return {.name = name, .optional = true, .default_value = default_value};
-}
-constexpr Parameter reference(std::string_view name) {
-    return {.name = name, .direction = Direction::by_reference};
-}
-constexpr Parameter reference(std::string_view name, DefaultValue default_value) {
-    return {.name = name, .direction = Direction::by_reference, .optional = true, .default_value = default_value};
+constexpr Parameter reference(std::string_view name, DefaultValue default_value = {}) {
+    return {.name = name,
+            .direction = Direction::by_reference,
+            .optional = default_value.index() > 0,
+            .default_value = default_value};
 }
 constexpr Parameter result(std::string_view name) {
     return {.name = name, .direction = Direction::result};

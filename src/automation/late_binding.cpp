@@ -68,15 +68,11 @@ private:
 }  // namespace
 
 Value default_value_of(const Parameter& parameter) {
-    return std::visit(
-        [](const auto& value) -> Value {
-            if constexpr (std::is_same_v<std::remove_cvref_t<decltype(value)>, std::monostate>) {
-                return Missing{};
-            } else {
-                return value;
-            }
-        },
-        parameter.default_value);
+    const auto as_value = [](const auto& content) -> Value {
+        if constexpr (requires { Value(content); }) return content;
+        return Missing{};
+    };
+    return std::visit(as_value, parameter.default_value);
 }
 
 CallFrame::CallFrame() : outer(std::exchange(innermost_frame, this)) {}
@@ -153,8 +149,6 @@ Value NativeObject::invoke(std::int32_t dispid, Arguments& arguments, Access acc
     ValueArguments caller(*member, arguments);
     try {
         return call_member(*member, target_, caller);
-    } catch (const Error&) {
-        throw;
     } catch (...) {
         throw current_error();
     }

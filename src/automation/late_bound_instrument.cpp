@@ -103,8 +103,8 @@ std::shared_ptr<Bound> adapted(const Object& object, const char* member, std::st
         object->dispid_of(member);
     } catch (const Error& error) {
         if (error.number() != no_such_member) throw;
-        raise_runtime_fault(error_number::type_mismatch, "an object " + object->class_name() + " is no " +
-                                                             std::string(wanted) + ": it has no " + member);
+        raise_runtime_fault(error_number::type_mismatch, "an object ", object->class_name(), " is no ", wanted,
+                            ": it has no ", member);
     }
     return std::make_shared<Bound>(object);
 }

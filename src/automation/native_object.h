@@ -9,6 +9,7 @@
 #include "korvane/automation.h"
 #include "korvane/mass_time.h"
 #include "korvane/peak_finder.h"
+#include "platform/text.h"
 
 namespace korvane::automation {
 
@@ -76,8 +77,7 @@ std::shared_ptr<C> native_from(const Object& object) {
     if (auto target = target_of(object, class_of(type_name<C>))) return std::static_pointer_cast<C>(std::move(target));
     if constexpr (is_adapted<C>)
         if (!dynamic_cast<const NativeObject*>(object.get())) return adapt<C>(object);
-    raise_runtime_fault(error_number::type_mismatch,
-                        "an object " + object->class_name() + " is no " + std::string(type_name<C>));
+    raise_runtime_fault(error_number::type_mismatch, "an object ", object->class_name(), " is no ", type_name<C>);
 }
 
 }  // namespace korvane::automation

@@ -107,8 +107,7 @@ requires(detail::alternative_of<R, Record>) struct Native<R> {
             return std::get<R>(record_from_array(*find_record(type_name<R>), *array));
         if (const auto* record = value.get_if<Record>())
             if (const R* wanted = std::get_if<R>(record)) return *wanted;
-        raise_runtime_fault(error_number::type_mismatch,
-                            value.kind_name() + " is no " + std::string(type_name<R>) + " record");
+        raise_runtime_fault(error_number::type_mismatch, value.kind_name(), " is no ", type_name<R>, " record");
     }
     static Value to(const R& value) { return value; }
 };
@@ -148,8 +147,8 @@ auto stored(const T& element) {
 inline const Array& array_of_rank(const Value& value, std::size_t rank) {
     const Array& array = value.as_array();
     if (array.rank() == rank) return array;
-    raise_runtime_fault(error_number::subscript, "an array of rank " + std::to_string(array.rank()) +
-                                                     " in the place of one of rank " + std::to_string(rank));
+    raise_runtime_fault(error_number::subscript, "an array of rank ", array.rank(), " in the place of one of rank ",
+                        rank);
 }
 
 }  // namespace detail

@@ -62,9 +62,8 @@ Record make_record(const RecordDescription& description, const void* memory) {
 
 Record record_from_array(const RecordDescription& description, const Array& array) {
     if (array.rank() != 1 || array.size() != description.fields.size())
-        raise_runtime_fault(error_number::type_mismatch, "an array of " + std::to_string(array.size()) +
-                                                             " elements is no " + std::string(description.name) +
-                                                             " record");
+        raise_runtime_fault(error_number::type_mismatch, "an array of ", array.size(), " elements is no ",
+                            description.name, " record");
     const bool real = description.kind == TypeKind::real;
     std::vector<double> numbers;
     std::vector<std::int32_t> integers;

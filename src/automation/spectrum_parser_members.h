@@ -38,8 +38,8 @@ inline constexpr auto spectrum_parser_members = member_table(
                                                 "Fills the table of sample windows: percentT percent of flight time "
                                                 "either way or, where it is not above 0, deltaMass amu.",
                                                 reference("vMassData"), reference("mtDLL"),
-                                                reference("mList").as_real_array(), reference("deltaMass"),
-                                                reference("percentT")),
+                                                reference("mList").declared(TypeKind::real_array),
+                                                reference("deltaMass"), reference("percentT")),
     method<&SpectrumParser::GetMassArrayIndexForThisMass>(8, "Sample nearest to a mass, or -1.", reference("vMassData"),
                                                           value("mass")),
     method<&SpectrumParser::GetPeakAttribute>(
@@ -60,7 +60,8 @@ inline constexpr auto spectrum_parser_members = member_table(
         reference("varCalibrantMasses"), reference("dMassWindow", 10.0)),
     method<&SpectrumParser::BinaryAdjustAbundanceDownUsingThisSetpoint>(
         14, "Setpoint value at which the abundance at mz comes down to AbTarget.", value("IdxOfSetpointToAdjust"),
-        value("mz"), value("AbTarget"), value("dmz", 30.0), value("bLowerThisSPToReduceAbundance", true).as_variant(),
+        value("mz"), value("AbTarget"), value("dmz", 30.0),
+        value("bLowerThisSPToReduceAbundance", true).declared(TypeKind::variant),
         value("StartingMinSPValue", search_value_not_given), value("StartingMaxSPValue", search_value_not_given),
         value("SPResolution", search_value_not_given)));
 

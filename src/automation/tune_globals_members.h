@@ -82,7 +82,7 @@ inline constexpr auto tune_globals_members = member_table(
                                        value("SetpointExternalName")),
     method<&TuneGlobals::GetPolaritySpecificCoronaSetpointIndex>(42, "Index of the polarity's corona setpoint."),
     method<&TuneGlobals::WaitThisManySeconds>(43, "Waits, polling for an abort.",
-                                              reference("wait_time_in_seconds").as_variant()),
+                                              reference("wait_time_in_seconds").declared(TypeKind::variant)),
     method<&TuneGlobals::GetPolarity3LetterAbbreviation>(44, "pos or neg."),
     method<&TuneGlobals::GetMinSpectrumTime_usec>(45, "Shortest flight time of a spectrum."),
     method<&TuneGlobals::GetMaxSpectrumTime_usec>(46, "Flight time of the largest mass of the current range."),

@@ -33,8 +33,8 @@ public:
         : name_(table.name), destroy_(table.destroy), context_(context) {
         for (const korvane_entry& entry : std::span(table.entries, table.count)) {
             if (!entry.member || !entry.function)
-                raise_runtime_fault(error_number::invalid_call,
-                                    name_ + ": entry " + std::to_string(members_.size()) + " lacks name or function");
+                raise_runtime_fault(error_number::invalid_call, name_, ": entry ", members_.size(),
+                                    " lacks name or function");
             members_.emplace_back(entry.member, entry.function);
         }
     }
@@ -103,9 +103,8 @@ extern "C" int32_t korvane_implement(const korvane_class* table, void* context, 
     return guarded([&] {
         const korvane_class& known = given(table, "table");
         if (known.version != KORVANE_C_VERSION)
-            raise_runtime_fault(error_number::invalid_call, "a table of version " + std::to_string(known.version) +
-                                                                " where " + std::to_string(KORVANE_C_VERSION) +
-                                                                " is known");
+            raise_runtime_fault(error_number::invalid_call, "a table of version ", known.version, " where ",
+                                KORVANE_C_VERSION, " is known");
         given(known.name, "the name of the class");
         if (known.count > 0) given(known.entries, "entries");
         given(object, "object") = handles().add(std::make_shared<ForeignObject>(known, context));

@@ -135,8 +135,7 @@ extern "C" {
 int32_t korvane_open(const korvane_options* options, korvane_handle* platform) {
     return guarded([&] {
         if (options && options->size != sizeof(korvane_options))
-            raise_runtime_fault(error_number::invalid_call,
-                                "size of the options [" + std::to_string(options->size) + "]");
+            raise_runtime_fault(error_number::invalid_call, "size of the options [", options->size, "]");
         const korvane_options chosen = options ? *options : korvane_options{};
         const auto last = std::make_shared<LastSpectrum>();
         const Platform watched = watched_for(chosen, bare_platform(chosen), [last](const AcquiredSpectrum& spectrum) {

@@ -202,8 +202,7 @@ HRESULT STDMETHODCALLTYPE get_ids_of_names(ComObject* self, REFIID, LPOLESTR* na
     const std::int32_t dispid = description.dispid_of(utf8_from_utf16(names[0]));
     dispids[0] = dispid == 0 ? DISPID_UNKNOWN : dispid;
     bool all_known = dispid != 0;
-    const Member* member = description.find(dispid, Access::call);
-    if (!member) member = description.find(dispid, Access::put);
+    const Member* const member = description.find(dispid, Access::call);
     for (UINT name = 1; name < count; ++name) {
         dispids[name] = member ? parameter_place(*member, utf8_from_utf16(names[name])) : DISPID_UNKNOWN;
         all_known = all_known && dispids[name] != DISPID_UNKNOWN;
