@@ -54,26 +54,11 @@ private:
     Bend bend_;
 };
 
-class LateBoundInstrument : public testing::Test {
-protected:
-    LateBoundInstrument() {
-        const Object layer = make_object<InstrumentLayer>(world.platform().instrument);
-        outside = world.platform();
-        outside.instrument = make_late_bound_layer([layer] { return Stranger::mask(layer).as_object(); });
-    }
-
+TEST(LateBoundInstrument, HasItsObjectsComeBackAsThemselves) {
     EmbeddedWorld world;
-    Platform outside;
-};
-
-// The same seed measured through late binding and directly.
-TEST_F(LateBoundInstrument, MeasuresAsTheLayerBehindItDoes) {
-    const Value outer = create_object("Korvane.SpectrumParser", outside)->call("GetPeakInfoForCalibrantMasses");
-    EmbeddedWorld same;
-    EXPECT_EQ(outer, same.create("SpectrumParser")->call("GetPeakInfoForCalibrantMasses"));
-}
-
-TEST_F(LateBoundInstrument, ForeignObjectsComeBackAsThemselves) {
+    const Object layer = make_object<InstrumentLayer>(world.platform().instrument);
+    Platform outside = world.platform();
+    outside.instrument = make_late_bound_layer([layer] { return Stranger::mask(layer).as_object(); });
     const Object globals = create_object("Korvane.TuneGlobals", outside);
     const Object calibration = globals->call("GetCurrentCalibrationObjFromDD").as_object();
     EXPECT_EQ(calibration->class_name(), "Stranger");

@@ -63,6 +63,7 @@ TEST(Values, ConvertAsAutomationDoes) {
                   expected)
             << given.kind_name();
     }
+    EXPECT_EQ(json_of(infinite).dump() + json_of(-infinite).dump(), "\"inf\"\"-inf\"");
     const auto object = [](const Value& value) { return outcome([&] { return value.as_object() != nullptr; }); };
     EXPECT_EQ(object(Object{}) + object(Empty{}) + object(3) + object("x") + object(Null{}), "falsefalse!424!424!94");
 }

@@ -177,14 +177,10 @@ TEST_F(Calls, ForeignObjectsGetReferencesOfTheirTypes) {
     EXPECT_EQ(globals_call.outcome.substr(0, 17), "error -2146828197") << "91, object not set";
 }
 
-TEST_F(Calls, ObjectsKeepTheirIdentity) {
+TEST_F(Calls, ObjectsHaveTheirInterfacesAndNoOthers) {
     ASSERT_EQ(globals_call(L"GetCurrentCalibrationObjFromDD", {}), S_OK) << globals_call.outcome;
     ASSERT_EQ(globals_call.text().substr(0, 30), "{\"class\":\"MassTimeCalibration\"");
     IDispatch& calibration = *globals_call.result->pdispVal;
-    ComPointer<IUnknown> one, other;
-    calibration.QueryInterface(IID_IUnknown, reinterpret_cast<void**>(one.put()));
-    calibration.QueryInterface(IID_IUnknown, reinterpret_cast<void**>(other.put()));
-    EXPECT_EQ(one.get(), other.get());
     void* unknown = &unknown;
     EXPECT_EQ(calibration.QueryInterface(IID_IClassFactory, &unknown), E_NOINTERFACE);
     EXPECT_EQ(unknown, nullptr);

@@ -106,13 +106,8 @@ private:
     std::vector<std::unique_ptr<Variable>> variables_;
 };
 
-class MembersOfClass : public testing::TestWithParam<std::string> {
-protected:
-    const ClassDescription& description = class_named(GetParam());
-};
-
 // Worlds of the same seed go through the same calls, one by each way.
-TEST_P(MembersOfClass, DoTheSameByTheVtableAndNatively) {
+void expect_the_same_by_the_vtable_and_natively(const ClassDescription& description) {
     ServerWorld slot_world;
     EmbeddedWorld world;
     const auto slot = slot_world.create(description);
@@ -143,7 +138,7 @@ TEST_P(MembersOfClass, DoTheSameByTheVtableAndNatively) {
     EXPECT_GE(3 * successes, static_cast<int>(description.members.size())) << "hardly anything was compared";
 }
 
-TEST_P(MembersOfClass, SurviveNullPointersInEveryPlace) {
+void expect_null_pointers_survived(const ClassDescription& description) {
     ServerWorld world;
     const auto object = world.create(description);
     ImpatientUser user(world.native);
@@ -156,10 +151,14 @@ TEST_P(MembersOfClass, SurviveNullPointersInEveryPlace) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Classes, MembersOfClass,
-                         testing::Values("TuneGlobals", "SpectrumParser", "CalMassList", "clsTuneParamsXML",
-                                         "clsTunePrefsXML", "AbortHelper", "PeakList", "MassTimeCalibration"),
-                         [](const auto& test) { return test.param; });
+TEST(Members, DoTheSameByTheVtableAndNatively) {
+    for (const ClassDescription& description : class_descriptions())
+        expect_the_same_by_the_vtable_and_natively(description);
+}
+
+TEST(Members, SurviveNullPointersInEveryPlace) {
+    for (const ClassDescription& description : class_descriptions()) expect_null_pointers_survived(description);
+}
 
 }  // namespace
 }  // namespace korvane::automation
