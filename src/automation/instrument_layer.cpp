@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "automation/error_numbers.h"
 #include "automation/native_types.h"
 #include "korvane/forwarding.h"
 

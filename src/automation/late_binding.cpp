@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "automation/class_description.h"
-#include "automation/error_numbers.h"
 #include "automation/native_object.h"
 #include "frame/routine.h"
 #include "korvane/forwarding.h"

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <limits>
 
-#include "automation/error_numbers.h"
 #include "korvane/automation.h"
 #include "platform/automation_arithmetic.h"
 #include "platform/text.h"

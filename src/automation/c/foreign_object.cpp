@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "automation/c/values.h"
-#include "automation/error_numbers.h"
 #include "korvane/korvane_c_layer.h"
 #include "platform/text.h"
 

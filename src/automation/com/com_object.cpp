@@ -4,7 +4,6 @@
 
 #include <new>
 
-#include "automation/com/dispatch_object.h"
 #include "automation/com/variant_conversion.h"
 
 namespace korvane::automation {

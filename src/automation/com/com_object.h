@@ -1,4 +1,5 @@
-// An automation object as callers on Windows see it: a dual interface laid out by hand, and ISupportErrorInfo.
+// Automation objects on Windows: ours as callers see them, a dual interface laid out by hand and ISupportErrorInfo, and
+// somebody else's.
 #pragma once
 
 #include <atomic>
@@ -67,5 +68,25 @@ inline constexpr std::size_t common_slot_count = 7;
 /// The vtable of a class: the common slots, then its members in the order of its table. The common slots alone for a
 /// class without a dual interface.
 const void* const* vtable_of(const ClassDescription& description);
+
+/// Somebody else's automation object, called through its IDispatch.
+class DispatchObject final : public LateBound {
+public:
+    explicit DispatchObject(ComPointer<IDispatch> dispatch) : dispatch_(std::move(dispatch)) {}
+
+    std::string class_name() const override;
+    std::int32_t dispid_of(std::string_view member) const override;
+    /// Arguments go by reference, so that the object may change them.
+    Value invoke(std::int32_t dispid, Arguments& arguments, Access access) override;
+
+    IDispatch* dispatch() const noexcept { return dispatch_.get(); }
+
+private:
+    ComPointer<IDispatch> dispatch_;
+};
+
+/// A new object of a registered class; null where no class of this ProgID is registered. Error 429 naming the ProgID
+/// where it is registered but cannot be made.
+Object create_registered_object(const std::string& prog_id);
 
 }  // namespace korvane::automation

@@ -9,7 +9,6 @@
 
 #include "automation/com/com_object.h"
 #include "automation/com/variant_conversion.h"
-#include "automation/error_numbers.h"
 #include "automation/spectrum_parser_members.h"
 #include "automation/store_and_object_members.h"
 #include "automation/tune_globals_members.h"

@@ -2,7 +2,7 @@
 // instrument layer.
 #ifdef _WIN32
 
-#include "automation/com/dispatch_object.h"
+#include "automation/com/com_object.h"
 
 #include <fmt/format.h>
 
@@ -10,7 +10,6 @@
 #include <cstring>
 
 #include "automation/com/variant_conversion.h"
-#include "automation/error_numbers.h"
 #include "automation/instrument_layer.h"
 #include "instrument/library/instrument_library.h"
 #include "korvane/embedded.h"

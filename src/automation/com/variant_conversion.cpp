@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "automation/com/com_object.h"
-#include "automation/error_numbers.h"
 
 namespace korvane::automation {
 

@@ -3,7 +3,6 @@
 
 #include <list>
 
-#include "automation/com/dispatch_object.h"
 #include "foreign_object.h"
 #include "server_world.h"
 #include "support/raised.h"
