@@ -2,13 +2,12 @@
 // instrument layer.
 #ifdef _WIN32
 
-#include "automation/com/com_object.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstring>
 
+#include "automation/com/com_object.h"
 #include "automation/com/variant_conversion.h"
 #include "automation/instrument_layer.h"
 #include "instrument/library/instrument_library.h"
