@@ -81,33 +81,15 @@ inline constexpr bool changes = std::is_lvalue_reference_v<A> && !std::is_const_
 
 /// What a pure result is until the member assigns to it: an array that no member makes, 0 for others.
 template <class T>
-struct Unassigned {
-    static T value() { return T{}; }
-    static bool is(const T&) { return false; }
-};
+inline const T unassigned{};
 template <class T>
-struct Unassigned<VariantArray<T>> {
-    static const VariantArray<T>& value() {
-        static const VariantArray<T> array{std::vector<T>()};
-        return array;
-    }
-    static bool is(const VariantArray<T>& array) { return array.storage() == value().storage(); }
-};
-
-template <class C>
-C* place_of(C& part) {
-    return &part;
-}
-template <class C>
-C* place_of(C* part) {
-    return part;
-}
+inline const VariantArray<T> unassigned<VariantArray<T>>{std::vector<T>()};
 
 /// An argument in its native type.
 template <class T>
 T native_argument(const Member& member, std::size_t place, const Value& given) try {
     const Parameter& parameter = member.parameter_slots[place];
-    if (parameter.direction == Direction::result) return Unassigned<T>::value();
+    if (parameter.direction == Direction::result) return unassigned<T>;
     return given.holds<Missing>() && parameter.optional ? T{} : Native<T>::from(given);
 } catch (const Error& error) {
     throw ArgumentError(error, member, place, given);
@@ -140,7 +122,12 @@ private:
             if constexpr (std::is_void_v<R>) {
                 run();
             } else if constexpr (ObjectClass<Result>) {  // a part of the object, which lives as long as its owner
-                result = make_object(std::shared_ptr<Result>(target, place_of(run())));
+                Result* part = nullptr;
+                if constexpr (std::is_pointer_v<R>)
+                    part = run();
+                else
+                    part = &run();
+                result = make_object(std::shared_ptr<Result>(target, part));
             } else {
                 result = Native<Result>::to(run());
             }
@@ -163,7 +150,8 @@ private:
     template <class Argument, class T>
     static void hand_back(T& native, std::size_t place, CallFrame& frame, bool succeeded) {
         if constexpr (changes<Argument>) {
-            if (Unassigned<T>::is(native)) return;
+            if constexpr (requires { native.storage(); })
+                if (native.storage() == unassigned<T>.storage()) return;
             Value now = Native<T>::to(std::move(native));
             const Value& before = frame.arguments[place];
             if (!succeeded && (now == before || (before.holds<Empty>() && now == Native<T>::to(T{})))) return;
