@@ -36,6 +36,16 @@ private:
     std::shared_ptr<Interface> target_;
 };
 
+/// A forwarding base with what a bent form needs beside the object behind, such as a journal or a hook.
+template <class Forwarded, class State>
+struct ForwardingWith : Forwarded {
+    template <class Target>
+    ForwardingWith(Target&& target, State its_state)
+        : Forwarded(std::forward<Target>(target)), state(std::move(its_state)) {}
+
+    State state;
+};
+
 /// The bent form of an object that another one lends, for overrides of the member that lends it: made at the first use,
 /// and anew where a different object is lent.
 template <class Bent>

@@ -156,12 +156,6 @@ Law square_law(const Points& points, const std::vector<int>& powers) {
     return law;
 }
 
-double median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
 /// Calls `with` for every choice of `chosen` of `count` places, or for `most_subsets` random ones.
 template <class With>
 void for_subsets(std::size_t count, std::size_t chosen, const With& with) {
@@ -193,9 +187,10 @@ struct RobustLaw {
 };
 
 double median_scale(const VectorXd& distances, std::size_t freedom) {
-    std::vector<double> sizes(distances.begin(), distances.end());
-    for (double& size : sizes) size = std::abs(size);
-    return sigma_per_mad * (1 + 5.0 / static_cast<double>(freedom)) * median(std::move(sizes));
+    VectorXd sizes = distances.cwiseAbs();
+    const auto middle = sizes.begin() + sizes.size() / 2;
+    std::nth_element(sizes.begin(), middle, sizes.end());
+    return sigma_per_mad * (1 + 5.0 / static_cast<double>(freedom)) * *middle;
 }
 
 /// Distance that Student's t exceeds as rarely as a normal distribution does `outlier_limit` (Wallace, Annals of

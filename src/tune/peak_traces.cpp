@@ -21,12 +21,6 @@ std::optional<PeakInfo> highest_peak(const PeakList& list) {
     return highest;
 }
 
-struct Search {
-    std::span<const std::int32_t> samples;
-    double start_ns = 0, interval_ns = 0;
-    double window_start_ns = 0, window_end_ns = 0;
-};
-
 /// A Gaussian of the record where the finder does not tell what it fitted.
 void add_fit(const PeakInfo& peak, const PeakList& list, PeakTrace& trace) {
     const double reach = std::ceil(fit_reach_widths * peak.pkWidth / trace.interval_ns);
@@ -46,14 +40,10 @@ void add_fit(const PeakInfo& peak, const PeakList& list, PeakTrace& trace) {
     }
 }
 
-PeakTrace trace_of(const Search& search, double baseline, const PeakList* list) {
-    PeakTrace trace;
-    trace.start_ns = search.start_ns;
-    trace.interval_ns = search.interval_ns;
-    trace.window_start_ns = search.window_start_ns;
-    trace.window_end_ns = search.window_end_ns;
-    trace.baseline = baseline;
-    const auto size = static_cast<double>(search.samples.size());
+/// The trace of a search that knows its axis and its window.
+PeakTrace trace_of(const PeakTrace& search, std::span<const std::int32_t> samples, const PeakList* list) {
+    PeakTrace trace = search;
+    const auto size = static_cast<double>(samples.size());
     const auto sample_at = [&](double time_ns) {
         return std::clamp((time_ns - search.start_ns) / search.interval_ns, 0.0, size);
     };
@@ -67,7 +57,7 @@ PeakTrace trace_of(const Search& search, double baseline, const PeakList* list) 
         end = first + most_samples;
     }
     trace.start_ns = search.start_ns + first * search.interval_ns;
-    const auto kept = search.samples.subspan(static_cast<std::size_t>(first), static_cast<std::size_t>(end - first));
+    const auto kept = samples.subspan(static_cast<std::size_t>(first), static_cast<std::size_t>(end - first));
     trace.counts.assign(kept.begin(), kept.end());
     if (peak) add_fit(*peak, *list, trace);
     return trace;
@@ -75,47 +65,37 @@ PeakTrace trace_of(const Search& search, double baseline, const PeakList* list) 
 
 using Kept = std::shared_ptr<std::vector<PeakTrace>>;
 
-class TracingFinder final : public ForwardingPeakFinder {
-public:
-    TracingFinder(std::shared_ptr<PeakFinder> finder, Kept kept)
-        : ForwardingPeakFinder(std::move(finder)), kept_(std::move(kept)) {}
-
+struct TracingFinder final : ForwardingWith<ForwardingPeakFinder, Kept> {
+    using ForwardingWith::ForwardingWith;
     void set_sampling_interval_ns(double interval_ns) override {
-        ForwardingPeakFinder::set_sampling_interval_ns(search_.interval_ns = interval_ns);
+        ForwardingPeakFinder::set_sampling_interval_ns(search.interval_ns = interval_ns);
     }
     void set_search_start_ns(double time_ns) override {
-        ForwardingPeakFinder::set_search_start_ns(search_.window_start_ns = time_ns);
+        ForwardingPeakFinder::set_search_start_ns(search.window_start_ns = time_ns);
     }
     void set_search_end_ns(double time_ns) override {
-        ForwardingPeakFinder::set_search_end_ns(search_.window_end_ns = time_ns);
+        ForwardingPeakFinder::set_search_end_ns(search.window_end_ns = time_ns);
     }
     void set_samples(std::span<const std::int32_t> counts) override {
-        ForwardingPeakFinder::set_samples(search_.samples = counts);
+        ForwardingPeakFinder::set_samples(samples = counts);
     }
     PeakListObject run(double start_time_ns) override {
-        search_.start_ns = start_time_ns;
-        PeakListObject list = ForwardingPeakFinder::run(start_time_ns);
-        kept_->push_back(trace_of(search_, baseline(), list.get()));
+        PeakListObject list = ForwardingPeakFinder::run(search.start_ns = start_time_ns);
+        search.baseline = baseline();
+        state->push_back(trace_of(search, samples, list.get()));
         return list;
     }
 
-private:
-    Kept kept_;
-    Search search_;
+    PeakTrace search;
+    std::span<const std::int32_t> samples;
 };
 
-class TracingLayer final : public ForwardingInstrumentLayer {
-public:
-    TracingLayer(std::shared_ptr<InstrumentLayer> layer, Kept kept)
-        : ForwardingInstrumentLayer(std::move(layer)), kept_(std::move(kept)) {}
-
+struct TracingLayer final : ForwardingWith<ForwardingInstrumentLayer, Kept> {
+    using ForwardingWith::ForwardingWith;
     std::unique_ptr<PeakFinder> create_peak_finder() override {
-        std::shared_ptr<PeakFinder> finder = ForwardingInstrumentLayer::create_peak_finder();
-        return finder ? std::make_unique<TracingFinder>(std::move(finder), kept_) : nullptr;
+        auto finder = ForwardingInstrumentLayer::create_peak_finder();
+        return finder ? std::make_unique<TracingFinder>(std::move(finder), state) : nullptr;
     }
-
-private:
-    Kept kept_;
 };
 
 }  // namespace

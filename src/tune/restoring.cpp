@@ -52,96 +52,81 @@ struct Restoring::Journal {
 };
 
 /// Notes the writes that go through it.
-class Restoring::Layer final : public ForwardingInstrumentLayer {
+class Restoring::Layer final : public ForwardingWith<ForwardingInstrumentLayer, std::shared_ptr<Restoring::Journal>> {
 public:
-    Layer(std::shared_ptr<InstrumentLayer> layer, std::shared_ptr<Journal> journal)
-        : ForwardingInstrumentLayer(std::move(layer)), journal_(std::move(journal)) {}
-
+    using ForwardingWith::ForwardingWith;
     std::unique_ptr<InstrumentGlobals> create_globals() override {
-        std::shared_ptr<InstrumentGlobals> made = ForwardingInstrumentLayer::create_globals();
-        if (!made) return nullptr;
-        return std::make_unique<Globals>(std::move(made), journal_);
+        const std::shared_ptr<InstrumentGlobals> made = ForwardingInstrumentLayer::create_globals();
+        return made ? std::make_unique<Globals>(made, Way{made, state}) : nullptr;
     }
 
 private:
-    /// A view of the instrument; it keeps its globals alive, for the way back.
-    template <class View>
-    struct Noting : View {
-        template <class Interface>
-        Noting(Interface& view, std::shared_ptr<InstrumentGlobals> its_globals, std::shared_ptr<Journal> its_journal)
-            : View(view), globals(std::move(its_globals)), journal(std::move(its_journal)) {}
+    /// The way back; it keeps the globals of its view alive.
+    struct Way {
         std::shared_ptr<InstrumentGlobals> globals;
         std::shared_ptr<Journal> journal;
     };
 
-    struct Table final : Noting<ForwardingSetpointTable> {
-        using Noting::Noting;
+    struct Table final : ForwardingWith<ForwardingSetpointTable, Way> {
+        using ForwardingWith::ForwardingWith;
         void write(std::int32_t index, std::int32_t time_segment, std::int32_t scan_segment,
                    const SetpointValue& value) override {
             const std::string name = target().internal_name(index);
-            const auto table = [held = globals]() -> SetpointTable& { return held->setpoints(); };
-            const auto read = [=] { return number_of(table().value(index, time_segment, scan_segment), name); };
-            const auto put = [=](double number) {
-                table().write(index, time_segment, scan_segment, of_the_type(value, number));
+            const auto read = [=, held = state.globals] {
+                return number_of(held->setpoints().value(index, time_segment, scan_segment), name);
             };
-            journal->write({{setpoint_kind, index, time_segment, scan_segment}, name, 0, {}, read, put},
-                           [&] { ForwardingSetpointTable::write(index, time_segment, scan_segment, value); });
+            const auto put = [=, held = state.globals](double number) {
+                held->setpoints().write(index, time_segment, scan_segment, of_the_type(value, number));
+            };
+            state.journal->write({{setpoint_kind, index, time_segment, scan_segment}, name, 0, {}, read, put},
+                                 [&] { target().write(index, time_segment, scan_segment, value); });
         }
     };
 
-    struct Channels final : Noting<ForwardingFirmwareChannels> {
-        using Noting::Noting;
+    struct Channels final : ForwardingWith<ForwardingFirmwareChannels, Way> {
+        using ForwardingWith::ForwardingWith;
         std::int32_t write(std::int32_t channel, float value) override {
             const std::string name = "firmware channel " + std::to_string(channel);
-            const auto read = [held = globals, channel] { return held->firmware().read(channel); };
-            const auto put = [held = globals, channel](double number) {
+            const auto read = [channel, held = state.globals] { return held->firmware().read(channel); };
+            const auto put = [channel, held = state.globals](double number) {
                 held->firmware().write(channel, static_cast<float>(number));
             };
             std::int32_t status = 0;
-            journal->write({{firmware_kind, channel, 0, 0}, name, 0, {}, read, put},
-                           [&] { status = ForwardingFirmwareChannels::write(channel, value); });
+            state.journal->write({{firmware_kind, channel, 0, 0}, name, 0, {}, read, put},
+                                 [&] { status = target().write(channel, value); });
             return status;
         }
     };
 
-    struct Calibrations final : Noting<ForwardingCalibrationStore> {
-        using Noting::Noting;
+    struct Calibrations final : ForwardingWith<ForwardingCalibrationStore, Way> {
+        using ForwardingWith::ForwardingWith;
         void store(std::int32_t polarity, const MassTimeCalibration& calibration) override {
-            const auto present = [held = globals, polarity] {
+            const auto present = [polarity, held = state.globals] {
                 CalibrationObject lent = held->calibrations().calibration(polarity);
                 if (!lent) raise_runtime_fault(error_number::object_not_set, "calibration");
                 return lent;
             };
             // Any change of the law moves this mass.
-            const auto read = [=] { return present()->mass_from_time(70000); };
-            const auto put = [held = globals, polarity, before = present()->clone()](double) {
+            const auto read = [present] { return present()->mass_from_time(70000); };
+            const auto put = [polarity, held = state.globals, before = present()->clone()](double) {
                 held->calibrations().store(polarity, *before);
             };
-            journal->write({{calibration_kind, polarity, 0, 0}, "calibration (m/z at 70000 ns)", 0, {}, read, put},
-                           [&] { ForwardingCalibrationStore::store(polarity, calibration); });
+            state.journal->write(
+                {{calibration_kind, polarity, 0, 0}, "calibration (m/z at 70000 ns)", 0, {}, read, put},
+                [&] { target().store(polarity, calibration); });
         }
     };
 
-    class Globals final : public ForwardingInstrumentGlobals {
-    public:
-        Globals(std::shared_ptr<InstrumentGlobals> globals, std::shared_ptr<Journal> journal)
-            : ForwardingInstrumentGlobals(globals), globals_(std::move(globals)), journal_(std::move(journal)) {}
+    struct Globals final : ForwardingWith<ForwardingInstrumentGlobals, Way> {
+        using ForwardingWith::ForwardingWith;
+        SetpointTable& setpoints() override { return table.of(state.globals->setpoints(), state); }
+        FirmwareChannels& firmware() override { return channels.of(state.globals->firmware(), state); }
+        CalibrationStore& calibrations() override { return store.of(state.globals->calibrations(), state); }
 
-        SetpointTable& setpoints() override { return table_.of(globals_->setpoints(), globals_, journal_); }
-        FirmwareChannels& firmware() override { return channels_.of(globals_->firmware(), globals_, journal_); }
-        CalibrationStore& calibrations() override {
-            return calibrations_.of(globals_->calibrations(), globals_, journal_);
-        }
-
-    private:
-        std::shared_ptr<InstrumentGlobals> globals_;
-        std::shared_ptr<Journal> journal_;
-        Lent<Table> table_;
-        Lent<Channels> channels_;
-        Lent<Calibrations> calibrations_;
+        Lent<Table> table;
+        Lent<Channels> channels;
+        Lent<Calibrations> store;
     };
-
-    std::shared_ptr<Journal> journal_;
 };
 
 Restoring::Restoring(const Platform& platform) : journal_(std::make_shared<Journal>()), platform_(platform) {

@@ -9,91 +9,68 @@ namespace korvane {
 
 namespace {
 
-using Look = std::function<void(bool at_spectrum)>;
-using Seen = std::function<void(const AcquiredSpectrum&)>;
+struct Watch {
+    std::function<void(bool at_spectrum)> look;
+    std::function<void(const AcquiredSpectrum&)> seen;
+};
 
 constexpr int longest_turn_milliseconds = 50;
 
 constinit thread_local AbortScope* innermost_scope = nullptr;
 
-class WatchedControl final : public ForwardingInstrumentControl {
-public:
-    WatchedControl(InstrumentControl& control, Look look, Seen seen)
-        : ForwardingInstrumentControl(control), look_(std::move(look)), seen_(std::move(seen)) {}
-
-    void GetNextSpectrum(AcquiredSpectrum& spectrum) override {
-        ForwardingInstrumentControl::GetNextSpectrum(spectrum);
-        if (seen_) seen_(spectrum);
-    }
-
-private:
+struct WatchedControl final : ForwardingWith<ForwardingInstrumentControl, Watch> {
+    using ForwardingWith::ForwardingWith;
     void before(const char* member) const override {
         const std::string_view name = member;
-        look_(name == "GetNextSpectrum" || name == "next_spectrum_metadata");
+        state.look(name == "GetNextSpectrum" || name == "next_spectrum_metadata");
     }
-    Look look_;
-    Seen seen_;
+    void GetNextSpectrum(AcquiredSpectrum& spectrum) override {
+        ForwardingInstrumentControl::GetNextSpectrum(spectrum);
+        if (state.seen) state.seen(spectrum);
+    }
 };
 
-class WatchedGlobals final : public ForwardingInstrumentGlobals {
-public:
-    WatchedGlobals(std::unique_ptr<InstrumentGlobals> globals, Look look, Seen seen)
-        : ForwardingInstrumentGlobals(std::move(globals)), look_(std::move(look)), seen_(std::move(seen)) {}
-
+struct WatchedGlobals final : ForwardingWith<ForwardingInstrumentGlobals, Watch> {
+    using ForwardingWith::ForwardingWith;
+    void before(const char*) const override { state.look(false); }
     InstrumentControl* control() override {
-        InstrumentControl* const control = ForwardingInstrumentGlobals::control();
-        return control ? &control_.of(*control, look_, seen_) : nullptr;
+        InstrumentControl* const bare = ForwardingInstrumentGlobals::control();
+        return bare ? &watched_control.of(*bare, state) : nullptr;
     }
-
-private:
-    void before(const char*) const override { look_(false); }
-    Look look_;
-    Seen seen_;
-    Lent<WatchedControl> control_;
+    Lent<WatchedControl> watched_control;
 };
 
-class WatchedLayer final : public ForwardingInstrumentLayer {
-public:
-    WatchedLayer(std::shared_ptr<InstrumentLayer> layer, Look look, Seen seen)
-        : ForwardingInstrumentLayer(std::move(layer)), look_(std::move(look)), seen_(std::move(seen)) {}
-
+struct WatchedLayer final : ForwardingWith<ForwardingInstrumentLayer, Watch> {
+    using ForwardingWith::ForwardingWith;
     std::unique_ptr<InstrumentGlobals> create_globals() override {
         auto globals = ForwardingInstrumentLayer::create_globals();
-        return globals ? std::make_unique<WatchedGlobals>(std::move(globals), look_, seen_) : nullptr;
+        return globals ? std::make_unique<WatchedGlobals>(std::move(globals), state) : nullptr;
     }
-
-private:
-    Look look_;
-    Seen seen_;
 };
 
-class WatchedClock final : public ForwardingClock {
-public:
-    WatchedClock(std::shared_ptr<Clock> clock, Look look) : ForwardingClock(std::move(clock)), look_(std::move(look)) {}
-
+struct WatchedClock final : ForwardingWith<ForwardingClock, Watch> {
+    using ForwardingWith::ForwardingWith;
     void sleep_milliseconds(int milliseconds) override {
         do {
-            look_(false);
+            state.look(false);
             const int turn = std::min(milliseconds, longest_turn_milliseconds);
             ForwardingClock::sleep_milliseconds(turn);
             milliseconds -= turn;
         } while (milliseconds > 0);
     }
     void process_pending_events() override {
-        look_(false);
+        state.look(false);
         ForwardingClock::process_pending_events();
     }
-
-private:
-    Look look_;
 };
 
 }  // namespace
 
 Platform watched(Platform platform, std::function<void(bool at_spectrum)> look,
                  std::function<void(const AcquiredSpectrum&)> seen) {
-    platform.instrument = std::make_shared<WatchedLayer>(platform.instrument, look, std::move(seen));
-    platform.clock = std::make_shared<WatchedClock>(platform.clock, look);
+    const Watch watch{std::move(look), std::move(seen)};
+    platform.instrument = std::make_shared<WatchedLayer>(platform.instrument, watch);
+    platform.clock = std::make_shared<WatchedClock>(platform.clock, watch);
     return platform;
 }
 
