@@ -100,7 +100,7 @@ void add_peak_panels(const RecordedCalibrant& calibrant, const PeakTrace& trace,
 
     std::vector<Point> residuals;
     for (const Point& sample : samples) residuals.push_back({sample.x, sample.y - fit_at(trace, sample.x)});
-    Range left{0, 0};
+    Range left;
     for (const Point& residual : residuals)
         for (const double sign : {-1, 1}) left.include(sign * residual.y);
     Panel below({panel_left, 292, panel_width, 50}, axis(shown_ns, ticks_across, "flight time, ns"),
@@ -128,19 +128,13 @@ struct ErrorSeries {
 };
 
 std::string error_panel(const Panel::Place& place, const Range& masses, const char* label,
-                        std::optional<TuneLimits> limits, const std::vector<ErrorSeries>& all) {
-    Range y;
-    for (const ErrorSeries& series : all)
-        for (const Point& point : series.points)
-            for (const double sign : {-1, 1}) y.include(point.y + sign * point.error);
-    if (limits)
-        for (const double sign : {-1, 1}) y.include(sign * limits->mass_error_ppm);
-    Panel panel(place, axis(masses, ticks_across, label), axis(y.widened(margin_part), ticks_up, "ppm"));
+                        const std::optional<TuneLimits>& limits, const std::vector<ErrorSeries>& all) {
+    std::vector<Point> shown{{0, 0, limits ? limits->mass_error_ppm : 0}};
+    for (const ErrorSeries& series : all) shown.insert(shown.end(), series.points.begin(), series.points.end());
+    Panel panel(place, axis(masses, ticks_across, label), axis(y_range(shown).widened(margin_part), ticks_up, "ppm"));
     panel.across(0, "thin soft");
-    if (limits) {
-        panel.across(limits->mass_error_ppm, "dashed soft");
-        panel.across(-limits->mass_error_ppm, "dashed soft");
-    }
+    if (limits)
+        for (const double sign : {1, -1}) panel.across(sign * limits->mass_error_ppm, "dashed soft");
     for (const ErrorSeries& series : all) {
         if (series.points.empty()) continue;
         panel.markers(series.points, series.marker, series.style);
@@ -191,7 +185,11 @@ Figure peak_figure(const RecordedCalibrant& calibrant) {
 }
 
 Figure mass_error_figure(const TuneRecord& record) {
-    Figure figure{"Mass errors", {}, "mass errors", {}, picture_width, 250};
+    const bool has_fit = !record.residuals.empty();
+    Figure figure =
+        has_fit ? begun("Mass errors", "mass errors",
+                        {"m/z", "before ppm", "after ppm", "left out ppm", "standard error ppm", "not used"}, 480)
+                : begun("Mass errors", "mass errors", {"m/z", "error ppm", "standard error ppm"}, 250);
     std::vector<double> mz;
     for (const RecordedCalibrant& calibrant : record.calibrants) mz.push_back(calibrant.measured.mass);
     for (const CalibrantResidual& residual : record.residuals) mz.push_back(residual.measured.mass);
@@ -203,21 +201,18 @@ Figure mass_error_figure(const TuneRecord& record) {
             measured.points.push_back({calibrant.measured.mass, calibrant.measured.error_ppm(),
                                        calibrant.measured.standard_error_ppm().value_or(0)});
     const Panel::Place first{panel_left, 36, panel_width, 160}, second{panel_left, 266, panel_width, 160};
-    if (record.residuals.empty()) {
-        figure.table.push_back({"m/z", "error ppm", "standard error ppm"});
+    if (!has_fit) {
         for (const Point& point : measured.points)
             figure.table.push_back({fixed(point.x, 4), fixed(point.y, 3), fixed(point.error, 3)});
         return finished(std::move(figure), "Mass error of every calibrant in ppm, with its standard error.",
                         error_panel(first, masses, "m/z", record.limits, {measured}));
     }
 
-    figure.height = 480;
     if (record.calibration_before == record.calibration_after) figure.title += "; the fitted law is not written";
     ErrorSeries before{"before the fit", "blue", Marker::square, {}}, after{"after the fit", "red", Marker::dot, {}},
         left_out{"left out of the fit", "", Marker::diamond, {}}, unused{"not used", "", Marker::cross, {}};
     measured.name = "measured afterwards";
     measured.marker = Marker::triangle;
-    figure.table.push_back({"m/z", "before ppm", "after ppm", "left out ppm", "standard error ppm", "not used"});
     for (const CalibrantResidual& residual : record.residuals) {
         const double mass = residual.measured.mass;
         const bool is_used = residual.not_used.empty();
@@ -230,12 +225,11 @@ Figure mass_error_figure(const TuneRecord& record) {
                                 fixed(residual.left_out_ppm, 3), fixed(residual.error_ppm, 3), residual.not_used});
     }
     // What lies far off its neighbours is told by the table and does not squash them.
-    const auto limits = record.limits;
     return finished(std::move(figure),
                     "Mass error of every calibrant in ppm with its standard error, above before the fit of the "
                     "calibration, below after it, and as each is predicted by the others.",
-                    error_panel(first, masses, "", limits, {before}) +
-                        error_panel(second, masses, "m/z", limits, {after, left_out, unused, measured}));
+                    error_panel(first, masses, "", record.limits, {before}) +
+                        error_panel(second, masses, "m/z", record.limits, {after, left_out, unused, measured}));
 }
 
 Figure search_figure(const RecordedSearch& search) {

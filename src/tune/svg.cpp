@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
-#include <iterator>
-#include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
+
+#include "platform/xml_source.h"
 
 namespace korvane::svg {
 
@@ -16,39 +17,50 @@ namespace {
 constexpr double tick_length = 4, character_width = 6.2, text_height = 12;
 constexpr double same_level = 0.3;  // units; less is not seen
 
-template <class... Arguments>
-void add(std::string& text, fmt::format_string<Arguments...> format, Arguments&&... arguments) {
-    fmt::format_to(std::back_inserter(text), format, std::forward<Arguments>(arguments)...);
-}
-
 /// A place in tenths of a unit, without a decimal point that says nothing.
-std::string place_text(double place) {
-    const double tenths = std::round(place * 10);
-    return fmt::format("{:g}", tenths / 10 + 0.0);
+std::string shown(double place) {
+    return fmt::format("{:g}", std::round(place * 10) / 10 + 0.0);
 }
 
-bool breaks_or_reorders_a_line(std::uint32_t code) {
-    constexpr std::pair<std::uint32_t, std::uint32_t> ranges[] = {{0, 0x1F},        {0x7F, 0x9F},     {0x61C, 0x61C},
-                                                                  {0x200B, 0x200F}, {0x2028, 0x202E}, {0x2060, 0x206F},
-                                                                  {0xFEFF, 0xFEFF}, {0xFFFE, 0xFFFF}};
+template <class Other>
+const Other& shown(const Other& other) {
+    return other;
+}
+
+template <class... Arguments>
+std::string composed(std::string_view format, const Arguments&... arguments) {
+    return fmt::format(fmt::runtime(format), shown(arguments)...);
+}
+
+template <class... Arguments>
+void add(std::string& text, std::string_view format, const Arguments&... arguments) {
+    text += composed(format, arguments...);
+}
+
+constexpr const char* text_format = "<text x=\"{}\" y=\"{}\">{}</text>";
+
+bool breaks_or_reorders_a_line(char32_t code) {
+    constexpr std::pair<char32_t, char32_t> ranges[] = {{0, 0x1F},        {0x7F, 0x9F},     {0x61C, 0x61C},
+                                                        {0x200B, 0x200F}, {0x2028, 0x202E}, {0x2060, 0x206F},
+                                                        {0xFEFF, 0xFEFF}, {0xFFFE, 0xFFFF}};
     return std::ranges::any_of(ranges, [&](const auto& range) { return code >= range.first && code <= range.second; });
 }
 
-std::string marker_path(Marker marker, double x, double y) {
-    constexpr struct {
-        double right, down;
-        const char* shape;
-    } shapes[] = {{0, 0, "h0"},  // a line with round ends
-                  {-3, -3, "h6v6h-6z"},
-                  {0, -4, "l4 7h-8z"},
-                  {0, -4.5, "l4.5 4.5-4.5 4.5-4.5-4.5z"},
-                  {-3.5, -3.5, "l7 7m0-7l-7 7"}};
-    const auto& [right, down, shape] = shapes[static_cast<int>(marker)];
-    return fmt::format("M{} {}{}", place_text(x + right), place_text(y + down), shape);
-}
+struct MarkerShape {
+    const char* style;
+    double right, down;  // from the point to where the path begins
+    const char* path;
 
-std::string_view marker_style(Marker marker) {
-    return marker == Marker::dot ? "dots" : marker == Marker::cross ? "strokes" : "marks";
+    std::string at(double x, double y) const { return composed("M{} {}{}", x + right, y + down, path); }
+};
+
+const MarkerShape& shape_of(Marker marker) {
+    constexpr static MarkerShape shapes[] = {{"dots", 0, 0, "h0"},  // a line with round ends
+                                             {"marks", -3, -3, "h6v6h-6z"},
+                                             {"marks", 0, -4, "l4 7h-8z"},
+                                             {"marks", 0, -4.5, "l4.5 4.5-4.5 4.5-4.5-4.5z"},
+                                             {"strokes", -3.5, -3.5, "l7 7m0-7l-7 7"}};
+    return shapes[static_cast<std::size_t>(marker)];
 }
 
 /// Least step of 1, 2 or 5 times a power of ten that divides the length into no more parts than that.
@@ -63,22 +75,20 @@ double nice_step(double length, int most) {
 }  // namespace
 
 std::string escaped(std::string_view text) {
-    const auto is_plain = [](char c) { return c >= ' ' && c < 0x7F && !std::strchr("&<>\"'", c); };
-    if (std::ranges::all_of(text, is_plain)) return std::string(text);
-    using Json = nlohmann::json;  // makes UTF-8 of what is none
-    const std::string valid = Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
     std::string result;
-    for (std::size_t at = 0, end = 0; at < valid.size(); at = end) {
-        const auto lead = static_cast<unsigned char>(valid[at]);
-        std::uint32_t code = lead < 0x80 ? lead : lead < 0xE0 ? lead & 0x1FU : lead < 0xF0 ? lead & 0xFU : lead & 7U;
-        for (end = at + 1; end < valid.size() && (valid[end] & 0xC0) == 0x80; ++end)
-            code = code << 6 | (static_cast<unsigned char>(valid[end]) & 0x3FU);
-        if (breaks_or_reorders_a_line(code))
-            add(result, "[U+{:04X}]", code);
-        else if (end - at > 1 || is_plain(valid[at]))
-            result.append(valid, at, end - at);
-        else
-            add(result, "&#{};", code);
+    while (!text.empty()) {
+        const std::string_view before = text;
+        const auto code = take_utf8(text);
+        if (!code) {
+            text.remove_prefix(1);
+            result += "\xEF\xBF\xBD";
+        } else if (breaks_or_reorders_a_line(*code)) {
+            add(result, "[U+{:04X}]", static_cast<std::uint32_t>(*code));
+        } else if (std::u32string_view(U"&<>\"'").find(*code) != std::u32string_view::npos) {
+            add(result, "&#{};", static_cast<std::uint32_t>(*code));
+        } else {
+            result += before.substr(0, before.size() - text.size());
+        }
     }
     return result;
 }
@@ -119,29 +129,29 @@ std::vector<Tick> nice_ticks(const Range& range, int about) {
 Panel::Panel(const Place& place, const Axis& x, const Axis& y)
     : place_(place), x_(x.range), y_(y.range), legend_at_(place.left) {
     const double right = place.left + place.width, bottom = place.top + place.height;
-    std::string grid, values, texts;
+    std::string grid, values, texts, axes = composed("M{} {}V{}H{}", place.left, place.top, bottom, right);
     for (const Tick& tick : y.ticks) {
         const double at = at_y(tick.value);
-        add(grid, "M{} {}H{}", place_text(place.left), place_text(at), place_text(right));
-        add(values, "<text x=\"{}\" y=\"{:.0f}\">{}</text>", place_text(place.left - tick_length), at + 4,
-            escaped(tick.text));
+        add(grid, "M{} {}H{}", place.left, at, right);
+        add(values, text_format, place.left - tick_length, std::rint(at + 4), escaped(tick.text));
     }
-    std::string axes = fmt::format("M{} {}V{}H{}", place_text(place.left), place_text(place.top), place_text(bottom),
-                                   place_text(right));
     for (const Tick& tick : x.ticks) {
         const double at = at_x(tick.value);
-        add(axes, "M{} {}v{}", place_text(at), place_text(bottom), tick_length);
-        add(texts, "<text x=\"{:.0f}\" y=\"{}\">{}</text>", at, place_text(bottom + tick_length + text_height),
-            escaped(tick.text));
+        add(axes, "M{} {}v{}", at, bottom, tick_length);
+        add(texts, text_format, std::rint(at), bottom + tick_length + text_height, escaped(tick.text));
     }
     if (!x.label.empty())
-        add(texts, "<text x=\"{}\" y=\"{}\">{}</text>", place_text(place.left + place.width / 2),
-            place_text(bottom + tick_length + 2.2 * text_height), escaped(x.label));
+        add(texts, text_format, place.left + place.width / 2, bottom + tick_length + 2.2 * text_height,
+            escaped(x.label));
     if (!y.label.empty())
         add(texts, "<text transform=\"translate({} {})rotate(-90)\">{}</text>", text_height,
-            place_text(place.top + place.height / 2), escaped(y.label));
+            place.top + place.height / 2, escaped(y.label));
     if (!grid.empty()) add(content_, "<path class=\"grid\" d=\"{}\"/><g class=\"end\">{}</g>", grid, values);
     add(content_, "<path class=\"axis\" d=\"{}\"/><g class=\"mid\">{}</g>", axes, texts);
+}
+
+void Panel::put(std::string_view kind, std::string_view style, std::string_view path) {
+    if (!path.empty()) add(content_, "<path class=\"{} {}\" d=\"{}\"/>", kind, style, path);
 }
 
 double Panel::at_x(double value) const {
@@ -184,66 +194,56 @@ void Panel::line(std::span<const Point> points, std::string_view style) {
         if (low != high) draw(points[std::max(low, high)]);
     }
     std::string path;
-    for (const Point& place : places)
-        add(path, "{}{} {}", path.empty() ? "M" : " ", place_text(place.x), place_text(place.y));
-    if (!path.empty()) add(content_, "<path class=\"line {}\" d=\"{}\"/>", style, path);
+    for (const Point& place : places) add(path, "{}{} {}", path.empty() ? "M" : " ", place.x, place.y);
+    put("line", style, path);
 }
 
 void Panel::markers(std::span<const Point> points, Marker marker, std::string_view style) {
+    const MarkerShape& shape = shape_of(marker);
     std::string shapes, bars;
     for (const Point& point : points) {
         if (!is_drawn(point)) continue;
         const double x = at_x(point.x);
-        shapes += marker_path(marker, x, at_y(point.y));
-        if (point.error > 0)
-            add(bars, "M{} {}V{}", place_text(x), place_text(at_y(point.y - point.error)),
-                place_text(at_y(point.y + point.error)));
+        shapes += shape.at(x, at_y(point.y));
+        if (point.error > 0) add(bars, "M{} {}V{}", x, at_y(point.y - point.error), at_y(point.y + point.error));
     }
-    if (!bars.empty()) add(content_, "<path class=\"line {}\" d=\"{}\"/>", style, bars);
-    if (!shapes.empty()) add(content_, "<path class=\"{} {}\" d=\"{}\"/>", marker_style(marker), style, shapes);
+    put("line", style, bars);
+    put(shape.style, style, shapes);
 }
 
 void Panel::stems(std::span<const Point> points, std::string_view style) {
     std::string path;
     for (const Point& point : points)
-        if (is_drawn(point))
-            add(path, "M{} {}V{}", place_text(at_x(point.x)), place_text(at_y(0)), place_text(at_y(point.y)));
-    if (!path.empty()) add(content_, "<path class=\"line {}\" d=\"{}\"/>", style, path);
+        if (is_drawn(point)) add(path, "M{} {}V{}", at_x(point.x), at_y(0), at_y(point.y));
+    put("line", style, path);
 }
 
 void Panel::across(double y, std::string_view style) {
-    if (y_.holds(y))
-        add(content_, "<path class=\"line {}\" d=\"M{} {}h{}\"/>", style, place_text(place_.left), place_text(at_y(y)),
-            place_text(place_.width));
+    if (y_.holds(y)) put("line", style, composed("M{} {}h{}", place_.left, at_y(y), place_.width));
 }
 
 void Panel::upright(double x, std::string_view style) {
-    if (x_.holds(x))
-        add(content_, "<path class=\"line {}\" d=\"M{} {}v{}\"/>", style, place_text(at_x(x)), place_text(place_.top),
-            place_text(place_.height));
+    if (x_.holds(x)) put("line", style, composed("M{} {}v{}", at_x(x), place_.top, place_.height));
 }
 
 void Panel::shade(double from_x, double to_x, std::string_view style) {
     const double from = at_x(std::clamp(from_x, x_.low, x_.high)), to = at_x(std::clamp(to_x, x_.low, x_.high));
     if (from < to)
-        add(content_, "<path class=\"{}\" d=\"M{} {}h{}v{}h-{}z\"/>", style, place_text(from), place_text(place_.top),
-            place_text(to - from), place_text(place_.height), place_text(to - from));
+        add(content_, "<path class=\"{}\" d=\"M{} {}h{}v{}h-{}z\"/>", style, from, place_.top, to - from, place_.height,
+            to - from);
 }
 
 void Panel::label(const Point& point, std::string_view text) {
-    if (is_drawn(point))
-        add(content_, "<text x=\"{}\" y=\"{}\">{}</text>", place_text(at_x(point.x) + 6), place_text(at_y(point.y) - 5),
-            escaped(text));
+    if (is_drawn(point)) add(content_, text_format, at_x(point.x) + 6, at_y(point.y) - 5, escaped(text));
 }
 
 void Panel::legend(std::string_view text, std::string_view style, std::optional<Marker> marker) {
     const double y = place_.top - text_height;
     if (marker)
-        add(content_, "<path class=\"{} {}\" d=\"{}\"/>", marker_style(*marker), style,
-            marker_path(*marker, legend_at_ + 8, y));
+        put(shape_of(*marker).style, style, shape_of(*marker).at(legend_at_ + 8, y));
     else
-        add(content_, "<path class=\"line {}\" d=\"M{} {}h16\"/>", style, place_text(legend_at_), place_text(y));
-    add(content_, "<text x=\"{}\" y=\"{}\">{}</text>", place_text(legend_at_ + 21), place_text(y + 4), escaped(text));
+        put("line", style, composed("M{} {}h16", legend_at_, y));
+    add(content_, text_format, legend_at_ + 21, y + 4, escaped(text));
     legend_at_ += 21 + character_width * static_cast<double>(text.size()) + 14;
 }
 

@@ -74,6 +74,8 @@ public:
     const std::string& content() const { return content_; }
 
 private:
+    /// A path of two classes; nothing where it is empty.
+    void put(std::string_view kind, std::string_view style, std::string_view path);
     double at_x(double value) const;
     double at_y(double value) const;
     bool is_drawn(const Point& point) const;
