@@ -1,18 +1,14 @@
 #include "tune/base_file.h"
 
-#include <filesystem>
-
 #include "korvane/error.h"
 #include "korvane/system.h"
+#include "platform/files.h"
 
 namespace korvane {
 
 BaseFile::BaseFile(const Platform& its_platform, const std::string& name, const char* its_routine)
     : platform(its_platform), routine(its_routine) {
-    path = platform.instrument->create_path_information()->base_folder();
-    if (!path.ends_with('/') && !path.ends_with('\\'))
-        path += static_cast<char>(std::filesystem::path::preferred_separator);
-    path += name;
+    path = join_path(platform.instrument->create_path_information()->base_folder(), name);
 }
 
 std::optional<json::Json> BaseFile::read() const {

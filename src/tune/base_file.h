@@ -26,7 +26,7 @@ struct BaseFile {
 
 /// The object of such a file; what it lacks stays. Error -904 naming the file and the item that is not of its type, or
 /// that nobody knows.
-void read_fields(const BaseFile& file, const json::Json& object, TuneRecipe& recipe);
-void read_fields(const BaseFile& file, const json::Json& object, TuneLimits& limits);
+template <class Object>  // TuneRecipe, TuneLimits
+void read_fields(const BaseFile& file, const json::Json& object, Object& into);
 
 }  // namespace korvane

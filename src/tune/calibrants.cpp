@@ -22,30 +22,25 @@ double chance_limit(std::size_t freedom) {
     return std::pow(1 - part + 3.09 * std::sqrt(part), 3);
 }
 
-struct Reading {
-    double time_ns = 0, error_ns = 0;
-};
-
-CalibrantTime combined(double mass, const std::vector<Reading>& readings) {
+/// Of the flight times in single spectra.
+CalibrantTime combined(double mass, const std::vector<CalibrantTime>& readings) {
     CalibrantTime result{mass, 0, 0, readings.size()};
     if (readings.empty()) return result;
-    const bool stated = std::ranges::all_of(readings, [](const Reading& reading) { return reading.error_ns > 0; });
+    const bool stated =
+        std::ranges::all_of(readings, [](const CalibrantTime& reading) { return reading.error_ns > 0; });
     double weights = 0, chi_square = 0;
-    const auto weight_of = [&](const Reading& reading) {
+    const auto weight_of = [&](const CalibrantTime& reading) {
         return stated ? 1 / (reading.error_ns * reading.error_ns) : 1.0;
     };
-    for (const Reading& reading : readings) {
+    for (const CalibrantTime& reading : readings) {
         weights += weight_of(reading);
         result.time_ns += weight_of(reading) * reading.time_ns;
     }
     result.time_ns /= weights;
-    for (const Reading& reading : readings)
+    for (const CalibrantTime& reading : readings)
         chi_square += weight_of(reading) * (reading.time_ns - result.time_ns) * (reading.time_ns - result.time_ns);
     const std::size_t freedom = readings.size() - 1;
-    if (freedom == 0) {
-        result.error_ns = stated ? readings[0].error_ns : 0;
-        return result;
-    }
+    if (freedom == 0) return readings[0];
     const double variance = chi_square / static_cast<double>(freedom);
     const bool scatter_counts = !stated || variance > chance_limit(freedom);
     result.error_ns = std::sqrt((scatter_counts ? variance : 1) / weights);
@@ -54,12 +49,6 @@ CalibrantTime combined(double mass, const std::vector<Reading>& readings) {
 
 /// The mass of a weak peak lies off by as many standard errors by chance alone; its height tells what is wrong.
 constexpr double chance_standard_errors = 3;
-
-std::optional<double> reference_of(const TuneLimits& limits, double mass) {
-    for (const auto& [mz, height] : limits.reference_heights)
-        if (is_same_mass(mz, mass)) return height;
-    return std::nullopt;
-}
 
 }  // namespace
 
@@ -87,13 +76,13 @@ std::vector<MeasuredCalibrant> measure_calibrants(SpectrumParser& parser, TuneGl
 
 std::vector<CalibrantTime> measure_calibrant_times(SpectrumParser& parser, TuneGlobals& globals,
                                                    const VariantArray<double>& masses, std::size_t spectra) {
-    std::vector<std::vector<Reading>> readings(masses.size());
+    std::vector<std::vector<CalibrantTime>> readings(masses.size());
     for (std::size_t spectrum = 0; spectrum < spectra; ++spectrum) {
         const auto rows = measure_calibrants(parser, globals, masses);
         for (std::size_t i = 0; i < rows.size(); ++i)
             if (rows[i].found())
-                readings[i].push_back(
-                    {rows[i].ns.pkCentroid, rows[i].standard_errors ? rows[i].standard_errors->centroid : 0});
+                readings[i].push_back({rows[i].mass, rows[i].ns.pkCentroid,
+                                       rows[i].standard_errors ? rows[i].standard_errors->centroid : 0, 1});
     }
     std::vector<CalibrantTime> times;
     for (std::size_t i = 0; i < readings.size(); ++i) times.push_back(combined(masses.elements()[i], readings[i]));
@@ -138,8 +127,8 @@ CalibrantVerdict verdict_of(const MeasuredCalibrant& calibrant, const TuneLimits
     if (calibrant.quality && calibrant.quality->clipped)
         return verdict(clipped, 0, 0, "samples at the detector's limit");
     double least = limits.height;
-    if (const auto reference = reference_of(limits, calibrant.mass))
-        least = std::max(least, limits.part_of_reference * *reference);
+    for (const auto& [mz, reference] : limits.reference_heights)
+        if (is_same_mass(mz, calibrant.mass)) least = std::max(least, limits.part_of_reference * reference);
     if (!(height >= least))
         return verdict(low, height, least, fmt::format("height {:.0f}, less than {:.0f}", height, least));
     if (!(calibrant.amu.pkResolution >= limits.resolution))

@@ -4,11 +4,11 @@
 
 #include <Eigen/Dense>
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numeric>
 #include <optional>
 #include <random>
+#include <span>
 
 #include "tune/law_slope.h"
 
@@ -36,9 +36,7 @@ constexpr int most_rounds = 10;
 /// Lists tell masses to 0.0001 at least; trailing zeros of a coarser one cannot be seen in its numbers.
 constexpr std::size_t least_decimals = 4;
 
-constexpr std::array higher_terms{&CalibrationCoefficients::C, &CalibrationCoefficients::D,
-                                  &CalibrationCoefficients::E, &CalibrationCoefficients::F,
-                                  &CalibrationCoefficients::G, &CalibrationCoefficients::H};
+constexpr std::span higher_terms = std::span(calibration_coefficients).subspan(2);  // beyond A and B
 
 [[noreturn]] void raise_fit_error(const std::string& why) {
     throw Error(error_number::routine_detected, "fit_calibration", why);
@@ -274,17 +272,13 @@ std::optional<RobustLaw> robust_law(const Points& points, const Law& start) {
 /// The law whose number of terms the calibrants carry.
 RobustLaw best_law(const Points& points, const std::vector<int>& powers) {
     std::vector<RobustLaw> laws;
-    for (std::size_t terms = 0; terms <= powers.size() && points.size() > terms + 3; ++terms) {
+    // Three calibrants carry the square law, and nobody can tell which of them were the odd one.
+    for (std::size_t terms = 0; terms <= powers.size() && (terms == 0 || points.size() > terms + 3); ++terms) {
         auto law = robust_law(
             points, square_law(points, {powers.begin(), powers.begin() + static_cast<std::ptrdiff_t>(terms)}));
         if (law) laws.push_back(std::move(*law));
     }
-    if (laws.empty()) {
-        // Three calibrants carry the square law, and nobody can tell which of them were the odd one.
-        const auto law = robust_law(points, square_law(points, {}));
-        if (!law) raise_fit_error("the calibrants agree on no law; are the masses those of the peaks?");
-        return *law;
-    }
+    if (laws.empty()) raise_fit_error("the calibrants agree on no law; are the masses those of the peaks?");
     const auto criterion = [&](const RobustLaw& candidate) {
         const auto count = static_cast<double>(points.size()),
                    unknowns = static_cast<double>(candidate.law.coefficients.size());
@@ -354,7 +348,7 @@ CalibrationCoefficients coefficients_of(const Law& law) {
     result.A = law.coefficients[0];
     result.B = law.coefficients[1] / law.coefficients[0];
     for (Index i = 2; i < law.coefficients.size(); ++i)
-        result.*higher_terms[static_cast<std::size_t>(i) - 2] = law.coefficients[i];
+        result.*higher_terms[static_cast<std::size_t>(i) - 2].second = law.coefficients[i];
     return result;
 }
 

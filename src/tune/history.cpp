@@ -297,9 +297,9 @@ ExportJson run_quality(const TuneRecord& record) {
     table["value"] = calibrant_columns(record);
     ExportJson mean = term("MS:4000072", "observed mass accuracy");
     double sum = 0;
-    const std::size_t count = table["value"].empty() ? 0 : table["value"]["MS:4000072"].size();
-    for (std::size_t i = 0; i < count; ++i) sum += table["value"]["MS:4000072"][i].get<double>();
-    mean["value"] = count > 0 ? ExportJson(sum / static_cast<double>(count)) : ExportJson();
+    const ExportJson errors = table["value"].empty() ? ExportJson() : table["value"]["MS:4000072"];
+    for (const double error : errors) sum += error;
+    mean["value"] = errors.empty() ? ExportJson() : ExportJson(sum / static_cast<double>(errors.size()));
     mean["unit"] = term("UO:0000169", "parts per million");
     return {{"metadata",
              {{"label", fmt::format("{}, {}", record.time, record.kind)},
@@ -338,35 +338,34 @@ std::string mzqc_document(const std::vector<TuneRecord>& records, const std::str
 }
 
 std::string prometheus_text(const TuneRecord& record) {
-    struct Gauge {
-        const char *name, *help;
-    };
-    constexpr Gauge gauges[] = {{"korvane_mass_error_ppm", "Measured minus expected mass of a calibrant."},
-                                {"korvane_peak_height_counts", "Height of the peak of a calibrant."},
-                                {"korvane_mass_resolution", "m/z over the full width at half maximum."},
-                                {"korvane_peak_misfit", "Root of chi-square per degree of freedom of the peak's fit."}};
+    constexpr std::pair<const char*, const char*> gauges[] = {
+        {"korvane_mass_error_ppm", "Measured minus expected mass of a calibrant."},
+        {"korvane_peak_height_counts", "Height of the peak of a calibrant."},
+        {"korvane_mass_resolution", "m/z over the full width at half maximum."},
+        {"korvane_peak_misfit", "Root of chi-square per degree of freedom of the peak's fit."},
+        {"korvane_calibrant_ok", "1 where a calibrant is within its limits, else 0."}};
     const std::string labels =
         fmt::format("instrument=\"{}\",title=\"{}\",source=\"{}\",polarity=\"{}\"", escaped_label(record.instrument),
                     escaped_label(record.serial), escaped_label(record.source), escaped_label(record.polarity));
-    const auto head = [](const Gauge& gauge) {
-        return fmt::format("# HELP {0} {1}\n# TYPE {0} gauge\n", gauge.name, gauge.help);
-    };
     std::string text;
+    const auto head = [&](const char* name, const char* help) {
+        text += fmt::format("# HELP {0} {1}\n# TYPE {0} gauge\n", name, help);
+    };
     for (std::size_t metric = 0; metric < std::size(gauges); ++metric) {
-        text += head(gauges[metric]);
-        for (const RecordedCalibrant& calibrant : record.calibrants)
-            if (const double value = metrics_of(calibrant.measured)[metric].value;
-                calibrant.measured.found() && std::isfinite(value))
-                text +=
-                    fmt::format("{}{{{},mz=\"{}\"}} {}\n", gauges[metric].name, labels, calibrant.measured.mass, value);
+        const auto& [name, help] = gauges[metric];
+        head(name, help);
+        for (const auto& [measured, verdict, trace] : record.calibrants) {
+            const bool is_verdict = metric == std::size(tune_metrics);
+            const double value = is_verdict         ? verdict.state == CalibrantState::ok
+                                 : measured.found() ? metrics_of(measured)[metric].value
+                                                    : std::nan("");
+            if (std::isfinite(value))
+                text += fmt::format("{}{{{},mz=\"{}\"}} {}\n", name, labels, measured.mass, value);
+        }
     }
-    const Gauge verdict{"korvane_calibrant_ok", "1 where a calibrant is within its limits, else 0."};
-    text += head(verdict);
-    for (const RecordedCalibrant& calibrant : record.calibrants)
-        text += fmt::format("{}{{{},mz=\"{}\"}} {}\n", verdict.name, labels, calibrant.measured.mass,
-                            calibrant.verdict.state == CalibrantState::ok ? 1 : 0);
-    const Gauge time{"korvane_record_time_seconds", "When the record was made, since 1970."};
-    return text + head(time) + fmt::format("{}{{{}}} {}\n", time.name, labels, seconds_of(record.time));
+    constexpr const char* time = "korvane_record_time_seconds";
+    head(time, "When the record was made, since 1970.");
+    return text + fmt::format("{}{{{}}} {}\n", time, labels, seconds_of(record.time));
 }
 
 }  // namespace korvane

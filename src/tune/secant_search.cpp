@@ -139,21 +139,20 @@ public:
     }
 
     SecantOutcome run() {
-        const double entry = outcome_.value;
-        double next = std::clamp(entry, low_, high_);
+        double next = std::clamp(outcome_.value, low_, high_);
         while (outcome_.probes.size() < most_probes) {
             if (!probe(next) && readings_.empty()) {
                 // Without a peak the target lies towards more abundance.
                 const double bound = more_abundance_bound(), dark = outcome_.probes.back().value;
-                if (dark == bound) return failed(End::no_signal, entry);
+                if (dark == bound) return ended(End::no_signal);
                 next = outcome_.probes.size() > no_signal_probes ? bound : 0.5 * (dark + bound);
                 continue;
             }
             close_bracket();
-            if (const auto end = end_here()) return is_reached(*end) ? succeeded(*end) : failed(*end, entry);
+            if (const auto end = end_here()) return ended(*end);
             next = next_value();
         }
-        return failed(End::out_of_reach, entry);
+        return ended(End::out_of_reach);
     }
 
 private:
@@ -297,20 +296,15 @@ private:
         return last + part * (bound - last);
     }
 
-    SecantOutcome succeeded(End end) {
+    SecantOutcome ended(End end) {
+        outcome_.end = end;
+        if (!is_reached(end)) return std::move(outcome_);
         const double value = settable(crossing_->value);
         globals_.SetMSSetpointValueByIdx(request_.setpoint, value);
         guard_.keep(request_.setpoint);
-        outcome_.end = end;
         outcome_.value = value;
         outcome_.abundance = request_.target * std::exp(crossing_->slope * (value - crossing_->value));
         outcome_.standard_error = outcome_.abundance * crossing_->error;
-        return std::move(outcome_);
-    }
-
-    SecantOutcome failed(End end, double entry) {
-        outcome_.end = end;
-        outcome_.value = entry;
         return std::move(outcome_);
     }
 

@@ -124,7 +124,7 @@ void fields(Io& io, RecordedSetpoint& part) {
 
 template <class Io>
 void fields(Io& io, CalibrationCoefficients& part) {
-    io("A", part.A)("B", part.B)("C", part.C)("D", part.D)("E", part.E)("F", part.F)("G", part.G)("H", part.H);
+    for (const auto& [name, term] : calibration_coefficients) io(name, part.*term);
 }
 
 template <class Io>
@@ -213,18 +213,12 @@ void fields(Io& io, TuneRecipe& part) {
 }
 
 template <class Object>
-static void read_object(const BaseFile& file, const Json& object, Object& into) {
+void read_fields(const BaseFile& file, const Json& object, Object& into) {
     const json::Source source{file.routine, file.path + ": "};
     read(JsonItem(object, "", source), into, {});
 }
-
-void read_fields(const BaseFile& file, const Json& object, TuneRecipe& recipe) {
-    read_object(file, object, recipe);
-}
-
-void read_fields(const BaseFile& file, const Json& object, TuneLimits& limits) {
-    read_object(file, object, limits);
-}
+template void read_fields(const BaseFile&, const Json&, TuneRecipe&);
+template void read_fields(const BaseFile&, const Json&, TuneLimits&);
 
 std::string tune_record_json(const TuneRecord& record) {
     TuneRecord parts = record;
