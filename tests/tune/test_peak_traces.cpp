@@ -14,9 +14,7 @@ namespace {
 TEST(PeakTraces, SamplesAndFitBelongToTheMeasuredPeak) {
     const TemporaryFolder folder;
     create_base_folder(folder.path() / "base");
-    EmbeddedOptions options;
-    options.base_folder = folder.path() / "base";
-    PeakTraces traces(make_embedded_platform(options));
+    PeakTraces traces(make_embedded_platform({.base_folder = folder.path() / "base"}));
     TuneGlobals globals(traces.platform());
     SpectrumParser parser(traces.platform());
     const VariantArray<double> masses(std::vector<double>{158.9640, 600.0, 1926.6365});

@@ -20,9 +20,7 @@ namespace {
 TuneRecord tune_of_the_kept_scene() {
     const TemporaryFolder folder;
     create_base_folder(folder.path() / "base");
-    EmbeddedOptions options;
-    options.base_folder = folder.path() / "base";
-    const Platform platform = make_embedded_platform(options);
+    const Platform platform = make_embedded_platform({.base_folder = folder.path() / "base"});
     TuneGlobals(platform).SetNewCalibrationWithTheseAAndt0Values_usec(0.450009, 0.02);
     write_text(folder.path() / "recipe.json", R"({"fit_spectra": 3, "masses": [158.964, 566.8885, 1110.7877, 2470.5358],
         "adjust": [{"setpoint": "FragmentTune", "mz": 566.8885, "target": 110000, "around_percent": 40}]})");
