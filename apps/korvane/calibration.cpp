@@ -41,7 +41,7 @@ ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
     const std::string polarity = globals.GetPolarityStr();
 
     Json object{{"polarity", polarity}, {"ns", coefficients_json(ns)}, {"usec", coefficients_json(usec)}};
-    TextTable coefficients({"<coefficient", "by ns", "by usec"});
+    TextTable coefficients({"<coefficient", "by ns", "by µs"});
     for (const auto& [name, member] : calibration_coefficients)
         coefficients.add({name, fmt::format("{:.12g}", ns.*member), fmt::format("{:.12g}", usec.*member)});
     std::string text = session.csv ? coefficients.csv() : coefficients.text();
@@ -126,8 +126,8 @@ Json residual_json(const CalibrantResidual& calibrant) {
 }
 
 TextTable residual_table(const CalibrationFit& fit) {
-    TextTable table(
-        {"m/z", "spectra", "before ppm", "after ppm", "left out ppm", "error ppm", "law error ppm", "<not used"});
+    TextTable table({"m/z", "spectra", "before ppm", "after ppm", "left out ppm", "standard error ppm", "law error ppm",
+                     "<not used"});
     for (const CalibrantResidual& calibrant : fit.calibrants) {
         const auto ppm = [&](double value) { return calibrant.error_ppm > 0 ? fmt::format("{:.3f}", value) : "-"; };
         table.add({fmt::format("{:.4f}", calibrant.measured.mass), fmt::format("{}", calibrant.measured.spectra),
@@ -204,8 +204,8 @@ void declare_calibration(CLI::App& group, Session& session) {
 
     const auto [set, setting] = add_command(group, session, "set", "write a new calibration and print it",
                                             "korvane calibration set -A 0.45 --t0 0.02", set_calibration);
-    add_number(set, "-A", setting.a, "coefficient A, in sqrt(amu) per usec", positive);
-    add_number(set, "--t0", setting.t0, "time offset B, in usec");
+    add_number(set, "-A", setting.a, "coefficient A, in sqrt(amu) per µs", positive);
+    add_number(set, "--t0", setting.t0, "time offset B, in µs");
     set.add_flag("--default", setting.standard, "the instrument's default calibration");
 
     const auto [fitted, fitting] =

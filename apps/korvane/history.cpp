@@ -41,7 +41,7 @@ struct NamedRecord {
 };
 
 TextTable calibrant_table(const TuneRecord& record) {
-    TextTable table({"expected m/z", "error ppm", "+-", "height", "resolution", "<verdict"});
+    TextTable table({"expected m/z", "error ppm", "standard error ppm", "height", "resolution", "<verdict"});
     for (const auto& [measured, verdict, trace] : record.calibrants) {
         const std::string mass = fmt::format("{:.4f}", measured.mass);
         if (!measured.found()) {
@@ -127,8 +127,8 @@ ExitCode compare_records(Session& session, const RecordPair& options) {
         setpoints.push_back(Json{{"name", setpoint.name}, {"then", before}, {"now", setpoint.after}});
         moved.add_row(setpoint.name, before, setpoint.after, setpoint.after - before);
     }
-    TextTable peaks({"expected m/z", "ppm then", "now", "height then", "now", "change", "resolution then", "now",
-                     "<verdict then", "<now"});
+    TextTable peaks({"expected m/z", "error ppm then", "now", "height then", "now", "change %", "resolution then",
+                     "now", "<verdict then", "<now"});
     for (const RecordedCalibrant& calibrant : to.calibrants) {
         const double mass = calibrant.measured.mass;
         const RecordedCalibrant *then = calibrant_of(from, mass), *now = calibrant_of(to, mass);
@@ -147,7 +147,7 @@ ExitCode compare_records(Session& session, const RecordPair& options) {
         peaks.add(
             {fmt::format("{:.4f}", mass), cell("{:.2f}", then, ppm), cell("{:.2f}", now, ppm),
              cell("{:.0f}", then, height), cell("{:.0f}", now, height),
-             then && now ? fmt::format("{:+.0f} %", 100 * (height(now->measured) / height(then->measured) - 1)) : "-",
+             then && now ? fmt::format("{:+.0f}", 100 * (height(now->measured) / height(then->measured) - 1)) : "-",
              cell("{:.0f}", then, resolution), cell("{:.0f}", now, resolution),
              then ? name_of(then->verdict.state) : "-", name_of(calibrant.verdict.state)});
     }
@@ -166,7 +166,8 @@ struct ExportFiles {
 };
 
 std::string csv_of(const std::vector<TuneRecord>& records) {
-    TextTable table({"record", "time", "source", "polarity", "mz", "ppm", "height", "resolution", "misfit", "verdict"});
+    TextTable table(
+        {"record", "time", "source", "polarity", "m/z", "error ppm", "height", "resolution", "misfit", "verdict"});
     for (const TuneRecord& record : records)
         for (const RecordedCalibrant& calibrant : record.calibrants) {
             const MeasuredCalibrant& peak = calibrant.measured;

@@ -58,6 +58,7 @@ ExitCode show_state(Session& session, const NoOptions&) {
     for (const auto& [name, value] : state.items()) {
         std::string label = name;
         std::replace(label.begin(), label.end(), '_', ' ');
+        if (label.ends_with(" usec")) label.replace(label.size() - 4, 4, "µs");
         text += fmt::format("{:<28}{}\n", label, value_text(value));
     }
     return session.show(state, text);

@@ -89,7 +89,8 @@ public:
 private:
     const PeaksOptions& options_;
     Json spectra_ = Json::array();
-    TextTable table_{{"spectrum", "m/z", "ppm error", "height", "area", "width", "resolution", "ions", "<quality"}};
+    TextTable table_{
+        {"spectrum", "m/z", "standard error ppm", "height", "area", "width amu", "resolution", "ions", "<quality"}};
 };
 
 ExitCode list_file(Session& session, const PeaksOptions& options) {

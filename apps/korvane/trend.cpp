@@ -127,7 +127,7 @@ Json chart_json(const RuledChart& ruled_chart) {
 }
 
 TextTable point_table(const std::vector<RuledChart>& charts) {
-    TextTable table({"<metric", "mz", "record", "value", "centre", "sigma", "<alarms"});
+    TextTable table({"<metric", "m/z", "record", "value", "centre", "sigma", "<alarms"});
     for (const RuledChart& each : charts)
         for (std::size_t i = 0; i < each.chart.values.size(); ++i)
             table.add_row(each.chart.metric, each.chart.mz ? fmt::format("{}", *each.chart.mz) : "-",

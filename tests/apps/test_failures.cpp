@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sstream>
 
 #include "exit_codes.h"
@@ -205,6 +206,31 @@ TEST(MassList, CheckFindsEveryFault) {
     EXPECT_EQ(check.json()["faults"],
               (nlohmann::json{"A, Positive: 2 does not ascend", "A, Positive: \"heavy\" is not a mass",
                               "B, Negative: 0 masses, fewer than 4"}));
+}
+
+TEST(Units, HaveOneSpellingBehindWhatTheyMeasureInEveryTable) {
+    const ProgramTest program;
+    const std::set<std::string> units{"m/z", "amu", "ppm", "ns", "µs", "counts", "%", "days"},
+        others{"mz", "u", "Da", "usec", "us", "nsec", "percent"};
+    for (const std::string command :
+         {"measure --keep", "peaks", "peak 566.8885", "setpoint list", "masslist show", "calibration show",
+          "calibration show --repeat 2", "calibration fit --spectra 1", "history show", "history diff last",
+          "trend height", "adjust FragmentTune --mz 566.8885 --target 50000 --max 175", "logs prune --older-than 1d",
+          "state"}) {
+        std::istringstream printed(program.run(words_of(command + (command == "state" ? "" : " --csv"))).out);
+        std::vector<std::string> titles;
+        for (std::string line; std::getline(printed, line) && (command == "state" || titles.empty());)
+            for (std::istringstream cells(command == "state" ? line.substr(0, line.find("  ")) : line);
+                 std::getline(cells, line, ',');)
+                titles.push_back(line);
+        EXPECT_GT(titles.size(), 1U) << command;
+        for (const std::string& title : titles)
+            for (const auto& words = words_of(title); const std::string& word : words) {
+                EXPECT_FALSE(others.contains(word)) << command << ": " << title;
+                EXPECT_TRUE(!units.contains(word) || word == words.back() || words.back() == "then")
+                    << command << ": " << title;
+            }
+    }
 }
 
 TEST(Measure, AListMayHoldMassesThatTheSpectrumDoesNotReachOrShow) {
