@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #endif
 
@@ -194,33 +195,28 @@ ExitCode check_layer(Session& session, const ConformanceObserver& observer) {
 /// The checks in a child, which does all that the command has to do. What it tells of the checks is read here, for the
 /// case that the layer ends it.
 ExitCode check_apart(Session& session) {
-    int ends[2];
-    if (pipe(ends) != 0) return check_layer(session, {});
-    const pid_t child = fork();
-    if (child <= 0) {
-        close(ends[0]);
-        return check_layer(session, [line = ends[1], child](const ConformanceResult& result, bool is_over) {
-            if (child < 0) return;  // no process could be made
+    std::FILE* const told = std::tmpfile();
+    const pid_t child = told ? fork() : -1;
+    if (child < 0) return check_layer(session, {});
+    if (child == 0)
+        return check_layer(session, [told](const ConformanceResult& result, bool is_over) {
             const Json row{result.operation, result.check, result.passed, result.detail, is_over};
-            const std::string text = row.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
-            if (write(line, text.data(), text.size()) < 0) std::_Exit(EXIT_FAILURE);
+            fmt::print(told, "{}\n", row.dump(-1, ' ', false, Json::error_handler_t::replace));
+            if (std::fflush(told) != 0) std::_Exit(EXIT_FAILURE);
         });
-    }
-    close(ends[1]);
-    std::string told;
-    char part[4096];
-    for (ssize_t size = 0; (size = read(ends[0], part, sizeof part)) > 0 || (size < 0 && errno == EINTR);)
-        told.append(part, size > 0 ? static_cast<std::size_t>(size) : 0);
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     if (WIFEXITED(status)) std::_Exit(WEXITSTATUS(status));
+    std::rewind(told);
     std::vector<ConformanceResult> results;
-    for (std::size_t begin = 0, end = 0; (end = told.find('\n', begin)) != std::string::npos; begin = end + 1) {
-        const Json row = Json::parse(told.substr(begin, end - begin));
+    char* line = nullptr;
+    for (std::size_t size = 0; getline(&line, &size, told) > 0;) {
+        const Json row = Json::parse(line);
         if (row[4]) results.pop_back();  // its beginning
         results.push_back({row[0], row[1], row[2], row[3]});
     }
+    std::free(line);
     if (results.empty()) results.push_back({"InstrumentLayer", "can be loaded", false, {}});
     results.back().passed = false;
     results.back().detail = fmt::format("the layer ends the process, signal {}", WTERMSIG(status));

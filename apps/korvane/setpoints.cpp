@@ -267,16 +267,18 @@ bool same_but_for_case(std::string_view text, std::string_view other) {
 }
 
 SetpointDescription setpoint_named(Session& session, const std::string& text) {
+    SetpointTable& table = session.instrument().setpoints();
     const auto number = parse_integer(text);
-    const std::vector<SetpointDescription> all = all_setpoints(session);
-    const std::function<bool(const SetpointDescription&)> meanings[] = {
-        [&](const SetpointDescription& each) { return number ? each.index == *number : each.internal_name == text; },
-        [&](const SetpointDescription& each) { return same_but_for_case(each.internal_name, text); },
-        [&](const SetpointDescription& each) { return same_but_for_case(each.external_name, text); }};
+    const std::vector<std::int32_t> indexes = table.indexes();
+    const std::function<bool(std::int32_t)> meanings[] = {
+        [&](std::int32_t index) { return number ? index == *number : table.internal_name(index) == text; },
+        [&](std::int32_t index) { return same_but_for_case(table.internal_name(index), text); },
+        [&](std::int32_t index) { return same_but_for_case(table.external_name(index), text); }};
     for (const auto& meant : meanings)
-        if (const auto found = std::ranges::find_if(all, meant); found != all.end()) return *found;
-    WordList known;
-    for (const SetpointDescription& each : all) known.insert(known.end(), {each.internal_name, each.external_name});
+        if (const auto found = std::ranges::find_if(indexes, meant); found != indexes.end())
+            return describe_setpoint(session, *found);
+    WordList known = names_for(session, "SETPOINT");
+    for (const std::int32_t index : indexes) known.push_back(table.external_name(index));
     throw UsageError(fmt::format("the instrument has no setpoint {} (korvane setpoint list shows them){}", text,
                                  did_you_mean(text, known)));
 }
@@ -364,9 +366,8 @@ void declare_setpoint(CLI::App& group, Session& session) {
     const auto [restore, restoring] =
         add_command(group, session, "restore", "set the setpoints as a file has them",
                     "korvane setpoint restore monday.json", restore_setpoints, Prints::table);
-    add_name(save, "FILE", saving.path, "JSON file", "FILE")->required();
-    add_name(diff, "FILE", comparing.path, "JSON file", "FILE")->required();
-    add_name(restore, "FILE", restoring.path, "JSON file", "FILE")->required();
+    for (const auto& [command, file] : {std::pair{&save, &saving}, {&diff, &comparing}, {&restore, &restoring}})
+        add_name(*command, "FILE", file->path, "JSON file", "FILE")->required();
 }
 
 }  // namespace korvane::program

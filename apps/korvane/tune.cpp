@@ -30,6 +30,14 @@ std::string report_name(Session& session, const TuneRecord& record) {
     return utf8_of(path_of(session.base_folder()) / "Logfiles" / ("TuneReport_" + stamp + ".html"));
 }
 
+/// Writes the page to the file, or where it is written when nobody says; returns the file's name.
+std::string written_report(Session& session, TuneHistory& history, const TuneRecord& record,
+                           const std::optional<std::string>& wanted) {
+    const std::string file = wanted.value_or(report_name(session, record));
+    save_text(session, file, report_page(history, record));
+    return file;
+}
+
 struct TuneOptions {
     std::optional<std::string> recipe, report;
     std::string only, from, note;
@@ -128,9 +136,8 @@ ExitCode tune(Session& session, const TuneOptions& options) {
     const TuneRecord& record = run.record();
     steps.add("verdict", record.verdict.empty() ? "not judged" : record.verdict);
     if (!is_kept) return exit_code_of(*session.fault);
-    const std::string file = options.report.value_or(report_name(session, record));
     TuneHistory history = open_history(session, false);
-    save_text(session, file, report_page(history, record));
+    const std::string file = written_report(session, history, record, options.report);
     steps.object["verdict"] = record.verdict;
     steps.object["report"] = file;
     steps.add("report", file);
@@ -193,8 +200,7 @@ ExitCode report(Session& session, const ReportOptions& options) {
     if (options.last && options.record != "last") throw UsageError("give either a record or --last");
     TuneHistory history = open_history(session, false);
     const TuneRecord record = record_named(history, options.record);
-    const std::string file = options.file.value_or(report_name(session, record));
-    save_text(session, file, report_page(history, record));
+    const std::string file = written_report(session, history, record, options.file);
     return session.show(Json{{"record", record.id}, {"file", file}}, file + "\n");
 }
 

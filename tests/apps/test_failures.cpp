@@ -95,23 +95,18 @@ TEST(FailureLine, IsOneLineThatSaysWhatTheDescriptionLeavesOutAndTheCodeFollowsT
         ExitCode code;
         std::string line;
     };
-    const std::string invalid = "Invalid procedure call or argument";
-    for (const auto& [error, code, line] : std::vector<Case>{
-             {{5, "Korvane", invalid}, ExitCode::instrument, "measure: error 5: " + invalid},
-             {{5, "Korvane", invalid, ErrorKind::time_out},
-              ExitCode::time_out,
-              "measure: error 5: " + invalid + " (no populated spectrum within 15 s)"},
-             {{-2147220000, "Instrument", ""}, ExitCode::instrument, "Instrument: error -2147220000: no description"},
-             {{7, "A\nB", "\r\n"}, ExitCode::internal_fault, "A; B: error 7: no description"},
-             {{-821, "Verify", "Too few ions.\r\n\r\nBottle B may\nbe empty"},
-              ExitCode::check_failed,
-              "Verify: error -821: Too few ions. Bottle B may; be empty"},
-             {{-906, "", ""},
-              ExitCode::configuration,
-              "measure: error -906: this parameter group is not permitted here (base folder /base)"},
-             {{-904, "Store", "Failed to load /base/TuneParams.xml"},
-              ExitCode::configuration,
-              "Store: error -904: Failed to load /base/TuneParams.xml"}}) {
+    for (const auto& [error, code, line] :
+         std::vector<Case>{{{5, "Korvane", "Invalid call"}, ExitCode::instrument, "measure: error 5: Invalid call"},
+                           {{7, "A\nB", "\r\n"}, ExitCode::internal_fault, "A; B: error 7: no description"},
+                           {{-821, "Verify", "Too few ions.\r\n\r\nBottle B may\nbe empty"},
+                            ExitCode::check_failed,
+                            "Verify: error -821: Too few ions. Bottle B may; be empty"},
+                           {{-906, "", ""},
+                            ExitCode::configuration,
+                            "measure: error -906: this parameter group is not permitted here (base folder /base)"},
+                           {{-904, "Store", "Failed to load /base/TuneParams.xml"},
+                            ExitCode::configuration,
+                            "Store: error -904: Failed to load /base/TuneParams.xml"}}) {
         EXPECT_EQ(exit_code_of(error), code) << line;
         EXPECT_EQ(failure_line(error, "measure", "/base"), "korvane: " + line);
     }
