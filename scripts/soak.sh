@@ -6,7 +6,8 @@ cd "$(dirname "$0")/.."
 
 scripts/bootstrap.sh native
 cmake --preset release -DKORVANE_TESTS=ON >/dev/null
-cmake --build --preset release --target korvane_soak >/dev/null
+cmake --build --preset release --target test_reliability >/dev/null
 # Log files by the thousand: in memory where there is such a folder.
 [ -d /dev/shm ] && export TMPDIR=/dev/shm
-time build/release/bin/korvane_soak "$@"
+export KORVANE_SOAK=${1:-1000000} KORVANE_SOAK_SEED=${2:-1}
+time build/release/bin/test_reliability --gtest_filter='Soak*'
