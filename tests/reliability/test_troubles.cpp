@@ -96,28 +96,171 @@ const std::vector<Operation>& operations() {
 class TroubledClient {
 public:
     /// Every spectrum takes so long.
-    explicit TroubledClient(double spectrum_seconds);
+    explicit TroubledClient(double spectrum_seconds) {
+        world.test.trace().on = false;
+        world.test.limit("Calibration", "BinarySearchAbTolerance", "2000");
+        world.test.limit("Limits", "InitTOFTune_MaxRunTimeOnSlicerPos_hrs", "100");
+        world.test.preference("SlicerLifeTime_SimulateOverLimit", "No");
+        world.test.raw_parameters(
+            "<TOF><ManualTuneParameters><IndexedSlicer><NumberOfPositions>6</NumberOfPositions>"
+            "<HighResolutionFirstPosition>4</HighResolutionFirstPosition></IndexedSlicer></ManualTuneParameters></"
+            "TOF>");
+        ScriptedState& instrument = world.instrument();
+        instrument.setpoints[slicer].type = 3;
+        instrument.setpoints[slicer].name = "SlicerPosition";
+        instrument.setpoints[transients].lower = 0;
+        for (int position = 1; position <= 6; ++position)
+            instrument.dictionary["SlicerPos[" + std::to_string(position) + "].Hours"] = 0.0;
+        instrument.firmware[22] = 0;
+        instrument.acquire = [this, spectrum_seconds](AcquiredSpectrum& spectrum, int) {
+            world.test.clock->advance(spectrum_seconds);
+            acquire(spectrum);
+        };
+        instrument.metadata_items = [this, spectrum_seconds] {
+            world.test.clock->advance(spectrum_seconds);
+            return metadata();
+        };
+        renew();
+    }
 
     /// Runs the operation with the trouble; what is not as promised, else nothing.
-    std::string run(const Operation& operation, Trouble trouble, int at_call);
+    std::string run(const Operation& operation, Trouble trouble, int at_call) {
+        begin(operation, trouble, at_call);
+        error_ = error_of([&] { operation.run(*parser_, *globals_); });
+        world.instrument().fault_at.reset();
+        world.instrument().on_call = nullptr;
+        if (suffers(Trouble::abort)) world.test.preference("AbortFlag", "0");
+        if (!is_explained(operation)) return text_of("error ", error_.number(), " ", error_.description());
+        return broken_promise(operation);
+    }
+
     /// Whether the last operation came to the call at which there was trouble.
     bool met() const { return met_; }
     const Error& error() const { return error_; }
     std::int64_t acquisitions() const { return acquisitions_; }
     /// New objects, and no logs.
-    void renew();
+    void renew() {
+        parser_.reset();
+        globals_.reset();
+        for (const auto& log : std::filesystem::directory_iterator(world.test.base() / "Logfiles"))
+            std::filesystem::remove(log);
+        parser_.emplace(world.platform());
+        globals_.emplace(world.platform());
+        // The instruments are made now: one whose making fails would stay so.
+        parser_->GetPeakInfoForCalibrantMasses();
+        globals_->GetPolarityStr();
+    }
 
     SpectrumWorld world;
 
 private:
-    void begin(const Operation& operation, Trouble trouble, int at_call);
-    void acquire(AcquiredSpectrum& spectrum);
-    std::vector<MetaItem> metadata();
+    void begin(const Operation& operation, Trouble trouble, int at_call) {
+        ScriptedState& instrument = world.instrument();
+        instrument.setpoints[lens].value = lens_before;
+        instrument.setpoints[scintillator].value = scintillator_before;
+        instrument.setpoints[transients].value = transients_before;
+        instrument.setpoints[slicer].value = 1;
+        instrument.setpoints[averaging].value = operation.averages;
+        before_.clear();
+        for (const auto& [index, setpoint] : instrument.setpoints) before_[index] = setpoint.value;
+        instrument.journal.clear();
+        world.peaks.journal.clear();
+        instrument.calls = 0;
+        met_ = false;
+        trouble_ = trouble;
+        instrument.fault_stays = trouble == Trouble::fault_for_good;
+        if (trouble == Trouble::fault || trouble == Trouble::fault_for_good) instrument.fault_at = at_call;
+        instrument.on_call = [this, at_call](int call) {
+            if (call != at_call || trouble_ == Trouble::none) return;
+            met_ = true;
+            if (trouble_ == Trouble::abort) world.request_abort();
+        };
+    }
+
+    void acquire(AcquiredSpectrum& spectrum) {
+        ++acquisitions_;
+        if (suffers(Trouble::silence)) return;
+        for (const double mass : {900.0, 1600.0}) world.set_peak(mass, suffers(Trouble::no_peaks) ? 0 : 5000);
+        world.fill(spectrum);
+        const std::int32_t polarity = suffers(Trouble::wrong_polarity) ? 1 : 0;
+        spectrum.meta_data = VariantArray<InstrumentValue>(std::vector<InstrumentValue>{1, polarity, 0});
+    }
+
+    std::vector<MetaItem> metadata() {
+        ++acquisitions_;
+        std::vector<MetaItem> items;
+        if (suffers(Trouble::silence) || suffers(Trouble::wrong_polarity)) return items;
+        for (const auto& [index, setpoint] : world.instrument().setpoints)
+            items.push_back({setpoint.name, setpoint.value});
+        return items;
+    }
+
     bool suffers(Trouble trouble) const { return met_ && trouble_ == trouble; }
-    bool is_excused(const Operation& operation) const;
-    bool is_explained(const Operation& operation) const;
-    std::string broken_promise(const Operation& operation);
-    std::vector<double> written(int setpoint);
+    /// A search that came within the tolerance stops before it looks at what its measurements collected. A measurement
+    /// that failed leaves the scintillator out of the way, and a later one finds it so.
+    bool is_excused(const Operation& operation) const {
+        return met_ && operation.may_move(transients) &&
+               parser_->last_adjustment().end == AdjustOutcome::End::within_tolerance;
+    }
+
+    bool is_explained(const Operation& operation) const {
+        static const std::map<Trouble, std::set<std::int32_t>> numbers{
+            {Trouble::fault, {-4711}},
+            {Trouble::fault_for_good, {-4711}},
+            {Trouble::abort, {error_number::user_aborted}},
+            {Trouble::wrong_polarity, {error_number::polarity_timeout}},
+            // A single-mass peak does not wait for a populated spectrum: it fails on an array that is not there.
+            {Trouble::silence,
+             {error_number::invalid_call, error_number::polarity_timeout, error_number::type_mismatch}},
+            {Trouble::no_peaks, {error_number::routine_detected, error_number::invalid_spectrum}}};
+        const bool faulty = trouble_ == Trouble::fault || trouble_ == Trouble::fault_for_good;
+        if (!met_) return error_.number() == 0;
+        if (error_.number() == 0) return !faulty || is_excused(operation);
+        // A wait for a value tells every failure inside it, but an abort, as a value that was not reached.
+        if (error_.number() == error_number::setpoint_not_reached)
+            return trouble_ != Trouble::abort &&
+                   error_.description().find("did not reach expected value[") != std::string::npos;
+        if (faulty && (error_.source() != "Instrument" || error_.description() != "scripted fault")) return false;
+        if (trouble_ == Trouble::abort && error_.description() != "User aborted") return false;
+        return numbers.at(trouble_).contains(error_.number());
+    }
+
+    std::string broken_promise(const Operation& operation) {
+        using Values = std::vector<double>;
+        const bool success = error_.number() == 0;
+        for (const auto& [index, setpoint] : world.instrument().setpoints) {
+            const Values writes = written(index);
+            if (setpoint.value != (writes.empty() ? before_[index] : writes.back()))
+                return text_of("setpoint ", index, " has not the value written last");
+            if (!writes.empty() && !operation.may_move(index)) return text_of("setpoint ", index, " was written");
+        }
+        if (operation.sets) {
+            const Values writes = written(operation.moves.front());
+            return writes == Values{*operation.sets} || (!success && writes.empty()) ? "" : "not set as asked";
+        }
+        // Out of the way and back, again and again; an error leaves it out of the way.
+        const Values out_and_back = written(scintillator);
+        for (std::size_t i = 0; i < out_and_back.size(); ++i)
+            if (out_and_back[i] != (i % 2 ? scintillator_before : 0))
+                return "the scintillator is not put aside and back";
+        if (success && !is_excused(operation) && out_and_back.size() % 2) return "the scintillator is not restored";
+        if (!operation.may_move(transients)) return "";
+        const Values there{transients_before / 10}, there_and_back{transients_before / 10, transients_before};
+        const Values writes = written(transients);
+        const bool is_partial = writes.empty() || writes == there || writes == there_and_back;
+        if (success ? writes != there_and_back : !is_partial) return "the number of transients is not restored";
+        const auto& probes = parser_->last_adjustment().probes;
+        const bool at_probe = !operation.may_move(lens) || probes.empty() ||
+                              world.instrument().setpoints[lens].value == probes.back().value;
+        return at_probe || !success ? "" : "the setpoint searched does not have its last probe";
+    }
+
+    std::vector<double> written(int setpoint) {
+        const std::string start = "write " + std::to_string(setpoint) + " = ";
+        std::vector<double> values;
+        for (const std::string& line : world.journal_of(start)) values.push_back(std::stod(line.substr(start.size())));
+        return values;
+    }
 
     std::optional<SpectrumParser> parser_;
     std::optional<TuneGlobals> globals_;
@@ -127,158 +270,6 @@ private:
     bool met_ = false;
     std::int64_t acquisitions_ = 0;
 };
-
-TroubledClient::TroubledClient(double spectrum_seconds) {
-    world.test.trace().on = false;
-    world.test.limit("Calibration", "BinarySearchAbTolerance", "2000");
-    world.test.limit("Limits", "InitTOFTune_MaxRunTimeOnSlicerPos_hrs", "100");
-    world.test.preference("SlicerLifeTime_SimulateOverLimit", "No");
-    world.test.raw_parameters(
-        "<TOF><ManualTuneParameters><IndexedSlicer><NumberOfPositions>6</NumberOfPositions>"
-        "<HighResolutionFirstPosition>4</HighResolutionFirstPosition></IndexedSlicer></ManualTuneParameters></TOF>");
-    ScriptedState& instrument = world.instrument();
-    instrument.setpoints[slicer].type = 3;
-    instrument.setpoints[slicer].name = "SlicerPosition";
-    instrument.setpoints[transients].lower = 0;
-    for (int position = 1; position <= 6; ++position)
-        instrument.dictionary["SlicerPos[" + std::to_string(position) + "].Hours"] = 0.0;
-    instrument.firmware[22] = 0;
-    instrument.acquire = [this, spectrum_seconds](AcquiredSpectrum& spectrum, int) {
-        world.test.clock->advance(spectrum_seconds);
-        acquire(spectrum);
-    };
-    instrument.metadata_items = [this, spectrum_seconds] {
-        world.test.clock->advance(spectrum_seconds);
-        return metadata();
-    };
-    renew();
-}
-
-void TroubledClient::renew() {
-    parser_.reset();
-    globals_.reset();
-    for (const auto& log : std::filesystem::directory_iterator(world.test.base() / "Logfiles"))
-        std::filesystem::remove(log);
-    parser_.emplace(world.platform());
-    globals_.emplace(world.platform());
-    // The instruments are made now: one whose making fails would stay so.
-    parser_->GetPeakInfoForCalibrantMasses();
-    globals_->GetPolarityStr();
-}
-
-std::string TroubledClient::run(const Operation& operation, Trouble trouble, int at_call) {
-    begin(operation, trouble, at_call);
-    error_ = error_of([&] { operation.run(*parser_, *globals_); });
-    world.instrument().fault_at.reset();
-    world.instrument().on_call = nullptr;
-    if (suffers(Trouble::abort)) world.test.preference("AbortFlag", "0");
-    if (!is_explained(operation)) return text_of("error ", error_.number(), " ", error_.description());
-    return broken_promise(operation);
-}
-
-void TroubledClient::begin(const Operation& operation, Trouble trouble, int at_call) {
-    ScriptedState& instrument = world.instrument();
-    instrument.setpoints[lens].value = lens_before;
-    instrument.setpoints[scintillator].value = scintillator_before;
-    instrument.setpoints[transients].value = transients_before;
-    instrument.setpoints[slicer].value = 1;
-    instrument.setpoints[averaging].value = operation.averages;
-    before_.clear();
-    for (const auto& [index, setpoint] : instrument.setpoints) before_[index] = setpoint.value;
-    instrument.journal.clear();
-    world.peaks.journal.clear();
-    instrument.calls = 0;
-    met_ = false;
-    trouble_ = trouble;
-    instrument.fault_stays = trouble == Trouble::fault_for_good;
-    if (trouble == Trouble::fault || trouble == Trouble::fault_for_good) instrument.fault_at = at_call;
-    instrument.on_call = [this, at_call](int call) {
-        if (call != at_call || trouble_ == Trouble::none) return;
-        met_ = true;
-        if (trouble_ == Trouble::abort) world.request_abort();
-    };
-}
-
-void TroubledClient::acquire(AcquiredSpectrum& spectrum) {
-    ++acquisitions_;
-    if (suffers(Trouble::silence)) return;
-    for (const double mass : {900.0, 1600.0}) world.set_peak(mass, suffers(Trouble::no_peaks) ? 0 : 5000);
-    world.fill(spectrum);
-    const std::int32_t polarity = suffers(Trouble::wrong_polarity) ? 1 : 0;
-    spectrum.meta_data = VariantArray<InstrumentValue>(std::vector<InstrumentValue>{1, polarity, 0});
-}
-
-std::vector<MetaItem> TroubledClient::metadata() {
-    ++acquisitions_;
-    std::vector<MetaItem> items;
-    if (suffers(Trouble::silence) || suffers(Trouble::wrong_polarity)) return items;
-    for (const auto& [index, setpoint] : world.instrument().setpoints) items.push_back({setpoint.name, setpoint.value});
-    return items;
-}
-
-/// A search that came within the tolerance stops before it looks at what its measurements collected. A measurement that
-/// failed leaves the scintillator out of the way, and a later one finds it so.
-bool TroubledClient::is_excused(const Operation& operation) const {
-    return met_ && operation.may_move(transients) &&
-           parser_->last_adjustment().end == AdjustOutcome::End::within_tolerance;
-}
-
-bool TroubledClient::is_explained(const Operation& operation) const {
-    static const std::map<Trouble, std::set<std::int32_t>> numbers{
-        {Trouble::fault, {-4711}},
-        {Trouble::fault_for_good, {-4711}},
-        {Trouble::abort, {error_number::user_aborted}},
-        {Trouble::wrong_polarity, {error_number::polarity_timeout}},
-        // A single-mass peak does not wait for a populated spectrum: it fails on an array that is not there.
-        {Trouble::silence, {error_number::invalid_call, error_number::polarity_timeout, error_number::type_mismatch}},
-        {Trouble::no_peaks, {error_number::routine_detected, error_number::invalid_spectrum}}};
-    const bool faulty = trouble_ == Trouble::fault || trouble_ == Trouble::fault_for_good;
-    if (!met_) return error_.number() == 0;
-    if (error_.number() == 0) return !faulty || is_excused(operation);
-    // A wait for a value tells every failure inside it, but an abort, as a value that was not reached.
-    if (error_.number() == error_number::setpoint_not_reached)
-        return trouble_ != Trouble::abort &&
-               error_.description().find("did not reach expected value[") != std::string::npos;
-    if (faulty && (error_.source() != "Instrument" || error_.description() != "scripted fault")) return false;
-    if (trouble_ == Trouble::abort && error_.description() != "User aborted") return false;
-    return numbers.at(trouble_).contains(error_.number());
-}
-
-std::vector<double> TroubledClient::written(int setpoint) {
-    const std::string start = "write " + std::to_string(setpoint) + " = ";
-    std::vector<double> values;
-    for (const std::string& line : world.journal_of(start)) values.push_back(std::stod(line.substr(start.size())));
-    return values;
-}
-
-std::string TroubledClient::broken_promise(const Operation& operation) {
-    using Values = std::vector<double>;
-    const bool success = error_.number() == 0;
-    for (const auto& [index, setpoint] : world.instrument().setpoints) {
-        const Values writes = written(index);
-        if (setpoint.value != (writes.empty() ? before_[index] : writes.back()))
-            return text_of("setpoint ", index, " has not the value written last");
-        if (!writes.empty() && !operation.may_move(index)) return text_of("setpoint ", index, " was written");
-    }
-    if (operation.sets) {
-        const Values writes = written(operation.moves.front());
-        return writes == Values{*operation.sets} || (!success && writes.empty()) ? "" : "not set as asked";
-    }
-    // Out of the way and back, again and again; an error leaves it out of the way.
-    const Values out_and_back = written(scintillator);
-    for (std::size_t i = 0; i < out_and_back.size(); ++i)
-        if (out_and_back[i] != (i % 2 ? scintillator_before : 0)) return "the scintillator is not put aside and back";
-    if (success && !is_excused(operation) && out_and_back.size() % 2) return "the scintillator is not restored";
-    if (!operation.may_move(transients)) return "";
-    const Values there{transients_before / 10}, there_and_back{transients_before / 10, transients_before};
-    const Values writes = written(transients);
-    const bool is_partial = writes.empty() || writes == there || writes == there_and_back;
-    if (success ? writes != there_and_back : !is_partial) return "the number of transients is not restored";
-    const auto& probes = parser_->last_adjustment().probes;
-    const bool at_probe =
-        !operation.may_move(lens) || probes.empty() || world.instrument().setpoints[lens].value == probes.back().value;
-    return at_probe || !success ? "" : "the setpoint searched does not have its last probe";
-}
 
 class SetpointEnds : public testing::TestWithParam<Operation> {};
 
