@@ -208,10 +208,9 @@ Json version_json() {
     const BuildInformation build = build_information();
     Json object{{"commit", build.commit.empty() ? Json() : Json(build.commit)}, {"libraries", Json::object()}};
     for (const auto& [name, version] : build.libraries) object["libraries"][name] = version;
-#ifdef _WIN32
-    object["features"] = {"simulator", "replay", "layers", "automation server"};
-#else
     object["features"] = {"simulator", "replay", "layers"};
+#ifdef _WIN32
+    object["features"].push_back("automation server");
 #endif
     return object;
 }

@@ -27,6 +27,30 @@ std::string type_text(std::int32_t code) {
                                     : fmt::format("type {}", code);
 }
 
+SetpointDescription describe_setpoint(Session& session, std::int32_t index) {
+    SetpointTable& table = session.instrument().setpoints();
+    return {index,
+            table.internal_name(index),
+            table.external_name(index),
+            number_of(table.value(index, 0, 0), "setpoint value"),
+            table.lower_limit(index),
+            table.upper_limit(index),
+            table.resolution(index),
+            type_text(table.variable_type(index))};
+}
+
+bool same_but_for_case(std::string_view text, std::string_view other) {
+    const auto folded = [](unsigned char c) { return std::tolower(c); };
+    return std::ranges::equal(text, other, {}, folded, folded);
+}
+
+void require_allowed(const SetpointDescription& setpoint, double value) {
+    if (setpoint.type != "double" && value != std::trunc(value))
+        throw UsageError(fmt::format("setpoint {} ({}) takes whole numbers only, not {}", setpoint.index,
+                                     setpoint.internal_name, value));
+    require_within_limits(setpoint, value);
+}
+
 using Words = std::vector<std::pair<std::string, double>>;
 
 template <class Entries>
@@ -233,38 +257,11 @@ std::filesystem::path mark_file(Session& session) {
     return path_of(session.base_folder()) / "korvane_search.json";
 }
 
-/// What a search reduces, and nobody else sets.
-std::vector<std::string> reduced_setpoints(SetpointTable& table) {
-    constexpr auto& setpoint = contract::setpoint;
-    std::vector<std::string> names;
-    for (const std::int32_t index : {setpoint.transients_1_ghz.key, setpoint.transients_2_ghz.key,
-                                     setpoint.transients_4_ghz.key, setpoint.scintillator.key})
-        names.push_back(table.internal_name(index));
-    return names;
-}
-
 double value_of(SetpointTable& table, const std::string& name) {
     return number_of(table.value(table.index_of(name), 0, 0), "setpoint value");
 }
 
 }  // namespace
-
-SetpointDescription describe_setpoint(Session& session, std::int32_t index) {
-    SetpointTable& table = session.instrument().setpoints();
-    return {index,
-            table.internal_name(index),
-            table.external_name(index),
-            number_of(table.value(index, 0, 0), "setpoint value"),
-            table.lower_limit(index),
-            table.upper_limit(index),
-            table.resolution(index),
-            type_text(table.variable_type(index))};
-}
-
-bool same_but_for_case(std::string_view text, std::string_view other) {
-    const auto folded = [](unsigned char c) { return std::tolower(c); };
-    return std::ranges::equal(text, other, {}, folded, folded);
-}
 
 SetpointDescription setpoint_named(Session& session, const std::string& text) {
     SetpointTable& table = session.instrument().setpoints();
@@ -281,13 +278,6 @@ SetpointDescription setpoint_named(Session& session, const std::string& text) {
     for (const std::int32_t index : indexes) known.push_back(table.external_name(index));
     throw UsageError(fmt::format("the instrument has no setpoint {} (korvane setpoint list shows them){}", text,
                                  did_you_mean(text, known)));
-}
-
-void require_allowed(const SetpointDescription& setpoint, double value) {
-    if (setpoint.type != "double" && value != std::trunc(value))
-        throw UsageError(fmt::format("setpoint {} ({}) takes whole numbers only, not {}", setpoint.index,
-                                     setpoint.internal_name, value));
-    require_within_limits(setpoint, value);
 }
 
 void require_within_limits(const SetpointDescription& setpoint, double value) {
@@ -310,8 +300,11 @@ SearchMark::SearchMark(Session& session, const std::vector<std::string>& more) {
     if (!left_reduced(session).empty()) return;  // the values found first stay the ones to go back to
     file_ = mark_file(session);
     SetpointTable& table = session.instrument().setpoints();
-    std::vector<std::string> names = reduced_setpoints(table);
-    names.insert(names.end(), more.begin(), more.end());
+    constexpr auto& reduced = contract::setpoint;  // by every search, and set by nobody else
+    std::vector<std::string> names = more;
+    for (const std::int32_t index : {reduced.transients_1_ghz.key, reduced.transients_2_ghz.key,
+                                     reduced.transients_4_ghz.key, reduced.scintillator.key})
+        names.push_back(table.internal_name(index));
     Json values = Json::object();
     for (const std::string& name : names) values[name] = value_of(table, name);
     std::ofstream(file_) << values.dump(1);

@@ -17,14 +17,11 @@ struct SetpointDescription {
     std::string type;  // "double", "int32", "int16", or "type <code>"
 };
 
-SetpointDescription describe_setpoint(Session& session, std::int32_t index);
 /// The setpoint that a text means: its index, its internal name, or either name in any case. A usage error when the
 /// instrument has none such.
 SetpointDescription setpoint_named(Session& session, const std::string& text);
-bool same_but_for_case(std::string_view text, std::string_view other);
 
-/// Usage errors naming the setpoint.
-void require_allowed(const SetpointDescription& setpoint, double value);
+/// A usage error naming the setpoint.
 void require_within_limits(const SetpointDescription& setpoint, double value);
 
 /// The value that the instrument shows; a time-out where it is not the one set.
