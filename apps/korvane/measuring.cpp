@@ -44,20 +44,14 @@ Json row_json(const RecordedCalibrant& judged, double minimum_height) {
     return object;
 }
 
-TextTable::Cells row_cells(const RecordedCalibrant& judged, double minimum_height) {
+void add_row(TextTable& table, const RecordedCalibrant& judged, double minimum_height) {
     const auto& [row, verdict, trace] = judged;
     const std::string mass = fmt::format("{:.4f}", row.mass);
-    if (!row.found()) return {mass, "no peak", "-", "-", "-", "-", "-", "no", "-", verdict.text};
-    return {mass,
-            fmt::format("{:.4f}", row.amu.pkCentroid),
-            fmt::format("{:.2f}", row.error_ppm()),
-            fmt::format("{:.3f}", row.ns.pkCentroid),
-            fmt::format("{:.0f}", row.ns.pkHeight),
-            fmt::format("{:.3f}", row.ns.pkWidth),
-            fmt::format("{:.0f}", row.amu.pkResolution),
-            reaches(row, minimum_height) ? "yes" : "no",
-            quality_text(row.quality),
-            verdict.text};
+    if (!row.found()) return table.add({mass, "no peak", "-", "-", "-", "-", "-", "no", "-", verdict.text});
+    table.add({mass, fmt::format("{:.4f}", row.amu.pkCentroid), fmt::format("{:.2f}", row.error_ppm()),
+               fmt::format("{:.3f}", row.ns.pkCentroid), fmt::format("{:.0f}", row.ns.pkHeight),
+               fmt::format("{:.3f}", row.ns.pkWidth), fmt::format("{:.0f}", row.amu.pkResolution),
+               reaches(row, minimum_height) ? "yes" : "no", quality_text(row.quality), verdict.text});
 }
 
 /// The calibrants that are not ok, with what is wrong; empty where all are.
@@ -103,7 +97,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
                      "reaches minimum", "<quality", "<verdict"});
     for (const RecordedCalibrant& calibrant : found.calibrants) {
         peaks.push_back(row_json(calibrant, minimum_height));
-        table.add(row_cells(calibrant, minimum_height));
+        add_row(table, calibrant, minimum_height);
     }
     const Json record = run.keep([&](TuneRecord& kept) {
         kept.log = parser.tune_log_path();
