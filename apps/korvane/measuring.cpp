@@ -26,6 +26,15 @@ bool reaches(const MeasuredCalibrant& row, double minimum_height) {
     return row.found() && row.ns.pkHeight >= minimum_height;
 }
 
+/// A mass asked for by name; that the axis is too short is otherwise not told from no peak.
+void require_masses_on_axis(const VariantArray<double>& axis, const std::vector<MeasuredCalibrant>& rows) {
+    const double first = axis.elements().front(), last = axis.elements().back();
+    for (const MeasuredCalibrant& row : rows)
+        if (!row.found() && (row.mass < first || row.mass > last))
+            throw UsageError(fmt::format("--mass: {} lies outside the mass axis of the spectrum, {:.4f} to {:.4f}",
+                                         row.mass, first, last));
+}
+
 Json row_json(const RecordedCalibrant& judged, double minimum_height) {
     const MeasuredCalibrant& row = judged.measured;
     Json object{{"mass", row.mass},
@@ -70,11 +79,10 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     const auto recording =
         options.recording ? std::filesystem::absolute(path_of(*options.recording)) : std::filesystem::path();
     AcquiredSpectrum last;
-    PeakTraces traces(options.recording ? watched(
-                                              session.platform(), [](bool) {},
-                                              [&](const AcquiredSpectrum& spectrum) { last = spectrum; })
-                                        : session.platform());
-    SpectrumParser parser(options.keeping.keep ? traces.platform() : session.platform());
+    const Platform watching = watched(
+        session.platform(), [](bool) {}, [&](const AcquiredSpectrum& spectrum) { last = spectrum; });
+    PeakTraces traces(watching);
+    SpectrumParser parser(options.keeping.keep ? traces.platform() : watching);
     clsTuneParamsXML params(session.platform());
     const double minimum_height = params.GetAutotuneLimitValue("RampParams", "MinimumAcceptableAbundance");
     const TuneLimits limits = read_tune_limits(session.platform());
@@ -86,6 +94,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     const auto rows =
         measure_calibrants(parser, globals, VariantArray<double>(masses), options.window_percent.value_or(-1.0));
     const AcquiredSpectrum measured = std::exchange(last, {});
+    if (!options.masses.empty()) require_masses_on_axis(measured.mass_data, rows);
     TuneRecord found;
     judge(found, rows, limits);
     const std::string faults = faults_of(found.calibrants);

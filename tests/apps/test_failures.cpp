@@ -140,6 +140,8 @@ TEST(Failures, BrokenBaseFoldersEndInTheirExitCodeAndOneLine) {
         {"instrument.json", "", "[]", "state", 3, "instrument.json"},
         {lists, "", "-", "masslist check", 3, "default_calibration"},
         {"scene.json", "", R"({"background": {"count": 0}})", "peak 2000", 4, "No peaks"},
+        {"scene.json", "", R"({"instrument": {"spectrum_duration_ns": 35000}})",
+         "measure --mass 294.9388 --mass 566.8885", 2, "566.8885"},
         {"scene.json", "", R"({"sample": {"calibrant_factor": 0}})", "verify", 1, "Bottle B"},
         {"scene.json", "", R"({"sample": {"calibrant_factor": 0}, "background": {"count": 0}})",
          "calibration fit --apply", 4, "a fit needs 3 calibrants with peaks; there are 0"},
