@@ -4,9 +4,9 @@
 #include <string_view>
 
 #include "frame/routine.h"
-#include "globals/stopwatch.h"
 #include "globals/tune_globals_state.h"
 #include "platform/automation_arithmetic.h"
+#include "platform/stopwatch.h"
 #include "platform/text.h"
 
 namespace korvane {

@@ -3,8 +3,9 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cmath>
 #include <random>
+
+#include "platform/stopwatch.h"
 
 namespace korvane {
 
@@ -14,7 +15,7 @@ constexpr std::string_view temporary_ending = ".tmp";
 /// Leaves room, in the 255 bytes that a name may have, for what the names beside a file have besides.
 constexpr std::size_t longest_name_part = 200;
 
-constexpr double longest_wait_seconds = 1, seconds_a_day = 86400;
+constexpr double longest_wait_seconds = 1;
 constexpr int pause_milliseconds = 1;
 
 struct SplitPath {
@@ -97,12 +98,11 @@ void safe_save(Files& files, const std::string& path, const std::function<void(O
 }
 
 std::unique_ptr<FileLock> wait_for_edit_lock(Files& files, Clock& clock, const std::string& path) {
-    const double start = clock.seconds_since_midnight();
+    Stopwatch waited(clock);
     const auto wait_for = [&](const std::string& name) -> std::unique_ptr<FileLock> {
         for (;;) {
             if (auto lock = files.try_lock(name)) return lock;
-            const double waited = clock.seconds_since_midnight() - start;
-            if (std::fmod(waited + seconds_a_day, seconds_a_day) >= longest_wait_seconds) return nullptr;
+            if (waited.seconds() >= longest_wait_seconds) return nullptr;
             clock.sleep_milliseconds(pause_milliseconds);
         }
     };

@@ -3,8 +3,8 @@
 #include <cmath>
 #include <limits>
 
-#include "globals/stopwatch.h"
 #include "korvane/spectrum_parser.h"
+#include "platform/stopwatch.h"
 #include "platform/text.h"
 #include "spectrum/parser_state.h"
 

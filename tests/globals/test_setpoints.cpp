@@ -1,8 +1,8 @@
 #include <cmath>
 #include <limits>
 
-#include "globals/stopwatch.h"
 #include "globals/tune_globals_test.h"
+#include "platform/stopwatch.h"
 #include "platform/text.h"
 
 namespace korvane {
