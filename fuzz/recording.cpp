@@ -1,5 +1,5 @@
+#include "instrument/replay/recording.h"
 #include "fuzz/targets.h"
-#include "instrument/replay/mzml_reader.h"
 #include "instrument/replay/playback.h"
 #include "support/memory_disk.h"
 

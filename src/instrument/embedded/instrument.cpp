@@ -52,29 +52,31 @@ std::size_t polarity_slot(std::int32_t polarity) {
 
 /// The base folder and the logbook in it. One line an entry: date, time, kind, code, the two numbers, the text where
 /// there is one, and the message.
-struct BaseFolder final : PathInformation, LogbookEntry {
+class BaseFolder final : public PathInformation, public LogbookEntry {
+public:
     BaseFolder(std::string owner, std::string folder, std::shared_ptr<Files> files, std::shared_ptr<Clock> clock)
-        : owner(std::move(owner)), folder(std::move(folder)), files(std::move(files)), clock(std::move(clock)) {}
+        : owner_(std::move(owner)), folder_(std::move(folder)), files_(std::move(files)), clock_(std::move(clock)) {}
 
-    std::string base_folder() override { return folder; }
+    std::string base_folder() override { return folder_; }
     void write(std::int32_t kind, const std::string& message, std::int32_t code, std::int32_t first,
                std::int32_t second, const std::string& text) override {
-        const std::string path = join_path(join_path(folder, "Logfiles"), "Logbook.txt");
-        const LocalTime now = clock->now();
+        const std::string path = join_path(join_path(folder_, "Logfiles"), "Logbook.txt");
+        const LocalTime now = clock_->now();
         const std::string note = text.empty() ? "" : " [" + text + "]";
         try {
-            const auto file = files->open_append(path);
+            const auto file = files_->open_append(path);
             file->write(fmt::format("{} {} {} {} {} {}{} {}\n", date_yyyymmdd(now), time_hhmmss(now), kind, code, first,
                                     second, note, message));
             file->close();
         } catch (const FileError& fault) {
-            throw Error(fault.runtime_error_number(), owner, "logbook file[" + path + "]: " + fault.what());
+            throw Error(fault.runtime_error_number(), owner_, "logbook file[" + path + "]: " + fault.what());
         }
     }
 
-    std::string owner, folder;
-    std::shared_ptr<Files> files;
-    std::shared_ptr<Clock> clock;
+private:
+    std::string owner_, folder_;
+    std::shared_ptr<Files> files_;
+    std::shared_ptr<Clock> clock_;
 };
 
 class Layer final : public InstrumentLayer {

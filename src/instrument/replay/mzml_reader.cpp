@@ -1,4 +1,4 @@
-#include "instrument/replay/mzml_reader.h"
+#include "instrument/replay/recording.h"
 
 #include <algorithm>
 #include <cmath>

@@ -7,7 +7,7 @@
 
 #include "instrument/peakfinder/measured_peak_list.h"
 #include "instrument/replay/axis_fit.h"
-#include "instrument/replay/mzml_reader.h"
+#include "instrument/replay/recording.h"
 #include "korvane/embedded_parts.h"
 #include "korvane/instrument_contract.h"
 

@@ -1,4 +1,4 @@
-// The content of a recording, as the file states it.
+// The content of a recording, as the file states it, and how it is read: the profile spectra of an mzML file.
 #pragma once
 
 #include <algorithm>
@@ -13,6 +13,7 @@
 #include "korvane/embedded_parts.h"
 #include "korvane/error.h"
 #include "korvane/records.h"
+#include "platform/files.h"
 #include "platform/text.h"
 
 namespace korvane::replay {
@@ -126,5 +127,19 @@ inline constexpr std::int64_t largest_recording_samples = 200'000'000;
 inline constexpr std::int64_t most_samples_for_one = 1000;
 /// Bytes of a compressed file's content, for each of its own.
 inline constexpr std::size_t most_bytes_for_one = 100;
+
+/// Reads mzML 1.1, with or without the index around it, packed by gzip or not. What the file does not say is found out
+/// or assumed, and stands in the notes: the MS level, the polarity, whether a spectrum is a profile (by its spacing),
+/// start times, the sampling frequency. Spectra of other levels, centroids and empty spectra are passed over.
+///
+/// Error -904 from "RecordingReader", naming the file, the spectrum and the item, for: a file that cannot be read, is a
+/// folder, empty, not XML or not mzML; no profile spectrum of the level; both polarities in one spectrum; arrays
+/// missing, damaged, of another length than the spectrum or encoded in an unknown way; m/z that do not ascend from
+/// above 0; numbers that are not finite; more samples than `recording.h` allows.
+Recording read_recording(Files& files, const std::string& file, const RecordingOptions& options = {});
+/// The same of a file's content.
+Recording parse_recording(std::string bytes, const std::string& file, const RecordingOptions& options);
+/// What the file holds, unpacked.
+std::string recording_bytes(Files& files, const std::string& file);
 
 }  // namespace korvane::replay

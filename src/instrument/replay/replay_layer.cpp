@@ -7,8 +7,8 @@
 
 #include "instrument/embedded/instrument.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
-#include "instrument/replay/mzml_reader.h"
 #include "instrument/replay/playback.h"
+#include "instrument/replay/recording.h"
 #include "platform/automation_arithmetic.h"
 
 namespace korvane {
