@@ -109,19 +109,19 @@ HRESULT WINAPI DllCanUnloadNow() {
     return module_uses == 0 ? S_OK : S_FALSE;
 }
 
+/// What is not there is no error.
+HRESULT WINAPI DllUnregisterServer() try { return remove_all(); } catch (...) {
+    return E_OUTOFMEMORY;
+}
+
 /// Takes back what it wrote when it cannot write all.
 HRESULT WINAPI DllRegisterServer() try {
     write_all();
     return S_OK;
 } catch (...) {
     const korvane::Error error = error_in_flight();
-    remove_all();
+    DllUnregisterServer();
     return error.number() < 0 ? error.number() : E_FAIL;
-}
-
-/// What is not there is no error.
-HRESULT WINAPI DllUnregisterServer() try { return remove_all(); } catch (...) {
-    return E_OUTOFMEMORY;
 }
 }
 
