@@ -24,16 +24,16 @@ double average_variance(std::size_t count) {
     return ewma_weight / (2 - ewma_weight) * (1 - std::pow(1 - ewma_weight, 2.0 * static_cast<double>(count)));
 }
 
-/// So many of so many values beyond a limit, to one side.
+/// So many of so many values beyond a limit, to the side of the last one.
 struct Zone {
     std::size_t beyond, of;
     double limit;
 };
 constexpr Zone western_electric_zones[] = {{1, 1, 3}, {2, 3, 2}, {4, 5, 1}, {8, 8, 0}};
 
-bool shows(const Zone& zone, std::span<const double> values, double side) {
-    if (values.size() < zone.beyond) return false;
+bool shows(const Zone& zone, std::span<const double> values) {
     const auto window = values.last(std::min(zone.of, values.size()));
+    const double side = window.back() < 0 ? -1 : 1;
     const auto beyond = [&](double value) { return side * value > zone.limit; };
     return beyond(window.back()) && static_cast<std::size_t>(std::ranges::count_if(window, beyond)) >= zone.beyond;
 }
@@ -43,15 +43,6 @@ double chance_of(double t, std::size_t freedom) {
     const double n = static_cast<double>(freedom);
     const double z = freedom == 0 ? std::abs(t) : (8 * n + 1) / (8 * n + 3) * std::sqrt(n * std::log1p(t * t / n));
     return std::erfc(z / std::sqrt(2.0));
-}
-
-double charted(std::string_view metric, double value) {
-    return is_logarithmic(metric) ? std::log(value) : value;
-}
-
-/// The standard error in the unit of the chart.
-double charted_error(std::string_view metric, const MetricReading& reading) {
-    return is_logarithmic(metric) ? reading.standard_error / reading.value : reading.standard_error;
 }
 
 /// How likely health shows the record's value, or an average `ewma`, so far off or farther, whichever is rarer; nothing
@@ -119,8 +110,7 @@ std::vector<bool> alarms_of(ChartRule rule, std::span<const double> values, cons
                            range > range_limit * guide.mean_moving_range;
                 case ChartRule::western_electric:
                     return std::ranges::any_of(western_electric_zones, [&](const Zone& zone) {
-                        const auto so_far = std::span<const double>(z).first(i + 1);
-                        return shows(zone, so_far, 1) || shows(zone, so_far, -1);
+                        return shows(zone, std::span<const double>(z).first(i + 1));
                     });
                 case ChartRule::cusum:
                     break;
@@ -179,8 +169,9 @@ std::vector<ControlChart> charts_of(TuneHistory& history, const TuneRecord& like
             }
             ControlChart& chart = calibrants.back();
             chart.records.push_back(reading.record);
-            chart.values.push_back(charted(metric, reading.value));
-            const double error = charted_error(metric, reading);
+            const bool is_log = is_logarithmic(metric);
+            chart.values.push_back(is_log ? std::log(reading.value) : reading.value);
+            const double error = reading.standard_error / (is_log ? reading.value : 1);
             variances.back() += (error * error - variances.back()) / static_cast<double>(chart.values.size());
         }
         for (ControlChart& chart : calibrants) judge(chart, options.guide);

@@ -97,10 +97,6 @@ std::unique_ptr<Database> open_database(const std::string& where, bool make) {
 #endif
 }
 
-std::string sql_number(double value) {
-    return std::isfinite(value) ? fmt::format("{}", value) : "NULL";
-}
-
 }  // namespace
 
 struct TuneHistory::State {
@@ -202,11 +198,13 @@ std::int64_t TuneHistory::add(const TuneRecord& record) {
         for (const RecordedCalibrant& calibrant : record.calibrants) {
             if (!calibrant.measured.found()) continue;
             const auto values = metrics_of(calibrant.measured);
-            for (std::size_t i = 0; i < values.size(); ++i)
-                if (std::isfinite(values[i].value))
-                    metrics +=
-                        fmt::format("{}('{}', {}, {}, {}, {})", metrics.empty() ? "" : ", ", tune_metrics[i],
-                                    calibrant.measured.mass, id, values[i].value, sql_number(values[i].standard_error));
+            for (std::size_t i = 0; i < values.size(); ++i) {
+                const auto [value, error] = values[i];
+                if (std::isfinite(value))
+                    metrics += fmt::format("{}('{}', {}, {}, {}, {})", metrics.empty() ? "" : ", ", tune_metrics[i],
+                                           calibrant.measured.mass, id, value,
+                                           std::isfinite(error) ? fmt::format("{}", error) : "NULL");
+            }
         }
         if (!metrics.empty())
             state_->run("INSERT INTO tune_metrics (metric, mz, record, value, standard_error) VALUES " + metrics);

@@ -30,6 +30,28 @@ struct Move {
     std::function<void(double)> write;
 };
 
+PutBack put_back(const Move& move) {
+    PutBack result{move.name, move.before, 0, {}};
+    try {
+        result.now = result.found = move.read();
+        if (result.now == move.before) return result;
+        if (move.ours && result.now != move.ours) {
+            result.failure = "somebody else has moved it since";
+            return result;
+        }
+        move.write(move.before);
+        result.now = move.read();
+        if (result.now != move.before) result.failure = "the instrument does not take it";
+    } catch (const Error& error) {
+        result.failure = error.description();
+    } catch (const std::exception& error) {
+        result.failure = error.what();
+    } catch (...) {
+        result.failure = "unknown fault";
+    }
+    return result;
+}
+
 }  // namespace
 
 struct Restoring::Journal {
@@ -151,32 +173,6 @@ void Restoring::keep_everything() {
     const std::lock_guard lock(journal_->mutex);
     journal_->moves.clear();
 }
-
-namespace {
-
-PutBack put_back(const Move& move) {
-    PutBack result{move.name, move.before, 0, {}};
-    try {
-        result.now = result.found = move.read();
-        if (result.now == move.before) return result;
-        if (move.ours && result.now != move.ours) {
-            result.failure = "somebody else has moved it since";
-            return result;
-        }
-        move.write(move.before);
-        result.now = move.read();
-        if (result.now != move.before) result.failure = "the instrument does not take it";
-    } catch (const Error& error) {
-        result.failure = error.description();
-    } catch (const std::exception& error) {
-        result.failure = error.what();
-    } catch (...) {
-        result.failure = "unknown fault";
-    }
-    return result;
-}
-
-}  // namespace
 
 std::vector<PutBack> Restoring::restore() noexcept {
     const std::lock_guard lock(journal_->mutex);
