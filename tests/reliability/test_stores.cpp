@@ -1,9 +1,7 @@
-// Saves that crash or fail at any place, and the stores against a plain map.
+// Saves that crash or fail at any place.
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <map>
-#include <random>
 
 #include "korvane/abort_helper.h"
 #include "korvane/cal_mass_list.h"
@@ -137,51 +135,6 @@ TEST(FailedFileOperation, IsReportedOnceAndLeavesTheOldFile) {
                                      (stays ? " and after" : " once"));
                         expect_old_or_saved(operation, undisturbed.content(), {at, stays, kind, short_write});
                     }
-    }
-}
-
-using Values = std::map<std::string, std::string>;
-
-std::string preferences_document(const Values& values) {
-    std::string xml = "<TunePreferences>\n";
-    for (const auto& [name, value] : values) xml += "  <" + name + ">" + value + "</" + name + ">\n";
-    return xml + "</TunePreferences>\n";
-}
-
-// Random reads, writes, reloads and edits from outside over two instances; each answers from the copy of its last load.
-TEST(StoresAgainstAMap, AgreeOverTenThousandRandomSequences) {
-    const std::string texts[] = {"0", "1", "Yes", "", " ", "12.5", "\"quoted'", "\xc3\xa4\xe2\x82\xac"};
-    const std::string path = "/base/TunePreferences.xml";
-    for (unsigned seed = 1; seed <= 10000; ++seed) {
-        SCOPED_TRACE(seed);
-        std::mt19937 random(seed);
-        Values file{{"AbortFlag", "0"}, {"Mode", "0"}, {"Limit", "0"}};
-        const MemoryPlatform world;
-        world.disk->put(path, preferences_document(file));
-        struct Client {
-            clsTunePrefsXML store;
-            Values copy = {};
-        } clients[]{{clsTunePrefsXML(world.platform())}, {clsTunePrefsXML(world.platform())}};
-        for (int step = 0; step < 12; ++step) {
-            auto& [store, copy] = clients[random() % 2];
-            auto& [name, value] = *std::next(file.begin(), static_cast<long>(random() % file.size()));
-            const std::string& text = texts[random() % std::size(texts)];
-            const unsigned kind = random() % 5;
-            if (kind == 3) {
-                ASSERT_THROW(store.GetTunePreference("Missing", copy.empty()), Error);
-                if (copy.empty()) copy = file;
-            } else if (kind >= 2) {
-                value = text;
-                if (kind == 4) world.disk->put(path, preferences_document(file));
-                if (kind == 4) continue;
-                store.WriteTunePreference(name, text);
-                copy = file;
-                ASSERT_EQ(*world.disk->content(path), preferences_document(file));
-            } else {
-                if (kind == 0 || copy.empty()) copy = file;
-                ASSERT_EQ(store.GetTunePreference(name, kind == 0), copy.at(name)) << name;
-            }
-        }
     }
 }
 
