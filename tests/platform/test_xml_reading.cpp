@@ -144,18 +144,5 @@ TEST(XmlQuery, RefusesBombsAndMalformedQueriesNamingThem) {
     EXPECT_EQ(document.select_all("/r" + repeated("[1]", 60) + "[@a!='" + std::string(60'000, 'x') + "']").size(), 1U);
 }
 
-TEST(XmlQuery, GivesElementsInDocumentOrderRelativeToTheirContext) {
-    XmlDocument document;
-    ASSERT_FALSE(document.parse("<?r?><r><?b n='0'?><b n='1'/><a n='2'><b n='3'/></a><b n='4'/></r>"));
-    const XmlElement root = *document.select("/r"), inner = *document.select("/r/a");
-    std::string names;
-    for (const auto& found : {document.select_all("//b[@n='4'] | /r/b | //a/b"), inner.select_all("b"),
-                              document.select_all("/r/c"), inner.select_all("preceding-sibling::b")})
-        for (const XmlElement& element : found) names += element.name() + element.attribute("n");
-    EXPECT_EQ(names, "b1b3b4b3b1");
-    EXPECT_EQ(root.select("b")->attribute("n") + root.attribute("none") + inner.select("b")->attribute("n"), "13");
-    EXPECT_FALSE(document.select("/r/c") || root.select("c") || XmlDocument().select("/r"));
-}
-
 }  // namespace
 }  // namespace korvane
