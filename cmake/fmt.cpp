@@ -3,3 +3,4 @@
 
 template fmt::detail::thousands_sep_result<char> fmt::detail::thousands_sep_impl<char>(fmt::detail::locale_ref);
 template char fmt::detail::decimal_point_impl<char>(fmt::detail::locale_ref);
+template std::locale fmt::detail::locale_ref::get<std::locale>() const;
