@@ -67,10 +67,18 @@ class Row(NamedTuple):
     reaches_minimum: bool
     time_error_ns: float
     height_error: float
+    quality: str  # "clipped", "overlapped", "few ions", "misfit 1.8", with commas; "ok"; "-" where none is told
 
     @property
     def found(self) -> bool:
         return self.height == self.height
+
+
+def _quality(clipped: float, overlapped: float, few_ions: float, misfit: float) -> str:
+    if misfit != misfit:
+        return "-"
+    told = [name for name, holds in (("clipped", clipped), ("overlapped", overlapped), ("few ions", few_ions)) if holds]
+    return ", ".join(told + ([f"misfit {misfit:.2g}"] if misfit > 1 else [])) or "ok"
 
 
 class Measurement(Sequence[Row]):
@@ -93,21 +101,21 @@ class Measurement(Sequence[Row]):
 
     def __repr__(self) -> str:
         lines = [f"{'expected m/z':>12}  {'measured m/z':>12}  {'error ppm':>9}  {'time ns':>10}  {'height':>7}  "
-                 f"{'width ns':>8}  {'resolution':>10}"]
+                 f"{'width ns':>8}  {'resolution':>10}  quality"]
         for row in self._rows:
             lines.append(f"{row.expected_mz:12.4f}  {row.measured_mz:12.4f}  {row.error_ppm:9.2f}  {row.time_ns:10.3f}  "
-                         f"{row.height:7.0f}  {row.width_ns:8.3f}  {row.resolution:10.0f}" if row.found
+                         f"{row.height:7.0f}  {row.width_ns:8.3f}  {row.resolution:10.0f}  {row.quality}" if row.found
                          else f"{row.expected_mz:12.4f}  {'no peak':>12}")
         return "\n".join(lines)
 
     def _repr_html_(self) -> str:
-        names = ("expected m/z", "measured m/z", "error ppm", "time ns", "height", "width ns", "resolution", "peak")
+        names = ("expected m/z", "measured m/z", "error ppm", "time ns", "height", "width ns", "resolution", "quality", "peak")
         body = ""
         for row, picture in zip(self._rows, self._pictures):
             cells = [f"{row.expected_mz:.4f}", f"{row.measured_mz:.4f}", f"{row.error_ppm:.2f}", f"{row.time_ns:.3f}",
-                     f"{row.height:.0f}", f"{row.width_ns:.3f}", f"{row.resolution:.0f}"]
+                     f"{row.height:.0f}", f"{row.width_ns:.3f}", f"{row.resolution:.0f}", row.quality]
             if not row.found:
-                cells[1:] = ["no peak"] + [""] * 5
+                cells[1:] = ["no peak"] + [""] * 6
             body += "<tr>" + "".join(f"<td>{html.escape(cell)}</td>" for cell in cells) + f"<td>{picture}</td></tr>"
         return ("<table><thead><tr>" + "".join(f"<th>{html.escape(name)}</th>" for name in names) +
                 f"</tr></thead><tbody>{body}</tbody></table>")
@@ -346,11 +354,12 @@ class Instrument:
         rows: List[Row] = []
         unknown = float("nan")
         for place, (mass, (ns, amu)) in enumerate(zip(masses, records)):
-            stated = errors[place] if place < len(errors) else [unknown] * 5
+            stated = errors[place] if place < len(errors) else [unknown] * 9
             mass = float(mass)
             row = Row(mass, amu.pkCentroid, (amu.pkCentroid - mass) / mass * 1e6, ns.pkCentroid, ns.pkHeight,
-                      ns.pkWidth, amu.pkResolution, ns.pkHeight >= minimum, float(stated[0]), float(stated[1]))
-            none = Row(mass, unknown, unknown, unknown, unknown, unknown, unknown, False, unknown, unknown)
+                      ns.pkWidth, amu.pkResolution, ns.pkHeight >= minimum, float(stated[0]), float(stated[1]),
+                      _quality(*stated[5:]))
+            none = Row(mass, unknown, unknown, unknown, unknown, unknown, unknown, False, unknown, unknown, "-")
             rows.append(row if any(ns) else none)
         return Measurement(rows, [_picture(times, counts, row) for row in rows])
 

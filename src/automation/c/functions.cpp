@@ -249,13 +249,18 @@ int32_t korvane_last_search(korvane_handle parser, korvane_value* outcome) {
 int32_t korvane_last_errors(korvane_handle parser, korvane_value* rows) {
     return guarded([&] {
         constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+        const SpectrumParser& measured = *parser_behind(parser);
         std::vector<double> cells;
-        for (const auto& stated : parser_behind(parser)->last_uncertainties()) {
-            const PeakUncertainty none{unknown, unknown, unknown, unknown, unknown};
-            const PeakUncertainty& row = stated ? *stated : none;
+        for (std::size_t i = 0; i < measured.last_uncertainties().size(); ++i) {
+            const auto row =
+                measured.last_uncertainties()[i].value_or(PeakUncertainty{unknown, unknown, unknown, unknown, unknown});
             cells.insert(cells.end(), {row.centroid, row.height, row.width, row.area, row.ions});
+            const auto& quality = measured.last_qualities()[i];
+            for (const double told : {quality ? quality->clipped : unknown, quality ? quality->overlapped : unknown,
+                                      quality ? quality->few_ions : unknown, quality ? quality->misfit : unknown})
+                cells.push_back(told);
         }
-        give(given(rows, "rows"), table_of(std::move(cells), 5));
+        give(given(rows, "rows"), table_of(std::move(cells), 9));
     });
 }
 
