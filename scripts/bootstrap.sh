@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what the build and the tests need and the machine lacks, with apt. Parts: native (default), python, format,
+# Installs what the build and the tests need and the machine lacks, with apt. Parts: native (default), python, abi, format,
 # windows, history, locale, report, bench, peers, fuzz, package.
 set -euo pipefail
 
@@ -15,6 +15,7 @@ for part in "${@:-native}"; do
     case $part in
         native) wanted+=("${native[@]}") ;;
         python) wanted+=("${python[@]}") ;;
+        abi) wanted+=(abigail-tools) ;;
         format) wanted+=(clang-format) ;;
         windows) wanted+=("${windows[@]}") ;;
         history) wanted+=(postgresql postgresql-common prometheus) ;;
@@ -24,7 +25,7 @@ for part in "${@:-native}"; do
         peers) wanted+=(libopenms-dev libpwiz-dev qtbase5-dev libboost-dev python3-scipy libxml2-dev) ;;
         package) wanted+=(debhelper dh-python dpkg-dev fakeroot lintian mmdebstrap nsis pkgconf man-db zip) ;;
         fuzz) wanted+=(clang-16 libclang-rt-16-dev) ;;
-        *) echo "usage: $0 [native] [python] [format] [windows] [history] [locale] [report] [bench] [peers] [fuzz] [package]" >&2; exit 2 ;;
+        *) echo "usage: $0 [native] [python] [abi] [format] [windows] [history] [locale] [report] [bench] [peers] [fuzz] [package]" >&2; exit 2 ;;
     esac
 done
 

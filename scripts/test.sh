@@ -11,7 +11,7 @@ format() {
 }
 
 native() {
-    scripts/bootstrap.sh native python
+    scripts/bootstrap.sh native python abi
     local preset
     for preset in release asan; do
         echo "== $preset"
