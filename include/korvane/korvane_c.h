@@ -231,8 +231,8 @@ KORVANE_C_API int32_t korvane_on_probe(korvane_handle parser, korvane_probe prob
 /// scaled target, speed-up factor, number of probes; an array of doubles.
 KORVANE_C_API int32_t korvane_last_search(korvane_handle parser, korvane_value* outcome);
 /// Standard errors of the last GetPeakInfoForCalibrantMasses, a row a calibrant: centroid (ns), height, width (ns),
-/// area, number of ions; and the quality of the peak: clipped, overlapped, few ions (1 or 0), misfit. NaN where none are
-/// stated. A matrix of doubles.
+/// area, number of ions; and the quality of the peak: clipped, overlapped, few ions (1 or 0), misfit. NaN where none
+/// are stated. A matrix of doubles.
 KORVANE_C_API int32_t korvane_last_errors(korvane_handle parser, korvane_value* rows);
 
 /// The member tables as JSON: classes, records, enumerations, and the objects of a layer.
