@@ -47,7 +47,7 @@ constexpr Lens lenses[] = {
     {"FragmentTune", 30, true}, {"Skimmer1", 31, false}, {"Oct1RF", 33, true}, {"MCP", 60, true}};
 
 simulation::ResponseCurve curve_of(std::int32_t setpoint) {
-    for (const auto& curve : simulation::default_responses())
+    for (const auto& curve : simulation::default_scene().responses)
         if (curve.setpoint == setpoint) return curve;
     std::abort();
 }
