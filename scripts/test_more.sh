@@ -27,7 +27,7 @@ run_locale() {
     local -A filters=(
         [spectrum]='-NewSpectrum.SecondSpectrum*:CalibrantPeaks.W*:VerifySpectrum.Rehearsed*:DualGain.MostAbundant*'
         [abundance]='-*SearchModel*' [instrument_simulator]='*' [instrument_masstime]='*'
-        [reliability]='AbortRace*' [apps]='Everywhere.ABaseFolder*')
+        [reliability]='Writers*' [apps]='Everywhere.ABaseFolder*')
     local programs=("${!filters[@]}")
     cmake --build --preset release --target "${programs[@]/#/test_}"
     for program in "${programs[@]}"; do
