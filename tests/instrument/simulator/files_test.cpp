@@ -1,4 +1,4 @@
-// Scene and state files: the ready scenes, the documentation, what is read back and what is refused.
+// Scene and state files: the documentation, what is read back and what is refused.
 #include <gtest/gtest.h>
 
 #include <fmt/format.h>
@@ -16,14 +16,6 @@ namespace {
 
 const std::filesystem::path root = KORVANE_SOURCE_DIR;
 const std::string state_head = R"({"format": "korvane simulator state", "version": 1)";
-
-TEST(Scenes, EveryReadySceneLoadsAndGivesASpectrum) {
-    for (const auto& entry : std::filesystem::directory_iterator(root / "data/scenes")) {
-        SimulatorBench bench(read_text(entry.path()));
-        bench.metadata("Polarity");  // one scene's first spectrum comes empty
-        EXPECT_GT(bench.acquire().y_data.size(), 100000u) << entry.path();
-    }
-}
 
 TEST(Setpoints, EveryOneIsDocumented) {
     const std::string document = read_text(root / "docs/simulator.md");
