@@ -1,9 +1,8 @@
-// The same members from C++ that bench/python/calls.py calls from Python: no argument, and eight, refused by the search
-// since an abort stands.
+// The same members from C++ that bench/python/calls.py calls from Python: without arguments, and refused since there is
+// no such setpoint, with one argument and with eight.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
-#include "korvane/abort_helper.h"
 #include "korvane/embedded.h"
 #include "korvane/spectrum_parser.h"
 #include "korvane/tune_globals.h"
@@ -26,17 +25,27 @@ void member_without_arguments(benchmark::State& state) {
 }
 BENCHMARK(member_without_arguments);
 
-void member_with_eight_arguments(benchmark::State& state) {
+void refused_with_one_argument(benchmark::State& state) {
     const Platform platform = embedded_platform();
-    AbortHelper(platform).TriggerAbort();
-    SpectrumParser parser(platform);
+    TuneGlobals globals(platform);
     for (auto _ : state) try {
-            parser.BinaryAdjustAbundanceDownUsingThisSetpoint(22, 566.89, 50000, 30, true, 0, 200, 1);
+            benchmark::DoNotOptimize(globals.GetMSSetpointValueByIdx(9999));
         } catch (const Error& error) {
             benchmark::DoNotOptimize(error.number());
         }
 }
-BENCHMARK(member_with_eight_arguments);
+BENCHMARK(refused_with_one_argument);
+
+void refused_with_eight_arguments(benchmark::State& state) {
+    const Platform platform = embedded_platform();
+    SpectrumParser parser(platform);
+    for (auto _ : state) try {
+            parser.BinaryAdjustAbundanceDownUsingThisSetpoint(9999, 566.89, 50000, 30, true, 0, 200, 1);
+        } catch (const Error& error) {
+            benchmark::DoNotOptimize(error.number());
+        }
+}
+BENCHMARK(refused_with_eight_arguments);
 
 }  // namespace
 }  // namespace korvane::bench
