@@ -225,10 +225,11 @@ bool is_wing(const SearchContext& context, std::span<const FittedPeak> peaks, st
         if (cut && distance <= clipped_wing_sigmas) return other.area > clipped_wing_of_area * peak.area;
         return is_wide && other.area > wing_of_area * peak.area;
     };
+    const double reach = is_wide ? wing_reach_sigmas : clipped_wing_sigmas;
     for (const int direction : {-1, 1})
         for (Index i = index + direction; i >= 0 && i < std::ssize(peaks); i += direction) {
             const double distance = std::abs(peaks[i].fit.shape.centre - peak.fit.shape.centre) / expected;
-            if (distance > wing_reach_sigmas) break;
+            if (distance > reach) break;
             if (is_wing_of(peaks[i], distance)) return true;
         }
     return false;
