@@ -40,6 +40,14 @@ void convert_peaks(PeakList& peaks, const CalibrationObject& calibration, std::i
     peaks.convert(*calibration, mode);
 }
 
+Value default_value_of(const Parameter& parameter) {
+    const auto as_value = [](const auto& content) -> Value {
+        if constexpr (requires { Value(content); }) return content;
+        return Missing{};
+    };
+    return std::visit(as_value, parameter.default_value);
+}
+
 std::span<const ClassDescription> class_descriptions() {
     static const std::array<ClassDescription, 8> classes{{
         {"TuneGlobals", "6e684b45-8112-40cc-a61a-aec826883ccd", "9bc6a968-e3f2-43c0-a64a-297d3a1ee9f1",

@@ -66,14 +66,6 @@ private:
 
 }  // namespace
 
-Value default_value_of(const Parameter& parameter) {
-    const auto as_value = [](const auto& content) -> Value {
-        if constexpr (requires { Value(content); }) return content;
-        return Missing{};
-    };
-    return std::visit(as_value, parameter.default_value);
-}
-
 CallFrame::CallFrame() : outer(std::exchange(innermost_frame, this)) {}
 
 CallFrame::~CallFrame() {

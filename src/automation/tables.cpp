@@ -53,13 +53,9 @@ void describe_class(std::string& out, const ClassDescription& description) {
 void describe_records(std::string& out) {
     out += "\n## Records\n";
     for (const RecordDescription& record : record_descriptions()) {
-        out += fmt::format("\n`{}`: {} Fields:", record.name, record.help);
-        std::string_view separator = " ";
-        for (const std::string_view field : record.fields) {
-            out += fmt::format("{}`{}` ({})", separator, field, DeclaredType{record.kind}.signature_text());
-            separator = ", ";
-        }
-        out += ".\n";
+        const std::string after = fmt::format("` ({})", DeclaredType{record.kind}.signature_text());
+        out += fmt::format("\n`{}`: {} Fields: `{}{}.\n", record.name, record.help,
+                           fmt::join(record.fields, after + ", `"), after);
     }
 }
 
@@ -114,14 +110,14 @@ Json classes_json(std::span<const ClassDescription> descriptions) {
 }  // namespace
 
 std::string signature_text(const Member& member) {
-    std::string parameters;
-    for (const Parameter& parameter : member.parameters())
-        parameters += (parameters.empty() ? "" : ", ") + parameter_as_written(parameter);
+    std::vector<std::string> parameters;
+    for (const Parameter& parameter : member.parameters()) parameters.push_back(parameter_as_written(parameter));
     std::string kind = member.result.kind == TypeKind::none ? "Sub" : "Function";
     if (member.access == Access::get) kind = "Property Get";
     if (member.access == Access::put) kind = "Property Let";
     const std::string result = member.result.signature_text();
-    return fmt::format("{} {}({}){}", kind, member.name, parameters, result.empty() ? "" : " As " + result);
+    return fmt::format("{} {}({}){}", kind, member.name, fmt::join(parameters, ", "),
+                       result.empty() ? "" : " As " + result);
 }
 
 std::vector<MemberSummary> member_summaries() {

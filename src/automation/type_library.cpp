@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <bit>
 #include <utility>
 
 #include "automation/class_description.h"
@@ -51,24 +50,13 @@ typedef struct tagVARIANT { long x; } VARIANT;
 
 )";
 
-/// Empty where there is no default.
-struct DefaultText {
-    std::string operator()(std::monostate) const { return {}; }
-    std::string operator()(bool truth) const { return truth ? "-1" : "0"; }
-    std::string operator()(std::int32_t number) const { return std::to_string(number); }
-    std::string operator()(double number) const { return fmt::format("{}", number); }
-    std::string operator()(const char* text) const { return fmt::format("\"{}\"", text); }
-};
-
 std::string default_text(const Parameter& parameter, IdlDialect dialect) {
     const TypeKind kind = parameter.type.kind;
-    if (dialect == IdlDialect::widl) {
-        if (kind == TypeKind::single)
-            return std::to_string(
-                std::bit_cast<std::int32_t>(static_cast<float>(std::get<double>(parameter.default_value))));
-        if (kind == TypeKind::real || kind == TypeKind::text || kind == TypeKind::variant) return "0";
-    }
-    return std::visit(DefaultText{}, parameter.default_value);
+    const bool is_whole = kind == TypeKind::boolean || kind == TypeKind::long_integer || kind == TypeKind::enumeration;
+    if (dialect == IdlDialect::widl && !is_whole) return "0";
+    const Value value = default_value_of(parameter);
+    if (const auto* text = value.get_if<std::string>()) return "\"" + *text + "\"";
+    return fmt::format("{}", value.as_double());
 }
 
 std::string parameter_text(const Parameter& parameter, IdlDialect dialect) {
@@ -81,25 +69,20 @@ std::string parameter_text(const Parameter& parameter, IdlDialect dialect) {
 
 void write_member(std::string& out, const Member& member, IdlDialect dialect) {
     static constexpr std::string_view kinds[]{"", ", propget", ", propput"};
-    out += fmt::format("        [id({}){}, helpstring(\"{}\")]\n        HRESULT {}(", member.dispid,
-                       kinds[static_cast<std::size_t>(member.access)], member.help, member.name);
-    std::string_view separator = "";
-    const auto write_line = [&](const std::string& text) {
-        out += fmt::format("{}\n            {}", separator, text);
-        separator = ",";
-    };
-    for (const Parameter& parameter : member.parameters()) write_line(parameter_text(parameter, dialect));
-    if (member.result.kind != TypeKind::none) write_line("[out, retval] " + member.result.idl_text() + "* result");
-    out += ");\n";
+    std::vector<std::string> lines;
+    for (const Parameter& parameter : member.parameters()) lines.push_back(parameter_text(parameter, dialect));
+    if (member.result.kind != TypeKind::none) lines.push_back("[out, retval] " + member.result.idl_text() + "* result");
+    out += fmt::format("        [id({}){}, helpstring(\"{}\")]\n        HRESULT {}({}{});\n", member.dispid,
+                       kinds[static_cast<std::size_t>(member.access)], member.help, member.name,
+                       lines.empty() ? "" : "\n            ", fmt::join(lines, ",\n            "));
 }
 
 void write_enumerations(std::string& out) {
     for (const EnumerationDescription& enumeration : enumeration_descriptions()) {
-        out += fmt::format("    typedef enum {} {{\n", enumeration.name);
-        for (const Enumerator& member : enumeration.members)
-            out += fmt::format("        {} = {}{}\n", member.name, member.value,
-                               &member == &enumeration.members.back() ? "" : ",");
-        out += fmt::format("    }} {};\n\n", enumeration.name);
+        std::vector<std::string> lines;
+        for (const auto& [name, value] : enumeration.members) lines.push_back(fmt::format("{} = {}", name, value));
+        out += fmt::format("    typedef enum {0} {{\n        {1}\n    }} {0};\n\n", enumeration.name,
+                           fmt::join(lines, ",\n        "));
     }
 }
 
