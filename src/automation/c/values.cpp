@@ -41,25 +41,16 @@ Array::Storage numbers_from(const korvane_value& value) {
 
 Array::Storage storage_from(const korvane_value& value) {
     if (value.count > 0) given(static_cast<const char*>(value.as.data), "the array");
-    switch (value.element) {
-        case KORVANE_INT16:
-            return numbers_from<std::int16_t>(value);
-        case KORVANE_INT32:
-            return numbers_from<std::int32_t>(value);
-        case KORVANE_SINGLE:
-            return numbers_from<float>(value);
-        case KORVANE_DOUBLE:
-            return numbers_from<double>(value);
-        case KORVANE_EMPTY:
-        case KORVANE_TEXT:
-        case KORVANE_OBJECT:
-        case KORVANE_RECORD:
-            std::vector<Value> elements;
-            for (const korvane_value& each : std::span(value.as.values, value.count))
-                elements.push_back(value_from(each));
-            return std::make_shared<const std::vector<Value>>(std::move(elements));
-    }
-    raise_runtime_fault(error_number::type_mismatch, "array elements of kind " + std::to_string(value.element));
+    if (value.element == KORVANE_INT16) return numbers_from<std::int16_t>(value);
+    if (value.element == KORVANE_INT32) return numbers_from<std::int32_t>(value);
+    if (value.element == KORVANE_SINGLE) return numbers_from<float>(value);
+    if (value.element == KORVANE_DOUBLE) return numbers_from<double>(value);
+    constexpr int32_t as_values[]{KORVANE_EMPTY, KORVANE_TEXT, KORVANE_OBJECT, KORVANE_RECORD};
+    if (!std::ranges::count(as_values, value.element))
+        raise_runtime_fault(error_number::type_mismatch, "array elements of kind ", value.element);
+    std::vector<Value> elements;
+    std::ranges::transform(std::span(value.as.values, value.count), std::back_inserter(elements), value_from);
+    return std::make_shared<const std::vector<Value>>(std::move(elements));
 }
 
 Array array_from_c(const korvane_value& value) {
@@ -71,6 +62,23 @@ Array array_from_c(const korvane_value& value) {
         bounds.push_back({value.bounds[dimension].lower, value.bounds[dimension].count});
     return Array(std::move(bounds), storage_from(value));
 }
+
+/// How a value of each kind is read.
+constexpr Value (*readers[])(const korvane_value& value){
+    [](const korvane_value&) -> Value { return Empty{}; },
+    [](const korvane_value&) -> Value { return Missing{}; },
+    [](const korvane_value&) -> Value { return Null{}; },
+    [](const korvane_value& value) -> Value { return value.as.integer != 0; },
+    [](const korvane_value& value) -> Value { return Value(value.as.integer).as_int16(); },
+    [](const korvane_value& value) -> Value { return value.as.integer; },
+    [](const korvane_value& value) -> Value { return static_cast<float>(value.as.number); },
+    [](const korvane_value& value) -> Value { return value.as.number; },
+    [](const korvane_value& value) -> Value { return Date{value.as.number}; },
+    [](const korvane_value& value) -> Value { return text_from(value); },
+    [](const korvane_value& value) -> Value { return value.as.object == 0 ? Object{} : object_of(value.as.object); },
+    [](const korvane_value& value) -> Value { return record_from(value); },
+    [](const korvane_value& value) -> Value { return array_from_c(value); }};
+static_assert(std::size(readers) == KORVANE_ARRAY + 1);
 
 template <class T, class... Kinds>
 constexpr int32_t place_among(std::type_identity<std::variant<Kinds...>>) {
@@ -169,35 +177,8 @@ int32_t note_error() noexcept {
 }
 
 Value value_from(const korvane_value& value) {
-    switch (value.kind) {
-        case KORVANE_EMPTY:
-            return Empty{};
-        case KORVANE_MISSING:
-            return Missing{};
-        case KORVANE_NULL:
-            return Null{};
-        case KORVANE_BOOLEAN:
-            return value.as.integer != 0;
-        case KORVANE_INT16:
-            return Value(value.as.integer).as_int16();
-        case KORVANE_INT32:
-            return value.as.integer;
-        case KORVANE_SINGLE:
-            return static_cast<float>(value.as.number);
-        case KORVANE_DOUBLE:
-            return value.as.number;
-        case KORVANE_DATE:
-            return Date{value.as.number};
-        case KORVANE_TEXT:
-            return text_from(value);
-        case KORVANE_OBJECT:
-            return value.as.object == 0 ? Object{} : object_of(value.as.object);
-        case KORVANE_RECORD:
-            return record_from(value);
-        case KORVANE_ARRAY:
-            return array_from_c(value);
-    }
-    raise_runtime_fault(error_number::type_mismatch, "a value of kind " + std::to_string(value.kind));
+    if (value.kind >= 0 && value.kind < static_cast<int32_t>(std::size(readers))) return readers[value.kind](value);
+    raise_runtime_fault(error_number::type_mismatch, "a value of kind ", value.kind);
 }
 
 void give(korvane_value& place, Value value) {

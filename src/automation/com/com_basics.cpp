@@ -2,7 +2,6 @@
 
 #include "automation/com/com_basics.h"
 
-#include <array>
 #include <new>
 
 #include "frame/routine.h"
@@ -16,17 +15,12 @@ constexpr std::int32_t control_mask = static_cast<std::int32_t>(0xFFFF0000);
 constexpr std::int32_t largest_small_number = 65535;
 constexpr std::int32_t out_of_memory = 7;
 
-struct KnownCode {
-    HRESULT code;
-    std::int32_t number;
-};
 // The codes of late binding itself and the numbers under which scripts know them.
-constexpr std::array known_codes{
-    KnownCode{DISP_E_TYPEMISMATCH, 13},      KnownCode{DISP_E_OVERFLOW, 6},         KnownCode{DISP_E_BADINDEX, 9},
-    KnownCode{DISP_E_DIVBYZERO, 11},         KnownCode{DISP_E_MEMBERNOTFOUND, 438}, KnownCode{DISP_E_UNKNOWNNAME, 438},
-    KnownCode{DISP_E_PARAMNOTOPTIONAL, 449}, KnownCode{DISP_E_BADPARAMCOUNT, 450},  KnownCode{E_OUTOFMEMORY, 7},
-    KnownCode{REGDB_E_CLASSNOTREG, 429},     KnownCode{CO_E_CLASSSTRING, 429},
-};
+constexpr std::pair<HRESULT, std::int32_t> known_codes[]{
+    {DISP_E_TYPEMISMATCH, 13},      {DISP_E_OVERFLOW, 6},         {DISP_E_BADINDEX, 9},
+    {DISP_E_DIVBYZERO, 11},         {DISP_E_MEMBERNOTFOUND, 438}, {DISP_E_UNKNOWNNAME, 438},
+    {DISP_E_PARAMNOTOPTIONAL, 449}, {DISP_E_BADPARAMCOUNT, 450},  {E_OUTOFMEMORY, 7},
+    {REGDB_E_CLASSNOTREG, 429},     {CO_E_CLASSSTRING, 429}};
 
 }  // namespace
 
@@ -79,8 +73,8 @@ HRESULT code_of_number(std::int32_t number) {
 
 std::int32_t number_of_code(HRESULT code) {
     if ((code & control_mask) == control_facility) return code & largest_small_number;
-    for (const KnownCode& known : known_codes)
-        if (known.code == code) return known.number;
+    for (const auto& [known, number] : known_codes)
+        if (known == code) return number;
     return code;
 }
 

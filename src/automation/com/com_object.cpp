@@ -129,18 +129,12 @@ public:
 /// A conversion that failed: what late binding itself has a code for goes by it, with the argument's place.
 HRESULT report_argument(const ArgumentError& error, UINT place, EXCEPINFO* details, UINT* wrong) {
     if (wrong) *wrong = place;
-    switch (error.number()) {
-        case argument_not_optional:
-            return DISP_E_PARAMNOTOPTIONAL;
-        case error_number::type_mismatch:
-        case invalid_use_of_null:
-        case object_required:
-            return DISP_E_TYPEMISMATCH;
-        case error_number::overflow:
-            return DISP_E_OVERFLOW;
-        default:
-            return report_exception(error, details);
-    }
+    const std::int32_t number = error.number();
+    if (number == argument_not_optional) return DISP_E_PARAMNOTOPTIONAL;
+    if (number == error_number::overflow) return DISP_E_OVERFLOW;
+    if (number == error_number::type_mismatch || number == invalid_use_of_null || number == object_required)
+        return DISP_E_TYPEMISMATCH;
+    return report_exception(error, details);
 }
 
 /// A reference to a variable of a declared type.
