@@ -134,12 +134,16 @@ std::int32_t NativeObject::dispid_of(std::string_view member) const {
     return dispid;
 }
 
+const Member& NativeObject::member(std::int32_t dispid, Access access) const {
+    if (const Member* const known = description_.find(dispid, access)) return *known;
+    raise_runtime_fault(no_such_member, class_name() + ", member number " + std::to_string(dispid));
+}
+
 Value NativeObject::invoke(std::int32_t dispid, Arguments& arguments, Access access) {
-    const Member* const member = description_.find(dispid, access);
-    if (!member) raise_runtime_fault(no_such_member, class_name() + ", member number " + std::to_string(dispid));
-    ValueArguments caller(*member, arguments);
+    const Member& called = member(dispid, access);
+    ValueArguments caller(called, arguments);
     try {
-        return call_member(*member, target_, caller);
+        return call_member(called, target_, caller);
     } catch (...) {
         throw current_error();
     }

@@ -50,17 +50,14 @@ protected:
     /// Calls a member with native arguments.
     template <class... A>
     Answer ask(std::string_view member, const A&... arguments) const {
-        return {member, naming(member, [&] { return object->call(member, {Native<A>::to(arguments)...}); })};
+        return {member,
+                naming_errors<Interface>(member, [&] { return object->call(member, {Native<A>::to(arguments)...}); })};
     }
     /// The same for an object, which must not be Nothing.
     template <class T, class... A>
     T ask_for_object(std::string_view member, const A&... arguments) const {
-        return naming(member,
-                      [&] { return required(Native<T>::from(object->call(member, {Native<A>::to(arguments)...}))); });
-    }
-    template <class Body>
-    auto naming(std::string_view member, Body body) const {
-        return naming_errors<Interface>(member, body);
+        return naming_errors<Interface>(
+            member, [&] { return required(Native<T>::from(object->call(member, {Native<A>::to(arguments)...}))); });
     }
 };
 
@@ -96,14 +93,14 @@ struct LateBoundPeakList final : LateBoundAdapter<PeakList> {
 };
 
 /// An adapter for an object that has the member by which its kind is known.
-template <class Bound>
-std::shared_ptr<Bound> adapted(const Object& object, const char* member, std::string_view wanted) {
+template <class Bound, class Interface>
+std::shared_ptr<Interface> adapted(const Object& object, const char* member) {
     try {
         object->dispid_of(member);
     } catch (const Error& error) {
         if (error.number() != no_such_member) throw;
-        raise_runtime_fault(error_number::type_mismatch, "an object ", object->class_name(), " is no ", wanted,
-                            ": it has no ", member);
+        raise_runtime_fault(error_number::type_mismatch, "an object ", object->class_name(), " is no ",
+                            type_name<Interface>, ": it has no ", member);
     }
     return std::make_shared<Bound>(object);
 }
@@ -128,7 +125,7 @@ struct LateBoundSetpoints final : LateBoundAdapter<SetpointTable> {
 struct LateBoundControl final : LateBoundAdapter<InstrumentControl> {
     using LateBoundAdapter::LateBoundAdapter;
     void GetNextSpectrum(AcquiredSpectrum& spectrum) override {
-        naming("GetNextSpectrum", [&] {
+        naming_errors<InstrumentControl>("GetNextSpectrum", [&] {
             Arguments arguments{{0.0, 0.0, 0, Empty{}, Empty{}, Empty{}, 0.0, 0.0}, {}};
             object->invoke("GetNextSpectrum", arguments);
             auto filled = arguments.positional.begin();
@@ -255,14 +252,11 @@ private:
 
 }  // namespace
 
-template <>
-std::shared_ptr<MassTimeCalibration> adapt(const Object& object) {
-    return adapted<LateBoundCalibration>(object, "MassFromTime", type_name<MassTimeCalibration>);
-}
-
-template <>
-std::shared_ptr<PeakList> adapt(const Object& object) {
-    return adapted<LateBoundPeakList>(object, "GetPeakAttributeInfo", type_name<PeakList>);
+std::shared_ptr<void> adapt(const Object& object, std::string_view class_name) {
+    if (class_name == type_name<MassTimeCalibration>)
+        return adapted<LateBoundCalibration, MassTimeCalibration>(object, "MassFromTime");
+    if (class_name == type_name<PeakList>) return adapted<LateBoundPeakList, PeakList>(object, "GetPeakAttributeInfo");
+    return nullptr;
 }
 
 std::shared_ptr<InstrumentLayer> make_late_bound_layer(std::function<Object()> layer) {

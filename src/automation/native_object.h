@@ -7,13 +7,12 @@
 
 #include "automation/type_names.h"
 #include "korvane/automation.h"
-#include "korvane/mass_time.h"
-#include "korvane/peak_finder.h"
 #include "platform/text.h"
 
 namespace korvane::automation {
 
 struct ClassDescription;
+struct Member;
 
 /// Objects behind the interfaces of the instrument cross the border.
 template <class C>
@@ -32,6 +31,8 @@ public:
     std::int32_t dispid_of(std::string_view member) const override;
     Value invoke(std::int32_t dispid, Arguments& arguments, Access access) override;
 
+    /// The member of a number that serves an access. Error 438 where there is none.
+    const Member& member(std::int32_t dispid, Access access) const;
     const ClassDescription& description() const noexcept { return description_; }
     const std::shared_ptr<void>& target() const noexcept { return target_; }
 
@@ -50,23 +51,15 @@ struct Adapter {
     const Object object;
 };
 
-/// The classes in whose place members take somebody else's objects, with the members of the class.
-template <class C>
-inline constexpr bool is_adapted = std::is_same_v<C, MassTimeCalibration> || std::is_same_v<C, PeakList>;
-/// Error 13 naming the object's class where it lacks the members.
-template <class C>
-std::shared_ptr<C> adapt(const Object& object);
-template <>
-std::shared_ptr<MassTimeCalibration> adapt(const Object& object);
-template <>
-std::shared_ptr<PeakList> adapt(const Object& object);
+/// Somebody else's object, with the members of the class, as one of the class; null for a class in whose place members
+/// take none. Error 13 naming the object's class where it lacks the members.
+std::shared_ptr<void> adapt(const Object& object, std::string_view class_name);
 
 /// Nothing for null. An adapted object comes back as itself.
 template <ObjectClass C>
 Object make_object(std::shared_ptr<C> target) {
     if (!target) return nullptr;
-    if constexpr (is_adapted<C>)
-        if (const auto* adapter = dynamic_cast<const Adapter*>(target.get())) return adapter->object;
+    if (const auto* adapter = dynamic_cast<const Adapter*>(target.get())) return adapter->object;
     return std::make_shared<NativeObject>(class_of(type_name<C>), std::move(target));
 }
 
@@ -74,9 +67,9 @@ Object make_object(std::shared_ptr<C> target) {
 template <ObjectClass C>
 std::shared_ptr<C> native_from(const Object& object) {
     if (!object) return nullptr;
-    if (auto target = target_of(object, class_of(type_name<C>))) return std::static_pointer_cast<C>(std::move(target));
-    if constexpr (is_adapted<C>)
-        if (!dynamic_cast<const NativeObject*>(object.get())) return adapt<C>(object);
+    const bool is_native = dynamic_cast<const NativeObject*>(object.get());
+    if (auto target = is_native ? target_of(object, class_of(type_name<C>)) : adapt(object, type_name<C>))
+        return std::static_pointer_cast<C>(std::move(target));
     raise_runtime_fault(error_number::type_mismatch, "an object ", object->class_name(), " is no ", type_name<C>);
 }
 

@@ -96,12 +96,10 @@ Value value_of_object(const Json& json) {
 }
 
 struct CalledMember {
-    Value call(Arguments& arguments) const { return object->invoke(dispid, arguments, access); }
+    Value call(Arguments& arguments) const { return object->invoke(member.dispid, arguments, member.access); }
 
     Object object;
-    std::int32_t dispid;
-    Access access;
-    const Member* description;  ///< null for a use that the member does not have
+    const Member& member;
 };
 
 /// By "CLASS.MEMBER" or "CLASS.PROPERTY=".
@@ -112,7 +110,7 @@ CalledMember called_member(TextCalls& calls, std::string text) {
     if (point == std::string::npos) raise_runtime_fault(error_number::invalid_call, text + " is no CLASS.MEMBER");
     const Object object = calls.object_of(text.substr(0, point));
     const std::int32_t dispid = object->dispid_of(text.substr(point + 1));
-    return {object, dispid, access, static_cast<const NativeObject&>(*object).description().find(dispid, access)};
+    return {object, static_cast<const NativeObject&>(*object).member(dispid, access)};
 }
 
 Value value_of(TextCalls& calls, const Json& json) {
@@ -124,10 +122,9 @@ Value value_of(TextCalls& calls, const Json& json) {
 }
 
 /// A text for a parameter that takes one stays as it is written, unless it is a JSON text or null.
-Value argument_of(TextCalls& calls, const std::string& text, const Parameter* parameter) {
+Value argument_of(TextCalls& calls, const std::string& text, const Parameter& parameter) {
     const Json json = Json::parse(text, nullptr, false);
-    const bool wants_text = parameter && parameter->type.kind == TypeKind::text;
-    if (wants_text && !json.is_string() && !json.is_null()) return text;
+    if (parameter.type.kind == TypeKind::text && !json.is_string() && !json.is_null()) return text;
     if (!json.is_discarded()) return value_of(calls, json);
     const auto first = text.find_first_not_of(" \t\r\n");
     if (first != std::string::npos && (text[first] == '[' || text[first] == '{'))
@@ -136,11 +133,10 @@ Value argument_of(TextCalls& calls, const std::string& text, const Parameter* pa
 }
 
 /// Splits "name=text" where the name is a parameter's.
-const Parameter* named_parameter(const Member* member, const std::string& text) {
+const Parameter* named_parameter(const Member& member, const std::string& text) {
     const auto sign = text.find('=');
-    if (!member || sign == std::string::npos) return nullptr;
-    const auto place = parameter_place(*member, std::string_view(text).substr(0, sign));
-    return place < 0 ? nullptr : &member->parameter_slots[static_cast<std::size_t>(place)];
+    const auto place = sign == std::string::npos ? -1 : parameter_place(member, text.substr(0, sign));
+    return place < 0 ? nullptr : &member.parameter_slots[static_cast<std::size_t>(place)];
 }
 
 }  // namespace
@@ -162,20 +158,12 @@ Json json_of(const Value& value) {
 }
 
 Value value_of_json(const Json& json) {
-    switch (json.type()) {
-        case Json::value_t::null:
-            return Null{};
-        case Json::value_t::boolean:
-            return json.get<bool>();
-        case Json::value_t::string:
-            return json.get<std::string>();
-        case Json::value_t::array:
-            return value_of_array(json);
-        case Json::value_t::object:
-            return value_of_object(json);
-        default:
-            return value_of_number(json);
-    }
+    if (json.is_null()) return Null{};
+    if (json.is_boolean()) return json.get<bool>();
+    if (json.is_string()) return json.get<std::string>();
+    if (json.is_array()) return value_of_array(json);
+    if (json.is_object()) return value_of_object(json);
+    return value_of_number(json);
 }
 
 Object TextCalls::object_of(const std::string& class_name) {
@@ -188,18 +176,17 @@ Object TextCalls::object_of(const std::string& class_name) {
 std::string TextCalls::call(const std::vector<std::string>& words, int indent) {
     if (words.empty()) raise_runtime_fault(error_number::invalid_call, "CLASS.MEMBER is missing");
     const CalledMember target = called_member(*this, words.front());
-    const Member* const description = target.description;
+    const auto& parameters = target.member.parameter_slots;
     Arguments values;
     for (std::size_t word = 1; word < words.size(); ++word) {
         const std::string& text = words[word];
-        if (const Parameter* const named = named_parameter(description, text)) {
+        if (const Parameter* const named = named_parameter(target.member, text)) {
             const std::string rest = text.substr(named->name.size() + 1);
-            values.named.emplace_back(named->name, argument_of(*this, rest, named));
+            values.named.emplace_back(named->name, argument_of(*this, rest, *named));
             continue;
         }
         const std::size_t place = values.positional.size();
-        const bool has_parameter = description && place < description->parameter_count;
-        const Parameter* const parameter = has_parameter ? &description->parameter_slots[place] : nullptr;
+        const Parameter parameter = place < parameters.size() ? parameters[place] : Parameter();
         values.positional.push_back(argument_of(*this, text, parameter));
     }
     const Arguments given = values;
@@ -208,7 +195,7 @@ std::string TextCalls::call(const std::vector<std::string>& words, int indent) {
         if (!(before == after)) json["by_reference"][std::string(name)] = json_of(after);
     };
     for (std::size_t place = 0; place < values.positional.size(); ++place)
-        report(description->parameter_slots[place].name, given.positional[place], values.positional[place]);
+        report(parameters[place].name, given.positional[place], values.positional[place]);
     for (std::size_t place = 0; place < values.named.size(); ++place)
         report(values.named[place].first, given.named[place].second, values.named[place].second);
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);
