@@ -1,6 +1,7 @@
 // One member of a class: what a line of a member table makes.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -189,6 +190,13 @@ constexpr Member make_member(Access access, std::int32_t dispid, std::string_vie
     return member;
 }
 
+constexpr std::span<const Member> members_of(const Member& member) {
+    return {&member, 1};
+}
+constexpr std::span<const Member> members_of(const std::array<Member, 2>& get_and_put) {
+    return get_and_put;
+}
+
 }  // namespace detail
 
 /// A method: a member function, which lends its name, or a named function that takes the object first.
@@ -215,19 +223,10 @@ constexpr std::array<Member, 2> property(std::int32_t dispid, std::string_view h
 template <class... Rows>
 constexpr auto member_table(const Rows&... rows) {
     std::array<Member, ((sizeof(Rows) / sizeof(Member)) + ...)> table;
-    std::size_t count = 0;
-    const auto add = [&](const Member& member) {
-        if (member.dispid < 1 || (count > 0 && member.dispid < table[count - 1].dispid)) throw "numbers ascend from 1";
-        table[count++] = member;
-    };
-    const auto add_row = [&](const auto& row) {
-        if constexpr (std::is_same_v<std::remove_cvref_t<decltype(row)>, Member>) {
-            add(row);
-        } else {
-            for (const Member& member : row) add(member);
-        }
-    };
-    (add_row(rows), ...);
+    auto* end = table.begin();
+    const auto add = [&](std::span<const Member> members) { end = std::ranges::copy(members, end).out; };
+    (add(detail::members_of(rows)), ...);
+    if (table.front().dispid < 1 || !std::ranges::is_sorted(table, {}, &Member::dispid)) throw "numbers ascend from 1";
     return table;
 }
 

@@ -199,19 +199,17 @@ template <class T>
 struct Native<VariantMatrix<T>> : AsVariant {
     static VariantMatrix<T> from(const Value& value) {
         const Array& array = detail::array_of_rank(value, 2);
-        std::size_t counts[2], skipped[2];
-        for (std::size_t dimension = 0; dimension < 2; ++dimension) {
-            const auto [lower, count] = array.bounds()[dimension];
-            if (lower > 0) raise_runtime_fault(error_number::subscript, "index 0");
-            skipped[dimension] = std::min(static_cast<std::size_t>(-static_cast<std::int64_t>(lower)), count);
-            counts[dimension] = count - skipped[dimension];
-        }
-        VariantMatrix<T> matrix(counts[0], counts[1]);
         const std::size_t columns = array.bounds()[1].count;
-        for (std::size_t row = 0; row < counts[0]; ++row)
-            for (std::size_t column = 0; column < counts[1]; ++column)
+        const auto below_0 = [](const ArrayBound& bound) {
+            if (bound.lower > 0) raise_runtime_fault(error_number::subscript, "index 0");
+            return std::min(static_cast<std::size_t>(-static_cast<std::int64_t>(bound.lower)), bound.count);
+        };
+        const std::size_t first_row = below_0(array.bounds()[0]), first_column = below_0(array.bounds()[1]);
+        VariantMatrix<T> matrix(array.bounds()[0].count - first_row, columns - first_column);
+        for (std::size_t row = 0; row < matrix.rows(); ++row)
+            for (std::size_t column = 0; column < matrix.columns(); ++column)
                 matrix.at(row, column) =
-                    Native<T>::from(array.element((row + skipped[0]) * columns + column + skipped[1]));
+                    Native<T>::from(array.element((first_row + row) * columns + first_column + column));
         return matrix;
     }
     static Value to(const VariantMatrix<T>& matrix) {

@@ -19,17 +19,11 @@ inline constexpr auto tune_prefs_members = member_table(
     method<&clsTunePrefsXML::WriteTunePreference>(2, "Reloads the file, sets an existing preference and saves.",
                                                   value("strParamName"), reference("strNewParameterValue")));
 
-/// The result is always Empty.
-inline Value trigger_abort(AbortHelper& helper) {
-    helper.TriggerAbort();
-    return Empty{};
-}
-
 inline constexpr auto abort_helper_members = member_table(
     method<&AbortHelper::Reset>(1, "Clears the request to abort."),
-    method<&trigger_abort>(
-        2, "TriggerAbort",
-        "Makes the request to abort; every process that polls the same file sees it. The result is always Empty."),
+    method<&AbortHelper::TriggerAbort>(
+        2, "Makes the request to abort; every process that polls the same file sees it. The result is always Empty.")
+        .returning_variant(),
     method<&AbortHelper::UserHasClickedAbort>(3, "Whether an abort was requested; reads the file anew."));
 
 inline constexpr auto cal_mass_list_members = member_table(

@@ -36,12 +36,10 @@ std::optional<double> number_of(const Value& value) {
 
 constexpr double first_day = -657434;  // 1 January 100
 constexpr double day_after_last = 2958466;
-constexpr int seconds_a_day = 86400;
 
 /// "True" and "False" in any case, blanks around allowed; nothing for any other text.
 std::optional<bool> truth_of_text(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
-    text = text.substr(0, text.find_last_not_of(' ') + 1);
+    text = trimmed(text, " ");
     if (equal_but_for_case(text, "True")) return true;
     if (equal_but_for_case(text, "False")) return false;
     return std::nullopt;
@@ -59,18 +57,17 @@ std::string localised(std::string number) {
 std::string text_of_date(Date date) {
     if (!(date.days >= first_day && date.days < day_after_last))
         raise_runtime_fault(error_number::type_mismatch, number_text(date.days) + " is no date");
-    // The fraction counts forward from midnight, for days before the first one too.
-    double day = std::trunc(date.days);
-    auto second = static_cast<int>(std::lround(std::fabs(date.days - day) * seconds_a_day));
-    if (second == seconds_a_day) {
-        day += 1;
-        second = 0;
-    }
     using namespace std::chrono;
-    const year_month_day calendar(sys_days(year(1899) / December / 30) + days(static_cast<int>(day)));
+    // The fraction counts forward from midnight, for days before the first one too.
+    const double day = std::trunc(date.days);
+    const seconds since_midnight(std::lround(std::fabs(date.days - day) * seconds(days(1)).count()));
+    const auto time = sys_days(year(1899) / December / 30) + days(static_cast<int>(day)) + since_midnight;
+    const year_month_day calendar(floor<days>(time));
+    const hh_mm_ss clock(time - floor<days>(time));
     return general_date_text(
         {static_cast<int>(calendar.year()), static_cast<int>(static_cast<unsigned>(calendar.month())),
-         static_cast<int>(static_cast<unsigned>(calendar.day())), second / 3600, second / 60 % 60, second % 60});
+         static_cast<int>(static_cast<unsigned>(calendar.day())), static_cast<int>(clock.hours().count()),
+         static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count())});
 }
 
 std::size_t element_count(const std::vector<ArrayBound>& bounds) {
