@@ -16,24 +16,25 @@ ComPointer<IDispatch> create(HMODULE module, std::string_view class_name) {
         reinterpret_cast<GetClassObject*>(reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
     ComPointer<IClassFactory> factory;
     require(get_class_object(guid_of(find_class(class_name)->class_id), IID_IClassFactory,
-                             reinterpret_cast<void**>(factory.put())),
+                             reinterpret_cast<void**>(factory.GetAddressOf())),
             "Asking for a class");
     ComPointer<IDispatch> object;
-    require(factory->CreateInstance(nullptr, IID_IDispatch, reinterpret_cast<void**>(object.put())),
+    require(factory->CreateInstance(nullptr, IID_IDispatch, reinterpret_cast<void**>(object.GetAddressOf())),
             "Making an object");
     return object;
 }
 
 ComPointer<ITypeInfo> type_of(IDispatch& object) {
     ComPointer<ITypeInfo> type;
-    require(object.GetTypeInfo(0, 0, type.put()), "Asking for the type");
+    require(object.GetTypeInfo(0, 0, type.GetAddressOf()), "Asking for the type");
     return type;
 }
 
 /// The interface of the dual object that its type library calls by the vtable.
 ComPointer<IDispatch> dual_interface(IDispatch& object, std::string_view class_name) {
     ComPointer<IDispatch> dual;
-    require(object.QueryInterface(guid_of(find_class(class_name)->interface_id), reinterpret_cast<void**>(dual.put())),
+    require(object.QueryInterface(guid_of(find_class(class_name)->interface_id),
+                                  reinterpret_cast<void**>(dual.GetAddressOf())),
             "Asking for the dual interface");
     return dual;
 }
@@ -67,11 +68,11 @@ int run(const char* server) {
         return 2;
     }
     const auto globals = create(module, "TuneGlobals");
-    const auto globals_dual = dual_interface(*globals.get(), "TuneGlobals");
-    const auto globals_type = type_of(*globals.get());
+    const auto globals_dual = dual_interface(*globals.Get(), "TuneGlobals");
+    const auto globals_type = type_of(*globals.Get());
     DISPPARAMS none{};
     Variant lent;
-    require(globals->Invoke(dispid_of(*globals.get(), L"GetCurrentCalibrationObjFromDD"), IID_NULL, 0, DISPATCH_METHOD,
+    require(globals->Invoke(dispid_of(*globals.Get(), L"GetCurrentCalibrationObjFromDD"), IID_NULL, 0, DISPATCH_METHOD,
                             &none, lent.get(), nullptr, nullptr),
             "Asking for a calibration");
     IDispatch& calibration = *lent->pdispVal;
@@ -83,7 +84,7 @@ int run(const char* server) {
     time.dblVal = 54321.0;
     DISPPARAMS one{&time, nullptr, 1, 0};
     const DISPID mass_from_time = dispid_of(calibration, L"MassFromTime");
-    const DISPID segment = dispid_of(*globals.get(), L"CurrentTimeSegment");
+    const DISPID segment = dispid_of(*globals.Get(), L"CurrentTimeSegment");
     wchar_t name[] = L"GetMSSetpointValueByIdx";
     LPOLESTR names = name;
     DISPID found = 0;
@@ -96,13 +97,13 @@ int run(const char* server) {
              calibration.Invoke(mass_from_time, IID_NULL, 0, DISPATCH_METHOD, &one, result.get(), nullptr, nullptr);
          },
          [&] {
-             calibration_type->Invoke(calibration_dual.get(), mass_from_time, DISPATCH_METHOD, &one, result.get(),
+             calibration_type->Invoke(calibration_dual.Get(), mass_from_time, DISPATCH_METHOD, &one, result.get(),
                                       nullptr, nullptr);
          }},
         {"`Invoke` of a property read", third,
          [&] { globals->Invoke(segment, IID_NULL, 0, DISPATCH_PROPERTYGET, &none, result.get(), nullptr, nullptr); },
          [&] {
-             globals_type->Invoke(globals_dual.get(), segment, DISPATCH_PROPERTYGET, &none, result.get(), nullptr,
+             globals_type->Invoke(globals_dual.Get(), segment, DISPATCH_PROPERTYGET, &none, result.get(), nullptr,
                                   nullptr);
          }},
         {"`GetIDsOfNames`, a name of 71", tenth, [&] { globals->GetIDsOfNames(IID_NULL, &names, 1, 0, &found); },

@@ -18,9 +18,9 @@ struct KnownRecord {
 
 IRecordInfo* load_record_info(const GUID& guid) try {
     ComPointer<ITypeInfo> type;
-    if (FAILED(type_library().GetTypeInfoOfGuid(guid, type.put()))) return nullptr;
+    if (FAILED(type_library().GetTypeInfoOfGuid(guid, type.GetAddressOf()))) return nullptr;
     IRecordInfo* info = nullptr;
-    return SUCCEEDED(GetRecordInfoFromTypeInfo(type.get(), &info)) ? info : nullptr;
+    return SUCCEEDED(GetRecordInfoFromTypeInfo(type.Get(), &info)) ? info : nullptr;
 } catch (const Error&) {
     return nullptr;
 }
@@ -153,7 +153,8 @@ Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind) {
     std::size_t count = bounds.empty() ? 0 : 1;
     for (const ArrayBound& bound : bounds) count *= bound.count;
     ComPointer<IRecordInfo> info;
-    if (kind == VT_RECORD) require(SafeArrayGetRecordInfo(source, info.put()), "Asking an array for its records");
+    if (kind == VT_RECORD)
+        require(SafeArrayGetRecordInfo(source, info.GetAddressOf()), "Asking an array for its records");
     const ArrayAccess access(source);
     // Numbers of one dimension in one copy, others one by one.
     if (bounds.size() == 1) {
@@ -165,7 +166,7 @@ Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind) {
     std::vector<Value> elements;
     for (std::size_t place = 0; place < count; ++place) {
         char* const memory = access.bytes() + system_place(bounds, place) * SafeArrayGetElemsize(source);
-        elements.push_back(info ? Value(record_of(memory, info.get())) : value_at(kind, memory));
+        elements.push_back(info ? Value(record_of(memory, info.Get())) : value_at(kind, memory));
     }
     return Array(std::move(bounds), std::make_shared<const std::vector<Value>>(std::move(elements)));
 }

@@ -104,15 +104,15 @@ HRESULT report_exception(const Error& error, EXCEPINFO* details) {
 
 HRESULT leave_error_object(const Error& error, const GUID& interface_id) {
     ComPointer<ICreateErrorInfo> made;
-    if (SUCCEEDED(CreateErrorInfo(made.put()))) {
+    if (SUCCEEDED(CreateErrorInfo(made.GetAddressOf()))) {
         made->SetGUID(interface_id);
         made->SetSource(utf16_from_utf8(error.source()).data());
         made->SetDescription(utf16_from_utf8(error.description()).data());
         made->SetHelpFile(utf16_from_utf8(error.help().file).data());
         made->SetHelpContext(static_cast<DWORD>(error.help().context));
         ComPointer<IErrorInfo> info;
-        if (SUCCEEDED(made->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(info.put()))))
-            SetErrorInfo(0, info.get());
+        if (SUCCEEDED(made->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(info.GetAddressOf()))))
+            SetErrorInfo(0, info.Get());
     }
     return code_of_number(error.number());
 }

@@ -5,6 +5,7 @@
 // after windows.h
 #include <oaidl.h>
 #include <oleauto.h>
+#include <wrl/client.h>
 
 #include <atomic>
 #include <string>
@@ -15,42 +16,16 @@
 
 namespace korvane::automation {
 
-/// A counted reference.
+/// A counted reference; a pointer that it is made of is counted once more.
 template <class Interface>
-class ComPointer {
-public:
-    ComPointer() = default;
-    /// Takes over a reference that was counted already.
-    static ComPointer owned(Interface* pointer) {
-        ComPointer result;
-        result.pointer_ = pointer;
-        return result;
-    }
-    static ComPointer shared(Interface* pointer) {
-        if (pointer) pointer->AddRef();
-        return owned(pointer);
-    }
-    ComPointer(const ComPointer& other) : pointer_(other.pointer_) {
-        if (pointer_) pointer_->AddRef();
-    }
-    ComPointer(ComPointer&& other) noexcept : pointer_(std::exchange(other.pointer_, nullptr)) {}
-    ComPointer& operator=(ComPointer other) noexcept {
-        std::swap(pointer_, other.pointer_);
-        return *this;
-    }
-    ~ComPointer() {
-        if (pointer_) pointer_->Release();
-    }
-
-    Interface* get() const noexcept { return pointer_; }
-    Interface* operator->() const noexcept { return pointer_; }
-    explicit operator bool() const noexcept { return pointer_ != nullptr; }
-    /// Place for an out-parameter; must be empty.
-    Interface** put() noexcept { return &pointer_; }
-
-private:
-    Interface* pointer_ = nullptr;
-};
+using ComPointer = Microsoft::WRL::ComPtr<Interface>;
+/// Takes over a reference that was counted already.
+template <class Interface>
+ComPointer<Interface> owned(Interface* counted) {
+    ComPointer<Interface> result;
+    *result.GetAddressOf() = counted;
+    return result;
+}
 
 /// An object of ours behind an interface of the system, or behind IUnknown; counted once when it is made on the heap.
 template <class Interface>

@@ -335,7 +335,7 @@ public:
         *result = nullptr;
         if (outer) return CLASS_E_NOAGGREGATION;
         try {
-            return ComPointer<IDispatch>::owned(make_())->QueryInterface(wanted, result);
+            return owned(make_())->QueryInterface(wanted, result);
         } catch (...) {
             return leave_error_object(error_in_flight(), interface_id_);
         }
@@ -362,8 +362,7 @@ IDispatch* make_com_object(std::shared_ptr<NativeObject> object) {
 }
 
 HRESULT make_factory(std::function<IDispatch*()> make, const GUID& interface_id, REFIID wanted, void** result) {
-    return ComPointer<ClassFactory>::owned(new ClassFactory(std::move(make), interface_id))
-        ->QueryInterface(wanted, result);
+    return owned(new ClassFactory(std::move(make), interface_id))->QueryInterface(wanted, result);
 }
 
 Object object_of_dispatch(IDispatch* dispatch) {
@@ -371,7 +370,7 @@ Object object_of_dispatch(IDispatch* dispatch) {
     // An object of this module is known by its first function.
     const auto* const own = reinterpret_cast<const ComObject*>(dispatch);
     if (own->vtable[0] == address_of(&query_interface)) return own->object;
-    return std::make_shared<DispatchObject>(ComPointer<IDispatch>::shared(dispatch));
+    return std::make_shared<DispatchObject>(ComPointer<IDispatch>(dispatch));
 }
 
 IDispatch* dispatch_of_object(const Object& object) {

@@ -33,7 +33,7 @@ public:
     /// Arguments go by reference, so that the object may change them.
     Value invoke(std::int32_t dispid, Arguments& arguments, Access access) override;
 
-    IDispatch* dispatch() const noexcept { return dispatch_.get(); }
+    IDispatch* dispatch() const noexcept { return dispatch_.Get(); }
 
 private:
     ComPointer<IDispatch> dispatch_;

@@ -108,7 +108,8 @@ std::string DispatchObject::class_name() const {
     Variant name;
     name->vt = VT_BSTR;
     name->bstrVal = nullptr;
-    if (FAILED(dispatch_->GetTypeInfo(0, LOCALE_USER_DEFAULT, type.put())) || !type) return "of a foreign class";
+    if (FAILED(dispatch_->GetTypeInfo(0, LOCALE_USER_DEFAULT, type.GetAddressOf())) || !type)
+        return "of a foreign class";
     if (FAILED(type->GetDocumentation(MEMBERID_NIL, &name->bstrVal, nullptr, nullptr, nullptr)))
         return "of a foreign class";
     return text_of(name->bstrVal);
@@ -153,7 +154,7 @@ Object create_registered_object(const std::string& prog_id) {
     if (FAILED(CLSIDFromProgID(utf16_from_utf8(prog_id).c_str(), &class_id))) return nullptr;
     ComPointer<IDispatch> dispatch;
     const HRESULT code = CoCreateInstance(class_id, nullptr, CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER, IID_IDispatch,
-                                          reinterpret_cast<void**>(dispatch.put()));
+                                          reinterpret_cast<void**>(dispatch.GetAddressOf()));
     if (FAILED(code)) {
         raise_runtime_fault(cannot_create, fmt::format("{} (0x{:08X})", prog_id, static_cast<ULONG>(code)));
     }

@@ -23,9 +23,9 @@ T& at(void* memory) {
 Value value_of_unknown(IUnknown* unknown) {
     if (!unknown) return Object();
     ComPointer<IDispatch> dispatch;
-    if (FAILED(unknown->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(dispatch.put()))))
+    if (FAILED(unknown->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(dispatch.GetAddressOf()))))
         raise_runtime_fault(error_number::type_mismatch, "an object without late binding");
-    return object_of_dispatch(dispatch.get());
+    return object_of_dispatch(dispatch.Get());
 }
 
 void construct_object(const Value& value, void* memory) {
@@ -106,8 +106,8 @@ void store_array(const Array& array, VARIANT& argument) {
     SAFEARRAY*& variable = *argument.pparray;
     ComPointer<IRecordInfo> info;
     if (kind == VT_RECORD && variable)
-        require(SafeArrayGetRecordInfo(variable, info.put()), "Asking an array for its records");
-    SAFEARRAY* const made = safe_array_of(array, kind, info.get());
+        require(SafeArrayGetRecordInfo(variable, info.GetAddressOf()), "Asking an array for its records");
+    SAFEARRAY* const made = safe_array_of(array, kind, info.Get());
     const bool fixed = variable && (variable->fFeatures & (FADF_FIXEDSIZE | FADF_STATIC | FADF_AUTO));
     if (fixed) {
         const HRESULT copied = made ? SafeArrayCopyData(made, variable) : E_INVALIDARG;

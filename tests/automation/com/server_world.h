@@ -17,8 +17,7 @@ public:
 
     /// An object of any class, those that are not creatable as a member returns them.
     ComPointer<IDispatch> create(const ClassDescription& description) {
-        return ComPointer<IDispatch>::owned(
-            make_com_object(std::static_pointer_cast<NativeObject>(object_of(native, description))));
+        return owned(make_com_object(std::static_pointer_cast<NativeObject>(object_of(native, description))));
     }
     ComPointer<IDispatch> create(const std::string& class_name) { return create(class_named(class_name)); }
 
@@ -66,7 +65,8 @@ inline std::string text_of_outcome(HRESULT code, EXCEPINFO& details) {
 inline std::string text_of_outcome(HRESULT code) {
     if (code == S_OK) return "Success";
     ComPointer<IErrorInfo> info;
-    if (GetErrorInfo(0, info.put()) != S_OK) return "code " + std::to_string(code) + " without an error object";
+    if (GetErrorInfo(0, info.GetAddressOf()) != S_OK)
+        return "code " + std::to_string(code) + " without an error object";
     EXCEPINFO details{};
     details.scode = code;
     info->GetSource(&details.bstrSource);

@@ -36,7 +36,7 @@ protected:
     ComPointer<IDispatch> globals = world.create("TuneGlobals");
     ComPointer<IDispatch> parser = world.create("SpectrumParser");
     ComPointer<IDispatch> preferences = world.create("clsTunePrefsXML");
-    Call globals_call{*globals.get()}, parser_call{*parser.get()}, preferences_call{*preferences.get()};
+    Call globals_call{*globals.Get()}, parser_call{*parser.Get()}, preferences_call{*preferences.Get()};
 };
 
 TEST_F(Calls, TypedVariablesKeepTheirTypes) {
@@ -123,7 +123,7 @@ TEST_F(Calls, RecordsAreRecordsBothWays) {
 
     ASSERT_EQ(globals_call(L"getDefaultCalibrationCoeffs_nsec", {}), S_OK) << globals_call.outcome;
     const std::string coefficients = globals_call.text();
-    Call second(*globals.get()), third(*globals.get());
+    Call second(*globals.Get()), third(*globals.Get());
     ASSERT_EQ(second(L"convert_coefficients_nsec_to_usec", {*globals_call.result}), S_OK) << second.outcome;
     ASSERT_EQ(third(L"convert_coefficients_usec_to_nsec", {reference_to(VT_VARIANT, second.result.get())}), S_OK);
     EXPECT_EQ(third.text().substr(0, 40), coefficients.substr(0, 40)) << "there and back";
@@ -158,9 +158,9 @@ public:
 };
 
 TEST_F(Calls, ForeignObjectsGetReferencesOfTheirTypes) {
-    const auto stranger = ComPointer<Stranger>::owned(new Stranger);
+    const auto stranger = owned(new Stranger);
     {
-        DispatchObject object(ComPointer<IDispatch>::shared(stranger.get()));
+        DispatchObject object(ComPointer<IDispatch>(stranger.Get()));
         Arguments arguments{{"text", 5, 2.5, true, Empty{}}, {}};
         object.invoke(1, arguments, Access::call);
         EXPECT_EQ(arguments.positional, (std::vector<Value>{"changed", 6, 2.5, true, Empty{}}));
@@ -168,7 +168,7 @@ TEST_F(Calls, ForeignObjectsGetReferencesOfTheirTypes) {
     // In the place of a calibration it is refused, and let go.
     VARIANT foreign{};
     foreign.vt = VT_DISPATCH;
-    foreign.pdispVal = stranger.get();
+    foreign.pdispVal = stranger.Get();
     EXPECT_EQ(globals_call(L"WriteThisCalibrationObjToDD", {foreign}), DISP_E_TYPEMISMATCH);
     EXPECT_EQ(stranger->references, 1u);
     foreign.pdispVal = nullptr;
@@ -185,7 +185,8 @@ TEST_F(Calls, ObjectsHaveTheirInterfacesAndNoOthers) {
     EXPECT_EQ(unknown, nullptr);
 
     ComPointer<ISupportErrorInfo> support;
-    ASSERT_EQ(preferences->QueryInterface(IID_ISupportErrorInfo, reinterpret_cast<void**>(support.put())), S_OK);
+    ASSERT_EQ(preferences->QueryInterface(IID_ISupportErrorInfo, reinterpret_cast<void**>(support.GetAddressOf())),
+              S_OK);
     EXPECT_EQ(support->InterfaceSupportsErrorInfo(guid_of(class_named("clsTunePrefsXML").interface_id)), S_OK);
     EXPECT_EQ(support->InterfaceSupportsErrorInfo(guid_of(class_named("TuneGlobals").interface_id)), S_FALSE);
 }
@@ -194,7 +195,7 @@ TEST(ServerObjects, AreAllGoneWhenTheirCallersLetGo) {
     {
         ServerWorld world;
         const auto parser = world.create("SpectrumParser");
-        Call lists(*parser.get());
+        Call lists(*parser.Get());
         ASSERT_EQ(lists(L"GetPeakListsForCalibrantMasses", {}), S_OK) << lists.outcome;
         EXPECT_GT(module_uses, 1);
         const auto copy = parser;

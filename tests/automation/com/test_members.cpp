@@ -115,7 +115,7 @@ void expect_the_same_by_the_vtable_and_natively(const ClassDescription& descript
     int successes = 0;
     for (std::size_t index = 0; index < description.members.size(); ++index) {
         const Member& member = description.members[index];
-        const Texts by_slot = SlotCall(*slot.get(), index, member, fitting_values(slot_world.native, member)).texts();
+        const Texts by_slot = SlotCall(*slot.Get(), index, member, fitting_values(slot_world.native, member)).texts();
         Arguments arguments{fitting_values(world, member), {}};
         Texts expected;
         try {
@@ -146,7 +146,7 @@ void expect_null_pointers_survived(const ClassDescription& description) {
         const Member& member = description.members[index];
         user.calm_down();
         const HRESULT code =
-            SlotCall(*object.get(), index, member, fitting_values(world.native, member)).with_null_pointers();
+            SlotCall(*object.Get(), index, member, fitting_values(world.native, member)).with_null_pointers();
         EXPECT_TRUE(member.result.kind == TypeKind::none || code == E_POINTER) << member.name;
     }
 }

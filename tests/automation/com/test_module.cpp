@@ -32,7 +32,7 @@ protected:
 
     ComPointer<IClassFactory> factory_of(std::string_view class_id, HRESULT expected = S_OK) {
         ComPointer<IClassFactory> factory;
-        const auto place = reinterpret_cast<void**>(factory.put());
+        const auto place = reinterpret_cast<void**>(factory.GetAddressOf());
         EXPECT_EQ(get_class_object(guid_of(class_id), IID_IClassFactory, place), expected) << class_id;
         return factory;
     }
@@ -40,7 +40,7 @@ protected:
 public:
     ComPointer<IDispatch> make(const ClassDescription& description) {
         ComPointer<IDispatch> object;
-        const auto place = reinterpret_cast<void**>(object.put());
+        const auto place = reinterpret_cast<void**>(object.GetAddressOf());
         EXPECT_EQ(factory_of(description.class_id)->CreateInstance(nullptr, guid_of(description.interface_id), place),
                   S_OK)
             << description.name;
@@ -62,7 +62,7 @@ TEST_F(ServerModule, MakesItsClassesAndNothingElse) {
     {
         const auto factory = factory_of(globals.class_id);
         EXPECT_EQ(can_unload_now(), S_FALSE);
-        EXPECT_EQ(factory->CreateInstance(make(globals).get(), IID_IUnknown, &nothing), CLASS_E_NOAGGREGATION);
+        EXPECT_EQ(factory->CreateInstance(make(globals).Get(), IID_IUnknown, &nothing), CLASS_E_NOAGGREGATION);
         EXPECT_EQ(factory->CreateInstance(nullptr, IID_IClassFactory, &nothing), E_NOINTERFACE);
         EXPECT_EQ(nothing, nullptr);
         factory->LockServer(TRUE);
@@ -80,7 +80,7 @@ TEST_F(ServerModule, UnloadsAndLeavesNothingBehind) {
         for (const ClassDescription& description : class_descriptions()) {
             if (!description.create) continue;
             const auto object = static_cast<ServerModule*>(self)->make(description);
-            Call call(*object.get());
+            Call call(*object.Get());
             EXPECT_TRUE(description.name != "TuneGlobals" || call(L"GetCurrentInstrumentStateAsString", {}) == S_OK);
         }
         CoUninitialize();

@@ -31,7 +31,7 @@ std::string help_of(ITypeInfo& info, MEMBERID member = MEMBERID_NIL) {
 
 ComPointer<ITypeInfo> referred(ITypeInfo& info, HREFTYPE reference) {
     ComPointer<ITypeInfo> type;
-    require(info.GetRefTypeInfo(reference, type.put()), "Asking for a type");
+    require(info.GetRefTypeInfo(reference, type.GetAddressOf()), "Asking for a type");
     return type;
 }
 
@@ -44,7 +44,7 @@ ComPointer<ITypeInfo> implemented(ITypeInfo& info, UINT place) {
 std::string type_text(ITypeInfo& info, const TYPEDESC& type) {
     if (type.vt == VT_PTR) return type_text(info, *type.lptdesc) + "*";
     if (type.vt == VT_SAFEARRAY) return "SAFEARRAY(" + type_text(info, *type.lptdesc) + ")";
-    if (type.vt == VT_USERDEFINED) return name_of(*referred(info, type.hreftype).get());
+    if (type.vt == VT_USERDEFINED) return name_of(*referred(info, type.hreftype).Get());
     const auto* const known = std::ranges::find(kind_descriptions, type.vt, &KindDescription::variant_type);
     return known == kind_descriptions.end() ? "VT " + std::to_string(type.vt) : std::string(known->idl);
 }
@@ -125,7 +125,7 @@ std::string type_text(ITypeInfo& info) {
         case TKIND_COCLASS:
             return fmt::format("[{}, {}{}]\ncoclass {} {{ [default] interface {}; }}", id, help_of(info),
                                type.wTypeFlags & TYPEFLAG_FCANCREATE ? "" : ", noncreatable", name,
-                               name_of(*implemented(info, 0).get()));
+                               name_of(*implemented(info, 0).Get()));
         default: {
             const auto view = implemented(info, static_cast<UINT>(-1));  // with the places in the vtable
             require(view->GetTypeAttr(&attributes), "Asking for attributes");
@@ -134,7 +134,7 @@ std::string type_text(ITypeInfo& info) {
             return fmt::format("[object, {}{}{}{}, {}]\ninterface {} : IDispatch {{{}\n}}", id,
                                type.wTypeFlags & TYPEFLAG_FDUAL ? ", dual" : "", checked ? ", oleautomation" : "",
                                type.wTypeFlags & TYPEFLAG_FNONEXTENSIBLE ? ", nonextensible" : "", help_of(info), name,
-                               functions_text(*view.get()));
+                               functions_text(*view.Get()));
         }
     }
 }
@@ -166,8 +166,8 @@ TEST(TypeLibrary, HasTheTypesAsCommitted) {
     std::set<std::string> found;
     for (UINT index = 0; index < type_library().GetTypeInfoCount(); ++index) {
         ComPointer<ITypeInfo> info;
-        require(type_library().GetTypeInfo(index, info.put()), "Asking for a type");
-        found.insert(lower_case(type_text(*info.get())));
+        require(type_library().GetTypeInfo(index, info.GetAddressOf()), "Asking for a type");
+        found.insert(lower_case(type_text(*info.Get())));
     }
     EXPECT_EQ(found, committed_types());
     TLIBATTR* library = nullptr;

@@ -11,7 +11,8 @@ ComPointer<IDispatch> create(const char* class_name, const GUID& wanted) {
     CLSID class_id;
     require(CLSIDFromProgID(utf16_from_utf8(find_class(class_name)->prog_id()).c_str(), &class_id), "Finding a class");
     ComPointer<IDispatch> object;
-    require(CoCreateInstance(class_id, nullptr, CLSCTX_INPROC_SERVER, wanted, reinterpret_cast<void**>(object.put())),
+    require(CoCreateInstance(class_id, nullptr, CLSCTX_INPROC_SERVER, wanted,
+                             reinterpret_cast<void**>(object.GetAddressOf())),
             "Making an object");
     return object;
 }
@@ -20,7 +21,7 @@ int run() {
     require(CoInitializeEx(nullptr, COINIT_MULTITHREADED), "Entering the apartment");
     const auto parser = create("SpectrumParser", guid_of(find_class("SpectrumParser")->interface_id));
     const auto preferences = create("clsTunePrefsXML", IID_IDispatch);
-    Call peak(*parser.get()), spectrum(*parser.get()), preference(*preferences.get());
+    Call peak(*parser.Get()), spectrum(*parser.Get()), preference(*preferences.Get());
     Variant kind, mass, name, start, others;
     fill_variant(2, *kind);
     fill_variant(294.938932, *mass);
