@@ -1,8 +1,8 @@
-#include "automation/instrument_layer.h"
-
+// The objects of an instrument layer.
 #include <algorithm>
 #include <array>
 
+#include "automation/class_description.h"
 #include "automation/native_types.h"
 #include "korvane/forwarding.h"
 

@@ -1,5 +1,4 @@
 // A layer that consists of automation objects.
-#include "automation/instrument_layer.h"
 #include "automation/native_types.h"
 #include "frame/routine.h"
 

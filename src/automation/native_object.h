@@ -1,12 +1,14 @@
 // Native objects as automation objects, and back.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string_view>
 #include <type_traits>
 
-#include "automation/type_names.h"
+#include "automation/declared_type.h"
 #include "korvane/automation.h"
+#include "korvane/instrument.h"
 #include "platform/text.h"
 
 namespace korvane::automation {
@@ -54,6 +56,13 @@ struct Adapter {
 /// Somebody else's object, with the members of the class, as one of the class; null for a class in whose place members
 /// take none. Error 13 naming the object's class where it lacks the members.
 std::shared_ptr<void> adapt(const Object& object, std::string_view class_name);
+
+/// The layer behind an object with the members of "InstrumentLayer" (docs/instrument-layer.md). The object is asked for
+/// anew for everything that the layer makes, so that every thread can have its own.
+std::shared_ptr<InstrumentLayer> make_late_bound_layer(std::function<Object()> layer);
+
+/// The finder with a copy of its samples, which it reads in `run`. Null for null.
+std::shared_ptr<PeakFinder> keeping_samples(std::shared_ptr<PeakFinder> finder);
 
 /// Nothing for null. An adapted object comes back as itself.
 template <ObjectClass C>

@@ -12,7 +12,6 @@
 #include "automation/declared_type.h"
 #include "automation/native_object.h"
 #include "automation/records.h"
-#include "automation/type_names.h"
 #include "korvane/instrument.h"
 
 namespace korvane::automation {

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstring>
 
-#include "automation/type_names.h"
 #include "platform/text.h"
 
 namespace korvane::automation {

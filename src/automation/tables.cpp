@@ -5,11 +5,9 @@
 #include <utility>
 
 #include "automation/class_description.h"
-#include "automation/instrument_layer.h"
 #include "automation/json_values.h"
 #include "automation/records.h"
 #include "automation/type_library.h"
-#include "automation/type_names.h"
 #include "korvane/automation.h"
 #include "korvane/autotune_status.h"
 #include "korvane/enumerations.h"

@@ -7,7 +7,6 @@
 #include <fstream>
 #include <set>
 
-#include "automation/instrument_layer.h"
 #include "automation/native_object.h"
 #include "embedded_world.h"
 #include "korvane/conformance.h"

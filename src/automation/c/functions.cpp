@@ -8,7 +8,6 @@
 
 #include "automation/c/values.h"
 #include "automation/class_description.h"
-#include "automation/instrument_layer.h"
 #include "automation/native_types.h"
 #include "korvane/conformance.h"
 #include "korvane/embedded.h"

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "automation/com/variant_conversion.h"
+#include "automation/com/com_object.h"
 
 namespace korvane::automation {
 

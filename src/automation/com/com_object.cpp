@@ -10,7 +10,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "automation/com/variant_conversion.h"
 #include "automation/spectrum_parser_members.h"
 #include "automation/store_and_object_members.h"
 #include "automation/tune_globals_members.h"

@@ -8,8 +8,6 @@
 #include <cstring>
 
 #include "automation/com/com_object.h"
-#include "automation/com/variant_conversion.h"
-#include "automation/instrument_layer.h"
 #include "instrument/library/instrument_library.h"
 #include "korvane/embedded.h"
 #include "korvane/system.h"

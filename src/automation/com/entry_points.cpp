@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "automation/com/com_object.h"
-#include "automation/com/variant_conversion.h"
 #include "automation/type_library.h"
 #include "korvane/automation.h"
 

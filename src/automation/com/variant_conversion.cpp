@@ -1,7 +1,5 @@
 #ifdef _WIN32
 
-#include "automation/com/variant_conversion.h"
-
 #include <algorithm>
 #include <cstring>
 

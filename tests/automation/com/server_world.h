@@ -3,7 +3,6 @@
 
 #include "argument_values.h"
 #include "automation/com/com_object.h"
-#include "automation/com/variant_conversion.h"
 #include "automation/json_values.h"
 
 namespace korvane::automation {

@@ -2,7 +2,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "automation/com/variant_conversion.h"
+#include "automation/com/com_object.h"
 #include "server_world.h"
 
 namespace korvane::automation {

@@ -6,7 +6,6 @@
 #include <set>
 
 #include "automation/com/com_object.h"
-#include "automation/com/variant_conversion.h"
 #include "automation/type_library.h"
 #include "support/test_platform.h"
 

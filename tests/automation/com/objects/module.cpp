@@ -4,8 +4,6 @@
 #include <fstream>
 
 #include "automation/com/com_object.h"
-#include "automation/com/variant_conversion.h"
-#include "automation/instrument_layer.h"
 #include "foreign_object.h"
 #include "layer/test_layer.h"
 #include "platform/files.h"
