@@ -115,6 +115,10 @@ private:
         std::tuple<std::remove_cvref_t<A>...> native{
             native_argument<std::remove_cvref_t<A>>(member, Place, frame.arguments[Place])...};
         (expose<A>(std::get<Place>(native), frame.flags[Place]), ...);
+        const auto finish = [&](bool succeeded) {
+            frame.flags = {};
+            (hand_back<A>(std::get<Place>(native), Place, frame, succeeded), ...);
+        };
         try {
             Value result;
             const auto run = [&]() -> R {
@@ -132,12 +136,10 @@ private:
             } else {
                 result = Native<Result>::to(run());
             }
-            frame.flags = {};
-            (hand_back<A>(std::get<Place>(native), Place, frame, true), ...);
+            finish(true);
             return result;
         } catch (...) {
-            frame.flags = {};
-            (hand_back<A>(std::get<Place>(native), Place, frame, false), ...);
+            finish(false);
             throw;
         }
     }

@@ -45,11 +45,9 @@ Json json_of_dimension(const Array& array, std::size_t dimension, std::size_t& p
 }
 
 Value value_of_number(const Json& json) {
-    if (json.is_number_integer()) {
-        const double number = json.get<double>();
-        if (number >= INT32_MIN && number <= INT32_MAX) return json.get<std::int32_t>();
-    }
-    return json.get<double>();
+    const double number = json.get<double>();
+    if (json.is_number_integer() && number >= INT32_MIN && number <= INT32_MAX) return json.get<std::int32_t>();
+    return number;
 }
 
 bool is_matrix(const Json& json) {
@@ -82,15 +80,12 @@ Value value_of_array(const Json& json) {
 
 Value value_of_object(const Json& json) {
     for (const RecordDescription& description : record_descriptions().first(std::variant_size_v<Record>)) {
-        const auto& names = description.fields;
-        std::vector<Value> fields(names.size(), 0);
-        bool all_known = !json.empty();
-        for (const auto& [name, field] : json.items()) {
-            const auto known = std::ranges::find(names, name);
-            all_known = all_known && known != names.end();
-            if (all_known) fields[static_cast<std::size_t>(known - names.begin())] = value_of_json(field);
-        }
-        if (all_known) return record_from_array(description, Array(std::move(fields)));
+        const auto is_given = [&](std::string_view field) { return json.contains(field); };
+        if (json.empty() || std::ranges::count_if(description.fields, is_given) != std::ssize(json)) continue;
+        std::vector<Value> fields;
+        for (const std::string_view field : description.fields)
+            fields.push_back(is_given(field) ? value_of_json(json[field]) : 0);
+        return record_from_array(description, Array(std::move(fields)));
     }
     raise_runtime_fault(error_number::invalid_call, json.dump() + " is no record");
 }

@@ -38,21 +38,12 @@ const std::vector<KnownRecord>& known_records() {
     return records;
 }
 
-/// Access to the elements for as long as it lives.
-class ArrayAccess {
-public:
-    explicit ArrayAccess(SAFEARRAY* array) : array_(array) {
-        require(SafeArrayAccessData(array_, &data_), "Reading an array");
-    }
-    ~ArrayAccess() { SafeArrayUnaccessData(array_); }
-    ArrayAccess(const ArrayAccess&) = delete;
-    ArrayAccess& operator=(const ArrayAccess&) = delete;
-    char* bytes() const { return static_cast<char*>(data_); }
-
-private:
-    SAFEARRAY* array_;
-    void* data_ = nullptr;
-};
+/// The elements, for as long as it lives.
+std::shared_ptr<char> bytes_of(SAFEARRAY* array) {
+    void* data = nullptr;
+    require(SafeArrayAccessData(array, &data), "Reading an array");
+    return {static_cast<char*>(data), [array](char*) { SafeArrayUnaccessData(array); }};
+}
 
 std::vector<ArrayBound> bounds_of(SAFEARRAY* array) {
     std::vector<ArrayBound> bounds;
@@ -97,10 +88,6 @@ std::unique_ptr<SAFEARRAY, ArrayDestroyer> make_array(const std::vector<ArrayBou
 constexpr VARTYPE element_kinds[]{VT_VARIANT, VT_I2, VT_I4, VT_R4, VT_R8, VT_BSTR, VT_VARIANT, VT_RECORD};
 static_assert(std::size(element_kinds) == std::variant_size_v<Array::Storage>);
 
-VARTYPE natural_kind(const Array& array) {
-    return element_kinds[array.storage().index()];
-}
-
 /// The elements as they lie in memory, where they are numbers.
 const void* numbers_of(const Array& array) {
     return std::visit(
@@ -125,6 +112,10 @@ IRecordInfo* record_info_for(const Array& array) {
 }
 
 }  // namespace
+
+VARTYPE natural_kind(const Array& array) {
+    return element_kinds[array.storage().index()];
+}
 
 IRecordInfo* record_info_of(const RecordDescription& description) {
     for (const KnownRecord& known : known_records())
@@ -155,41 +146,37 @@ Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind) {
     ComPointer<IRecordInfo> info;
     if (kind == VT_RECORD)
         require(SafeArrayGetRecordInfo(source, info.GetAddressOf()), "Asking an array for its records");
-    const ArrayAccess access(source);
+    const auto bytes = bytes_of(source);
     // Numbers of one dimension in one copy, others one by one.
     if (bounds.size() == 1) {
-        if (kind == VT_R8) return Array(bounds, copied<double>(access.bytes(), count));
-        if (kind == VT_R4) return Array(bounds, copied<float>(access.bytes(), count));
-        if (kind == VT_I4 || kind == VT_INT) return Array(bounds, copied<std::int32_t>(access.bytes(), count));
-        if (kind == VT_I2) return Array(bounds, copied<std::int16_t>(access.bytes(), count));
+        if (kind == VT_R8) return Array(bounds, copied<double>(bytes.get(), count));
+        if (kind == VT_R4) return Array(bounds, copied<float>(bytes.get(), count));
+        if (kind == VT_I4 || kind == VT_INT) return Array(bounds, copied<std::int32_t>(bytes.get(), count));
+        if (kind == VT_I2) return Array(bounds, copied<std::int16_t>(bytes.get(), count));
     }
     std::vector<Value> elements;
     for (std::size_t place = 0; place < count; ++place) {
-        char* const memory = access.bytes() + system_place(bounds, place) * SafeArrayGetElemsize(source);
+        char* const memory = bytes.get() + system_place(bounds, place) * SafeArrayGetElemsize(source);
         elements.push_back(info ? Value(record_of(memory, info.Get())) : value_at(kind, memory));
     }
     return Array(std::move(bounds), std::make_shared<const std::vector<Value>>(std::move(elements)));
 }
 
-SAFEARRAY* safe_array_of(const Array& array, VARTYPE& kind) {
-    kind = natural_kind(array);
-    return safe_array_of(array, kind, kind == VT_RECORD ? record_info_for(array) : nullptr);
-}
-
-SAFEARRAY* safe_array_of(const Array& array, const VARTYPE kind, IRecordInfo* record_info) {
+SAFEARRAY* safe_array_of(const Array& array, VARTYPE kind, IRecordInfo* record_info) {
     if (array.rank() == 0) return nullptr;
+    if (kind == VT_RECORD && !record_info) record_info = record_info_for(array);
     if (kind == VT_RECORD && !record_info)
         raise_runtime_fault(error_number::type_mismatch, "records without their library");
     auto made = make_array(array.bounds(), kind, record_info);
     if (array.size() > 0) {
-        const ArrayAccess access(made.get());
+        const auto bytes = bytes_of(made.get());
         const std::size_t size = SafeArrayGetElemsize(made.get());
         const void* const numbers = natural_kind(array) == kind ? numbers_of(array) : nullptr;
         if (numbers && array.rank() == 1)
-            std::memcpy(access.bytes(), numbers, array.size() * size);
+            std::memcpy(bytes.get(), numbers, array.size() * size);
         else
             for (std::size_t place = 0; place < array.size(); ++place) {
-                void* const memory = access.bytes() + system_place(array.bounds(), place) * size;
+                void* const memory = bytes.get() + system_place(array.bounds(), place) * size;
                 if (kind == VT_RECORD)
                     write_record(array.element(place), size, memory);
                 else

@@ -58,11 +58,12 @@ void fill_variant(const Value& value, VARIANT& empty);
 /// automation values do not have.
 Array array_of_safe_array(SAFEARRAY* source, VARTYPE kind);
 
-/// A new array of the element type that suits the elements; objects go into VARIANTs, because scripts can read no
-/// array of anything else.
-SAFEARRAY* safe_array_of(const Array& array, VARTYPE& kind);
-/// A new array of a given element type. Error 13 where an element does not convert.
-SAFEARRAY* safe_array_of(const Array& array, const VARTYPE kind, IRecordInfo* record_info);
+/// The element type that suits the elements; objects go into VARIANTs, because scripts can read no array of anything
+/// else.
+VARTYPE natural_kind(const Array& array);
+/// A new array of a given element type; records are those of its first element where `record_info` does not tell. Error
+/// 13 where an element does not convert.
+SAFEARRAY* safe_array_of(const Array& array, VARTYPE kind, IRecordInfo* record_info = nullptr);
 
 /// The system's description of a record; null for one that the type library does not have. Lives as long as the
 /// process.

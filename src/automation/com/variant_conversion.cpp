@@ -197,8 +197,8 @@ void fill_variant(const Value& value, VARIANT& empty) {
     VARTYPE kind = natural_kinds[value.content().index()];
     if (const auto* record = value.get_if<Record>()) return fill_with_record(*record, empty);
     if (const auto* array = value.get_if<Array>()) {
-        empty.parray = safe_array_of(*array, kind);
-        kind |= VT_ARRAY;
+        empty.parray = safe_array_of(*array, natural_kind(*array));
+        kind = natural_kind(*array) | VT_ARRAY;
     } else if (kind == VT_ERROR) {
         empty.scode = DISP_E_PARAMNOTFOUND;
     } else if (kind != VT_EMPTY && kind != VT_NULL) {
