@@ -8,7 +8,7 @@ set(KORVANE_TYPE_LIBRARY_FOLDER ${typelib})
 # they point to need not be there.
 find_program(KORVANE_BUILD_CXX NAMES g++ c++ clang++ NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 file(GLOB tool_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/typelib/*.cpp)
-foreach(source tables class_description records value)
+foreach(source tables late_binding value)
   list(APPEND tool_sources ${PROJECT_SOURCE_DIR}/src/automation/${source}.cpp)
 endforeach()
 file(GLOB table_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/automation/*.h ${PROJECT_SOURCE_DIR}/include/korvane/*.h

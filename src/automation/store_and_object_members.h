@@ -10,6 +10,7 @@
 #include "korvane/peak_finder.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
+#include "platform/text.h"
 
 namespace korvane::automation {
 
@@ -66,11 +67,27 @@ inline constexpr auto tune_params_members = member_table(
     method<&clsTuneParamsXML::GetAutotuneParameterXMLPath>(7, "Name of the tune parameter file, without folder."));
 
 /// All records in the units of the list; an array of records.
-Value peak_records(PeakList& peaks);
-/// One value of a record by its name ("pkHeight"), whatever the case. Error 5 naming an unknown name.
-double peak_value(PeakList& peaks, std::int32_t index, const std::string& name, bool current_units);
+inline Value peak_records(PeakList& peaks) {
+    std::vector<Record> records;
+    for (std::int32_t index = 0; index < peaks.count(); ++index)
+        records.emplace_back(peaks.GetPeakAttributeInfo(index, true));
+    return Array(std::move(records));
+}
 
-void convert_peaks(PeakList& peaks, const CalibrationObject& calibration, std::int32_t mode);
+/// One value of a record by its name ("pkHeight"), whatever the case. Error 5 naming an unknown name.
+inline double peak_value(PeakList& peaks, std::int32_t index, const std::string& name, bool current_units) {
+    const auto* const known = std::find_if(peak_info_names.begin(), peak_info_names.end(),
+                                           [&](const char* each) { return equal_but_for_case(each, name); });
+    if (known == peak_info_names.end())
+        raise_runtime_fault(error_number::invalid_call, "peak record value [" + name + "]");
+    return peaks.GetPeakAttributeInfo(index, current_units)
+        .value(static_cast<std::int32_t>(known - peak_info_names.begin()));
+}
+
+inline void convert_peaks(PeakList& peaks, const CalibrationObject& calibration, std::int32_t mode) {
+    if (!calibration) raise_runtime_fault(error_number::object_not_set, "Calibration[Nothing] of Convert");
+    peaks.convert(*calibration, mode);
+}
 
 inline constexpr auto peak_list_members = member_table(
     property<&PeakList::count>(1, "Count", "Number of peaks."),
