@@ -123,7 +123,6 @@ public:
     virtual void write(std::string_view bytes) = 0;
     /// Returns when the bytes are on the disk.
     virtual void flush_to_disk() = 0;
-    virtual void close() = 0;
 };
 
 /// The file system in small operations, so that a test can record them or fail the n-th. Every operation raises

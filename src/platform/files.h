@@ -1,9 +1,12 @@
-// Paths as UTF-8 texts, and the process's environment, where some of them come from.
+// Paths as UTF-8 texts, the process's environment, where some of them come from, and what the files of both systems
+// share.
 #pragma once
 
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <vector>
 
 #include "korvane/system.h"
 
@@ -25,5 +28,19 @@ std::string_view path_separator();
 
 /// The environment variable's value as UTF-8; empty where it is not set.
 std::string environment_text(const std::string& name);
+
+/// What the system said, as a `FileError`: "Cannot <operation> [<path>]: ...", and the advice.
+[[noreturn]] void raise_file_error(const char* operation, const std::string& path, const std::error_code& code,
+                                   const std::string& advice = {});
+/// What the library says itself.
+[[noreturn]] void refuse_file(const char* operation, const std::string& path, const char* reason);
+
+/// What the standard library does alike on all systems.
+class SystemFiles : public Files {
+public:
+    FileStatus status(const std::string& path) override;
+    void clear_read_only(const std::string& path) override;
+    std::vector<std::string> list(const std::string& folder) override;
+};
 
 }  // namespace korvane

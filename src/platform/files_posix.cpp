@@ -1,9 +1,7 @@
 #ifndef _WIN32
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -14,7 +12,6 @@
 #include <utility>
 
 #include "platform/files.h"
-#include "platform/text.h"
 
 namespace korvane {
 
@@ -25,31 +22,8 @@ namespace {
 constexpr std::size_t largest_read = std::size_t{1} << 30;
 constexpr std::size_t longest_attribute = 65536;  // as the system bounds values and lists of names
 
-bool has_folder(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    struct stat found;
-    return slash == std::string::npos || ::stat(path.substr(0, slash + 1).c_str(), &found) == 0;
-}
-
-FileErrorKind kind_of(int code, const std::string& path) {
-    using enum FileErrorKind;
-    static constexpr std::pair<int, FileErrorKind> kinds[] = {
-        {ENOTDIR, folder_not_found}, {EACCES, access_denied},    {EPERM, access_denied},
-        {EROFS, access_denied},      {EBUSY, sharing_violation}, {ETXTBSY, sharing_violation},
-        {EAGAIN, sharing_violation}, {ENOSPC, no_space},         {EDQUOT, no_space},
-        {EFBIG, no_space},           {EIO, input_output},        {ENXIO, input_output}};
-    if (code == ENOENT) return has_folder(path) ? not_found : folder_not_found;
-    const auto* const known = std::ranges::find(kinds, code, &std::pair<int, FileErrorKind>::first);
-    return known == std::end(kinds) ? other : known->second;
-}
-
 [[noreturn]] void fail(const char* operation, const std::string& path, int code, const std::string& advice = {}) {
-    throw FileError(kind_of(code, path), code,
-                    text_of("Cannot ", operation, " [", path, "]: ", std::generic_category().message(code), advice));
-}
-
-[[noreturn]] void refuse(const char* operation, const std::string& path, int code, const char* reason) {
-    throw FileError(FileErrorKind::other, code, text_of("Cannot ", operation, " [", path, "]: ", reason));
+    raise_file_error(operation, path, {code, std::generic_category()}, advice);
 }
 
 /// Repeats a call that a signal interrupted.
@@ -95,29 +69,8 @@ int open_or_fail(const char* operation, const std::string& path, int flags) {
 std::size_t regular_size(const char* operation, const std::string& path, const Descriptor& file) {
     struct stat found;
     if (::fstat(file.number(), &found) != 0) fail(operation, path, errno);
-    if (!S_ISREG(found.st_mode)) refuse(operation, path, EINVAL, "it is no regular file");
+    if (!S_ISREG(found.st_mode)) refuse_file(operation, path, "it is no regular file");
     return static_cast<std::size_t>(found.st_size);
-}
-
-/// Whether the process may not write files of any size. Asked at every write, since a limit may come at any time.
-bool has_size_limit() {
-    rlimit limit;
-    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
-}
-
-/// Writes; going beyond the limit is an error and not a signal that ends the process.
-ssize_t write_without_signal(int number, std::string_view bytes) {
-    sigset_t signal, before;
-    sigemptyset(&signal);
-    sigaddset(&signal, SIGXFSZ);
-    pthread_sigmask(SIG_BLOCK, &signal, &before);
-    const ssize_t count = ::write(number, bytes.data(), bytes.size());
-    const int fault = count < 0 ? errno : 0;
-    const timespec at_once{};
-    if (fault == EFBIG && !sigismember(&before, SIGXFSZ)) sigtimedwait(&signal, nullptr, &at_once);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    errno = fault;
-    return count;
 }
 
 class PosixOutputFile final : public OutputFile {
@@ -126,11 +79,7 @@ public:
 
     void write(std::string_view bytes) override {
         while (!bytes.empty()) {
-            // The signal's mask costs more than the question, and next to no process has a limit.
-            const ssize_t count = retried([&] {
-                return has_size_limit() ? write_without_signal(descriptor_.number(), bytes)
-                                        : ::write(descriptor_.number(), bytes.data(), bytes.size());
-            });
+            const ssize_t count = retried([&] { return ::write(descriptor_.number(), bytes.data(), bytes.size()); });
             if (count < 0) fail("write to", path_, errno);
             bytes.remove_prefix(static_cast<std::size_t>(count));
         }
@@ -140,19 +89,14 @@ public:
         if (retried([&] { return ::fsync(descriptor_.number()); }) != 0) fail("flush", path_, errno);
     }
 
-    void close() override {
-        // After an interrupted close the descriptor is gone all the same: closing again could hit another file.
-        if (::close(descriptor_.release()) != 0 && errno != EINTR) fail("close", path_, errno);
-    }
-
 private:
     Descriptor descriptor_;
     std::string path_;
 };
 
-bool stat_if_there(const char* operation, const std::string& path, struct stat& found) {
+bool stat_if_there(const std::string& path, struct stat& found) {
     if (retried([&] { return ::stat(path.c_str(), &found); }) == 0) return true;
-    if (errno != ENOENT && errno != ENOTDIR) fail(operation, path, errno);
+    if (errno != ENOENT && errno != ENOTDIR) fail("look at", path, errno);
     return false;
 }
 
@@ -222,13 +166,13 @@ bool is_still(const std::string& path, const Descriptor& file) {
            held.st_dev == named.st_dev;
 }
 
-class PosixFiles final : public Files {
+class PosixFiles final : public SystemFiles {
 public:
     void read(const std::string& path, std::string& bytes) override {
         const Descriptor file(open_or_fail("read", path, O_RDONLY | O_NONBLOCK));
         std::size_t size = regular_size("read", path, file);
         for (std::size_t filled = 0;; size = 2 * filled) {  // it grows, or does not tell its size
-            if (size > largest_read) refuse("read", path, EFBIG, "it is larger than 1 GiB");
+            if (size > largest_read) refuse_file("read", path, "it is larger than 1 GiB");
             bytes.resize(size + 1);
             while (filled < bytes.size()) {
                 const ssize_t count =
@@ -240,27 +184,9 @@ public:
         }
     }
 
-    FileStatus status(const std::string& path) override {
-        struct stat found;
-        FileStatus result;
-        if (!stat_if_there("look at", path, found)) return result;
-        result.exists = true;
-        result.is_folder = S_ISDIR(found.st_mode);
-        result.is_special = !result.is_folder && !S_ISREG(found.st_mode);
-        // Not access(): it tells the superuser that everything is writable.
-        result.read_only = (found.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
-        return result;
-    }
-
-    void clear_read_only(const std::string& path) override {
-        struct stat found;
-        if (retried([&] { return ::stat(path.c_str(), &found); }) != 0) fail("look at", path, errno);
-        if (::chmod(path.c_str(), (found.st_mode & 07777) | S_IWUSR) != 0) fail("make writable", path, errno);
-    }
-
     std::unique_ptr<OutputFile> open_append(const std::string& path) override {
         Descriptor file(opened(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK));
-        if (file.number() < 0 && errno == ELOOP) refuse("open", path, ELOOP, "it is a link");
+        if (file.number() < 0 && errno == ELOOP) refuse_file("open", path, "it is a link");
         if (file.number() < 0) fail("open", path, errno);
         (void)regular_size("open", path, file);
         return std::make_unique<PosixOutputFile>(file.release(), path);
@@ -268,7 +194,7 @@ public:
 
     std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override {
         struct stat like_status;
-        const bool has_like = stat_if_there("look at", like, like_status);
+        const bool has_like = stat_if_there(like, like_status);
         const std::string attributes = has_like ? attribute_names(like) : "";
         const mode_t mode = has_like ? first_mode(like_status, attributes) : 0666;
         Descriptor made(opened(path, O_WRONLY | O_CREAT | O_EXCL, mode));
@@ -314,16 +240,6 @@ public:
 
     void remove(const std::string& path) override {
         if (::unlink(path.c_str()) != 0) fail("remove", path, errno);
-    }
-
-    std::vector<std::string> list(const std::string& folder) override {
-        std::error_code code;
-        std::vector<std::string> names;
-        for (fs::directory_iterator entry(folder.empty() ? "." : folder, code), end; !code && entry != end;
-             entry.increment(code))
-            names.push_back(entry->path().filename().string());
-        if (code) fail("list the folder", folder, code.value());
-        return names;
     }
 
     std::string resolve(const std::string& path) override {

@@ -1,7 +1,7 @@
 #ifdef _WIN32
 
 #include <algorithm>
-#include <array>
+#include <system_error>
 #include <utility>
 
 #include "platform/files.h"
@@ -22,44 +22,8 @@ bool may_be_held(DWORD code) {
 
 constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-FileErrorKind kind_of(DWORD code) {
-    using enum FileErrorKind;
-    static constexpr std::pair<DWORD, FileErrorKind> kinds[] = {
-        {ERROR_FILE_NOT_FOUND, not_found},
-        {ERROR_INVALID_NAME, not_found},  // what no file can be called
-        {ERROR_PATH_NOT_FOUND, folder_not_found},
-        {ERROR_BAD_NETPATH, folder_not_found},
-        {ERROR_INVALID_DRIVE, folder_not_found},
-        {ERROR_DIRECTORY, folder_not_found},  // a file where a folder should be
-        {ERROR_ACCESS_DENIED, access_denied},
-        {ERROR_WRITE_PROTECT, access_denied},
-        {ERROR_SHARING_VIOLATION, sharing_violation},
-        {ERROR_LOCK_VIOLATION, sharing_violation},
-        {ERROR_USER_MAPPED_FILE, sharing_violation},
-        {ERROR_DISK_FULL, no_space},
-        {ERROR_HANDLE_DISK_FULL, no_space},
-        {ERROR_CRC, input_output},
-        {ERROR_IO_DEVICE, input_output},
-        {ERROR_NOT_READY, input_output},
-        {ERROR_WRITE_FAULT, input_output},
-        {ERROR_READ_FAULT, input_output}};
-    const auto* const known = std::ranges::find(kinds, code, &std::pair<DWORD, FileErrorKind>::first);
-    return known == std::end(kinds) ? other : known->second;
-}
-
-std::string system_message(DWORD code) {
-    std::array<wchar_t, 512> text;
-    const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0,
-                                        text.data(), static_cast<DWORD>(text.size()), nullptr);
-    std::wstring_view message(text.data(), length);
-    while (!message.empty() && (message.back() == L'\r' || message.back() == L'\n' || message.back() == L' '))
-        message.remove_suffix(1);
-    return message.empty() ? "system error " + std::to_string(code) : utf8_from_utf16(message);
-}
-
 [[noreturn]] void fail(const char* operation, const std::string& path, DWORD code) {
-    throw FileError(kind_of(code), static_cast<int>(code),
-                    std::string("Cannot ").append(operation) + " [" + path + "]: " + system_message(code));
+    raise_file_error(operation, path, {static_cast<int>(code), std::system_category()});
 }
 
 class Handle {
@@ -77,11 +41,6 @@ private:
     HANDLE handle_;
 };
 
-[[noreturn]] void refuse(const char* operation, const std::string& path, DWORD code, const char* reason) {
-    throw FileError(FileErrorKind::other, static_cast<int>(code),
-                    std::string("Cannot ").append(operation) + " [" + path + "]: " + reason);
-}
-
 HANDLE opened(const std::string& path, DWORD access, DWORD share, DWORD disposition,
               DWORD flags = FILE_ATTRIBUTE_NORMAL) {
     return CreateFileW(utf16_from_utf8(path).c_str(), access, share, nullptr, disposition, flags, nullptr);
@@ -91,12 +50,12 @@ HANDLE opened(const std::string& path, DWORD access, DWORD share, DWORD disposit
 HANDLE opened_file(const char* operation, const std::string& path, DWORD access, DWORD disposition, DWORD flags) {
     Handle file(opened(path, access, share_all, disposition, flags));
     if (file.get() == INVALID_HANDLE_VALUE) fail(operation, path, GetLastError());
-    if (GetFileType(file.get()) != FILE_TYPE_DISK) refuse(operation, path, ERROR_BAD_FILE_TYPE, "it is no file");
+    if (GetFileType(file.get()) != FILE_TYPE_DISK) refuse_file(operation, path, "it is no file");
     FILE_ATTRIBUTE_TAG_INFO found{};
     const bool known = GetFileInformationByHandleEx(file.get(), FileAttributeTagInfo, &found, sizeof found);
     if (known && (found.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
         found.ReparseTag == IO_REPARSE_TAG_SYMLINK)
-        refuse(operation, path, ERROR_BAD_FILE_TYPE, "it is a link");
+        refuse_file(operation, path, "it is a link");
     return file.release();
 }
 
@@ -116,10 +75,6 @@ public:
 
     void flush_to_disk() override {
         if (!FlushFileBuffers(handle_.get())) fail("flush", path_, GetLastError());
-    }
-
-    void close() override {
-        if (!CloseHandle(handle_.release())) fail("close", path_, GetLastError());
     }
 
 private:
@@ -161,7 +116,7 @@ private:
     Handle handle_;
 };
 
-class WindowsFiles final : public Files {
+class WindowsFiles final : public SystemFiles {
 public:
     void read(const std::string& path, std::string& bytes) override {
         const Handle file(opened_file("read", path, GENERIC_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL));
@@ -169,7 +124,7 @@ public:
         if (!GetFileSizeEx(file.get(), &found)) fail("read", path, GetLastError());
         std::size_t size = static_cast<std::size_t>(std::min<LONGLONG>(found.QuadPart, largest_read + 1));
         for (std::size_t filled = 0;; size = 2 * filled) {  // it grows
-            if (size > largest_read) refuse("read", path, ERROR_FILE_TOO_LARGE, "it is larger than 1 GiB");
+            if (size > largest_read) refuse_file("read", path, "it is larger than 1 GiB");
             bytes.resize(size + 1);
             while (filled < bytes.size()) {
                 DWORD count = 0;
@@ -180,30 +135,6 @@ public:
                 filled += count;
             }
         }
-    }
-
-    FileStatus status(const std::string& path) override {
-        FileStatus result;
-        const DWORD attributes = GetFileAttributesW(utf16_from_utf8(path).c_str());
-        if (attributes == INVALID_FILE_ATTRIBUTES) {
-            const DWORD code = GetLastError();
-            if (!is_missing(code)) fail("look at", path, code);
-            return result;
-        }
-        result.exists = true;
-        result.is_folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        result.is_special = (attributes & FILE_ATTRIBUTE_DEVICE) != 0;
-        result.read_only = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
-        return result;
-    }
-
-    void clear_read_only(const std::string& path) override {
-        const std::wstring wide = utf16_from_utf8(path);
-        const DWORD attributes = GetFileAttributesW(wide.c_str());
-        if (attributes == INVALID_FILE_ATTRIBUTES) fail("look at", path, GetLastError());
-        const DWORD left = attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
-        if (!SetFileAttributesW(wide.c_str(), left == 0 ? FILE_ATTRIBUTE_NORMAL : left))
-            fail("make writable", path, GetLastError());
     }
 
     std::unique_ptr<OutputFile> open_append(const std::string& path) override {
@@ -252,26 +183,6 @@ public:
 
     void remove(const std::string& path) override {
         if (!DeleteFileW(utf16_from_utf8(path).c_str())) fail("remove", path, GetLastError());
-    }
-
-    std::vector<std::string> list(const std::string& folder) override {
-        const std::wstring pattern = utf16_from_utf8(join_path(folder.empty() ? "." : folder, "*"));
-        WIN32_FIND_DATAW entry;
-        const HANDLE search = FindFirstFileW(pattern.c_str(), &entry);
-        if (search == INVALID_HANDLE_VALUE) {
-            if (GetLastError() == ERROR_FILE_NOT_FOUND) return {};
-            // What is wrong with the pattern below a file is its folder.
-            fail("list the folder", folder, GetLastError() == ERROR_INVALID_NAME ? ERROR_DIRECTORY : GetLastError());
-        }
-        std::vector<std::string> names;
-        do {
-            const std::string name = utf8_from_utf16(entry.cFileName);
-            if (name != "." && name != "..") names.push_back(name);
-        } while (FindNextFileW(search, &entry));
-        const DWORD code = GetLastError();
-        FindClose(search);
-        if (code != ERROR_NO_MORE_FILES) fail("list the folder", folder, code);
-        return names;
     }
 
     std::string resolve(const std::string& path) override {

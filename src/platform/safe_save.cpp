@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <random>
 
 #include "platform/stopwatch.h"
@@ -18,24 +17,18 @@ constexpr std::size_t longest_name_part = 200;
 constexpr double longest_wait_seconds = 1;
 constexpr int pause_milliseconds = 1;
 
-struct SplitPath {
-    std::string folder;  // with the separator
-    std::string name;
-};
-
-SplitPath split(const std::string& path) {
+/// Where the last name of a path begins.
+std::size_t begin_of_name(const std::string& path) {
 #ifdef _WIN32
-    const std::size_t separator = path.find_last_of("/\\");
+    return path.find_last_of("/\\") + 1;
 #else
-    const std::size_t separator = path.rfind('/');
+    return path.rfind('/') + 1;  // 0 where there is no folder
 #endif
-    if (separator == std::string::npos) return {"", path};
-    return {path.substr(0, separator + 1), path.substr(separator + 1)};
 }
 
 /// How the names of hidden files beside a file begin.
-std::string name_beside(const std::string& name) {
-    return std::string(".").append(name, 0, longest_name_part);
+std::string name_beside(const std::string& path) {
+    return std::string(".").append(path, begin_of_name(path), longest_name_part);
 }
 
 /// Nothing of a process in it: processes of different machines may have the same number.
@@ -52,11 +45,10 @@ void remove_quietly(Files& files, const std::string& path) {
     }
 }
 
-void remove_leftovers(Files& files, const SplitPath& parts, const std::string& prefix) {
+void remove_leftovers(Files& files, const std::string& folder, const std::string& prefix) {
     try {
-        for (const std::string& name : files.list(parts.folder))
-            if (name.starts_with(prefix) && name.ends_with(temporary_ending))
-                files.remove_abandoned(parts.folder + name);
+        for (const std::string& name : files.list(folder))
+            if (name.starts_with(prefix) && name.ends_with(temporary_ending)) files.remove_abandoned(folder + name);
     } catch (const FileError&) {
         // A folder that may be written but not listed: the save itself does not need the listing.
     }
@@ -70,13 +62,12 @@ void safe_save(Files& files, const std::string& path, std::string_view bytes) {
 
 void safe_save(Files& files, const std::string& path, const std::function<void(OutputFile&)>& write) {
     const FileStatus status = files.status(path);
-    if (status.is_folder || status.is_special)
-        throw FileError(FileErrorKind::other, EINVAL, "Cannot save [" + path + "]: it is there, and no regular file");
+    if (status.is_folder || status.is_special) refuse_file("save", path, "it is there, and no regular file");
     const std::string target = files.resolve(path);
-    const SplitPath parts = split(target);
-    const std::string prefix = name_beside(parts.name) + ".korvane-";
-    if (files.is_first_save(target)) remove_leftovers(files, parts, prefix);
-    const std::string temporary = parts.folder + temporary_name(prefix);
+    const std::string folder = target.substr(0, begin_of_name(target));
+    const std::string prefix = name_beside(target) + ".korvane-";
+    if (files.is_first_save(target)) remove_leftovers(files, folder, prefix);
+    const std::string temporary = folder + temporary_name(prefix);
     bool made = false;
     try {
         // Held until it has its name, or another process would take it for abandoned.
@@ -90,7 +81,7 @@ void safe_save(Files& files, const std::string& path, const std::function<void(O
         throw;
     }
     try {
-        files.flush_folder(parts.folder);
+        files.flush_folder(folder);
     } catch (const FileError& fault) {
         throw FileError(fault.kind(), fault.system_code(),
                         "[" + path + "] was replaced, but may not outlast a power failure: " + fault.what());
@@ -107,8 +98,8 @@ std::unique_ptr<FileLock> wait_for_edit_lock(Files& files, Clock& clock, const s
         }
     };
     try {
-        const SplitPath parts = split(files.resolve(path));
-        const std::string beside = parts.folder + name_beside(parts.name);
+        const std::string target = files.resolve(path);
+        const std::string beside = target.substr(0, begin_of_name(target)) + name_beside(target);
         // Whoever has just let go of the lock queues behind those who wait for it.
         const auto turn = wait_for(beside + ".turn");
         return turn ? wait_for(beside + ".lock") : nullptr;

@@ -97,15 +97,8 @@ public:
 
 constexpr std::int32_t cannot_create_object = 429;
 
-/// One record stays one line.
-std::string in_one_line(const std::string& text) {
-    std::string line;
-    for (const char& character : text)
-        append_text(line, character == '\r' ? "\\r" : character == '\n' ? "\\n" : std::string_view(&character, 1));
-    return line;
-}
-
-/// "2026-11-21 08:30:15.123 module level > routine"; ">" enters, "<" leaves, ":" stands before a text.
+/// "2026-11-21 08:30:15.123 module level > routine", one line a record; ">" enters, "<" leaves, ":" stands before a
+/// text.
 class FileTracer final : public Tracer {
 public:
     /// `file` null: standard error.
@@ -125,7 +118,7 @@ private:
         const int milliseconds = static_cast<int>(std::fmod(clock_->seconds_since_midnight(), 1.0) * 1000.0);
         const std::string line =
             fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}.{:03} {} {} {}\n", now.year, now.month, now.day, now.hour,
-                        now.minute, now.second, milliseconds, module_, level, in_one_line(record));
+                        now.minute, now.second, milliseconds, module_, level, one_line(record));
         if (file_)
             file_->write(line);
         else

@@ -191,6 +191,7 @@ TEST_F(FilesTest, FullDiskMissingRightsAndClosedStreamsEndNoProcessAndLeaveTheOl
     write_text(path, "old");
     EXPECT_EQ(exit_code_of([&] {
                   const rlimit most{1000, 1000};
+                  signal(SIGXFSZ, SIG_IGN);
                   setrlimit(RLIMIT_FSIZE, &most);
                   expect_fault(FileErrorKind::no_space, path, [&] { safe_save(*files, path, std::string(5000, 'x')); });
                   return !HasFailure();

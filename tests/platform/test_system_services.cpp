@@ -58,8 +58,8 @@ TEST(FileTracer, AppendsOneLineARecordAtOnceWhereTheVariableSays) {
     }
     const std::string stamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} )", lines = read_text(folder.file("trace.txt"));
     EXPECT_EQ(std::regex_replace(lines, std::regex(stamp), "* "),
-              "* first 9 > Outer\n* first 9   Outer: a text\\r\\nof two lines\n* first 4 < Outer\n"
-              "* second 9 > Outer\n* second 9   Outer: a text\\r\\nof two lines\n* second 4 < Outer\n");
+              "* first 9 > Outer\n* first 9   Outer: a text\\x0D\\x0Aof two lines\n* first 4 < Outer\n"
+              "* second 9 > Outer\n* second 9   Outer: a text\\x0D\\x0Aof two lines\n* second 4 < Outer\n");
 }
 
 #ifndef _WIN32  // where the box is the system's

@@ -7,9 +7,7 @@ public:
     MemoryOutput(MemoryDisk& disk, std::shared_ptr<MemoryDisk::Inode> inode) : disk_(disk), inode_(std::move(inode)) {
         ++disk_.open_files;
     }
-    ~MemoryOutput() override {
-        if (inode_) --disk_.open_files;
-    }
+    ~MemoryOutput() override { --disk_.open_files; }
 
     void write(std::string_view bytes) override {
         const bool cut = disk_.fault && disk_.fault->short_write && disk_.operations + 1 == disk_.fault->at;
@@ -20,11 +18,6 @@ public:
     void flush_to_disk() override {
         disk_.operation("flush");
         inode_->flushed = inode_->seen;
-    }
-    void close() override {
-        --disk_.open_files;
-        inode_.reset();
-        disk_.operation("close");
     }
 
 private:

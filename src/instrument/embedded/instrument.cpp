@@ -67,7 +67,6 @@ public:
             const auto file = files_->open_append(path);
             file->write(fmt::format("{} {} {} {} {} {}{} {}\n", date_yyyymmdd(now), time_hhmmss(now), kind, code, first,
                                     second, note, message));
-            file->close();
         } catch (const FileError& fault) {
             throw Error(fault.runtime_error_number(), owner_, "logbook file[" + path + "]: " + fault.what());
         }
