@@ -2,7 +2,6 @@
 #include "platform/xml_document.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 
 #include "korvane/error.h"
@@ -91,73 +90,46 @@ Range range_in_source(std::string_view source, const pugi::xml_node& node) {
     return {begin_in_source(source, node), end};
 }
 
-bool is_line_break_and_indent(std::string_view source, const pugi::xml_node& node) {
-    const Range range = range_in_source(source, node);
-    const std::string_view text = source.substr(range.begin, range.end - range.begin);
-    return text.find('\n') != std::string_view::npos && text.find_first_not_of(" \t\r\n") == std::string_view::npos;
-}
-
-/// How a pretty-printed document is laid out around an element; all empty where it is not.
-struct Layout {
-    std::string line_break;  ///< "\n", "\r\n", or nothing
-    std::string indent;      ///< of the element's line
-    std::string unit;        ///< what one level more adds
-};
-
 /// Line break and indent before the markup at `position`; nothing where other text precedes it on its line.
-Layout line_before(std::string_view source, std::size_t position) {
-    const std::size_t line_feed = source.substr(0, position).rfind('\n');
-    if (line_feed == std::string_view::npos) return {};
-    const std::string_view indent = source.substr(line_feed + 1, position - line_feed - 1);
-    if (indent.find_first_not_of(" \t") != std::string_view::npos) return {};
-    const bool after_return = line_feed > 0 && source[line_feed - 1] == '\r';
-    return {after_return ? "\r\n" : "\n", std::string(indent), ""};
-}
-
-std::string indent_unit(const std::string& outer, const std::string& inner) {
-    if (inner.size() > outer.size() && inner.starts_with(outer)) return inner.substr(outer.size());
-    return inner.find('\t') != std::string::npos ? "\t" : "  ";
+std::string line_before(std::string_view source, std::size_t position) {
+    const std::size_t line_feed = source.substr(0, position).find_last_not_of(" \t");
+    if (line_feed == std::string_view::npos || source[line_feed] != '\n') return {};
+    const std::size_t begin = line_feed - (line_feed > 0 && source[line_feed - 1] == '\r' ? 1 : 0);
+    return std::string(source.substr(begin, position - begin));
 }
 
 /// Text or attribute value in a form that reads back as the same. A reader turns bare carriage returns into line feeds
 /// and, in attributes, line feeds and tabs into blanks.
-std::string escaped(std::string_view text, XmlCharset charset, bool in_attribute) {
-    constexpr std::array<std::pair<char32_t, std::string_view>, 4> named{
-        {{U'&', "amp"}, {U'<', "lt"}, {U'>', "gt"}, {U'"', "quot"}}};
+std::string escaped(std::string_view text, bool in_attribute) {
+    const std::string_view special = in_attribute ? "&<>\r\"\n\t" : "&<>\r";
     std::string result;
-    result.reserve(text.size());
-    while (!text.empty()) {
-        const std::string_view before = text;
-        const std::optional<char32_t> character = take_utf8(text);
-        if (!character) raise_runtime_fault(error_number::invalid_call, "text that is not UTF-8");
-        const auto* const name = std::ranges::find(named, *character, &decltype(named)::value_type::first);
-        const bool normalised = *character == U'\r' || (in_attribute && (*character == U'\n' || *character == U'\t'));
-        if (name != named.end() && (in_attribute || *character != U'"'))
-            append_text(result, '&', name->second, ';');
-        else if (normalised || !can_represent(charset, *character))
-            append_text(result, "&#", static_cast<std::uint32_t>(*character), ';');
+    for (const char character : text)
+        if (special.find(character) == std::string_view::npos)
+            result += character;
         else
-            result += before.substr(0, before.size() - text.size());
-    }
+            append_text(result, '&',
+                        character == '&'   ? "amp"
+                        : character == '<' ? "lt"
+                        : character == '>' ? "gt"
+                        : character == '"' ? "quot"
+                                           : "#" + std::to_string(character),
+                        ';');
     return result;
 }
 
-/// The new element, indented to `layout`; the first line without its break and indent.
-std::string element_text(const XmlNewElement& element, XmlCharset charset, const Layout& layout) {
-    std::string text = "<" + element.name;
+/// The new element on a line of its own, where `line` is one, and its children one unit further in.
+std::string element_text(const XmlNewElement& element, const std::string& line, const std::string& unit) {
+    std::string text = line + "<" + element.name;
     for (const auto& [attribute, value] : element.attributes)
-        append_text(text, ' ', attribute, "=\"", escaped(value, charset, true), '"');
+        append_text(text, ' ', attribute, "=\"", escaped(value, true), '"');
     if (element.children.empty() && element.text.empty()) return text + "/>";
-    append_text(text, '>', escaped(element.text, charset, false));
-    Layout inner = layout;
-    inner.indent += layout.unit;
+    append_text(text, '>', escaped(element.text, false));
     for (const XmlNewElement& child : element.children)
-        append_text(text, inner.line_break, inner.indent, element_text(child, charset, inner));
-    if (!element.children.empty()) append_text(text, layout.line_break, layout.indent);
-    return text + "</" + element.name + ">";
+        text += element_text(child, line.empty() ? line : line + unit, unit);
+    return text + (element.children.empty() ? "" : line) + "</" + element.name + ">";
 }
 
-/// An element in the source, and changes to its content in the order of the source.
+/// An element in the source, and what its content becomes.
 class SourceElement {
 public:
     SourceElement(const std::string& source, const pugi::xml_node& element)
@@ -167,64 +139,43 @@ public:
         content_.begin = element.first_child() ? begin_in_source(source, element.first_child()) : content_.end;
     }
 
-    /// Takes the child away together with the line break and indent before it.
-    void remove(const pugi::xml_node& child) {
-        if (child.parent() != element_)
-            raise_runtime_fault(error_number::invalid_call, "the element to replace is not a child of the other");
-        removed_ = range_in_source(source_, child);
-        const pugi::xml_node before = child.previous_sibling();
-        if (before && is_line_break_and_indent(source_, before)) removed_.begin = begin_in_source(source_, before);
-    }
-
-    std::string with_appended(const XmlNewElement& addition, XmlCharset charset) const {
-        const Layout layout = child_layout();
-        const std::string text = layout.line_break + layout.indent + element_text(addition, charset, layout);
-        const pugi::xml_node last = element_.last_child();
-        const bool opens_line = !last && !layout.line_break.empty();
-        const std::string closing = opens_line ? layout.line_break + line_before(source_, whole_.begin).indent : "";
-        if (self_closing_) return opened(text + closing);
-        const bool has_closing_line = last && is_line_break_and_indent(source_, last) && !layout.line_break.empty();
-        const std::size_t at = has_closing_line ? begin_in_source(source_, last) : content_.end;
-        return source_.substr(0, removed_.begin) + source_.substr(removed_.end, at - removed_.end) + text + closing +
-               source_.substr(at);
-    }
-
-    std::string with_text(const std::string& text) const {
-        if (self_closing_) return opened(text);
-        return source_.substr(0, content_.begin) + text + source_.substr(content_.end);
-    }
-
-private:
-    /// Of the children; without line breaks where the element has text of its own or stands on one line.
-    Layout child_layout() const {
-        const Layout own = line_before(source_, whole_.begin);
-        for (const pugi::xml_node& piece : element_.children()) {
-            const bool is_text = piece.type() == pugi::node_pcdata || piece.type() == pugi::node_cdata;
-            if (is_text && !is_line_break_and_indent(source_, piece)) return {};
-            if (piece.type() != pugi::node_element) continue;
-            Layout layout = line_before(source_, begin_in_source(source_, piece));
-            layout.unit = indent_unit(own.indent, layout.indent);
-            return layout.line_break.empty() ? Layout{} : layout;
-        }
-        if (own.line_break.empty()) return {};
-        const std::string unit = indent_unit(own.indent, own.indent);
-        return {own.line_break, own.indent + unit, unit};
-    }
-
-    /// The source with the self-closing element turned into one with content.
-    std::string opened(const std::string& content) const {
+    std::string with_content(const std::string& content) const {
+        if (!self_closing_) return source_.substr(0, content_.begin) + content + source_.substr(content_.end);
         const std::size_t name_end = source_.find_first_of(" \t\r\n/", whole_.begin);
         const std::size_t end_of_tag = source_.find_last_not_of(" \t\r\n", whole_.end - 3) + 1;
         return text_of(source_.substr(0, end_of_tag), '>', content, "</",
                        source_.substr(whole_.begin + 1, name_end - whole_.begin - 1), '>', source_.substr(whole_.end));
     }
 
+    /// Takes `old`, a child or nothing, away together with its line, and puts the addition, laid out as its siblings
+    /// or else one unit further in than this element, behind all other children.
+    std::string with_child(const XmlNewElement& addition, const pugi::xml_node& old) const {
+        std::string content = source_.substr(content_.begin, content_.end - content_.begin);
+        if (old) {
+            const Range range = range_in_source(source_, old);
+            const std::size_t begin = range.begin - line_before(source_, range.begin).size();
+            content.erase(begin - content_.begin, range.end - begin);
+        }
+        const std::string own = line_before(source_, whole_.begin);
+        const pugi::xml_node sibling =
+            element_.find_child([](const auto& child) { return child.type() == pugi::node_element; });
+        std::string unit = own.find('\t') == std::string::npos ? "  " : "\t";
+        const std::string line = sibling       ? line_before(source_, begin_in_source(source_, sibling))
+                                 : own.empty() ? ""
+                                               : own + unit;
+        if (!own.empty() && line.size() > own.size()) unit = line.substr(own.size());
+        std::size_t end = content.find_last_not_of(" \t\r\n") + 1;
+        if (content.find('\n', end) == std::string::npos) end = content.size();
+        const std::string closing = end < content.size() ? content.substr(end) : sibling ? "" : own;
+        return with_content(content.substr(0, end) + element_text(addition, line, unit) + closing);
+    }
+
+private:
     const std::string& source_;
     const pugi::xml_node element_;
     Range whole_;    ///< from "<" to behind the last ">"
     Range content_;  ///< between the tags; empty, at the end, for a self-closing element
     bool self_closing_ = false;
-    Range removed_;
 };
 
 }  // namespace
@@ -312,15 +263,15 @@ std::vector<XmlElement> XmlDocument::select_all(const std::string& xpath) const 
 
 void XmlDocument::set_text(const XmlElement& element, const std::string& text) {
     const pugi::xml_node node = node_of(element);
-    if (element.text() == text) return;
-    replace_source(SourceElement(source_.text, node).with_text(escaped(text, source_.encoding.charset, false)));
+    if (element.text() != text) replace_source(SourceElement(source_.text, node).with_content(escaped(text, false)));
 }
 
 void XmlDocument::append_child(const XmlElement& parent, const XmlNewElement& addition,
                                const std::optional<XmlElement>& old) {
-    SourceElement edit(source_.text, node_of(parent));
-    if (old) edit.remove(node_of(*old));
-    replace_source(edit.with_appended(addition, source_.encoding.charset));
+    const pugi::xml_node node = node_of(parent), removed = old ? node_of(*old) : pugi::xml_node();
+    if (removed && removed.parent() != node)
+        raise_runtime_fault(error_number::invalid_call, "the element to replace is not a child of the other");
+    replace_source(SourceElement(source_.text, node).with_child(addition, removed));
 }
 
 pugi::xml_node XmlDocument::node_of(const XmlElement& element) const {

@@ -62,10 +62,6 @@ std::optional<char> single_byte(XmlCharset charset, char32_t character) {
     return std::nullopt;
 }
 
-bool is_utf(XmlCharset charset) {
-    return charset == utf8 || charset == utf16_little_endian || charset == utf16_big_endian;
-}
-
 constexpr std::size_t largest_document = std::size_t{256} << 20;
 constexpr int deepest_element = 8192;
 constexpr std::size_t longest_shown_name = 100;
@@ -244,10 +240,6 @@ std::optional<char32_t> single_byte_character(XmlCharset charset, unsigned char 
     return byte;
 }
 
-bool can_represent(XmlCharset charset, char32_t character) {
-    return is_utf(charset) || single_byte(charset, character).has_value();
-}
-
 std::string encode_xml(const XmlEncoding& encoding, std::string_view text) {
     std::string bytes;
     bytes.reserve(text.size() * (encoding.charset == utf8 ? 1 : 2) + 3);
@@ -259,10 +251,12 @@ std::string encode_xml(const XmlEncoding& encoding, std::string_view text) {
     while (!text.empty()) {
         const std::optional<char32_t> character = take_utf8(text);
         if (!character) raise_runtime_fault(error_number::invalid_call, "text that is not UTF-8");
-        if (is_utf(encoding.charset))
+        if (encoding.charset == utf16_little_endian || encoding.charset == utf16_big_endian)
             append_utf16(bytes, *character, encoding.charset == utf16_little_endian);
+        else if (const auto byte = single_byte(encoding.charset, *character))
+            bytes += *byte;
         else
-            bytes += single_byte(encoding.charset, *character).value();
+            append_text(bytes, "&#", static_cast<std::uint32_t>(*character), ';');
     }
     return bytes;
 }

@@ -34,10 +34,9 @@ std::optional<XmlCharset> charset_by_name(std::string_view name);
 
 /// The character of a byte in a charset that has one byte a character; nothing where it stands for none.
 std::optional<char32_t> single_byte_character(XmlCharset charset, unsigned char byte);
-bool can_represent(XmlCharset charset, char32_t character);
 
-/// UTF-8 to the bytes of a file. `text` must hold nothing that the encoding cannot represent; error 5 where it is not
-/// UTF-8.
+/// UTF-8 to the bytes of a file; what the encoding does not have becomes a reference by number. Error 5 where the text
+/// is not UTF-8.
 std::string encode_xml(const XmlEncoding& encoding, std::string_view text);
 
 /// Takes the first character off a UTF-8 text; nothing where it is malformed (surrogates and overlong forms included).
