@@ -253,14 +253,6 @@ std::vector<XmlElement> XmlElement::select_all(const std::string& xpath) const {
     return elements;
 }
 
-std::optional<XmlElement> XmlDocument::select(const std::string& xpath) const {
-    return XmlElement(this, tree_).select(xpath);
-}
-
-std::vector<XmlElement> XmlDocument::select_all(const std::string& xpath) const {
-    return XmlElement(this, tree_).select_all(xpath);
-}
-
 void XmlDocument::set_text(const XmlElement& element, const std::string& text) {
     const pugi::xml_node node = node_of(element);
     if (element.text() != text) replace_source(SourceElement(source_.text, node).with_content(escaped(text, false)));

@@ -54,8 +54,10 @@ public:
     /// First node of an XPath 1.0 node set, if any. Names match as they are written, prefix included; a default
     /// namespace makes no difference. Error -2147467259 naming the query where it is not a query for nodes, nests too
     /// deep (64 brackets) or is too long (65,536 bytes).
-    std::optional<XmlElement> select(const std::string& xpath) const;
-    std::vector<XmlElement> select_all(const std::string& xpath) const;
+    std::optional<XmlElement> select(const std::string& xpath) const { return XmlElement(this, tree_).select(xpath); }
+    std::vector<XmlElement> select_all(const std::string& xpath) const {
+        return XmlElement(this, tree_).select_all(xpath);
+    }
 
     // Edits. They invalidate all elements and raise error 5 for what is no element of this document and where the
     // result would not be well-formed (characters that XML does not allow, too deep); the document is then unchanged.

@@ -73,22 +73,15 @@ constexpr std::int32_t nested_too_deep = 105;
 constexpr std::int32_t entity_of_document = 106;
 constexpr std::int32_t not_well_formed = 200;  // plus Expat's code
 
-/// What a pass of Expat makes of the text: its own, in UTF-8 and the order of the document, or nothing, because the
-/// bytes are the text.
-enum class TextOf { markup, bytes };
-
-/// One pass of Expat over a document.
+/// One pass of Expat over a document, whose pieces it hands on in UTF-8 and in their order.
 class Reading {
 public:
-    Reading(XmlSource& source, const char* encoding, TextOf origin)
-        : source_(source), origin_(origin), parser_(XML_ParserCreate(encoding), XML_ParserFree) {
+    Reading(XmlSource& source, const char* encoding)
+        : source_(source), parser_(XML_ParserCreate(encoding), XML_ParserFree) {
         if (!parser_) throw std::bad_alloc();
         XML_SetUserData(parser_.get(), this);
-        if (origin == TextOf::markup)  // handler without "Expand": entities stay references
-            XML_SetDefaultHandler(parser_.get(), call<&Reading::text, const char*, int>);
-        else
-            XML_SetStartDoctypeDeclHandler(parser_.get(),
-                                           call<&Reading::document_type, const char*, const char*, const char*, int>);
+        // A handler without "Expand": entities stay references.
+        XML_SetDefaultHandler(parser_.get(), call<&Reading::text, const char*, int>);
         XML_SetXmlDeclHandler(parser_.get(), call<&Reading::declaration, const char*, const char*, int>);
         XML_SetElementHandler(parser_.get(), call<&Reading::start_tag, const char*, const char**>,
                               call<&Reading::end_tag, const char*>);
@@ -106,9 +99,6 @@ public:
         append_text(fault_.reason, " (line ", XML_GetCurrentLineNumber(parser_.get()), ")");
         return fault_;
     }
-
-    /// Whether the pass came upon what makes the text another than the bytes, or may: entities, another encoding.
-    bool gave_up() const { return gave_up_; }
 
 private:
     /// A member as a handler; an exception must not pass through Expat.
@@ -131,14 +121,6 @@ private:
         const auto named = charset_by_name(encoding);
         source_.encoding.charset = named.value_or(XmlCharset::utf8);
         source_.encoding.certain = named == XmlCharset::utf8;
-        if (origin_ == TextOf::bytes && source_.encoding.charset != XmlCharset::utf8) give_up();
-    }
-
-    void document_type(const char*, const char*, const char*, int) { give_up(); }
-
-    void give_up() {
-        gave_up_ = true;
-        XML_StopParser(parser_.get(), XML_FALSE);
     }
 
     void start_tag(const char* name, const char**) {
@@ -193,12 +175,10 @@ private:
     }
 
     XmlSource& source_;
-    TextOf origin_;
     std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser_;
     XmlParseError fault_;
     std::exception_ptr thrown_;
     int depth_ = 0;
-    bool gave_up_ = false;
 };
 
 XmlParseError judged(std::string_view bytes, XmlSource& source) {
@@ -206,15 +186,8 @@ XmlParseError judged(std::string_view bytes, XmlSource& source) {
     const char* const name = charset == XmlCharset::utf8                  ? "UTF-8"
                              : charset == XmlCharset::utf16_little_endian ? "UTF-16LE"
                                                                           : "UTF-16BE";
-    const char* const encoding = certain ? name : nullptr;
-    if (charset == XmlCharset::utf8) {
-        Reading plain(source, encoding, TextOf::bytes);
-        const XmlParseError error = plain.run(bytes);
-        source.text = bytes.substr(byte_order_mark ? 3 : 0);
-        if (!plain.gave_up()) return error;
-    }
     source.text.clear();
-    const XmlParseError error = Reading(source, encoding, TextOf::markup).run(bytes);
+    const XmlParseError error = Reading(source, certain ? name : nullptr).run(bytes);
     if (!error && encode_xml(source.encoding, source.text) != bytes)
         return {characters_malformed, "The document holds bytes that are no characters in its encoding"};
     return error;
