@@ -35,17 +35,6 @@ Integer to_integer(double value) {
 /// Plain decimals stand for exponents -5 to 15.
 constexpr double smallest_plain = 1e-5, beyond_plain = 1e16;
 
-/// The text with the current locale's decimal separator turned into a point; false where it holds a point already.
-bool with_point(std::string_view text, std::string& out) {
-    const std::string separator = decimal_separator();
-    const bool is_point = separator == "." || separator.empty();
-    if (!is_point && text.find('.') != std::string_view::npos) return false;
-    const std::size_t at = is_point ? std::string_view::npos : text.find(separator);
-    out = text.substr(0, at);
-    if (at != std::string_view::npos) out.append(1, '.').append(text.substr(at + separator.size()));
-    return true;
-}
-
 std::tm calendar_parts(const LocalTime& time) {
     std::tm parts{};
     parts.tm_year = time.year - 1900;
@@ -131,8 +120,11 @@ void append_number(std::string& out, double value) {
 
 double parse_double(std::string_view text) {
     const auto mismatch = [&] { raise_runtime_fault(error_number::type_mismatch, "[", text, "]"); };
-    std::string digits;
-    if (!with_point(trimmed(text), digits)) mismatch();
+    std::string digits(trimmed(text));
+    if (const std::string separator = decimal_separator(); separator != "." && !separator.empty()) {
+        if (digits.find('.') != std::string::npos) mismatch();
+        if (const auto at = digits.find(separator); at != std::string::npos) digits.replace(at, separator.size(), ".");
+    }
     const bool negative = !digits.empty() && digits.front() == '-';
     if (negative || (!digits.empty() && digits.front() == '+')) digits.erase(0, 1);
     // What from_chars would take besides: a second sign and the names of the values that are no numbers.
@@ -169,13 +161,9 @@ std::string date_yymmdd(const LocalTime& time) {
 #ifdef _WIN32
 
 std::string general_date_text(const LocalTime& time) {
-    SYSTEMTIME parts{};
-    parts.wYear = static_cast<WORD>(time.year);
-    parts.wMonth = static_cast<WORD>(time.month);
-    parts.wDay = static_cast<WORD>(time.day);
-    parts.wHour = static_cast<WORD>(time.hour);
-    parts.wMinute = static_cast<WORD>(time.minute);
-    parts.wSecond = static_cast<WORD>(time.second);
+    const auto word = [](int part) { return static_cast<WORD>(part); };
+    SYSTEMTIME parts{word(time.year),   word(time.month),  0, word(time.day), word(time.hour),
+                     word(time.minute), word(time.second), 0};
     DATE date = 0;
     BSTR text = nullptr;
     if (!SystemTimeToVariantTime(&parts, &date) || FAILED(VarBstrFromDate(date, LOCALE_USER_DEFAULT, 0, &text)))

@@ -16,67 +16,57 @@ namespace korvane {
 
 namespace {
 
-struct RuntimeFault {
+struct KnownFault {
     std::int32_t number;
     ErrorKind kind;
-    std::string_view text;
+    std::string_view text = "Application-defined or object-defined error";
 };
 
 using enum ErrorKind;
-constexpr std::array runtime_faults{
-    RuntimeFault{5, instrument, "Invalid procedure call or argument"},
-    RuntimeFault{6, instrument, "Overflow"},
-    RuntimeFault{7, internal, "Out of memory"},
-    RuntimeFault{9, instrument, "Subscript out of range"},
-    RuntimeFault{11, instrument, "Division by zero"},
-    RuntimeFault{13, configuration, "Type mismatch"},
-    RuntimeFault{51, internal, "Internal error"},
-    RuntimeFault{53, configuration, "File not found"},
-    RuntimeFault{57, configuration, "Device I/O error"},
-    RuntimeFault{61, configuration, "Disk full"},
-    RuntimeFault{70, configuration, "Permission denied"},
-    RuntimeFault{75, configuration, "Path/File access error"},
-    RuntimeFault{76, configuration, "Path not found"},
-    RuntimeFault{91, instrument, "Object variable or With block variable not set"},
-    RuntimeFault{94, usage, "Invalid use of Null"},
-    RuntimeFault{424, usage, "Object required"},
-    RuntimeFault{429, instrument, "ActiveX component can't create object"},
-    RuntimeFault{438, usage, "Object doesn't support this property or method"},
-    RuntimeFault{448, usage, "Named argument not found"},
-    RuntimeFault{449, usage, "Argument not optional"},
-    RuntimeFault{450, usage, "Wrong number of arguments or invalid property assignment"},
+constexpr KnownFault known_faults[] = {
+    {error_number::user_aborted, aborted},
+    {error_number::polarity_timeout, time_out},
+    {error_number::setpoint_not_reached, time_out},
+    {error_number::preferences_unavailable, configuration},
+    {error_number::file_or_element, configuration},
+    {error_number::group_node, configuration},
+    {error_number::group_not_permitted, configuration},
+    {5, instrument, "Invalid procedure call or argument"},
+    {6, instrument, "Overflow"},
+    {7, internal, "Out of memory"},
+    {9, instrument, "Subscript out of range"},
+    {11, instrument, "Division by zero"},
+    {13, configuration, "Type mismatch"},
+    {51, internal, "Internal error"},
+    {53, configuration, "File not found"},
+    {57, configuration, "Device I/O error"},
+    {61, configuration, "Disk full"},
+    {70, configuration, "Permission denied"},
+    {75, configuration, "Path/File access error"},
+    {76, configuration, "Path not found"},
+    {91, instrument, "Object variable or With block variable not set"},
+    {94, usage, "Invalid use of Null"},
+    {424, usage, "Object required"},
+    {429, instrument, "ActiveX component can't create object"},
+    {438, usage, "Object doesn't support this property or method"},
+    {448, usage, "Named argument not found"},
+    {449, usage, "Argument not optional"},
+    {450, usage, "Wrong number of arguments or invalid property assignment"},
 };
 
-const RuntimeFault* find_fault(std::int32_t number) {
-    const auto* const found = std::find_if(runtime_faults.begin(), runtime_faults.end(),
-                                           [&](const RuntimeFault& fault) { return fault.number == number; });
-    return found == runtime_faults.end() ? nullptr : found;
+KnownFault fault_of(std::int32_t number) {
+    const auto* const found = std::ranges::find(known_faults, number, &KnownFault::number);
+    return found == std::end(known_faults) ? KnownFault{number, instrument} : *found;
 }
 
 }  // namespace
 
 ErrorKind usual_error_kind(std::int32_t number) noexcept {
-    switch (number) {
-        case error_number::user_aborted:
-            return aborted;
-        case error_number::polarity_timeout:
-        case error_number::setpoint_not_reached:
-            return time_out;
-        case error_number::preferences_unavailable:
-        case error_number::file_or_element:
-        case error_number::group_node:
-        case error_number::group_not_permitted:
-            return configuration;
-        default: {
-            const RuntimeFault* const fault = find_fault(number);
-            return fault ? fault->kind : instrument;
-        }
-    }
+    return fault_of(number).kind;
 }
 
 void raise_runtime_fault(std::int32_t number, const std::string& detail) {
-    const RuntimeFault* const fault = find_fault(number);
-    std::string description(fault ? fault->text : "Application-defined or object-defined error");
+    std::string description(fault_of(number).text);
     if (!detail.empty()) description += ": " + detail;
     throw Error(number, "Korvane", description);
 }
@@ -120,8 +110,8 @@ double number_of(const InstrumentValue& value, const std::string& what) {
     if (const auto* number = std::get_if<double>(&value)) return *number;
     if (const auto* text = std::get_if<std::string>(&value)) {
         double number = 0;
-        const char *const begin = text->data() + (text->starts_with('+') ? 1 : 0), *const end =
-                                                                                       text->data() + text->size();
+        const char* const begin = text->data() + (text->starts_with('+') ? 1 : 0);
+        const char* const end = text->data() + text->size();
         const auto [stopped, fault] = std::from_chars(begin, end, number);
         if (fault == std::errc() && stopped == end && std::isfinite(number)) return number;
     }

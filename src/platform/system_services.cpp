@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <thread>
+#include <utility>
 
 #include "korvane/error.h"
 #include "korvane/system.h"
@@ -18,22 +19,19 @@ namespace korvane {
 
 namespace {
 
-struct Instant {
-    LocalTime time;
-    double fraction;  ///< of the second
-};
-
-Instant local_instant() {
+/// And the fraction of the second.
+std::pair<LocalTime, double> local_instant() {
 #ifdef _WIN32
     SYSTEMTIME time;
     GetLocalTime(&time);
-    return {{time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond}, time.wMilliseconds / 1000.0};
+    return {LocalTime{time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond},
+            time.wMilliseconds / 1000.0};
 #else
     timespec instant{};
     clock_gettime(CLOCK_REALTIME, &instant);
     std::tm local{};
     localtime_r(&instant.tv_sec, &local);
-    return {{local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec},
+    return {LocalTime{local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec},
             static_cast<double>(instant.tv_nsec) * 1e-9};
 #endif
 }
@@ -47,7 +45,7 @@ public:
 
     /// Error 13 where KORVANE_TIME is no time.
     LocalTime now() override {
-        if (played_.empty()) return local_instant().time;
+        if (played_.empty()) return local_instant().first;
         LocalTime time;
         int read = 0;
         std::sscanf(played_.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &time.year, &time.month, &time.day, &time.hour,
