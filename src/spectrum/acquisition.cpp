@@ -111,16 +111,6 @@ std::string SpectrumParser::tune_log_path() const {
     return impl_->tune.tune_log_path();
 }
 
-SpectrumParser::Impl::Impl(const Platform& world)
-    : platform(checked(world)),
-      trace(platform.tracers),
-      instrument(platform.instrument),
-      tune(platform),
-      params(platform),
-      prefs(platform),
-      abort(platform),
-      search_log(platform) {}
-
 CurrentSetpoints SpectrumParser::Impl::current() {
     segments = {tune.CurrentTimeSegment(), tune.CurrentScanSegment()};
     return {instrument, segments};

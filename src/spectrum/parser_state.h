@@ -32,7 +32,7 @@ struct IndexRange {
 
 /// The objects are made in the order of the members. Routines that build on public members are given the parser.
 struct SpectrumParser::Impl {
-    explicit Impl(const Platform& world);
+    explicit Impl(const Platform& world) : platform(checked(world)) {}
 
     /// The setpoint table for the segments current now.
     CurrentSetpoints current();
@@ -59,12 +59,12 @@ struct SpectrumParser::Impl {
     std::int32_t GetAveragedPeakAbundance(SpectrumParser& parser, double mz, std::int32_t spectra);
 
     const Platform platform;
-    const Trace trace;
-    const LazyInstrument instrument;
-    TuneGlobals tune;
-    clsTuneParamsXML params;
-    clsTunePrefsXML prefs;
-    AbortHelper abort;
+    const Trace trace{platform.tracers};
+    const LazyInstrument instrument{platform.instrument};
+    TuneGlobals tune{platform};
+    clsTuneParamsXML params{platform};
+    clsTunePrefsXML prefs{platform};
+    AbortHelper abort{platform};
 
     Segments segments;            // those of the last call of `current`
     std::string log_line;         // kept for its memory
@@ -79,7 +79,7 @@ struct SpectrumParser::Impl {
     std::function<void(const AdjustProbe&)> on_adjust_probe;
     std::optional<bool> fast_choice;
     AdjustOutcome adjustment;
-    LogFile search_log;
+    LogFile search_log{platform};
     std::optional<bool> search_log_is_on;  // once the search has read the preference
 };
 

@@ -36,56 +36,29 @@ double convert_portably(std::span<const double> samples, std::int32_t* counts) {
 
 #ifdef KORVANE_SSE2
 
-namespace {
-
-/// Converts blocks of eight samples; what no integer can hold becomes the lowest one.
-class BlockConverter {
-public:
-    static constexpr std::size_t block = 8;
-
-    explicit BlockConverter(double first) : low_max_(_mm_set1_pd(first)), high_max_(low_max_) {}
-
-    void take(const double* samples, std::int32_t* counts) {
-        take_half(samples, counts);
-        take_half(samples + block / 2, counts + block / 2);
-    }
-
-    bool met_the_lowest() const { return _mm_movemask_epi8(lowest_) != 0; }
-    double maximum() const {
-        alignas(16) double both[2];
-        _mm_store_pd(both, _mm_max_pd(low_max_, high_max_));
-        return std::max(both[0], both[1]);
-    }
-
-private:
-    void take_half(const double* samples, std::int32_t* counts) {
-        const __m128d low = _mm_loadu_pd(samples);
-        const __m128d high = _mm_loadu_pd(samples + 2);
-        low_max_ = _mm_max_pd(low_max_, low);
-        high_max_ = _mm_max_pd(high_max_, high);
-        const __m128i four = _mm_unpacklo_epi64(_mm_cvtpd_epi32(low), _mm_cvtpd_epi32(high));
-        lowest_ = _mm_or_si128(lowest_, _mm_cmpeq_epi32(four, _mm_set1_epi32(INT32_MIN)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(counts), four);
-    }
-
-    __m128d low_max_;
-    __m128d high_max_;
-    __m128i lowest_ = _mm_setzero_si128();
-};
-
-}  // namespace
-
 double convert(std::span<const double> samples, std::int32_t* counts) {
-    const std::size_t in_blocks = samples.size() - samples.size() % BlockConverter::block;
-    BlockConverter converter(samples[0]);
+    constexpr std::size_t block = 4;
+    const std::size_t in_blocks = samples.size() - samples.size() % block;
+    __m128d low_max = _mm_set1_pd(samples[0]), high_max = low_max;
+    __m128i met_the_lowest = _mm_setzero_si128();
     {
         StandardRounding rounding;
-        for (std::size_t i = 0; i < in_blocks; i += BlockConverter::block) converter.take(&samples[i], counts + i);
+        for (std::size_t i = 0; i < in_blocks; i += block) {
+            const __m128d low = _mm_loadu_pd(&samples[i]), high = _mm_loadu_pd(&samples[i + 2]);
+            low_max = _mm_max_pd(low_max, low);
+            high_max = _mm_max_pd(high_max, high);
+            const __m128i four = _mm_unpacklo_epi64(_mm_cvtpd_epi32(low), _mm_cvtpd_epi32(high));
+            met_the_lowest = _mm_or_si128(met_the_lowest, _mm_cmpeq_epi32(four, _mm_set1_epi32(INT32_MIN)));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(counts + i), four);
+        }
     }
-    // The lowest integer also stands for overflow; the careful conversion tells them apart.
-    if (converter.met_the_lowest()) return convert_portably(samples, counts);
-    if (in_blocks == samples.size()) return converter.maximum();
-    return std::max(converter.maximum(), convert_portably(samples.subspan(in_blocks), counts + in_blocks));
+    // The lowest integer also stands for what no integer can hold; the careful conversion tells them apart.
+    if (_mm_movemask_epi8(met_the_lowest) != 0) return convert_portably(samples, counts);
+    alignas(16) double both[2];
+    _mm_store_pd(both, _mm_max_pd(low_max, high_max));
+    const double maximum = std::max(both[0], both[1]);
+    if (in_blocks == samples.size()) return maximum;
+    return std::max(maximum, convert_portably(samples.subspan(in_blocks), counts + in_blocks));
 }
 
 #else
