@@ -18,7 +18,7 @@ void simulated_spectrum(benchmark::State& state, DetectorStatistics statistics) 
     SpectrumGenerator generator(scene, 1);
     const auto conditions = acquisition_conditions(scene, 0, setpoints);
     int number = 0;
-    for (auto _ : state) benchmark::DoNotOptimize(generator.generate(number++, conditions, {10000, 1}, 1));
+    for (auto _ : state) benchmark::DoNotOptimize(generator.generate(number++, conditions, {10000, 1}));
 }
 
 void simulated_spectrum_counting(benchmark::State& state) {

@@ -109,13 +109,6 @@ Setpoints::Entry& Setpoints::entry(std::int32_t index) {
     return const_cast<Entry&>(std::as_const(*this).entry(index));
 }
 
-void Setpoints::arrive(Entry& arriving) {
-    arriving.remaining_spectra = 0;
-    if (arriving.actual == arriving.commanded) return;
-    arriving.actual = arriving.commanded;
-    ++revision_;
-}
-
 bool Setpoints::command(std::int32_t index, const SetpointValue& value, bool at_once) {
     Entry& target = entry(index);
     const SetpointDefinition& definition = *target.definition;
@@ -128,14 +121,14 @@ bool Setpoints::command(std::int32_t index, const SetpointValue& value, bool at_
     const bool changed = number != target.commanded;
     target.commanded = number;
     if (changed) target.remaining_spectra = target.delay_spectra.value_or(0);
-    if (at_once || (changed && target.delay_spectra == 0)) arrive(target);
+    if (at_once || (changed && target.delay_spectra == 0)) target.arrive();
     return changed;
 }
 
 void Setpoints::preset(std::int32_t index, double value) {
     Entry& target = entry(index);
     target.commanded = in_type(*target.definition, value);
-    arrive(target);
+    target.arrive();
 }
 
 void Setpoints::preset(const std::map<std::string, double>& values_by_name) {
@@ -148,7 +141,7 @@ void Setpoints::delay(std::int32_t index, std::optional<std::int64_t> spectra) {
 
 void Setpoints::spectrum_begins() {
     for (Entry& waiting : entries_)
-        if (waiting.remaining_spectra > 0 && waiting.remaining_spectra-- == 1) arrive(waiting);
+        if (waiting.remaining_spectra > 0 && waiting.remaining_spectra-- == 1) waiting.arrive();
 }
 
 std::map<std::string, double> Setpoints::commanded_by_name() const {

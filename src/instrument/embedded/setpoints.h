@@ -64,8 +64,6 @@ public:
 
     /// One spectrum passes: delayed values come nearer to arriving.
     void spectrum_begins();
-    /// Changes whenever a reached value changes.
-    std::uint64_t revision() const { return revision_; }
     std::map<std::string, double> commanded_by_name() const;
 
 private:
@@ -74,15 +72,18 @@ private:
         double commanded = 0, actual = 0;
         std::optional<std::int64_t> delay_spectra = 0;  // of every change; nothing: it never arrives
         std::int64_t remaining_spectra = 0;             // until the present command arrives
+
+        void arrive() {
+            remaining_spectra = 0;
+            actual = commanded;
+        }
     };
 
     const Entry& entry(std::int32_t index) const;
     Entry& entry(std::int32_t index);
-    void arrive(Entry& entry);
 
     std::string owner_;
     std::vector<Entry> entries_;  // in the order of the definitions
-    std::uint64_t revision_ = 1;
 };
 
 }  // namespace korvane::embedded

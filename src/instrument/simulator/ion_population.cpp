@@ -7,7 +7,7 @@
 #include <set>
 
 #include "instrument/simulator/expected_signal.h"
-#include "instrument/simulator/portable_random.h"
+#include "instrument/simulator/random_stream.h"
 #include "korvane/error.h"
 #include "platform/text.h"
 
@@ -146,7 +146,7 @@ void add_scene_ion(const SceneIon& ion, const Scene& scene, const MassTimeCalibr
 }
 
 double log_uniform(RandomStream& random, double low, double high) {
-    return low * portable_exp(random.uniform() * portable_log(high / low));
+    return low * std::exp(random.uniform() * std::log(high / low));
 }
 
 /// Places the background between the peaks that are there.

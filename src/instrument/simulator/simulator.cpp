@@ -158,7 +158,7 @@ private:
         spectrum.start_time_ns = timing.start_time_ns;
         spectrum.mass_data = mass_axis(*lent_[static_cast<std::size_t>(polarity)], timing.start_time_ns, conditions);
         try {
-            spectrum.y_data = generator().generate(number, conditions, timing, setpoints_.revision());
+            spectrum.y_data = generator().generate(number, conditions, timing);
         } catch (const Error& fault) {
             raise_of_scene(fault);
         }

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numbers>
+#include <utility>
 
-#include "instrument/simulator/portable_random.h"
+#include "instrument/simulator/random_stream.h"
 #include "korvane/embedded_parts.h"
 
 namespace korvane::simulation {
@@ -65,29 +67,23 @@ double SpectrumGenerator::start_phase(std::int64_t spectrum_number) const {
 }
 
 std::vector<double> SpectrumGenerator::generate(std::int64_t spectrum_number, const AcquisitionConditions& conditions,
-                                                const SpectrumTiming& timing, std::uint64_t revision) {
-    const Expectation key{revision, conditions.polarity, timing};
-    if (prepared_for_ != key) {
-        prepared_for_.reset();
-        prepare(conditions, timing);
-        prepared_for_ = key;
-    }
+                                                const SpectrumTiming& timing) {
+    prepare(conditions);
     const std::size_t blocks = (conditions.sample_count + block_samples - 1) / block_samples;
     signal_.assign(blocks * block_samples, 0);
-    draw_ions(conditions, stream(spectrum_number, ions_purpose));
+    draw_ions(conditions, timing, stream(spectrum_number, ions_purpose));
     const double drift_phase = stream(spectrum_number, baseline_purpose).uniform();
     std::vector<double> counts = digitized(conditions, drift_phase, stream(spectrum_number, noise_purpose));
     silence_dead_masses(conditions, timing, counts);
     return counts;
 }
 
-void SpectrumGenerator::prepare(const AcquisitionConditions& conditions, const SpectrumTiming& timing) {
-    expected_ =
-        expected_signal(population_[static_cast<std::size_t>(conditions.polarity)], scene_, shape_, conditions, timing);
-    const auto& quantiles = normal_quantiles();
-    noise_.resize(quantiles.size());
-    std::ranges::transform(quantiles, noise_.begin(), [&](double z) { return to_fixed(z * conditions.noise_counts); });
-    const double sigma = expected_.detector_sigma_samples;
+void SpectrumGenerator::prepare(const AcquisitionConditions& conditions) {
+    if (std::exchange(noise_counts_, conditions.noise_counts) != conditions.noise_counts) {
+        noise_.clear();
+        for (const double z : normal_quantiles()) noise_.push_back(to_fixed(z * noise_counts_));
+    }
+    const double sigma = scene_.peak_shape.detector_width_ns / fwhm_per_sigma / conditions.sampling_interval_ns;
     half_length_ = static_cast<std::int64_t>(std::ceil(pulse_reach_sigmas * sigma));
     pulses_.clear();
     const double scale = conditions.counts_per_ion * signal_fraction * (1 << pulse_bits) / sigma;
@@ -98,13 +94,15 @@ void SpectrumGenerator::prepare(const AcquisitionConditions& conditions, const S
         }
 }
 
-void SpectrumGenerator::draw_ions(const AcquisitionConditions& conditions, RandomStream random) {
+void SpectrumGenerator::draw_ions(const AcquisitionConditions& conditions, const SpectrumTiming& timing,
+                                  RandomStream random) {
     const auto limit = static_cast<std::int64_t>(conditions.full_scale()) << fraction_bits;
     const auto add = [&](std::size_t sample, std::int64_t amount) {
         signal_[sample] = static_cast<std::int32_t>(std::min(signal_[sample] + amount, limit));
     };
+    const IonPeaks& ions = population_[static_cast<std::size_t>(conditions.polarity)];
     double pulses = 0;
-    for (const ExpectedPeak& peak : expected_.peaks) {
+    for (const ExpectedPeak& peak : expected_peaks(ions, scene_, shape_, conditions, timing)) {
         const bool by_pulses = scene_.detector.statistics == DetectorStatistics::pulse &&
                                peak.ions <= most_single_ions && (pulses += peak.ions) <= most_pulses;
         by_pulses ? draw_pulses(peak, conditions.sample_count, random, add)
@@ -116,13 +114,9 @@ void SpectrumGenerator::draw_ions(const AcquisitionConditions& conditions, Rando
 template <class Add>
 void SpectrumGenerator::draw_counts(const ExpectedPeak& peak, double amount_per_ion, RandomStream& random,
                                     const Add& add) const {
-    for (std::size_t i = 0; i < peak.sample_count; ++i) {
-        const double mean = expected_.ions[peak.first_value + i];
-        const std::int64_t count = mean < 10.0
-                                       ? random.small_poisson(mean, expected_.zero_probabilities[peak.first_value + i])
-                                       : random.poisson(mean);
-        if (count > 0) add(peak.first_sample + i, rounded(static_cast<double>(count) * amount_per_ion));
-    }
+    for (std::size_t i = 0; i < peak.samples.size(); ++i)
+        if (const std::int64_t count = random.poisson(peak.samples[i]); count > 0)
+            add(peak.first_sample + i, rounded(static_cast<double>(count) * amount_per_ion));
 }
 
 /// Pulse statistics: every ion arrives at a time of its own and makes one detector pulse of random height.
@@ -154,7 +148,8 @@ std::vector<double> SpectrumGenerator::digitized(const AcquisitionConditions& co
     const auto full_scale = static_cast<std::int32_t>(conditions.full_scale());
     const auto baseline_at = [&](std::size_t sample) {
         const double share = static_cast<double>(sample) / static_cast<double>(conditions.sample_count);
-        const double wave = portable_sine_of_turns(scene_.detector.baseline_drift_waves * share + drift_phase);
+        const double wave =
+            std::sin(2.0 * std::numbers::pi * (scene_.detector.baseline_drift_waves * share + drift_phase));
         const double baseline = conditions.baseline_counts * (1.0 + scene_.detector.baseline_drift * wave);
         return to_fixed(std::min(baseline, conditions.full_scale()));
     };

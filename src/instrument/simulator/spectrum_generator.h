@@ -3,12 +3,11 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 #include "instrument/simulator/expected_signal.h"
 #include "instrument/simulator/ion_population.h"
-#include "instrument/simulator/portable_random.h"
+#include "instrument/simulator/random_stream.h"
 
 namespace korvane::simulation {
 
@@ -20,23 +19,15 @@ public:
     /// Part of a sample by which the spectrum of this number starts later: 0 unless the scene asks for a random phase.
     double start_phase(std::int64_t spectrum_number) const;
 
-    /// Counts of every sample of the spectrum of this number. `revision` changes whenever the conditions may have
-    /// changed. The same seed, number, conditions and timing give the same counts.
+    /// Counts of every sample of the spectrum of this number. The same seed, number, conditions and timing give the
+    /// same counts.
     std::vector<double> generate(std::int64_t spectrum_number, const AcquisitionConditions& conditions,
-                                 const SpectrumTiming& timing, std::uint64_t revision);
+                                 const SpectrumTiming& timing);
 
 private:
-    /// What the tables are prepared for.
-    struct Expectation {
-        std::uint64_t revision;
-        std::int32_t polarity;
-        SpectrumTiming timing;
-        friend bool operator==(const Expectation&, const Expectation&) = default;
-    };
-
     RandomStream stream(std::int64_t spectrum_number, std::uint64_t purpose) const;
-    void prepare(const AcquisitionConditions& conditions, const SpectrumTiming& timing);
-    void draw_ions(const AcquisitionConditions& conditions, RandomStream random);
+    void prepare(const AcquisitionConditions& conditions);
+    void draw_ions(const AcquisitionConditions& conditions, const SpectrumTiming& timing, RandomStream random);
     template <class Add>
     void draw_counts(const ExpectedPeak& peak, double amount_per_ion, RandomStream& random, const Add& add) const;
     template <class Add>
@@ -52,9 +43,8 @@ private:
     std::vector<IonPeak> dead_peaks_;
     PeakShape shape_;
     std::vector<std::int64_t> heights_;  // of pulses: quantiles, 1024 is the mean
-    std::optional<Expectation> prepared_for_;
-    ExpectedSignal expected_;
-    std::vector<std::int32_t> noise_;   // quantiles in 1/64 counts
+    double noise_counts_ = -1;           // for which the noise's quantiles stand, in 1/64 counts
+    std::vector<std::int32_t> noise_;
     std::vector<std::int64_t> pulses_;  // one pulse for each sub-sample phase
     std::int64_t half_length_ = 0;      // samples on either side of a pulse's own
     std::vector<std::int32_t> signal_;  // of the ions, in 1/64 counts, up to the end of its last block

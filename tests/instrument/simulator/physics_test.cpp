@@ -35,7 +35,7 @@ public:
         conditions = acquisition_conditions(scene_, 0, setpoints);
     }
     std::vector<double> counts() {
-        return generator_.generate(number_++, conditions, {scene_.instrument.spectrum_start_ns, 1.0}, 1);
+        return generator_.generate(number_++, conditions, {scene_.instrument.spectrum_start_ns, 1.0});
     }
     /// Sum of the next spectrum, in ions.
     double ions() {

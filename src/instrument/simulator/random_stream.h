@@ -1,5 +1,4 @@
-// Functions and random draws that are the same on every machine: made of the basic operations and square roots only,
-// which round alike everywhere, so that a seed gives the same spectra. Accurate to a few units in the last place.
+// Random draws of the simulation: the same seed gives the same ones.
 #pragma once
 
 #include <array>
@@ -9,23 +8,10 @@
 
 namespace korvane::simulation {
 
-inline constexpr double pi = 3.14159265358979323846;
-
-double portable_exp(double x);
-/// Natural logarithm of a positive number.
-double portable_log(double x);
-double portable_pow(double positive_base, double exponent);
-/// sin(2 pi turns).
-double portable_sine_of_turns(double turns);
 /// Density of the standard normal distribution.
 double normal_density(double x);
-/// Distribution function of the standard normal distribution, absolute error below 1e-15 for |x| < 6.
-double normal_distribution(double x);
-/// ln(n!), n >= 0.
-double log_factorial(double n);
 
 // Tables that turn 16 random bits into a variate: entry i holds the quantile at (i + 1/2) / 65536.
-inline constexpr int quantile_count = 1 << 16;
 
 /// Standard normal distribution, ascending, -4.33 to 4.33.
 const std::vector<double>& normal_quantiles();
@@ -56,19 +42,9 @@ public:
     double uniform() noexcept { return (static_cast<double>(next_bits() >> 12) + 0.5) * 0x1p-52; }
 
     /// Poisson variate of the given mean, exact for every mean from 0 on.
-    std::int64_t poisson(double mean) {
-        return mean < 10.0 ? small_poisson(mean, zero_probability(mean)) : large_poisson(mean);
-    }
-    /// The same for a mean whose exp(-mean) the caller has kept; only for means below 10.
-    std::int64_t small_poisson(double mean, double probability_of_zero) noexcept {
-        double remaining = uniform();
-        if (remaining < probability_of_zero) return 0;
-        return continue_small_poisson(mean, probability_of_zero, remaining);
-    }
-    static double zero_probability(double mean);
+    std::int64_t poisson(double mean);
 
 private:
-    static std::int64_t continue_small_poisson(double mean, double probability, double remaining) noexcept;
     std::int64_t large_poisson(double mean);
 
     std::array<std::uint64_t, 4> state_{};
