@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <sstream>
 #include <string_view>
 
@@ -18,7 +19,7 @@ namespace {
 struct Source {
     RecordingPlace place;  // the file as a whole
     const RecordingOptions& options;
-    ParameterGroups groups = {};
+    pugi::xml_node groups = {};  // the list of them
     Recording recording = {};
     std::int64_t samples = 0;  // of the spectra read so far
 };
@@ -58,10 +59,9 @@ public:
         spectrum.mz = numbers(term::mz_array, count);
         if (!is_profile && !is_spaced_as_profile(spectrum.mz))
             return note("centroid spectra, by their spacing, are passed over");
-        check_masses(spectrum.mz, place_);
         if (!is_profile) note("profile or centroid not stated: profiles by their spacing");
         spectrum.intensity = numbers(term::intensity_array, count);
-        check_intensities(spectrum.intensity, place_);
+        check_samples(spectrum, place_);
         if (!spectrum.sampling_interval_ns) spectrum.sampling_interval_ns = source_.recording.sampling_interval_ns;
         source_.recording.spectra.push_back(std::move(spectrum));
     }
@@ -89,36 +89,26 @@ private:
     }
 
     void read_scan(const Parameters& scan, RecordedSpectrum& spectrum) const {
+        constexpr double above_0 = 1e-12, huge = 1e12;
+        const auto number = [&](const char* name, double least, double most) {
+            const auto stated = scan.user_number(name);
+            if (stated && !(*stated >= least && *stated <= most))
+                place_.fail(name, " [", *stated, "] is not between ", least, " and ", most);
+            return stated;
+        };
         spectrum.scan_start_minutes = scan_start_minutes(scan);
-        spectrum.first_flight_time_ns = scan.user_number(user_parameter::first_flight_time);
-        spectrum.sampling_interval_ns = scan.user_number(user_parameter::sampling_interval);
+        spectrum.first_flight_time_ns = number(user_parameter::first_flight_time, -huge, huge);
+        spectrum.sampling_interval_ns = number(user_parameter::sampling_interval, above_0, huge);
         if (spectrum.first_flight_time_ns && !spectrum.sampling_interval_ns)
             place_.fail(user_parameter::sampling_interval, ": missing beside the flight time");
-        if (std::abs(spectrum.first_flight_time_ns.value_or(0)) > 1e12)
-            place_.fail(user_parameter::first_flight_time, ": is none");
-        if (spectrum.sampling_interval_ns)
-            require_above_0(user_parameter::sampling_interval, *spectrum.sampling_interval_ns);
         spectrum.calibration = stated_calibration(scan);
-        const auto limit = scan.user_number(user_parameter::resolution_limit);
-        const auto width = scan.user_number(user_parameter::detector_width);
+        const auto limit = number(user_parameter::resolution_limit, above_0, huge);
+        const auto width = number(user_parameter::detector_width, 0, huge);
         if (limit.has_value() != width.has_value())
             place_.fail("of the peak finder's resolution limit and detector width only one is stated");
-        if (limit) {
-            require_above_0(user_parameter::resolution_limit, *limit);
-            if (*width < 0) require_above_0(user_parameter::detector_width, *width);
-            spectrum.peak_finder.width = WidthModel{*limit, *width};
-        }
-        for (const auto& [name, value] : peak_finder_parameters) {
-            const auto stated = spectrum.peak_finder.*value = scan.user_number(name);
-            if (stated && !(*stated >= 0 && *stated <= 1e12))
-                place_.fail(name, " [", *stated, "] is not between 0 and 1E+12");
-        }
-        for (const auto part : {&PeakFinderOptions::tail_fraction, &PeakFinderOptions::tail_pulse_part})
-            if ((spectrum.peak_finder.*part).value_or(0) > 1) place_.fail("peak finder: a tail part is more than 1");
-    }
-
-    void require_above_0(const std::string& what, double value) const {
-        if (!(value > 0 && value < 1e12)) place_.fail(what, " [", value, "] is not above 0");
+        if (limit) spectrum.peak_finder.width = WidthModel{*limit, *width};
+        for (const auto& [name, most, value] : peak_finder_parameters)
+            spectrum.peak_finder.*value = number(name, 0, most);
     }
 
     double scan_start_minutes(const Parameters& scan) const {
@@ -136,22 +126,24 @@ private:
         const auto flags = scan.user_text(user_parameter::use_flags);
         if (!coefficients) return std::nullopt;
         if (!flags) place_.fail(user_parameter::use_flags, ": missing beside the coefficients");
+        const auto words_of = [](const std::string& text) {
+            std::istringstream words(text);
+            return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
+        };
         StatedCalibration stated;
-        std::istringstream words(*coefficients);
-        std::string word;
-        for (const auto& [name, member] : calibration_coefficients) {
-            if (!(words >> word)) place_.fail("[", *coefficients, "] are not eight calibration coefficients");
-            stated.coefficients.*member = parse_number(word, user_parameter::coefficients, place_);
-        }
-        if (words >> word) place_.fail("[", *coefficients, "] are more than eight calibration coefficients");
+        const auto numbers = words_of(*coefficients);
+        if (numbers.size() != std::size(calibration_coefficients))
+            place_.fail("[", *coefficients, "] are not eight calibration coefficients");
+        for (std::size_t i = 0; i < numbers.size(); ++i)
+            stated.coefficients.*calibration_coefficients[i].second =
+                parse_number(numbers[i], user_parameter::coefficients, place_);
         if (const double a = stated.coefficients.A; !(a > 0))
             place_.fail("calibration coefficient A [", a, "] is not above 0");
-        constexpr std::size_t most_flags = 32;
-        for (std::istringstream flag_words(*flags); flag_words >> word;) {
-            if (word != "0" && word != "1") place_.fail("calibration term use flag [", word, "] is neither 0 nor 1");
-            stated.use_flags.push_back(word == "1" ? 1 : 0);
-            if (stated.use_flags.size() > most_flags) place_.fail("more than 32 calibration term use flags");
+        for (const std::string& flag : words_of(*flags)) {
+            if (flag != "0" && flag != "1") place_.fail("calibration term use flag [", flag, "] is neither 0 nor 1");
+            stated.use_flags.push_back(flag == "1");
         }
+        if (stated.use_flags.size() > 32) place_.fail("more than 32 calibration term use flags");
         return stated;
     }
 
@@ -317,7 +309,8 @@ Recording parse_recording(std::string bytes, const std::string& file, const Reco
     if (const auto second = root.next_sibling(); second.type() == pugi::node_element)
         source.place.fail("a second root element [", second.name(), "] follows");
     source.recording.file = file;
-    source.groups = parameter_groups(mzml.child("referenceableParamGroupList"));
+    source.groups = mzml.child("referenceableParamGroupList");
+    check_groups(source.groups, source.place);
     read_instrument(mzml, source);
     read_setpoints(mzml.child("run"), source);
     read_spectra(mzml.child("run").child("spectrumList"), source);

@@ -6,12 +6,13 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <optional>
 #include <pugixml.hpp>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "instrument/replay/recording.h"
@@ -23,6 +24,7 @@ struct Term {
     const char* accession;
     const char* name;
     bool is(std::string_view other) const { return other == accession; }
+    const char* ontology() const { return std::string_view(accession).starts_with("UO:") ? "UO" : "MS"; }
 };
 
 namespace term {
@@ -80,18 +82,19 @@ inline constexpr const char* detector_width = "peak finder: detector width (ns)"
 inline constexpr const char* setpoint_prefix = "setpoint ";
 }  // namespace user_parameter
 
-/// The peak finder's options beside the width.
+/// The peak finder's options beside the width, from 0 on.
 struct PeakFinderParameter {
     const char* name;
+    double most;
     std::optional<double> PeakFinderOptions::*value;
 };
 inline constexpr auto peak_finder_parameters = std::to_array<PeakFinderParameter>({
-    {"peak finder: counts per ion", &PeakFinderOptions::counts_per_ion},
-    {"peak finder: ion height spread", &PeakFinderOptions::ion_height_spread},
-    {"peak finder: ion pulse width (ns)", &PeakFinderOptions::ion_pulse_fwhm_ns},
-    {"peak finder: tail fraction", &PeakFinderOptions::tail_fraction},
-    {"peak finder: tail pulse part", &PeakFinderOptions::tail_pulse_part},
-    {"peak finder: saturation (counts)", &PeakFinderOptions::saturation_counts},
+    {"peak finder: counts per ion", 1e12, &PeakFinderOptions::counts_per_ion},
+    {"peak finder: ion height spread", 1e12, &PeakFinderOptions::ion_height_spread},
+    {"peak finder: ion pulse width (ns)", 1e12, &PeakFinderOptions::ion_pulse_fwhm_ns},
+    {"peak finder: tail fraction", 1, &PeakFinderOptions::tail_fraction},
+    {"peak finder: tail pulse part", 1, &PeakFinderOptions::tail_pulse_part},
+    {"peak finder: saturation (counts)", 1e12, &PeakFinderOptions::saturation_counts},
 });
 
 /// An ionisation by its term, by the source type code (setpoint 117) and by the word that the names of such sources
@@ -127,38 +130,29 @@ inline double parse_number(std::string_view text, const std::string& what, const
     return number;
 }
 
-/// The document's groups by id, each looked through once, however often it is referred to: the first parameter of each
-/// accession or, for user parameters, name.
-using ParameterGroup = std::unordered_map<std::string_view, pugi::xml_node>;
-using ParameterGroups = std::unordered_map<std::string_view, ParameterGroup>;
-
-inline ParameterGroups parameter_groups(const pugi::xml_node& list) {
-    ParameterGroups groups;
-    for (const auto& element : list.children("referenceableParamGroup")) {
-        const auto [group, is_new] = groups.try_emplace(element.attribute("id").value());
-        if (!is_new) continue;
-        for (const auto& parameter : element.children("cvParam"))
-            group->second.emplace(parameter.attribute("accession").value(), parameter);
-        for (const auto& parameter : element.children("userParam"))
-            group->second.emplace(parameter.attribute("name").value(), parameter);
-    }
-    return groups;
+/// Fails where the groups of parameters are so many or so long that a file could be made to take for ever.
+inline void check_groups(const pugi::xml_node& groups, const RecordingPlace& place) {
+    constexpr int most_groups = 1000, most_parameters = 100;
+    if (std::distance(groups.begin(), groups.end()) > most_groups) place.fail("more than 1000 groups of parameters");
+    for (const auto& group : groups)
+        if (std::distance(group.begin(), group.end()) > most_parameters)
+            place.fail("more than 100 parameters in group [", group.attribute("id").value(), "]");
 }
 
+/// The parameters of an element; its own come before those of groups.
 class Parameters {
 public:
-    Parameters(const pugi::xml_node& element, const ParameterGroups& groups, const RecordingPlace& place)
-        : element_(element), place_(place) {
+    Parameters(const pugi::xml_node& element, const pugi::xml_node& groups, const RecordingPlace& place)
+        : holders_{element}, place_(place) {
         for (const auto& reference : element.children("referenceableParamGroupRef")) {
-            const std::string id = reference.attribute("ref").value();
-            const auto group = groups.find(id);
-            if (group == groups.end()) place_.fail("there is no referenceableParamGroup [", id, "]");
-            if (std::ranges::find(groups_, &group->second) == groups_.end()) groups_.push_back(&group->second);
-            if (groups_.size() > 100) place_.fail("more than 100 groups of parameters in one element");
+            const char* const id = reference.attribute("ref").value();
+            holders_.push_back(groups.find_child_by_attribute("referenceableParamGroup", "id", id));
+            if (!holders_.back()) place_.fail("there is no referenceableParamGroup [", id, "]");
+            if (holders_.size() > 20) place_.fail("more than 20 groups of parameters in one element");
         }
     }
 
-    const pugi::xml_node& element() const { return element_; }
+    const pugi::xml_node& element() const { return holders_.front(); }
     /// The cvParam of a term; an empty node where there is none.
     pugi::xml_node find(const Term& sought) const { return parameter("cvParam", "accession", sought.accession); }
     bool has(const Term& sought) const { return !find(sought).empty(); }
@@ -175,10 +169,9 @@ public:
 
 private:
     pugi::xml_node parameter(const char* element, const char* key, std::string_view value) const {
-        for (const auto& own : element_.children(element))
-            if (value == own.attribute(key).value()) return own;
-        for (const auto* group : groups_)
-            if (const auto found = group->find(value); found != group->end()) return found->second;
+        for (const auto& holder : holders_)
+            for (const auto& parameter : holder.children(element))
+                if (value == parameter.attribute(key).value()) return parameter;
         return {};
     }
     std::optional<double> number(const pugi::xml_node& parameter, const char* name) const {
@@ -186,9 +179,8 @@ private:
         return parse_number(parameter.attribute("value").value(), name, place_);
     }
 
-    pugi::xml_node element_;
+    std::vector<pugi::xml_node> holders_;
     const RecordingPlace& place_;
-    std::vector<const ParameterGroup*> groups_;
 };
 
 }  // namespace korvane::replay

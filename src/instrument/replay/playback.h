@@ -33,11 +33,12 @@ struct Playback : RecordingHead {
 /// the law's.
 class AxisKeeper {
 public:
-    AxisKeeper(std::string file, Notes& notes) : file_(std::move(file)), notes_(notes) {}
+    /// `file` is where errors say they are.
+    AxisKeeper(RecordingPlace file, Notes& notes) : file_(std::move(file)), notes_(notes) {}
 
     /// Fails as `fit_axis` does, and for spectra that have too many samples with those put back.
     PlayedSpectrum play(const RecordedSpectrum& spectrum) {
-        const RecordingPlace place{file_, spectrum.id};
+        const RecordingPlace place{file_.file, spectrum.id, file_.source};
         if (!axis_.calibration || last_ != spectrum) {
             set_axis(spectrum, place);
             last_ = spectrum;
@@ -124,7 +125,7 @@ private:
         return counts;
     }
 
-    std::string file_;
+    RecordingPlace file_;
     Notes& notes_;
     RecordedAxis last_;
     AxisFit axis_;
@@ -135,7 +136,7 @@ private:
 /// All spectra of a recording.
 inline Playback prepare_playback(const Recording& recording) {
     Playback playback{recording, {}};
-    AxisKeeper axis(recording.file, playback.notes);
+    AxisKeeper axis({recording.file, {}}, playback.notes);
     for (const RecordedSpectrum& spectrum : recording.spectra) playback.spectra.push_back(axis.play(spectrum));
     return playback;
 }

@@ -56,8 +56,7 @@ Recording parse_text_spectrum(std::string_view text, const std::string& file) {
         spectrum.intensity.push_back(sample->second);
     }
     if (spectrum.mz.empty()) place.fail("this is neither mzML nor a text of m/z and counts, a line a sample");
-    replay::check_masses(spectrum.mz, place);
-    replay::check_intensities(spectrum.intensity, place);
+    replay::check_samples(spectrum, place);
     if (!replay::is_spaced_as_profile(spectrum.mz))
         place.fail("there is no profile spectrum: centroids, by their spacing");
     Recording recording;

@@ -28,7 +28,8 @@ namespace replay {
 
 namespace {
 
-constexpr const char* empty_recording = R"(<?xml version="1.0" encoding="utf-8"?>
+/// What stands before the spectra.
+constexpr const char* head_text = R"(<?xml version="1.0" encoding="utf-8"?>
 <mzML xmlns="http://psi.hupo.org/ms/mzml" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"
       xsi:schemaLocation="http://psi.hupo.org/ms/mzml http://psidev.info/files/ms/mzML/xsd/mzML1.1.0.xsd" version="1.1.0">
  <cvList count="2">
@@ -44,59 +45,65 @@ constexpr const char* empty_recording = R"(<?xml version="1.0" encoding="utf-8"?
   <cvParam cvRef="MS" accession="MS:1000799" name="custom unreleased software tool" value="korvane"/>
  </software></softwareList>
  <instrumentConfigurationList count="1"><instrumentConfiguration id="instrument">
-  <cvParam cvRef="MS" accession="MS:1000031" name="instrument model"/>
-  <componentList count="4">
-   <source order="1"/>
+  {model}<componentList count="4">
+   <source order="1">{source}</source>
    <analyzer order="2"><cvParam cvRef="MS" accession="MS:1000081" name="quadrupole" value=""/></analyzer>
    <analyzer order="3"><cvParam cvRef="MS" accession="MS:1000084" name="time-of-flight" value=""/></analyzer>
    <detector order="4">
     <cvParam cvRef="MS" accession="MS:1000026" name="detector type" value=""/>
     <cvParam cvRef="MS" accession="MS:1000117" name="analog-digital converter" value=""/>
-   </detector>
+    {frequency}</detector>
   </componentList>
  </instrumentConfiguration></instrumentConfigurationList>
  <dataProcessingList count="1"><dataProcessing id="recording"><processingMethod order="0" softwareRef="korvane">
   <cvParam cvRef="MS" accession="MS:1000544" name="Conversion to mzML" value=""/>
  </processingMethod></dataProcessing></dataProcessingList>
- <run id="run" defaultInstrumentConfigurationRef="instrument"/>
-</mzML>)";
+ <run id="run" defaultInstrumentConfigurationRef="instrument" startTimeStamp="{time}">
+{setpoints} <spectrumList count="{count}" defaultDataProcessingRef="recording">
+)";
 
-using Attributes = std::initializer_list<std::pair<const char*, std::string>>;
+constexpr const char* end_text = " </spectrumList></run></mzML>\n";
 
-void set(pugi::xml_node element, const Attributes& attributes) {
-    for (const auto& [name, value] : attributes) element.append_attribute(name) = value.c_str();
+constexpr const char* spectrum_form = R"(<spectrum index="{index}" id="scan={number}" defaultArrayLength="{length}">
+{summary}<scanList count="1">
+{combination}<scan>
+{scan}</scan></scanList>
+<binaryDataArrayList count="2">
+{arrays}</binaryDataArrayList></spectrum>
+)";
+
+/// A line: the parameter as an element.
+std::string parameter(const char* kind, std::initializer_list<std::pair<const char*, std::string>> attributes,
+                      const Term* unit) {
+    pugi::xml_document document;
+    pugi::xml_node element = document.append_child(kind);
+    const auto set = [&](const char* name, const std::string& value) {
+        element.append_attribute(name) = value.c_str();
+    };
+    for (const auto& [name, value] : attributes) set(name, value);
+    if (unit) {
+        set("unitCvRef", unit->ontology());
+        set("unitAccession", unit->accession);
+        set("unitName", unit->name);
+    }
+    std::ostringstream out;
+    element.print(out, "", pugi::format_raw, pugi::encoding_utf8);
+    return std::move(out).str() + "\n";
 }
 
-pugi::xml_node add(pugi::xml_node parent, const char* name, const Attributes& attributes = {}) {
-    pugi::xml_node element = parent.append_child(name);
-    set(element, attributes);
-    return element;
+std::string term_text(const Term& term, const std::string& value = {}, const Term* unit = nullptr) {
+    return parameter("cvParam",
+                     {{"cvRef", term.ontology()}, {"accession", term.accession}, {"name", term.name}, {"value", value}},
+                     unit);
 }
 
-const char* ontology_of(const Term& term) {
-    return std::string_view(term.accession).starts_with("UO:") ? "UO" : "MS";
+std::string user_text(const std::string& name, const std::string& value) {
+    return parameter("userParam", {{"name", name}, {"value", value}, {"type", "xsd:string"}}, nullptr);
 }
 
-void set_unit(pugi::xml_node parameter, const Term* unit) {
-    if (unit)
-        set(parameter,
-            {{"unitCvRef", ontology_of(*unit)}, {"unitAccession", unit->accession}, {"unitName", unit->name}});
-}
-
-void add_term(pugi::xml_node element, const Term& term, const std::string& value = {}, const Term* unit = nullptr) {
-    set_unit(add(element, "cvParam",
-                 {{"cvRef", ontology_of(term)}, {"accession", term.accession}, {"name", term.name}, {"value", value}}),
-             unit);
-}
-
-void add_user_parameter(pugi::xml_node element, const std::string& name, const char* type, const std::string& value,
-                        const Term* unit = nullptr) {
-    set_unit(add(element, "userParam", {{"name", name}, {"value", value}, {"type", type}}), unit);
-}
-
-void add_user_number(pugi::xml_node element, const std::string& name, const std::optional<double>& value,
-                     const Term* unit = nullptr) {
-    if (value) add_user_parameter(element, name, "xsd:double", number_text(*value), unit);
+std::string user_number(const std::string& name, const std::optional<double>& value, const Term* unit = nullptr) {
+    if (!value) return {};
+    return parameter("userParam", {{"name", name}, {"value", number_text(*value)}, {"type", "xsd:double"}}, unit);
 }
 
 const Term& source_term(const std::string& source_type) {
@@ -106,85 +113,56 @@ const Term& source_term(const std::string& source_type) {
     return known == source_terms.end() ? term::ionization_type : known->term;
 }
 
-void add_summary(pugi::xml_node element, const RecordedSpectrum& spectrum) {
+std::string summary_text(const RecordedSpectrum& spectrum) {
     const auto& counts = spectrum.intensity;
     const auto base = std::ranges::max_element(counts);
-    add_term(element, term::lowest_observed_mz, number_text(spectrum.mz.front()), &unit::mz);
-    add_term(element, term::highest_observed_mz, number_text(spectrum.mz.back()), &unit::mz);
-    add_term(element, term::base_peak_mz, number_text(spectrum.mz[static_cast<std::size_t>(base - counts.begin())]),
-             &unit::mz);
-    add_term(element, term::base_peak_intensity, number_text(*base), &unit::detector_counts);
-    add_term(element, term::total_ion_current, number_text(std::accumulate(counts.begin(), counts.end(), 0.0)));
+    const bool positive = spectrum.polarity == PolaritySetpoint::Positive;
+    return term_text(term::ms_level, "1") + term_text(term::ms1_spectrum) + term_text(term::profile_spectrum) +
+           term_text(positive ? term::positive_scan : term::negative_scan) +
+           term_text(term::lowest_observed_mz, number_text(spectrum.mz.front()), &unit::mz) +
+           term_text(term::highest_observed_mz, number_text(spectrum.mz.back()), &unit::mz) +
+           term_text(term::base_peak_mz, number_text(spectrum.mz[static_cast<std::size_t>(base - counts.begin())]),
+                     &unit::mz) +
+           term_text(term::base_peak_intensity, number_text(*base), &unit::detector_counts) +
+           term_text(term::total_ion_current, number_text(std::accumulate(counts.begin(), counts.end(), 0.0)));
 }
 
-void add_calibration(pugi::xml_node scan, const StatedCalibration& calibration) {
-    const auto& c = calibration.coefficients;
+std::string scan_text(const RecordedSpectrum& spectrum) {
+    std::string text = term_text(term::scan_start_time, number_text(spectrum.scan_start_minutes), &unit::minute);
+    text += user_number(user_parameter::first_flight_time, spectrum.first_flight_time_ns, &unit::nanosecond);
+    text += user_number(user_parameter::sampling_interval, spectrum.sampling_interval_ns, &unit::nanosecond);
     std::vector<std::string> coefficients;
-    for (const auto& [name, member] : calibration_coefficients) coefficients.push_back(number_text(c.*member));
-    add_user_parameter(scan, user_parameter::coefficients, "xsd:string",
-                       fmt::format("{}", fmt::join(coefficients, " ")));
-    add_user_parameter(scan, user_parameter::use_flags, "xsd:string",
-                       fmt::format("{}", fmt::join(calibration.use_flags, " ")));
-}
-
-void add_scan(pugi::xml_node element, const RecordedSpectrum& spectrum) {
-    pugi::xml_node list = add(element, "scanList", {{"count", "1"}});
-    add_term(list, term::no_combination);
-    pugi::xml_node scan = add(list, "scan");
-    add_term(scan, term::scan_start_time, number_text(spectrum.scan_start_minutes), &unit::minute);
-    add_user_number(scan, user_parameter::first_flight_time, spectrum.first_flight_time_ns, &unit::nanosecond);
-    add_user_number(scan, user_parameter::sampling_interval, spectrum.sampling_interval_ns, &unit::nanosecond);
-    if (spectrum.calibration) add_calibration(scan, *spectrum.calibration);
+    for (const auto& [name, member] : calibration_coefficients)
+        coefficients.push_back(number_text(spectrum.calibration->coefficients.*member));
+    text += user_text(user_parameter::coefficients, fmt::format("{}", fmt::join(coefficients, " ")));
+    text += user_text(user_parameter::use_flags, fmt::format("{}", fmt::join(spectrum.calibration->use_flags, " ")));
     if (const auto& width = spectrum.peak_finder.width) {
-        add_user_number(scan, user_parameter::resolution_limit, width->resolution_limit);
-        add_user_number(scan, user_parameter::detector_width, width->detector_fwhm_ns);
+        text += user_number(user_parameter::resolution_limit, width->resolution_limit);
+        text += user_number(user_parameter::detector_width, width->detector_fwhm_ns);
     }
-    for (const auto& [name, value] : peak_finder_parameters) add_user_number(scan, name, spectrum.peak_finder.*value);
+    for (const auto& [name, most, value] : peak_finder_parameters)
+        text += user_number(name, spectrum.peak_finder.*value);
+    return text;
 }
 
-void add_array(pugi::xml_node list, std::span<const double> numbers, bool is_64_bit, const Term& kind,
-               const Term& unit) {
+std::string array_text(std::span<const double> numbers, bool is_64_bit, const Term& kind, const Term& unit) {
     const std::string text = encode_numbers(numbers, {.is_64_bit = is_64_bit, .is_zlib = true});
-    pugi::xml_node array = add(list, "binaryDataArray", {{"encodedLength", std::to_string(text.size())}});
-    add_term(array, is_64_bit ? term::float_64 : term::float_32);
-    add_term(array, term::zlib_compression);
-    add_term(array, kind, {}, &unit);
-    add(array, "binary").text().set(text.c_str());
-}
-
-/// What stands in a document before and after `<spectra/>`.
-std::pair<std::string, std::string> around_spectra(const pugi::xml_document& document) {
-    constexpr std::string_view place = "<spectra/>";
-    std::ostringstream out;
-    document.save(out, "", pugi::format_raw);
-    const std::string text = std::move(out).str();
-    const std::size_t at = text.find(place);
-    return {text.substr(0, at) + "\n", text.substr(at + place.size()) + "\n"};
+    return fmt::format("<binaryDataArray encodedLength=\"{}\">\n{}{}{}<binary>{}</binary></binaryDataArray>\n",
+                       text.size(), term_text(is_64_bit ? term::float_64 : term::float_32),
+                       term_text(term::zlib_compression), term_text(kind, {}, &unit), text);
 }
 
 /// The text of one spectrum: m/z as 64-bit floats, intensities as 32-bit floats where these hold all of them exactly,
 /// else as 64-bit; both with zlib. The times, the calibration and the peak finder's options become user parameters of
-/// the scan. The spectrum must have samples. Its id is not used: spectra are counted from "scan=1".
+/// the scan. The spectrum must have samples and a calibration. Its id is not used: spectra are counted from "scan=1".
 std::string spectrum_text(const RecordedSpectrum& spectrum, int index) {
-    pugi::xml_document document;
-    pugi::xml_node element = add(document, "spectrum",
-                                 {{"index", std::to_string(index)},
-                                  {"id", "scan=" + std::to_string(index + 1)},
-                                  {"defaultArrayLength", std::to_string(spectrum.mz.size())}});
-    add_term(element, term::ms_level, "1");
-    add_term(element, term::ms1_spectrum);
-    add_term(element, term::profile_spectrum);
-    const bool positive = spectrum.polarity == PolaritySetpoint::Positive;
-    add_term(element, positive ? term::positive_scan : term::negative_scan);
-    add_summary(element, spectrum);
-    add_scan(element, spectrum);
-    pugi::xml_node arrays = add(element, "binaryDataArrayList", {{"count", "2"}});
-    add_array(arrays, spectrum.mz, true, term::mz_array, unit::mz);
-    add_array(arrays, spectrum.intensity, !fits_32_bit(spectrum.intensity), term::intensity_array,
-              unit::detector_counts);
-    std::ostringstream out;
-    element.print(out, " ", pugi::format_indent, pugi::encoding_utf8);
-    return std::move(out).str();
+    using namespace fmt::literals;
+    return fmt::format(spectrum_form, "index"_a = index, "number"_a = index + 1, "length"_a = spectrum.mz.size(),
+                       "summary"_a = summary_text(spectrum), "combination"_a = term_text(term::no_combination),
+                       "scan"_a = scan_text(spectrum),
+                       "arrays"_a = array_text(spectrum.mz, true, term::mz_array, unit::mz) +
+                                    array_text(spectrum.intensity, !fits_32_bit(spectrum.intensity),
+                                               term::intensity_array, unit::detector_counts));
 }
 
 class Recorder {
@@ -192,54 +170,40 @@ public:
     Recorder(const Platform& platform, std::string path)
         : layer_(*platform.instrument),
           clock_(*platform.clock),
-          globals_(layer_.create_globals()),
-          path_(std::move(path)) {
-        globals_->initialise();
+          globals_(open_globals(layer_)),
+          place_{std::move(path), {}, "RecordingWriter"} {
         if (globals_->control() == nullptr) raise_runtime_fault(error_number::object_not_set, "instrument control");
     }
 
     /// Part by part, UTF-8: what stands before the spectra at once, then each spectrum, then the end.
     void record(int count, const RecordingProgress& progress, const AcquiredSpectrum* taken, OutputFile& file) {
-        const auto [head, end] = around_spectra(document(count));
-        file.write(head);
+        file.write(head(count));
         // What a replay would refuse is refused here.
         Notes ignored;
-        AxisKeeper axis(path_, ignored);
+        AxisKeeper axis(place_, ignored);
         for (int i = 0; i < count; ++i) {
             if (progress) progress(i);
             const RecordedSpectrum spectrum = recorded(taken ? *taken : next_spectrum());
             axis.play(spectrum);
             file.write(spectrum_text(spectrum, i));
         }
-        file.write(end);
+        file.write(end_text);
     }
 
 private:
-    /// All but the spectra, in whose place `<spectra/>` stands.
-    pugi::xml_document document(int count) {
-        pugi::xml_document document;
-        document.load_string(empty_recording, pugi::parse_default | pugi::parse_declaration);
-        pugi::xml_node mzml = document.document_element();
-        pugi::xml_node configuration = mzml.child("instrumentConfigurationList").first_child();
-        set(configuration.child("cvParam"), {{"value", globals_->hardware().model()}});
-        pugi::xml_node components = configuration.child("componentList");
-        add_term(components.child("source"), source_term(globals_->source_type()));
-        add_term(components.child("detector"), term::sampling_frequency, number_text(1e9 / interval_ns()),
-                 &unit::hertz);
-        pugi::xml_node run = mzml.child("run");
-        for (const auto& [name, value] : setpoints())
-            add_user_number(run, user_parameter::setpoint_prefix + name, value);
+    std::string head(int count) {
+        using namespace fmt::literals;
         const LocalTime now = clock_.now();
-        set(run, {{"startTimeStamp", fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", now.year, now.month, now.day,
-                                                 now.hour, now.minute, now.second)}});
-        add(add(run, "spectrumList", {{"count", std::to_string(count)}, {"defaultDataProcessingRef", "recording"}}),
-            "spectra");
-        return document;
-    }
-
-    template <class... Pieces>
-    [[noreturn]] void fail(const Pieces&... what) const {
-        throw Error(error_number::file_or_element, "RecordingWriter", text_of("recording [", path_, "]: ", what...));
+        std::string setpoint_lines;
+        for (const auto& [name, value] : setpoints())
+            setpoint_lines += user_number(user_parameter::setpoint_prefix + name, value);
+        return fmt::format(
+            head_text, "model"_a = term_text({"MS:1000031", "instrument model"}, globals_->hardware().model()),
+            "source"_a = term_text(source_term(globals_->source_type())),
+            "frequency"_a = term_text(term::sampling_frequency, number_text(1e9 / interval_ns()), &unit::hertz),
+            "time"_a = fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", now.year, now.month, now.day, now.hour,
+                                   now.minute, now.second),
+            "setpoints"_a = setpoint_lines, "count"_a = count);
     }
 
     double interval_ns() { return globals_->sampling_interval_seconds() * 1e9; }
@@ -253,7 +217,7 @@ private:
             if (!spectrum.mass_data.is_empty() && !spectrum.y_data.is_empty() && !spectrum.meta_data.is_empty())
                 return spectrum;
         }
-        fail("the instrument shows no spectrum: ", most_tries, " came empty");
+        place_.fail("the instrument shows no spectrum: ", most_tries, " came empty");
     }
 
     RecordedSpectrum recorded(const AcquiredSpectrum& spectrum) {
@@ -262,7 +226,9 @@ private:
         record.scan_start_minutes = std::isfinite(spectrum.retention_time) ? spectrum.retention_time : 0;
         record.mz.assign(spectrum.mass_data.elements().begin(), spectrum.mass_data.elements().end());
         record.intensity.assign(spectrum.y_data.elements().begin(), spectrum.y_data.elements().end());
-        check(record);
+        if (record.mz.empty() || record.mz.size() != record.intensity.size())
+            place_.fail("a spectrum has ", record.mz.size(), " masses and ", record.intensity.size(), " abundances");
+        check_samples(record, place_);
         record.first_flight_time_ns = spectrum.start_time_ns;
         record.sampling_interval_ns = interval_ns();
         const auto calibration = globals_->calibrations().calibration(static_cast<std::int32_t>(record.polarity));
@@ -288,23 +254,10 @@ private:
                 entry.find(contract::metadata_name.setpoint_mark) == std::string::npos)
                 continue;
             const std::int16_t value = to_int16(spectrum.meta_data.elements()[i]);
-            if (value != 0 && value != 1) fail("the metadata give the polarity ", value);
+            if (value != 0 && value != 1) place_.fail("the metadata give the polarity ", value);
             return static_cast<PolaritySetpoint>(value);
         }
-        fail("the metadata do not tell the polarity");
-    }
-
-    void check(const RecordedSpectrum& record) const {
-        if (record.mz.empty() || record.mz.size() != record.intensity.size())
-            fail("a spectrum has ", record.mz.size(), " masses and ", record.intensity.size(), " abundances");
-        if (!std::ranges::all_of(record.intensity, [](double counts) { return std::isfinite(counts); }))
-            fail("a spectrum has abundances that are not finite numbers");
-        double below = 0;
-        for (const double mass : record.mz) {
-            if (!(mass > below) || !std::isfinite(mass))
-                fail("the mass axis does not ascend: [", mass, "] after [", below, "]");
-            below = mass;
-        }
+        place_.fail("the metadata do not tell the polarity");
     }
 
     /// All of them, those of the contract and the embedded instrument by the names that it has for them; values beyond
@@ -329,7 +282,7 @@ private:
     InstrumentLayer& layer_;
     Clock& clock_;
     std::unique_ptr<InstrumentGlobals> globals_;
-    std::string path_;
+    RecordingPlace place_;
 };
 
 /// The next spectra of the instrument, or the one that has been taken.

@@ -22,13 +22,13 @@ namespace korvane::replay {
 struct RecordingPlace {
     std::string file;
     std::string spectrum_id;  ///< empty for the file as a whole
+    const char* source = "RecordingReader";
 
-    /// Raises error -904 from "RecordingReader": "recording [file], spectrum [id]: what".
+    /// Raises error -904: "recording [file], spectrum [id]: what".
     template <class... Pieces>
     [[noreturn]] void fail(const Pieces&... what) const {
         const std::string spectrum = spectrum_id.empty() ? "" : ", spectrum [" + spectrum_id + "]";
-        throw Error(error_number::file_or_element, "RecordingReader",
-                    text_of("recording [", file, "]", spectrum, ": ", what...));
+        throw Error(error_number::file_or_element, source, text_of("recording [", file, "]", spectrum, ": ", what...));
     }
 };
 
@@ -107,16 +107,14 @@ inline bool is_spaced_as_profile(const std::vector<double>& mz) {
         even += std::abs((mz[i] - mz[i - 1]) / (mz[i - 1] - mz[i - 2]) - 1) < alike;
     return mz.size() < fewest || 2 * even >= mz.size() - 2;
 }
-/// Fails for m/z that do not ascend from above 0, and for numbers that are not finite.
-inline void check_masses(const std::vector<double>& mz, const RecordingPlace& place) {
+/// Fails for numbers that are not finite, and for m/z that do not ascend from above 0.
+inline void check_samples(const RecordedSpectrum& spectrum, const RecordingPlace& place) {
     double below = 0;
-    for (std::size_t i = 0; i < mz.size(); below = mz[i++])
-        if (!std::isfinite(mz[i]) || !(mz[i] > below))
-            place.fail("m/z [", mz[i], "] of sample ", i, " does not lie above [", below, "]");
-}
-inline void check_intensities(const std::vector<double>& intensity, const RecordingPlace& place) {
-    for (std::size_t i = 0; i < intensity.size(); ++i)
-        if (!std::isfinite(intensity[i])) place.fail("intensity of sample ", i, " is not a finite number");
+    for (std::size_t i = 0; i < spectrum.mz.size(); below = spectrum.mz[i++]) {
+        if (!std::isfinite(spectrum.mz[i]) || !(spectrum.mz[i] > below))
+            place.fail("m/z [", spectrum.mz[i], "] of sample ", i, " does not lie above [", below, "]");
+        if (!std::isfinite(spectrum.intensity[i])) place.fail("intensity of sample ", i, " is not a finite number");
+    }
 }
 
 /// Samples of one spectrum, and of all spectra of a recording, beyond which a file is refused: its arrays would not fit

@@ -126,10 +126,10 @@ TEST_F(Recorder, KeepsTheOldFileWhenItFails) {
     counts = {1, 2};
     EXPECT_EQ(error(), start + "a spectrum has 3 masses and 2 abundances");
     counts = {1, 2, std::nan("")};
-    EXPECT_EQ(error(), start + "a spectrum has abundances that are not finite numbers");
+    EXPECT_EQ(error(), start + "intensity of sample 2 is not a finite number");
     counts = {1, 2, 3};
     masses = {100, 102, 101};
-    EXPECT_EQ(error(), start + "the mass axis does not ascend: [101] after [102]");
+    EXPECT_EQ(error(), start + "m/z [101] of sample 2 does not lie above [102]");
     masses = counts = {};
     EXPECT_EQ(error(), start + "a spectrum has 0 masses and 0 abundances");
     masses = counts = {100, 101, 102};
