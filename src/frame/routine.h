@@ -59,6 +59,11 @@ public:
     TraceObj(const TraceObj&) = delete;
     TraceObj& operator=(const TraceObj&) = delete;
 
+    bool is_on() {
+        if (!state_) state_ = &trace_.thread();
+        return state_->flag;
+    }
+
     void TR_ENTRY(std::int32_t level, std::string_view funcName) {
         if (is_on()) [[unlikely]]
             enter(level, funcName);
@@ -83,10 +88,6 @@ private:
     template <class... Pieces>
     [[gnu::noinline, gnu::cold]] void print_pieces(const Pieces&... pieces) {
         print(text_of(pieces...));
-    }
-    bool is_on() {
-        if (!state_) state_ = &trace_.thread();
-        return state_->flag;
     }
     void enter(std::int32_t level, std::string_view routine);
     void print(std::string_view text);

@@ -155,8 +155,10 @@ std::int32_t SpectrumParser::FindPeakForMass(std::int32_t massIndex, double dSpe
                 state.taken_uncertainty = uncertainty;
                 state.taken_quality = quality;
             }
-            record.TR_PRINT("SpectrumMax, #pts, #peaks, PeakAb = [", state.searched.maximum(), ", ",
-                            state.searched.counts().size() - 1, ", ", search.list->count(), ", ", peak.pkHeight, "]");
+            if (record.is_on())
+                record.TR_PRINT("SpectrumMax, #pts, #peaks, PeakAb = [", state.searched.maximum(), ", ",
+                                state.searched.counts().size() - 1, ", ", search.list->count(), ", ", peak.pkHeight,
+                                "]");
         } else if (search.list) {
             record.TR_PRINT("NO Peaks Found IN the requested time range");
             record.TR_PRINT("NO Peaks Found");
