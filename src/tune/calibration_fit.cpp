@@ -16,6 +16,7 @@ namespace korvane {
 
 namespace {
 
+using Eigen::ArrayXd;
 using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::VectorXd;
@@ -58,23 +59,6 @@ std::vector<int> used_powers(const MassTimeCalibration& calibration) {
 struct Law {
     VectorXd coefficients;
     std::vector<int> powers;
-
-    double mass(double time_ns) const {
-        const double root = coefficients[0] * time_ns - coefficients[1];
-        double mass = root * root;
-        for (std::size_t i = 0; i < powers.size(); ++i)
-            mass += coefficients[static_cast<Index>(i) + 2] * std::pow(time_ns, powers[i]);
-        return mass;
-    }
-    VectorXd slopes(double time_ns) const {
-        const double root = coefficients[0] * time_ns - coefficients[1];
-        VectorXd slopes(coefficients.size());
-        slopes[0] = 2 * root * time_ns;
-        slopes[1] = -2 * root;
-        for (std::size_t i = 0; i < powers.size(); ++i)
-            slopes[static_cast<Index>(i) + 2] = std::pow(time_ns, powers[i]);
-        return slopes;
-    }
 };
 
 /// A law near its best one, made linear: residuals over their standard errors, and how the coefficients move them.
@@ -83,31 +67,28 @@ struct Linearised {
     MatrixXd slopes;  // one row a calibrant
 };
 
-/// Calibrants whose standard errors are `ppm`, and the law before.
 struct Points {
-    std::vector<double> masses, times_ns, errors_ppm;
+    ArrayXd masses, times_ns, errors_ppm;
 
-    std::size_t size() const { return masses.size(); }
-    double residual_ppm(const Law& law, std::size_t i) const { return (law.mass(times_ns[i]) / masses[i] - 1) * ppm; }
+    ArrayXd residuals_ppm(const Law& law) const {
+        ArrayXd by_law = (law.coefficients[0] * times_ns - law.coefficients[1]).square();
+        for (std::size_t i = 0; i < law.powers.size(); ++i)
+            by_law += law.coefficients[static_cast<Index>(i) + 2] * times_ns.pow(law.powers[i]);
+        return (by_law / masses - 1) * ppm;
+    }
     Linearised linearised(const Law& law) const {
-        Linearised at{VectorXd(static_cast<Index>(size())),
-                      MatrixXd(static_cast<Index>(size()), law.coefficients.size())};
-        for (std::size_t i = 0; i < size(); ++i) {
-            const auto row = static_cast<Index>(i);
-            at.residuals[row] = residual_ppm(law, i) / errors_ppm[i];
-            at.slopes.row(row) = law.slopes(times_ns[i]).transpose() * (ppm / masses[i] / errors_ppm[i]);
-        }
-        return at;
+        const ArrayXd roots = law.coefficients[0] * times_ns - law.coefficients[1];
+        MatrixXd slopes(times_ns.size(), law.coefficients.size());
+        slopes.col(0) = 2 * roots * times_ns;
+        slopes.col(1) = -2 * roots;
+        for (std::size_t i = 0; i < law.powers.size(); ++i)
+            slopes.col(static_cast<Index>(i) + 2) = times_ns.pow(law.powers[i]);
+        slopes.array().colwise() *= ppm / masses / errors_ppm;
+        return {residuals_ppm(law) / errors_ppm, std::move(slopes)};
     }
 };
 
 using Places = std::vector<Index>;
-
-Places all_places(std::size_t count) {
-    Places places(count);
-    std::iota(places.begin(), places.end(), Index{0});
-    return places;
-}
 
 /// The step of the coefficients that makes the residuals of some calibrants smallest; nothing where they do not tell
 /// all coefficients.
@@ -137,20 +118,12 @@ std::optional<Law> least_squares(const Points& points, Law law, const Places& pl
 
 /// The square law through the calibrants by sqrt(m) = a t - b, with every term beyond it 0.
 Law square_law(const Points& points, const std::vector<int>& powers) {
-    double mean_time = 0, mean_root = 0, squares = 0, products = 0;
-    const auto count = static_cast<double>(points.size());
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        mean_time += points.times_ns[i] / count;
-        mean_root += std::sqrt(points.masses[i]) / count;
-    }
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        const double time = points.times_ns[i] - mean_time;
-        squares += time * time;
-        products += time * (std::sqrt(points.masses[i]) - mean_root);
-    }
+    const ArrayXd roots = points.masses.sqrt();
+    const double mean_time = points.times_ns.mean();
+    const ArrayXd times = points.times_ns - mean_time;
     Law law{VectorXd::Zero(static_cast<Index>(powers.size()) + 2), powers};
-    law.coefficients[0] = products / squares;
-    law.coefficients[1] = law.coefficients[0] * mean_time - mean_root;
+    law.coefficients[0] = (times * (roots - roots.mean())).sum() / times.square().sum();
+    law.coefficients[1] = law.coefficients[0] * mean_time - roots.mean();
     return law;
 }
 
@@ -179,7 +152,7 @@ struct RobustLaw {
     Law law;
     Places used;
     VectorXd distances;     ///< of all calibrants, in standard errors
-    MatrixXd covariance;    ///< of the coefficients, by the stated errors
+    VectorXd leverages;     ///< of all calibrants: the law's variance there, in that of the calibrant
     VectorXd standardised;  ///< distances over their own standard deviations
     double limit;           ///< of the standardised distances of those that agree
 };
@@ -202,33 +175,25 @@ double student_limit(double freedom) {
 /// the law through all.
 std::optional<std::pair<VectorXd, double>> least_median_distances(const Points& points, const Law& through_all) {
     const Linearised at = points.linearised(through_all);
-    const auto unknowns = static_cast<std::size_t>(at.slopes.cols());
+    const auto count = static_cast<std::size_t>(at.slopes.rows()),
+               unknowns = static_cast<std::size_t>(at.slopes.cols());
     std::optional<std::pair<VectorXd, double>> best;
-    for_subsets(points.size(), unknowns, [&](const Places& places) {
+    for_subsets(count, unknowns, [&](const Places& places) {
         const auto step = best_step(at, places);
         if (!step) return;
         VectorXd distances = at.residuals + at.slopes * *step;
-        const double scale = median_scale(distances, points.size() - unknowns);
+        const double scale = median_scale(distances, count - unknowns);
         if (!best || scale < best->second) best.emplace(std::move(distances), scale);
     });
     return best;
 }
 
-MatrixXd coefficient_covariance(const Linearised& at, const Places& used) {
+VectorXd leverages_of(const Linearised& at, const Places& used) {
     const MatrixXd slopes = at.slopes(used, Eigen::all);
-    const VectorXd size = slopes.colwise().norm();
-    const MatrixXd scaled = slopes * size.cwiseInverse().asDiagonal();
-    return size.cwiseInverse().asDiagonal() * MatrixXd((scaled.transpose() * scaled).inverse()) *
-           size.cwiseInverse().asDiagonal();
-}
-
-/// Standard errors of the residuals in units of the calibrants' own: the law follows those that it is made of, and
-/// wavers beside the others.
-VectorXd residual_errors(const Linearised& at, const MatrixXd& covariance, const Places& used) {
-    const VectorXd leverages = (at.slopes * covariance).cwiseProduct(at.slopes).rowwise().sum();
-    VectorXd variances = VectorXd::Ones(leverages.size()) + leverages;
-    for (const Index place : used) variances[place] = std::max(1 - leverages[place], 1e-3);
-    return variances.cwiseSqrt();
+    const VectorXd scale = slopes.colwise().norm().cwiseInverse();
+    const MatrixXd scaled = slopes * scale.asDiagonal();
+    const MatrixXd covariance = scale.asDiagonal() * (scaled.transpose() * scaled).inverse() * scale.asDiagonal();
+    return (at.slopes * covariance).cwiseProduct(at.slopes).rowwise().sum();
 }
 
 /// Least squares through some calibrants; nothing where fewer than one more than there are coefficients.
@@ -239,15 +204,20 @@ std::optional<RobustLaw> law_through(const Points& points, const Law& start, Pla
     if (!law) return std::nullopt;
     const Linearised at = points.linearised(*law);
     RobustLaw robust{*law, std::move(agreeing), at.residuals, {}, {}, outlier_limit};
-    robust.covariance = coefficient_covariance(at, robust.used);
-    robust.standardised = robust.distances.cwiseQuotient(residual_errors(at, robust.covariance, robust.used));
+    robust.leverages = leverages_of(at, robust.used);
+    // The law follows those that it is made of, and wavers beside the others.
+    VectorXd variances = robust.leverages.array() + 1;
+    for (const Index place : robust.used) variances[place] = std::max(1 - robust.leverages[place], 1e-3);
+    robust.standardised = robust.distances.cwiseQuotient(variances.cwiseSqrt());
     const double scale = std::sqrt(robust.distances(robust.used).squaredNorm() / freedom);
     if (scale > 1) robust.limit = scale * student_limit(freedom);
     return robust;
 }
 
 std::optional<RobustLaw> robust_law(const Points& points, const Law& start) {
-    auto robust = law_through(points, start, all_places(points.size()));
+    Places all(static_cast<std::size_t>(points.masses.size()));
+    std::iota(all.begin(), all.end(), Index{0});
+    auto robust = law_through(points, start, std::move(all));
     // Where all agree by their stated errors nobody is looked for: a law of a few that chance put in line would reach
     // too far.
     if (!robust || robust->standardised.cwiseAbs().maxCoeff() <= outlier_limit) return robust;
@@ -273,14 +243,15 @@ std::optional<RobustLaw> robust_law(const Points& points, const Law& start) {
 RobustLaw best_law(const Points& points, const std::vector<int>& powers) {
     std::vector<RobustLaw> laws;
     // Three calibrants carry the square law, and nobody can tell which of them were the odd one.
-    for (std::size_t terms = 0; terms <= powers.size() && (terms == 0 || points.size() > terms + 3); ++terms) {
+    for (std::size_t terms = 0;
+         terms <= powers.size() && (terms == 0 || points.masses.size() > static_cast<Index>(terms) + 3); ++terms) {
         auto law = robust_law(
             points, square_law(points, {powers.begin(), powers.begin() + static_cast<std::ptrdiff_t>(terms)}));
         if (law) laws.push_back(std::move(*law));
     }
     if (laws.empty()) raise_fit_error("the calibrants agree on no law; are the masses those of the peaks?");
     const auto criterion = [&](const RobustLaw& candidate) {
-        const auto count = static_cast<double>(points.size()),
+        const auto count = static_cast<double>(points.masses.size()),
                    unknowns = static_cast<double>(candidate.law.coefficients.size());
         // The standard errors are known up to a common growth, which may not be below 1.
         const VectorXd used = candidate.distances(candidate.used);
@@ -307,15 +278,16 @@ double rounding_of_masses(const std::vector<CalibrantTime>& measured) {
 }
 
 Points points_of(const std::vector<CalibrantTime>& measured, const MassTimeCalibration& before, const Places& places) {
-    Points points;
+    const auto count = static_cast<Index>(places.size());
+    Points points{ArrayXd(count), ArrayXd(count), ArrayXd(count)};
     const double rounding = rounding_of_masses(measured);
-    for (const Index place : places) {
-        const CalibrantTime& calibrant = measured[static_cast<std::size_t>(place)];
-        points.masses.push_back(calibrant.mass);
-        points.times_ns.push_back(calibrant.time_ns);
+    for (Index i = 0; i < count; ++i) {
+        const CalibrantTime& calibrant = measured[static_cast<std::size_t>(places[static_cast<std::size_t>(i)])];
+        points.masses[i] = calibrant.mass;
+        points.times_ns[i] = calibrant.time_ns;
         const double time_ppm = calibrant.error_ns * ppm_per_ns(before, calibrant.time_ns);
         const double mass_ppm = rounding / calibrant.mass * ppm;
-        points.errors_ppm.push_back(std::sqrt(time_ppm * time_ppm + mass_ppm * mass_ppm));
+        points.errors_ppm[i] = std::sqrt(time_ppm * time_ppm + mass_ppm * mass_ppm);
     }
     return points;
 }
@@ -336,11 +308,11 @@ Places usable_places(std::vector<CalibrantResidual>& calibrants) {
 }
 
 void require_distinct_times(const Points& points) {
-    if (points.size() < least_calibrants)
-        raise_fit_error(
-            fmt::format("a fit needs {} calibrants with peaks; there are {}", least_calibrants, points.size()));
-    const auto [first, last] = std::ranges::minmax(points.times_ns);
-    if (!(last > first)) raise_fit_error("all calibrants have the same flight time");
+    const auto count = static_cast<std::size_t>(points.times_ns.size());
+    if (count < least_calibrants)
+        raise_fit_error(fmt::format("a fit needs {} calibrants with peaks; there are {}", least_calibrants, count));
+    if (!(points.times_ns.maxCoeff() > points.times_ns.minCoeff()))
+        raise_fit_error("all calibrants have the same flight time");
 }
 
 CalibrationCoefficients coefficients_of(const Law& law) {
@@ -366,36 +338,31 @@ CalibrationFit fit_calibration(const std::vector<CalibrantTime>& measured, const
     fit.calibration->set_coefficients(coefficients_of(best.law));
     fit.terms = best.law.powers.size();
     fit.used = best.used.size();
-    const Linearised at = points.linearised(best.law);
-    double weights = 0, chi_square = 0;
-    for (const Index i : best.used) chi_square += at.residuals[i] * at.residuals[i];
-    fit.chi_square_per_freedom =
-        chi_square / static_cast<double>(fit.used - static_cast<std::size_t>(best.law.coefficients.size()));
+    const auto freedom = static_cast<double>(static_cast<Index>(fit.used) - best.law.coefficients.size());
+    fit.chi_square_per_freedom = best.distances(best.used).squaredNorm() / freedom;
     const double growth = std::sqrt(std::max(1.0, fit.chi_square_per_freedom));
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        const auto row = static_cast<Index>(i);
-        CalibrantResidual& calibrant = fit.calibrants[static_cast<std::size_t>(places[i])];
-        const bool used = std::ranges::binary_search(best.used, row);
-        const VectorXd slopes = at.slopes.row(row);
-        // Over the calibrant's own variance: its leverage.
-        const double law_variance = slopes.dot(best.covariance * slopes);
+    const ArrayXd after_ppm = points.residuals_ppm(best.law);
+    ArrayXd before_ppm = points.times_ns, left_out_ppm = after_ppm;
+    for (double& time_ns : before_ppm) time_ns = before.mass_from_time(time_ns);
+    before_ppm = (before_ppm / points.masses - 1) * ppm;
+    for (const Index i : best.used) left_out_ppm[i] /= 1 - best.leverages[i];
+    for (Index i = 0; i < after_ppm.size(); ++i) {
+        CalibrantResidual& calibrant = fit.calibrants[static_cast<std::size_t>(places[static_cast<std::size_t>(i)])];
         calibrant.error_ppm = points.errors_ppm[i];
-        calibrant.before_ppm = (before.mass_from_time(points.times_ns[i]) / points.masses[i] - 1) * ppm;
-        calibrant.after_ppm = points.residual_ppm(best.law, i);
-        calibrant.left_out_ppm = used ? calibrant.after_ppm / (1 - law_variance) : calibrant.after_ppm;
-        calibrant.law_error_ppm = growth * points.errors_ppm[i] * std::sqrt(law_variance);
-        if (!used) {
+        calibrant.before_ppm = before_ppm[i];
+        calibrant.after_ppm = after_ppm[i];
+        calibrant.left_out_ppm = left_out_ppm[i];
+        calibrant.law_error_ppm = growth * points.errors_ppm[i] * std::sqrt(best.leverages[i]);
+        if (!std::ranges::binary_search(best.used, i))
             calibrant.not_used = fmt::format("{:.2f} ppm off the law of the others, {:.0f} standard errors",
-                                             calibrant.after_ppm, std::abs(at.residuals[row]));
-            continue;
-        }
-        const double weight = 1 / (points.errors_ppm[i] * points.errors_ppm[i]);
-        weights += weight;
-        fit.before_ppm += weight * calibrant.before_ppm * calibrant.before_ppm;
-        fit.left_out_ppm += weight * calibrant.left_out_ppm * calibrant.left_out_ppm;
+                                             after_ppm[i], std::abs(best.distances[i]));
     }
-    fit.before_ppm = std::sqrt(fit.before_ppm / weights);
-    fit.left_out_ppm = std::sqrt(fit.left_out_ppm / weights);
+    const ArrayXd weights = points.errors_ppm(best.used).square().inverse();
+    const auto root_mean_square = [&](const ArrayXd& residuals_ppm) {
+        return std::sqrt((weights * residuals_ppm(best.used).square()).sum() / weights.sum());
+    };
+    fit.before_ppm = root_mean_square(before_ppm);
+    fit.left_out_ppm = root_mean_square(left_out_ppm);
     return fit;
 }
 
