@@ -4,8 +4,7 @@
 #include <cmath>
 #include <memory>
 
-#include "korvane/calibrants.h"
-#include "korvane/secant_search.h"
+#include "korvane/tune_run.h"
 #include "run.h"
 #include "setpoints.h"
 
@@ -19,46 +18,40 @@ constexpr const char* fast_setpoint = "QuadAMU";
 constexpr const char* secant_method = "secant";
 
 struct AdjustOptions {
-    std::string setpoint, method = "bisection";
-    std::optional<double> mz, target, least, most, resolution;
-    std::optional<std::string> around;
-    bool raise_to_reduce = false, fast = false, apply = false, dry_run = false, no_progress = false;
+    RecipeSearch search;  // whose setpoint is named as the user does
+    std::string method = "bisection";
+    bool fast = false, apply = false, dry_run = false, no_progress = false;
 };
 
-struct Bounds {
-    double low = 0, high = 0, resolution = 0;
-};
-
-/// "10%" or "10": within so many percent of the present value, and of the limits.
-Bounds bounds_around(const SetpointDescription& setpoint, std::string text) {
+/// "10%" or "10".
+double percent_of(std::string text) {
     if (text.ends_with('%')) text.pop_back();
     const auto percent = parse_number(text);
-    if (!percent || *percent <= 0) throw UsageError(fmt::format("--around: \"{}\" is no percentage above 0", text));
-    const double distance = std::abs(setpoint.value) * *percent / 100;
-    if (distance == 0)
-        throw UsageError(fmt::format("--around: setpoint {} ({}) is 0; give --min and --max", setpoint.index,
-                                     setpoint.internal_name));
-    return {std::max(setpoint.lower, setpoint.value - distance), std::min(setpoint.upper, setpoint.value + distance)};
+    if (!percent || *percent <= 0)
+        throw CLI::ValidationError("--around", fmt::format("\"{}\" is no percentage above 0", text));
+    return *percent;
 }
 
-// A bound left out is the setpoint's limit.
-Bounds checked_bounds(const SetpointDescription& setpoint, const AdjustOptions& options) {
-    Bounds bounds{options.least.value_or(setpoint.lower), options.most.value_or(setpoint.upper)};
-    if (options.around) bounds = bounds_around(setpoint, *options.around);
-    bounds.resolution = options.resolution.value_or(setpoint.resolution);
-    require_within_limits(setpoint, bounds.low);
-    require_within_limits(setpoint, bounds.high);
-    if (bounds.low >= bounds.high)
-        throw UsageError(fmt::format("--min {} is not below --max {}", bounds.low, bounds.high));
-    if (bounds.resolution <= 0)
+SecantRequest checked_request(Session& session, const SetpointDescription& setpoint, RecipeSearch search) {
+    if (search.around_percent && setpoint.value == 0)
+        throw UsageError(fmt::format("--around: setpoint {} ({}) is 0; give --min and --max", setpoint.index,
+                                     setpoint.internal_name));
+    search.setpoint = setpoint.internal_name;
+    const SecantRequest request = secant_request(session.instrument().setpoints(), search);
+    require_within_limits(setpoint, *request.low);
+    require_within_limits(setpoint, *request.high);
+    if (request.low >= request.high)
+        throw UsageError(fmt::format("--min {} is not below --max {}", *request.low, *request.high));
+    if (*request.resolution <= 0)
         throw UsageError(fmt::format("setpoint {} has no resolution; give --resolution", setpoint.index));
-    return bounds;
+    return request;
 }
 
 /// The bracket halves with every probe, so its logarithm tells how far the search has come.
-double part_done(const AdjustProbe& probe, const Bounds& bounds) {
-    const double range = bounds.high - bounds.low, bracket = std::max(probe.high - probe.low, bounds.resolution);
-    return range > bounds.resolution ? std::log(range / bracket) / std::log(range / bounds.resolution) : 1.0;
+double part_done(const AdjustProbe& probe, const SecantRequest& request) {
+    const double range = *request.high - *request.low, resolution = *request.resolution,
+                 bracket = std::max(probe.high - probe.low, resolution);
+    return range > resolution ? std::log(range / bracket) / std::log(range / resolution) : 1.0;
 }
 
 /// What a search came to, whichever it was. Abundances are those of `speed_up_factor` times fewer transients than on
@@ -90,22 +83,22 @@ Search::End end_of(const AdjustOutcome& outcome, bool raise_to_reduce) {
 }
 
 Search bisect(Session& session, const SetpointDescription& setpoint, const AdjustOptions& options,
-              const Bounds& bounds) {
+              const SecantRequest& request) {
     SpectrumParser parser(session.platform());
     if (!options.no_progress)
         parser.on_adjust_probe([&](const AdjustProbe& probe) {
             session.tell_progress(fmt::format("probe {}: {:.6g} gives {:.0f}, bracket {:.6g} to {:.6g}", probe.number,
                                               probe.value, probe.abundance, probe.low, probe.high),
-                                  part_done(probe, bounds));
+                                  part_done(probe, request));
         });
     // The preference of the fast search is for the quadrupole, too.
     if (options.fast || setpoint.internal_name != fast_setpoint) parser.set_fast_search(options.fast);
-    parser.BinaryAdjustAbundanceDownUsingThisSetpoint(setpoint.index, *options.mz, *options.target, 30.0,
-                                                      !options.raise_to_reduce, bounds.low, bounds.high,
-                                                      bounds.resolution);
+    parser.BinaryAdjustAbundanceDownUsingThisSetpoint(request.setpoint, request.mz, request.target, 30.0,
+                                                      request.lower_value_reduces_abundance, *request.low,
+                                                      *request.high, *request.resolution);
     const AdjustOutcome& outcome = parser.last_adjustment();
-    Search search{end_of(outcome, options.raise_to_reduce), outcome.value, outcome.abundance, outcome.scaled_target,
-                  outcome.speed_up_factor};
+    Search search{end_of(outcome, options.search.raise_to_reduce), outcome.value, outcome.abundance,
+                  outcome.scaled_target, outcome.speed_up_factor};
     for (const AdjustProbe& probe : outcome.probes) {
         search.probes.push_back(Json{{"number", probe.number},
                                      {"value", probe.value},
@@ -117,8 +110,8 @@ Search bisect(Session& session, const SetpointDescription& setpoint, const Adjus
     return search;
 }
 
-Search follow(Session& session, const SetpointDescription& setpoint, const AdjustOptions& options,
-              const Bounds& bounds) {
+Search follow(Session& session, const SetpointDescription&, const AdjustOptions& options,
+              const SecantRequest& request) {
     int count = 0;
     const auto show = [&](const SecantProbe& probe) {
         ++count;
@@ -126,16 +119,8 @@ Search follow(Session& session, const SetpointDescription& setpoint, const Adjus
             session.tell_progress(fmt::format("probe {}: {:.6g} gives {:.0f} +- {:.0f}, {:.0f} transients", count,
                                               probe.value, probe.abundance, probe.standard_error, probe.transients));
     };
-    const SecantOutcome outcome = adjust_by_secant(session.platform(),
-                                                   {.setpoint = setpoint.index,
-                                                    .mz = *options.mz,
-                                                    .target = *options.target,
-                                                    .lower_value_reduces_abundance = !options.raise_to_reduce,
-                                                    .low = bounds.low,
-                                                    .high = bounds.high,
-                                                    .resolution = bounds.resolution},
-                                                   show);
-    Search search{outcome.end, outcome.value, outcome.abundance, *options.target};
+    const SecantOutcome outcome = adjust_by_secant(session.platform(), request, show);
+    Search search{outcome.end, outcome.value, outcome.abundance, request.target};
     for (const SecantProbe& probe : outcome.probes)
         search.probes.push_back(Json{{"number", search.probes.size() + 1},
                                      {"value", probe.value},
@@ -151,7 +136,7 @@ void show_search(Session& session, const SetpointDescription& setpoint, const Ad
                  const Json& record) {
     const bool has_error = reached && reached->standard_errors;
     const double height = reached ? reached->ns.pkHeight : 0, error = has_error ? reached->standard_errors->height : 0,
-                 off_percent = (height / *options.target - 1) * 100;
+                 off_percent = (height / options.search.target - 1) * 100;
     TextTable table({"<setpoint", "before", "value", "abundance", "error", "off target %", "probes", "<end"});
     table.add({fmt::format("{} ({})", setpoint.internal_name, setpoint.index), fmt::format("{:.6g}", setpoint.value),
                fmt::format("{:.6g}", search.value), reached ? fmt::format("{:.0f}", height) : "-",
@@ -162,7 +147,7 @@ void show_search(Session& session, const SetpointDescription& setpoint, const Ad
                       {"method", options.method},
                       {"before", setpoint.value},
                       {"value", search.value},
-                      {"target", *options.target},
+                      {"target", options.search.target},
                       {"reached_abundance", reached ? Json(height) : Json()},
                       {"reached_abundance_error", has_error ? Json(error) : Json()},
                       {"off_target_percent", reached ? Json(off_percent) : Json()},
@@ -179,24 +164,24 @@ void show_search(Session& session, const SetpointDescription& setpoint, const Ad
 
 ExitCode adjust(Session& session, const AdjustOptions& options) {
     TuneGlobals globals(session.platform());
-    require_mass_in_range(globals, *options.mz);
-    const SetpointDescription setpoint = setpoint_named(session, options.setpoint);
+    require_mass_in_range(globals, options.search.mz);
+    const SetpointDescription setpoint = setpoint_named(session, options.search.setpoint);
     const bool by_secant = options.method == secant_method;
     if (options.fast && setpoint.internal_name != fast_setpoint)
         throw UsageError(fmt::format("--fast drives the quadrupole through the firmware; it adjusts {} only, not {}",
                                      fast_setpoint, setpoint.internal_name));
     if (options.fast && by_secant) throw UsageError("--fast: the secant does not go through the firmware");
-    const Bounds bounds = checked_bounds(setpoint, options);
+    const SecantRequest request = checked_request(session, setpoint, options.search);
     session.begin_run();
     RunRecord run(session, {.keep = options.apply, .note = {}}, "adjust");
     session.held = std::make_shared<SearchMark>(session);
-    const Search search = (by_secant ? follow : bisect)(session, setpoint, options, bounds);
+    const Search search = (by_secant ? follow : bisect)(session, setpoint, options, request);
 
     SpectrumParser parser(session.platform());
     std::optional<MeasuredCalibrant> reached;
     if (is_reached(search.end)) {
         globals.SetMSSetpointValueByIdx(setpoint.index, search.value);
-        reached = measure_calibrants(parser, globals, VariantArray<double>({*options.mz})).front();
+        reached = measure_calibrants(parser, globals, VariantArray<double>({options.search.mz})).front();
     }
     const bool applies = options.apply && is_reached(search.end);
     if (applies) {
@@ -209,8 +194,8 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
                                  setpoint.internal_name, setpoint.index, setpoint.value, search.value));
     const auto fill = [&](TuneRecord& kept) {
         kept.log = parser.tune_log_path();
-        kept.searches.push_back({setpoint.internal_name, *options.mz, *options.target, setpoint.value, search.value,
-                                 name_of(search.end), search.readings});
+        kept.searches.push_back({setpoint.internal_name, options.search.mz, options.search.target, setpoint.value,
+                                 search.value, name_of(search.end), search.readings});
     };
     show_search(session, setpoint, options, search, reached, applies, applies ? run.keep(fill) : Json());
     return log_and_end(session, parser, is_reached(search.end) ? "" : name_of(search.end));
@@ -222,17 +207,19 @@ void declare_adjust(CLI::App& command, Session& session) {
     AdjustOptions& options =
         runs(command, session, "korvane adjust FragmentTune --mz 566.8885 --target 50000 --max 175 --apply", adjust,
              Prints::table);
-    add_setpoint(command, options.setpoint);
-    add_number(command, "--mz", options.mz, "m/z of the peak", positive)->required();
-    add_number(command, "--target", options.target, "abundance to come down to, counts at the full transients",
+    add_setpoint(command, options.search.setpoint);
+    add_number(command, "--mz", options.search.mz, "m/z of the peak", positive)->required();
+    add_number(command, "--target", options.search.target, "abundance to come down to, counts at the full transients",
                positive)
         ->required();
-    add_number(command, "--min", options.least, "lower bound of the search (the setpoint's limit)");
-    add_number(command, "--max", options.most, "upper bound of the search (the setpoint's limit)");
-    add_number(command, "--resolution", options.resolution, "smallest step worth taking (the setpoint's)", positive);
+    add_number(command, "--min", options.search.min, "lower bound of the search (the setpoint's limit)");
+    add_number(command, "--max", options.search.max, "upper bound of the search (the setpoint's limit)");
+    add_number(command, "--resolution", options.search.resolution, "smallest step worth taking (the setpoint's)",
+               positive);
     command
-        .add_option("--around", options.around,
-                    "search within so many percent of the present value, such as 10%, in the place of --min and --max")
+        .add_option_function<std::string>(
+            "--around", [&options](const std::string& text) { options.search.around_percent = percent_of(text); },
+            "search within so many percent of the present value, such as 10%, in the place of --min and --max")
         ->type_name("PERCENT")
         ->excludes("--min")
         ->excludes("--max");
@@ -240,7 +227,7 @@ void declare_adjust(CLI::App& command, Session& session) {
                "bisection, or secant: weighs its readings by their errors, and stops when the value is known", "NAME",
                std::array{"bisection", secant_method})
         ->capture_default_str();
-    command.add_flag("--raise-to-reduce", options.raise_to_reduce, "raising the setpoint lowers the abundance");
+    command.add_flag("--raise-to-reduce", options.search.raise_to_reduce, "raising the setpoint lowers the abundance");
     command.add_flag("--fast", options.fast,
                      "search through the firmware, without waiting for readiness (QuadAMU only)");
     command.add_flag("--apply", options.apply, "write the result; without it the setpoint gets its value back");

@@ -19,14 +19,6 @@ std::optional<Number> parse(std::string_view text) {
     return number;
 }
 
-double checked_number(const std::string& name, const std::string& text, NumberRule rule) {
-    const auto number = parse_number(text);
-    if (!number) throw CLI::ValidationError(name, fmt::format("\"{}\" is not a number", text));
-    if (*number <= rule.above) throw CLI::ValidationError(name, fmt::format("{} is not above {}", text, rule.above));
-    if (*number >= rule.below) throw CLI::ValidationError(name, fmt::format("{} is not below {}", text, rule.below));
-    return *number;
-}
-
 /// A whole number from `least` on; `range` says the bounds.
 template <class Number>
 CLI::Option* add_whole(CLI::App& command, const std::string& name, Number& target, const std::string& help,
@@ -62,10 +54,12 @@ std::optional<std::int64_t> parse_integer(std::string_view text) {
     return parse<std::int64_t>(text);
 }
 
-CLI::Option* add_number(CLI::App& command, const std::string& name, std::optional<double>& target,
-                        const std::string& help, NumberRule rule) {
-    const auto read = [&target, name, rule](const std::string& text) { target = checked_number(name, text, rule); };
-    return command.add_option_function<std::string>(name, read, help)->type_name("NUMBER");
+double checked_number(const std::string& name, const std::string& text, NumberRule rule) {
+    const auto number = parse_number(text);
+    if (!number) throw CLI::ValidationError(name, fmt::format("\"{}\" is not a number", text));
+    if (*number <= rule.above) throw CLI::ValidationError(name, fmt::format("{} is not above {}", text, rule.above));
+    if (*number >= rule.below) throw CLI::ValidationError(name, fmt::format("{} is not below {}", text, rule.below));
+    return *number;
 }
 
 CLI::Option* add_numbers(CLI::App& command, const std::string& name, std::vector<double>& target,

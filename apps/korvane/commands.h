@@ -79,10 +79,17 @@ struct NumberRule {
 };
 inline constexpr NumberRule positive{.above = 0};
 
+/// A usage error naming the option where the text is no number or not by the rule.
+double checked_number(const std::string& name, const std::string& text, NumberRule rule);
+
 // Each adds an option (or a positional, for a name without dashes). A text that does not fit is a usage error naming
 // it.
-CLI::Option* add_number(CLI::App& command, const std::string& name, std::optional<double>& target,
-                        const std::string& help, NumberRule rule = {});
+template <class Number>  // double, or one that may be missing
+CLI::Option* add_number(CLI::App& command, const std::string& name, Number& target, const std::string& help,
+                        NumberRule rule = {}) {
+    const auto read = [&target, name, rule](const std::string& text) { target = checked_number(name, text, rule); };
+    return command.add_option_function<std::string>(name, read, help)->type_name("NUMBER");
+}
 CLI::Option* add_numbers(CLI::App& command, const std::string& name, std::vector<double>& target,
                          const std::string& help, NumberRule rule = {});
 /// An integer from `least` to `most`.

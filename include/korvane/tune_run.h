@@ -37,6 +37,10 @@ struct TuneRecipe {
 /// value beyond its limits, a mass out of range. Reads the instrument, moves nothing.
 KORVANE_API TuneRecipe read_tune_recipe(const Platform& platform, const std::string& path = {});
 
+/// What a search asks for on the instrument as it is: bounds and resolution given, narrowed to what lies around the
+/// present value. Errors as `SetpointTable`.
+KORVANE_API SecantRequest secant_request(SetpointTable& table, const RecipeSearch& search);
+
 /// In their order.
 enum class TuneStep { ready, verify, adjust, fit, measure };
 inline constexpr const char* tune_step_names[] = {"ready", "verify", "adjust", "fit", "measure"};

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <tuple>
 
 #include "korvane/error.h"
 #include "korvane/instrument_contract.h"
@@ -15,16 +14,6 @@
 namespace korvane {
 
 namespace {
-
-/// Where a search looks: between its bounds, or those of the setpoint, and around the present value.
-std::pair<double, double> search_bounds(const RecipeSearch& search, SetpointTable& table, std::int32_t index,
-                                        double present) {
-    const double low = search.min.value_or(table.lower_limit(index));
-    const double high = search.max.value_or(table.upper_limit(index));
-    if (!search.around_percent) return {low, high};
-    const double reach = std::abs(present) * *search.around_percent / 100;
-    return {std::max(low, present - reach), std::min(high, present + reach)};
-}
 
 /// Recipes, held against the instrument before anything moves.
 class RecipeCheck {
@@ -69,10 +58,10 @@ private:
         require_positive(place + ".tolerance_percent", search.tolerance_percent);
         require_positive(place + ".around_percent", search.around_percent);
         require_positive(place + ".resolution", search.resolution.value_or(table_.resolution(*index)));
-        const double present = number_of(table_.value(*index, 0, 0), search.setpoint);
-        const auto [low, high] = search_bounds(search, table_, *index, present);
-        if (!(low < high))
-            refuse(place + ".around_percent", fmt::format("nothing lies around {} between the bounds", present));
+        const SecantRequest request = secant_request(table_, search);
+        if (!(request.low < request.high))
+            refuse(place + ".around_percent", fmt::format("nothing lies around {} between the bounds",
+                                                          number_of(table_.value(*index, 0, 0), search.setpoint)));
     }
 
     const BaseFile& file_;
@@ -119,15 +108,6 @@ private:
         return {};
     }
 
-    SecantRequest request_of(const RecipeSearch& search, SetpointTable& table, double present) const {
-        SecantRequest request{.setpoint = table.index_of(search.setpoint), .mz = search.mz, .target = search.target};
-        request.relative_tolerance = search.tolerance_percent / 100;
-        request.lower_value_reduces_abundance = !search.raise_to_reduce;
-        request.resolution = search.resolution;
-        std::tie(request.low, request.high) = search_bounds(search, table, request.setpoint, present);
-        return request;
-    }
-
     std::string adjust() {
         if (recipe_.searches.empty()) tell("nothing to adjust");
         const auto view = open_globals(*platform_.instrument);
@@ -139,8 +119,7 @@ private:
                 tell(fmt::format("{} at {:g} gives {:.0f} counts", search.setpoint, probe.value, probe.abundance),
                      false);
             };
-            const SecantOutcome outcome =
-                adjust_by_secant(platform_, request_of(search, view->setpoints(), done.before), show);
+            const SecantOutcome outcome = adjust_by_secant(platform_, secant_request(view->setpoints(), search), show);
             done.after = outcome.value;
             done.end = name_of(outcome.end);
             done.probes = outcome.probes;
@@ -193,6 +172,25 @@ private:
 };
 
 }  // namespace
+
+SecantRequest secant_request(SetpointTable& table, const RecipeSearch& search) {
+    const std::int32_t index = table.index_of(search.setpoint);
+    SecantRequest request{.setpoint = index,
+                          .mz = search.mz,
+                          .target = search.target,
+                          .relative_tolerance = search.tolerance_percent / 100,
+                          .lower_value_reduces_abundance = !search.raise_to_reduce,
+                          .low = search.min.value_or(table.lower_limit(index)),
+                          .high = search.max.value_or(table.upper_limit(index)),
+                          .resolution = search.resolution.value_or(table.resolution(index))};
+    if (search.around_percent) {
+        const double present = number_of(table.value(index, 0, 0), search.setpoint);
+        const double reach = std::abs(present) * *search.around_percent / 100;
+        request.low = std::max(*request.low, present - reach);
+        request.high = std::min(*request.high, present + reach);
+    }
+    return request;
+}
 
 TuneRecipe read_tune_recipe(const Platform& platform, const std::string& path) {
     BaseFile file(platform, "TuneRecipe.json", "read_tune_recipe");
