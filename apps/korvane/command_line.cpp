@@ -1,7 +1,5 @@
 #include "command_line.h"
 
-#include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
 #include <array>
 

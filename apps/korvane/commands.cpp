@@ -1,7 +1,5 @@
 #include "commands.h"
 
-#include <fmt/format.h>
-
 #include <charconv>
 #include <cmath>
 

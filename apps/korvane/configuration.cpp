@@ -59,10 +59,10 @@ ExitCode show_parameter(Session& session, const ParameterOptions& options) {
 ExitCode list_parameters(Session& session, const ParameterOptions& options) {
     require_name(options.tree);
     Json groups = Json::object();
-    TextTable table({"<group", "<key", "<value"});
+    Table table({"<group", "<key", "<value"});
     for (const ListedParameter& parameter : list_tune_parameters(session.platform(), options.tree)) {
         groups[parameter.group][parameter.name] = parameter.text;
-        table.add({parameter.group, parameter.name, parameter.text});
+        table.add(parameter.group, parameter.name, parameter.text);
     }
     return session.show(Json{{"tree", options.tree}, {"groups", std::move(groups)}}, table);
 }
@@ -97,10 +97,10 @@ ExitCode show_preference(Session& session, const PreferenceOptions& options) {
 
 ExitCode list_preferences(Session& session, const NoOptions&) {
     Json values = Json::object();
-    TextTable table({"<name", "<value"});
+    Table table({"<name", "<value"});
     for (const ListedPreference& preference : list_tune_preferences(session.platform())) {
         values[preference.name] = preference.text;
-        table.add({preference.name, preference.text});
+        table.add(preference.name, preference.text);
     }
     return session.show(Json{{"preferences", std::move(values)}}, table);
 }
@@ -138,15 +138,12 @@ ExitCode show_lists(Session& session, const ListChoice& choice) {
     const auto lists = choice.all ? list_mass_lists(session.platform())
                                   : std::vector{chosen_list(session, filled_in(choice, session))};
     Json rows = Json::array();
-    TextTable table({"<source", "<polarity", "m/z", "<used"});
+    Table table({"<source", "<polarity", "|mass", "|used", "m/z|text", "<used"});
     for (const ListedMassList& list : lists) {
-        Json masses = Json::array();
-        for (const auto& mass : list.masses) {
-            const auto number = parse_number(plain_number(mass.text));
-            masses.push_back(Json{{"mass", or_null(number)}, {"used", mass.used}, {"text", mass.text}});
-            table.add({list.source, list.polarity, mass.text, mass.used});
-        }
-        rows.push_back(Json{{"source", list.source}, {"polarity", list.polarity}, {"masses", std::move(masses)}});
+        const std::size_t first = table.size();
+        for (const auto& [used, text] : list.masses)
+            table.add(list.source, list.polarity, parse_number(plain_number(text)), used, text, used);
+        rows.push_back(Json{{"source", list.source}, {"polarity", list.polarity}, {"masses", table.json(first)}});
     }
     return session.show(Json{{"file", default_mass_list_file(session.platform())}, {"lists", std::move(rows)}}, table);
 }
@@ -253,8 +250,7 @@ ExitCode prune(Session& session, const PruneOptions& options) {
     const std::string folder = utf8_of(path_of(session.base_folder()) / "Logfiles");
     const LocalTime now = session.platform().clock->now();
     Files& files = *session.platform().files;
-    Json rows = Json::array();
-    TextTable table({"<log", "age days"});
+    Table table({"<log|file", "age days|age_days"});
     try {
         std::vector<std::string> names = files.list(folder);
         std::ranges::sort(names);
@@ -264,13 +260,12 @@ ExitCode prune(Session& session, const PruneOptions& options) {
             const auto age = (std::chrono::sys_days(date_of(now.year, now.month, now.day)) - *day).count();
             if (age <= most_days) continue;
             if (!options.dry_run) files.remove(utf8_of(path_of(folder) / name));
-            rows.push_back(Json{{"file", name}, {"age_days", age}});
-            table.add_row(name, age);
+            table.add(name, age);
         }
     } catch (const FileError& error) {
         throw Error(error.runtime_error_number(), "", folder + ": " + error.what());
     }
-    return session.show(Json{{"folder", folder}, {"removed", !options.dry_run}, {"logs", std::move(rows)}}, table);
+    return session.show(Json{{"folder", folder}, {"removed", !options.dry_run}, {"logs", table.json()}}, table);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // The history of the tunes: its records listed, shown, compared, handed on.
+#include <algorithm>
 #include <cmath>
 
 #include "commands.h"
@@ -9,8 +10,9 @@ namespace korvane::program {
 
 namespace {
 
-std::string or_dash(const std::string& text) {
-    return text.empty() ? "-" : text;
+/// Null for an empty text.
+Json known(const std::string& text) {
+    return text.empty() ? Json() : Json(text);
 }
 
 struct ListOptions {
@@ -18,50 +20,37 @@ struct ListOptions {
 };
 
 ExitCode list_history(Session& session, const ListOptions& options) {
-    Json rows = Json::array();
-    TextTable table({"id", "<time", "<kind", "<source", "<polarity", "<verdict", "<note"});
-    for (const TuneRecord& record : open_history(session, false).list(static_cast<std::size_t>(options.most))) {
-        rows.push_back(Json{{"id", record.id},
-                            {"time", record.time},
-                            {"kind", record.kind},
-                            {"note", record.note},
-                            {"instrument", record.instrument},
-                            {"serial", record.serial},
-                            {"source", record.source},
-                            {"polarity", record.polarity},
-                            {"verdict", record.verdict}});
-        table.add_row(record.id, record.time, record.kind, or_dash(record.source), or_dash(record.polarity),
-                      or_dash(record.verdict), or_dash(record.note));
-    }
-    return session.show(Json{{"records", std::move(rows)}}, table);
+    Table table({"id|id", "<time|time", "<kind|kind", "|note", "|instrument", "|serial", "|source", "|polarity",
+                 "|verdict", "<source", "<polarity", "<verdict", "<note"});
+    for (const TuneRecord& record : open_history(session, false).list(static_cast<std::size_t>(options.most)))
+        table.add(record.id, record.time, record.kind, record.note, record.instrument, record.serial, record.source,
+                  record.polarity, record.verdict, known(record.source), known(record.polarity), known(record.verdict),
+                  known(record.note));
+    return session.show(Json{{"records", table.json()}}, table);
 }
 
 struct NamedRecord {
     std::string name = "last";
 };
 
-TextTable calibrant_table(const TuneRecord& record) {
-    TextTable table({"expected m/z", "error ppm", "standard error ppm", "height", "resolution", "<verdict"});
-    for (const auto& [measured, verdict, trace] : record.calibrants) {
-        const std::string mass = fmt::format("{:.4f}", measured.mass);
-        if (!measured.found()) {
-            table.add({mass, "-", "-", "-", "-", verdict.text});
-            continue;
-        }
-        const auto error = measured.standard_error_ppm();
-        table.add({mass, fmt::format("{:.2f}", measured.error_ppm()), error ? fmt::format("{:.2f}", *error) : "-",
-                   fmt::format("{:.0f}", measured.ns.pkHeight), fmt::format("{:.0f}", measured.amu.pkResolution),
-                   verdict.text});
-    }
+Table calibrant_table(const TuneRecord& record) {
+    Table table({"expected m/z||.4f", "error ppm||.2f", "standard error ppm||.2f", "height||.0f", "resolution||.0f",
+                 "<verdict"});
+    for (const auto& [measured, verdict, trace] : record.calibrants)
+        if (measured.found())
+            table.add(measured.mass, measured.error_ppm(), measured.standard_error_ppm(), measured.ns.pkHeight,
+                      measured.amu.pkResolution, verdict.text);
+        else
+            table.add(measured.mass, nullptr, nullptr, nullptr, nullptr, verdict.text);
     return table;
 }
 
 ExitCode show_history(Session& session, const NamedRecord& options) {
     TuneHistory history = open_history(session, false);
     const TuneRecord record = record_named(history, options.name);
-    const TextTable calibrants = calibrant_table(record);
+    const Table calibrants = calibrant_table(record);
     if (session.csv) return session.show({}, calibrants);
-    TextTable head({"<", "<"});
+    Table head({"<", "<"});
     for (const auto& [name, value] : std::initializer_list<std::pair<const char*, std::string>>{
              {"record", std::to_string(record.id)},
              {"time", record.time},
@@ -74,14 +63,13 @@ ExitCode show_history(Session& session, const NamedRecord& options) {
              {"verdict", record.verdict},
              {"log", record.log},
              {"recording", record.recording}})
-        if (!value.empty()) head.add({name, value});
+        if (!value.empty()) head.add(name, value);
     for (const RecordedSetpoint& setpoint : record.setpoints)
         if (setpoint.before != setpoint.after)
-            head.add({setpoint.name, fmt::format("{} -> {}", setpoint.before, setpoint.after)});
-    for (const RecordedSearch& search : record.searches) head.add({"search of " + search.setpoint, search.end});
-    const std::string text = head.text().substr(head.text().find('\n') + 1);
+            head.add(setpoint.name, fmt::format("{} -> {}", setpoint.before, setpoint.after));
+    for (const RecordedSearch& search : record.searches) head.add("search of " + search.setpoint, search.end);
     return session.show(Json{{"record", Json::parse(tune_record_json(record))}},
-                        text + (record.calibrants.empty() ? "" : "\n" + calibrants.text()));
+                        head.text() + (record.calibrants.empty() ? "" : "\n" + calibrants.text()));
 }
 
 struct MarkOptions {
@@ -107,58 +95,51 @@ const RecordedCalibrant* calibrant_of(const TuneRecord& record, double mass) {
     return nullptr;
 }
 
-double value_after(const TuneRecord& record, const std::string& setpoint) {
-    for (const RecordedSetpoint& each : record.setpoints)
-        if (each.name == setpoint) return each.after;
-    return std::nan("");
+/// What is compared of a calibrant; nulls where it was not found.
+Json compared(const RecordedCalibrant* calibrant) {
+    if (!calibrant) return {{"ppm", nullptr}, {"height", nullptr}, {"resolution", nullptr}, {"verdict", nullptr}};
+    const auto& [measured, verdict, trace] = *calibrant;
+    return {{"ppm", measured.error_ppm()},
+            {"height", measured.ns.pkHeight},
+            {"resolution", measured.amu.pkResolution},
+            {"verdict", verdict.text}};
+}
+
+Table moved_setpoints(const TuneRecord& from, const TuneRecord& to) {
+    Table table({"<setpoint|name", "then|then", "now|now", "difference"});
+    for (const auto& [name, before, now] : to.setpoints) {
+        const auto found = std::ranges::find(from.setpoints, name, &RecordedSetpoint::name);
+        const double then = found == from.setpoints.end() ? std::nan("") : found->after;
+        if (then != now) table.add(name, then, now, now - then);
+    }
+    return table;
+}
+
+Table compared_peaks(const TuneRecord& from, const TuneRecord& to) {
+    Table table({"expected m/z|mass|.4f", "|then", "|now", "error ppm then||.2f", "now||.2f", "height then||.0f",
+                 "now||.0f", "change %||+.0f", "resolution then||.0f", "now||.0f", "<verdict then", "<now"});
+    for (const auto& [measured, verdict, trace] : to.calibrants) {
+        const RecordedCalibrant* const before = calibrant_of(from, measured.mass);
+        const Json then = compared(before), now = compared(calibrant_of(to, measured.mass));
+        std::optional<double> change;
+        if (before && measured.found()) change = 100 * (measured.ns.pkHeight / before->measured.ns.pkHeight - 1);
+        table.add(measured.mass, then, now, then["ppm"], now["ppm"], then["height"], now["height"], change,
+                  then["resolution"], now["resolution"], before ? Json(name_of(before->verdict.state)) : Json(),
+                  name_of(verdict.state));
+    }
+    return table;
 }
 
 ExitCode compare_records(Session& session, const RecordPair& options) {
     TuneHistory history = open_history(session, false);
     const TuneRecord from = record_named(history, options.from), to = record_named(history, options.to);
-    const auto cell = [](const char* format, const RecordedCalibrant* calibrant, auto value) {
-        return calibrant ? fmt::format(fmt::runtime(format), value(calibrant->measured)) : "-";
-    };
-    Json setpoints = Json::array(), calibrants = Json::array();
-    TextTable moved({"<setpoint", "then", "now", "difference"});
-    for (const RecordedSetpoint& setpoint : to.setpoints) {
-        const double before = value_after(from, setpoint.name);
-        if (before == setpoint.after) continue;
-        setpoints.push_back(Json{{"name", setpoint.name}, {"then", before}, {"now", setpoint.after}});
-        moved.add_row(setpoint.name, before, setpoint.after, setpoint.after - before);
-    }
-    TextTable peaks({"expected m/z", "error ppm then", "now", "height then", "now", "change %", "resolution then",
-                     "now", "<verdict then", "<now"});
-    for (const RecordedCalibrant& calibrant : to.calibrants) {
-        const double mass = calibrant.measured.mass;
-        const RecordedCalibrant *then = calibrant_of(from, mass), *now = calibrant_of(to, mass);
-        const auto ppm = [](const MeasuredCalibrant& peak) { return peak.error_ppm(); };
-        const auto height = [](const MeasuredCalibrant& peak) { return peak.ns.pkHeight; };
-        const auto resolution = [](const MeasuredCalibrant& peak) { return peak.amu.pkResolution; };
-        const auto number = [](const RecordedCalibrant* peak, auto value) {
-            return peak ? Json(value(peak->measured)) : Json();
-        };
-        calibrants.push_back(Json{{"mass", mass}});
-        for (const auto& [name, peak] : {std::pair{"then", then}, std::pair{"now", now}})
-            calibrants.back()[name] = Json{{"ppm", number(peak, ppm)},
-                                           {"height", number(peak, height)},
-                                           {"resolution", number(peak, resolution)},
-                                           {"verdict", peak ? Json(peak->verdict.text) : Json()}};
-        peaks.add(
-            {fmt::format("{:.4f}", mass), cell("{:.2f}", then, ppm), cell("{:.2f}", now, ppm),
-             cell("{:.0f}", then, height), cell("{:.0f}", now, height),
-             then && now ? fmt::format("{:+.0f}", 100 * (height(now->measured) / height(then->measured) - 1)) : "-",
-             cell("{:.0f}", then, resolution), cell("{:.0f}", now, resolution),
-             then ? name_of(then->verdict.state) : "-", name_of(calibrant.verdict.state)});
-    }
+    const Table moved = moved_setpoints(from, to), peaks = compared_peaks(from, to);
     if (!session.json)
         session.talk(fmt::format("then: record {}, {}; now: record {}, {}", from.id, from.time, to.id, to.time));
-    const std::string head = setpoints.empty() ? "all setpoints are the same\n" : moved.text();
-    return session.show(Json{{"then", from.id},
-                             {"now", to.id},
-                             {"setpoints", std::move(setpoints)},
-                             {"calibrants", std::move(calibrants)}},
-                        session.csv ? peaks.csv() : head + "\n" + peaks.text());
+    const std::string head = moved.size() == 0 ? "all setpoints are the same\n" : moved.text();
+    return session.show(
+        Json{{"then", from.id}, {"now", to.id}, {"setpoints", moved.json()}, {"calibrants", peaks.json()}},
+        session.csv ? peaks.csv() : head + "\n" + peaks.text());
 }
 
 struct ExportFiles {
@@ -166,15 +147,14 @@ struct ExportFiles {
 };
 
 std::string csv_of(const std::vector<TuneRecord>& records) {
-    TextTable table(
+    Table table(
         {"record", "time", "source", "polarity", "m/z", "error ppm", "height", "resolution", "misfit", "verdict"});
     for (const TuneRecord& record : records)
-        for (const RecordedCalibrant& calibrant : record.calibrants) {
-            const MeasuredCalibrant& peak = calibrant.measured;
-            const auto cell = [&](double value) { return peak.found() ? fmt::format("{}", value) : "-"; };
-            table.add_row(record.id, record.time, record.source, record.polarity, peak.mass, cell(peak.error_ppm()),
-                          cell(peak.ns.pkHeight), cell(peak.amu.pkResolution),
-                          peak.quality ? cell(peak.quality->misfit) : "-", name_of(calibrant.verdict.state));
+        for (const auto& [peak, verdict, trace] : record.calibrants) {
+            const auto cell = [&](double value) { return peak.found() ? Json(value) : Json(); };
+            table.add(record.id, record.time, record.source, record.polarity, peak.mass, cell(peak.error_ppm()),
+                      cell(peak.ns.pkHeight), cell(peak.amu.pkResolution),
+                      peak.quality ? Json(peak.quality->misfit) : Json(), name_of(verdict.state));
         }
     return table.csv();
 }

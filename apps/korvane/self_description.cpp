@@ -1,7 +1,5 @@
 #include "self_description.h"
 
-#include <fmt/format.h>
-
 #include <cctype>
 #include <numeric>
 

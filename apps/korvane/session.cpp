@@ -1,7 +1,5 @@
 #include "session.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "korvane/abort_helper.h"
@@ -153,6 +151,10 @@ ExitCode Session::show(Json object, std::string text) {
 }
 
 ExitCode Session::show(Json object, const TextTable& table) {
+    return show(std::move(object), csv ? table.csv() : table.text());
+}
+
+ExitCode Session::show(Json object, const Table& table) {
     return show(std::move(object), csv ? table.csv() : table.text());
 }
 

@@ -1,12 +1,13 @@
 // What every command works with: the options of the program itself, the platform, and what becomes of its result.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
@@ -18,6 +19,7 @@
 #include "korvane/embedded.h"
 #include "korvane/platform.h"
 #include "korvane/restoring.h"
+#include "table.h"
 #include "text_table.h"
 
 namespace korvane {
@@ -25,8 +27,6 @@ class AbortHelper;
 }
 
 namespace korvane::program {
-
-using Json = nlohmann::ordered_json;
 
 /// Null for what is missing.
 template <class Value>
@@ -103,6 +103,7 @@ public:
     /// Notes the result for the end: the object for --json, the text, or the table for --csv. Returns that all is done.
     ExitCode show(Json object, std::string text);
     ExitCode show(Json object, const TextTable& table);
+    ExitCode show(Json object, const Table& table);
     /// What a check ends with: its fault with exit code 1, or all done where there is none.
     ExitCode checked(const std::string& found_fault);
     /// Prints the result, if any. `more` is what a JSON object gets in any case.

@@ -1,8 +1,6 @@
 // Setpoints, named by index or by name: get, set, list; and all of them in a file: saved, compared, restored.
 #include "setpoints.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -89,20 +87,17 @@ double value_named(const SetpointDescription& setpoint, const std::string& text)
         fmt::format("\"{}\" is not a number{}", text, known.empty() ? "" : ", and none of" + known.substr(1)));
 }
 
-Json setpoint_json(const SetpointDescription& setpoint) {
-    return Json{{"index", setpoint.index},
-                {"internal_name", setpoint.internal_name},
-                {"external_name", setpoint.external_name},
-                {"value", setpoint.value},
-                {"lower_limit", setpoint.lower},
-                {"upper_limit", setpoint.upper},
-                {"resolution", setpoint.resolution},
-                {"type", setpoint.type}};
+Table table_of(const std::vector<SetpointDescription>& setpoints) {
+    Table table({"index|index", "<internal name|internal_name", "|external_name", "value|value", "lower|lower_limit",
+                 "upper|upper_limit", "resolution|resolution", "<type|type", "<external name"});
+    for (const auto& [index, internal_name, external_name, value, lower, upper, resolution, type] : setpoints)
+        table.add(index, internal_name, external_name, value, lower, upper, resolution, type, external_name);
+    return table;
 }
 
 ExitCode show_setpoint(Session& session, SetpointDescription setpoint, double value) {
     setpoint.value = value;
-    return session.show(setpoint_json(setpoint), fmt::format("{}\n", value));
+    return session.show(table_of({setpoint}).json().front(), fmt::format("{}\n", value));
 }
 
 // It only reads, and so does not ask for the abort flag as the class does.
@@ -146,14 +141,8 @@ std::vector<SetpointDescription> all_setpoints(Session& session) {
 }
 
 ExitCode list_setpoints(Session& session, const NoOptions&) {
-    Json rows = Json::array();
-    TextTable table({"index", "<internal name", "value", "lower", "upper", "resolution", "<type", "<external name"});
-    for (const SetpointDescription& row : all_setpoints(session)) {
-        rows.push_back(setpoint_json(row));
-        table.add_row(row.index, row.internal_name, row.value, row.lower, row.upper, row.resolution, row.type,
-                      row.external_name);
-    }
-    return session.show(Json{{"setpoints", std::move(rows)}}, table);
+    const Table table = table_of(all_setpoints(session));
+    return session.show(Json{{"setpoints", table.json()}}, table);
 }
 
 constexpr int file_schema = 1;
@@ -214,17 +203,10 @@ std::vector<SavedSetpoint> saved_setpoints(Session& session, const std::string& 
 }
 
 ExitCode show_rows(Session& session, const FileName& file, const std::vector<SavedSetpoint>& rows, ExitCode code) {
-    Json setpoints = Json::array();
-    TextTable table({"index", "<internal name", "value", "saved", "<"});
-    for (const auto& [setpoint, saved, end] : rows) {
-        setpoints.push_back(Json{{"index", setpoint.index},
-                                 {"internal_name", setpoint.internal_name},
-                                 {"value", setpoint.value},
-                                 {"saved", saved},
-                                 {"end", end}});
-        table.add_row(setpoint.index, setpoint.internal_name, setpoint.value, saved, end);
-    }
-    session.show(Json{{"file", *file.path}, {"setpoints", std::move(setpoints)}}, table);
+    Table table({"index|index", "<internal name|internal_name", "value|value", "saved|saved", "<|end"});
+    for (const auto& [setpoint, saved, end] : rows)
+        table.add(setpoint.index, setpoint.internal_name, setpoint.value, saved, end);
+    session.show(Json{{"file", *file.path}, {"setpoints", table.json()}}, table);
     return code;
 }
 

@@ -7,7 +7,7 @@ namespace korvane::program {
 namespace {
 
 /// Number of characters of a UTF-8 text.
-std::size_t character_count(const std::string& text) {
+std::size_t old_character_count(const std::string& text) {
     return static_cast<std::size_t>(
         std::count_if(text.begin(), text.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
 }
@@ -23,13 +23,13 @@ std::string TextTable::text() const {
         if (left.back()) title.erase(0, 1);
     }
     for (const Cells& row : rows)
-        for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], character_count(row[i]));
+        for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], old_character_count(row[i]));
 
     std::string text;
     for (const Cells& row : rows) {
         std::string line;
         for (std::size_t i = 0; i < widths.size(); ++i) {
-            const std::string blanks(widths[i] - character_count(row[i]), ' ');
+            const std::string blanks(widths[i] - old_character_count(row[i]), ' ');
             line += (i ? "  " : "") + (left[i] ? row[i] + blanks : blanks + row[i]);
         }
         line.erase(line.find_last_not_of(' ') + 1);

@@ -79,20 +79,19 @@ std::string plan_of(TuneStep step, const TuneRecipe& recipe) {
 /// What the steps have come to; noted for the end after each, so that a failure shows what was done before it.
 class StepTable {
 public:
-    explicit StepTable(Session& session) : session_(session) { object["steps"] = Json::array(); }
+    explicit StepTable(Session& session) : session_(session) {}
 
     void add(const std::string& step, const std::string& result) {
-        object["steps"].push_back(Json{{"step", step}, {"result", result}});
-        table_.add({step, result});
-        show();
+        table_.add(step, result);
+        object["steps"] = table_.json();
+        session_.show(object, table_);
     }
-    void show() { session_.show(object, table_); }
 
     Json object;
 
 private:
     Session& session_;
-    TextTable table_{{"<step", "<result"}};
+    Table table_{"<step|step", "<result|result"};
 };
 
 /// Not good: everything goes back before the record is ended, so that it tells how the instrument is.
