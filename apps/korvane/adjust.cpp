@@ -134,32 +134,18 @@ Search follow(Session& session, const SetpointDescription&, const AdjustOptions&
 void show_search(Session& session, const SetpointDescription& setpoint, const AdjustOptions& options,
                  const Search& search, const std::optional<MeasuredCalibrant>& reached, bool applied,
                  const Json& record) {
-    const bool has_error = reached && reached->standard_errors;
-    const double height = reached ? reached->ns.pkHeight : 0, error = has_error ? reached->standard_errors->height : 0,
-                 off_percent = (height / options.search.target - 1) * 100;
-    TextTable table({"<setpoint", "before", "value", "abundance", "error", "off target %", "probes", "<end"});
-    table.add({fmt::format("{} ({})", setpoint.internal_name, setpoint.index), fmt::format("{:.6g}", setpoint.value),
-               fmt::format("{:.6g}", search.value), reached ? fmt::format("{:.0f}", height) : "-",
-               has_error ? fmt::format("{:.0f}", error) : "-", reached ? fmt::format("{:+.1f}", off_percent) : "-",
-               fmt::format("{}", search.probes.size()), name_of(search.end)});
-    session.show(Json{{"setpoint", setpoint.index},
-                      {"internal_name", setpoint.internal_name},
-                      {"method", options.method},
-                      {"before", setpoint.value},
-                      {"value", search.value},
-                      {"target", options.search.target},
-                      {"reached_abundance", reached ? Json(height) : Json()},
-                      {"reached_abundance_error", has_error ? Json(error) : Json()},
-                      {"off_target_percent", reached ? Json(off_percent) : Json()},
-                      {"abundance", search.abundance},
-                      {"scaled_target", search.scaled_target},
-                      {"speed_up_factor", search.speed_up_factor},
-                      {"probes_made", search.probes.size()},
-                      {"end", name_of(search.end)},
-                      {"applied", applied},
-                      {"probes", search.probes},
-                      {"record", record}},
-                 table);
+    std::optional<double> height, off_percent;
+    if (reached) height = reached->ns.pkHeight, off_percent = (*height / options.search.target - 1) * 100;
+    Table table({"<setpoint", "|setpoint", "|internal_name", "|method", "before|before|.6g", "value|value|.6g",
+                 "|target", "abundance|reached_abundance|.0f", "error|reached_abundance_error|.0f",
+                 "off target %|off_target_percent|+.1f", "|abundance", "|scaled_target", "|speed_up_factor",
+                 "probes|probes_made", "<end|end", "|applied", "|probes", "|record"});
+    table.add(fmt::format("{} ({})", setpoint.internal_name, setpoint.index), setpoint.index, setpoint.internal_name,
+              options.method, setpoint.value, search.value, options.search.target, height,
+              reached ? part_of(reached->standard_errors, &PeakUncertainty::height) : Json(), off_percent,
+              search.abundance, search.scaled_target, search.speed_up_factor, search.probes.size(), name_of(search.end),
+              applied, search.probes, record);
+    session.show(table.json().front(), table);
 }
 
 ExitCode adjust(Session& session, const AdjustOptions& options) {

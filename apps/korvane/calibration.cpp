@@ -23,12 +23,6 @@ std::vector<std::vector<double>> mass_errors(Session& session, TuneGlobals& glob
     return errors_ppm;
 }
 
-Json coefficients_json(const CalibrationCoefficients& coefficients) {
-    Json object = Json::object();
-    for (const auto& [name, member] : calibration_coefficients) object[name] = coefficients.*member;
-    return object;
-}
-
 struct CalibrationChoice {
     std::int64_t repeats = 0;
 };
@@ -40,15 +34,13 @@ ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
     const CalibrationCoefficients usec = globals.convert_coefficients_nsec_to_usec(ns);
     const std::string polarity = globals.GetPolarityStr();
 
-    Json object{{"polarity", polarity}, {"ns", coefficients_json(ns)}, {"usec", coefficients_json(usec)}};
-    TextTable coefficients({"<coefficient", "by ns", "by µs"});
-    for (const auto& [name, member] : calibration_coefficients)
-        coefficients.add({name, fmt::format("{:.12g}", ns.*member), fmt::format("{:.12g}", usec.*member)});
+    Json object{{"polarity", polarity}, {"ns", ns}, {"usec", usec}};
+    Table coefficients({"<coefficient", "by ns||.12g", "by µs||.12g"});
+    for (const auto& [name, member] : calibration_coefficients) coefficients.add(name, ns.*member, usec.*member);
     std::string text = session.csv ? coefficients.csv() : coefficients.text();
     if (options.repeats) {
-        const auto ppm_text = [](std::optional<double> ppm) { return ppm ? fmt::format("{:.3f}", *ppm) : "-"; };
-        object["mass_errors"] = Json::array();
-        TextTable errors({"m/z", "found", "mean error ppm", "std deviation ppm"});
+        Table errors(
+            {"m/z|mass|.4f", "found", "|found", "mean error ppm|mean_ppm|.3f", "std deviation ppm|stdev_ppm|.3f"});
         const std::vector<double> masses = chosen_masses(session, globals, {});
         const auto errors_ppm = mass_errors(session, globals, masses, options.repeats);
         for (std::size_t i = 0; i < masses.size(); ++i) {
@@ -56,13 +48,10 @@ ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
             std::optional<double> mean, deviation;
             if (statistics.size > 0) mean = statistics.centre;
             if (statistics.size > 1) deviation = statistics.sigma;
-            object["mass_errors"].push_back(Json{{"mass", masses[i]},
-                                                 {"found", statistics.size},
-                                                 {"mean_ppm", or_null(mean)},
-                                                 {"stdev_ppm", or_null(deviation)}});
-            errors.add({fmt::format("{:.4f}", masses[i]), fmt::format("{} of {}", statistics.size, options.repeats),
-                        ppm_text(mean), ppm_text(deviation)});
+            errors.add(masses[i], fmt::format("{} of {}", statistics.size, options.repeats), statistics.size, mean,
+                       deviation);
         }
+        object["mass_errors"] = errors.json();
         text = session.csv ? errors.csv() : text + "\n" + errors.text();
     }
     if (!session.json) session.talk(polarity + " ions: m = (A (t - B))^2 + used terms of C to H");
@@ -109,30 +98,17 @@ std::string fit_verdict(const CalibrationFit& fit) {
                        fit.is_better() ? "better" : "not better", fit.left_out_ppm, fit.before_ppm);
 }
 
-Json residual_json(const CalibrantResidual& calibrant) {
-    const bool measured = calibrant.error_ppm > 0, used = calibrant.not_used.empty();
-    const auto known = [](bool is_known, double value) { return is_known ? Json(value) : Json(); };
-    return Json{{"mass", calibrant.measured.mass},
-                {"spectra", calibrant.measured.spectra},
-                {"time_ns", known(calibrant.measured.spectra > 0, calibrant.measured.time_ns)},
-                {"time_error_ns", known(measured, calibrant.measured.error_ns)},
-                {"before_ppm", known(measured, calibrant.before_ppm)},
-                {"after_ppm", known(measured, calibrant.after_ppm)},
-                {"left_out_ppm", known(measured, calibrant.left_out_ppm)},
-                {"error_ppm", known(measured, calibrant.error_ppm)},
-                {"law_error_ppm", known(measured, calibrant.law_error_ppm)},
-                {"used", used},
-                {"not_used", used ? Json() : Json(calibrant.not_used)}};
-}
-
-TextTable residual_table(const CalibrationFit& fit) {
-    TextTable table({"m/z", "spectra", "before ppm", "after ppm", "left out ppm", "standard error ppm", "law error ppm",
-                     "<not used"});
-    for (const CalibrantResidual& calibrant : fit.calibrants) {
-        const auto ppm = [&](double value) { return calibrant.error_ppm > 0 ? fmt::format("{:.3f}", value) : "-"; };
-        table.add({fmt::format("{:.4f}", calibrant.measured.mass), fmt::format("{}", calibrant.measured.spectra),
-                   ppm(calibrant.before_ppm), ppm(calibrant.after_ppm), ppm(calibrant.left_out_ppm),
-                   ppm(calibrant.error_ppm), ppm(calibrant.law_error_ppm), calibrant.not_used});
+Table residual_table(const CalibrationFit& fit) {
+    Table table({"m/z|mass|.4f", "spectra|spectra", "|time_ns", "|time_error_ns", "before ppm|before_ppm|.3f",
+                 "after ppm|after_ppm|.3f", "left out ppm|left_out_ppm|.3f", "standard error ppm|error_ppm|.3f",
+                 "law error ppm|law_error_ppm|.3f", "|used", "<not used", "|not_used"});
+    for (const auto& [measured, error_ppm, before_ppm, after_ppm, left_out_ppm, law_error_ppm, not_used] :
+         fit.calibrants) {
+        const bool is_measured = error_ppm > 0, is_used = not_used.empty();
+        const auto known = [&](double value) { return is_measured ? Json(value) : Json(); };
+        table.add(measured.mass, measured.spectra, measured.spectra > 0 ? Json(measured.time_ns) : Json(),
+                  known(measured.error_ns), known(before_ppm), known(after_ppm), known(left_out_ppm), known(error_ppm),
+                  known(law_error_ppm), is_used, not_used, is_used ? Json() : Json(not_used));
     }
     return table;
 }
@@ -155,14 +131,12 @@ ExitCode fit(Session& session, const FitOptions& options) {
     }
 
     const CalibrationCoefficients fitted = fit.calibration->coefficients();
-    Json rows = Json::array();
-    for (const CalibrantResidual& calibrant : fit.calibrants) rows.push_back(residual_json(calibrant));
-    TextTable coefficients({"<coefficient", "present, by ns", "fitted, by ns"});
+    Table coefficients({"<coefficient", "present, by ns||.12g", "fitted, by ns||.12g"});
     for (std::size_t i = 0; i < fit.terms + 2; ++i) {
         const auto& [name, member] = calibration_coefficients[i];
-        coefficients.add({name, fmt::format("{:.12g}", old.*member), fmt::format("{:.12g}", fitted.*member)});
+        coefficients.add(name, old.*member, fitted.*member);
     }
-    const TextTable residuals = residual_table(fit);
+    const Table residuals = residual_table(fit);
     const Json record = applies ? run.keep([&](TuneRecord& kept) {
         kept.log = parser.tune_log_path();
         kept.residuals = fit.calibrants;
@@ -179,9 +153,9 @@ ExitCode fit(Session& session, const FitOptions& options) {
                       {"better", fit.is_better()},
                       {"verdict", fit_verdict(fit)},
                       {"applied", applies},
-                      {"before", coefficients_json(old)},
-                      {"fitted", coefficients_json(fitted)},
-                      {"calibrants", std::move(rows)},
+                      {"before", old},
+                      {"fitted", fitted},
+                      {"calibrants", residuals.json()},
                       {"record", record}},
                  session.csv ? residuals.csv()
                              : fmt::format("{}\n{}\n{} of {} calibrants used, {} terms beyond A and B, chi-square per "

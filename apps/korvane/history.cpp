@@ -153,8 +153,8 @@ std::string csv_of(const std::vector<TuneRecord>& records) {
         for (const auto& [peak, verdict, trace] : record.calibrants) {
             const auto cell = [&](double value) { return peak.found() ? Json(value) : Json(); };
             table.add(record.id, record.time, record.source, record.polarity, peak.mass, cell(peak.error_ppm()),
-                      cell(peak.ns.pkHeight), cell(peak.amu.pkResolution),
-                      peak.quality ? Json(peak.quality->misfit) : Json(), name_of(verdict.state));
+                      cell(peak.ns.pkHeight), cell(peak.amu.pkResolution), part_of(peak.quality, &PeakQuality::misfit),
+                      name_of(verdict.state));
         }
     return table.csv();
 }

@@ -28,13 +28,6 @@ std::string quad_type_text(enumQuadType type) {
     return type == enumQuadType::MaxMass4k ? "4000 amu" : type == enumQuadType::MaxMass8k ? "8000 amu" : "unknown";
 }
 
-std::string value_text(const Json& value) {
-    if (value.is_string()) return value.get<std::string>();
-    if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
-    return value.is_number_integer() ? fmt::format("{}", value.get<std::int64_t>())
-                                     : fmt::format("{:.10g}", value.get<double>());
-}
-
 ExitCode show_state(Session& session, const NoOptions&) {
     TuneGlobals globals(session.platform());
     InstrumentGlobals& instrument = session.instrument();
@@ -55,14 +48,14 @@ ExitCode show_state(Session& session, const NoOptions&) {
                      {"saturation_threshold_hard", globals.GetSaturationThreshold_Hard()},
                      {"ready", number_of(not_ready, "not-ready state") > -0.5},  // negative is not ready
                      {"base_folder", session.base_folder()}};
-    std::string text;
+    Table table({"<", "<||.10g"});
     for (const auto& [name, value] : state.items()) {
         std::string label = name;
         std::replace(label.begin(), label.end(), '_', ' ');
         if (label.ends_with(" usec")) label.replace(label.size() - 4, 4, "µs");
-        text += fmt::format("{:<28}{}\n", label, value_text(value));
+        table.add(label, value);
     }
-    return session.show(state, text);
+    return session.show(state, table);
 }
 
 struct RecordOptions {

@@ -22,10 +22,6 @@ struct MeasureOptions {
     bool check = false;
 };
 
-bool reaches(const MeasuredCalibrant& row, double minimum_height) {
-    return row.found() && row.ns.pkHeight >= minimum_height;
-}
-
 /// A mass asked for by name; that the axis is too short is otherwise not told from no peak.
 void require_masses_on_axis(const VariantArray<double>& axis, const std::vector<MeasuredCalibrant>& rows) {
     const double first = axis.elements().front(), last = axis.elements().back();
@@ -35,32 +31,22 @@ void require_masses_on_axis(const VariantArray<double>& axis, const std::vector<
                                          row.mass, first, last));
 }
 
-Json row_json(const RecordedCalibrant& judged, double minimum_height) {
-    const MeasuredCalibrant& row = judged.measured;
-    Json object{{"mass", row.mass},
-                {"found", row.found()},
-                {"ppm", row.found() ? Json(row.error_ppm()) : Json()},
-                {"ns", peak_json(row.ns)},
-                {"amu", peak_json(row.amu)}};
-    const auto& errors = row.standard_errors;
-    object["ppm_error"] = or_null(row.standard_error_ppm());
-    object["height_error"] = errors ? Json(errors->height) : Json();
-    object["width_error"] = errors ? Json(errors->width) : Json();
-    object["ions"] = errors ? Json(errors->ions) : Json();
-    object["reaches_minimum"] = reaches(row, minimum_height);
-    object["quality"] = quality_json(row.quality);
-    object["verdict"] = verdict_json(judged.verdict);
-    return object;
-}
-
-void add_row(TextTable& table, const RecordedCalibrant& judged, double minimum_height) {
-    const auto& [row, verdict, trace] = judged;
-    const std::string mass = fmt::format("{:.4f}", row.mass);
-    if (!row.found()) return table.add({mass, "no peak", "-", "-", "-", "-", "-", "no", "-", verdict.text});
-    table.add({mass, fmt::format("{:.4f}", row.amu.pkCentroid), fmt::format("{:.2f}", row.error_ppm()),
-               fmt::format("{:.3f}", row.ns.pkCentroid), fmt::format("{:.0f}", row.ns.pkHeight),
-               fmt::format("{:.3f}", row.ns.pkWidth), fmt::format("{:.0f}", row.amu.pkResolution),
-               reaches(row, minimum_height) ? "yes" : "no", quality_text(row.quality), verdict.text});
+Table measured_table(const std::vector<RecordedCalibrant>& calibrants, double minimum_height) {
+    Table table({"expected m/z|mass|.4f", "|found", "measured m/z||.4f", "error ppm|ppm|.2f", "time ns||.3f",
+                 "height||.0f", "width ns||.3f", "resolution||.0f", "|ns", "|amu", "|ppm_error", "|height_error",
+                 "|width_error", "|ions", "reaches minimum|reaches_minimum", "<quality", "|quality", "<verdict",
+                 "|verdict"});
+    for (const auto& [row, verdict, trace] : calibrants) {
+        const auto known = [&](double value) { return row.found() ? Json(value) : Json(); };
+        const auto error = [&](auto part) { return part_of(row.standard_errors, part); };
+        table.add(row.mass, row.found(), row.found() ? Json(row.amu.pkCentroid) : Json("no peak"),
+                  known(row.error_ppm()), known(row.ns.pkCentroid), known(row.ns.pkHeight), known(row.ns.pkWidth),
+                  known(row.amu.pkResolution), row.ns, row.amu, row.standard_error_ppm(),
+                  error(&PeakUncertainty::height), error(&PeakUncertainty::width), error(&PeakUncertainty::ions),
+                  row.found() && row.ns.pkHeight >= minimum_height, quality_text(row.quality), row.quality,
+                  verdict.text, verdict);
+    }
+    return table;
 }
 
 /// The calibrants that are not ok, with what is wrong; empty where all are.
@@ -101,13 +87,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
 
     session.talk(fmt::format("{}, {}, {}; {:.6g} GHz sampling; tune log {}", source, polarity, state,
                              1e-9 / interval_seconds, written_log(parser)));
-    Json peaks = Json::array();
-    TextTable table({"expected m/z", "measured m/z", "error ppm", "time ns", "height", "width ns", "resolution",
-                     "reaches minimum", "<quality", "<verdict"});
-    for (const RecordedCalibrant& calibrant : found.calibrants) {
-        peaks.push_back(row_json(calibrant, minimum_height));
-        add_row(table, calibrant, minimum_height);
-    }
+    const Table table = measured_table(found.calibrants, minimum_height);
     const Json record = run.keep([&](TuneRecord& kept) {
         kept.log = parser.tune_log_path();
         judge(kept, rows, limits);
@@ -119,7 +99,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     session.show(Json{{"source", source},
                       {"polarity", polarity},
                       {"state", state},
-                      {"peaks", std::move(peaks)},
+                      {"peaks", table.json()},
                       {"minimum_abundance_counts", minimum_height},
                       {"record", record},
                       {"healthy", faults.empty()}},
@@ -156,14 +136,12 @@ ExitCode show_record(Session& session, SpectrumParser& parser, double mass, doub
     const PeakListObject peaks = parser.GetPeakListOfOnlyThisOneMass(mass, window_amu);
     peaks->order(height_position, 0);
     const PeakInfo ns = peaks->GetPeakAttributeInfo(0, false), amu = peaks->GetPeakAttributeInfo(0, true);
-    TextTable table({"<value", "ns", "amu"});
+    Table table({"<value", "ns||.4f", "amu||.5f"});
     for (std::size_t i = 0; i < peak_info_names.size(); ++i) {
         const auto position = static_cast<std::int32_t>(i);
-        table.add({peak_info_names[i], fmt::format("{:.4f}", ns.value(position)),
-                   fmt::format("{:.5f}", amu.value(position))});
+        table.add(peak_info_names[i], ns.value(position), amu.value(position));
     }
-    return session.show(Json{{"mass", mass}, {"peaks", peaks->count()}, {"ns", peak_json(ns)}, {"amu", peak_json(amu)}},
-                        table);
+    return session.show(Json{{"mass", mass}, {"peaks", peaks->count()}, {"ns", ns}, {"amu", amu}}, table);
 }
 
 ExitCode measure_peak(Session& session, const PeakOptions& options) {
@@ -194,7 +172,7 @@ ExitCode verify(Session& session, const NoOptions&) {
     const std::string faults = faults_of(found.calibrants);
     Json calibrants = Json::array();
     for (const auto& [measured, verdict, trace] : found.calibrants)
-        calibrants.push_back(Json{{"mass", measured.mass}, {"verdict", verdict_json(verdict)}});
+        calibrants.push_back(Json{{"mass", measured.mass}, {"verdict", verdict}});
     session.talk("tune log " + written_log(parser));
     session.show(Json{{"valid", faults.empty()},
                       {"message", faults.empty() ? Json() : Json(faults)},

@@ -56,27 +56,19 @@ public:
     explicit Listing(const PeaksOptions& options) : options_(options) {}
 
     void add(std::size_t number, Json spectrum, const PeakList& list) {
-        Json peaks = Json::array();
+        const std::size_t first = table_.size();
         for (std::int32_t i = 0; i < list.count(); ++i) {
             const PeakInfo amu = list.GetPeakAttributeInfo(i, true);
             if (!options_.takes(amu)) continue;
             const auto errors = list.uncertainty(i);
             const auto quality = list.quality(i);
-            const double ppm_error = errors ? errors->centroid / amu.pkCentroid * 1e6 : 0;
-            peaks.push_back({{"amu", peak_json(amu)},
-                             {"ppm_error", errors ? Json(ppm_error) : Json()},
-                             {"height_error", errors ? Json(errors->height) : Json()},
-                             {"width_error_amu", errors ? Json(errors->width) : Json()},
-                             {"area_error", errors ? Json(errors->area) : Json()},
-                             {"ions", errors ? Json(errors->ions) : Json()},
-                             {"quality", quality_json(quality)}});
-            table_.add({fmt::format("{}", number), fmt::format("{:.5f}", amu.pkCentroid),
-                        errors ? fmt::format("{:.2f}", ppm_error) : "-", fmt::format("{:.6g}", amu.pkHeight),
-                        fmt::format("{:.6g}", amu.pkArea), fmt::format("{:.5f}", amu.pkWidth),
-                        fmt::format("{:.0f}", amu.pkResolution), errors ? fmt::format("{:.0f}", errors->ions) : "-",
-                        quality_text(quality)});
+            const auto error = [&](auto part) { return part_of(errors, part); };
+            table_.add(number, amu.pkCentroid, amu, errors ? Json(errors->centroid / amu.pkCentroid * 1e6) : Json(),
+                       amu.pkHeight, amu.pkArea, amu.pkWidth, amu.pkResolution, error(&PeakUncertainty::height),
+                       error(&PeakUncertainty::width), error(&PeakUncertainty::area), error(&PeakUncertainty::ions),
+                       quality_text(quality), quality);
         }
-        spectrum["peaks"] = std::move(peaks);
+        spectrum["peaks"] = table_.json(first);
         spectra_.push_back(std::move(spectrum));
     }
 
@@ -89,8 +81,10 @@ public:
 private:
     const PeaksOptions& options_;
     Json spectra_ = Json::array();
-    TextTable table_{
-        {"spectrum", "m/z", "standard error ppm", "height", "area", "width amu", "resolution", "ions", "<quality"}};
+    Table table_{"spectrum",      "m/z||.5f",         "|amu",           "standard error ppm|ppm_error|.2f",
+                 "height||.6g",   "area||.6g",        "width amu||.5f", "resolution||.0f",
+                 "|height_error", "|width_error_amu", "|area_error",    "ions|ions|.0f",
+                 "<quality",      "|quality"};
 };
 
 ExitCode list_file(Session& session, const PeaksOptions& options) {

@@ -8,6 +8,32 @@
 #include "korvane/calibrants.h"
 #include "korvane/system.h"
 
+namespace korvane {
+
+void to_json(nlohmann::ordered_json& json, const PeakInfo& record) {
+    for (std::size_t i = 0; i < peak_info_names.size(); ++i)
+        json[peak_info_names[i]] = record.value(static_cast<std::int32_t>(i));
+}
+
+void to_json(nlohmann::ordered_json& json, const PeakQuality& quality) {
+    json = {{"clipped", quality.clipped},
+            {"overlapped", quality.overlapped},
+            {"few_ions", quality.few_ions},
+            {"misfit", quality.misfit}};
+}
+
+void to_json(nlohmann::ordered_json& json, const CalibrationCoefficients& coefficients) {
+    for (const auto& [name, member] : calibration_coefficients) json[name] = coefficients.*member;
+}
+
+void to_json(nlohmann::ordered_json& json, const CalibrantVerdict& verdict) {
+    std::optional<double> value, limit;
+    if (verdict.limit > 0) value = verdict.value, limit = verdict.limit;
+    json = {{"state", name_of(verdict.state)}, {"value", value}, {"limit", limit}, {"text", verdict.text}};
+}
+
+}  // namespace korvane
+
 namespace korvane::program {
 
 namespace {
@@ -53,37 +79,14 @@ ExitCode log_and_end(Session& session, const SpectrumParser& parser, const std::
     return session.fault ? exit_code_of(*session.fault) : ExitCode::done;
 }
 
-Json peak_json(const PeakInfo& record) {
-    Json object = Json::object();
-    for (std::size_t i = 0; i < peak_info_names.size(); ++i)
-        object[peak_info_names[i]] = record.value(static_cast<std::int32_t>(i));
-    return object;
-}
-
-std::string quality_text(const std::optional<PeakQuality>& quality) {
-    if (!quality) return "-";
+Json quality_text(const std::optional<PeakQuality>& quality) {
+    if (!quality) return {};
     std::vector<std::string> words;
     if (quality->clipped) words.emplace_back("clipped");
     if (quality->overlapped) words.emplace_back("overlapped");
     if (quality->few_ions) words.emplace_back("few ions");
     if (quality->misfit > 1) words.push_back(fmt::format("misfit {:.2g}", quality->misfit));
     return words.empty() ? "ok" : fmt::format("{}", fmt::join(words, ", "));
-}
-
-Json quality_json(const std::optional<PeakQuality>& quality) {
-    if (!quality) return nullptr;
-    return {{"clipped", quality->clipped},
-            {"overlapped", quality->overlapped},
-            {"few_ions", quality->few_ions},
-            {"misfit", quality->misfit}};
-}
-
-Json verdict_json(const CalibrantVerdict& verdict) {
-    const bool has_limit = verdict.limit > 0;
-    return {{"state", name_of(verdict.state)},
-            {"value", has_limit ? Json(verdict.value) : Json()},
-            {"limit", has_limit ? Json(verdict.limit) : Json()},
-            {"text", verdict.text}};
 }
 
 TuneHistory open_history(Session& session, bool make) {

@@ -11,6 +11,17 @@
 #include "korvane/spectrum_parser.h"
 #include "session.h"
 
+namespace korvane {
+
+// What JSON shows of peaks and calibrations, by name.
+void to_json(nlohmann::ordered_json& json, const PeakInfo& record);
+void to_json(nlohmann::ordered_json& json, const PeakQuality& quality);
+void to_json(nlohmann::ordered_json& json, const CalibrationCoefficients& coefficients);
+/// Value and limit are null where no number decided.
+void to_json(nlohmann::ordered_json& json, const CalibrantVerdict& verdict);
+
+}  // namespace korvane
+
 namespace korvane::program {
 
 /// The given masses, or the default list for the instrument's source and polarity. A given mass outside the
@@ -24,17 +35,9 @@ std::string written_log(const SpectrumParser& parser);
 /// session's fault, which may be that the log was not written.
 ExitCode log_and_end(Session& session, const SpectrumParser& parser, const std::string& faults);
 
-/// The eight values by name.
-Json peak_json(const PeakInfo& record);
-
-/// "clipped", "overlapped", "few ions", "misfit 1.8", with commas between; "ok" where none holds, "-" where the peak
+/// "clipped", "overlapped", "few ions", "misfit 1.8", with commas between; "ok" where none holds, null where the peak
 /// finder does not tell.
-std::string quality_text(const std::optional<PeakQuality>& quality);
-/// The same by name; null where the peak finder does not tell.
-Json quality_json(const std::optional<PeakQuality>& quality);
-
-/// State, the number that decided and its limit (null where none did), and the text.
-Json verdict_json(const CalibrantVerdict& verdict);
+Json quality_text(const std::optional<PeakQuality>& quality);
 
 struct KeepOptions {
     bool keep = false;

@@ -150,10 +150,6 @@ ExitCode Session::show(Json object, std::string text) {
     return ExitCode::done;
 }
 
-ExitCode Session::show(Json object, const TextTable& table) {
-    return show(std::move(object), csv ? table.csv() : table.text());
-}
-
 ExitCode Session::show(Json object, const Table& table) {
     return show(std::move(object), csv ? table.csv() : table.text());
 }

@@ -20,19 +20,12 @@
 #include "korvane/platform.h"
 #include "korvane/restoring.h"
 #include "table.h"
-#include "text_table.h"
 
 namespace korvane {
 class AbortHelper;
 }
 
 namespace korvane::program {
-
-/// Null for what is missing.
-template <class Value>
-Json or_null(const std::optional<Value>& value) {
-    return value ? Json(*value) : Json();
-}
 
 /// An argument that means nothing here; ends in exit code 2.
 class UsageError : public std::runtime_error {
@@ -102,7 +95,6 @@ public:
     void print_line(std::string_view text) { streams_.out << text << std::endl; }
     /// Notes the result for the end: the object for --json, the text, or the table for --csv. Returns that all is done.
     ExitCode show(Json object, std::string text);
-    ExitCode show(Json object, const TextTable& table);
     ExitCode show(Json object, const Table& table);
     /// What a check ends with: its fault with exit code 1, or all done where there is none.
     ExitCode checked(const std::string& found_fault);

@@ -19,6 +19,12 @@ namespace korvane::program {
 
 using Json = nlohmann::ordered_json;
 
+/// A member of what may be missing.
+template <class Whole, class Part>
+Json part_of(const std::optional<Whole>& whole, Part Whole::*part) {
+    return whole ? Json((*whole).*part) : Json();
+}
+
 class Table {
 public:
     /// A text a column, such as "height|height_counts|.0f": its title, its name in JSON and the format of its numbers.

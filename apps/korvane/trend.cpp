@@ -72,8 +72,8 @@ RuledChart ruled(const ControlChart& chart, const std::vector<std::string>& rule
     return result;
 }
 
-/// The records of the alarms, neighbours together: "21, 24 to 27".
-std::string alarmed_records(const RuledChart& ruled_chart) {
+/// The records of the alarms, neighbours together: "21, 24 to 27"; null without.
+Json alarmed_records(const RuledChart& ruled_chart) {
     std::string text;
     for (std::size_t i = 0; i < ruled_chart.alarms.size(); ++i) {
         if (ruled_chart.alarms[i].empty()) continue;
@@ -84,7 +84,7 @@ std::string alarmed_records(const RuledChart& ruled_chart) {
         if (end > i) text += fmt::format("{}{}", end > i + 1 ? " to " : ", ", record(end));
         i = end;
     }
-    return text.empty() ? "-" : text;
+    return text.empty() ? Json() : Json(text);
 }
 
 /// The last values, one a column: '.' of the guide set, 'o' behind it, 'X' where a rule alarms.
@@ -106,53 +106,48 @@ std::string drawing(const RuledChart& ruled_chart) {
     return text + fmt::format("{:>16} records {} to {}\n", "", chart.records[first], chart.records.back());
 }
 
-Json chart_json(const RuledChart& ruled_chart) {
-    const ControlChart& chart = ruled_chart.chart;
-    Json points = Json::array();
-    for (std::size_t i = 0; i < chart.values.size(); ++i) {
-        const bool is_judged = i >= ruled_chart.guide();
-        points.push_back(Json{{"record", chart.records[i]},
-                              {"value", chart.values[i]},
-                              {"ewma", is_judged ? Json(chart.average[i - ruled_chart.guide()]) : Json()},
-                              {"alarms", ruled_chart.alarms_at(i)}});
+/// All points, a line each, and what JSON has of every chart.
+Table point_table(const std::vector<RuledChart>& charts, Json& objects) {
+    Table table({"<metric", "m/z", "record|record", "value|value", "centre", "sigma", "|ewma", "|alarms", "<alarms"});
+    for (const RuledChart& each : charts) {
+        const auto& [metric, mz, records, values, guide, average] = each.chart;
+        const auto known = [&](double value) { return guide.size > 0 ? Json(value) : Json(); };
+        const std::size_t first = table.size();
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            const auto alarms = each.alarms_at(i);
+            table.add(metric, mz, records[i], values[i], guide.centre, guide.sigma,
+                      i < each.guide() ? Json() : Json(average[i - each.guide()]), alarms,
+                      fmt::format("{}", fmt::join(alarms, " ")));
+        }
+        objects.push_back(Json{{"metric", metric},
+                               {"mz", mz},
+                               {"logarithm", is_logarithmic(metric)},
+                               {"guide", guide.size},
+                               {"centre", known(guide.centre)},
+                               {"sigma", known(guide.sigma)},
+                               {"out_of_control", each.out_of_control},
+                               {"points", table.json(first)}});
     }
-    return Json{{"metric", chart.metric},
-                {"mz", or_null(chart.mz)},
-                {"logarithm", is_logarithmic(chart.metric)},
-                {"guide", chart.guide.size},
-                {"centre", chart.guide.size > 0 ? Json(chart.guide.centre) : Json()},
-                {"sigma", chart.guide.size > 0 ? Json(chart.guide.sigma) : Json()},
-                {"out_of_control", ruled_chart.out_of_control},
-                {"points", std::move(points)}};
-}
-
-TextTable point_table(const std::vector<RuledChart>& charts) {
-    TextTable table({"<metric", "m/z", "record", "value", "centre", "sigma", "<alarms"});
-    for (const RuledChart& each : charts)
-        for (std::size_t i = 0; i < each.chart.values.size(); ++i)
-            table.add_row(each.chart.metric, each.chart.mz ? fmt::format("{}", *each.chart.mz) : "-",
-                          each.chart.records[i], each.chart.values[i], each.chart.guide.centre, each.chart.guide.sigma,
-                          fmt::format("{}", fmt::join(each.alarms_at(i), " ")));
     return table;
 }
 
 /// All rows of one metric; of several those that calibrants share, and those with an alarm.
-TextTable chart_table(const std::vector<RuledChart>& charts, bool all) {
-    TextTable table({"<chart", "last", "centre", "sigma", "z", "ewma", "<alarms at records", "<now"});
+Table chart_table(const std::vector<RuledChart>& charts, bool all) {
+    Table table({"<chart", "last", "centre", "sigma", "z||+.1f", "ewma||+.1f", "<alarms at records", "<now"});
     for (const RuledChart& each : charts) {
         const auto& [chart, alarms, out_of_control] = each;
-        const std::string past = alarmed_records(each);
-        if (chart.values.empty() || (!all && chart.mz && past == "-" && !out_of_control)) continue;
-        const std::string last = value_text(chart, chart.values.back());
-        if (chart.guide.size == 0) {
-            table.add({chart_name(chart), last, "-", "-", "-", "-", "-", "no judgement"});
-            continue;
-        }
-        const double sigma = chart.guide.sigma;
-        table.add({chart_name(chart), last, value_text(chart, chart.guide.centre),
-                   is_logarithmic(chart.metric) ? fmt::format("{:.1f} %", 100 * sigma) : fmt::format("{:.3g}", sigma),
-                   fmt::format("{:+.1f}", (chart.values.back() - chart.guide.centre) / sigma),
-                   fmt::format("{:+.1f}", chart.average.back()), past, out_of_control ? "OUT OF CONTROL" : "ok"});
+        const Json past = alarmed_records(each);
+        if (chart.values.empty() || (!all && chart.mz && past.is_null() && !out_of_control)) continue;
+        const std::string name = chart_name(chart), last = value_text(chart, chart.values.back());
+        const auto& [size, centre, sigma, range] = chart.guide;
+        if (size == 0)
+            table.add(name, last, nullptr, nullptr, nullptr, nullptr, nullptr, "no judgement");
+        else
+            table.add(
+                name, last, value_text(chart, centre),
+                is_logarithmic(chart.metric) ? fmt::format("{:.1f} %", 100 * sigma) : fmt::format("{:.3g}", sigma),
+                (chart.values.back() - centre) / sigma, chart.average.back(), past,
+                out_of_control ? "OUT OF CONTROL" : "ok");
     }
     return table;
 }
@@ -189,13 +184,12 @@ ExitCode trend(Session& session, const TrendChoice& options) {
     for (std::size_t i = 0; i < found.size(); ++i) {
         charts.push_back(ruled(found[i], options.rules));
         charts.back().out_of_control = answers[i];
-        rows.push_back(chart_json(charts.back()));
         if (answers[i]) now += (now.empty() ? "" : "; ") + chart_name(found[i]);
     }
     session.talk(fmt::format("record {}: {}, {}, {}; {}", like.id, like.instrument, like.source, like.polarity,
                              guide_text(*fullest)));
-    const TextTable table = session.csv ? point_table(charts) : chart_table(charts, !options.metric.empty());
-    std::string text = session.csv ? table.csv() : table.text();
+    const Table points = point_table(charts, rows);
+    std::string text = session.csv ? points.csv() : chart_table(charts, !options.metric.empty()).text();
     if (!session.csv && !options.metric.empty() && found.front().guide.size > 0) text += drawing(charts.front());
     session.show(Json{{"record", like.id}, {"out_of_control", !now.empty()}, {"charts", std::move(rows)}}, text);
     return session.checked(now.empty() ? "" : "out of control: " + now);
