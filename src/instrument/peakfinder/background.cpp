@@ -27,23 +27,29 @@ struct ClippedMoments {
 void add_clipped(std::span<const std::int32_t> counts, std::int32_t centre, std::int32_t reach,
                  ClippedMoments& moments) {
     constexpr std::size_t lanes = 4;
-    IntegerLanes within{};
+    using UnsignedLanes = std::uint32_t __attribute__((vector_size(16)));
+    // Distances from -reach to reach, moved to the low end of the signed numbers, so that one comparison tells them.
+    // Wrapping is harmless: what wraps is either clipped or a value no detector gives.
+    constexpr std::uint32_t low_end = 0x80000000u;
+    const std::uint32_t shift = low_end + static_cast<std::uint32_t>(reach) - static_cast<std::uint32_t>(centre);
+    const auto highest = static_cast<std::int32_t>(low_end + 2 * static_cast<std::uint32_t>(reach));
+    IntegerLanes beyond{};
     FloatLanes sum{};
     FloatLanes square_sum{};
     std::size_t index = 0;
     for (; index + lanes <= counts.size(); index += lanes) {
-        std::uint32_t __attribute__((vector_size(16))) samples;
+        UnsignedLanes samples;
         std::memcpy(&samples, &counts[index], sizeof samples);
-        // Wrapping subtraction is harmless: what wraps is either clipped or a value no detector gives.
+        const IntegerLanes far = (IntegerLanes)(samples + shift) > highest;
         const auto distance = (IntegerLanes)(samples - static_cast<std::uint32_t>(centre));
-        const IntegerLanes near = (distance <= reach) & (distance >= -reach);
-        const FloatLanes real = __builtin_convertvector(distance & near, FloatLanes);
-        within -= near;
+        const FloatLanes real = __builtin_convertvector(distance & ~far, FloatLanes);
+        beyond += far;
         sum += real;
         square_sum += real * real;
     }
+    moments.count += static_cast<double>(index);
     for (std::size_t lane = 0; lane < lanes; ++lane) {
-        moments.count += within[lane];
+        moments.count += beyond[lane];
         moments.sum += sum[lane];
         moments.square_sum += square_sum[lane];
     }

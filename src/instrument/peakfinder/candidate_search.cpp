@@ -11,11 +11,12 @@ using namespace method;
 
 namespace {
 
-/// Whether one of `chunk_samples` samples lies above, four at a time.
+/// Whether one of `number` samples, a multiple of four, lies above.
+template <Index number>
 bool any_above(const std::int32_t* samples, std::int32_t threshold) {
     using Lanes = std::int32_t __attribute__((vector_size(16)));
     Lanes above{};
-    for (Index i = 0; i < chunk_samples; i += 4) {
+    for (Index i = 0; i < number; i += 4) {
         Lanes lanes;
         std::memcpy(&lanes, samples + i, sizeof lanes);
         above |= lanes > threshold;
@@ -254,12 +255,20 @@ std::vector<Index> chunks_above_noise(const SearchContext& context) {
         const double height = std::floor(block.level.baseline + chunk_deviations * block.level.noise);
         const auto threshold = static_cast<std::int32_t>(std::min(height, 2147483647.0));
         Index chunk = first;
-        for (; chunk + chunk_samples <= end; chunk += chunk_samples)
-            if (any_above(&context.counts[chunk], threshold)) chunks.push_back(chunk);
+        for (Index next; chunk + chunk_samples <= end; chunk = next) {
+            // Most of a spectrum is noise: several chunks at once.
+            next = chunk + scanned_chunks * chunk_samples;
+            if (next > end)
+                next = chunk + chunk_samples;
+            else if (!any_above<scanned_chunks * chunk_samples>(&context.counts[chunk], threshold))
+                continue;
+            for (Index i = chunk; i < next; i += chunk_samples)
+                if (any_above<chunk_samples>(&context.counts[i], threshold)) chunks.push_back(i);
+        }
         std::array<std::int32_t, chunk_samples> rest;
         rest.fill(lowest);
         std::copy(context.counts.begin() + chunk, context.counts.begin() + end, rest.begin());
-        if (any_above(rest.data(), threshold)) chunks.push_back(chunk);
+        if (any_above<chunk_samples>(rest.data(), threshold)) chunks.push_back(chunk);
     }
     return chunks;
 }

@@ -88,15 +88,18 @@ PeakListObject EmbeddedPeakFinder::run(double start_time_ns) {
                                 static_cast<Index>(std::min(size, end + context_samples)));
     baseline_ = background.mean_baseline(static_cast<Index>(first), static_cast<Index>(end));
     SearchContext context{counts_, axis, background};
-    for (const auto& fitted : find_peaks_of_range(context, options_)) {
+    const auto found = find_peaks_of_range(context, options_);
+    peaks.reserve(found.size());
+    for (const auto& fitted : found) {
         const MeasuredPeak peak = record_of(context, fitted, baseline_removal_);
         const double centroid_ns = peak.record.pkCentroid;
         if (centroid_ns < search_start_ns_ || centroid_ns > search_end_ns_) continue;
         if (fitted.samples >= minimum_samples_) peaks.push_back(peak);
     }
     // Two that overlap may have changed places in the fit.
-    std::ranges::stable_sort(peaks, {}, [](const MeasuredPeak& peak) { return peak.record.pkCentroid; });
-    return std::make_shared<MeasuredPeakList>(std::move(peaks));
+    const auto centroid = [](const MeasuredPeak& peak) { return peak.record.pkCentroid; };
+    if (!std::ranges::is_sorted(peaks, {}, centroid)) std::ranges::stable_sort(peaks, {}, centroid);
+    return std::make_shared<MeasuredPeakList>(peaks);
 }
 
 std::unique_ptr<PeakFinder> make_peak_finder(const PeakFinderOptions& options) {

@@ -26,6 +26,7 @@ void convert_to_amu(const MassTimeCalibration& calibration, MeasuredPeak& peak) 
 }  // namespace
 
 MeasuredPeakList::MeasuredPeakList(const std::vector<MeasuredPeak>& peaks_ns) {
+    peaks_.reserve(peaks_ns.size());
     for (const auto& peak : peaks_ns) peaks_.push_back({peak.record, peak});
 }
 
