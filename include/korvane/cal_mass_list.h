@@ -5,7 +5,7 @@
 #include <string>
 
 #include "korvane/platform.h"
-#include "korvane/variant_array.h"
+#include "korvane/records.h"
 
 namespace korvane {
 

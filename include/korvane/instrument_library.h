@@ -8,7 +8,7 @@
 namespace korvane {
 
 /// Grows with every change of the layer's interfaces and records (instrument.h, mass_time.h, peak_finder.h, records.h,
-/// variant_array.h, error.h).
+/// error.h).
 inline constexpr std::int32_t instrument_interface_version = 2;
 
 /// What the library's entry point returns. The first member keeps its place in every version.

@@ -38,6 +38,5 @@
 #include "korvane/tune_prefs_xml.h"
 #include "korvane/tune_record.h"
 #include "korvane/tune_run.h"
-#include "korvane/variant_array.h"
 #include "korvane/verdict.h"
 #include "korvane/watching.h"

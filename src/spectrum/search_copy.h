@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "korvane/variant_array.h"
+#include "korvane/records.h"
 
 namespace korvane {
 

@@ -82,7 +82,7 @@ TEST(NewSpectrum, PassThatBeginsWithinFifteenSecondsIsCompletedAndThenTheTimeIsU
     // Passes of two spectra that end at 5, 10, 15 and 20 s, and a single one of 20 s.
     for (const auto& [seconds, spectra] : {std::pair{2.5, 8}, std::pair{10.0, 2}}) {
         Acquisition test;
-        test.every_spectrum(seconds, [](AcquiredSpectrum& answer, int) { answer.y_data.clear(); });
+        test.every_spectrum(seconds, [](AcquiredSpectrum& answer, int) { answer.y_data = {}; });
         EXPECT_EQ(error_of([&] { test.parser.GetPeakInfoForCalibrantMasses(); }).kind(), ErrorKind::time_out);
         EXPECT_EQ(test.instrument().spectra, spectra);
         EXPECT_EQ(test.get(), "5|Korvane|Invalid procedure call or argument");
