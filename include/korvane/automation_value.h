@@ -29,9 +29,7 @@ inline constexpr std::int32_t argument_not_optional = 449;
 inline constexpr std::int32_t too_many_arguments = 450;
 
 /// The variant that was never given a value; converts to 0, "" and False.
-struct Empty {
-    friend bool operator==(Empty, Empty) = default;
-};
+using Empty = std::monostate;
 /// An argument left out.
 struct Missing {
     friend bool operator==(Missing, Missing) = default;

@@ -36,6 +36,8 @@ public:
 
     /// Raises the error where the token of a scope of this thread asks for it.
     static void look();
+    /// Asks by the token of the thread's innermost scope, where there is one.
+    static void abort_innermost() noexcept;
 
 private:
     AbortToken token_;

@@ -49,7 +49,5 @@ std::string signature_text(const Member& member);
 std::span<const ClassDescription> class_descriptions();
 /// The objects of an instrument layer, with the members of docs/instrument-objects.md; the layer itself first.
 std::span<const ClassDescription> layer_class_descriptions();
-/// By name or ProgID, whatever the case; null for an unknown one.
-const ClassDescription* find_class(std::string_view name);
 
 }  // namespace korvane::automation

@@ -82,7 +82,6 @@ inline constexpr std::array<KindDescription, 12> kind_descriptions{{
 struct DeclaredType {
     TypeKind kind = TypeKind::none;
     std::string_view name = {};  ///< of the enumeration, the record or the object's class
-    friend constexpr bool operator==(const DeclaredType&, const DeclaredType&) = default;
 
     constexpr const KindDescription& description() const { return kind_descriptions[static_cast<std::size_t>(kind)]; }
     /// "double", "PeakInfo", "_PeakList*".

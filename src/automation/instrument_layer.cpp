@@ -140,13 +140,6 @@ std::span<const ClassDescription> layer_class_descriptions() {
     return classes;
 }
 
-const ClassDescription& class_of(std::string_view name) {
-    for (const auto& classes : {class_descriptions(), layer_class_descriptions()})
-        if (const auto known = std::ranges::find(classes, name, &ClassDescription::name); known != classes.end())
-            return *known;
-    raise_runtime_fault(no_such_member, std::string(name));
-}
-
 Value Native<std::vector<MetaItem>>::to(const std::vector<MetaItem>& items) {
     std::vector<Value> cells;
     for (const MetaItem& item : items) cells.insert(cells.end(), {item.name, Native<InstrumentValue>::to(item.value)});

@@ -76,11 +76,7 @@ private:
 }  // namespace
 
 Value default_value_of(const Parameter& parameter) {
-    const auto as_value = [](const auto& content) -> Value {
-        if constexpr (requires { Value(content); }) return content;
-        return Missing{};
-    };
-    return std::visit(as_value, parameter.default_value);
+    return parameter.has_default() ? value_of(parameter.default_value) : Missing{};
 }
 
 std::span<const ClassDescription> class_descriptions() {
@@ -107,9 +103,11 @@ std::span<const ClassDescription> class_descriptions() {
 }
 
 const ClassDescription* find_class(std::string_view name) {
-    for (const ClassDescription& description : class_descriptions())
-        if (equal_but_for_case(description.name, name) || equal_but_for_case(description.prog_id(), name))
-            return &description;
+    constexpr std::string_view server = "Korvane.";
+    if (equal_but_for_case(name.substr(0, server.size()), server)) name.remove_prefix(server.size());
+    for (const auto& classes : {class_descriptions(), layer_class_descriptions()})
+        for (const ClassDescription& description : classes)
+            if (equal_but_for_case(description.name, name)) return &description;
     return nullptr;
 }
 
@@ -121,21 +119,18 @@ CallFrame::~CallFrame() {
 
 Value call_member(const Member& member, const Member::Target& target, CallFrame& frame) {
     for (std::size_t place = 0; place < member.parameter_count; ++place) {
-        // What a pure result holds before the call does not matter, but that it is there does.
-        const bool pure_result = member.parameter_slots[place].direction == Direction::result;
-        try {
-            frame.arguments[place] = !frame.given(place) ? Missing{} : pure_result ? Value() : frame.load(place);
-        } catch (const Error& error) {
-            throw ArgumentError(error, member, place, Value());
-        }
-    }
-    for (std::size_t place = 0; place < member.parameter_count; ++place) {
-        if (!frame.arguments[place].holds<Missing>()) continue;
         const Parameter& parameter = member.parameter_slots[place];
-        if (!parameter.optional)
-            throw ArgumentError(Error(argument_not_optional, "Korvane", "Argument not optional"), member, place,
-                                Missing{});
-        frame.arguments[place] = default_value_of(parameter);
+        Value& argument = frame.arguments[place];
+        try {
+            // What a pure result holds before the call does not matter, but that it is there does.
+            const bool is_pure_result = parameter.direction == Direction::result;
+            argument = !frame.given(place) ? Missing{} : is_pure_result ? Value() : frame.load(place);
+            if (!argument.holds<Missing>()) continue;
+            if (!parameter.optional) raise_runtime_fault(argument_not_optional);
+            argument = default_value_of(parameter);
+        } catch (const Error& error) {
+            throw ArgumentError(error, member, place, argument);
+        }
     }
     Value result;
     try {
@@ -154,8 +149,8 @@ Value call_member(const Member& member, const Member::Target& target, CallFrame&
 
 std::int32_t parameter_place(const Member& member, std::string_view name) noexcept {
     const auto parameters = member.parameters();
-    const auto known = std::find_if(parameters.begin(), parameters.end(),
-                                    [&](const Parameter& each) { return equal_but_for_case(each.name, name); });
+    const auto known =
+        std::ranges::find_if(parameters, [&](const Parameter& each) { return equal_but_for_case(each.name, name); });
     return known == parameters.end() ? -1 : static_cast<std::int32_t>(known - parameters.begin());
 }
 
@@ -196,9 +191,10 @@ Value NativeObject::invoke(std::int32_t dispid, Arguments& arguments, Access acc
     }
 }
 
-std::shared_ptr<void> target_of(const Object& object, const ClassDescription& description) {
+std::shared_ptr<void> target_of(const Object& object, std::string_view class_name) {
     const auto* const native = dynamic_cast<const NativeObject*>(object.get());
-    return native && &native->description() == &description ? native->target() : nullptr;
+    if (!native) return adapt(object, class_name);
+    return native->description().name == class_name ? native->target() : nullptr;
 }
 
 Object create_object(std::string_view prog_id, const Platform& platform) {

@@ -115,7 +115,7 @@ private:
         std::tuple<std::remove_cvref_t<A>...> native{
             native_argument<std::remove_cvref_t<A>>(member, Place, frame.arguments[Place])...};
         (expose<A>(std::get<Place>(native), frame.flags[Place]), ...);
-        const auto finish = [&](bool succeeded) {
+        const auto finish = [&]([[maybe_unused]] bool succeeded) {
             frame.flags = {};
             (hand_back<A>(std::get<Place>(native), Place, frame, succeeded), ...);
         };

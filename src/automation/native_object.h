@@ -20,8 +20,8 @@ struct Member;
 template <class C>
 concept ObjectClass = std::is_abstract_v<C>;
 
-/// The description of such a class, by its name.
-const ClassDescription& class_of(std::string_view name);
+/// The description of a class by its name or ProgID, whatever the case; null for an unknown one.
+const ClassDescription* find_class(std::string_view name);
 
 /// A native object behind its class's member table.
 class NativeObject final : public LateBound {
@@ -43,9 +43,6 @@ private:
     std::shared_ptr<void> target_;
 };
 
-/// The native object behind one of the given class; null when there is none.
-std::shared_ptr<void> target_of(const Object& object, const ClassDescription& description);
-
 /// Somebody else's automation object in the place of a native one.
 struct Adapter {
     explicit Adapter(Object foreign) : object(std::move(foreign)) {}
@@ -56,6 +53,9 @@ struct Adapter {
 /// Somebody else's object, with the members of the class, as one of the class; null for a class in whose place members
 /// take none. Error 13 naming the object's class where it lacks the members.
 std::shared_ptr<void> adapt(const Object& object, std::string_view class_name);
+
+/// The native object behind one of the given class, or an adapter of somebody else's; null where there is neither.
+std::shared_ptr<void> target_of(const Object& object, std::string_view class_name);
 
 /// The layer behind an object with the members of "InstrumentLayer" (docs/instrument-layer.md). The object is asked for
 /// anew for everything that the layer makes, so that every thread can have its own.
@@ -69,16 +69,14 @@ template <ObjectClass C>
 Object make_object(std::shared_ptr<C> target) {
     if (!target) return nullptr;
     if (const auto* adapter = dynamic_cast<const Adapter*>(target.get())) return adapter->object;
-    return std::make_shared<NativeObject>(class_of(type_name<C>), std::move(target));
+    return std::make_shared<NativeObject>(*find_class(type_name<C>), std::move(target));
 }
 
 /// Null for Nothing. Error 13 for an object of another class.
-template <ObjectClass C>
+template <class C>
 std::shared_ptr<C> native_from(const Object& object) {
     if (!object) return nullptr;
-    const bool is_native = dynamic_cast<const NativeObject*>(object.get());
-    if (auto target = is_native ? target_of(object, class_of(type_name<C>)) : adapt(object, type_name<C>))
-        return std::static_pointer_cast<C>(std::move(target));
+    if (auto target = target_of(object, type_name<C>)) return std::static_pointer_cast<C>(std::move(target));
     raise_runtime_fault(error_number::type_mismatch, "an object ", object->class_name(), " is no ", type_name<C>);
 }
 

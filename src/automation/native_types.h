@@ -23,6 +23,11 @@ struct Held {
     static T from(const Value& value) { return (value.*convert)(); }
     static Value to(T value) { return Stored(std::move(value)); }
 };
+/// What a variant of kinds that values have holds.
+template <class... Kinds>
+Value value_of(const std::variant<Kinds...>& content) {
+    return std::visit([](const auto& each) { return Value(each); }, content);
+}
 struct AsVariant {
     static constexpr DeclaredType declared{TypeKind::variant};
 };
@@ -60,17 +65,12 @@ struct Native<Value> : AsVariant {
 template <>
 struct Native<InstrumentValue> : AsVariant {
     static InstrumentValue from(const Value& value) {
-        if (value.holds<Empty>()) return std::monostate{};
+        if (value.holds<Empty>()) return Empty{};
         if (const auto* text = value.get_if<std::string>()) return *text;
         if (value.holds<bool>() || value.holds<std::int16_t>() || value.holds<std::int32_t>()) return value.as_int32();
         return value.as_double();
     }
-    static Value to(const InstrumentValue& item) {
-        if (const auto* whole = std::get_if<std::int32_t>(&item)) return *whole;
-        if (const auto* number = std::get_if<double>(&item)) return *number;
-        if (const auto* text = std::get_if<std::string>(&item)) return *text;
-        return Empty{};
-    }
+    static Value to(const InstrumentValue& item) { return value_of(item); }
 };
 
 /// The kind of the value is the type in which a setpoint is written.
@@ -80,9 +80,7 @@ struct Native<SetpointValue> : AsVariant {
         if (value.holds<std::int32_t>() || value.holds<std::int16_t>()) return value.as_int32();
         return value.as_double();
     }
-    static Value to(const SetpointValue& value) {
-        return std::visit([](auto number) { return Value(number); }, value);
-    }
+    static Value to(const SetpointValue& value) { return value_of(value); }
 };
 
 /// Any 32-bit value passes: what a routine makes of one outside the enumeration is its own rule.

@@ -76,8 +76,8 @@ inline Value peak_records(PeakList& peaks) {
 
 /// One value of a record by its name ("pkHeight"), whatever the case. Error 5 naming an unknown name.
 inline double peak_value(PeakList& peaks, std::int32_t index, const std::string& name, bool current_units) {
-    const auto* const known = std::find_if(peak_info_names.begin(), peak_info_names.end(),
-                                           [&](const char* each) { return equal_but_for_case(each, name); });
+    const auto* const known =
+        std::ranges::find_if(peak_info_names, [&](const char* each) { return equal_but_for_case(each, name); });
     if (known == peak_info_names.end())
         raise_runtime_fault(error_number::invalid_call, "peak record value [" + name + "]");
     return peaks.GetPeakAttributeInfo(index, current_units)

@@ -13,7 +13,6 @@
 #include "korvane/enumerations.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/status_id.h"
-#include "platform/automation_arithmetic.h"
 
 namespace korvane::automation {
 
@@ -113,9 +112,8 @@ void write_class(std::string& out, const ClassDescription& description, IdlDiale
 std::string default_as_written(const Parameter& parameter) {
     const Value value = default_value_of(parameter);
     if (value.holds<Missing>()) return {};
-    if (const auto* text = value.get_if<std::string>()) return " = \"" + *text + "\"";
-    if (const auto* number = value.get_if<double>()) return " = " + number_text(*number);
-    return " = " + value.as_text();
+    if (const auto* truth = value.get_if<bool>()) return *truth ? " = True" : " = False";
+    return " = " + default_text(parameter, IdlDialect::standard);
 }
 
 std::string parameter_as_written(const Parameter& parameter) {
@@ -159,8 +157,7 @@ void describe_enumerations(std::string& out) {
     out += "\n## Enumerations\n";
     for (const EnumerationDescription& enumeration : enumeration_descriptions()) {
         out += fmt::format("\n### {}\n\n| Name | Value |\n|---|---|\n", enumeration.name);
-        for (const Enumerator& member : enumeration.members)
-            out += fmt::format("| `{}` | {} |\n", member.name, member.value);
+        for (const auto& [name, value] : enumeration.members) out += fmt::format("| `{}` | {} |\n", name, value);
     }
 }
 
@@ -279,8 +276,7 @@ std::string tables_text() {
             fields.push_back({{"name", field}, {"type", type_json({record.kind})}});
     }
     for (const EnumerationDescription& enumeration : enumeration_descriptions())
-        for (const Enumerator& member : enumeration.members)
-            tables["enumerations"][enumeration.name][member.name] = member.value;
+        for (const auto& [name, value] : enumeration.members) tables["enumerations"][enumeration.name][name] = value;
     for (const contract::Number& entry : contract::entries<contract::Number>(contract::setpoint))
         tables["setpoint_units"][std::to_string(entry.key)] = entry.unit;
     return tables.dump();

@@ -13,14 +13,9 @@ inline constexpr std::string_view library_id = "5aa8e6dd-acb0-496d-ae14-d4459c47
 inline constexpr int library_major_version = 1;
 inline constexpr int library_minor_version = 0;
 
-struct Enumerator {
-    std::string name;
-    std::int32_t value;
-};
-
 struct EnumerationDescription {
     std::string_view name;
-    std::vector<Enumerator> members;
+    std::vector<std::pair<std::string, std::int32_t>> members;
 };
 
 std::span<const EnumerationDescription> enumeration_descriptions();

@@ -82,6 +82,10 @@ AbortScope::~AbortScope() {
     innermost_scope = outer_;
 }
 
+void AbortScope::abort_innermost() noexcept {
+    if (innermost_scope) innermost_scope->token_.abort();
+}
+
 void AbortScope::look() {
     for (const AbortScope* scope = innermost_scope; scope; scope = scope->outer_)
         if (scope->token_.requested())

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 #include <limits>
 
 #include "automation/c/values.h"
@@ -22,28 +21,6 @@ namespace korvane::automation::c {
 
 namespace {
 
-/// One call: while it lives, the events hook of a platform may end what this thread does, and so may the token.
-class CallScope {
-public:
-    explicit CallScope(korvane_handle token)
-        : given_(token == 0 ? own_ : handles().get<AbortToken>(token, "an abort token")), scope_(own_) {}
-    ~CallScope() { innermost_ = outer_; }
-    CallScope(const CallScope&) = delete;
-    CallScope& operator=(const CallScope&) = delete;
-
-    /// Ends the innermost call of this thread.
-    static void abort() noexcept {
-        if (innermost_) innermost_->own_.abort();
-    }
-
-private:
-    static constinit thread_local CallScope* innermost_;
-    AbortToken own_;
-    AbortScope given_, scope_;
-    CallScope* const outer_ = std::exchange(innermost_, this);
-};
-constinit thread_local CallScope* CallScope::innermost_ = nullptr;
-
 constexpr std::chrono::milliseconds between_events{20};
 
 /// A platform whose waits ask the host's hook and look at the tokens.
@@ -53,7 +30,7 @@ Platform watched_for(const korvane_options& options, Platform platform,
         static thread_local std::chrono::steady_clock::time_point asked;
         if (const auto now = std::chrono::steady_clock::now(); events && now - asked >= between_events) {
             asked = now;
-            if (events(context) != 0) CallScope::abort();
+            if (events(context) != 0) AbortScope::abort_innermost();
         }
         AbortScope::look();
     };
@@ -104,7 +81,9 @@ void call(const Object& object, int32_t member, int32_t access, std::span<korvan
             if (!(now == before[place])) give(places[place], std::move(now));
         }
     };
-    const CallScope scope(token);
+    // By the second one the events hook and a probe end this call alone.
+    const AbortScope asked(token == 0 ? AbortToken() : handles().get<AbortToken>(token, "an abort token"));
+    const AbortScope own{AbortToken()};
     Value value;
     try {
         value = object->invoke(member, arguments, static_cast<Access>(access));
@@ -119,13 +98,7 @@ void call(const Object& object, int32_t member, int32_t access, std::span<korvan
 }
 
 std::shared_ptr<SpectrumParser> parser_behind(korvane_handle handle) {
-    auto target = target_of(object_of(handle), *find_class("SpectrumParser"));
-    if (!target) raise_runtime_fault(error_number::type_mismatch, "the object is no SpectrumParser");
-    return std::static_pointer_cast<SpectrumParser>(std::move(target));
-}
-
-std::string text_or(const char* text, const char* otherwise) {
-    return text ? text : otherwise;
+    return native_from<SpectrumParser>(object_of(handle));
 }
 
 /// Where a number belongs, NaN is none.
@@ -193,8 +166,8 @@ private:
     Error error_of(const korvane_error& error, int32_t status) const {
         const std::int32_t number = error.number != 0 ? error.number : error_number::routine_detected;
         const bool has_kind = error.kind >= KORVANE_USAGE && error.kind <= KORVANE_INTERNAL;
-        return Error(number, text_or(error.source, name_.c_str()),
-                     text_or(error.description, ("failed with " + std::to_string(status)).c_str()),
+        return Error(number, error.source ? error.source : name_,
+                     error.description ? error.description : "failed with " + std::to_string(status),
                      has_kind ? static_cast<ErrorKind>(error.kind - 1) : usual_error_kind(number));
     }
 
@@ -325,7 +298,8 @@ int32_t korvane_class_name(korvane_handle object, korvane_value* name) {
 int32_t korvane_on_probe(korvane_handle parser, korvane_probe probe, void* context) {
     return guarded([&] {
         const auto observer = [=](const AdjustProbe& made) {
-            if (probe(context, made.number, made.value, made.abundance, made.low, made.high) != 0) CallScope::abort();
+            if (probe(context, made.number, made.value, made.abundance, made.low, made.high) != 0)
+                AbortScope::abort_innermost();
         };
         parser_behind(parser)->on_adjust_probe(probe ? std::function<void(const AdjustProbe&)>(observer) : nullptr);
     });

@@ -71,6 +71,14 @@ private:
     VARIANT variant_;
 };
 
+/// A VARIANT that refers to a variable of a kind.
+inline VARIANT reference_to(VARTYPE kind, void* variable) {
+    VARIANT reference{};
+    reference.vt = static_cast<VARTYPE>(kind | VT_BYREF);
+    reference.byref = variable;
+    return reference;
+}
+
 /// A new system string; never null.
 BSTR new_bstr(std::string_view utf8);
 /// Null is the empty text.

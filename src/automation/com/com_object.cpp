@@ -137,11 +137,8 @@ HRESULT report_argument(const ArgumentError& error, UINT place, EXCEPINFO* detai
 }
 
 /// A reference to a variable of a declared type.
-VARIANT reference_to(const DeclaredType& type, void* variable) {
-    VARIANT reference;
-    VariantInit(&reference);
-    reference.vt = static_cast<VARTYPE>(type.description().variant_type | VT_BYREF);
-    reference.byref = variable;
+VARIANT typed_reference(const DeclaredType& type, void* variable) {
+    VARIANT reference = reference_to(type.description().variant_type, variable);
     if (type.kind == TypeKind::record) reference.pRecInfo = record_info_of(*find_record(type.name));
     return reference;
 }
@@ -159,7 +156,7 @@ public:
             const Parameter& parameter = member.parameter_slots[place];
             void* const variable = parameter.is_by_reference() ? *static_cast<void**>(slots[place]) : slots[place];
             if (!variable) continue;
-            references_[place] = reference_to(parameter.type, variable);
+            references_[place] = typed_reference(parameter.type, variable);
             variants[place] = &references_[place];
         }
     }
@@ -183,7 +180,7 @@ HRESULT call_from_vtable(ComObject& self, const Member& member, void* const* slo
         StackArguments arguments(member, slots);
         const Value returned = call_member(member, keep->target(), arguments);
         if (!result) return S_OK;
-        VARIANT place = reference_to(member.result, result);
+        VARIANT place = typed_reference(member.result, result);
         // It holds nothing yet.
         if (member.result.kind == TypeKind::variant)
             VariantInit(place.pvarVal);

@@ -31,15 +31,14 @@ public:
         for (std::size_t place = 0; place < values.size(); ++place) {
             fill_variant(values[place], *variables_[place]);
             before_[place] = *variables_[place];
+            const VARTYPE kind = variables_[place]->vt;
             VARIANT& reference = references_[values.size() - 1 - place];
-            VariantInit(&reference);
-            if (values[place].holds<Missing>()) {
+            if (values[place].holds<Missing>())
                 reference = *variables_[place];
-                continue;
-            }
-            const bool plain = is_plain(variables_[place]->vt);
-            reference.vt = static_cast<VARTYPE>(VT_BYREF | (plain ? variables_[place]->vt : VT_VARIANT));
-            reference.byref = plain ? static_cast<void*>(&variables_[place]->llVal) : variables_[place].get();
+            else if (is_plain(kind))
+                reference = reference_to(kind, &variables_[place]->llVal);
+            else
+                reference = reference_to(VT_VARIANT, variables_[place].get());
         }
     }
 

@@ -32,10 +32,7 @@ void construct_object(const Value& value, void* memory) {
 
 /// A number of a kind that automation values do not have.
 Value value_of_other(VARTYPE kind, void* memory) {
-    VARIANT reference;
-    VariantInit(&reference);
-    reference.vt = static_cast<VARTYPE>(kind | VT_BYREF);
-    reference.byref = memory;
+    VARIANT reference = reference_to(kind, memory);
     Variant number;
     if (FAILED(VariantChangeTypeEx(number.get(), &reference, LOCALE_USER_DEFAULT, 0, VT_R8))) refuse_kind(kind);
     return number->dblVal;
@@ -130,10 +127,7 @@ void store_variant(const Value& value, VARIANT& variable) {
     if (variable.vt & VT_BYREF) return store_into_variable(value, variable);
     const auto* const array = value.get_if<Array>();
     if (array && variable.vt == (VT_ARRAY | VT_VARIANT)) {
-        VARIANT reference;
-        VariantInit(&reference);
-        reference.vt = VT_BYREF | VT_ARRAY | VT_VARIANT;
-        reference.pparray = &variable.parray;
+        VARIANT reference = reference_to(VT_ARRAY | VT_VARIANT, &variable.parray);
         return store_array(*array, reference);
     }
     Variant fresh;

@@ -18,7 +18,7 @@ public:
     ComPointer<IDispatch> create(const ClassDescription& description) {
         return owned(make_com_object(std::static_pointer_cast<NativeObject>(object_of(native, description))));
     }
-    ComPointer<IDispatch> create(const std::string& class_name) { return create(class_named(class_name)); }
+    ComPointer<IDispatch> create(const std::string& class_name) { return create(*find_class(class_name)); }
 
     EmbeddedWorld native;
 };
@@ -32,13 +32,6 @@ inline std::string without_folder(const EmbeddedWorld& world, std::string text) 
         for (std::size_t place; (place = text.find(form)) != std::string::npos;)
             text.replace(place, form.size(), "FOLDER");
     return text;
-}
-
-inline VARIANT reference_to(VARTYPE kind, void* content) {
-    VARIANT variant{};
-    variant.vt = static_cast<VARTYPE>(kind | VT_BYREF);
-    variant.byref = content;
-    return variant;
 }
 
 /// The content as JSON; a reference is followed.
