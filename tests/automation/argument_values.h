@@ -1,31 +1,48 @@
-// Arguments for any member: fitting ones, and what a careless script may pass.
+// A world of the simulated instrument, and arguments for any member: fitting ones, and what a careless script may pass.
 #pragma once
 
 #include <cmath>
 #include <limits>
-#include <map>
 
 #include "automation/class_description.h"
+#include "automation/json_values.h"
 #include "automation/native_object.h"
 #include "automation/records.h"
-#include "embedded_world.h"
+#include "instrument/simulator/simulator.h"
 #include "korvane/abort_helper.h"
+#include "korvane/embedded.h"
+#include "platform/files.h"
+#include "support/test_platform.h"
 
 namespace korvane::automation {
 
+/// The simulated instrument on a base folder of its own, with a clock that only moves when something waits.
+class EmbeddedWorld {
+public:
+    EmbeddedWorld() {
+        create_base_folder(base());
+        platform_.files = make_system_files();
+        platform_.clock = clock;
+        platform_.message_box = std::make_shared<RecordingMessageBox>();
+        platform_.tracers = make_file_tracer_factory();
+        platform_.instrument =
+            make_simulator({.base_folder = base().string(), .seed = 1, .scene_path = {}, .state_path = {}},
+                           platform_.files, platform_.clock);
+    }
+
+    const Platform& platform() const { return platform_; }
+    std::filesystem::path base() const { return folder_.path() / "base"; }
+    Object create(const std::string& class_name) { return create_object("Korvane." + class_name, platform_); }
+
+    std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
+
+private:
+    TemporaryFolder folder_;
+    Platform platform_;
+};
+
 /// A value that the parameter accepts, so that the others are what is tested.
 inline Value fitting_value(EmbeddedWorld& world, const Member& member, const Parameter& parameter) {
-    static const std::map<std::string_view, const char*> texts{{"XMLPath", "TOF/AutotuneParameters/checkAbundParams"},
-                                                               {"ParamGroupName", "checkAbundParams"},
-                                                               {"LimitGroupType", "checkAbundParams"},
-                                                               {"ParamName", "TargetAbundance"},
-                                                               {"strParamName", "TargetAbundance"},
-                                                               {"strNewParamValue", "140000"},
-                                                               {"strAltTreeNode", "AutotuneParameters"},
-                                                               {"polarity", "Positive"},
-                                                               {"strPolarity", "Positive"},
-                                                               {"massList", "118.0863,322.0481"},
-                                                               {"InternalNameOfParameterToRetrieve", "Fragmentor"}};
     switch (parameter.type.kind) {
         case TypeKind::boolean:
             return false;
@@ -40,8 +57,8 @@ inline Value fitting_value(EmbeddedWorld& world, const Member& member, const Par
                 return (world.base() / "MassLists" / "default_calibration_mass_list.xml").string();
             if (member.name.ends_with("TunePreference") && parameter.name.ends_with("ParamName"))
                 return "LogSetpointTraffic";
-            const auto text = texts.find(parameter.name);
-            return text == texts.end() ? "ESI" : text->second;
+            static const Json texts = Json::parse(read_text(KORVANE_SOURCE_DIR "/tests/automation/fitting_texts.json"));
+            return texts.value(std::string(parameter.name), "ESI");
         }
         case TypeKind::record:
             return make_record(*find_record(parameter.type.name));
@@ -85,10 +102,6 @@ inline std::vector<std::pair<const char*, Value>> hostile_values(EmbeddedWorld& 
         {"matrix from 1", two_by_two},
         {"array of no dimension", Array({}, Array::Elements<double>())},
     };
-}
-
-inline const ClassDescription& class_named(std::string_view name) {
-    return *find_class(name);
 }
 
 /// Objects of every class, those that are not creatable as a member returns them.

@@ -7,8 +7,7 @@
 #include <fstream>
 #include <set>
 
-#include "automation/native_object.h"
-#include "embedded_world.h"
+#include "argument_values.h"
 #include "korvane/conformance.h"
 #include "korvane/embedded_parts.h"
 #include "korvane/forwarding.h"

@@ -36,10 +36,7 @@ def q(base):
         yield instrument
 
 
-TEXTS = {"XMLPath": "TOF/AutotuneParameters/checkAbundParams", "ParamGroupName": "checkAbundParams",
-         "LimitGroupType": "checkAbundParams", "strParamName": "TargetAbundance", "strNewParamValue": "140000",
-         "ParamName": "TargetAbundance", "strAltTreeNode": "AutotuneParameters", "polarity": "Positive",
-         "strPolarity": "Positive", "massList": "118.0863,322.0481", "InternalNameOfParameterToRetrieve": "Fragmentor"}
+TEXTS = json.loads((ROOT / "tests/automation/fitting_texts.json").read_text())
 
 
 def fitting(member, parameter, base):
@@ -216,11 +213,8 @@ def test_nothing_leaks_over_100000_calls(q):
 
 
 def test_other_threads_run_while_the_library_works(base):
-    def wait():
-        with korvane.Instrument(base=base) as own:
-            own.globals.WaitThisManySeconds(1)
-
-    threads = [threading.Thread(target=wait) for _ in range(3)]
+    waits = [korvane.Instrument(base=base).globals.WaitThisManySeconds for _ in range(3)]
+    threads = [threading.Thread(target=wait, args=(1,)) for wait in waits]
     begun = time.monotonic()
     for thread in threads:
         thread.start()

@@ -55,8 +55,8 @@ protected:
 };
 
 TEST_F(ServerModule, MakesItsClassesAndNothingElse) {
-    const ClassDescription& globals = class_named("TuneGlobals");
-    factory_of(class_named("PeakList").class_id, CLASS_E_CLASSNOTAVAILABLE);
+    const ClassDescription& globals = *find_class("TuneGlobals");
+    factory_of(find_class("PeakList")->class_id, CLASS_E_CLASSNOTAVAILABLE);
     factory_of(globals.interface_id, CLASS_E_CLASSNOTAVAILABLE);
     void* nothing = &nothing;
     {
@@ -65,6 +65,9 @@ TEST_F(ServerModule, MakesItsClassesAndNothingElse) {
         EXPECT_EQ(factory->CreateInstance(make(globals).Get(), IID_IUnknown, &nothing), CLASS_E_NOAGGREGATION);
         EXPECT_EQ(factory->CreateInstance(nullptr, IID_IClassFactory, &nothing), E_NOINTERFACE);
         EXPECT_EQ(nothing, nullptr);
+        const auto parser = make(*find_class("SpectrumParser"));
+        Call lists(*parser.Get());
+        EXPECT_EQ(lists(L"GetPeakListsForCalibrantMasses", {}), S_OK) << lists.outcome;
         factory->LockServer(TRUE);
     }
     EXPECT_EQ(can_unload_now(), S_FALSE);

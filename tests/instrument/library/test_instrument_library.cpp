@@ -8,7 +8,6 @@
 #include "korvane/instrument_library.h"
 #include "korvane/spectrum_parser.h"
 #include "korvane/tune_globals.h"
-#include "layer/test_layer.h"
 #include "support/environment.h"
 #include "support/raised.h"
 #include "support/test_platform.h"
@@ -50,7 +49,7 @@ TEST_F(InstrumentLibraryTest, APlatformRunsOnItAndObjectsOutliveIt) {
     EXPECT_FALSE(view->setpoints().indexes().empty());
 
     const Platform platform = make_outside_platform(library("test_layer"));
-    EXPECT_EQ(platform.instrument->create_globals()->title(), test_layer_title);
+    EXPECT_EQ(platform.instrument->create_globals()->title(), "Layer from outside");
     TuneGlobals globals(platform);
     EXPECT_EQ(globals.GetPolarityStr(), "Positive");
     globals.WriteLineToTuneLogFile("line");
