@@ -4,8 +4,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -156,13 +154,6 @@ public:
     virtual std::vector<std::string> list(const std::string& folder) = 0;
     /// A path to the same file whose last name is no link: what a save replaces. The path itself where nothing exists.
     virtual std::string resolve(const std::string& path) = 0;
-
-    /// True at the first call with `path` on this object: for what a save need do only once.
-    bool is_first_save(const std::string& path);
-
-private:
-    std::mutex mutex_;
-    std::set<std::string> saved_paths_;
 };
 
 /// Its `now` is what the environment variable KORVANE_TIME says ("2026-11-22T08:51:49"), where it is set.
@@ -175,7 +166,7 @@ KORVANE_API std::shared_ptr<TracerFactory> make_file_tracer_factory();
 
 /// Writes a temporary file beside `path` (links followed), flushes it, puts it in the place of the old one, flushes the
 /// folder: at any point the file is the complete old or the complete new one. Leftovers of killed processes are removed
-/// when `files` first saves the file. Raises `FileError`, also for what is there and no regular file; the old file is
+/// before. Raises `FileError`, also for what is there and no regular file; the old file is
 /// then intact and no temporary file stays. One exception: when only the flush of the folder fails, the new content is
 /// in place, complete and visible to all, and the error says that a power failure may bring the old one back. A hard
 /// link to the old file keeps the old content.

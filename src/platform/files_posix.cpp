@@ -110,7 +110,8 @@ std::string attribute_names(const std::string& path) {
 }
 
 /// As far as the system lets this user give them.
-void copy_attributes(const std::string& names, const std::string& from, int to) {
+void copy_attributes(const std::string& from, int to) {
+    const std::string names = attribute_names(from);
     if (names.empty()) return;
     std::string value(longest_attribute, '\0');
     for (std::size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
@@ -120,29 +121,16 @@ void copy_attributes(const std::string& names, const std::string& from, int to) 
     }
 }
 
-/// Nobody else may read a new file before it has all the rights of the old one. Where the old one grants its group what
-/// it grants everybody, and no attribute holds more, its mode can be there from the start.
-mode_t first_mode(const struct stat& like, const std::string& attributes) {
-    const mode_t group = (like.st_mode & S_IRWXG) >> 3, others = like.st_mode & S_IRWXO;
-    return group == others && attributes.empty() ? like.st_mode & 0777 : 0600;
-}
-
 /// Owner and attributes as far as the system lets this user give them; the mode always, without the bits that let a
 /// program run as another user.
-void take_after(const std::string& like, const struct stat& like_status, const std::string& attributes,
-                const Descriptor& made, const std::string& path) {
-    struct stat made_status;
-    if (::fstat(made.number(), &made_status) != 0) fail("make", path, errno);
-    bool same_mode = (made_status.st_mode & 07777) == (like_status.st_mode & 0777);
-    if (made_status.st_uid != like_status.st_uid || made_status.st_gid != like_status.st_gid) {
-        if (::fchown(made.number(), like_status.st_uid, like_status.st_gid) != 0 &&
-            ::fchown(made.number(), static_cast<uid_t>(-1), like_status.st_gid) != 0) {
-            // A file of somebody else: the content is saved under the own name.
-        }
-        same_mode = false;  // a new owner clears bits of it
+void take_after(const std::string& like, const struct stat& like_status, const Descriptor& made) {
+    if (::fchown(made.number(), like_status.st_uid, like_status.st_gid) != 0 &&
+        ::fchown(made.number(), static_cast<uid_t>(-1), like_status.st_gid) != 0) {
+        // A file of somebody else: the content is saved under the own name.
     }
-    if (!same_mode && ::fchmod(made.number(), like_status.st_mode & 0777) != 0) fail("make", path, errno);
-    copy_attributes(attributes, like, made.number());
+    copy_attributes(like, made.number());
+    // After the owner, whose change clears bits of it.
+    if (::fchmod(made.number(), like_status.st_mode & 0777) != 0) fail("make", like, errno);
 }
 
 /// The name goes with the lock; who waits for the old one has to look again.
@@ -195,15 +183,14 @@ public:
     std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override {
         struct stat like_status;
         const bool has_like = stat_if_there(like, like_status);
-        const std::string attributes = has_like ? attribute_names(like) : "";
-        const mode_t mode = has_like ? first_mode(like_status, attributes) : 0666;
-        Descriptor made(opened(path, O_WRONLY | O_CREAT | O_EXCL, mode));
+        // Nobody else may read the new file before it has all the rights of the old one.
+        Descriptor made(opened(path, O_WRONLY | O_CREAT | O_EXCL, has_like ? 0600 : 0666));
         if (made.number() < 0 && errno == EACCES)
             fail("save", like, EACCES, "; a save makes a new file, for which the folder has to be writable");
         if (made.number() < 0) fail("save", like, errno);
         (void)locked(made);  // where the file system has no locks, nothing is taken for abandoned either
         try {
-            if (has_like) take_after(like, like_status, attributes, made, like);
+            if (has_like) take_after(like, like_status, made);
             return std::make_unique<PosixOutputFile>(made.release(), like);
         } catch (...) {
             ::unlink(path.c_str());

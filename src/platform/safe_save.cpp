@@ -66,7 +66,7 @@ void safe_save(Files& files, const std::string& path, const std::function<void(O
     const std::string target = files.resolve(path);
     const std::string folder = target.substr(0, begin_of_name(target));
     const std::string prefix = name_beside(target) + ".korvane-";
-    if (files.is_first_save(target)) remove_leftovers(files, folder, prefix);
+    remove_leftovers(files, folder, prefix);
     const std::string temporary = folder + temporary_name(prefix);
     bool made = false;
     try {

@@ -76,11 +76,6 @@ TracerFactory::TracerFactory() {
     id_ = ++made;
 }
 
-bool Files::is_first_save(const std::string& path) {
-    const std::lock_guard lock(mutex_);
-    return saved_paths_.insert(path).second;
-}
-
 std::int32_t FileError::runtime_error_number() const noexcept {
     constexpr std::array in_the_order_of_kinds{53, 76, 70, 70, 61, 57, 75};
     return in_the_order_of_kinds[static_cast<std::size_t>(kind_)];

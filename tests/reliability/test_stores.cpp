@@ -51,19 +51,15 @@ std::vector<StoreOperation> store_operations() {
              error_number::routine_detected}};
 }
 
-/// One try of an operation on a disk of its own. Every try has a folder of its own, because leftovers are looked for
-/// once a process and target.
+/// One try of an operation on a disk of its own.
 struct StoreTry {
-    explicit StoreTry(const StoreOperation& tried)
-        : operation(tried), folder("/base" + std::to_string(++tries) + "/"), world(folder), path(folder + tried.file) {
+    explicit StoreTry(const StoreOperation& tried) : operation(tried), path("/base/" + tried.file) {
         disk.put(path, operation.content);
     }
     void save() { operation.save(world.platform(), path); }
     std::string content() const { return *disk.content(path); }
 
-    static inline int tries = 0;
     const StoreOperation& operation;
-    std::string folder;
     MemoryPlatform world;
     MemoryDisk& disk = *world.disk;
     std::string path;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "korvane/platform.h"
 #include "support/memory_disk.h"
@@ -13,9 +12,9 @@
 namespace korvane {
 
 struct MemoryPlatform {
-    explicit MemoryPlatform(const std::string& base_folder = "/base/") {
+    MemoryPlatform() {
         tracers->record->on = false;
-        layer->state->base_folder = base_folder;
+        layer->state->base_folder = "/base/";
     }
     Platform platform() const { return {layer, disk, clock, message_box, tracers}; }
 
