@@ -13,7 +13,7 @@ namespace korvane {
 namespace {
 
 constexpr std::int32_t query_failed = -2147467259;
-constexpr std::size_t deepest_query = 64;
+constexpr std::ptrdiff_t most_brackets = 64;
 constexpr std::size_t longest_query = 65536;
 constexpr std::size_t longest_plain_path = 1024;  // within the number of steps that the XPath engine takes
 
@@ -24,23 +24,11 @@ constexpr std::size_t longest_plain_path = 1024;  // within the number of steps 
                 ErrorKind::configuration);
 }
 
-/// The parser goes several levels down the stack for every bracket. Its own limit, which also bounds signs and steps,
-/// counts the levels of the result only.
+/// The parser goes several levels down the stack for every bracket; its own limit counts the levels of the result only.
 void check_size(const std::string& query) {
     if (query.size() > longest_query) fail_query(query, text_of("longer than ", longest_query, " bytes"));
-    std::size_t depth = 0;
-    char quote = 0;
-    for (const char character : query) {
-        if (quote != 0) {
-            if (character == quote) quote = 0;
-        } else if (character == '"' || character == '\'') {
-            quote = character;
-        } else if (character == '(' || character == '[') {
-            if (++depth > deepest_query) fail_query(query, text_of("nested deeper than ", deepest_query, " levels"));
-        } else if (character == ')' || character == ']') {
-            depth -= depth > 0 ? 1 : 0;
-        }
-    }
+    if (std::ranges::count(query, '(') + std::ranges::count(query, '[') > most_brackets)
+        fail_query(query, text_of("more than ", most_brackets, " brackets"));
 }
 
 /// Whether the query is a path of names alone, which leads to the same element without the XPath engine, ten times as

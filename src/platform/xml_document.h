@@ -52,8 +52,8 @@ public:
     XmlParseError parse(std::string bytes);
 
     /// First node of an XPath 1.0 node set, if any. Names match as they are written, prefix included; a default
-    /// namespace makes no difference. Error -2147467259 naming the query where it is not a query for nodes, nests too
-    /// deep (64 brackets) or is too long (65,536 bytes).
+    /// namespace makes no difference. Error -2147467259 naming the query where it is not a query for nodes, has
+    /// more than 64 opening brackets or 65,536 bytes.
     std::optional<XmlElement> select(const std::string& xpath) const { return XmlElement(this, tree_).select(xpath); }
     std::vector<XmlElement> select_all(const std::string& xpath) const {
         return XmlElement(this, tree_).select_all(xpath);

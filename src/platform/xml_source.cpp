@@ -41,6 +41,27 @@ constexpr std::pair<std::string_view, XmlCharset> charset_names[] = {
     {"latin-1", latin1},     {"windows-1252", windows_1252},
     {"cp1252", windows_1252}};
 
+/// By the byte order mark or the form of the first characters; else UTF-8, and not certain.
+XmlEncoding encoding_of_first_bytes(std::string_view bytes) {
+    for (const auto& [beginning, encoding] : beginnings)
+        if (bytes.starts_with(beginning)) return encoding;
+    return {};
+}
+
+/// The charset that a declaration names; nothing for one that is not supported.
+std::optional<XmlCharset> charset_by_name(std::string_view name) {
+    for (const auto& [known, charset] : charset_names)
+        if (equal_but_for_case(known, name)) return charset;
+    return std::nullopt;
+}
+
+/// The character of a byte in a charset that has one byte a character; nothing where it stands for none.
+std::optional<char32_t> single_byte_character(XmlCharset charset, unsigned char byte) {
+    if (charset == ascii && byte >= 0x80) return std::nullopt;
+    if (charset == windows_1252 && byte >= 0x80 && byte < 0xA0) return windows_1252_characters[byte - 0x80U];
+    return byte;
+}
+
 void append_utf16(std::string& bytes, char32_t character, bool little_endian) {
     if (character >= 0x10000) {
         append_utf16(bytes, 0xD800 + ((character - 0x10000) >> 10), little_endian);
@@ -194,24 +215,6 @@ XmlParseError judged(std::string_view bytes, XmlSource& source) {
 }
 
 }  // namespace
-
-XmlEncoding encoding_of_first_bytes(std::string_view bytes) {
-    for (const auto& [beginning, encoding] : beginnings)
-        if (bytes.starts_with(beginning)) return encoding;
-    return {};
-}
-
-std::optional<XmlCharset> charset_by_name(std::string_view name) {
-    for (const auto& [known, charset] : charset_names)
-        if (equal_but_for_case(known, name)) return charset;
-    return std::nullopt;
-}
-
-std::optional<char32_t> single_byte_character(XmlCharset charset, unsigned char byte) {
-    if (charset == ascii && byte >= 0x80) return std::nullopt;
-    if (charset == windows_1252 && byte >= 0x80 && byte < 0xA0) return windows_1252_characters[byte - 0x80U];
-    return byte;
-}
 
 std::string encode_xml(const XmlEncoding& encoding, std::string_view text) {
     std::string bytes;

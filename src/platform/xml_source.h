@@ -26,15 +26,6 @@ struct XmlEncoding {
     bool certain = false;
 };
 
-/// By the byte order mark or the form of the first characters; else UTF-8, and not certain.
-XmlEncoding encoding_of_first_bytes(std::string_view bytes);
-
-/// The charset that a declaration names; nothing for one that is not supported.
-std::optional<XmlCharset> charset_by_name(std::string_view name);
-
-/// The character of a byte in a charset that has one byte a character; nothing where it stands for none.
-std::optional<char32_t> single_byte_character(XmlCharset charset, unsigned char byte);
-
 /// UTF-8 to the bytes of a file; what the encoding does not have becomes a reference by number. Error 5 where the text
 /// is not UTF-8.
 std::string encode_xml(const XmlEncoding& encoding, std::string_view text);

@@ -138,9 +138,7 @@ TEST(XmlQuery, RefusesBombsAndMalformedQueriesNamingThem) {
             EXPECT_TRUE(error.starts_with("-2147467259|XPath|Query[" + query.substr(0, 200))) << error;
             EXPECT_EQ(error.find("pugi"), std::string::npos);
         }
-    // Brackets in quotes do not count.
-    EXPECT_FALSE(document.select("/r[" + repeated("(", 63) + "'" + repeated("(", 100) + "'=\"" + repeated("]", 9) +
-                                 "\"" + repeated(")", 63) + "]"));
+    EXPECT_FALSE(document.select("/r[" + repeated("(", 63) + "'x'='y'" + repeated(")", 63) + "]"));
     EXPECT_EQ(document.select_all("/r" + repeated("[1]", 60) + "[@a!='" + std::string(60'000, 'x') + "']").size(), 1U);
 }
 
