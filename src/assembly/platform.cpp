@@ -27,13 +27,6 @@ namespace {
 constexpr const char* logs_folder = "Logfiles";
 const std::string staging_name = ".korvane-new-";
 
-/// The text without the name of the folder in which everything is written first.
-std::string without_staging(std::string text) {
-    const std::size_t at = text.find(staging_name);
-    if (at != std::string::npos) text.erase(at, text.find_first_not_of("0123456789/\\", at + staging_name.size()) - at);
-    return text;
-}
-
 [[noreturn]] void fail(const char* routine, const fs::path& folder, const std::string& fault) {
     throw Error(error_number::file_or_element, routine, "base folder " + utf8_from_path(folder) + ": " + fault);
 }
@@ -61,15 +54,6 @@ fs::path per_user_folder() {
     return folder;
 }
 
-// A folder beside or inside the one to be made, in which everything is written first.
-fs::path make_staging_folder(const fs::path& parent) {
-    std::random_device random;
-    for (;;) {
-        const fs::path folder = parent / (staging_name + std::to_string(random()));
-        if (fs::create_directory(folder)) return folder;
-    }
-}
-
 /// The file with the numbers among its texts as the stores read them here.
 std::string with_local_numbers(std::string_view bytes) {
     std::string text;
@@ -95,11 +79,13 @@ void write_base_data(const fs::path& folder) {
     }
 }
 
-/// A folder that is there is empty and stays the same folder, since somebody may work in it.
+/// Everything is written in a folder beside or inside it first. A folder that is there is empty and stays the same
+/// folder, since somebody may work in it.
 void fill(const fs::path& folder, bool is_there) {
     const fs::path place = is_there ? folder : folder.parent_path();
     fs::create_directories(place);
-    const fs::path staging = make_staging_folder(place);
+    const fs::path staging = place / (staging_name + std::to_string(std::random_device()()));
+    fs::create_directory(staging);
     std::vector<fs::path> ours{staging};
     try {
         write_base_data(staging);
@@ -199,7 +185,7 @@ void create_base_folder(const fs::path& folder) {
     } catch (const fs::filesystem_error& fault) {
         fail(routine, folder, fault.code().message());
     } catch (const FileError& fault) {
-        fail(routine, folder, without_staging(fault.what()));
+        fail(routine, folder, fault.what());
     }
 }
 

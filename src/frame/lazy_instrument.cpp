@@ -130,9 +130,7 @@ void require_size(const char* member, std::size_t given, std::size_t expected) {
 void LazyInstrument::make() const {
     if (failure_) throw *failure_;
     try {
-        auto made = layer_->create_globals();
-        made->initialise();
-        globals_ = std::move(made);
+        globals_ = open_globals(*layer_);
     } catch (...) {
         failure_ = current_error();
         throw *failure_;

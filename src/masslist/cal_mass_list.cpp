@@ -56,6 +56,14 @@ XmlNewElement mass_element(const std::string& line, const std::string& list) {
     return {"mass", {{"Used", line.substr(0, tab)}}, line.substr(tab + 1, line.find('\t', tab + 1) - tab - 1), {}};
 }
 
+struct MassListEntry {
+    MassListName name;
+    std::vector<std::string> lines = {};  ///< one a `mass` element, whatever its text holds
+    bool dirty = false;
+};
+
+using MassLists = std::map<std::string, MassListEntry>;
+
 /// A loaded file.
 class MassListDocument {
 public:
@@ -68,8 +76,15 @@ public:
             raise_mass_list_error(file_name + " is not a valid Mass List file.");
     }
 
-    std::vector<XmlElement> configurations() const {
-        return document_.select_all("/QTOF_MassListConfiguration/Configuration");
+    MassLists lists() const {
+        MassLists lists;
+        for (const XmlElement& found : document_.select_all("/QTOF_MassListConfiguration/Configuration")) {
+            MassListEntry list{{found.attribute("IonSource"), found.attribute("IonPolarity")}};
+            for (const XmlElement& mass : found.select_all("MassList/mass"))
+                list.lines.push_back(mass.attribute("Used") + '\t' + mass.text());
+            lists[list.name.key()] = std::move(list);
+        }
+        return lists;
     }
     /// Error -1 where the configuration is missing or has no masses.
     std::vector<XmlElement> masses(const MassListName& name) const {
@@ -113,13 +128,6 @@ std::string joined_lines(const std::vector<std::string>& lines) {
     return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
-/// One line for every `mass` element, whatever its text holds.
-std::vector<std::string> mass_list_lines(const std::vector<XmlElement>& masses) {
-    std::vector<std::string> lines;
-    for (const XmlElement& mass : masses) lines.push_back(mass.attribute("Used") + '\t' + mass.text());
-    return lines;
-}
-
 /// The `MassList` element for lines; what stands behind a second tab is left out. Error 6 above 32767 lines, -1 naming
 /// `list` and the first line that is not a use flag, a tab and a text.
 XmlNewElement mass_list_element(const std::vector<std::string>& lines, const std::string& list) {
@@ -129,23 +137,6 @@ XmlNewElement mass_list_element(const std::vector<std::string>& lines, const std
     XmlNewElement element{list_element, {}, "", {}};
     for (const std::string& line : lines) element.children.push_back(mass_element(line, list));
     return element;
-}
-
-struct MassListEntry {
-    MassListName name;
-    std::vector<std::string> lines;  ///< one a mass
-    bool dirty = false;
-};
-
-using MassLists = std::map<std::string, MassListEntry>;
-
-MassLists lists_of(const MassListDocument& document) {
-    MassLists lists;
-    for (const XmlElement& configuration : document.configurations()) {
-        const MassListName name{configuration.attribute("IonSource"), configuration.attribute("IonPolarity")};
-        lists[name.key()] = {name, mass_list_lines(configuration.select_all("MassList/mass"))};
-    }
-    return lists;
 }
 
 }  // namespace
@@ -192,7 +183,7 @@ VariantArray<double> CalMassList::GetMassListArrayFromFile(const std::string& fi
 void CalMassList::OpenMassListFile(const std::string& fileName) {
     impl_->open.reset();
     MassListDocument document(*impl_->files, fileName);
-    MassLists lists = lists_of(document);
+    MassLists lists = document.lists();
     impl_->open.emplace(Impl::OpenFile{std::move(document), std::move(lists)});
 }
 

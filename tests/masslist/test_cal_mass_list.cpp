@@ -24,10 +24,8 @@ const std::string two_masses = "<MassList><mass Used=\"1\">118.0863</mass><mass 
 
 class MassListFile : public ::testing::Test {
 protected:
-    explicit MassListFile(const std::string& content = "") {
-        put(content.empty()
-                ? document(configuration("ESI", "Positive", two_masses) + configuration("ESI", "Negative", ""))
-                : content);
+    MassListFile() {
+        put(document(configuration("ESI", "Positive", two_masses) + configuration("ESI", "Negative", "")));
     }
     void put(const std::string& content) { world.disk->put(path, content); }
     std::string content() const { return *world.disk->content(path); }
