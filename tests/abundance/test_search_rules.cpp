@@ -1,4 +1,4 @@
-// What the straight model leaves out: waits, aborts, the choice of the log, and errors outside the probes.
+// What the straight model leaves out: the choice of the log, and errors outside the probes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,23 +12,6 @@ namespace {
 using testing::Contains;
 using testing::StartsWith;
 using Lines = std::vector<std::string>;
-
-TEST(SearchRules, EveryNormalProbeWaitsForReadinessOrAnAbort) {
-    for (const bool fast : {false, true})
-        for (const bool aborted : {false, true}) {
-            SearchWorld test(fast);
-            auto& state = test.instrument().registers["ACTUAL.NDR[NRDYSTATE]"];
-            test.instrument().on_write = [&](std::int32_t index, double) { state = index == 50 ? -1 : 0; };
-            test.test.clock->on_events = [&] {
-                if (test.test.clock->sleeps % 2) state = 0;
-                if (aborted) test.request_abort();
-            };
-            const double before = test.test.clock->total_seconds();
-            EXPECT_EQ(raised([&] { test.adjust(251000); }), aborted ? "1||User aborted" : "no error");
-            // Two polls of 500 ms for each of two probes.
-            EXPECT_EQ(test.test.clock->total_seconds() - before, fast ? 0 : aborted ? 0.5 : 2);
-        }
-}
 
 TEST(SearchRules, ErrorsOutsideTheProbesAreRaisedAndLoggedWhereTheLogIsChosen) {
     const std::string name = "BinaryAdjustAbundanceDownUsingThisSetpoint";

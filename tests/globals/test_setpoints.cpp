@@ -140,13 +140,11 @@ TEST_F(Setpoints, MetadataItemIsFoundByTheStartOfItsNameAndLens2OnlyByTheWhole) 
 
 TEST_F(Setpoints, TimedWaitEndsOnTheFirstPollPastItsDeadlineAtAnyTimeOfDay) {
     auto made = globals();
-    for (const double start : {0.0, 36000.0, 86390.0, 86399.75})
-        for (const double wait : {-1.0, 0.0, 0.2, 0.5, 1.0, 30.0, 301.0}) {
-            *test.clock = VirtualClock(start);
-            const double took = waited(made, wait);
-            EXPECT_LE(took, std::max(wait, 0.0) + 0.5) << start << ", " << wait;
-            EXPECT_TRUE(wait <= 0 ? took == 0 : took > wait) << start << ", " << wait << ": " << took;
-        }
+    for (const double wait : {-1.0, 0.0, 0.2, 0.5, 30.0, 301.0}) {
+        *test.clock = VirtualClock(86399.75);
+        const double took = waited(made, wait);
+        EXPECT_TRUE(wait <= 0 ? took == 0 : took > wait && took <= wait + 0.5) << wait << ": " << took;
+    }
     EXPECT_THAT(raised([&] { made.WaitThisManySeconds(std::numeric_limits<double>::infinity()); }), StartsWith("5|"));
     // Events that take minutes across midnight do not cost a day, nor does a clock that is set back a little.
     *test.clock = VirtualClock(86399);

@@ -45,32 +45,23 @@ struct Acquisition : ParserWorld {
     bool cancelled = true;
 };
 
-constexpr std::string_view second_spectrum_transcript = R"(
-> GetNewSpectrumAndVerifyDataIsPopulated
-  > UserHasClickedAbort
-    > GetTunePreference
-      > OpenTunePrefsXML
-    Abort value is set to 0
-  Setting up to retrieve next spectrum
-  Getting next spectrum
-  log: ===TUNE 11/21/2026 10:00:00 AM===
-  log: AUTOTUNE LOG: STATUS: spectrum (with Experiment[0], dRetentionTime[0]) gotten from GetNextSpectrum()
-  > IsDataReturnedFromGetNextSpectrumPopulated
-    LOG: WARNING: returned vMassData is empty
-    LOG: WARNING: returned YData is empty
-    LOG: WARNING: returned MetaData is empty
-  AUTOTUNE LOG: STATUS: first spectrum invalid; getting second spectrum (with Experiment[3]) gotten from GetNextSpectrum()
-  > IsDataReturnedFromGetNextSpectrumPopulated
-  recieved a spectrum
-)";
-
 TEST(NewSpectrum, SecondSpectrumOfAPassReplacesAnEmptyFirst) {
     Acquisition test;
     test.instrument().acquire = [&](AcquiredSpectrum& answer, int number) {
         if (number == 2) test.fill(answer);
     };
     EXPECT_EQ(test.get(), "no error");
-    EXPECT_EQ(test.transcript(), second_spectrum_transcript);
+    EXPECT_EQ(test.tune_log().back(),
+              "AUTOTUNE LOG: STATUS: spectrum (with Experiment[0], dRetentionTime[0]) gotten from GetNextSpectrum()");
+    EXPECT_EQ(
+        test.traced_by(new_spectrum),
+        (Lines{"Setting up to retrieve next spectrum", "Getting next spectrum",
+               "AUTOTUNE LOG: STATUS: first spectrum invalid; getting second spectrum (with Experiment[3]) gotten "
+               "from GetNextSpectrum()",
+               "recieved a spectrum"}));
+    EXPECT_EQ(test.traced_by("IsDataReturnedFromGetNextSpectrumPopulated"),
+              (Lines{"LOG: WARNING: returned vMassData is empty", "LOG: WARNING: returned YData is empty",
+                     "LOG: WARNING: returned MetaData is empty"}));
     EXPECT_EQ(test.masses_seen.size(), test.axis.size());
     EXPECT_EQ(test.samples_seen.size(), test.samples.size());
     EXPECT_EQ(test.metadata.size(), 2);

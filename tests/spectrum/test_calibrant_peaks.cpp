@@ -185,27 +185,22 @@ TEST(WindowSearch, WhatItDoesNotTakeLeavesTheRecordsAsTheyWere) {
             test.peaks.peaks[0].pkCentroid = time_ns;
         };
     };
-    struct Case {
-        std::function<void(WindowSearch&)> prepare;
-        const char *traced, *error = "no error";
-    };
-    const Case cases[] = {
-        {[](auto& test) { test.samples.clear(); }, "Error : Empty Y Data"},
+    const std::string overflow = "Error[6] in FindPeakForMass(): Overflow: ";
+    const std::pair<std::function<void(WindowSearch&)>, std::string> cases[] = {
+        {[](auto& test) { test.samples = {}; }, "Error : Empty Y Data"},
         {[](auto& test) { test.peaks.returns_no_list = true; }, "PeakList is not set by PeakFinder"},
         {[](auto& test) { test.peaks.peaks.clear(); }, "NO Peaks Found"},
         // The window's edges themselves.
         {peak_at(19803), taken_aside},
         {peak_at(20203), taken_aside},
-        {[](auto& test) { test.instrument().sampling_interval_seconds = 1e300; },
-         "Error[6] in FindPeakForMass(): Overflow: sampling interval", "6|Korvane|Overflow: sampling interval"},
-        {[](auto& test) { test.samples = Masses(5500, 3e9); }, "Error[6] in FindPeakForMass(): Overflow: [3000000000]",
-         "6|Korvane|Overflow: [3000000000]"},
+        {[](auto& test) { test.instrument().sampling_interval_seconds = 1e300; }, overflow + "sampling interval"},
+        {[](auto& test) { test.samples = Masses(5500, 3e9); }, overflow + "[3000000000]"},
     };
-    for (const auto& [prepare, traced, error] : cases) {
+    for (const auto& [prepare, traced] : cases) {
         WindowSearch test;
         prepare(test);
-        EXPECT_EQ(test.find(), error);
-        const bool succeeds = error == std::string("no error");
+        const bool succeeds = !traced.starts_with(overflow);
+        EXPECT_EQ(test.find(), succeeds ? "no error" : "6|Korvane|Overflow: " + traced.substr(overflow.size()));
         EXPECT_EQ(test.found, succeeds ? traced == taken_aside : -1);
         EXPECT_TRUE(test.outputs_untouched());
         EXPECT_THAT(test.traced_by("FindPeakForMass"), Contains(traced));

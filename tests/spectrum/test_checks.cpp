@@ -66,25 +66,22 @@ TEST(VerifySpectrum, ThreeCalibrantsAboveTheMinimumAreTooFewInThreeSpectraAndFou
 }
 
 TEST(VerifySpectrum, RehearsedErrorComesBeforeAnySpectrumAndOnlyForTheExactWord) {
-    struct Case {
-        const char *word, *number, *raised;
-    };
-    const Case cases[] = {
-        {"yes", "-33", "no error"},
-        {"Yes", "-33.5", "-34||rehearsed"},
-        {"Yes", "0", "5|Korvane|Invalid procedure call or argument: TriggerErrorin_TriggerErrorNumber is 0"},
-        {"Yes", "x", "13|Korvane|Type mismatch: [x] (TriggerErrorin_TriggerErrorNumber in TunePreferences.xml)"}};
-    for (const Case& one : cases) {
+    const std::string invalid = "5|Korvane|Invalid procedure call or argument: TriggerErrorin_TriggerErrorNumber is 0";
+    const std::string mismatch = "13|Korvane|Type mismatch: [x] (TriggerErrorin_TriggerErrorNumber in TunePrefer";
+    for (const auto& [word, number, error] : {std::tuple{"yes", "-33", std::string("no error")},
+                                              {"Yes", "-33.5", "-34||rehearsed"},
+                                              {"Yes", "0", invalid},
+                                              {"Yes", "x", mismatch + "ences.xml)"}}) {
         Checks test;
-        test.test.preference("TriggerErrorin_TriggerErrorNumber", one.number);
+        test.test.preference("TriggerErrorin_TriggerErrorNumber", number);
         test.test.preference("TriggerErrorin_TriggerErrorString", "rehearsed");
-        test.test.preference("TriggerError_VerifyInstrumentIsShowingValidCalibrantSpectrum", one.word);
-        EXPECT_EQ(test.verify(), one.raised);
-        EXPECT_EQ(test.instrument().spectra, one.raised == std::string("no error"));
+        test.test.preference("TriggerError_VerifyInstrumentIsShowingValidCalibrantSpectrum", word);
+        EXPECT_EQ(test.verify(), error);
+        EXPECT_EQ(test.instrument().spectra, error == "no error");
     }
 }
 
-TEST(DualGain, HeightAtTheLimitIsNotBelowIt) {
+TEST(DualGain, HeightAtTheLimitIsNotBelowItOfTheMassesThatAreChosen) {
     for (const double mass : {100.0, 900.0, 2500.0})
         for (const double height : {99999.9, 100000.0}) {
             Checks test;
@@ -93,9 +90,6 @@ TEST(DualGain, HeightAtTheLimitIsNotBelowIt) {
             EXPECT_EQ(test.below(test.masses), height < 100000) << mass;
             EXPECT_EQ(test.traced_by(dual_gain_name).back(), height < 100000 ? "returning TRUE" : "returning FALSE");
         }
-}
-
-TEST(DualGain, MassesNotChosenMayBeAboveTheLimit) {
     // Only the low, the most abundant and the high mass are looked at; the last measurement of 400 alone is too high.
     Checks test;
     test.set_peak(900, 50000);
@@ -104,14 +98,14 @@ TEST(DualGain, MassesNotChosenMayBeAboveTheLimit) {
     EXPECT_EQ(test.traced_by(dual_gain_name), (Lines{"Abundances[100, 900, 2500] = [5000, 50000, 5000]",
                                                      "LowMassAb, MostAbMassAb, HighMassAb = [5000, 50000, 5000]",
                                                      "MaxAllowableAb = 100000", "returning TRUE"}));
+    test.instrument().has_control = false;
+    EXPECT_THAT(raised([&] { test.below(test.masses); }), StartsWith("91|"));
+    EXPECT_THAT(test.traced_by(dual_gain_name).back(), StartsWith("AbundancesAreBelowDualGainThreshold.Error[91] in "));
+    EXPECT_EQ(test.traced_by("FindIndexOfMostAbundantMasses").back(), "FindIndexOfMostAbundantMasses.Error[91]");
 }
 
 TEST(DualGain, MostAbundantMassIsChosenByItsRules) {
-    struct Case {
-        std::vector<double> masses, heights;
-        int chosen;
-    };
-    const Case cases[] = {
+    const std::tuple<std::vector<double>, std::vector<double>, int> cases[] = {
         {{100, 400, 900}, {5000, 6000, 7000}, 2},
         {{100, 400, 900}, {5000, 7000, 7000}, 1},    // a tie keeps the earlier
         {{100, 400, 900}, {9000, 7000, 7000}, 0},    // the highest low mass stays
@@ -132,14 +126,6 @@ TEST(DualGain, MostAbundantMassIsChosenByItsRules) {
                        text_of("CalibrantIdx of most abundant mass = ", chosen)});
         EXPECT_EQ(test.traced_by("FindIndexOfMostAbundantMasses"), traced);
     }
-}
-
-TEST(DualGain, ErrorReachesTheCallerThroughBothHandlers) {
-    Checks test;
-    test.instrument().has_control = false;
-    EXPECT_THAT(raised([&] { test.below(test.masses); }), StartsWith("91|"));
-    EXPECT_THAT(test.traced_by(dual_gain_name).back(), StartsWith("AbundancesAreBelowDualGainThreshold.Error[91] in "));
-    EXPECT_EQ(test.traced_by("FindIndexOfMostAbundantMasses").back(), "FindIndexOfMostAbundantMasses.Error[91]");
 }
 
 }  // namespace
