@@ -38,46 +38,41 @@ struct Group {
     std::int32_t error_number = 0;  ///< that asking for an unknown one raises, its description naming it; 0: none
 };
 
+// Routines that several entries are for.
+inline constexpr const char* transients_index = "GetNumTransTuneSPForCurrentSamplingRate";
+inline constexpr const char* capillary_index = "GetSourceSpecificVCapSetpointIndex";
+inline constexpr const char* vaporizer_index = "GetSourceSpecificVaporizerSetpointIndex";
+
 struct Setpoints {
     static constexpr Group group{"Indexes of the setpoint table", "SetpointTable.value", error_number::subscript};
-    Number sampling_rate{18, "sampling rate", "code", "of the digitiser: `sampling_rate`",
-                         "GetNumTransTuneSPForCurrentSamplingRate"};
+    Number sampling_rate{18, "sampling rate", "code", "of the digitiser: `sampling_rate`", transients_index};
     Number scintillator{69, "scintillator", "flag", "0 while peaks are measured", "GetPeakInfoForCalibrantMasses"};
-    Number vcap_esi{104, "capillary voltage, ESI", "V", "of sources 0, 5 and unknown ones",
-                    "GetSourceSpecificVCapSetpointIndex"};
-    Number vcap_multimode{105, "capillary voltage, Multimode", "V", "of source 4",
-                          "GetSourceSpecificVCapSetpointIndex"};
-    Number vcap_nano_esi{106, "capillary voltage, nanoESI", "V", "of sources 2 and 6",
-                         "GetSourceSpecificVCapSetpointIndex"};
-    Number vcap_appi{107, "capillary voltage, APPI", "V", "of source 8", "GetSourceSpecificVCapSetpointIndex"};
-    Number vcap_hplc_tile{116, "capillary voltage, HPLC-Tile", "V", "of source 1",
-                          "GetSourceSpecificVCapSetpointIndex"};
+    Number vcap_esi{104, "capillary voltage, ESI", "V", "of sources 0, 5 and unknown ones", capillary_index};
+    Number vcap_multimode{105, "capillary voltage, Multimode", "V", "of source 4", capillary_index};
+    Number vcap_nano_esi{106, "capillary voltage, nanoESI", "V", "of sources 2 and 6", capillary_index};
+    Number vcap_appi{107, "capillary voltage, APPI", "V", "of source 8", capillary_index};
+    Number vcap_hplc_tile{116, "capillary voltage, HPLC-Tile", "V", "of source 1", capillary_index};
     Number source_type{117, "source type", "code",
                        "0, 5, 9, 11 ESI; 1 HPLC-Tile; 2, 6 nanoESI; 3 MALDI; 4 Multimode; 7 APCI; 8 APPI; 10 GC-APCI",
                        "GetSourceTypeStr"};
     Number polarity{119, "polarity", "code", "`polarity`", "GetPolarityStr"};
-    Number vcap_apci{121, "capillary voltage, APCI", "V", "of sources 7 and 10", "GetSourceSpecificVCapSetpointIndex"};
-    Number vaporizer_apci{123, "vaporizer, APCI and APPI", "degree C", "temperature",
-                          "GetSourceSpecificVaporizerSetpointIndex"};
+    Number vcap_apci{121, "capillary voltage, APCI", "V", "of sources 7 and 10", capillary_index};
+    Number vaporizer_apci{123, "vaporizer, APCI and APPI", "degree C", "temperature", vaporizer_index};
     Number vaporizer_multimode{124, "vaporizer, Multimode", "degree C", "temperature; also of sources without one",
-                               "GetSourceSpecificVaporizerSetpointIndex"};
+                               vaporizer_index};
     Number corona_positive{125, "corona, positive", "uA", "current", "GetPolaritySpecificCoronaSetpointIndex"};
     Number corona_negative{126, "corona, negative", "uA", "current", "GetPolaritySpecificCoronaSetpointIndex"};
-    Number transients_1_ghz{127, "transients at 1 GHz", "count", "summed in a spectrum",
-                            "GetNumTransTuneSPForCurrentSamplingRate"};
+    Number transients_1_ghz{127, "transients at 1 GHz", "count", "summed in a spectrum", transients_index};
     Number mass_range{128, "mass range", "code", "`MassRangeComboBoxSelection`", "GetMaxMassForCurrentMassRange"};
     Number highest_extended_mass{135, "highest mass of the high mass range", "amu", "upper limit there",
                                  "IsThisMassInCurrentMassRange"};
     Number preamp_gain_mode{149, "pre-amplifier gain mode", "code", "`preamp_gain_mode`", "GetPreAmpOffsetRampStep"};
     Number high_resolution{150, "high resolution", "flag", "not 0 is on", "GetCurrentInstrumentStateAsString"};
-    Number transients_2_ghz{160, "transients at 2 GHz", "count", "summed in a spectrum",
-                            "GetNumTransTuneSPForCurrentSamplingRate"};
-    Number transients_4_ghz{161, "transients at 4 GHz", "count", "summed in a spectrum",
-                            "GetNumTransTuneSPForCurrentSamplingRate"};
+    Number transients_2_ghz{160, "transients at 2 GHz", "count", "summed in a spectrum", transients_index};
+    Number transients_4_ghz{161, "transients at 4 GHz", "count", "summed in a spectrum", transients_index};
     Number averaging{162, "averaging of abundances", "flag", "not 0: a probe is the mean of several spectra",
                      "BinaryAdjustAbundanceDownUsingThisSetpoint"};
-    Number vcap_sgf{165, "capillary voltage, sheath gas", "V", "of sources 9 and 11",
-                    "GetSourceSpecificVCapSetpointIndex"};
+    Number vcap_sgf{165, "capillary voltage, sheath gas", "V", "of sources 9 and 11", capillary_index};
     Number sheath_gas_pressure{167, "sheath gas", "l/min", "flow", "GetDefaultSheathGasPressureValue"};
     Number sheath_gas_temperature{169, "sheath gas temperature", "degree C", "temperature",
                                   "GetDefaultSheathGasTempValue"};
@@ -172,10 +167,9 @@ inline constexpr RunStates run_state{};
 
 struct SamplingRates {
     static constexpr Group group{"Values of the setpoint `sampling_rate`", "SetpointTable.value"};
-    Number at_1_ghz{1, "1 GHz", "code", "also what an unknown code counts as",
-                    "GetNumTransTuneSPForCurrentSamplingRate"};
-    Number at_2_ghz{2, "2 GHz", "code", "", "GetNumTransTuneSPForCurrentSamplingRate"};
-    Number at_4_ghz{3, "4 GHz", "code", "", "GetNumTransTuneSPForCurrentSamplingRate"};
+    Number at_1_ghz{1, "1 GHz", "code", "also what an unknown code counts as", transients_index};
+    Number at_2_ghz{2, "2 GHz", "code", "", transients_index};
+    Number at_4_ghz{3, "4 GHz", "code", "", transients_index};
 };
 inline constexpr SamplingRates sampling_rate{};
 

@@ -123,15 +123,10 @@ private:
         return (polarity == 0 ? flight.lent_positive : flight.lent_negative).value_or(flight.law);
     }
 
-    /// "SlicerPos.Count", "SlicerPos[n].Hours" and "SlicerPos[n].HighResolution", n from 1.
     std::optional<InstrumentValue> own_dictionary_item(const std::string& name) const override {
-        if (name == "SlicerPos.Count") return static_cast<std::int32_t>(slicer_position_count);
-        for (std::size_t slot = 0; slot < slicer_position_count; ++slot) {
-            const auto position = static_cast<std::int32_t>(slot) + 1;
-            if (name == contract::slicer_hours_item(position)) return (*kept_.slicer_hours)[slot];
-            if (name == "SlicerPos[" + std::to_string(position) + "].HighResolution")
-                return std::int32_t{scene_.slicer[slot].high_resolution};
-        }
+        for (std::size_t slot = 0; slot < slicer_position_count; ++slot)
+            if (name == contract::slicer_hours_item(static_cast<std::int32_t>(slot) + 1))
+                return (*kept_.slicer_hours)[slot];
         return std::nullopt;
     }
 
