@@ -242,8 +242,7 @@ double Instrument::read_register(const std::string& path) {
 
 InstrumentValue Instrument::dictionary_item(const std::string& name) {
     const std::lock_guard lock(mutex_);
-    const auto content =
-        dictionary_calibration(static_cast<std::int32_t>(setpoints_.commanded(contract::setpoint.polarity)));
+    const CalibrationContent content = dictionary_calibration();
     if (name == contract::dictionary_item.coefficient_a.key) return content.coefficients.A;
     if (name == contract::dictionary_item.coefficient_b.key) return content.coefficients.B;
     if (name == contract::dictionary_item.reserved_1.key) return content.settings.CalReserved1;

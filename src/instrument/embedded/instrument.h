@@ -119,7 +119,7 @@ protected:
     virtual double interval_seconds() const = 0;
     virtual std::unique_ptr<PeakFinder> make_finder() const = 0;
     /// The calibration that the data dictionary states.
-    virtual CalibrationContent dictionary_calibration(std::int32_t polarity) const = 0;
+    virtual CalibrationContent dictionary_calibration() const = 0;
     /// An item of the data dictionary that is not of the calibration; nothing where there is none.
     virtual std::optional<InstrumentValue> own_dictionary_item(const std::string&) const { return std::nullopt; }
     virtual bool is_ready() { return true; }

@@ -57,7 +57,7 @@ private:
     std::unique_ptr<PeakFinder> make_finder() const override {
         return make_peak_finder(playback_.spectra[shown_].peak_finder);
     }
-    embedded::CalibrationContent dictionary_calibration(std::int32_t) const override {
+    embedded::CalibrationContent dictionary_calibration() const override {
         const MassTimeCalibration& calibration = *playback_.spectra.front().calibration;
         return {calibration.coefficients(), calibration.settings()};
     }

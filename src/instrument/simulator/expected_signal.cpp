@@ -16,22 +16,19 @@ namespace korvane::simulation {
 namespace {
 
 struct SamplingRate {
-    double interval_seconds;
+    double interval_ns;
     std::int32_t transients_setpoint;
 };
 
-constexpr std::array<SamplingRate, 3> sampling_rates{{{1e-9, contract::setpoint.transients_1_ghz},
-                                                      {0.5e-9, contract::setpoint.transients_2_ghz},
-                                                      {0.25e-9, contract::setpoint.transients_4_ghz}}};
+/// By the code, from 1 on.
+constexpr std::array<SamplingRate, 3> sampling_rates{{{1, contract::setpoint.transients_1_ghz},
+                                                      {0.5, contract::setpoint.transients_2_ghz},
+                                                      {0.25, contract::setpoint.transients_4_ghz}}};
 
 // Beyond these everything saturates or is flat anyway.
 constexpr double most_ions = 1e9;
 constexpr double most_counts_per_ion = 1e5;
 constexpr double least_resolution = 100;
-
-std::size_t rate_slot(std::int32_t sampling_rate_code) {
-    return static_cast<std::size_t>(std::clamp(sampling_rate_code, 1, 3) - 1);
-}
 
 void apply_responses(const Scene& scene, const embedded::Setpoints& setpoints, AcquisitionConditions& conditions) {
     const auto source_type = static_cast<std::int32_t>(setpoints.actual(contract::setpoint.source_type));
@@ -115,24 +112,19 @@ double AcquisitionConditions::expected_ions(double reference_ions, double mz) co
     return std::min(ions, most_ions);
 }
 
-double sampling_interval_seconds(std::int32_t sampling_rate_code) {
-    return sampling_rates[rate_slot(sampling_rate_code)].interval_seconds;
-}
-
 AcquisitionConditions acquisition_conditions(const Scene& scene, std::int32_t polarity,
                                              const embedded::Setpoints& setpoints) {
-    const std::size_t rate = rate_slot(static_cast<std::int32_t>(setpoints.actual(contract::setpoint.sampling_rate)));
+    const auto rate = static_cast<std::size_t>(setpoints.actual(contract::setpoint.sampling_rate)) - 1;
     AcquisitionConditions conditions;
     conditions.polarity = polarity;
-    conditions.sampling_interval_ns = sampling_rates[rate].interval_seconds * 1e9;
+    conditions.sampling_interval_ns = sampling_rates.at(rate).interval_ns;
     conditions.sample_count =
         static_cast<std::size_t>(scene.instrument.spectrum_duration_ns / conditions.sampling_interval_ns);
     conditions.transients = static_cast<std::int32_t>(setpoints.actual(sampling_rates[rate].transients_setpoint));
     conditions.scan_seconds = conditions.transients / scene.instrument.transients_per_second;
 
     const auto gain_mode = static_cast<std::size_t>(setpoints.actual(contract::setpoint.preamp_gain_mode));
-    conditions.counts_per_ion =
-        scene.detector.counts_per_ion[rate] * scene.detector.gain_mode_factors[std::min<std::size_t>(gain_mode, 3)];
+    conditions.counts_per_ion = scene.detector.counts_per_ion[rate] * scene.detector.gain_mode_factors.at(gain_mode);
     const double baseline = scene.detector.baseline_counts +
                             scene.detector.preamp_offset_counts * setpoints.actual(embedded::preamp_offset_setpoint);
     conditions.baseline_counts = std::clamp(baseline, 0.0, 255.0) * conditions.transients;

@@ -36,9 +36,6 @@ struct AcquisitionConditions {
     double full_scale() const { return 255.0 * transients; }
 };
 
-/// Sampling interval in seconds of a sampling-rate code, 1 to 3.
-double sampling_interval_seconds(std::int32_t sampling_rate_code);
-
 /// The polarity is the one in which the spectrum is acquired, whatever the setpoint says.
 AcquisitionConditions acquisition_conditions(const Scene& scene, std::int32_t polarity,
                                              const embedded::Setpoints& setpoints);

@@ -87,15 +87,6 @@ void read(const JsonItem& item, InternalName name, const Bounds&) {
     name.index = definition->index;
 }
 
-/// Where what is missing is as the law says.
-struct LentCalibration {
-    std::optional<CalibrationContent>& of;
-    const CalibrationContent& law;
-};
-void read(const JsonItem& item, LentCalibration lent, const Bounds& bounds) {
-    read(item, lent.of.emplace(lent.law), bounds);
-}
-
 }  // namespace
 
 }  // namespace simulation
@@ -193,8 +184,6 @@ template <class Io>
 void fields(Io& io, FlightSetup& part) {
     io("law", part.law);
     io("use_flags", part.use_flags, {0, 1, 32});
-    io("lent_positive", LentCalibration{part.lent_positive, part.law});
-    io("lent_negative", LentCalibration{part.lent_negative, part.law});
     io("mass_drift_ppm_per_minute", part.mass_drift_ppm_per_minute, {-1000, 1000});
 }
 
@@ -324,32 +313,26 @@ void fields(Io& io, StateFileContent& part) {
     io("slicer_hours", part.slicer_hours, {0, most_slicer_hours});
 }
 
-static json::Source source_of(const std::string& file_name) {
-    return {"Simulator", "item[", "] of file[" + file_name + "]"};
-}
-
-static Scene changed_scene(Scene scene, std::string_view text, const std::string& file_name) {
-    const json::Source source = source_of(file_name);
-    const Json document = json::parse_json(text, most_scene_bytes, source);
-    read(JsonItem(document, "", source), scene, {});
-    return scene;
+/// What a file makes of the content that there is without it.
+template <class Content>
+Content changed(Content content, std::string_view text, std::size_t most_bytes, const std::string& file_name) {
+    const json::Source source{"Simulator", "item[", "] of file[" + file_name + "]"};
+    const Json document = json::parse_json(text, most_bytes, source);
+    read(JsonItem(document, "", source), content, {});
+    return content;
 }
 
 const Scene& default_scene() {
-    static const Scene scene = changed_scene({}, scene_files().front().bytes, "default scene");
+    static const Scene scene = changed(Scene(), scene_files().front().bytes, most_scene_bytes, "default scene");
     return scene;
 }
 
 Scene parse_scene(std::string_view text, const std::string& file_name) {
-    return changed_scene(default_scene(), text, file_name);
+    return changed(default_scene(), text, most_scene_bytes, file_name);
 }
 
 InstrumentState parse_state(std::string_view text, const std::string& file_name) {
-    const json::Source source = source_of(file_name);
-    const Json document = json::parse_json(text, most_state_bytes, source);
-    StateFileContent content;
-    read(JsonItem(document, "", source), content, {});
-    return content;
+    return changed(StateFileContent(), text, most_state_bytes, file_name);
 }
 
 std::string state_text(const InstrumentState& state) {

@@ -57,7 +57,6 @@ struct InstrumentSetup : embedded::Hardware {
 struct FlightSetup {
     embedded::CalibrationContent law;
     std::vector<std::int32_t> use_flags;
-    std::optional<embedded::CalibrationContent> lent_positive, lent_negative;
     double mass_drift_ppm_per_minute = 0;
 };
 

@@ -56,7 +56,7 @@ public:
         setpoints_.preset(scene_.setpoints);
         for (const SetpointFault& fault : scene_.faults.setpoints)
             setpoints_.delay(fault.setpoint, fault.after_spectra);
-        kept_.calibrations = {dictionary_calibration(0), dictionary_calibration(1)};
+        kept_.calibrations = {scene_.flight.law, scene_.flight.law};
         std::ranges::transform(scene_.slicer, kept_.slicer_hours.emplace().begin(), &SlicerPositionSetup::hours);
         if (const auto state = saved_state()) restore(*state);
         const VariantArray<std::int32_t> flags(scene_.flight.use_flags);
@@ -84,23 +84,22 @@ private:
         auto polarity = static_cast<std::int32_t>(setpoints_.actual(contract::setpoint.polarity));
         if (scene_.faults.wrong_polarity.contains(number)) polarity = 1 - polarity;
         const double minutes = elapsed_minutes_;
-        const double seconds = acquisition_conditions(scene_, polarity, setpoints_).scan_seconds;
-        elapsed_minutes_ += seconds / 60.0;
+        const AcquisitionConditions conditions = acquisition_conditions(scene_, polarity, setpoints_);
+        elapsed_minutes_ += conditions.scan_seconds / 60.0;
         const auto position = static_cast<std::size_t>(setpoints_.actual(embedded::slicer_position_setpoint)) - 1;
-        kept_.slicer_hours->at(position) += seconds / 3600.0;
+        kept_.slicer_hours->at(position) += conditions.scan_seconds / 3600.0;
         changed_since_ = true;
         const bool is_empty = scene_.faults.empty_spectra.contains(number);
         if (spectrum) {
             spectrum->retention_time = minutes;
             spectrum->start_time_ns = scene_.instrument.spectrum_start_ns;
-            if (!is_empty) fill(number, polarity, minutes, *spectrum);
+            if (!is_empty) fill(number, conditions, *spectrum);
         }
         return is_empty ? std::nullopt : std::optional(polarity);
     }
 
     double interval_seconds() const override {
-        return simulation::sampling_interval_seconds(
-            static_cast<std::int32_t>(setpoints_.actual(contract::setpoint.sampling_rate)));
+        return acquisition_conditions(scene_, 0, setpoints_).sampling_interval_ns * 1e-9;
     }
 
     std::unique_ptr<PeakFinder> make_finder() const override {
@@ -118,10 +117,7 @@ private:
         return make_peak_finder(options);
     }
 
-    embedded::CalibrationContent dictionary_calibration(std::int32_t polarity) const override {
-        const FlightSetup& flight = scene_.flight;
-        return (polarity == 0 ? flight.lent_positive : flight.lent_negative).value_or(flight.law);
-    }
+    embedded::CalibrationContent dictionary_calibration() const override { return scene_.flight.law; }
 
     std::optional<InstrumentValue> own_dictionary_item(const std::string& name) const override {
         for (std::size_t slot = 0; slot < slicer_position_count; ++slot)
@@ -144,19 +140,20 @@ private:
         if (std::exchange(kept_.calibrations[polarity], content) != content) keep_change();
     }
 
-    void fill(std::int64_t number, std::int32_t polarity, double minutes, AcquiredSpectrum& spectrum) {
-        const AcquisitionConditions conditions = acquisition_conditions(scene_, polarity, setpoints_);
-        SpectrumTiming timing;
-        timing.start_time_ns =
-            scene_.instrument.spectrum_start_ns + generator().start_phase(number) * conditions.sampling_interval_ns;
-        timing.time_factor = 1.0 + 0.5e-6 * scene_.flight.mass_drift_ppm_per_minute * minutes;
-        spectrum.start_time_ns = timing.start_time_ns;
-        spectrum.mass_data = mass_axis(*lent_[static_cast<std::size_t>(polarity)], timing.start_time_ns, conditions);
+    void fill(std::int64_t number, const AcquisitionConditions& conditions, AcquiredSpectrum& spectrum) {
         try {
-            spectrum.y_data = generator().generate(number, conditions, timing);
+            // Made when the first spectrum is asked for: its tables cost more than everything else at the start.
+            if (!generator_) generator_.emplace(scene_, options_.seed);
+            spectrum.start_time_ns += generator_->start_phase(number) * conditions.sampling_interval_ns;
+            const double drift = 0.5e-6 * scene_.flight.mass_drift_ppm_per_minute * spectrum.retention_time;
+            spectrum.y_data = generator_->generate(number, conditions, {spectrum.start_time_ns, 1.0 + drift});
         } catch (const Error& fault) {
-            raise_of_scene(fault);
+            if (fault.number() == error_number::file_or_element) throw;
+            throw Error(error_number::file_or_element, "Simulator",
+                        "scene file[" + options_.scene_path.value_or("default scene") + "]: " + fault.description());
         }
+        const MassTimeCalibration& calibration = *lent_[static_cast<std::size_t>(conditions.polarity)];
+        spectrum.mass_data = mass_axis(calibration, spectrum.start_time_ns, conditions);
     }
 
     /// Masses of the samples, computed once for as long as nothing that they depend on changes; copies share storage.
@@ -170,22 +167,6 @@ private:
         mass_axis_ = calibration.masses_from_times(times);
         mass_axis_basis_ = basis;
         return mass_axis_;
-    }
-
-    /// Made when the first spectrum is asked for: its tables cost more than everything else at the start.
-    SpectrumGenerator& generator() {
-        if (generator_) return *generator_;
-        try {
-            return generator_.emplace(scene_, options_.seed);
-        } catch (const Error& fault) {
-            raise_of_scene(fault);
-        }
-    }
-
-    [[noreturn]] void raise_of_scene(const Error& fault) const {
-        if (fault.number() == error_number::file_or_element) throw fault;
-        throw Error(error_number::file_or_element, "Simulator",
-                    "scene file[" + options_.scene_path.value_or("default scene") + "]: " + fault.description());
     }
 
     /// Nothing where no state is kept, or none yet.
