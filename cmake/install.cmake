@@ -29,10 +29,14 @@ Cflags: -I${includedir}
 ]])
 install(FILES ${PROJECT_BINARY_DIR}/korvane.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# The program writes its own manual, a page and one a command.
+# The manual, a page a command, is made of what the program tells of itself.
+find_program(KORVANE_HELP2MAN help2man)
+if(NOT KORVANE_HELP2MAN)
+  message(STATUS "There will be no manual pages; scripts/bootstrap.sh installs help2man")
+  return()
+endif()
 set(manual ${PROJECT_BINARY_DIR}/man)
-add_custom_command(OUTPUT ${manual}/korvane.1 DEPENDS korvane_program cmake/manual_pages.cmake VERBATIM
-  COMMAND ${CMAKE_COMMAND} -DPROGRAM=$<TARGET_FILE:korvane_program> -DFOLDER=${manual}
-          -P ${PROJECT_SOURCE_DIR}/cmake/manual_pages.cmake)
+add_custom_command(OUTPUT ${manual}/korvane.1 DEPENDS korvane_program cmake/manual_pages.sh VERBATIM
+  COMMAND ${PROJECT_SOURCE_DIR}/cmake/manual_pages.sh $<TARGET_FILE:korvane_program> ${manual})
 add_custom_target(korvane_manual ALL DEPENDS ${manual}/korvane.1)
 install(DIRECTORY ${manual}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

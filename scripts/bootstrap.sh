@@ -5,7 +5,7 @@ set -euo pipefail
 
 native=(g++ cmake ninja-build ccache git ca-certificates libexpat1-dev libpugixml-dev libfmt-dev libcli11-dev
         nlohmann-json3-dev libeigen3-dev zlib1g-dev libsqlite3-dev libpq-dev libgtest-dev libgmock-dev
-        python3-jsonschema)
+        python3-jsonschema help2man)
 python=(python3 python3-venv python3-pip python3-setuptools python3-wheel python3-numpy python3-pandas python3-pytest mypy)
 windows=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools libz-mingw-w64-dev wine wine64 libwine
          googletest dpkg-dev make tcl)

@@ -82,31 +82,19 @@ constexpr auto commands = std::to_array<CommandRow>(
      {"", "automation", "describe the automation interface", declare_automation},
      {"", "conform", "check an instrument layer, operation by operation", declare_conform}});
 
-/// Hands the words behind a hidden command to `text_of`, once all commands have been declared.
-template <std::string (*text_of)(Session&, CLI::App&, const WordList&)>
-void declare_hidden(CLI::App& command, Session& session) {
+/// Not shown: what the completion of a shell asks for, behind the words that it has.
+void declare_complete(CLI::App& command, Session& session) {
     command.fallthrough(false)->prefix_command();
     runs(command, session, [&command](Session& running) {
         CLI::App& program = *command.get_parent();
         for (const CommandRow& row : commands) row.declare(*program.get_subcommand(row.name), running);
-        return running.show({}, text_of(running, program, command.remaining()));
+        std::string lines;
+        for (const std::string& word : completions(running, program, command.remaining())) lines += word + "\n";
+        return running.show({}, lines);
     });
 }
 
-std::string completion_lines(Session& session, CLI::App& program, const WordList& words) {
-    const WordList found = completions(session, program, words);
-    return found.empty() ? "" : fmt::format("{}\n", fmt::join(found, "\n"));
-}
-
-std::string page_of(Session&, CLI::App& program, const WordList& words) {
-    return manual_page(words.empty() ? program : *program.get_subcommand(words.front()));
-}
-
-/// Words for programs: what the completion of a shell asks for, and the manual pages that the build makes.
-constexpr std::array hidden_commands{
-    CommandRow{"", "complete", "print what may stand in the place of the last word", declare_hidden<completion_lines>},
-    CommandRow{"", "manual", "print the manual page of the program, or of a command", declare_hidden<page_of>},
-};
+constexpr CommandRow completion{"", "complete", "print what may stand in the place of the last word", declare_complete};
 
 void add_recording_options(CLI::App& program, RecordingOptions& options) {
     const auto read_level = [&options](const std::string& text) {
@@ -312,7 +300,7 @@ int parse_and_run(int argc, const char* const* argv, Streams streams, Session& s
     std::string heading;
     for (const CommandRow& row : commands)
         add_command(program, session, row, *row.heading ? heading = row.heading : heading);
-    for (const CommandRow& row : hidden_commands) add_command(program, session, row, "");
+    add_command(program, session, completion, "");
     program.footer(examples + exit_code_help() + "\n");
 
     const auto parsed = parse(program, argc, argv, session);

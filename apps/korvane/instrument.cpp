@@ -73,22 +73,19 @@ ExitCode record(Session& session, const RecordOptions& options) {
 }
 
 constexpr const char* call_help =
-    "An argument is JSON (numbers, texts in quotes, true, false, null, arrays, records as objects of their fields) or\n"
-    "plain text; NAME=ARG passes it by the parameter's name, and parameters may be left out from the end. An object "
-    "is\n"
-    "asked of another member: '{\"call\": \"TuneGlobals.GetCurrentCalibrationObjFromDD\"}'. Prints one JSON object: "
-    "the\n"
-    "result, and the new values of the arguments that the member changed. A property is set with CLASS.PROPERTY= "
-    "VALUE.\n"
-    "With \"-\" alone, calls are read from standard input, a line a call with the words as here and a shell's quotes, "
-    "on\nobjects that stay alive; each prints one line, {\"result\": ...} or {\"error\": ...}, and the exit code is "
-    "that of\nthe last failure.\n"
-    "Options of the program come before \"call\"; all that follows belongs to the call. Members: korvane automation "
-    "list.\n\n"
-    "Examples:\n"
-    "  korvane call TuneGlobals.GetCurrentInstrumentStateAsString\n"
-    "  korvane call SpectrumParser.GetPeakAttribute 5 566.89 dMassWindow=0.5\n"
-    "  korvane call clsTuneParamsXML.GetAutotuneLimitValue RampParams MinimumAcceptableAbundance\n";
+    R"(An argument is JSON (numbers, texts in quotes, true, false, null, arrays, records as objects of their fields) or
+plain text; NAME=ARG passes it by the parameter's name, and parameters may be left out from the end. An object is
+asked of another member: '{"call": "TuneGlobals.GetCurrentCalibrationObjFromDD"}'. Prints one JSON object: the
+result, and the new values of the arguments that the member changed. A property is set with CLASS.PROPERTY= VALUE.
+With "-" alone, calls are read from standard input, a line a call with the words as here and a shell's quotes, on
+objects that stay alive; each prints one line, {"result": ...} or {"error": ...}, and the exit code is that of
+the last failure.
+Options of the program come before "call"; all that follows belongs to the call. Members: korvane automation list.
+
+Examples:
+  korvane call TuneGlobals.GetCurrentInstrumentStateAsString                 a text
+  korvane call SpectrumParser.GetPeakAttribute 5 566.89 dMassWindow=0.5      a parameter by its name
+)";
 
 /// Calls from standard input, a line a call, on objects that stay alive. The code is that of the last failure.
 ExitCode call_lines(Session& session) {

@@ -164,7 +164,8 @@ ExitCode verify(Session& session, const NoOptions&) {
         parser.VerifyInstrumentIsShowingValidCalibrantSpectrum();
     } catch (const Error& error) {
         if (exit_code_of(error) == ExitCode::check_failed)
-            session.show(Json{{"valid", false}, {"message", error.description()}, {"calibrants", nullptr}}, std::string());
+            session.show(Json{{"valid", false}, {"message", error.description()}, {"calibrants", nullptr}},
+                         std::string());
         throw;
     }
     TuneRecord found;

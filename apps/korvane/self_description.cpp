@@ -31,34 +31,6 @@ std::size_t word_distance(std::string_view from, std::string_view to) {
     return row.back();
 }
 
-// ---- manual pages ----
-
-/// The text as roff prints it: minus signs that can be copied, no line taken for a request.
-std::string roff(std::string_view text) {
-    std::string out;
-    bool line_begins = true;
-    for (const char character : text) {
-        if (line_begins && (character == '.' || character == '\'')) out += "\\&";
-        if (character == '\\' || character == '-') out += '\\';
-        out += character == '\\' ? "e" : std::string(1, character);
-        line_begins = character == '\n';
-    }
-    return out;
-}
-
-std::string option_line(const CLI::Option& option) {
-    std::string line = "\\fB" + roff(option.get_name(option.get_positional(), true)) + "\\fR";
-    if (option.get_items_expected_max() > 0 && !option.get_positional())
-        line += " \\fI" + roff(option.get_type_name()) + "\\fR";
-    return fmt::format(".TP\n{}\n{}\n", line, roff(option.get_description()));
-}
-
-std::string options_of(const CLI::App& command) {
-    std::string text;
-    for (const CLI::Option* option : command.get_options()) text += option_line(*option);
-    return text;
-}
-
 /// Those that are shown.
 std::vector<const CLI::App*> commands_of(const CLI::App& command) {
     return command.get_subcommands([](const CLI::App* child) { return !child->get_group().empty(); });
@@ -190,29 +162,6 @@ void suggesting(Session& session, const std::vector<std::pair<const char*, std::
         }
         throw error.described(text);
     }
-}
-
-std::string manual_page(const CLI::App& command) {
-    const CLI::App* const parent = command.get_parent();
-    const std::string whole = parent ? "korvane " + command.get_name() : "korvane";
-    const std::string title = parent ? "korvane-" + command.get_name() : "korvane";
-    const auto children = commands_of(command);
-    std::string page =
-        fmt::format(".TH {} 1 \"\" \"korvane " KORVANE_VERSION "\" \"User Commands\"\n.SH NAME\n{} \\- {}\n",
-                    roff(title), roff(title), parent ? roff(command.get_description()) : "measure and adjust a tune");
-    page += fmt::format(".SH SYNOPSIS\n.B {}\n[OPTIONS]{}", roff(whole), children.empty() ? "" : " COMMAND");
-    for (const CLI::Option* option : command.get_options())
-        if (option->get_positional())
-            page += option->get_required() ? " " + option->get_name(true) : " [" + option->get_name(true) + "]";
-    page += "\n.SH DESCRIPTION\n" + roff(command.get_description()) + "\n.SH OPTIONS\n" + options_of(command);
-    if (!children.empty()) page += ".SH COMMANDS\n";
-    for (const CLI::App* child : children) {
-        const std::string name = parent ? whole + " " + child->get_name() : title + "-" + child->get_name() + "(1)";
-        page += fmt::format("{}{}\n{}\n", parent ? ".SS " : ".TP\n.B ", roff(name), roff(child->get_description()));
-        if (parent) page += options_of(*child) + ".PP\n.nf\n" + roff(child->get_footer()) + ".fi\n";
-    }
-    return page + ".SH NOTES\n.nf\n" + roff(command.get_footer()) + "\n.fi\n" +
-           (parent ? ".SH SEE ALSO\n.BR korvane (1)\n" : "");
 }
 
 WordList words_that_may_follow(const CLI::App& command, bool options) {

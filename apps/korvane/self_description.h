@@ -1,5 +1,5 @@
-// What the program says of itself: the names that there are, what was probably meant by one that there is not, manual
-// pages, and the words that may stand next.
+// What the program says of itself: the names that there are, what was probably meant by one that there is not, and the
+// words that may stand next.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -29,9 +29,6 @@ std::string did_you_mean(std::string_view word, const WordList& known);
 /// Runs the work; its error gets what was probably meant by the words, each with the name of its kind.
 void suggesting(Session& session, const std::vector<std::pair<const char*, std::string>>& words,
                 const std::function<void()>& work, const std::string& tree = autotune_tree);
-
-/// Page of section 1 for man, of the program or, for one of its commands, of that. Commands have been declared.
-std::string manual_page(const CLI::App& command);
 
 /// The commands of a group, or the options that a command takes.
 WordList words_that_may_follow(const CLI::App& command, bool options);
