@@ -19,7 +19,6 @@ struct SecantRequest {
     bool lower_value_reduces_abundance = true;
     std::optional<double> low = {}, high = {};  ///< the setpoint's limits where not given
     std::optional<double> resolution = {};      ///< the setpoint's where not given
-    double speed_up_factor = 16;                ///< the number of transients at the start is divided by it; at least 1
 };
 
 struct SecantProbe {

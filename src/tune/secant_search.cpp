@@ -43,6 +43,8 @@ constexpr double beside_a_bound = 0.1;
 constexpr double missing_margin = 1.15, least_part_near = 0.25;
 /// Without a stated error a reading is taken for one of a tenth.
 constexpr double unknown_relative_error = 0.1;
+/// The number of transients at the start is that on entry divided by it.
+constexpr double speed_up = 16;
 /// More probes than any response needs that a search can end on.
 constexpr std::size_t most_probes = 40;
 /// Halvings towards more abundance before its bound is tried.
@@ -135,7 +137,7 @@ public:
         transients_setpoint_ = globals_.GetNumTransTuneSPForCurrentSamplingRate();
         all_transients_ = globals_.GetMSSetpointValueByIdx(transients_setpoint_);
         outcome_.value = globals_.GetMSSetpointValueByIdx(request.setpoint);
-        set_transients(all_transients_ / request.speed_up_factor);
+        set_transients(all_transients_ / speed_up);
     }
 
     SecantOutcome run() {
@@ -160,8 +162,6 @@ private:
         if (!(request_.target > 0)) refuse(fmt::format("target {} is not above 0", request_.target));
         if (!(request_.relative_tolerance > 0))
             refuse(fmt::format("tolerance {} is not above 0", request_.relative_tolerance));
-        if (!(request_.speed_up_factor >= 1))
-            refuse(fmt::format("speed-up factor {} is below 1", request_.speed_up_factor));
         if (!(resolution_ > 0)) refuse(fmt::format("resolution {} is not above 0", resolution_));
         const double least = table.lower_limit(request_.setpoint), most = table.upper_limit(request_.setpoint);
         if (!(low_ < high_ && low_ >= least && high_ <= most))
@@ -262,7 +262,7 @@ private:
     double goal() const { return request_.relative_tolerance / 2; }
 
     double next_value() {
-        const double few = all_transients_ / request_.speed_up_factor;
+        const double few = all_transients_ / speed_up;
         if (is_near() && is_inside()) {
             const double missing = 1 / (goal() * goal()) - 1 / (crossing_->error * crossing_->error);
             set_transients(std::max(
