@@ -27,11 +27,11 @@ public:
     /// Makes nothing and asks the instrument nothing.
     explicit Restoring(const Platform& platform);
     /// Puts back what has not been; never raises.
-    ~Restoring();
+    ~Restoring() { restore(); }
     Restoring(const Restoring&) = delete;
     Restoring& operator=(const Restoring&) = delete;
 
-    const Platform& platform() const;
+    const Platform& platform() const { return platform_; }
     /// From now on this setpoint is not put back, or only as far as later writes move it.
     void keep(std::int32_t setpoint);
     void keep_everything();

@@ -155,14 +155,6 @@ Restoring::Restoring(const Platform& platform) : journal_(std::make_shared<Journ
     platform_.instrument = std::make_shared<Layer>(platform.instrument, journal_);
 }
 
-Restoring::~Restoring() {
-    restore();
-}
-
-const Platform& Restoring::platform() const {
-    return platform_;
-}
-
 void Restoring::keep(std::int32_t setpoint) {
     const std::lock_guard lock(journal_->mutex);
     std::erase_if(journal_->moves,
