@@ -9,7 +9,7 @@
 #include "fuzz/targets.h"
 #include "korvane/abort_helper.h"
 #include "korvane/embedded_parts.h"
-#include "support/memory_platform.h"
+#include "support/test_platform.h"
 
 namespace korvane::fuzz {
 

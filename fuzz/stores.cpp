@@ -6,7 +6,7 @@
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
 #include "platform/xml_document.h"
-#include "support/memory_platform.h"
+#include "support/test_platform.h"
 
 namespace korvane::fuzz {
 

@@ -9,8 +9,8 @@
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
 #include "platform/files.h"
-#include "support/memory_platform.h"
 #include "support/raised.h"
+#include "support/test_platform.h"
 
 namespace korvane {
 namespace {

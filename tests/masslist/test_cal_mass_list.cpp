@@ -3,8 +3,8 @@
 #include <functional>
 
 #include "korvane/cal_mass_list.h"
-#include "support/memory_platform.h"
 #include "support/raised.h"
+#include "support/test_platform.h"
 
 namespace korvane {
 namespace {

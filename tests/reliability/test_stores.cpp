@@ -7,8 +7,8 @@
 #include "korvane/cal_mass_list.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
-#include "support/memory_platform.h"
 #include "support/raised.h"
+#include "support/test_platform.h"
 
 namespace korvane {
 namespace {
@@ -73,7 +73,7 @@ TEST(CrashDuringSave, LeavesTheOldOrTheNewFileWhateverWasFlushed) {
             StoreTry attempt(operation);
             std::vector<MemoryDisk::Image> images;
             attempt.disk.before_operation = [&](const std::string&) {
-                for (auto& image : attempt.disk.crash_images(16)) images.push_back(std::move(image));
+                for (auto& image : attempt.disk.crash_images()) images.push_back(std::move(image));
             };
             attempt.save();
             const std::string saved = attempt.content();
@@ -86,7 +86,7 @@ TEST(CrashDuringSave, LeavesTheOldOrTheNewFileWhateverWasFlushed) {
                 ++states;
                 new_states += left == saved;
             }
-            for (const auto& image : attempt.disk.crash_images(16))
+            for (const auto& image : attempt.disk.crash_images())
                 ASSERT_EQ(image.at(attempt.path), saved) << operation.name << ": a finished save is not yet sure";
         }
     std::cout << states << " states: " << states - new_states << " old, " << new_states << " new\n";
@@ -112,8 +112,8 @@ void expect_old_or_saved(const StoreOperation& operation, const std::string& sav
     EXPECT_EQ(attempt.disk.open_files, 0) << "a file stays open";
     const std::string now = attempt.content();
     EXPECT_TRUE(now == saved || (error && now == operation.content)) << "damaged, or neither saved nor reported";
-    for (const std::string& path : attempt.disk.paths())
-        EXPECT_TRUE(fault.stays || path.find(".tmp") == std::string::npos) << "a temporary file stays: " << path;
+    for (const std::string& name : attempt.disk.list(attempt.folder))
+        EXPECT_TRUE(fault.stays || name.find(".tmp") == std::string::npos) << "a temporary file stays: " << name;
 }
 
 TEST(FailedFileOperation, IsReportedOnceAndLeavesTheOldFile) {

@@ -44,12 +44,6 @@ std::optional<std::string> MemoryDisk::content(const std::string& path) const {
     return known->second->seen;
 }
 
-std::vector<std::string> MemoryDisk::paths() const {
-    std::vector<std::string> all;
-    for (const auto& [path, inode] : entries_) all.push_back(path);
-    return all;
-}
-
 void MemoryDisk::operation(const std::string& name) {
     if (before_operation) before_operation(name);
     ++operations;
@@ -67,17 +61,17 @@ void MemoryDisk::entries_changed() {
     folder_history_.push_back(entries_);
 }
 
-std::vector<MemoryDisk::Image> MemoryDisk::crash_images(int torn_parts) const {
+std::vector<MemoryDisk::Image> MemoryDisk::crash_images() const {
+    constexpr std::size_t torn_parts = 16;
     std::vector<Image> images;
     for (const Entries& entries : folder_history_)
-        for (int part = 0; part <= torn_parts + 1; ++part) {
+        for (std::size_t part = 0; part <= torn_parts + 1; ++part) {
             Image image;
             for (const auto& [path, inode] : entries) {
                 const auto shared = inode->seen.starts_with(inode->flushed) ? inode->flushed.size() : 0;
                 const auto unsure = inode->seen.size() - shared;
-                image[path] = part == 0 ? inode->flushed
-                                        : inode->seen.substr(0, shared + unsure * static_cast<std::size_t>(part) /
-                                                                             static_cast<std::size_t>(torn_parts + 1));
+                image[path] =
+                    part == 0 ? inode->flushed : inode->seen.substr(0, shared + unsure * part / (torn_parts + 1));
             }
             images.push_back(std::move(image));
         }

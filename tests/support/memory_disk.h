@@ -19,7 +19,6 @@ public:
     void put(const std::string& path, const std::string& bytes, bool read_only = false);
     /// What a reader sees now; nothing where there is no file.
     std::optional<std::string> content(const std::string& path) const;
-    std::vector<std::string> paths() const;
 
     /// Fails the n-th operation (from 1); every later one too when `stays`. A short write leaves half of its bytes.
     struct Fault {
@@ -35,10 +34,10 @@ public:
     /// Called before every operation with its name; for notes and for races.
     std::function<void(const std::string& operation)> before_operation;
 
-    /// Everything that may be on the disk after a crash right now, as path to content. `torn_parts` is the number of
-    /// places at which an unflushed write may be cut.
+    /// Everything that may be on the disk after a crash right now, as path to content. An unflushed write may be cut at
+    /// 16 places.
     using Image = std::map<std::string, std::string>;
-    std::vector<Image> crash_images(int torn_parts = 3) const;
+    std::vector<Image> crash_images() const;
 
     void read(const std::string& path, std::string& bytes) override;
     FileStatus status(const std::string& path) override;

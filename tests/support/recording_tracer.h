@@ -1,6 +1,7 @@
 // A tracer that keeps what it is told, a line an event: "> Name" entry, "< Name" exit, "Name: text" print.
 #pragma once
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,11 +22,7 @@ struct TraceRecord {
         if (name == failing) throw Error(-99, "Tracer", name);
     }
 
-    bool contains(const std::string& line) const {
-        for (const auto& known : lines)
-            if (known == line) return true;
-        return false;
-    }
+    bool contains(const std::string& line) const { return std::ranges::count(lines, line) > 0; }
 };
 
 class RecordingTracerFactory final : public TracerFactory {

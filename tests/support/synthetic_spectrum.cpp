@@ -136,16 +136,6 @@ ArrivalSpread arrival_spread(const SyntheticSet& set, double time_ns) {
     return {sigma, set.tail_sigmas * sigma};
 }
 
-std::vector<double> sample_times_of_peak(const SyntheticSet& set, const TruePeak& peak, double start_time_ns) {
-    const double sigma_ns = set.sigma_ns(peak.time_ns);
-    const double before = std::ceil((peak.time_ns - 7 * sigma_ns - start_time_ns) / set.interval_ns);
-    std::vector<double> times_ns;
-    for (double time_ns = start_time_ns + before * set.interval_ns; time_ns <= peak.time_ns + 22 * sigma_ns;
-         time_ns += set.interval_ns)
-        times_ns.push_back(time_ns);
-    return times_ns;
-}
-
 double SyntheticSet::fwhm_ns(double time_ns) const {
     return std::hypot(time_ns / (2 * resolution_limit), detector_fwhm_ns);
 }

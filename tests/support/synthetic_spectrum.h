@@ -83,7 +83,4 @@ ArrivalSpread arrival_spread(const SyntheticSet& set, double time_ns);
 double arrival_density(const SyntheticSet& set, double sigma_ns, double tail_ns, double distance_ns);
 double normal_density(double x);
 
-/// Times of the samples that hold all of a peak; those before or after the spectrum too.
-std::vector<double> sample_times_of_peak(const SyntheticSet& set, const TruePeak& peak, double start_time_ns);
-
 }  // namespace korvane

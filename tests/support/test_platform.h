@@ -1,4 +1,5 @@
-// A whole platform for tests: scripted instrument, virtual clock, recording tracer, real files in a folder of its own.
+// Whole platforms for tests: scripted instrument, virtual clock, recording tracer; files in a folder of its own or in
+// memory.
 #pragma once
 
 #include <filesystem>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "korvane/platform.h"
+#include "support/memory_disk.h"
 #include "support/recording_tracer.h"
 #include "support/scripted_instrument.h"
 #include "support/virtual_clock.h"
@@ -34,9 +36,28 @@ void write_text(const std::filesystem::path& path, const std::string& text);
 /// The lines of a text file, without their ends.
 std::vector<std::string> read_lines(const std::filesystem::path& path);
 
+/// All of a platform but its files.
+struct ScriptedParts {
+    std::shared_ptr<ScriptedLayer> layer = std::make_shared<ScriptedLayer>();
+    std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
+    std::shared_ptr<RecordingTracerFactory> tracers = std::make_shared<RecordingTracerFactory>();
+    std::shared_ptr<RecordingMessageBox> message_box = std::make_shared<RecordingMessageBox>();
+};
+
+/// A platform with everything in memory. Tracing is off.
+struct MemoryPlatform : ScriptedParts {
+    MemoryPlatform() {
+        tracers->record->on = false;
+        layer->state->base_folder = "/base/";
+    }
+    Platform platform() const { return {layer, disk, clock, message_box, tracers}; }
+
+    std::shared_ptr<MemoryDisk> disk = std::make_shared<MemoryDisk>();
+};
+
 /// Every test's world. The base folder holds "TunePreferences.xml" and "TuneParams.xml" with the content given by
 /// `preference` and `limit`, and an empty "Logfiles".
-class TestPlatform {
+class TestPlatform : public ScriptedParts {
 public:
     TestPlatform();
 
@@ -55,10 +76,6 @@ public:
     std::vector<std::string> log_lines(const std::string& name_start) const;
 
     TemporaryFolder folder;
-    std::shared_ptr<ScriptedLayer> layer = std::make_shared<ScriptedLayer>();
-    std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
-    std::shared_ptr<RecordingTracerFactory> tracers = std::make_shared<RecordingTracerFactory>();
-    std::shared_ptr<RecordingMessageBox> message_box = std::make_shared<RecordingMessageBox>();
     std::shared_ptr<Files> files;
 
 private:

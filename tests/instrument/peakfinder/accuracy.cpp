@@ -65,6 +65,17 @@ InformationBounds pulse_bounds(const SyntheticSet& set, const TruePeak& peak, co
     return {1 / slope.dot(covariance.llt().solve(slope)), 1 / (2 * peak.ions)};
 }
 
+/// Times of the samples that hold all of a peak; those before or after the spectrum too.
+std::vector<double> sample_times_of_peak(const SyntheticSet& set, const TruePeak& peak, double start_time_ns) {
+    const double sigma_ns = set.sigma_ns(peak.time_ns);
+    const double before = std::ceil((peak.time_ns - 7 * sigma_ns - start_time_ns) / set.interval_ns);
+    std::vector<double> times_ns;
+    for (double time_ns = start_time_ns + before * set.interval_ns; time_ns <= peak.time_ns + 22 * sigma_ns;
+         time_ns += set.interval_ns)
+        times_ns.push_back(time_ns);
+    return times_ns;
+}
+
 InformationBounds information_bounds(const SyntheticSet& set, const TruePeak& peak, double start_time_ns) {
     const auto times_ns = sample_times_of_peak(set, peak, start_time_ns);
     if (set.statistics == IonStatistics::Pulse) return pulse_bounds(set, peak, times_ns);
