@@ -1,4 +1,4 @@
-// The page of a tune: of the kept scene as text, of hostile names, of many calibrants.
+// The page of a tune: of the kept scene as text, of hostile names, of many calibrants. What its pictures may not lose.
 #include "korvane/report.h"
 
 #include <gtest/gtest.h>
@@ -9,9 +9,11 @@
 #include <cstdlib>
 
 #include "korvane/embedded.h"
+#include "korvane/peak_traces.h"
 #include "korvane/tune_history.h"
 #include "korvane/tune_run.h"
 #include "support/test_platform.h"
+#include "tune/svg.h"
 
 namespace korvane {
 namespace {
@@ -89,6 +91,52 @@ TEST(Report, OfFiftyCalibrantsIsSmallAndSoonWritten) {
     RecordProperty("milliseconds", std::to_string(best_ms));
     const char* const most = std::getenv("KORVANE_REPORT_MS");
     EXPECT_LE(best_ms, most ? std::atof(most) : INFINITY);
+}
+
+// A line of any number of points over a few hundred columns keeps its lowest and its highest value.
+TEST(Svg, LinesKeepTheirApex) {
+    for (const std::size_t size : {1U, 100U, 300'000U})
+        for (const std::size_t apex : {std::size_t{0}, size / 3, size - 1}) {
+            std::vector<svg::Point> points;
+            for (std::size_t i = 0; i < size; ++i)
+                points.push_back({static_cast<double>(i), i == apex ? 50.0 : 1.0 + i % 2});
+            svg::Panel panel({0, 0, 500, 100}, {{0, static_cast<double>(size)}}, {{0, 100}});
+            panel.line(points, "apex");
+            EXPECT_NE(panel.content().find(" 50"), std::string::npos) << size << ", " << apex;
+            EXPECT_LT(panel.content().size(), 25'000U);
+        }
+}
+
+// The samples kept for a picture are those that the peak was measured in, and the fit kept beside them is theirs.
+TEST(PeakTraces, SamplesAndFitBelongToTheMeasuredPeak) {
+    const TemporaryFolder folder;
+    create_base_folder(folder.path() / "base");
+    PeakTraces traces(make_embedded_platform({.base_folder = folder.path() / "base"}));
+    TuneGlobals globals(traces.platform());
+    SpectrumParser parser(traces.platform());
+    const VariantArray<double> masses(std::vector<double>{158.9640, 600.0, 1926.6365});
+    const auto measured = measure_calibrants(parser, globals, masses);
+    const auto kept = traces.take();
+    ASSERT_EQ(kept.size(), measured.size());
+    EXPECT_FALSE(kept[1].counts.empty());
+    EXPECT_TRUE(traces.take().empty());
+    for (const std::size_t i : {0, 2}) {
+        const PeakTrace& trace = kept[i];
+        EXPECT_LE(trace.window_start_ns, trace.start_ns);
+        EXPECT_LT(trace.window_end_ns - trace.start_ns, trace.interval_ns * static_cast<double>(trace.counts.size()));
+        // Sample for sample the fit leaves what counting ions leaves, which a shift of a tenth of a width does not.
+        double left = 0, all = 0;
+        for (std::size_t point = 0; point < trace.fit.size(); point += 4) {
+            const double time_ns = trace.fit_start_ns + static_cast<double>(point) * trace.fit_interval_ns;
+            const auto sample = std::lround((time_ns - trace.start_ns) / trace.interval_ns);
+            ASSERT_NEAR(trace.start_ns + static_cast<double>(sample) * trace.interval_ns, time_ns, 1e-6);
+            const double counts = trace.counts.at(static_cast<std::size_t>(sample));
+            left += std::abs(counts - trace.fit[point]);
+            all += counts - trace.baseline;
+        }
+        EXPECT_NEAR(all, measured[i].ns.pkArea, 0.05 * all);
+        EXPECT_LT(left, 0.06 * all);
+    }
 }
 
 }  // namespace
