@@ -174,7 +174,7 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
         session.keep_moves();
         followed_value(session, setpoint, search.value);
     }
-    if (reached) session.talk("tune log " + written_log(parser));
+    if (reached) session.talk("tune log " + written_log(parser.tune_log_path()));
     if (!applies && is_reached(search.end))
         session.talk(fmt::format("nothing written; --apply would set {} ({}) from {:.6g} to {:.6g}",
                                  setpoint.internal_name, setpoint.index, setpoint.value, search.value));
@@ -184,7 +184,7 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
                                  search.value, name_of(search.end), search.readings});
     };
     show_search(session, setpoint, options, search, reached, applies, applies ? run.keep(fill) : Json());
-    return log_and_end(session, parser, is_reached(search.end) ? "" : name_of(search.end));
+    return log_and_end(session, parser.tune_log_path(), is_reached(search.end) ? "" : name_of(search.end));
 }
 
 }  // namespace

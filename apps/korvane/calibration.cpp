@@ -164,7 +164,7 @@ ExitCode fit(Session& session, const FitOptions& options) {
                                            fit.terms, fit.chi_square_per_freedom, fit_verdict(fit)));
     session.talk(applies ? "the fitted calibration is written; korvane calibration undo puts the earlier one back"
                          : "nothing written");
-    return log_and_end(session, parser,
+    return log_and_end(session, parser.tune_log_path(),
                        applies || !options.apply ? "" : "the fitted law is not better; --force writes it");
 }
 

@@ -4,7 +4,6 @@
 #include <ranges>
 
 #include "commands.h"
-#include "korvane/peak_traces.h"
 #include "korvane/recording.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/watching.h"
@@ -23,9 +22,9 @@ struct MeasureOptions {
 };
 
 /// A mass asked for by name; that the axis is too short is otherwise not told from no peak.
-void require_masses_on_axis(const VariantArray<double>& axis, const std::vector<MeasuredCalibrant>& rows) {
+void require_masses_on_axis(const VariantArray<double>& axis, const std::vector<RecordedCalibrant>& calibrants) {
     const double first = axis.elements().front(), last = axis.elements().back();
-    for (const MeasuredCalibrant& row : rows)
+    for (const auto& [row, verdict, trace] : calibrants)
         if (!row.found() && (row.mass < first || row.mass > last))
             throw UsageError(fmt::format("--mass: {} lies outside the mass axis of the spectrum, {:.4f} to {:.4f}",
                                          row.mass, first, last));
@@ -67,31 +66,28 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     AcquiredSpectrum last;
     const Platform watching = watched(
         session.platform(), [](bool) {}, [&](const AcquiredSpectrum& spectrum) { last = spectrum; });
-    PeakTraces traces(watching);
-    SpectrumParser parser(options.keeping.keep ? traces.platform() : watching);
     clsTuneParamsXML params(session.platform());
     const double minimum_height = params.GetAutotuneLimitValue("RampParams", "MinimumAcceptableAbundance");
-    const TuneLimits limits = read_tune_limits(session.platform());
     const std::string source = globals.GetSourceTypeStr(), polarity = globals.GetPolarityStr();
     const std::string state = globals.GetCurrentInstrumentStateAsString();
     const double interval_seconds = session.instrument().sampling_interval_seconds();
 
     const std::vector<double> masses = chosen_masses(session, globals, options.masses);
-    const auto rows =
-        measure_calibrants(parser, globals, VariantArray<double>(masses), options.window_percent.value_or(-1.0));
-    const AcquiredSpectrum measured = std::exchange(last, {});
-    if (!options.masses.empty()) require_masses_on_axis(measured.mass_data, rows);
     TuneRecord found;
-    judge(found, rows, limits);
+    const std::string log =
+        measure_record(found, watching, globals, VariantArray<double>(masses), options.window_percent.value_or(-1.0));
+    const AcquiredSpectrum measured = std::exchange(last, {});
+    if (!options.masses.empty()) require_masses_on_axis(measured.mass_data, found.calibrants);
     const std::string faults = faults_of(found.calibrants);
 
     session.talk(fmt::format("{}, {}, {}; {:.6g} GHz sampling; tune log {}", source, polarity, state,
-                             1e-9 / interval_seconds, written_log(parser)));
+                             1e-9 / interval_seconds, written_log(log)));
     const Table table = measured_table(found.calibrants, minimum_height);
     const Json record = run.keep([&](TuneRecord& kept) {
-        kept.log = parser.tune_log_path();
-        judge(kept, rows, limits);
-        traces.give_to(kept.calibrants);
+        kept.log = log;
+        kept.limits = found.limits;
+        kept.calibrants = found.calibrants;
+        kept.verdict = found.verdict;
         if (!options.recording) return;
         record_spectrum(session.platform(), recording, measured);
         kept.recording = utf8_of(recording);
@@ -104,7 +100,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
                       {"record", record},
                       {"healthy", faults.empty()}},
                  table);
-    return log_and_end(session, parser, options.check ? faults : std::string());
+    return log_and_end(session, log, options.check ? faults : std::string());
 }
 
 struct PeakOptions {
@@ -174,12 +170,12 @@ ExitCode verify(Session& session, const NoOptions&) {
     Json calibrants = Json::array();
     for (const auto& [measured, verdict, trace] : found.calibrants)
         calibrants.push_back(Json{{"mass", measured.mass}, {"verdict", verdict}});
-    session.talk("tune log " + written_log(parser));
+    session.talk("tune log " + written_log(parser.tune_log_path()));
     session.show(Json{{"valid", faults.empty()},
                       {"message", faults.empty() ? Json() : Json(faults)},
                       {"calibrants", std::move(calibrants)}},
                  faults.empty() ? "The instrument shows a valid calibrant spectrum.\n" : std::string());
-    return log_and_end(session, parser, faults);
+    return log_and_end(session, parser.tune_log_path(), faults);
 }
 
 }  // namespace

@@ -66,14 +66,13 @@ void require_mass_in_range(TuneGlobals& globals, double mass) {
                                      globals.GetMaxMassForCurrentMassRange()));
 }
 
-std::string written_log(const SpectrumParser& parser) {
-    const std::string path = parser.tune_log_path();
+std::string written_log(const std::string& path) {
     return path.empty() ? "not written" : path;
 }
 
-ExitCode log_and_end(Session& session, const SpectrumParser& parser, const std::string& faults) {
+ExitCode log_and_end(Session& session, const std::string& log, const std::string& faults) {
     if (!faults.empty()) return session.checked(faults);
-    if (parser.tune_log_path().empty())
+    if (log.empty())
         session.fault = Error(error_number::file_or_element, "",
                               "the tune log is not written: Logfiles is missing or cannot be written");
     return session.fault ? exit_code_of(*session.fault) : ExitCode::done;

@@ -30,10 +30,10 @@ std::vector<double> chosen_masses(Session& session, TuneGlobals& globals, const 
 void require_mass_in_range(TuneGlobals& globals, double mass);
 
 /// Path of the tune log that the measurement wrote, or that there is none.
-std::string written_log(const SpectrumParser& parser);
+std::string written_log(const std::string& path);
 /// What a command that writes a tune log ends with: the faults that a check found, or all done, or the code of the
 /// session's fault, which may be that the log was not written.
-ExitCode log_and_end(Session& session, const SpectrumParser& parser, const std::string& faults);
+ExitCode log_and_end(Session& session, const std::string& log, const std::string& faults);
 
 /// "clipped", "overlapped", "few ions", "misfit 1.8", with commas between; "ok" where none holds, null where the peak
 /// finder does not tell.

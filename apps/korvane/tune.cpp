@@ -3,7 +3,6 @@
 #include <cctype>
 #include <cmath>
 
-#include "korvane/peak_traces.h"
 #include "korvane/tune_run.h"
 #include "run.h"
 #include "setpoints.h"
@@ -167,13 +166,9 @@ TuneRecord recorded(Session& session, const PlotOptions& options) {
 
 TuneRecord measured(Session& session, const PlotOptions& options) {
     session.begin_run();
-    PeakTraces traces(session.platform());
-    TuneGlobals globals(traces.platform());
-    SpectrumParser parser(traces.platform());
+    TuneGlobals globals(session.platform());
     TuneRecord record;
-    const VariantArray<double> masses(chosen_masses(session, globals, options.masses));
-    judge(record, measure_calibrants(parser, globals, masses), read_tune_limits(session.platform()));
-    traces.give_to(record.calibrants);
+    measure_record(record, session.platform(), globals, chosen_masses(session, globals, options.masses));
     return record;
 }
 

@@ -31,6 +31,11 @@ KORVANE_API TuneRecord make_mark(const Platform& platform, const TuneRecord& lik
                                  const std::string& text);
 /// The calibrants with their verdicts by the limits, and the verdict of all: "ok", or what is wrong with which.
 KORVANE_API void judge(TuneRecord& record, const std::vector<MeasuredCalibrant>& measured, const TuneLimits& limits);
+/// `measure_calibrants` judged by the limits of the base folder, each with the samples of its window (of one of more
+/// than 4096 those around its highest peak) and what was fitted to them. Returns the path of the tune log, empty where
+/// none was written. Errors as `read_tune_limits` and `measure_calibrants`.
+KORVANE_API std::string measure_record(TuneRecord& record, const Platform& platform, TuneGlobals& globals,
+                                       const VariantArray<double>& masses, double window_percent = -1);
 
 /// What the history keeps of every calibrant for charts. In ppm, counts, m / FWHM, and as the root of chi-square per
 /// degree of freedom.

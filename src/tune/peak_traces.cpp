@@ -1,9 +1,9 @@
-#include "korvane/peak_traces.h"
-
+// Keeps the samples that peaks are searched in, for pictures.
 #include <algorithm>
 #include <cmath>
 
 #include "korvane/forwarding.h"
+#include "korvane/tune_history.h"
 
 namespace korvane {
 
@@ -100,19 +100,17 @@ struct TracingLayer final : ForwardingWith<ForwardingInstrumentLayer, Kept> {
 
 }  // namespace
 
-PeakTraces::PeakTraces(const Platform& platform)
-    : kept_(std::make_shared<std::vector<PeakTrace>>()), platform_(platform) {
-    platform_.instrument = std::make_shared<TracingLayer>(platform.instrument, kept_);
-}
-
-std::vector<PeakTrace> PeakTraces::take() {
-    return std::exchange(*kept_, {});
-}
-
-void PeakTraces::give_to(std::vector<RecordedCalibrant>& calibrants) {
-    std::vector<PeakTrace> traces = take();
-    for (std::size_t i = 0; i < calibrants.size() && traces.size() == calibrants.size(); ++i)
-        calibrants[i].trace = std::move(traces[i]);
+std::string measure_record(TuneRecord& record, const Platform& platform, TuneGlobals& globals,
+                           const VariantArray<double>& masses, double window_percent) {
+    const TuneLimits limits = read_tune_limits(platform);
+    const Kept kept = std::make_shared<std::vector<PeakTrace>>();
+    Platform tracing = platform;
+    tracing.instrument = std::make_shared<TracingLayer>(platform.instrument, kept);
+    SpectrumParser parser(tracing);
+    judge(record, measure_calibrants(parser, globals, masses, window_percent), limits);
+    for (std::size_t i = 0; i < kept->size() && kept->size() == record.calibrants.size(); ++i)
+        record.calibrants[i].trace = std::move((*kept)[i]);
+    return parser.tune_log_path();
 }
 
 }  // namespace korvane

@@ -7,7 +7,6 @@
 
 #include "korvane/error.h"
 #include "korvane/instrument_contract.h"
-#include "korvane/peak_traces.h"
 #include "korvane/tune_history.h"
 #include "tune/base_file.h"
 
@@ -151,10 +150,7 @@ private:
     std::string measure() {
         const auto masses = recipe_.masses.empty() ? default_masses(*open_globals(*platform_.instrument), globals_)
                                                    : VariantArray<double>(recipe_.masses);
-        PeakTraces traces(platform_);
-        SpectrumParser parser(traces.platform());
-        judge(record_, measure_calibrants(parser, globals_, masses), read_tune_limits(platform_));
-        traces.give_to(record_.calibrants);
+        measure_record(record_, platform_, globals_, masses);
         const auto good = std::ranges::count_if(record_.calibrants, [](const RecordedCalibrant& calibrant) {
             return calibrant.verdict.state == CalibrantState::ok;
         });

@@ -56,7 +56,6 @@ const std::map<std::string, Names> class_headers{
     {"secant_search", {"tune"}},
     {"verdict", {"tune"}},
     {"tune_record", {"tune"}},
-    {"peak_traces", {"tune"}},
     {"report", {"tune"}},
     {"tune_run", {"tune"}},
     {"tune_history", {"tune"}},

@@ -9,7 +9,6 @@
 #include <cstdlib>
 
 #include "korvane/embedded.h"
-#include "korvane/peak_traces.h"
 #include "korvane/tune_history.h"
 #include "korvane/tune_run.h"
 #include "support/test_platform.h"
@@ -108,20 +107,18 @@ TEST(Svg, LinesKeepTheirApex) {
 }
 
 // The samples kept for a picture are those that the peak was measured in, and the fit kept beside them is theirs.
-TEST(PeakTraces, SamplesAndFitBelongToTheMeasuredPeak) {
+TEST(PeakTrace, SamplesAndFitBelongToTheMeasuredPeak) {
     const TemporaryFolder folder;
     create_base_folder(folder.path() / "base");
-    PeakTraces traces(make_embedded_platform({.base_folder = folder.path() / "base"}));
-    TuneGlobals globals(traces.platform());
-    SpectrumParser parser(traces.platform());
-    const VariantArray<double> masses(std::vector<double>{158.9640, 600.0, 1926.6365});
-    const auto measured = measure_calibrants(parser, globals, masses);
-    const auto kept = traces.take();
-    ASSERT_EQ(kept.size(), measured.size());
-    EXPECT_FALSE(kept[1].counts.empty());
-    EXPECT_TRUE(traces.take().empty());
+    const Platform platform = make_embedded_platform({.base_folder = folder.path() / "base"});
+    TuneGlobals globals(platform);
+    TuneRecord record;
+    measure_record(record, platform, globals, VariantArray<double>({158.9640, 600.0, 1926.6365}));
+    ASSERT_EQ(record.calibrants.size(), 3U);
+    EXPECT_FALSE(record.calibrants[1].trace.value().counts.empty());
     for (const std::size_t i : {0, 2}) {
-        const PeakTrace& trace = kept[i];
+        const MeasuredCalibrant& measured = record.calibrants[i].measured;
+        const PeakTrace& trace = record.calibrants[i].trace.value();
         EXPECT_LE(trace.window_start_ns, trace.start_ns);
         EXPECT_LT(trace.window_end_ns - trace.start_ns, trace.interval_ns * static_cast<double>(trace.counts.size()));
         // Sample for sample the fit leaves what counting ions leaves, which a shift of a tenth of a width does not.
@@ -134,7 +131,7 @@ TEST(PeakTraces, SamplesAndFitBelongToTheMeasuredPeak) {
             left += std::abs(counts - trace.fit[point]);
             all += counts - trace.baseline;
         }
-        EXPECT_NEAR(all, measured[i].ns.pkArea, 0.05 * all);
+        EXPECT_NEAR(all, measured.ns.pkArea, 0.05 * all);
         EXPECT_LT(left, 0.06 * all);
     }
 }
