@@ -14,39 +14,28 @@ namespace korvane {
 
 namespace {
 
-/// Recipes, held against the instrument before anything moves.
-class RecipeCheck {
-public:
-    RecipeCheck(const BaseFile& file, SetpointTable& table) : file_(file), globals_(file.platform), table_(table) {}
-
-    void require_possible(const TuneRecipe& recipe) {
-        if (recipe.schema != 1) refuse("schema", fmt::format("this program knows 1, not {}", recipe.schema));
-        if (recipe.fit_spectra < 1 || recipe.fit_spectra > 10000) refuse("fit_spectra", "not 1 to 10000");
-        for (const double mass : recipe.masses) require_mass("masses", mass);
-        for (std::size_t i = 0; i < recipe.searches.size(); ++i)
-            require_possible(fmt::format("adjust[{}]", i), recipe.searches[i]);
-    }
-
-private:
-    [[noreturn]] void refuse(const std::string& place, const std::string& why) const {
-        file_.refuse(place + ": " + why);
-    }
-
-    void require_positive(const std::string& place, std::optional<double> number) const {
+/// Holds a recipe against the instrument before anything moves.
+void require_possible(const TuneRecipe& recipe, const BaseFile& file, SetpointTable& table) {
+    TuneGlobals globals(file.platform);
+    const auto refuse = [&](const std::string& place, const std::string& why) { file.refuse(place + ": " + why); };
+    const auto require_positive = [&](const std::string& place, std::optional<double> number) {
         if (number && !(*number > 0)) refuse(place, fmt::format("{} is not above 0", *number));
-    }
-
-    void require_mass(const std::string& place, double mass) {
+    };
+    const auto require_mass = [&](const std::string& place, double mass) {
         require_positive(place, mass);
-        if (!globals_.IsThisMassInCurrentMassRange(mass)) refuse(place, fmt::format("{} is out of range", mass));
-    }
-
-    void require_possible(const std::string& place, const RecipeSearch& search) {
-        const auto indexes = table_.indexes();
+        if (!globals.IsThisMassInCurrentMassRange(mass)) refuse(place, fmt::format("{} is out of range", mass));
+    };
+    if (recipe.schema != 1) refuse("schema", fmt::format("this program knows 1, not {}", recipe.schema));
+    if (recipe.fit_spectra < 1 || recipe.fit_spectra > 10000) refuse("fit_spectra", "not 1 to 10000");
+    for (const double mass : recipe.masses) require_mass("masses", mass);
+    const auto indexes = table.indexes();
+    for (std::size_t i = 0; i < recipe.searches.size(); ++i) {
+        const RecipeSearch& search = recipe.searches[i];
+        const std::string place = fmt::format("adjust[{}]", i);
         const auto index = std::ranges::find(indexes, search.setpoint,
-                                             [&](std::int32_t candidate) { return table_.internal_name(candidate); });
+                                             [&](std::int32_t candidate) { return table.internal_name(candidate); });
         if (index == indexes.end()) refuse(place + ".setpoint", "there is no setpoint " + search.setpoint);
-        const double least = table_.lower_limit(*index), most = table_.upper_limit(*index);
+        const double least = table.lower_limit(*index), most = table.upper_limit(*index);
         for (const auto& [key, bound] : {std::pair{".min", search.min}, std::pair{".max", search.max}})
             if (bound && !(*bound >= least && *bound <= most))
                 refuse(place + key,
@@ -56,17 +45,13 @@ private:
         require_positive(place + ".target", search.target);
         require_positive(place + ".tolerance_percent", search.tolerance_percent);
         require_positive(place + ".around_percent", search.around_percent);
-        require_positive(place + ".resolution", search.resolution.value_or(table_.resolution(*index)));
-        const SecantRequest request = secant_request(table_, search);
+        const SecantRequest request = secant_request(table, search);
+        require_positive(place + ".resolution", request.resolution);
         if (!(request.low < request.high))
             refuse(place + ".around_percent", fmt::format("nothing lies around {} between the bounds",
-                                                          number_of(table_.value(*index, 0, 0), search.setpoint)));
+                                                          number_of(table.value(*index, 0, 0), search.setpoint)));
     }
-
-    const BaseFile& file_;
-    TuneGlobals globals_;
-    SetpointTable& table_;
-};
+}
 
 class TuneRun {
 public:
@@ -195,7 +180,7 @@ TuneRecipe read_tune_recipe(const Platform& platform, const std::string& path) {
     if (!object) file.refuse("there is no such file");
     TuneRecipe recipe;
     read_fields(file, *object, recipe);
-    RecipeCheck(file, open_globals(*platform.instrument)->setpoints()).require_possible(recipe);
+    require_possible(recipe, file, open_globals(*platform.instrument)->setpoints());
     return recipe;
 }
 
