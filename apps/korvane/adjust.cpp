@@ -56,12 +56,9 @@ double part_done(const AdjustProbe& probe, const SecantRequest& request) {
 
 /// What a search came to, whichever it was. Abundances are those of `speed_up_factor` times fewer transients than on
 /// entry.
-struct Search {
-    using End = SecantOutcome::End;
-    End end = End::no_signal;
-    double value = 0, abundance = 0, scaled_target = 0, speed_up_factor = 1;
-    Json probes = Json::array();
-    std::vector<SecantProbe> readings = {};  // the same, for the record
+struct Search : SecantOutcome {
+    double scaled_target = 0, speed_up_factor = 1;
+    Json shown_probes = Json::array();
 };
 
 /// How the specified search ended: within tolerance, or between a value that shows more and the one found; and with a
@@ -97,15 +94,16 @@ Search bisect(Session& session, const SetpointDescription& setpoint, const Adjus
                                                       request.lower_value_reduces_abundance, *request.low,
                                                       *request.high, *request.resolution);
     const AdjustOutcome& outcome = parser.last_adjustment();
-    Search search{end_of(outcome, options.search.raise_to_reduce), outcome.value, outcome.abundance,
-                  outcome.scaled_target, outcome.speed_up_factor};
+    Search search{{end_of(outcome, options.search.raise_to_reduce), outcome.value, outcome.abundance, 0, {}},
+                  outcome.scaled_target,
+                  outcome.speed_up_factor};
     for (const AdjustProbe& probe : outcome.probes) {
-        search.probes.push_back(Json{{"number", probe.number},
-                                     {"value", probe.value},
-                                     {"abundance", probe.abundance},
-                                     {"low", probe.low},
-                                     {"high", probe.high}});
-        search.readings.push_back({probe.value, 0, probe.abundance * outcome.speed_up_factor, 0});
+        search.shown_probes.push_back(Json{{"number", probe.number},
+                                           {"value", probe.value},
+                                           {"abundance", probe.abundance},
+                                           {"low", probe.low},
+                                           {"high", probe.high}});
+        search.probes.push_back({probe.value, 0, probe.abundance * outcome.speed_up_factor, 0});
     }
     return search;
 }
@@ -119,15 +117,13 @@ Search follow(Session& session, const SetpointDescription&, const AdjustOptions&
             session.tell_progress(fmt::format("probe {}: {:.6g} gives {:.0f} +- {:.0f}, {:.0f} transients", count,
                                               probe.value, probe.abundance, probe.standard_error, probe.transients));
     };
-    const SecantOutcome outcome = adjust_by_secant(session.platform(), request, show);
-    Search search{outcome.end, outcome.value, outcome.abundance, request.target};
-    for (const SecantProbe& probe : outcome.probes)
-        search.probes.push_back(Json{{"number", search.probes.size() + 1},
-                                     {"value", probe.value},
-                                     {"abundance", probe.abundance},
-                                     {"standard_error", probe.standard_error},
-                                     {"transients", probe.transients}});
-    search.readings = outcome.probes;
+    Search search{adjust_by_secant(session.platform(), request, show), request.target};
+    for (const SecantProbe& probe : search.probes)
+        search.shown_probes.push_back(Json{{"number", search.shown_probes.size() + 1},
+                                           {"value", probe.value},
+                                           {"abundance", probe.abundance},
+                                           {"standard_error", probe.standard_error},
+                                           {"transients", probe.transients}});
     return search;
 }
 
@@ -144,13 +140,12 @@ void show_search(Session& session, const SetpointDescription& setpoint, const Ad
               options.method, setpoint.value, search.value, options.search.target, height,
               reached ? part_of(reached->standard_errors, &PeakUncertainty::height) : Json(), off_percent,
               search.abundance, search.scaled_target, search.speed_up_factor, search.probes.size(), name_of(search.end),
-              applied, search.probes, record);
+              applied, search.shown_probes, record);
     session.show(table.json().front(), table);
 }
 
 ExitCode adjust(Session& session, const AdjustOptions& options) {
-    TuneGlobals globals(session.platform());
-    require_mass_in_range(globals, options.search.mz);
+    require_mass_in_range(session, options.search.mz);
     const SetpointDescription setpoint = setpoint_named(session, options.search.setpoint);
     const bool by_secant = options.method == secant_method;
     if (options.fast && setpoint.internal_name != fast_setpoint)
@@ -166,8 +161,8 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
     SpectrumParser parser(session.platform());
     std::optional<MeasuredCalibrant> reached;
     if (is_reached(search.end)) {
-        globals.SetMSSetpointValueByIdx(setpoint.index, search.value);
-        reached = measure_calibrants(parser, globals, VariantArray<double>({options.search.mz})).front();
+        session.globals().SetMSSetpointValueByIdx(setpoint.index, search.value);
+        reached = measure_calibrants(parser, session.globals(), VariantArray<double>({options.search.mz})).front();
     }
     const bool applies = options.apply && is_reached(search.end);
     if (applies) {
@@ -181,7 +176,7 @@ ExitCode adjust(Session& session, const AdjustOptions& options) {
     const auto fill = [&](TuneRecord& kept) {
         kept.log = parser.tune_log_path();
         kept.searches.push_back({setpoint.internal_name, options.search.mz, options.search.target, setpoint.value,
-                                 search.value, name_of(search.end), search.readings});
+                                 search.value, name_of(search.end), search.probes});
     };
     show_search(session, setpoint, options, search, reached, applies, applies ? run.keep(fill) : Json());
     return log_and_end(session, parser.tune_log_path(), is_reached(search.end) ? "" : name_of(search.end));

@@ -11,25 +11,21 @@ namespace korvane::program {
 namespace {
 
 /// Mass errors in ppm, for every mass of the spectra that showed it.
-std::vector<std::vector<double>> mass_errors(Session& session, TuneGlobals& globals, const std::vector<double>& masses,
+std::vector<std::vector<double>> mass_errors(Session& session, const std::vector<double>& masses,
                                              std::int64_t repeats) {
     SpectrumParser parser(session.platform());
     std::vector<std::vector<double>> errors_ppm(masses.size());
     for (std::int64_t repeat = 0; repeat < repeats; ++repeat) {
-        const auto calibrants = measure_calibrants(parser, globals, VariantArray<double>(masses));
+        const auto calibrants = measure_calibrants(parser, session.globals(), VariantArray<double>(masses));
         for (std::size_t i = 0; i < calibrants.size(); ++i)
             if (calibrants[i].found()) errors_ppm[i].push_back(calibrants[i].error_ppm());
     }
     return errors_ppm;
 }
 
-struct CalibrationChoice {
-    std::int64_t repeats = 0;
-};
-
-ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
-    if (options.repeats) session.begin_run();
-    TuneGlobals globals(session.platform());
+ExitCode show_calibration(Session& session, const std::int64_t& repeats) {
+    if (repeats) session.begin_run();
+    TuneGlobals& globals = session.globals();
     const CalibrationCoefficients ns = globals.GetCurrentCalibrationObjFromDD()->coefficients();
     const CalibrationCoefficients usec = globals.convert_coefficients_nsec_to_usec(ns);
     const std::string polarity = globals.GetPolarityStr();
@@ -38,18 +34,17 @@ ExitCode show_calibration(Session& session, const CalibrationChoice& options) {
     Table coefficients({"<coefficient", "by ns||.12g", "by µs||.12g"});
     for (const auto& [name, member] : calibration_coefficients) coefficients.add(name, ns.*member, usec.*member);
     std::string text = session.csv ? coefficients.csv() : coefficients.text();
-    if (options.repeats) {
+    if (repeats) {
         Table errors(
             {"m/z|mass|.4f", "found", "|found", "mean error ppm|mean_ppm|.3f", "std deviation ppm|stdev_ppm|.3f"});
-        const std::vector<double> masses = chosen_masses(session, globals, {});
-        const auto errors_ppm = mass_errors(session, globals, masses, options.repeats);
+        const std::vector<double> masses = chosen_masses(session, {});
+        const auto errors_ppm = mass_errors(session, masses, repeats);
         for (std::size_t i = 0; i < masses.size(); ++i) {
             const GuideSet statistics = guide_set(errors_ppm[i]);
             std::optional<double> mean, deviation;
             if (statistics.size > 0) mean = statistics.centre;
             if (statistics.size > 1) deviation = statistics.sigma;
-            errors.add(masses[i], fmt::format("{} of {}", statistics.size, options.repeats), statistics.size, mean,
-                       deviation);
+            errors.add(masses[i], fmt::format("{} of {}", statistics.size, repeats), statistics.size, mean, deviation);
         }
         object["mass_errors"] = errors.json();
         text = session.csv ? errors.csv() : text + "\n" + errors.text();
@@ -68,7 +63,7 @@ ExitCode set_calibration(Session& session, const CalibrationChange& options) {
         throw UsageError("give either both -A and --t0, or --default");
     session.begin_run();
     keep_calibration(session.platform());
-    TuneGlobals globals(session.platform());
+    TuneGlobals& globals = session.globals();
     if (options.standard)
         globals.WriteThisCalibrationObjToDD(globals.getDefaultMTObj_nsec());
     else
@@ -116,9 +111,9 @@ Table residual_table(const CalibrationFit& fit) {
 ExitCode fit(Session& session, const FitOptions& options) {
     session.begin_run();
     RunRecord run(session, {.keep = options.apply, .note = {}}, "calibration fit");
-    TuneGlobals globals(session.platform());
+    TuneGlobals& globals = session.globals();
     SpectrumParser parser(session.platform());
-    const VariantArray<double> masses(chosen_masses(session, globals, {}));
+    const VariantArray<double> masses(chosen_masses(session, {}));
     const CalibrationObject before = globals.GetCurrentCalibrationObjFromDD();
     const CalibrationCoefficients old = before->coefficients();  // a layer may lend the one that it writes
     const CalibrationFit fit = fit_calibration(
@@ -171,10 +166,10 @@ ExitCode fit(Session& session, const FitOptions& options) {
 }  // namespace
 
 void declare_calibration(CLI::App& group, Session& session) {
-    const auto [show, showing] =
+    const auto [show, repeats] =
         add_command(group, session, "show", "print the coefficients, and the mass errors of repeated measurements",
                     "korvane calibration show --repeat 10", show_calibration, Prints::table);
-    add_count(show, "--repeat", showing.repeats, "measure the calibrants in so many spectra (2 to 10000)", 2, 10000);
+    add_count(show, "--repeat", repeats, "measure the calibrants in so many spectra (2 to 10000)", 2, 10000);
 
     const auto [set, setting] = add_command(group, session, "set", "write a new calibration and print it",
                                             "korvane calibration set -A 0.45 --t0 0.02", set_calibration);

@@ -122,7 +122,9 @@ void add_global_options(CLI::App& program, GlobalOptions& options) {
                                    "recording (mzML) in the place of the simulated instrument", "FILE");
     add_recording_options(program, options.recording);
     CLI::Option* scene = add_name(program, "--scene", options.scene, "scene of the simulated instrument", "FILE");
-    add_seed(program, options.seed);
+    add_count(program, "--seed", options.seed, "seed of the simulated instrument: same seed, same spectra (1)", 0,
+              std::numeric_limits<std::uint64_t>::max())
+        ->type_name("SEED");
     add_name(program, "--history", options.history,
              "history: a file, or postgresql://... (KORVANE_HISTORY, else TuneHistory.sqlite of the base folder)",
              "WHERE")

@@ -17,19 +17,6 @@ std::optional<Number> parse(std::string_view text) {
     return number;
 }
 
-/// A whole number from `least` on; `range` says the bounds.
-template <class Number>
-CLI::Option* add_whole(CLI::App& command, const std::string& name, Number& target, const std::string& help,
-                       Number least, Number most, const std::string& range) {
-    const auto read = [=, &target](const std::string& text) {
-        const auto number = parse<Number>(text);
-        if (!number || *number < least || *number > most)
-            throw CLI::ValidationError(name, fmt::format("\"{}\" is not a whole number from {}", text, range));
-        target = *number;
-    };
-    return command.add_option_function<std::string>(name, read, help);
-}
-
 }  // namespace
 
 void runs(CLI::App& command, Session& session, Session::Work work) {
@@ -69,18 +56,22 @@ CLI::Option* add_numbers(CLI::App& command, const std::string& name, std::vector
     return command.add_option_function<std::vector<std::string>>(name, read, help)->type_name("NUMBER");
 }
 
-CLI::Option* add_count(CLI::App& command, const std::string& name, std::int64_t& target, const std::string& help,
-                       std::int64_t least, std::int64_t most) {
-    return add_whole(command, name, target, help, least, most, fmt::format("{} to {}", least, most))
-        ->type_name("COUNT");
+template <class Number>
+CLI::Option* add_count(CLI::App& command, const std::string& name, Number& target, const std::string& help,
+                       std::type_identity_t<Number> least, std::type_identity_t<Number> most) {
+    const auto read = [=, &target](const std::string& text) {
+        const auto number = parse<Number>(text);
+        if (!number || *number < least || *number > most)
+            throw CLI::ValidationError(name,
+                                       fmt::format("\"{}\" is not a whole number from {} to {}", text, least, most));
+        target = *number;
+    };
+    return command.add_option_function<std::string>(name, read, help)->type_name("COUNT");
 }
-
-CLI::Option* add_seed(CLI::App& command, std::uint64_t& target) {
-    return add_whole<std::uint64_t>(command, "--seed", target,
-                                    "seed of the simulated instrument: same seed, same spectra (1)", 0,
-                                    std::numeric_limits<std::uint64_t>::max(), "0")
-        ->type_name("SEED");
-}
+template CLI::Option* add_count(CLI::App&, const std::string&, std::int64_t&, const std::string&, std::int64_t,
+                                std::int64_t);
+template CLI::Option* add_count(CLI::App&, const std::string&, std::uint64_t&, const std::string&, std::uint64_t,
+                                std::uint64_t);
 
 CLI::Option* add_name(CLI::App& command, const std::string& option, std::optional<std::string>& target,
                       const std::string& help, const std::string& kind) {

@@ -92,11 +92,10 @@ CLI::Option* add_number(CLI::App& command, const std::string& name, Number& targ
 }
 CLI::Option* add_numbers(CLI::App& command, const std::string& name, std::vector<double>& target,
                          const std::string& help, NumberRule rule = {});
-/// An integer from `least` to `most`.
-CLI::Option* add_count(CLI::App& command, const std::string& name, std::int64_t& target, const std::string& help,
-                       std::int64_t least, std::int64_t most);
-/// A 64-bit seed.
-CLI::Option* add_seed(CLI::App& command, std::uint64_t& target);
+/// An integer from `least` to `most`; of 64 bits, with a sign or without.
+template <class Number>
+CLI::Option* add_count(CLI::App& command, const std::string& name, Number& target, const std::string& help,
+                       std::type_identity_t<Number> least, std::type_identity_t<Number> most);
 /// The name of a file, a folder or a layer; not empty.
 CLI::Option* add_name(CLI::App& command, const std::string& option, std::optional<std::string>& target,
                       const std::string& help, const std::string& kind);

@@ -117,10 +117,9 @@ struct MassListChange {
 };
 
 ListChoice filled_in(ListChoice choice, Session& session) {
-    TuneGlobals globals(session.platform());
     if (choice.source.empty())
-        choice.source = globals.GetMassListTypeFromSourceTypeString(session.instrument().source_type());
-    if (choice.polarity.empty()) choice.polarity = globals.GetPolarityStr();
+        choice.source = session.globals().GetMassListTypeFromSourceTypeString(session.instrument().source_type());
+    if (choice.polarity.empty()) choice.polarity = session.globals().GetPolarityStr();
     if (choice.source.find_first_of("'\"<>&[]/=") != std::string::npos)
         throw UsageError(fmt::format("\"{}\" is not a name", choice.source));
     return choice;

@@ -15,23 +15,15 @@ Json known(const std::string& text) {
     return text.empty() ? Json() : Json(text);
 }
 
-struct ListOptions {
-    std::int64_t most = 30;
-};
-
-ExitCode list_history(Session& session, const ListOptions& options) {
+ExitCode list_history(Session& session, const std::int64_t& most) {
     Table table({"id|id", "<time|time", "<kind|kind", "|note", "|instrument", "|serial", "|source", "|polarity",
                  "|verdict", "<source", "<polarity", "<verdict", "<note"});
-    for (const TuneRecord& record : open_history(session, false).list(static_cast<std::size_t>(options.most)))
+    for (const TuneRecord& record : open_history(session, false).list(static_cast<std::size_t>(most)))
         table.add(record.id, record.time, record.kind, record.note, record.instrument, record.serial, record.source,
                   record.polarity, record.verdict, known(record.source), known(record.polarity), known(record.verdict),
                   known(record.note));
     return session.show(Json{{"records", table.json()}}, table);
 }
-
-struct NamedRecord {
-    std::string name = "last";
-};
 
 Table calibrant_table(const TuneRecord& record) {
     Table table({"expected m/z||.4f", "error ppm||.2f", "standard error ppm||.2f", "height||.0f", "resolution||.0f",
@@ -45,13 +37,13 @@ Table calibrant_table(const TuneRecord& record) {
     return table;
 }
 
-ExitCode show_history(Session& session, const NamedRecord& options) {
+ExitCode show_history(Session& session, const std::string& name) {
     TuneHistory history = open_history(session, false);
-    const TuneRecord record = record_named(history, options.name);
+    const TuneRecord record = record_named(history, name);
     const Table calibrants = calibrant_table(record);
     if (session.csv) return session.show({}, calibrants);
     Table head({"<", "<"});
-    for (const auto& [name, value] : std::initializer_list<std::pair<const char*, std::string>>{
+    for (const auto& [title, value] : std::initializer_list<std::pair<const char*, std::string>>{
              {"record", std::to_string(record.id)},
              {"time", record.time},
              {"kind", record.kind},
@@ -63,7 +55,7 @@ ExitCode show_history(Session& session, const NamedRecord& options) {
              {"verdict", record.verdict},
              {"log", record.log},
              {"recording", record.recording}})
-        if (!value.empty()) head.add(name, value);
+        if (!value.empty()) head.add(title, value);
     for (const RecordedSetpoint& setpoint : record.setpoints)
         if (setpoint.before != setpoint.after)
             head.add(setpoint.name, fmt::format("{} -> {}", setpoint.before, setpoint.after));
@@ -180,13 +172,15 @@ ExitCode export_history(Session& session, const ExportFiles& files) {
 }  // namespace
 
 void declare_history(CLI::App& group, Session& session) {
-    const auto [list, listing] = add_command(group, session, "list", "print the youngest records",
-                                             "korvane history list -n 10", list_history, Prints::table);
-    add_count(list, "-n", listing.most, "so many at most (30)", 1, 1'000'000);
+    const auto [list, most] = add_command(group, session, "list", "print the youngest records",
+                                          "korvane history list -n 10", list_history, Prints::table);
+    most = 30;
+    add_count(list, "-n", most, "so many at most (30)", 1, 1'000'000);
 
-    const auto [show, showing] = add_command(group, session, "show", "print one record: what changed, the calibrants",
-                                             "korvane history show last", show_history, Prints::table);
-    show.add_option("RECORD", showing.name, record_words);
+    const auto [show, record] = add_command(group, session, "show", "print one record: what changed, the calibrants",
+                                            "korvane history show last", show_history, Prints::table);
+    record = "last";
+    show.add_option("RECORD", record, record_words);
 
     const auto [mark, marking] =
         add_command(group, session, "mark", "note what was done to the instrument; maintenance begins charts anew",

@@ -29,7 +29,7 @@ std::string quad_type_text(enumQuadType type) {
 }
 
 ExitCode show_state(Session& session, const NoOptions&) {
-    TuneGlobals globals(session.platform());
+    TuneGlobals& globals = session.globals();
     InstrumentGlobals& instrument = session.instrument();
     const auto not_ready =
         instrument.actual_value(contract::instrument_register.not_ready_state, contract::not_ready_state_type);

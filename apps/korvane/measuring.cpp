@@ -60,7 +60,7 @@ std::string faults_of(const std::vector<RecordedCalibrant>& calibrants) {
 ExitCode measure(Session& session, const MeasureOptions& options) {
     session.begin_run();
     RunRecord run(session, options.keeping, "measure");
-    TuneGlobals globals(session.platform());
+    TuneGlobals& globals = session.globals();
     const auto recording =
         options.recording ? std::filesystem::absolute(path_of(*options.recording)) : std::filesystem::path();
     AcquiredSpectrum last;
@@ -72,7 +72,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     const std::string state = globals.GetCurrentInstrumentStateAsString();
     const double interval_seconds = session.instrument().sampling_interval_seconds();
 
-    const std::vector<double> masses = chosen_masses(session, globals, options.masses);
+    const std::vector<double> masses = chosen_masses(session, options.masses);
     TuneRecord found;
     const std::string log =
         measure_record(found, watching, globals, VariantArray<double>(masses), options.window_percent.value_or(-1.0));
@@ -142,8 +142,7 @@ ExitCode show_record(Session& session, SpectrumParser& parser, double mass, doub
 
 ExitCode measure_peak(Session& session, const PeakOptions& options) {
     session.begin_run();
-    TuneGlobals globals(session.platform());
-    require_mass_in_range(globals, *options.mass);
+    require_mass_in_range(session, *options.mass);
     SpectrumParser parser(session.platform());
     const double window_amu = options.window_amu.value_or(0.2);
     if (window_amu >= *options.mass) throw UsageError("--window: the window reaches below mass 0");
@@ -154,7 +153,6 @@ ExitCode measure_peak(Session& session, const PeakOptions& options) {
 ExitCode verify(Session& session, const NoOptions&) {
     session.begin_run();
     SpectrumParser parser(session.platform());
-    TuneGlobals globals(session.platform());
     const TuneLimits limits = read_tune_limits(session.platform());
     try {
         parser.VerifyInstrumentIsShowingValidCalibrantSpectrum();
@@ -165,7 +163,8 @@ ExitCode verify(Session& session, const NoOptions&) {
         throw;
     }
     TuneRecord found;
-    judge(found, measure_calibrants(parser, globals, default_masses(session.instrument(), globals)), limits);
+    judge(found, measure_calibrants(parser, session.globals(), VariantArray<double>(chosen_masses(session, {}))),
+          limits);
     const std::string faults = faults_of(found.calibrants);
     Json calibrants = Json::array();
     for (const auto& [measured, verdict, trace] : found.calibrants)

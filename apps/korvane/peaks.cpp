@@ -116,9 +116,8 @@ ExitCode list_file(Session& session, const PeaksOptions& options) {
 
 ExitCode list_spectrum(Session& session, const PeaksOptions& options) {
     session.begin_run();
-    TuneGlobals globals(session.platform());
     SpectrumParser parser(session.platform());
-    const auto calibration = globals.GetCurrentCalibrationObjFromDD();
+    const auto calibration = session.globals().GetCurrentCalibrationObjFromDD();
     constexpr double latest_ns = 1e9;
     const auto peaks = parser.GetPeakList(0, latest_ns);
     peaks->convert(*calibration, convert_to_amu_mode);
@@ -127,7 +126,7 @@ ExitCode list_spectrum(Session& session, const PeaksOptions& options) {
                 Json{{"number", 1},
                      {"id", nullptr},
                      {"ms_level", nullptr},
-                     {"polarity", globals.GetPolarityStr()},
+                     {"polarity", session.globals().GetPolarityStr()},
                      {"scan_start_minutes", nullptr}},
                 *peaks);
     return listing.show(session, {{"file", nullptr}});

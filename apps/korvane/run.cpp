@@ -51,19 +51,19 @@ std::string days_before(const std::string& time, int days) {
 
 }  // namespace
 
-std::vector<double> chosen_masses(Session& session, TuneGlobals& globals, const std::vector<double>& given) {
+std::vector<double> chosen_masses(Session& session, const std::vector<double>& given) {
     if (!given.empty()) {
-        for (const double mass : given) require_mass_in_range(globals, mass);
+        for (const double mass : given) require_mass_in_range(session, mass);
         return given;
     }
-    const auto masses = default_masses(session.instrument(), globals);
+    const auto masses = default_masses(session.instrument(), session.globals());
     return {masses.elements().begin(), masses.elements().end()};
 }
 
-void require_mass_in_range(TuneGlobals& globals, double mass) {
-    if (!globals.IsThisMassInCurrentMassRange(mass))
+void require_mass_in_range(Session& session, double mass) {
+    if (!session.globals().IsThisMassInCurrentMassRange(mass))
         throw UsageError(fmt::format("m/z {} lies outside the mass range of the instrument, which ends at {}", mass,
-                                     globals.GetMaxMassForCurrentMassRange()));
+                                     session.globals().GetMaxMassForCurrentMassRange()));
 }
 
 std::string written_log(const std::string& path) {

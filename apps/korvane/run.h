@@ -26,8 +26,8 @@ namespace korvane::program {
 
 /// The given masses, or the default list for the instrument's source and polarity. A given mass outside the
 /// instrument's mass range is a usage error.
-std::vector<double> chosen_masses(Session& session, TuneGlobals& globals, const std::vector<double>& given);
-void require_mass_in_range(TuneGlobals& globals, double mass);
+std::vector<double> chosen_masses(Session& session, const std::vector<double>& given);
+void require_mass_in_range(Session& session, double mass);
 
 /// Path of the tune log that the measurement wrote, or that there is none.
 std::string written_log(const std::string& path);

@@ -51,10 +51,8 @@ WordList found_names(Session& session, const std::string& kind, const WordList& 
         SetpointTable& table = session.instrument().setpoints();
         return names_of(table.indexes(), [&](std::int32_t index) { return table.internal_name(index); });
     }
-    if (is_one_of({"MASS", "--mass", "--mz"})) {
-        TuneGlobals globals(session.platform());
-        return names_of(chosen_masses(session, globals, {}), [](double mass) { return fmt::format("{}", mass); });
-    }
+    if (is_one_of({"MASS", "--mass", "--mz"}))
+        return names_of(chosen_masses(session, {}), [](double mass) { return fmt::format("{}", mass); });
     if (kind == "GROUP") return names_of(list_tune_parameters(session.platform(), tree), &ListedParameter::group);
     if (kind == "KEY") {
         std::vector<ListedParameter> keys = list_tune_parameters(session.platform(), tree);

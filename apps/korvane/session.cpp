@@ -5,6 +5,7 @@
 #include "korvane/abort_helper.h"
 #include "korvane/automation.h"
 #include "korvane/system.h"
+#include "korvane/tune_globals.h"
 #include "korvane/watching.h"
 #include "setpoints.h"
 
@@ -76,6 +77,11 @@ const Platform& Session::platform() {
 InstrumentGlobals& Session::instrument() {
     if (!instrument_) instrument_ = open_globals(*platform().instrument);
     return *instrument_;
+}
+
+TuneGlobals& Session::globals() {
+    if (!globals_) globals_ = std::make_unique<TuneGlobals>(platform());
+    return *globals_;
 }
 
 std::string Session::base_folder() {

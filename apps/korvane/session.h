@@ -23,7 +23,8 @@
 
 namespace korvane {
 class AbortHelper;
-}
+class TuneGlobals;
+}  // namespace korvane
 
 namespace korvane::program {
 
@@ -70,6 +71,7 @@ public:
     const Platform& platform();
     /// The program's own view of the instrument.
     InstrumentGlobals& instrument();
+    TuneGlobals& globals();
     /// "simulated", "replayed", or the name of the layer.
     std::string instrument_name() const;
     /// The base folder in use, UTF-8, with no trailing separator.
@@ -124,6 +126,7 @@ private:
     std::unique_ptr<Restoring> restoring_;
     std::optional<Platform> platform_;
     std::unique_ptr<InstrumentGlobals> instrument_;
+    std::unique_ptr<TuneGlobals> globals_;
     std::unique_ptr<AbortHelper> abort_;
     std::optional<Error> stop_;
     Json object_;

@@ -121,12 +121,11 @@ ExitCode set_setpoint(Session& session, const SetpointChange& options) {
     session.begin_run();
     const auto stays = [&](void*) { session.keep_moves(); };  // also where it was not seen to arrive
     const std::unique_ptr<void, decltype(stays)> at_end(&session, stays);
-    TuneGlobals globals(session.platform());
     try {
-        globals.SetMSSetpointValueByIdx(setpoint.index, wanted, 0, static_cast<float>(options.wait_seconds.value_or(0)),
-                                        options.until_set);
+        session.globals().SetMSSetpointValueByIdx(
+            setpoint.index, wanted, 0, static_cast<float>(options.wait_seconds.value_or(0)), options.until_set);
     } catch (const Error& error) {
-        const std::string item = globals.unreported_item();
+        const std::string item = session.globals().unreported_item();
         if (error.number() != error_number::setpoint_not_reached || item.empty()) throw;
         throw error.described(error.description() + "; no spectrum reported [" + item + "]");
     }
@@ -147,9 +146,7 @@ ExitCode list_setpoints(Session& session, const NoOptions&) {
 
 constexpr int file_schema = 1;
 
-struct FileName {
-    std::optional<std::string> path;
-};
+using FileName = std::optional<std::string>;
 
 /// A setpoint that is not as the file says.
 struct SavedSetpoint {
@@ -171,8 +168,8 @@ ExitCode save_setpoints(Session& session, const FileName& file) {
     for (const SetpointDescription& setpoint : all_setpoints(session)) values[setpoint.internal_name] = setpoint.value;
     const std::size_t count = values.size();
     const Json object{{"schema", file_schema}, {"title", session.instrument().title()}, {"setpoints", values}};
-    save_text(session, *file.path, object.dump(2) + "\n");
-    return session.show(Json{{"file", *file.path}, {"setpoints", count}}, fmt::format("{} setpoints\n", count));
+    save_text(session, *file, object.dump(2) + "\n");
+    return session.show(Json{{"file", *file}, {"setpoints", count}}, fmt::format("{} setpoints\n", count));
 }
 
 /// Those that differ, in the order of restoring. Error -904 naming all that the instrument does not have or does not
@@ -206,24 +203,23 @@ ExitCode show_rows(Session& session, const FileName& file, const std::vector<Sav
     Table table({"index|index", "<internal name|internal_name", "value|value", "saved|saved", "<|end"});
     for (const auto& [setpoint, saved, end] : rows)
         table.add(setpoint.index, setpoint.internal_name, setpoint.value, saved, end);
-    session.show(Json{{"file", *file.path}, {"setpoints", table.json()}}, table);
+    session.show(Json{{"file", *file}, {"setpoints", table.json()}}, table);
     return code;
 }
 
 ExitCode compare_setpoints(Session& session, const FileName& file) {
-    const auto rows = saved_setpoints(session, *file.path);
+    const auto rows = saved_setpoints(session, *file);
     return show_rows(session, file, rows, rows.empty() ? ExitCode::done : ExitCode::check_failed);
 }
 
 ExitCode restore_setpoints(Session& session, const FileName& file) {
     session.begin_run();
-    std::vector<SavedSetpoint> rows = saved_setpoints(session, *file.path);
-    TuneGlobals globals(session.platform());
+    std::vector<SavedSetpoint> rows = saved_setpoints(session, *file);
     for (SavedSetpoint& row : rows) {
         row.end = "not tried";
         if (session.stop()) continue;
         try {
-            globals.SetMSSetpointValueByIdx(row.setpoint.index, row.saved);
+            session.globals().SetMSSetpointValueByIdx(row.setpoint.index, row.saved);
             followed_value(session, row.setpoint, row.saved);
             row.end = "restored";
         } catch (const Error& error) {
@@ -342,7 +338,7 @@ void declare_setpoint(CLI::App& group, Session& session) {
         add_command(group, session, "restore", "set the setpoints as a file has them",
                     "korvane setpoint restore monday.json", restore_setpoints, Prints::table);
     for (const auto& [command, file] : {std::pair{&save, &saving}, {&diff, &comparing}, {&restore, &restoring}})
-        add_name(*command, "FILE", file->path, "JSON file", "FILE")->required();
+        add_name(*command, "FILE", *file, "JSON file", "FILE")->required();
 }
 
 }  // namespace korvane::program

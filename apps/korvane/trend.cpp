@@ -47,27 +47,24 @@ std::string chart_name(const ControlChart& chart) {
     return chart.metric + (chart.mz ? fmt::format(" {:.4f}", *chart.mz) : ", all");
 }
 
-/// A chart with what the chosen rules say of each value behind the guide set.
+/// A chart with what the chosen rules say of each value; nothing of those of the guide set.
 struct RuledChart {
     ControlChart chart;
     std::vector<std::vector<std::string>> alarms;
     bool out_of_control = false;
 
-    std::vector<std::string> alarms_at(std::size_t place) const {
-        return place < guide() ? std::vector<std::string>() : alarms[place - guide()];
-    }
     std::size_t guide() const { return chart.guide.size > 0 ? chart.guide.size : chart.values.size(); }
 };
 
 RuledChart ruled(const ControlChart& chart, const std::vector<std::string>& rules) {
     RuledChart result{chart, {}, false};
     const auto values = std::span(chart.values).subspan(result.guide());
-    result.alarms.resize(values.size());
+    result.alarms.resize(chart.values.size());
     for (std::size_t rule = 0; rule < std::size(chart_rule_names); ++rule) {
         if (std::ranges::count(rules, chart_rule_names[rule]) == 0) continue;
         const auto alarms = alarms_of(static_cast<ChartRule>(rule), values, chart.guide);
         for (std::size_t i = 0; i < values.size(); ++i)
-            if (alarms[i]) result.alarms[i].emplace_back(chart_rule_names[rule]);
+            if (alarms[i]) result.alarms[result.guide() + i].emplace_back(chart_rule_names[rule]);
     }
     return result;
 }
@@ -79,9 +76,9 @@ Json alarmed_records(const RuledChart& ruled_chart) {
         if (ruled_chart.alarms[i].empty()) continue;
         std::size_t end = i;
         while (end + 1 < ruled_chart.alarms.size() && !ruled_chart.alarms[end + 1].empty()) ++end;
-        const auto record = [&](std::size_t place) { return ruled_chart.chart.records[ruled_chart.guide() + place]; };
-        text += fmt::format("{}{}", text.empty() ? "" : ", ", record(i));
-        if (end > i) text += fmt::format("{}{}", end > i + 1 ? " to " : ", ", record(end));
+        const auto& records = ruled_chart.chart.records;
+        text += fmt::format("{}{}", text.empty() ? "" : ", ", records[i]);
+        if (end > i) text += fmt::format("{}{}", end > i + 1 ? " to " : ", ", records[end]);
         i = end;
     }
     return text.empty() ? Json() : Json(text);
@@ -97,7 +94,7 @@ std::string drawing(const RuledChart& ruled_chart) {
         for (std::size_t i = first; i < chart.values.size(); ++i) {
             const double z = (chart.values[i] - chart.guide.centre) / chart.guide.sigma;
             if (std::lround(std::clamp(z, -1.0 * drawn_sigmas, 1.0 * drawn_sigmas)) == level)
-                line[i - first] = i < ruled_chart.guide() ? '.' : ruled_chart.alarms_at(i).empty() ? 'o' : 'X';
+                line[i - first] = i < ruled_chart.guide() ? '.' : ruled_chart.alarms[i].empty() ? 'o' : 'X';
         }
         line.resize(line.find_last_not_of(' ') + 1);
         const std::string value = value_text(chart, chart.guide.centre + level * chart.guide.sigma);
@@ -114,7 +111,7 @@ Table point_table(const std::vector<RuledChart>& charts, Json& objects) {
         const auto known = [&](double value) { return guide.size > 0 ? Json(value) : Json(); };
         const std::size_t first = table.size();
         for (std::size_t i = 0; i < values.size(); ++i) {
-            const auto alarms = each.alarms_at(i);
+            const auto& alarms = each.alarms[i];
             table.add(metric, mz, records[i], values[i], guide.centre, guide.sigma,
                       i < each.guide() ? Json() : Json(average[i - each.guide()]), alarms,
                       fmt::format("{}", fmt::join(alarms, " ")));
@@ -206,7 +203,7 @@ TrendChart trend_chart(const ControlChart& chart) {
     TrendChart drawn{chart_name(chart), unit_of(chart), {}};
     for (std::size_t i = 0; i < chart.values.size(); ++i)
         drawn.points.push_back({std::to_string(chart.records[i]), shown_value(chart, chart.values[i]), limit(0),
-                                limit(-3), limit(3), fmt::format("{}", fmt::join(marked.alarms_at(i), " "))});
+                                limit(-3), limit(3), fmt::format("{}", fmt::join(marked.alarms[i], " "))});
     return drawn;
 }
 

@@ -1,6 +1,7 @@
 // A whole tune by a recipe; pages of records, and pictures, as files.
+#include <fmt/chrono.h>
+
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 
 #include "korvane/tune_run.h"
@@ -23,10 +24,9 @@ std::string report_page(TuneHistory& history, const TuneRecord& record) {
 
 /// Where it is written when nobody says: beside the tune logs.
 std::string report_name(Session& session, const TuneRecord& record) {
-    std::string stamp;
-    for (const char character : record.time.substr(0, 19))
-        stamp += character == 'T' ? "_" : std::isdigit(character) ? std::string(1, character) : "";
-    return utf8_of(path_of(session.base_folder()) / "Logfiles" / ("TuneReport_" + stamp + ".html"));
+    const std::time_t seconds = seconds_of(record.time);
+    return utf8_of(path_of(session.base_folder()) / "Logfiles" /
+                   fmt::format("TuneReport_{:%Y%m%d_%H%M%S}.html", fmt::gmtime(seconds)));
 }
 
 /// Writes the page to the file, or where it is written when nobody says; returns the file's name.
@@ -166,9 +166,8 @@ TuneRecord recorded(Session& session, const PlotOptions& options) {
 
 TuneRecord measured(Session& session, const PlotOptions& options) {
     session.begin_run();
-    TuneGlobals globals(session.platform());
     TuneRecord record;
-    measure_record(record, session.platform(), globals, chosen_masses(session, globals, options.masses));
+    measure_record(record, session.platform(), session.globals(), chosen_masses(session, options.masses));
     return record;
 }
 
