@@ -1,8 +1,11 @@
 // Runs the program's commands in the test's own process, on a base folder of the test's own.
 #pragma once
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,20 +20,29 @@ struct Outcome {
 
     /// The one object on standard output.
     nlohmann::json json() const { return nlohmann::json::parse(out); }
-    /// Lines of `err` that report a failure or a usage fault.
-    std::vector<std::string> failure_lines() const;
 };
 
-Outcome run_program(const std::vector<std::string>& arguments, bool terminal = false,
-                    Platform system = make_platform(nullptr));
-/// The words of a line; '' is an empty one.
-std::vector<std::string> words_of(const std::string& line);
+/// The program called by its first words and those of the line, where '' is an empty one.
+inline Outcome run_program(const std::string& line, std::vector<std::string> words = {"korvane"}, bool terminal = false,
+                           Platform system = make_platform(nullptr)) {
+    std::istringstream text(line);
+    words.insert(words.end(), std::istream_iterator<std::string>(text), {});
+    std::ranges::replace(words, std::string("''"), std::string());
+    std::vector<const char*> arguments;
+    for (const std::string& word : words) arguments.push_back(word.c_str());
+    std::ostringstream out, err;
+    const int code =
+        run_command_line(static_cast<int>(arguments.size()), arguments.data(), {out, err, terminal}, std::move(system));
+    return {code, out.str(), err.str()};
+}
 
 struct ProgramTest {
     ProgramTest() { create_base_folder(base); }
 
     /// With --base; the option goes in front, where it is read in any case.
-    Outcome run(std::vector<std::string> arguments, Platform system = make_platform(nullptr)) const;
+    Outcome run(const std::string& line, Platform system = make_platform(nullptr), bool terminal = false) const {
+        return run_program(line, {"korvane", "--base", base.string()}, terminal, std::move(system));
+    }
     void scene(const std::string& json) const { write_text(base / "scene.json", json); }
 
     TemporaryFolder folder;

@@ -2,7 +2,6 @@
 // a decimal comma.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 #include <locale>
@@ -32,7 +31,7 @@ std::string session(const ProgramTest& program, int seed, double start_second = 
     for (const char* command :
          {"calibration fit --spectra 1", "measure --mass 566.8885", "params list", "abort request", "abort reset",
           "adjust QuadAMU --mz 566.8885 --target 20000 --raise-to-reduce --fast"}) {
-        const Outcome run = program.run(words_of("--seed " + std::to_string(seed) + " " + command), system);
+        const Outcome run = program.run("--seed " + std::to_string(seed) + " " + command, system);
         EXPECT_EQ(run.code, 0) << command << ": " << run.err;
         text += run.out;
     }
@@ -76,11 +75,11 @@ TEST(Everywhere, ABaseFolderMadeWithADecimalCommaWorksThereAndOnlyStoredNumbersD
     std::replace(german.begin(), german.end(), ',', '.');
     std::replace(classic.begin(), classic.end(), ',', '.');
     EXPECT_EQ(german, classic);
-    EXPECT_EQ(points.run({"measure"}).code, began_with_points ? 3 : 0) << "a number with a point was taken";
-    EXPECT_EQ(commas.run(words_of("params set PeakHandling PeakFindWindowInPercentT 0.25")).out, "0.25\n");
-    EXPECT_EQ(commas.run(words_of("masslist set 158.964 294.9388 566.8885 838.8381")).code, 0);
-    EXPECT_EQ(commas.run({"masslist", "check"}).code, 0);
-    EXPECT_EQ(commas.run({"measure"}).code, 0);
+    EXPECT_EQ(points.run("measure").code, began_with_points ? 3 : 0) << "a number with a point was taken";
+    EXPECT_EQ(commas.run("params set PeakHandling PeakFindWindowInPercentT 0.25").out, "0.25\n");
+    EXPECT_EQ(commas.run("masslist set 158.964 294.9388 566.8885 838.8381").code, 0);
+    EXPECT_EQ(commas.run("masslist check").code, 0);
+    EXPECT_EQ(commas.run("measure").code, 0);
     std::locale::global(before);
     std::setlocale(LC_ALL, "C");
 }
