@@ -1,7 +1,5 @@
 #include "instrument/peakfinder/gaussian_fit.h"
 
-#include <Eigen/Core>
-#include <Eigen/LU>
 #include <array>
 #include <numbers>
 
@@ -11,21 +9,27 @@ using namespace method;
 
 namespace {
 
-using Eigen::Matrix3d;
-using Eigen::Vector3d;
+/// Of the height's logarithm, the centre in sigmas and the width's logarithm.
+using Row = std::array<double, 3>;
+
+double dot(const Row& left, const Row& right) {
+    return left[0] * right[0] + left[1] * right[1] + left[2] * right[2];
+}
 
 /// Adds term x u^k to the sum of every power k.
-template <std::size_t powers>
-void add_powers(double term, double u, std::array<double, powers>& sums) {
+template <class Number, std::size_t powers>
+void add_powers(Number term, Number u, std::array<Number, powers>& sums) {
     for (auto& sum : sums) {
         sum += term;
         term *= u;
     }
 }
 
-/// From the moments sum of w u^k, k = 0 to 4.
-Matrix3d moment_matrix(const std::array<double, 5>& moments) {
-    return Matrix3d::NullaryExpr([&](Eigen::Index row, Eigen::Index column) { return moments[row + column]; });
+/// Variance of a row times the sums whose covariance is the sum of w u^(k + l), from the moments k = 0 to 4.
+double variance_of(const Row& row, const std::array<double, 5>& moments) {
+    const auto [a, b, c] = row;
+    return a * a * moments[0] + 2 * a * b * moments[1] + (2 * a * c + b * b) * moments[2] + 2 * b * c * moments[3] +
+           c * c * moments[4];
 }
 
 class GaussianFit {
@@ -39,8 +43,8 @@ public:
         PeakFit fit;
         for (double spread = model_.width_spread;; spread = widest_spread) {
             if (!approach(spread) || !conclude(spread, fit)) return std::nullopt;
-            const double deviation = std::abs(std::log(fit.own_sigma / expected_sigma_));
-            const bool at_odds = deviation > freed_width_deviations * std::hypot(fit.sigma_error, spread);
+            const double error = std::sqrt(fit.sigma_error * fit.sigma_error + spread * spread);
+            const bool at_odds = std::abs(own_widening_) > freed_width_deviations * error;
             if (!at_odds || spread >= widest_spread) break;
         }
         fit.shape = shape_;
@@ -50,83 +54,129 @@ public:
 
 private:
     /// Over the samples, with u = (i - c) / s, m the model and w the weight: w m u^k (sample - m), w m^2 u^k, and
-    /// w^2 m^2 u^k x variance of the sample where every sample has its own.
-    struct Sums {
-        std::array<double, 3> residual{};
-        std::array<double, 5> information{};
-        std::array<double, 5> variance{};
-        double chi_square = 0;
+    /// w^2 m^2 u^k x variance of the sample where every sample has its own. `Number`: of one sample or of two at a
+    /// time.
+    template <class Number>
+    struct SumsOf {
+        std::array<Number, 3> residual{};
+        std::array<Number, 5> information{};
+        std::array<Number, 5> variance{};
+        Number chi_square{};
         double samples = 0;
         bool clipped = false;
     };
+    using Sums = SumsOf<double>;
     struct Step {
-        Vector3d change;  // of the height's logarithm, the centre in sigmas and the width's logarithm
-        Matrix3d inverse;
+        Row change;
+        std::array<Row, 3> inverse;
     };
 
+    /// Adds what one sample or two say; returns the influence on the sums.
+    template <bool with_variance, class Number>
+    Number add(Number value, Number above, Number others, Number u, SumsOf<Number>& sums) const {
+        const Number ions = gain_ * (value + others);
+        // The same weight for a sample that holds a neighbour's ions as well.
+        const Number slope = value / (floor_variance_ + ions);
+        const Number residual = above - others - value;
+        add_powers(slope * residual, u, sums.residual);
+        add_powers(slope * value, u, sums.information);
+        if constexpr (with_variance) {
+            // The sample itself tells its variance better than the model, which knows nothing of late ions.
+            const Number positive = above > Number{} ? above : Number{};
+            add_powers(slope * slope * (noise_variance_ + ion_variance_ * positive), u, sums.variance);
+            sums.chi_square += residual * residual / (noise_variance_ + ions + shape_variance_);
+        }
+        return slope;
+    }
+
+    /// Two samples at a time, as far from the middle to either side; one by one what lies farther to one side.
     template <bool with_variance>
     Sums accumulate() {
         const double reach = fit_reach_sigmas * shape_.sigma;
         const Index last = samples_.first + std::ssize(samples_.above) - 1;
-        first_ = std::max(samples_.first, static_cast<Index>(std::ceil(shape_.centre - reach)));
-        const Index end = std::min(last, static_cast<Index>(std::floor(shape_.centre + reach))) + 1;
-        const Index size = std::max<Index>(0, end - first_);
-        values_.resize(size);
-        gaussian_samples(shape_, first_, values_);
-        if (with_variance) influence_.assign(size, 0.0);
-        const double floor_variance = noise_variance_ + end_softening * gain_ * shape_.height;
-        const double ion_variance = has_pulses_ ? 0 : model_.ion_variance();
-        const double shape_error = (fit_shape_error + fit_tail_error * model_.tail_fraction) * shape_.height;
-        const double shape_variance = shape_error * shape_error;
-        const Index offset = first_ - samples_.first;
-        const double step = 1 / shape_.sigma;
-        double u = (static_cast<double>(first_) - shape_.centre) / shape_.sigma;
+        first_ = std::max(samples_.first, ceil_of(shape_.centre - reach));
+        const Index end = std::min(last, floor_of(shape_.centre + reach)) + 1;
         Sums sums;
-        for (Index i = 0; i < size; ++i, u += step) {
-            const double above = samples_.above[offset + i];
-            if (above == saturated) {
+        if (first_ >= end) return sums;
+        floor_variance_ = noise_variance_ + end_softening * gain_ * shape_.height;
+        ion_variance_ = has_pulses_ ? 0 : model_.ion_variance();
+        const double shape_error = (fit_shape_error + fit_tail_error * model_.tail_fraction) * shape_.height;
+        shape_variance_ = shape_error * shape_error;
+        const bool keeps_influence = with_variance && has_pulses_;
+        if (keeps_influence) influence_.assign(end - first_, 0.0);
+        const GaussianSteps steps(shape_, {first_, end});
+        const Index middle = steps.middle;
+        const double* const above = &samples_.above[middle - samples_.first];
+        const double* const others = samples_.others.empty() ? nullptr : &samples_.others[middle - samples_.first];
+        const auto add_one = [&](Index i, double value, double u) {
+            if (above[i] == saturated) {
                 sums.clipped = true;
-                continue;
+                return;
             }
-            const double others = samples_.other(offset + i);
-            // The same weight for a sample that holds a neighbour's ions as well.
-            const double slope = 1 / (floor_variance + gain_ * (values_[i] + others)) * values_[i];
-            add_powers(slope * (above - others - values_[i]), u, sums.residual);
-            add_powers(slope * values_[i], u, sums.information);
-            if constexpr (with_variance) {
-                // The sample itself tells its variance better than the model, which knows nothing of late ions.
-                add_powers(slope * slope * (noise_variance_ + ion_variance * std::max(above, 0.0)), u, sums.variance);
-                influence_[i] = slope;
-                const double residual = above - others - values_[i];
-                sums.chi_square +=
-                    residual * residual / (noise_variance_ + gain_ * (values_[i] + others) + shape_variance);
-                sums.samples += 1;
-            }
+            const double slope = add<with_variance>(value, above[i], others ? others[i] : 0.0, u, sums);
+            if (keeps_influence) influence_[middle + i - first_] = slope;
+            sums.samples += 1;
+        };
+        add_one(0, steps.top, steps.distance);
+        const Index right = end - middle, left = middle - first_ + 1;
+        const Index paired = samples_.has_saturated || keeps_influence ? 1 : std::min(left, right);
+        const double u_step = 1 / shape_.sigma;
+        Pair value{steps.top, steps.top};
+        Pair step = steps.step;
+        Pair u{steps.distance, steps.distance};
+        SumsOf<Pair> pairs;
+        for (Index i = 1; i < paired; ++i) {
+            value *= step;
+            step *= steps.square_step;
+            u += Pair{u_step, -u_step};
+            const Pair other = others ? Pair{others[i], others[-i]} : Pair{};
+            add<with_variance>(value, Pair{above[i], above[-i]}, other, u, pairs);
         }
+        const auto add_rest = [&](Index direction, Index number, double value, double step, double u) {
+            for (Index i = paired; i < number; ++i) {
+                value *= step;
+                step *= steps.square_step;
+                u += static_cast<double>(direction) * u_step;
+                add_one(direction * i, value, u);
+            }
+        };
+        add_rest(1, right, value[0], step[0], u[0]);
+        add_rest(-1, left, value[1], step[1], u[1]);
+        const auto add_pairs = [](auto& total, const auto& parts) {
+            for (std::size_t i = 0; i < total.size(); ++i) total[i] += parts[i][0] + parts[i][1];
+        };
+        add_pairs(sums.residual, pairs.residual);
+        add_pairs(sums.information, pairs.information);
+        add_pairs(sums.variance, pairs.variance);
+        sums.chi_square += pairs.chi_square[0] + pairs.chi_square[1];
+        sums.samples += static_cast<double>(2 * (paired - 1));
         return sums;
     }
 
     /// With the width drawn to the expected one; nothing where the samples do not tell the parameters.
     std::optional<Step> solve(const Sums& sums, double spread) const {
         const double pull = 1 / (spread * spread);
-        Matrix3d matrix = moment_matrix(sums.information);
-        Vector3d right(sums.residual.data());
-        matrix(2, 2) += pull;
-        right[2] -= pull * std::log(shape_.sigma / expected_sigma_);
-        const double least_determinant = least_determinant_part * matrix.diagonal().prod();
-        Step step;
-        double determinant = 0;
-        bool invertible = false;
-        matrix.computeInverseAndDetWithCheck(step.inverse, determinant, invertible, least_determinant);
-        if (!invertible || determinant < 0) return std::nullopt;
-        step.change = step.inverse * right;
-        return step;
+        const auto& [m0, m1, m2, m3, unpulled] = sums.information;
+        const double m4 = unpulled + pull;
+        const Row right{sums.residual[0], sums.residual[1], sums.residual[2] - pull * widening_};
+        // Cofactors of the symmetric matrix.
+        const double c00 = m2 * m4 - m3 * m3, c01 = m2 * m3 - m1 * m4, c02 = m1 * m3 - m2 * m2;
+        const double c11 = m0 * m4 - m2 * m2, c12 = m1 * m2 - m0 * m3, c22 = m0 * m2 - m1 * m1;
+        const double determinant = m0 * c00 + m1 * c01 + m2 * c02;
+        if (!(determinant > least_determinant_part * m0 * m2 * m4)) return std::nullopt;
+        const double part = 1 / determinant;
+        const std::array<Row, 3> inverse{Row{c00 * part, c01 * part, c02 * part},
+                                         Row{c01 * part, c11 * part, c12 * part},
+                                         Row{c02 * part, c12 * part, c22 * part}};
+        return Step{{dot(inverse[0], right), dot(inverse[1], right), dot(inverse[2], right)}, inverse};
     }
 
     void take(const Step& step) {
         shape_.height *= std::exp(std::clamp(step.change[0], -most_height_step, most_height_step));
         shape_.centre += std::clamp(step.change[1], -most_centre_step, most_centre_step) * shape_.sigma;
-        shape_.sigma *= std::exp(std::clamp(step.change[2], -most_width_step, most_width_step));
+        const double widening = std::clamp(step.change[2], -most_width_step, most_width_step);
+        shape_.sigma *= std::exp(widening);
+        widening_ += widening;
     }
 
     bool approach(double spread) {
@@ -136,26 +186,31 @@ private:
             take(*step);
             const double widening = shape_.sigma / expected_sigma_;
             if (widening > largest_widening || widening * largest_widening < 1) return false;
-            const Eigen::Array3d limits =
-                (settled_step_errors * step->inverse.diagonal().array().sqrt()).min(settled_step);
-            if ((step->change.array().abs() <= limits).all()) return true;
+            const auto is_settled = [&](int i) {
+                const double limit = std::min(settled_step, settled_step_errors * std::sqrt(step->inverse[i][i]));
+                return std::abs(step->change[i]) <= limit;
+            };
+            if (is_settled(0) && is_settled(1) && is_settled(2)) return true;
         }
         return false;
     }
 
     bool conclude(double spread, PeakFit& fit) {
         const Sums sums = accumulate<true>();
-        Matrix3d scatter = moment_matrix(sums.variance);
-        if (has_pulses_) scatter += pulse_scatter();
+        const auto pulses = has_pulses_ ? pulse_shares() : std::vector<Row>{};
         auto error = [&](const Step& step, int parameter) {
-            const auto row = step.inverse.col(parameter);
-            return std::sqrt(std::max(0.0, row.dot(scatter * row)));
+            const Row& row = step.inverse[parameter];
+            double variance = variance_of(row, sums.variance);
+            for (const Row& share : pulses) variance += dot(row, share) * dot(row, share);
+            return std::sqrt(std::max(0.0, variance));
         };
         // First the width that the peak would have nearly without the expectation, then the last step with it.
         const auto own = solve(sums, widest_spread);
         const auto last = solve(sums, spread);
         if (!own || !last) return false;
-        fit.own_sigma = shape_.sigma * std::exp(std::clamp(own->change[2], -most_own_width_step, most_own_width_step));
+        const double own_step = std::clamp(own->change[2], -most_own_width_step, most_own_width_step);
+        fit.own_sigma = shape_.sigma * std::exp(own_step);
+        own_widening_ = widening_ + own_step;
         fit.sigma_error = error(*own, 2);
         fit.height_error = error(*last, 0);
         fit.centre_error = error(*last, 1) * shape_.sigma;
@@ -176,54 +231,58 @@ private:
         fit.centre_error = std::hypot(fit.centre_error, one_sided_widening * widening);
     }
 
-    /// Covariance of the three sums over samples of influence x u^k x sample where every ion is a pulse over several
-    /// samples: the integral over the ions' arrival of the product of what one pulse adds to two sums. The arrival is
-    /// the peak's spread without the pulse's.
-    Matrix3d pulse_scatter() {
+    /// Where every ion is a pulse over several samples, the rows whose squares add up to the covariance of the three
+    /// sums over samples of influence x u^k x sample: the integral over the ions' arrival of the product of what one
+    /// pulse adds to two sums. The arrival is the peak's spread without the pulse's.
+    std::vector<Row> pulse_shares() {
         const double square = shape_.sigma * shape_.sigma;
         const double arrival_square = std::max(least_arrival_part * square, square - pulse_sigma_ * pulse_sigma_);
         const double arrival = std::sqrt(arrival_square) / (1 + fitted_width_of_tail * model_.tail_fraction);
         const double delay =
             tail_sigmas * std::sqrt(arrival * arrival + model_.tail_pulse_part * pulse_sigma_ * pulse_sigma_);
-        const double area = shape_.height * shape_.sigma * std::sqrt(2 * std::numbers::pi);
-        Matrix3d scatter = Matrix3d::Zero();
+        const double variance = model_.ion_variance() * shape_.counts();
+        std::vector<Row> shares;
         auto add = [&](double distance, double part) {
-            const Vector3d share = share_of_pulse(shape_.centre + distance);
-            scatter += model_.ion_variance() * area * part * share * share.transpose();
+            Row& share = shares.emplace_back(share_of_pulse(shape_.centre + distance));
+            for (double& value : share) value *= std::sqrt(variance * part);
         };
         for (const auto& node : normal_nodes) add(node.place * arrival, (1 - model_.tail_fraction) * node.weight);
         if (model_.tail_fraction > 0)
             for (const auto& node : delay_nodes) add(node.place * delay, model_.tail_fraction * node.weight);
-        return scatter;
+        return shares;
     }
 
     /// What a pulse of unit counts at `place` adds to the three sums.
-    Vector3d share_of_pulse(double place) {
+    Row share_of_pulse(double place) {
         const double reach = pulse_reach_sigmas * pulse_sigma_;
         const Index last = first_ + std::ssize(influence_) - 1;
-        const Index from = std::max(first_, static_cast<Index>(std::ceil(place - reach)));
-        const Index end = std::min(last, static_cast<Index>(std::floor(place + reach))) + 1;
-        values_.resize(std::max<Index>(0, end - from));
-        gaussian_samples({1 / (pulse_sigma_ * std::sqrt(2 * std::numbers::pi)), place, pulse_sigma_}, from, values_);
-        std::array<double, 3> share{};
+        const Index from = std::max(first_, ceil_of(place - reach));
+        const Index end = std::min(last, floor_of(place + reach)) + 1;
+        pulse_.resize(std::max<Index>(0, end - from));
+        gaussian_samples({1 / (pulse_sigma_ * std::sqrt(2 * std::numbers::pi)), place, pulse_sigma_}, from, pulse_);
+        Row share{};
         for (Index i = from; i < end; ++i)
-            add_powers(influence_[i - first_] * values_[i - from],
+            add_powers(influence_[i - first_] * pulse_[i - from],
                        (static_cast<double>(i) - shape_.centre) / shape_.sigma, share);
-        return Vector3d(share.data());
+        return share;
     }
 
     const SearchContext& context_;
     const PeakSamples& samples_;
     PeakShape shape_;
     const PeakModel& model_ = context_.model;
-    const double noise_variance_ = context_.noise_variance(shape_.centre);  // of a sample without ions
+    const double noise_variance_ = samples_.level.noise * samples_.level.noise;  // of a sample without ions
     const double expected_sigma_ = context_.expected_sigma(shape_.centre);
+    // Logarithms of the width, and of that by the peak's own data, over the expected one.
+    double widening_ = std::log(shape_.sigma / expected_sigma_), own_widening_ = 0;
     const double pulse_sigma_ = model_.ion_pulse_sigma_ns / context_.axis.interval_ns;
     const bool has_pulses_ = pulse_sigma_ >= shortest_pulse_samples;
     double gain_ = model_.ion_variance();  // variance of one sample, per count, that the ions make
+    // Of the samples' variance, what does not go by the counts, and what the samples' own counts make; of the model.
+    double floor_variance_ = 0, ion_variance_ = 0, shape_variance_ = 0;
     Index first_ = 0;
-    std::vector<double> values_;     // of the model from `first_` on
-    std::vector<double> influence_;  // of the same samples on the sums
+    std::vector<double> pulse_;      // one that is looked at
+    std::vector<double> influence_;  // of the samples from `first_` on on the sums
 };
 
 }  // namespace

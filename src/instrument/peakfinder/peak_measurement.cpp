@@ -25,11 +25,13 @@ double crossing(const PeakShape& left, const PeakShape& right) {
 /// Peaks within reach of one another, which are fitted in turn, each to what the others leave.
 class PeakGroup {
 public:
-    PeakGroup(const SearchContext& context, std::span<FittedPeak> peaks) : context_(context), peaks_(peaks) {
-        for (const auto& peak : peaks) candidates_.push_back(peak.fit.shape.centre);
-    }
+    explicit PeakGroup(const SearchContext& context) : context_(context) {}
 
-    void measure() {
+    void measure(std::span<FittedPeak> peaks) {
+        peaks_ = peaks;
+        candidates_.clear();
+        for (const auto& peak : peaks) candidates_.push_back(peak.fit.shape.centre);
+        samples_.others.clear();
         fit_together();
         for (std::size_t i = 0; i < peaks_.size(); ++i) complete(i);
     }
@@ -38,7 +40,7 @@ private:
     /// Each again while a neighbour within reach has moved since.
     void fit_together() {
         if (peaks_.size() == 1) return fit_one(0);
-        models_.resize(peaks_.size());
+        models_.assign(peaks_.size(), {});
         std::vector<bool> disturbed(peaks_.size(), true);
         for (int round = 0; round < most_rounds; ++round) {
             bool moved = false;
@@ -86,10 +88,15 @@ private:
         const double reach = loaded_sigmas * shape.sigma + 1;
         const auto range = context_.samples_between(std::floor(shape.centre - reach), std::ceil(shape.centre + reach));
         samples_.first = range.first;
-        samples_.above = context_.above(range);
+        samples_.above.resize(range.size());
+        context_.background.subtract(range.first, samples_.above);
+        samples_.has_saturated = false;
         if (std::isfinite(context_.model.saturation_counts))
             for (Index i = range.first; i < range.end; ++i)
-                if (context_.is_saturated(i)) samples_.above[i - range.first] = saturated;
+                if (context_.is_saturated(i)) {
+                    samples_.above[i - range.first] = saturated;
+                    samples_.has_saturated = true;
+                }
         if (peaks_.size() == 1) return;
         samples_.others.assign(range.size(), 0.0);
         for (const int direction : {-1, 1}) {
@@ -108,7 +115,8 @@ private:
         FittedPeak& peak = peaks_[index];
         const PeakShape start = peak.fit.shape;
         load_samples(index);
-        peak.baseline = context_.background.at(start.centre).baseline;
+        samples_.level = context_.background.at(start.centre);
+        peak.baseline = samples_.level.baseline;
         auto fit = fit_gaussian(context_, samples_, start);
         if (fit && fit->clipped) fit = fit_flanks(fit->shape);
         const double sigma = context_.expected_sigma(start.centre);
@@ -212,9 +220,8 @@ private:
     void sum_samples(const BackgroundLevel& level, FittedPeak& peak) {
         const PeakShape& shape = peak.fit.shape;
         const Index last = samples_.first + std::ssize(samples_.above) - 1;
-        const Index from =
-            std::max(samples_.first, static_cast<Index>(std::ceil(shape.centre - side_to_sigmas * shape.sigma)));
-        const Index to = std::min(last, static_cast<Index>(std::floor(shape.centre + area_right_sigmas * shape.sigma)));
+        const Index from = std::max(samples_.first, ceil_of(shape.centre - side_to_sigmas * shape.sigma));
+        const Index to = std::min(last, floor_of(shape.centre + area_right_sigmas * shape.sigma));
         if (to < from) return;
         values_.resize(to - from + 1);
         gaussian_samples(shape, from, values_);
@@ -223,23 +230,24 @@ private:
         const double start_u = (peak.start - shape.centre) * step;
         const double end_u = (peak.end - shape.centre) * step;
         double u = (static_cast<double>(from) - shape.centre) * step;
-        double ions = 0;
-        double shared_samples = 0;
+        double area = 0, ions = 0, shared_samples = 0, late_excess = 0;
         for (Index i = from; i <= to; ++i, u += step) {
             double above = samples_.above[i - samples_.first];
-            if (u >= start_u && u <= end_u && above > level.noise) ++peak.samples;
+            peak.samples += (u >= start_u) & (u <= end_u) & (above > level.noise);
             const double model = values_[i - from];
             const double total = model + samples_.other(i - samples_.first);
             const double share = total > model ? model / total : 1;
             if (above == saturated) above = std::max(limit, total);
             above *= share;
             const double excess = above - share * total;
-            peak.late_excess += u > side_from_sigmas ? excess : u < -side_from_sigmas ? -excess : 0;
-            if (u < -area_left_sigmas) continue;
-            peak.area += above;
-            ions += share * std::max(above, 0.0);
-            shared_samples += share;
+            late_excess += u > side_from_sigmas ? excess : u < -side_from_sigmas ? -excess : 0;
+            const double in_area = u < -area_left_sigmas ? 0 : 1;
+            area += in_area * above;
+            ions += in_area * share * std::max(above, 0.0);
+            shared_samples += in_area * share;
         }
+        peak.area = area;
+        peak.late_excess = late_excess;
         const double noise_variance = level.noise * level.noise;
         peak.area_error = std::sqrt(context_.model.ion_variance() * ions +
                                     noise_variance * shared_samples * (1 + shared_samples / baseline_samples));
@@ -261,12 +269,14 @@ bool share_samples(const PeakShape& left, const PeakShape& right) {
 
 std::vector<FittedPeak> measure_peaks(const SearchContext& context, std::span<const PeakShape> candidates) {
     std::vector<FittedPeak> peaks;
+    peaks.reserve(candidates.size());
+    PeakGroup group(context);
     for (const auto& candidate : candidates) peaks.push_back({.fit = {.shape = candidate}});
     for (std::size_t first = 0; first < peaks.size();) {
         std::size_t end = first + 1;
         while (end < peaks.size() && share_samples(candidates[end - 1], candidates[end])) ++end;
         for (std::size_t i = first; i < end; ++i) peaks[i].alone = end - first == 1;
-        PeakGroup(context, std::span(peaks).subspan(first, end - first)).measure();
+        group.measure(std::span(peaks).subspan(first, end - first));
         first = end;
     }
     return peaks;

@@ -18,42 +18,54 @@ double scaled_erfc(double x) {
 
 }  // namespace
 
+GaussianSteps::GaussianSteps(const PeakShape& shape, const SampleRange& range) {
+    const double inverse = 1 / shape.sigma;
+    middle = std::clamp(floor_of(shape.centre + 0.5), range.first, range.end - 1);
+    distance = (static_cast<double>(middle) - shape.centre) * inverse;
+    top = shape.height * std::exp(-0.5 * distance * distance);
+    square_step = std::exp(-inverse * inverse);
+    const double right_step = std::exp(-(distance + 0.5 * inverse) * inverse);
+    step = Pair{right_step, square_step / right_step};
+}
+
 void gaussian_samples(const PeakShape& shape, Index first, std::span<double> values) {
     const Index size = std::ssize(values);
     if (size == 0) return;
-    const double inverse = 1 / shape.sigma;
-    const auto nearest = static_cast<Index>(std::floor(shape.centre + 0.5)) - first;
-    const Index middle = std::clamp<Index>(nearest, 0, size - 1);
-    const double distance = (static_cast<double>(first + middle) - shape.centre) * inverse;
-    const double top = shape.height * std::exp(-0.5 * distance * distance);
-    const double square_step = std::exp(-inverse * inverse);
-    const double right_step = std::exp(-(distance + 0.5 * inverse) * inverse);
-    double* const at_middle = values.data() + middle;
-    *at_middle = top;
-    auto fill = [&](Index direction, Index end, double step) {
-        double value = top;
+    const GaussianSteps steps(shape, {first, first + size});
+    double* const at_middle = values.data() + (steps.middle - first);
+    *at_middle = steps.top;
+    const auto fill = [&](Index direction, Index end, double step) {
+        double value = steps.top;
         for (Index i = 1; i < end; ++i) {
             value *= step;
-            step *= square_step;
+            step *= steps.square_step;
             at_middle[direction * i] = value;
         }
     };
-    fill(1, size - middle, right_step);
-    fill(-1, middle + 1, square_step / right_step);
+    fill(1, first + size - steps.middle, steps.step[0]);
+    fill(-1, steps.middle - first + 1, steps.step[1]);
 }
 
 Correlation correlation(std::span<const double> counts, Index centre, double sigma, double reach_sigmas,
                         double pedestal) {
-    const auto reach = static_cast<Index>(std::ceil(reach_sigmas * sigma));
-    const Index first = std::max<Index>(0, centre - reach);
-    std::vector<double> weights(std::min(std::ssize(counts), centre + reach + 1) - first);
-    gaussian_samples({1, static_cast<double>(centre), sigma}, first, weights);
-    Correlation total;
-    for (Index i = 0; i < std::ssize(weights); ++i) {
-        const double weighted = weights[i] * (counts[first + i] - pedestal);
-        total.sum += weighted;
-        total.moment += weighted * static_cast<double>(first + i - centre);
-        total.square_sum += weights[i] * weights[i];
+    const Index size = std::ssize(counts);
+    const Index reach = std::min(ceil_of(reach_sigmas * sigma), std::max(centre, size - 1 - centre));
+    Correlation total{counts[centre] - pedestal, 0, 1};
+    double weight = 1;
+    double step = std::exp(-0.5 / (sigma * sigma));
+    const double square_step = step * step;
+    for (Index distance = 1; distance <= reach; ++distance) {
+        weight *= step;
+        step *= square_step;
+        const auto add = [&](Index place, double moment) {
+            if (place < 0 || place >= size) return;
+            const double weighted = weight * (counts[place] - pedestal);
+            total.sum += weighted;
+            total.moment += weighted * moment;
+            total.square_sum += weight * weight;
+        };
+        add(centre - distance, -static_cast<double>(distance));
+        add(centre + distance, static_cast<double>(distance));
     }
     return total;
 }
@@ -68,16 +80,17 @@ void add_late_peak_samples(const PeakShape& fitted, double tail_fraction, Index 
     std::vector<double> in_time(values.size());
     gaussian_samples({1, centre, sigma}, first, in_time);
     const double step = std::exp(-rate / sigma);
+    const double inverse = 1 / sigma;
     double decay = 0;
     for (Index i = 0; i < std::ssize(values); ++i) {
-        const double u = (static_cast<double>(first) + static_cast<double>(i) - centre) / sigma;
+        const double u = (static_cast<double>(first + i) - centre) * inverse;
         if (u > rate) decay = decay > 0 ? decay * step : 2 * std::exp(0.5 * rate * rate - rate * u);
         if (std::abs(u) > gone_sigmas) {
             values[i] += delayed * decay;
             continue;
         }
         // exp(r^2 / 2 - r u) erfc(x) with x = (r - u) / sqrt 2 and erfc(|x|) = p exp(-x^2): exp(-u^2 / 2) p.
-        const double near = in_time[i] * scaled_erfc(std::abs(rate - u) / std::numbers::sqrt2);
+        const double near = in_time[i] * scaled_erfc(std::abs(rate - u) * (1 / std::numbers::sqrt2));
         const double late = u > rate ? decay - near : near;
         values[i] += (1 - tail_fraction) * height * in_time[i] + delayed * late;
     }

@@ -18,8 +18,23 @@ struct PeakShape {
     friend bool operator==(const PeakShape&, const PeakShape&) = default;
 };
 
-/// h exp(-((i - c) / s)^2 / 2) at samples first, first + 1, ... By recurrence from the sample nearest to the centre,
-/// where no rounding error can grow.
+/// Two samples at a time.
+using Pair = double __attribute__((vector_size(16)));
+
+/// h exp(-((i - c) / s)^2 / 2) by recurrence from the sample nearest to the centre, where no rounding error can grow:
+/// away from `middle`, where it is `top`, every value is the last one times the step of its side (right, left), and
+/// every step the last one times `square_step`.
+struct GaussianSteps {
+    GaussianSteps(const PeakShape& shape, const SampleRange& range);
+
+    Index middle;
+    double distance;  ///< of `middle` from the centre, in sigmas
+    double top;
+    double square_step;
+    Pair step;
+};
+
+/// At samples first, first + 1, ...
 void gaussian_samples(const PeakShape& shape, Index first, std::span<double> values);
 
 /// What a peak of this sigma about a sample would make of it: over the samples within reach, sums of weight x counts,

@@ -12,6 +12,16 @@
 
 namespace korvane {
 
+/// As std::floor and std::ceil, of what an index can hold.
+inline Index floor_of(double value) {
+    const auto whole = static_cast<Index>(value);
+    return static_cast<double>(whole) > value ? whole - 1 : whole;
+}
+inline Index ceil_of(double value) {
+    const auto whole = static_cast<Index>(value);
+    return static_cast<double>(whole) < value ? whole + 1 : whole;
+}
+
 /// Flight time of the samples of a spectrum.
 struct SampleAxis {
     double start_ns = 0;  ///< flight time of sample 0
@@ -83,8 +93,8 @@ struct SearchContext {
     /// The samples from `from` to `to`; outside the spectrum the nearest one.
     SampleRange samples_between(double from, double to) const {
         const double last = static_cast<double>(counts.size()) - 1;
-        const double first = std::clamp(std::ceil(from), 0.0, last);
-        return {static_cast<Index>(first), static_cast<Index>(std::clamp(std::floor(to), first, last)) + 1};
+        const Index first = ceil_of(std::clamp(from, 0.0, last));
+        return {first, std::max(first, floor_of(std::clamp(to, 0.0, last))) + 1};
     }
 };
 
