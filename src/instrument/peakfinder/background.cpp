@@ -156,6 +156,7 @@ Background::Background(std::span<const std::int32_t> counts, Index first, Index 
         blocks_.insert(blocks_.end(), fine.begin(), fine.end());
     }
     if (blocks_.size() > blocks.size()) find_steps();
+    blocks_per_sample_ = 1 / static_cast<double>(blocks_.front().end - blocks_.front().first);
 }
 
 Background::Blocks Background::parts(Index first, Index end, Index number, double most_noise) const {
@@ -218,8 +219,7 @@ void Background::find_steps() {
 
 Background::Blocks::const_iterator Background::right_of(double sample) const {
     // Mostly all blocks are equally long.
-    const double length = static_cast<double>(blocks_.front().end - blocks_.front().first);
-    const double place = std::max(0.0, (sample - blocks_.front().centre()) / length + 1);
+    const double place = std::max(0.0, (sample - blocks_.front().centre()) * blocks_per_sample_ + 1);
     const auto guess = static_cast<Index>(std::min(place, static_cast<double>(blocks_.size())));
     const auto right = blocks_.begin() + guess;
     const bool is_after = right == blocks_.end() || right->centre() > sample;
@@ -228,7 +228,10 @@ Background::Blocks::const_iterator Background::right_of(double sample) const {
 }
 
 BackgroundLevel Background::at(double sample) const {
-    const auto right = right_of(sample);
+    return at(sample, right_of(sample));
+}
+
+BackgroundLevel Background::at(double sample, Blocks::const_iterator right) const {
     if (right == blocks_.begin()) return right->level;
     const auto left = std::prev(right);
     if (right == blocks_.end() || (left->steps_after && sample < static_cast<double>(left->end))) return left->level;
@@ -256,9 +259,12 @@ void Background::subtract(Index first, std::span<double> above) const {
             }
             to = std::min(to, static_cast<Index>(std::ceil(corner)));
         }
-        const double start = at(static_cast<double>(from)).baseline;
-        for (Index i = from; i < to; ++i)
-            above[i - first] = counts_[i] - (start + slope * static_cast<double>(i - from));
+        const double start = at(static_cast<double>(from), right).baseline;
+        const std::int32_t* const counts = &counts_[from];
+        double* const results = &above[from - first];
+        // A short counter becomes a real number two at a time.
+        const auto length = static_cast<std::int32_t>(to - from);
+        for (std::int32_t i = 0; i < length; ++i) results[i] = counts[i] - (start + slope * i);
         from = to;
     }
 }

@@ -56,10 +56,13 @@ private:
     Index step_between(const BackgroundBlock& left, const BackgroundBlock& right) const;
     /// The first whose centre lies after the sample.
     Blocks::const_iterator right_of(double sample) const;
+    /// Left of that block's centre.
+    BackgroundLevel at(double sample, Blocks::const_iterator right) const;
 
     std::span<const std::int32_t> counts_;
     double least_noise_ = method::least_noise_counts;
     Blocks blocks_;
+    double blocks_per_sample_ = 1;  ///< by the first, which mostly all are as long as
 };
 
 }  // namespace korvane

@@ -1,3 +1,4 @@
+#include <Eigen/Core>
 #include <array>
 #include <bit>
 #include <cstring>
@@ -47,7 +48,7 @@ public:
         const Index highest = context_.background.blocks().back().end;
         for (std::size_t i = 0; i < chunks.size();) {
             const double sigma = context_.expected_sigma(static_cast<double>(chunks[i]));
-            const Index margin = static_cast<Index>(std::ceil(region_reach_sigmas * sigma)) + 1;
+            const Index margin = ceil_of(region_reach_sigmas * sigma) + 1;
             const Index first = chunks[i];
             Index end = first + chunk_samples;
             for (++i; i < chunks.size() && chunks[i] <= end + 2 * margin; ++i) end = chunks[i] + chunk_samples;
@@ -63,7 +64,7 @@ private:
             const Index to = std::min(end, from + piece_samples);
             const double middle = 0.5 * static_cast<double>(from + to);
             const double sigma = context_.expected_sigma(middle);
-            const auto overlap = static_cast<Index>(std::ceil(piece_overlap_sigmas * sigma));
+            const auto overlap = ceil_of(piece_overlap_sigmas * sigma);
             region_ = {std::max(first, from - overlap), std::min(end, to + overlap), sigma,
                        context_.background.at(middle)};
             smooth();
@@ -76,10 +77,10 @@ private:
 
     void smooth() {
         const Index size = region_.end - region_.first;
-        smoothed_.resize(size);
+        above_.resize(size);
         scratch_.resize(size);
-        context_.background.subtract(region_.first, smoothed_);
-        above_ = smoothed_;
+        context_.background.subtract(region_.first, above_);
+        smoothed_ = above_;
         const double variance = smoothing_sigmas * smoothing_sigmas * region_.sigma * region_.sigma;
         variance <= most_binomial_variance ? smooth_binomially(variance) : smooth_by_running_means(variance);
     }
@@ -126,27 +127,28 @@ private:
             return difference * difference > least_valley_deviations * least_valley_deviations *
                                                  (noise_variance + ion_variance * std::max(high, 0.0));
         };
-        const auto peak_reach = static_cast<Index>(std::ceil(one_peak_sigmas * region_.sigma));
+        const auto peak_reach = ceil_of(one_peak_sigmas * region_.sigma);
         Apex top{0, 0};
         double valley = 0;
         bool rising = false;
-        for (Index i = 0; i < std::ssize(smoothed_); ++i) {
-            const double value = smoothed_[i];
-            if (rising && value > top.value) {
-                top = {i, value};
-            } else if (!rising && value < valley) {
-                valley = value;
+        const double* const values = smoothed_.data();
+        const Index size = std::ssize(smoothed_);
+        for (Index i = 0;; ++i) {
+            if (rising) {
+                for (; i < size && top.value - values[i] <= least_difference; ++i)
+                    if (values[i] > top.value) top = {i, values[i]};
             } else {
-                const double high = rising ? top.value : value;
-                const double difference = high - (rising ? value : valley);
-                if (difference <= least_difference) continue;
-                const bool near = (rising || !apexes_.empty()) && i - top.place < peak_reach;
-                if (near && !within_peak_differs(difference, high)) continue;
-                if (rising) apexes_.push_back(top);
-                rising = !rising;
-                valley = value;
-                if (rising) top = {i, value};
+                for (; i < size && values[i] - valley <= least_difference; ++i) valley = std::min(valley, values[i]);
             }
+            if (i == size) break;
+            const double value = values[i];
+            const double high = rising ? top.value : value;
+            const bool near = (rising || !apexes_.empty()) && i - top.place < peak_reach;
+            if (near && !within_peak_differs(high - (rising ? value : valley), high)) continue;
+            if (rising) apexes_.push_back(top);
+            rising = !rising;
+            valley = value;
+            if (rising) top = {i, value};
         }
         if (rising) apexes_.push_back(top);
     }
@@ -176,18 +178,23 @@ private:
         return late;
     }
 
+    /// What there is of the samples from `near` to `far` from an apex.
+    static std::span<const double> beside(std::span<const double> values, const Apex& apex, Index direction, Index near,
+                                          Index far) {
+        const Index from = apex.place + (direction < 0 ? -far : near), to = apex.place + (direction < 0 ? -near : far);
+        const Index first = std::clamp<Index>(from, 0, std::ssize(values));
+        return values.subspan(first, std::max<Index>(0, std::min(to + 1, std::ssize(values)) - first));
+    }
+
     /// What the apex stands on where the baseline is not that of its block.
     double pedestal(const Apex& apex) const {
-        const auto near = static_cast<Index>(std::ceil(pedestal_from_sigmas * region_.sigma));
-        const auto far = static_cast<Index>(std::ceil(pedestal_to_sigmas * region_.sigma));
+        const auto near = ceil_of(pedestal_from_sigmas * region_.sigma);
+        const auto far = ceil_of(pedestal_to_sigmas * region_.sigma);
         double sum = 0;
         double least = smoothed_[apex.place];
         for (const Index direction : {-1, 1}) {
             double lowest = smoothed_[apex.place];
-            for (Index distance = near; distance <= far; ++distance) {
-                const Index place = apex.place + direction * distance;
-                if (place >= 0 && place < std::ssize(smoothed_)) lowest = std::min(lowest, smoothed_[place]);
-            }
+            for (const double value : beside(smoothed_, apex, direction, near, far)) lowest = std::min(lowest, value);
             sum += lowest;
             least = std::min(least, lowest);
         }
@@ -208,13 +215,11 @@ private:
             const double nearest = i < 2 ? surroundings_sigmas[0] : surroundings_sigmas[1];
             const double farthest = i < 2 ? surroundings_sigmas[1] : surroundings_sigmas[2];
             const Index direction = i % 2 == 0 ? -1 : 1;
-            const auto from = static_cast<Index>(std::ceil(nearest * region_.sigma));
+            const auto from = ceil_of(nearest * region_.sigma);
             const auto to = std::max(from, static_cast<Index>(farthest * region_.sigma));
-            for (Index distance = from; distance <= to; ++distance) {
-                const Index place = apex.place + direction * distance;
-                if (place >= 0 && place < std::ssize(above_)) levels[i] += above_[place];
-            }
-            levels[i] /= static_cast<double>(to - from + 1);
+            const auto values = beside(above_, apex, direction, from, to);
+            levels[i] = Eigen::Map<const Eigen::VectorXd>(values.data(), std::ssize(values)).sum() /
+                        static_cast<double>(to - from + 1);
         }
         std::ranges::nth_element(levels, levels.begin() + 1);
         return std::max(0.0, levels[1]);

@@ -16,7 +16,9 @@ public:
     Residual(const SearchContext& context, std::span<const FittedPeak> peaks, const SampleRange& range,
              double least_area = -std::numeric_limits<double>::infinity())
         : range_(range) {
-        std::vector<double> left = context.above(range);
+        sums_.resize(range.size() + 1);
+        const std::span<double> left(sums_.begin() + 1, sums_.end());
+        context.background.subtract(range.first, left);
         for (const FittedPeak& peak : peaks) {
             if (peak.area < least_area) continue;
             const PeakShape& shape = peak.fit.shape;
@@ -24,13 +26,21 @@ public:
                                                          shape.centre + late_reach_sigmas * shape.sigma);
             const Index first = std::max(range.first, reached.first), end = std::min(range.end, reached.end);
             if (first >= end) continue;
-            std::vector<double> model(end - first, 0.0);
-            add_late_peak_samples(shape, context.late_part(shape.sigma), first, model);
-            for (Index i = first; i < end; ++i) left[i - range.first] -= model[i - first];
+            model_.assign(end - first, 0.0);
+            add_late_peak_samples(shape, context.late_part(shape.sigma), first, model_);
+            for (Index i = first; i < end; ++i) left[i - range.first] -= model_[i - first];
         }
-        sums_.assign(left.size() + 1, 0.0);
-        for (std::size_t i = 0; i < left.size(); ++i)
-            sums_[i + 1] = sums_[i] + (context.is_saturated(range.first + static_cast<Index>(i)) ? 0 : left[i]);
+        if (std::isfinite(context.model.saturation_counts))
+            for (Index i = range.first; i < range.end; ++i)
+                if (context.is_saturated(i)) left[i - range.first] = 0;
+        // Two at a time, since every addition waits for the last.
+        std::size_t i = 0;
+        for (; i + 2 < sums_.size(); i += 2) {
+            const double two = sums_[i + 1] + sums_[i + 2];
+            sums_[i + 1] += sums_[i];
+            sums_[i + 2] = sums_[i] + two;
+        }
+        if (i + 1 < sums_.size()) sums_[i + 1] += sums_[i];
     }
 
     struct Stretch {
@@ -38,7 +48,7 @@ public:
     };
     Stretch between(double from, double to) const {
         const auto place = [this](double sample) {
-            return std::clamp<Index>(static_cast<Index>(std::ceil(sample)) - range_.first, 0, range_.size());
+            return std::clamp<Index>(ceil_of(sample) - range_.first, 0, range_.size());
         };
         const Index first = place(from), end = std::max(first, place(to));
         return {sums_[end] - sums_[first], static_cast<double>(end - first)};
@@ -46,7 +56,8 @@ public:
 
 private:
     SampleRange range_;
-    std::vector<double> sums_;
+    std::vector<double> sums_;  // over the samples before each
+    std::vector<double> model_;
 };
 
 /// The peaks that reach into a range; `peaks` in ascending order.
@@ -216,8 +227,9 @@ bool is_wing(const SearchContext& context, std::span<const FittedPeak> peaks, st
     const FittedPeak& peak = peaks[index];
     const double expected = context.expected_sigma(peak.fit.shape.centre);
     const double widening = peak.fit.own_sigma / expected - 1;
-    const double chance = std::hypot(peak.fit.sigma_error, context.model.width_spread);
-    const bool is_wide = widening > wing_width - 1 && widening > wing_width_deviations * chance;
+    const bool is_wide =
+        widening > wing_width - 1 &&
+        widening > wing_width_deviations * std::hypot(peak.fit.sigma_error, context.model.width_spread);
     const auto is_wing_of = [&](const FittedPeak& other, double distance) {
         const bool cut = other.fit.clipped;
         if (distance <= (cut && peak.fit.clipped ? clipped_place_sigmas : same_place_sigmas))
@@ -277,19 +289,19 @@ void mark_chance_peaks(const SearchContext& context, std::span<FittedPeak> peaks
 void remove_chance_peaks(const SearchContext& context, std::vector<FittedPeak>& peaks) {
     mark_chance_peaks(context, peaks);
     std::vector<FittedPeak> kept;
+    kept.reserve(peaks.size());
     for (std::size_t first = 0, end = 0; first < peaks.size(); first = end) {
-        std::vector<FittedPeak> standing;
+        const std::size_t group = kept.size();
         for (end = first;
              end < peaks.size() && (end == first || share_samples(peaks[end - 1].fit.shape, peaks[end].fit.shape));
              ++end)
-            if (peaks[end].stands_out) standing.push_back(peaks[end]);
-        if (standing.size() < end - first && !standing.empty()) {
-            std::vector<PeakShape> shapes;
-            for (const FittedPeak& peak : standing) shapes.push_back(peak.fit.shape);
-            std::ranges::sort(shapes, {}, &PeakShape::centre);
-            standing = measure_peaks(context, shapes);
-        }
-        kept.insert(kept.end(), standing.begin(), standing.end());
+            if (peaks[end].stands_out) kept.push_back(peaks[end]);
+        const auto standing = std::span(kept).subspan(group);
+        if (standing.empty() || standing.size() == end - first) continue;
+        std::vector<PeakShape> shapes;
+        for (const FittedPeak& peak : standing) shapes.push_back(peak.fit.shape);
+        std::ranges::sort(shapes, {}, &PeakShape::centre);
+        std::ranges::copy(measure_peaks(context, shapes), standing.begin());
     }
     peaks = std::move(kept);
 }

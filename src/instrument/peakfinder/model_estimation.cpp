@@ -165,7 +165,8 @@ WidthLaw fit_width_law(std::vector<WidthPoint> points, const WidthLaw& otherwise
         Eigen::Vector2d right = Eigen::Vector2d::Zero();
         for (const auto& point : points) {
             const double expected = law.sigma_ns(point.time_ns);
-            const double error = std::hypot(point.relative_error, usual_width_spread);
+            const double error =
+                std::sqrt(point.relative_error * point.relative_error + usual_width_spread * usual_width_spread);
             const double deviation = std::max(std::abs(point.sigma_ns / expected - 1) / error, least_deviation);
             const double variance = 4 * error * error * expected * expected * expected * expected;
             const double weight = std::min(1.0, law_outlier_deviations / deviation) / variance;
@@ -199,17 +200,17 @@ std::vector<WidthPoint> coarse_widths(const SearchContext& context, std::span<co
 std::vector<std::size_t> highest_by_section(const SearchContext& context, std::span<const PeakShape> peaks) {
     const auto first = static_cast<double>(context.background.blocks().front().first);
     const auto end = static_cast<double>(context.background.blocks().back().end);
-    std::array<std::vector<std::size_t>, axis_sections> sections;
+    std::array<std::vector<std::size_t>, axis_sections> sections;  // each from the highest down
     for (std::size_t i = 0; i < peaks.size(); ++i) {
-        const double section = (peaks[i].centre - first) / (end - first) * axis_sections;
-        sections[static_cast<std::size_t>(std::clamp(section, 0.0, axis_sections - 1.0))].push_back(i);
+        const double place = (peaks[i].centre - first) / (end - first) * axis_sections;
+        auto& section = sections[static_cast<std::size_t>(std::clamp(place, 0.0, axis_sections - 1.0))];
+        const auto lower = std::ranges::find_if(section, [&](auto j) { return peaks[j].height < peaks[i].height; });
+        if (lower == section.end() && section.size() == peaks_per_section) continue;
+        section.insert(lower, i);
+        section.resize(std::min(section.size(), peaks_per_section));
     }
     std::vector<std::size_t> highest;
-    for (auto& section : sections) {
-        std::ranges::stable_sort(section, std::greater(), [&](std::size_t i) { return peaks[i].height; });
-        section.resize(std::min(section.size(), peaks_per_section));
-        highest.insert(highest.end(), section.begin(), section.end());
-    }
+    for (const auto& section : sections) highest.insert(highest.end(), section.begin(), section.end());
     std::ranges::sort(highest);
     return highest;
 }
@@ -269,16 +270,20 @@ std::vector<PeakShape> strongest_with_neighbours(const SearchContext& context, s
 
 /// The detector's limit.
 double saturation_counts(const SearchContext& context, std::span<const Index> chunks) {
+    const auto samples_of = [&](Index chunk) {
+        return context.counts.subspan(chunk, std::min<Index>(chunk_samples, std::ssize(context.counts) - chunk));
+    };
     std::int32_t largest = std::numeric_limits<std::int32_t>::min();
+    for (const auto chunk : chunks)
+        for (const std::int32_t value : samples_of(chunk)) largest = std::max(largest, value);
     Index longest_run = 0;
     Index run = 0;
     for (const auto chunk : chunks) {
-        const Index end = std::min<Index>(chunk + chunk_samples, std::ssize(context.counts));
-        for (Index i = chunk; i < end; ++i) {
-            const std::int32_t value = context.counts[i];
-            run = value < largest ? 0 : value > largest ? 1 : run + 1;
-            if (value > largest) longest_run = 0;
-            largest = std::max(largest, value);
+        const auto samples = samples_of(chunk);
+        const auto first = std::ranges::find(samples, largest);
+        if (first != samples.begin()) run = 0;
+        for (const std::int32_t value : std::span(first, samples.end())) {
+            run = value == largest ? run + 1 : 0;
             longest_run = std::max(longest_run, run);
         }
     }
