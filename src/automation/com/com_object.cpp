@@ -108,19 +108,15 @@ public:
     HRESULT bind(const Member& member, const DISPPARAMS& from) {
         const UINT positional = from.cArgs - from.cNamedArgs;
         if (from.cNamedArgs > from.cArgs || positional > member.parameter_count) return DISP_E_BADPARAMCOUNT;
-        const auto put = [&](std::size_t place, UINT argument) {
-            if (place >= member.parameter_count) return false;
-            variants[place] = &from.rgvarg[argument];
-            return true;
-        };
         for (UINT argument = 0; argument < from.cNamedArgs; ++argument) {
             const DISPID name = from.rgdispidNamedArgs[argument];
             const std::size_t place =
                 name == DISPID_PROPERTYPUT ? member.parameter_count - 1 : static_cast<std::size_t>(name);
-            if (!put(place, argument)) return DISP_E_PARAMNOTFOUND;
+            if (place >= member.parameter_count) return DISP_E_PARAMNOTFOUND;
+            variants[place] = &from.rgvarg[argument];
         }
         for (UINT argument = 0; argument < positional; ++argument)
-            if (!variants[argument]) put(argument, from.cArgs - 1 - argument);
+            if (!variants[argument]) variants[argument] = &from.rgvarg[from.cArgs - 1 - argument];
         return S_OK;
     }
 };
@@ -141,11 +137,6 @@ VARIANT typed_reference(const DeclaredType& type, void* variable) {
     VARIANT reference = reference_to(type.description().variant_type, variable);
     if (type.kind == TypeKind::record) reference.pRecInfo = record_info_of(*find_record(type.name));
     return reference;
-}
-
-bool is_pointer(const VARIANT& reference) {
-    const auto kind = static_cast<VARTYPE>(reference.vt & VT_TYPEMASK);
-    return (reference.vt & VT_ARRAY) || kind == VT_BSTR || kind == VT_DISPATCH;
 }
 
 class StackArguments final : public VariantArguments {
@@ -181,11 +172,12 @@ HRESULT call_from_vtable(ComObject& self, const Member& member, void* const* slo
         const Value returned = call_member(member, keep->target(), arguments);
         if (!result) return S_OK;
         VARIANT place = typed_reference(member.result, result);
-        // It holds nothing yet.
-        if (member.result.kind == TypeKind::variant)
-            VariantInit(place.pvarVal);
-        else if (is_pointer(place))
-            *static_cast<void**>(result) = nullptr;
+        const bool is_array = place.vt & VT_ARRAY;
+        if (!is_array && member.result.kind != TypeKind::record) {
+            construct(member.result.description().variant_type, returned, result);
+            return S_OK;
+        }
+        if (is_array) *place.pparray = nullptr;  // it holds nothing yet
         store_into_variable(returned, place);
         return S_OK;
     } catch (...) {

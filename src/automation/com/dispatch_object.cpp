@@ -152,9 +152,8 @@ Object create_registered_object(const std::string& prog_id) {
     ComPointer<IDispatch> dispatch;
     const HRESULT code = CoCreateInstance(class_id, nullptr, CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER, IID_IDispatch,
                                           reinterpret_cast<void**>(dispatch.GetAddressOf()));
-    if (FAILED(code)) {
+    if (FAILED(code))
         raise_runtime_fault(cannot_create, fmt::format("{} (0x{:08X})", prog_id, static_cast<ULONG>(code)));
-    }
     return std::make_shared<DispatchObject>(std::move(dispatch));
 }
 

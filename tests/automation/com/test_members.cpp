@@ -107,57 +107,54 @@ private:
 };
 
 // Worlds of the same seed go through the same calls, one by each way.
-void expect_the_same_by_the_vtable_and_natively(const ClassDescription& description) {
-    ServerWorld slot_world;
-    EmbeddedWorld world;
-    const auto slot = slot_world.create(description);
-    const Object native = object_of(world, description);
-    int successes = 0;
-    for (std::size_t index = 0; index < description.members.size(); ++index) {
-        const Member& member = description.members[index];
-        const Texts by_slot = SlotCall(*slot.Get(), index, member, fitting_values(slot_world.native, member)).texts();
-        Arguments arguments{fitting_values(world, member), {}};
-        Texts expected;
-        try {
-            const Value result = native->invoke(member.dispid, arguments, member.access);
-            expected.push_back("Success");
-            if (member.result.kind != TypeKind::none) expected.push_back(json_of(result).dump());
-            ++successes;
-        } catch (const Error& error) {
-            expected.push_back(fmt::format("error {} from {}: {} ( 0)", code_of_number(error.number()), error.source(),
-                                           error.description()));
-        }
-        for (std::size_t place = 0; place < member.parameter_count; ++place)
-            if (member.parameter_slots[place].changes) expected.push_back(json_of(arguments.positional[place]).dump());
-        ASSERT_EQ(by_slot.size(), expected.size()) << member.name;
-        // An empty array is not a null one, nor Empty, in every type.
-        for (std::size_t text = 0; text < expected.size() && expected[text] != "null"; ++text)
-            EXPECT_EQ(without_folder(slot_world.native, by_slot[text]), without_folder(world, expected[text]))
-                << member.name;
-    }
-    EXPECT_GE(3 * successes, static_cast<int>(description.members.size())) << "hardly anything was compared";
-}
-
-void expect_null_pointers_survived(const ClassDescription& description) {
-    ServerWorld world;
-    const auto object = world.create(description);
-    ImpatientUser user(world.native);
-    for (std::size_t index = 0; index < description.members.size(); ++index) {
-        const Member& member = description.members[index];
-        user.calm_down();
-        const HRESULT code =
-            SlotCall(*object.Get(), index, member, fitting_values(world.native, member)).with_null_pointers();
-        EXPECT_TRUE(member.result.kind == TypeKind::none || code == E_POINTER) << member.name;
-    }
-}
-
 TEST(Members, DoTheSameByTheVtableAndNatively) {
-    for (const ClassDescription& description : class_descriptions())
-        expect_the_same_by_the_vtable_and_natively(description);
+    for (const ClassDescription& description : class_descriptions()) {
+        ServerWorld slot_world;
+        EmbeddedWorld world;
+        const auto slot = slot_world.create(description);
+        const Object native = object_of(world, description);
+        int successes = 0;
+        for (std::size_t index = 0; index < description.members.size(); ++index) {
+            const Member& member = description.members[index];
+            const Texts by_slot =
+                SlotCall(*slot.Get(), index, member, fitting_values(slot_world.native, member)).texts();
+            Arguments arguments{fitting_values(world, member), {}};
+            Texts expected;
+            try {
+                const Value result = native->invoke(member.dispid, arguments, member.access);
+                expected.push_back("Success");
+                if (member.result.kind != TypeKind::none) expected.push_back(json_of(result).dump());
+                ++successes;
+            } catch (const Error& error) {
+                expected.push_back(fmt::format("error {} from {}: {} ( 0)", code_of_number(error.number()),
+                                               error.source(), error.description()));
+            }
+            for (std::size_t place = 0; place < member.parameter_count; ++place)
+                if (member.parameter_slots[place].changes)
+                    expected.push_back(json_of(arguments.positional[place]).dump());
+            ASSERT_EQ(by_slot.size(), expected.size()) << member.name;
+            // An empty array is not a null one, nor Empty, in every type.
+            for (std::size_t text = 0; text < expected.size() && expected[text] != "null"; ++text)
+                EXPECT_EQ(without_folder(slot_world.native, by_slot[text]), without_folder(world, expected[text]))
+                    << member.name;
+        }
+        EXPECT_GE(3 * successes, static_cast<int>(description.members.size())) << "hardly anything was compared";
+    }
 }
 
 TEST(Members, SurviveNullPointersInEveryPlace) {
-    for (const ClassDescription& description : class_descriptions()) expect_null_pointers_survived(description);
+    for (const ClassDescription& description : class_descriptions()) {
+        ServerWorld world;
+        const auto object = world.create(description);
+        ImpatientUser user(world.native);
+        for (std::size_t index = 0; index < description.members.size(); ++index) {
+            const Member& member = description.members[index];
+            user.calm_down();
+            const HRESULT code =
+                SlotCall(*object.Get(), index, member, fitting_values(world.native, member)).with_null_pointers();
+            EXPECT_TRUE(member.result.kind == TypeKind::none || code == E_POINTER) << member.name;
+        }
+    }
 }
 
 }  // namespace

@@ -12,20 +12,17 @@
 namespace korvane::automation {
 namespace {
 
-std::string name_of(ITypeInfo& info, MEMBERID member = MEMBERID_NIL) {
-    Variant name;
-    name->vt = VT_BSTR;
-    name->bstrVal = nullptr;
-    require(info.GetDocumentation(member, &name->bstrVal, nullptr, nullptr, nullptr), "Asking for a name");
-    return text_of(name->bstrVal);
-}
+struct Documentation {
+    std::string name, help;
+};
 
-std::string help_of(ITypeInfo& info, MEMBERID member = MEMBERID_NIL) {
-    Variant help;
-    help->vt = VT_BSTR;
-    help->bstrVal = nullptr;
-    require(info.GetDocumentation(member, nullptr, &help->bstrVal, nullptr, nullptr), "Asking for help");
-    return "helpstring(\"" + text_of(help->bstrVal) + "\")";
+Documentation documentation_of(ITypeInfo& info, MEMBERID member = MEMBERID_NIL) {
+    BSTR name = nullptr, help = nullptr;
+    require(info.GetDocumentation(member, &name, &help, nullptr, nullptr), "Asking for name and help");
+    const Documentation texts{text_of(name), "helpstring(\"" + text_of(help) + "\")"};
+    SysFreeString(name);
+    SysFreeString(help);
+    return texts;
 }
 
 ComPointer<ITypeInfo> referred(ITypeInfo& info, HREFTYPE reference) {
@@ -43,7 +40,7 @@ ComPointer<ITypeInfo> implemented(ITypeInfo& info, UINT place) {
 std::string type_text(ITypeInfo& info, const TYPEDESC& type) {
     if (type.vt == VT_PTR) return type_text(info, *type.lptdesc) + "*";
     if (type.vt == VT_SAFEARRAY) return "SAFEARRAY(" + type_text(info, *type.lptdesc) + ")";
-    if (type.vt == VT_USERDEFINED) return name_of(*referred(info, type.hreftype).Get());
+    if (type.vt == VT_USERDEFINED) return documentation_of(*referred(info, type.hreftype).Get()).name;
     const auto* const known = std::ranges::find(kind_descriptions, type.vt, &KindDescription::variant_type);
     return known == kind_descriptions.end() ? "VT " + std::to_string(type.vt) : std::string(known->idl);
 }
@@ -60,8 +57,8 @@ std::string function_text(ITypeInfo& info, const FUNCDESC& function) {
     info.GetNames(function.memid, names.data(), static_cast<UINT>(names.size()), &named);
     const bool put = function.invkind == INVOKE_PROPERTYPUT;
     const char* const kind = put ? ", propput" : function.invkind == INVOKE_PROPERTYGET ? ", propget" : "";
-    std::string text = fmt::format("\n[id({}){}, {}]\nHRESULT {}(", function.memid, kind, help_of(info, function.memid),
-                                   text_of(names[0]));
+    std::string text = fmt::format("\n[id({}){}, {}]\nHRESULT {}(", function.memid, kind,
+                                   documentation_of(info, function.memid).help, text_of(names[0]));
     for (SHORT place = 0; place < function.cParams; ++place) {
         const ELEMDESC& element = function.lprgelemdescParam[place];
         const USHORT flags = element.paramdesc.wParamFlags;
@@ -97,7 +94,7 @@ std::string variables_text(ITypeInfo& info, UINT count) {
     for (UINT index = 0; index < count; ++index) {
         VARDESC* variable = nullptr;
         require(info.GetVarDesc(index, &variable), "Asking for a variable");
-        const std::string name = name_of(info, variable->memid);
+        const std::string name = documentation_of(info, variable->memid).name;
         text += variable->varkind == VAR_CONST
                     ? fmt::format("\n{} = {}{}", name, variable->lpvarValue->lVal, index + 1 < count ? "," : "")
                     : fmt::format("\n{} {};", type_text(info, variable->elemdescVar.tdesc), name);
@@ -114,17 +111,18 @@ std::string type_text(ITypeInfo& info) {
     info.ReleaseTypeAttr(attributes);
     wchar_t guid[40];
     StringFromGUID2(type.guid, guid, 40);
-    const std::string name = name_of(info), id = fmt::format("uuid({})", utf8_from_utf16({guid + 1, 36}));
+    const auto [name, help] = documentation_of(info);
+    const std::string id = fmt::format("uuid({})", utf8_from_utf16({guid + 1, 36}));
     switch (type.typekind) {
         case TKIND_ENUM:
             return fmt::format("typedef enum {0} {{{1}\n}} {0};", name, variables_text(info, type.cVars));
         case TKIND_RECORD:
             return fmt::format("typedef [{2}, {3}] struct {0} {{{1}\n}} {0};", name, variables_text(info, type.cVars),
-                               id, help_of(info));
+                               id, help);
         case TKIND_COCLASS:
-            return fmt::format("[{}, {}{}]\ncoclass {} {{ [default] interface {}; }}", id, help_of(info),
+            return fmt::format("[{}, {}{}]\ncoclass {} {{ [default] interface {}; }}", id, help,
                                type.wTypeFlags & TYPEFLAG_FCANCREATE ? "" : ", noncreatable", name,
-                               name_of(*implemented(info, 0).Get()));
+                               documentation_of(*implemented(info, 0).Get()).name);
         default: {
             const auto view = implemented(info, static_cast<UINT>(-1));  // with the places in the vtable
             require(view->GetTypeAttr(&attributes), "Asking for attributes");
@@ -132,7 +130,7 @@ std::string type_text(ITypeInfo& info) {
             view->ReleaseTypeAttr(attributes);
             return fmt::format("[object, {}{}{}{}, {}]\ninterface {} : IDispatch {{{}\n}}", id,
                                type.wTypeFlags & TYPEFLAG_FDUAL ? ", dual" : "", checked ? ", oleautomation" : "",
-                               type.wTypeFlags & TYPEFLAG_FNONEXTENSIBLE ? ", nonextensible" : "", help_of(info), name,
+                               type.wTypeFlags & TYPEFLAG_FNONEXTENSIBLE ? ", nonextensible" : "", help, name,
                                functions_text(*view.Get()));
         }
     }
