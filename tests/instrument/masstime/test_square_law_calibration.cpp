@@ -18,32 +18,27 @@ Flags flags_of(std::vector<std::int32_t> elements, std::int32_t lower_bound = 0)
     return Flags(std::move(elements), lower_bound);
 }
 
-/// Calls with coefficient and power of every used term.
-template <class Use>
-void for_each_term(const Flags& flags, Use use) {
-    auto next = std::begin(calibration_coefficients) + 2;
-    std::int32_t power = flags.is_empty() ? 0 : flags.lower_bound();
-    for (const auto flag : flags.elements()) {
-        if (flag == 1 && next != std::end(calibration_coefficients)) use((next++)->second, power);
-        ++power;
-    }
-}
-
 TEST(SquareLawCalibration, EveryTermCountsAndTheInverseFindsTheTimeAgain) {
     std::mt19937_64 random(7);
     std::uniform_real_distribution<double> unit(-1, 1);
-    for (const auto& flags : {Flags{}, flags_of({0, 0, 0, 0}), flags_of({1, 0, 1}, 3), flags_of({1, 0, 1}, 3),
-                              flags_of({2, 1, -1, 1}, 1),                // only 1 means used
-                              flags_of({1, 1, 1, 1, 1, 1}),              //
-                              flags_of({1, 1, 1, 1, 1, 1, 1, 1}, 1)}) {  // more terms than coefficients
+    const std::pair<Flags, std::vector<int>> used_powers[] = {
+        {Flags{}, {}},
+        {flags_of({0, 0, 0, 0}), {}},
+        {flags_of({1, 0, 1}, 3), {3, 5}},
+        {flags_of({2, 1, -1, 1}, 1), {2, 4}},  // only 1 means used
+        {flags_of({1, 1, 1, 1, 1, 1}), {0, 1, 2, 3, 4, 5}},
+        {flags_of({1, 1, 1, 1, 1, 1, 1, 1}, 1), {1, 2, 3, 4, 5, 6}}};  // more terms than coefficients
+    for (const auto& [flags, powers] : used_powers)
         for (int repeat = 0; repeat < 20; ++repeat) {
             // A law of a real axis: terms that change the mass by parts per million, some of them falling.
-            CalibrationCoefficients law{4.5e-4 * (1 + 0.2 * unit(random)), 20 * (1 + unit(random))};
-            for (auto unused = std::begin(calibration_coefficients) + 2; unused != std::end(calibration_coefficients);
-                 ++unused)
-                law.*unused->second = 1e9;
-            for_each_term(flags,
-                          [&](auto place, int power) { law.*place = 0.05 * unit(random) / std::pow(1e5, power); });
+            const double huge = 1e9;
+            CalibrationCoefficients law{
+                4.5e-4 * (1 + 0.2 * unit(random)), 20 * (1 + unit(random)), huge, huge, huge, huge, huge, huge};
+            const auto coefficient = [&law](std::size_t term) -> double& {
+                return law.*calibration_coefficients[2 + term].second;
+            };
+            for (std::size_t term = 0; term < powers.size(); ++term)
+                coefficient(term) = 0.05 * unit(random) / std::pow(1e5, powers[term]);
             const CalibrationObject calibration = make_square_law_calibration(law, flags);
             std::vector<double> times_ns;
             for (double time_ns = 2000; time_ns < 160000; time_ns *= 1.13) times_ns.push_back(time_ns);
@@ -52,14 +47,14 @@ TEST(SquareLawCalibration, EveryTermCountsAndTheInverseFindsTheTimeAgain) {
             for (std::size_t i = 0; i < times_ns.size(); ++i) {
                 const long double time_ns = times_ns[i];
                 long double mass = std::pow(law.A * (time_ns - law.B), 2.0L);
-                for_each_term(flags, [&](auto place, int power) { mass += law.*place * std::pow(time_ns, power); });
+                for (std::size_t term = 0; term < powers.size(); ++term)
+                    mass += coefficient(term) * std::pow(time_ns, powers[term]);
                 ASSERT_NEAR(masses[i] / static_cast<double>(mass), 1, 1e-13);
                 ASSERT_NEAR(back_ns[i] / times_ns[i], 1, 1e-12) << masses[i];
                 ASSERT_EQ(masses[i], calibration->mass_from_time(times_ns[i]));
                 ASSERT_EQ(back_ns[i], calibration->time_from_mass(masses[i]));
             }
         }
-    }
 }
 
 TEST(SquareLawCalibration, AMassWithoutAFlightTimeIsAnErrorThatNamesItAndSoIsATermOfANegativeNumber) {

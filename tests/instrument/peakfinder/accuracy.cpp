@@ -5,9 +5,38 @@
 #include <cmath>
 #include <numbers>
 
+#include "support/spread.h"
+
 namespace korvane {
 
 namespace {
+
+/// Least variances of any unbiased estimate on a sampling grid.
+struct InformationBounds {
+    /// 1 / sum of lambda'^2 J(lambda) with J the information of one Poisson + normal sample, or 1 / (mu' C^-1 mu') with
+    /// C the covariance of overlapping pulses.
+    double position_variance_ns2 = 0;
+    /// The same for the logarithm of the width, the number of ions being unknown; 1 / (2 n) for pulses.
+    double relative_width_variance = 0;
+};
+
+/// Of one true peak over many spectra.
+struct PeakScore {
+    double ions = 0;
+    Spread position_ns, relative_width, relative_area, stated_variance;
+    InformationBounds bounds;
+    int missed = 0;
+
+    void add(const SyntheticSet& set, const TruePeak& truth, const MeasuredPeak& found) {
+        position_ns.add(found.record.pkCentroid - truth.time_ns);
+        relative_width.add(found.record.pkWidth / true_shape(set, truth).fwhm_ns);
+        relative_area.add(found.record.pkArea / (truth.ions * set.counts_per_ion));
+        stated_variance.add(found.uncertainty.centroid * found.uncertainty.centroid);
+    }
+    double position_over_bound() const { return position_ns.deviation() / std::sqrt(bounds.position_variance_ns2); }
+    /// Root mean square of the stated standard errors of the position over its spread.
+    double stated_over_observed() const { return std::sqrt(stated_variance.mean()) / position_ns.deviation(); }
+};
 
 /// Information about lambda of one sample Poisson(lambda) + N(0, noise), in ions.
 double sample_information(double lambda, double noise) {
@@ -211,22 +240,6 @@ PeakFinderOptions known_of(const SyntheticSet& set) {
         options.ion_height_spread = set.pulse_height_spread;
     }
     return options;
-}
-
-void PeakScore::add(const SyntheticSet& set, const TruePeak& truth, const MeasuredPeak& found) {
-    const TrueShape shape = true_shape(set, truth);
-    position_ns.add(found.record.pkCentroid - truth.time_ns);
-    relative_width.add(found.record.pkWidth / shape.fwhm_ns);
-    relative_area.add(found.record.pkArea / (truth.ions * set.counts_per_ion));
-    stated_variance.add(found.uncertainty.centroid * found.uncertainty.centroid);
-}
-
-double PeakScore::position_over_bound() const {
-    return position_ns.deviation() / std::sqrt(bounds.position_variance_ns2);
-}
-
-double PeakScore::stated_over_observed() const {
-    return std::sqrt(stated_variance.mean()) / position_ns.deviation();
 }
 
 std::array<Figures, 3> accuracy_of(const SyntheticSet& set, int spectra) {

@@ -7,7 +7,6 @@
 
 #include "instrument/peakfinder/embedded_peak_finder.h"
 #include "instrument/peakfinder/measured_peak_list.h"
-#include "support/spread.h"
 #include "support/synthetic_spectrum.h"
 
 namespace korvane {
@@ -24,28 +23,6 @@ std::vector<MeasuredPeak> find_peaks(const SyntheticSpectrum& spectrum, const Pe
                                      const SearchWindow& window = {});
 /// All that the instrument of a synthetic set knows of its peaks.
 PeakFinderOptions known_of(const SyntheticSet& set);
-
-/// Least variances of any unbiased estimate on a sampling grid.
-struct InformationBounds {
-    /// 1 / sum of lambda'^2 J(lambda) with J the information of one Poisson + normal sample, or 1 / (mu' C^-1 mu') with
-    /// C the covariance of overlapping pulses.
-    double position_variance_ns2 = 0;
-    /// The same for the logarithm of the width, the number of ions being unknown; 1 / (2 n) for pulses.
-    double relative_width_variance = 0;
-};
-
-/// Of one true peak over many spectra.
-struct PeakScore {
-    double ions = 0;
-    Spread position_ns, relative_width, relative_area, stated_variance;
-    InformationBounds bounds;
-    int missed = 0;
-
-    void add(const SyntheticSet& set, const TruePeak& truth, const MeasuredPeak& found);
-    double position_over_bound() const;
-    /// Root mean square of the stated standard errors of the position over its spread.
-    double stated_over_observed() const;
-};
 
 using Figures = std::vector<double>;
 

@@ -97,7 +97,7 @@ TEST(Search, RecordsAreWhatTheirDefinitionsSayWithAndWithoutBaselineAndWindowsFi
     }
 }
 
-TEST(Search, NeitherASpikeNorAStepOfTheBaselineIsAPeak) {
+TEST(Search, ASpikeIsNoPeakAndTheLeastNumberOfSamplesCounts) {
     const auto clean = synthesize_peaks(plain_set(), {{60000, 1000}, {120000, 1000}}, 10000.3, 2);
     auto spiked = clean;
     spiked.counts[30000] = 2000;
@@ -108,11 +108,6 @@ TEST(Search, NeitherASpikeNorAStepOfTheBaselineIsAPeak) {
             finder->set_minimum_samples(samples);
             EXPECT_EQ(finder->run(clean.start_time_ns)->count(), number);
         }
-    }
-    for (const int step : {100, -100, 3000}) {
-        auto stepped = clean;
-        for (std::size_t i = 70000; i < stepped.counts.size(); ++i) stepped.counts[i] += step;
-        EXPECT_EQ(find_peaks(stepped, known_of(plain_set())).size() / 2, 1U) << step;
     }
 }
 

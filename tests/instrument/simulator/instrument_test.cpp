@@ -46,26 +46,6 @@ TEST(Setpoints, TakeTheirLimitsAndRefuseWhatLiesBeyondNamingIt) {
     EXPECT_TRUE(raised([&] { table.write(119, 0, 2, 1.0); }).starts_with("9|"));
 }
 
-TEST(Setpoints, MetadataFollowTheirDescriptionAndTheFirmwareIsTheQuadrupole) {
-    SimulatorBench bench(faulty(""));
-    auto& firmware = bench.globals->firmware();
-    EXPECT_EQ(firmware.write(22, 1234.5f), 0);
-    EXPECT_EQ(bench.get("QuadAMU"), 1234.5);
-    bench.set("QuadAMU", 300);
-    EXPECT_EQ(firmware.read(22), 300);
-    EXPECT_TRUE(raised([&] { firmware.write(22, 1e9f); }).starts_with("5|"));
-    bench.set("Polarity", 1);
-    const auto description = bench.globals->control()->GetMetaDescription();
-    const auto values = bench.acquire().meta_data;
-    ASSERT_EQ(description.size(), values.size());
-    EXPECT_EQ(description.at(0), bench.globals->parameter_name(23));
-    for (std::int32_t i = 1; i <= description.upper_bound(); ++i) {
-        const std::string& entry = description.at(i);
-        ASSERT_TRUE(entry.ends_with(" (S)")) << entry;
-        EXPECT_EQ(to_double(values.at(i)), bench.metadata(entry.substr(0, entry.size() - 4))) << entry;
-    }
-}
-
 /// Signal of 1000 ions at an m/z under one changed setpoint, over that at the defaults of the source.
 double relative_signal(std::int32_t setpoint, double value, std::int32_t source, std::int32_t polarity, double mz) {
     const simulation::Scene scene = simulation::default_scene();

@@ -1,73 +1,44 @@
 // Spectra against the formulas on which the simulation is built, and measured as the library measures them.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <array>
 #include <cmath>
 #include <numeric>
+#include <tuple>
 
 #include "instrument/simulator/simulator_bench.h"
-#include "instrument/simulator/spectrum_generator.h"
 
-namespace korvane::simulation {
+namespace korvane {
 namespace {
 
-using enum DetectorStatistics;
 constexpr double test_mz = 500.0;
 const double test_time_ns = std::sqrt(test_mz) / 4.5e-4 + 20;
 
-/// One ion of the given number of ions, nothing else, on a clean detector.
-Scene single_ion_scene(double ions, DetectorStatistics statistics = counting) {
-    Scene scene = default_scene();
-    scene.sample.ions = {{"", test_mz, 1, ions, true}};
-    scene.background.count = 0;
-    scene.detector.statistics = statistics;
-    scene.detector.noise_counts = scene.detector.baseline_counts = 0;
-    scene.instrument.spectrum_start_ns = 49000;
-    scene.instrument.spectrum_duration_ns = 2000;
-    return scene;
+/// An instrument that shows one ion of the given number of ions, nothing else, on a clean detector.
+SimulatorBench single_ion(double ions, const char* statistics, double spread, double half_duration_ns, int rate) {
+    return SimulatorBench(
+        fmt::format(R"({{"sample": {{"ions": [{{"mz": {}, "ions": {}}}]}}, "background": {{"count": 0}},
+            "detector": {{"statistics": "{}", "pulse_height_spread": {}, "noise_counts": 0, "baseline_counts": 0}},
+            "instrument": {{"spectrum_start_ns": {}, "spectrum_duration_ns": {}}}, "setpoints": {{"SamplingRate": {}}}}})",
+                    test_mz, ions, statistics, spread, test_time_ns - half_duration_ns, 2 * half_duration_ns, rate),
+        3);
 }
-
-class Generator {
-public:
-    explicit Generator(Scene scene, std::uint64_t seed = 3) : scene_(std::move(scene)), generator_(scene_, seed) {
-        embedded::Setpoints setpoints("test");
-        setpoints.preset(scene_.setpoints);
-        conditions = acquisition_conditions(scene_, 0, setpoints);
-    }
-    std::vector<double> counts() {
-        return generator_.generate(number_++, conditions, {scene_.instrument.spectrum_start_ns, 1.0});
-    }
-    /// Sum of the next spectrum, in ions.
-    double ions() {
-        const auto values = counts();
-        return std::accumulate(values.begin(), values.end(), 0.0) / conditions.counts_per_ion;
-    }
-    double time_ns(std::size_t sample) const {
-        return scene_.instrument.spectrum_start_ns + static_cast<double>(sample) * conditions.sampling_interval_ns;
-    }
-
-    AcquisitionConditions conditions;
-
-private:
-    const Scene scene_;
-    SpectrumGenerator generator_;
-    std::int64_t number_ = 0;
-};
 
 TEST(SpectrumPhysics, NumbersOfIonsHaveTheStatisticsOfTheDetector) {
     constexpr int spectra = 400;
-    for (const auto& [ions, spread, statistics] : {std::tuple{50, 0.0, counting},
-                                                   {2000, 0.0, counting},
-                                                   {500, 0.0, pulse},
-                                                   {500, 0.5, pulse},
-                                                   {500, 1.0, pulse}}) {
-        Scene scene = single_ion_scene(ions, statistics);
-        scene.detector.pulse_height_spread = spread;
-        scene.instrument.spectrum_start_ns = test_time_ns - 100;
-        scene.instrument.spectrum_duration_ns = 200;
-        Generator generator(scene);
+    for (const auto& [ions, spread, statistics] : {std::tuple{50, 0.0, "counting"},
+                                                   {2000, 0.0, "counting"},
+                                                   {500, 0.0, "pulse"},
+                                                   {500, 0.5, "pulse"},
+                                                   {500, 1.0, "pulse"}}) {
+        SimulatorBench bench = single_ion(ions, statistics, spread, 100, 2);
         Spread sums;
-        for (int i = 0; i < spectra; ++i) sums.add(generator.ions());
+        for (int i = 0; i < spectra; ++i) {
+            const AcquiredSpectrum spectrum = bench.acquire();
+            const auto counts = spectrum.y_data.elements();
+            sums.add(std::accumulate(counts.begin(), counts.end(), 0.0) / 40);  // counts an ion
+        }
         const double variance = ions * (1 + spread * spread);
         EXPECT_NEAR(sums.mean(), ions, 5 * std::sqrt(variance / spectra)) << ions << " " << spread;
         EXPECT_NEAR(sums.variance() / variance, 1.0, 6 * std::sqrt(2.0 / spectra)) << ions << " " << spread;
@@ -76,19 +47,18 @@ TEST(SpectrumPhysics, NumbersOfIonsHaveTheStatisticsOfTheDetector) {
 
 // Mean and spread of the arrival: the tail moves the mean by f l sigma and widens by sigma sqrt(1 + 2 f l^2 - (f l)^2).
 TEST(SpectrumPhysics, PeaksHaveThePositionAndWidthOfTheModelAtEveryRateAndStatistics) {
-    for (const auto statistics : {counting, pulse})
-        for (const double rate : {1.0, 2.0, 3.0}) {
-            Scene scene = single_ion_scene(20000, statistics);
-            scene.setpoints["SamplingRate"] = rate;
-            Generator generator(scene);
+    for (const auto statistics : {"counting", "pulse"})
+        for (const int rate : {1, 2, 3}) {
+            SimulatorBench bench = single_ion(20000, statistics, 0.5, 700, rate);
             double weight = 0, first = 0, second = 0;
             for (int i = 0; i < 60; ++i) {
-                const auto counts = generator.counts();
-                for (std::size_t k = 0; k < counts.size(); ++k) {
-                    const double t = generator.time_ns(k) - test_time_ns;
-                    weight += counts[k];
-                    first += counts[k] * t;
-                    second += counts[k] * t * t;
+                const AcquiredSpectrum spectrum = bench.acquire();
+                double t = -700;
+                for (const double counts : spectrum.y_data.elements()) {
+                    weight += counts;
+                    first += counts * t;
+                    second += counts * t * t;
+                    t += std::array{1.0, 0.5, 0.25}[rate - 1];
                 }
             }
             const double centre = first / weight, spread = std::sqrt(second / weight - centre * centre);
@@ -136,4 +106,4 @@ TEST(Determinism, SpectraDependOnSeedNumberAndSettingsAlone) {
 }
 
 }  // namespace
-}  // namespace korvane::simulation
+}  // namespace korvane
