@@ -17,10 +17,6 @@ using replay::RecordingPlace;
 
 const RecordingPlace place{"axis.mzML", "scan=7"};
 
-std::string refusal(const std::vector<double>& mz, const replay::KnownTimes& known) {
-    return raised([&] { fit_axis(mz, known, place); });
-}
-
 double uniform(std::mt19937& random, double low, double high) {
     return std::uniform_real_distribution<double>(low, high)(random);
 }
@@ -143,10 +139,10 @@ TEST(AxisFitting, GivesTheNearestLawWithItsMisfitAndRefusesAxesThatItDoesNotTell
         EXPECT_NEAR(fit.positions.worst_deviation_steps, misfit, 0.02);
         EXPECT_EQ(fit.positions.steps.back(), 2999);
     }
-    EXPECT_THAT(refusal(axes[2], {}),
+    EXPECT_THAT(raised([&] { fit_axis(axes[2], {}, place); }),
                 testing::AllOf(testing::StartsWith("-904|RecordingReader|recording [axis.mzML], spectrum [scan=7]: "),
                                testing::HasSubstr("flight times would mean nothing")));
-    EXPECT_THAT(refusal({100, 101}, {}), testing::HasSubstr("too few"));
+    EXPECT_THAT(raised([] { fit_axis(std::vector<double>{100, 101}, {}, place); }), testing::HasSubstr("too few"));
 }
 
 }  // namespace

@@ -94,14 +94,10 @@ TEST_F(Recorder, StatesWhatTheStandardAsksFor) {
           "//scan/cvParam[@accession='MS:1000016' and @unitAccession='UO:0000031']",
           "//analyzer/cvParam[@accession='MS:1000084']", "//source/cvParam[@accession='MS:1000073']",
           "//detector/cvParam[@accession='MS:1000029' and @value='2000000000']", "//spectrumList[@count='2']",
-          "//cvParam[@accession='MS:1000521']"})
-        EXPECT_TRUE(document.select_node(present)) << present;
-    const pugi::xml_node spectrum = document.select_node("//spectrum").node();
-    const auto value = [&](const char* accession) {
-        return spectrum.find_child_by_attribute("cvParam", "accession", accession).attribute("value").as_double();
-    };
-    EXPECT_GT(value("MS:1000285"), value("MS:1000505"));
-    EXPECT_LT(value("MS:1000528"), value("MS:1000527"));
+          "//cvParam[@accession='MS:1000521']",
+          "//spectrum/cvParam[@accession='MS:1000505']/@value < //spectrum/cvParam[@accession='MS:1000285']/@value",
+          "//spectrum/cvParam[@accession='MS:1000528']/@value < //spectrum/cvParam[@accession='MS:1000527']/@value"})
+        EXPECT_TRUE(pugi::xpath_query(present).evaluate_boolean(document)) << present;
 }
 
 // One misbehaviour of an instrument after the other: its error, and the file as it was.
@@ -125,10 +121,8 @@ TEST_F(Recorder, KeepsTheOldFileWhenItFails) {
     EXPECT_EQ(error(file, 0).substr(0, 2), "5|");
     counts = {1, 2};
     EXPECT_EQ(error(), start + "a spectrum has 3 masses and 2 abundances");
-    counts = {1, 2, std::nan("")};
-    EXPECT_EQ(error(), start + "intensity of sample 2 is not a finite number");
-    counts = {1, 2, 3};
     masses = {100, 102, 101};
+    counts = {1, 2, 3};
     EXPECT_EQ(error(), start + "m/z [101] of sample 2 does not lie above [102]");
     masses = counts = {};
     EXPECT_EQ(error(), start + "a spectrum has 0 masses and 0 abundances");
