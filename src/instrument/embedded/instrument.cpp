@@ -264,8 +264,7 @@ double Instrument::sampling_interval_seconds() {
 
 std::string Instrument::source_type() {
     const std::lock_guard lock(mutex_);
-    const auto code = static_cast<std::size_t>(setpoints_.commanded(contract::setpoint.source_type));
-    return code < source_names.size() ? source_names[code] : "Unknown";
+    return source_names.at(static_cast<std::size_t>(setpoints_.commanded(contract::setpoint.source_type)));
 }
 
 std::string Instrument::time_stamp() {

@@ -93,7 +93,6 @@ public:
     std::string parameter_name(std::int32_t index) final;
     InstrumentValue actual_value(const std::string& path, const std::string&) final { return read_register(path); }
     double sampling_interval_seconds() final;
-    /// Of the source type that is set; "Unknown" for a code that stands for none.
     std::string source_type() final;
     std::string source_word() final { return source_type(); }
     std::string time_stamp() final;

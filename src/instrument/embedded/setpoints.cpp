@@ -63,14 +63,7 @@ constexpr std::array definitions = std::to_array<SetpointDefinition>({
 static_assert(std::ranges::is_sorted(definitions, {}, &SetpointDefinition::index));
 
 double in_type(const SetpointDefinition& definition, double value) {
-    try {
-        if (definition.type == int32) return to_int32(value);
-        if (definition.type == int16) return to_int16(value);
-        return value;
-    } catch (const Error& fault) {
-        throw Error(fault.number(), fault.source(),
-                    "setpoint[" + std::to_string(definition.index) + "]: " + fault.description());
-    }
+    return definition.type == real ? value : nearest_even(value);
 }
 
 }  // namespace

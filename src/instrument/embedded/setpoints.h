@@ -56,7 +56,7 @@ public:
     /// the value is outside them or not a number. `at_once` passes over the delay. Returns whether the commanded value
     /// changed.
     bool command(std::int32_t index, const SetpointValue& value, bool at_once = false);
-    /// Commanded and reached alike, whatever the limits; integers are rounded. Error 6 for one that does not fit.
+    /// Commanded and reached alike, whatever the limits; integers are rounded.
     void preset(std::int32_t index, double value);
     void preset(const std::map<std::string, double>& values_by_name);
     /// Lets every change arrive after so many spectra only; nothing: never.

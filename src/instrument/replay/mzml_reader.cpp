@@ -46,7 +46,7 @@ public:
     void read(std::int32_t level) {
         const bool is_profile = parameters_.has(term::profile_spectrum);
         if (!is_profile && parameters_.has(term::centroid_spectrum)) return note("centroid spectra are passed over");
-        const std::size_t count = parse_count(element_.attribute("defaultArrayLength"), "defaultArrayLength", place_);
+        const std::size_t count = length_of(element_, "defaultArrayLength");
         if (count == 0) return note("empty spectra are passed over");
         count_samples(count);
         RecordedSpectrum spectrum;
@@ -68,6 +68,10 @@ public:
 
 private:
     void note(const std::string& what) const { source_.recording.notes.add(what); }
+
+    std::size_t length_of(const pugi::xml_node& element, const char* attribute) const {
+        return parse_number<std::size_t>(element.attribute(attribute).value(), attribute, place_);
+    }
 
     void count_samples(std::size_t count) const {
         if (count > static_cast<std::size_t>(largest_spectrum_samples))
@@ -202,8 +206,8 @@ private:
             const Parameters parameters(element, source_.groups, place_);
             if (!parameters.has(array)) continue;
             const BinaryEncoding how = encoding(parameters, array);
-            const auto own_length = element.attribute("arrayLength");
-            const std::size_t length = own_length ? parse_count(own_length, "arrayLength", place_) : default_length;
+            const std::size_t length =
+                element.attribute("arrayLength") ? length_of(element, "arrayLength") : default_length;
             if (length != default_length)
                 place_.fail(array.name, ": arrayLength ", length, " is not the spectrum's defaultArrayLength ",
                             default_length);

@@ -112,20 +112,12 @@ inline constexpr std::array<SourceTerm, 5> source_terms{{
     {8, "APPI", {"MS:1000382", "atmospheric pressure photoionization"}},
 }};
 
-/// A whole number made of digits alone; fails naming `what`.
-inline std::size_t parse_count(const pugi::xml_attribute& attribute, const std::string& what,
-                               const RecordingPlace& place) {
-    const std::string text = attribute.value();
-    const bool digits = !text.empty() && text.size() <= 18 && text.find_first_not_of("0123456789") == std::string::npos;
-    if (!digits) place.fail(what, " [", text, "] is not a count");
-    return static_cast<std::size_t>(std::stoull(text));
-}
-
 /// A finite number that makes up the whole of `text`; fails naming `what`.
-inline double parse_number(std::string_view text, const std::string& what, const RecordingPlace& place) {
-    double number = 0;
+template <class Number = double>
+Number parse_number(std::string_view text, const std::string& what, const RecordingPlace& place) {
+    Number number = 0;
     const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (fault != std::errc() || end != text.data() + text.size() || !std::isfinite(number))
+    if (fault != std::errc() || end != text.data() + text.size() || !std::isfinite(static_cast<double>(number)))
         place.fail(what, " [", text, "] is not a number");
     return number;
 }

@@ -55,7 +55,7 @@ constexpr double negligible_ions = 1e-5;             // expected in one sample
 constexpr std::size_t most_peak_samples = 20000000;  // of all peaks together: 160 MB
 
 /// Fills in the samples of a peak; there may be none. `room` is left for further ones.
-void place(ExpectedPeak& peak, const PeakShape& shape, std::size_t spectrum_samples, std::size_t& room) {
+void fill_in(ExpectedPeak& peak, const PeakShape& shape, std::size_t spectrum_samples, std::size_t& room) {
     const double per_density = peak.ions / peak.total_sigma_samples;
     if (per_density * 0.4 < negligible_ions) return;
     const double left = -std::sqrt(2.0 * std::log(per_density * 0.4 / negligible_ions));
@@ -143,10 +143,13 @@ AcquisitionConditions acquisition_conditions(const Scene& scene, std::int32_t po
     return conditions;
 }
 
-PeakWidth peak_width(double flight_time_ns, double resolution_limit, double detector_width_ns) {
-    const double arrival_ns = flight_time_ns / (2.0 * resolution_limit) / fwhm_per_sigma;
-    const double detector_ns = detector_width_ns / fwhm_per_sigma;
-    return {arrival_ns, std::sqrt(arrival_ns * arrival_ns + detector_ns * detector_ns)};
+PeakPlace peak_place(double flight_time_ns, double time_factor, double resolution_limit, const PeakShapeSetup& setup) {
+    PeakPlace place;
+    place.arrival_sigma_ns = flight_time_ns / (2.0 * resolution_limit) / fwhm_per_sigma;
+    const double detector_ns = setup.detector_width_ns / fwhm_per_sigma;
+    place.total_sigma_ns = std::sqrt(place.arrival_sigma_ns * place.arrival_sigma_ns + detector_ns * detector_ns);
+    place.centre_ns = flight_time_ns * time_factor - setup.reference_sigmas * place.total_sigma_ns;
+    return place;
 }
 
 // The delayed part is a Gaussian convolved with exp(-x / length) / length.
@@ -170,10 +173,6 @@ double PeakShape::reach(double density_limit) const {
     return static_cast<double>(nodes_within) / nodes_per_sigma;
 }
 
-double peak_centre_ns(const IonPeak& peak, double total_sigma_ns, const PeakShapeSetup& setup, double time_factor) {
-    return peak.flight_time_ns * time_factor - setup.reference_sigmas * total_sigma_ns;
-}
-
 std::vector<ExpectedPeak> expected_peaks(const IonPeaks& peaks, const Scene& scene, const PeakShape& shape,
                                          const AcquisitionConditions& conditions, const SpectrumTiming& timing) {
     const double interval_ns = conditions.sampling_interval_ns;
@@ -181,16 +180,14 @@ std::vector<ExpectedPeak> expected_peaks(const IonPeaks& peaks, const Scene& sce
     std::size_t room = most_peak_samples;
     for (const IonPeak& peak : peaks) {
         const double share_left = peak.calibrant ? scene.sample.calibrant_factor : 1.0;
-        const PeakWidth width =
-            peak_width(peak.flight_time_ns, conditions.resolution_limit, scene.peak_shape.detector_width_ns);
-        const double centre =
-            peak_centre_ns(peak, width.total_sigma_ns, scene.peak_shape, timing.time_factor) - timing.start_time_ns;
+        const PeakPlace place =
+            peak_place(peak.flight_time_ns, timing.time_factor, conditions.resolution_limit, scene.peak_shape);
         ExpectedPeak& expected = all.emplace_back();
-        expected.centre_samples = centre / interval_ns;
-        expected.arrival_sigma_samples = width.arrival_sigma_ns / interval_ns;
-        expected.total_sigma_samples = width.total_sigma_ns / interval_ns;
+        expected.centre_samples = (place.centre_ns - timing.start_time_ns) / interval_ns;
+        expected.arrival_sigma_samples = place.arrival_sigma_ns / interval_ns;
+        expected.total_sigma_samples = place.total_sigma_ns / interval_ns;
         expected.ions = conditions.expected_ions(peak.ions * share_left, peak.mz);
-        place(expected, shape, conditions.sample_count, room);
+        fill_in(expected, shape, conditions.sample_count, room);
         if (expected.samples.empty()) all.pop_back();
     }
     return all;

@@ -40,14 +40,15 @@ struct AcquisitionConditions {
 AcquisitionConditions acquisition_conditions(const Scene& scene, std::int32_t polarity,
                                              const embedded::Setpoints& setpoints);
 
-/// Standard deviations of the undelayed peak, ns.
-struct PeakWidth {
+/// Where the undelayed part of a peak lies, ns.
+struct PeakPlace {
+    double centre_ns = 0;
     double arrival_sigma_ns = 0;  ///< spread of the arrival times
     double total_sigma_ns = 0;
 };
 
-/// FWHM^2 = (t / 2R)^2 + detector^2.
-PeakWidth peak_width(double flight_time_ns, double resolution_limit, double detector_width_ns);
+/// FWHM^2 = (t / 2R)^2 + detector^2. Flight times are longer by `time_factor`.
+PeakPlace peak_place(double flight_time_ns, double time_factor, double resolution_limit, const PeakShapeSetup& setup);
 
 /// The shape of a peak in flight time, in units of its standard deviation: a Gaussian of which a part is delayed by an
 /// exponential.
@@ -90,9 +91,6 @@ struct SpectrumTiming {
     double start_time_ns = 0;
     double time_factor = 1;  ///< flight times are longer by this, from mass drift
 };
-
-/// Where a peak lies: the centre of its undelayed part, ns.
-double peak_centre_ns(const IonPeak& peak, double total_sigma_ns, const PeakShapeSetup& setup, double time_factor);
 
 /// Of the peaks that reach into the spectrum.
 std::vector<ExpectedPeak> expected_peaks(const IonPeaks& peaks, const Scene& scene, const PeakShape& shape,

@@ -155,9 +155,8 @@ void add_background(const Scene& scene, const MassTimeCalibration& law, RandomSt
     std::set<double> taken_times;
     for (const IonPeak& peak : peaks) taken_times.insert(peak.flight_time_ns);
     const auto is_free = [&](double time_ns) {
-        const PeakWidth width =
-            peak_width(time_ns, scene.peak_shape.resolution_limit, scene.peak_shape.detector_width_ns);
-        const double distance = setup.separation_sigmas * width.total_sigma_ns;
+        const PeakPlace place = peak_place(time_ns, 1.0, scene.peak_shape.resolution_limit, scene.peak_shape);
+        const double distance = setup.separation_sigmas * place.total_sigma_ns;
         const auto next = taken_times.lower_bound(time_ns - distance);
         return next == taken_times.end() || *next > time_ns + distance;
     };

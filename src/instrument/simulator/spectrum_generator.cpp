@@ -182,16 +182,15 @@ std::vector<double> SpectrumGenerator::digitized(const AcquisitionConditions& co
 void SpectrumGenerator::silence_dead_masses(const AcquisitionConditions& conditions, const SpectrumTiming& timing,
                                             std::vector<double>& counts) const {
     for (const IonPeak& peak : dead_peaks_) {
-        const double sigma_ns =
-            peak_width(peak.flight_time_ns, conditions.resolution_limit, scene_.peak_shape.detector_width_ns)
-                .total_sigma_ns;
-        const double centre = peak_centre_ns(peak, sigma_ns, scene_.peak_shape, timing.time_factor);
-        const double reach = scene_.detector.dead_half_width_sigmas * sigma_ns;
+        const PeakPlace place =
+            peak_place(peak.flight_time_ns, timing.time_factor, conditions.resolution_limit, scene_.peak_shape);
+        const double reach_ns = scene_.detector.dead_half_width_sigmas * place.total_sigma_ns;
         const auto sample_at = [&](double time_ns) {
             const double sample = std::ceil((time_ns - timing.start_time_ns) / conditions.sampling_interval_ns);
             return static_cast<std::ptrdiff_t>(std::clamp(sample, 0.0, static_cast<double>(counts.size())));
         };
-        std::fill(counts.begin() + sample_at(centre - reach), counts.begin() + sample_at(centre + reach), 0.0);
+        std::fill(counts.begin() + sample_at(place.centre_ns - reach_ns),
+                  counts.begin() + sample_at(place.centre_ns + reach_ns), 0.0);
     }
 }
 
