@@ -126,18 +126,6 @@ void Instrument::write_setpoint(std::int32_t index, const SetpointValue& new_val
     if (setpoints_.command(index, new_value, at_once)) setpoint_changed();
 }
 
-std::int32_t Instrument::variable_type(std::int32_t index) {
-    return static_cast<std::int32_t>(setpoint_definition(index).type);
-}
-
-std::string Instrument::external_name(std::int32_t index) {
-    return std::string(setpoint_definition(index).external_name);
-}
-
-std::string Instrument::internal_name(std::int32_t index) {
-    return std::string(setpoint_definition(index).internal_name);
-}
-
 std::int32_t Instrument::index_of(const std::string& name) {
     if (const SetpointDefinition* found = find_setpoint(name)) return found->index;
     refuse("setpoint", name);
@@ -212,7 +200,7 @@ std::vector<MetaItem> Instrument::next_metadata(AcquiredSpectrum* spectrum) {
     for (const SetpointDefinition& definition : setpoint_definitions()) {
         const bool is_polarity = definition.index == contract::setpoint.polarity;
         const double reached = is_polarity ? *polarity : setpoints_.actual(definition.index);
-        items.push_back({std::string(definition.external_name), definition.typed(reached)});
+        items.push_back({definition.external_name, definition.typed(reached)});
     }
     return items;
 }

@@ -53,9 +53,9 @@ public:
     double upper_limit(std::int32_t index) final { return setpoint_definition(index).upper_limit; }
     double resolution(std::int32_t index) final { return setpoint_definition(index).resolution; }
     double tolerance(std::int32_t index) final { return setpoint_definition(index).tolerance; }
-    std::int32_t variable_type(std::int32_t index) final;
-    std::string external_name(std::int32_t index) final;
-    std::string internal_name(std::int32_t index) final;
+    std::int32_t variable_type(std::int32_t index) final { return setpoint_definition(index).type; }
+    std::string external_name(std::int32_t index) final { return setpoint_definition(index).external_name; }
+    std::string internal_name(std::int32_t index) final { return setpoint_definition(index).internal_name; }
     std::int32_t index_of(const std::string& name) final;
     std::vector<std::int32_t> indexes() final;
 

@@ -12,9 +12,8 @@ namespace korvane::embedded {
 
 namespace {
 
-constexpr auto real = SetpointType::real;
-constexpr auto int32 = SetpointType::int32;
-constexpr auto int16 = SetpointType::int16;
+constexpr std::int32_t int32 = contract::variable_type.int32, real = contract::variable_type.real,
+                       int16 = contract::variable_type.int16;
 
 constexpr std::array definitions = std::to_array<SetpointDefinition>({
     // index, internal name, external name, type, lower and upper limit, resolution, tolerance, default
@@ -69,7 +68,7 @@ double in_type(const SetpointDefinition& definition, double value) {
 }  // namespace
 
 InstrumentValue SetpointDefinition::typed(double value) const {
-    if (type == SetpointType::real) return value;
+    if (type == real) return value;
     return static_cast<std::int32_t>(value);
 }
 

@@ -19,18 +19,11 @@ inline constexpr std::int32_t quad_amu_setpoint = 22;
 inline constexpr std::int32_t preamp_offset_setpoint = 62;
 inline constexpr std::int32_t slicer_position_setpoint = 170;
 
-/// Codes of the setpoint table's variable types.
-enum class SetpointType : std::int32_t {
-    int32 = contract::variable_type.int32,
-    real = contract::variable_type.real,
-    int16 = contract::variable_type.int16
-};
-
 struct SetpointDefinition {
     std::int32_t index;
-    std::string_view internal_name;
-    std::string_view external_name;  ///< in metadata; none is the beginning of another, case ignored
-    SetpointType type;
+    const char* internal_name;
+    const char* external_name;  ///< in metadata; none is the beginning of another, case ignored
+    std::int32_t type;          ///< one of `contract::variable_type`
     double lower_limit, upper_limit, resolution, tolerance, default_value;
 
     /// A value in the setpoint's type.

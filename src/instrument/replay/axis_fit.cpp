@@ -224,10 +224,8 @@ FittedLaw fit_law(const Points& points, const Powers& powers) {
 TimeScale choose_scale(const KnownTimes& known, double steps_before, std::int64_t last_step) {
     constexpr double longest_flight_ns = 150000;
     const double steps = steps_before + static_cast<double>(last_step);
-    double interval_ns = 0.25;
-    for (const double slower_ns : {0.5, 1.0})
-        if (steps * slower_ns <= longest_flight_ns) interval_ns = slower_ns;
-    interval_ns = known.interval_ns.value_or(interval_ns);
+    const double slowest_ns = steps <= longest_flight_ns ? 1 : 0.5 * steps <= longest_flight_ns ? 0.5 : 0.25;
+    const double interval_ns = known.interval_ns.value_or(slowest_ns);
     return {known.first_sample_ns.value_or(steps_before * interval_ns), interval_ns};
 }
 

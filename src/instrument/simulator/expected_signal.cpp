@@ -34,20 +34,12 @@ void apply_responses(const Scene& scene, const embedded::Setpoints& setpoints, A
     const auto source_type = static_cast<std::int32_t>(setpoints.actual(contract::setpoint.source_type));
     for (const ResponseCurve& curve : scene.responses) {
         if (!curve.holds_for(source_type, conditions.polarity)) continue;
-        const double default_value = embedded::setpoint_definition(curve.setpoint).default_value;
-        const double current = setpoints.actual(curve.setpoint);
-        if (current == default_value) continue;
-        switch (curve.acts_on) {
-            case ResponseTarget::ions:
-                conditions.transmissions.push_back({&curve, current, default_value});
-                break;
-            case ResponseTarget::gain:
-                conditions.counts_per_ion *= curve.relative(current, default_value, 1000.0);
-                break;
-            case ResponseTarget::resolution:
-                conditions.resolution_limit *= curve.relative(current, default_value, 1000.0);
-                break;
-        }
+        const double value = setpoints.actual(curve.setpoint);
+        if (curve.acts_on == ResponseTarget::ions)
+            conditions.transmissions.emplace_back(&curve, value);
+        else
+            (curve.acts_on == ResponseTarget::gain ? conditions.counts_per_ion : conditions.resolution_limit) *=
+                curve.relative(value, 1000.0);
     }
 }
 
@@ -100,15 +92,15 @@ double ResponseCurve::raw(double value, double mz) const {
     return 1.0;
 }
 
-double ResponseCurve::relative(double value, double default_value, double mz) const {
+double ResponseCurve::relative(double value, double mz) const {
+    const double default_value = embedded::setpoint_definition(setpoint).default_value;
     if (value == default_value) return 1.0;
     return std::min(raw(value, mz) / raw(default_value, mz), greatest_response);
 }
 
 double AcquisitionConditions::expected_ions(double reference_ions, double mz) const {
     double ions = reference_ions * ion_factor;
-    for (const Transmission& transmission : transmissions)
-        ions *= transmission.curve->relative(transmission.value, transmission.default_value, mz);
+    for (const auto& [curve, value] : transmissions) ions *= curve->relative(value, mz);
     return std::min(ions, most_ions);
 }
 

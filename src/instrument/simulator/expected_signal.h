@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "instrument/embedded/setpoints.h"
@@ -12,12 +13,6 @@
 namespace korvane::simulation {
 
 struct AcquisitionConditions {
-    /// A response that weakens or strengthens ions by their mass.
-    struct Transmission {
-        const ResponseCurve* curve;
-        double value, default_value;
-    };
-
     std::int32_t polarity = 0;
     double sampling_interval_ns = 0;
     std::size_t sample_count = 0;
@@ -28,7 +23,8 @@ struct AcquisitionConditions {
     double noise_counts = 0;     ///< rms a sample, all transients
     double scan_seconds = 0;     ///< what the transients take
     double ion_factor = 0;       ///< on every ion, apart from the transmissions
-    std::vector<Transmission> transmissions;
+    /// Responses that weaken or strengthen ions by their mass, with the values of their setpoints.
+    std::vector<std::pair<const ResponseCurve*, double>> transmissions;
 
     /// Ions a spectrum of a peak that gives `reference_ions` at the reference transients and default setpoints.
     double expected_ions(double reference_ions, double mz) const;

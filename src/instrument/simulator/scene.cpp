@@ -69,7 +69,7 @@ void read(const JsonItem& item, ValuesByInternalName values, const Bounds&) {
         const auto* definition = embedded::find_setpoint(name);
         if (!definition) value.refuse("unknown setpoint");
         const Bounds limits{definition->lower_limit, definition->upper_limit};
-        const bool whole = definition->type != embedded::SetpointType::real;
+        const bool whole = definition->type != contract::variable_type.real;
         values.of[name] = whole ? static_cast<double>(value.whole_number(limits)) : value.number(limits);
     }
 }

@@ -44,7 +44,7 @@ struct ResponseCurve {
     /// Unnormalised response, not negative, at a setpoint value and a mass.
     double raw(double value, double mz) const;
     /// Response relative to the one at the setpoint's default value, which is 1; at most `greatest_response`.
-    double relative(double value, double default_value, double mz) const;
+    double relative(double value, double mz) const;
 };
 
 struct InstrumentSetup : embedded::Hardware {
