@@ -68,8 +68,8 @@ KORVANE_API ControlChart common_chart(const std::vector<ControlChart>& calibrant
                                       const std::vector<double>& variances);
 
 struct TrendOptions {
-    std::size_t guide = 20;            ///< records in the guide set
-    std::vector<std::string> metrics;  ///< those of `tune_metrics` where empty
+    std::size_t guide = 20;  ///< records in the guide set
+    std::vector<std::string> metrics{std::begin(tune_metrics), std::end(tune_metrics)};
 };
 
 /// The charts of the history at the time of `like` and before, for its instrument, source and polarity, since the last

@@ -24,8 +24,8 @@ double chance_limit(std::size_t freedom) {
 
 /// Of the flight times in single spectra.
 CalibrantTime combined(double mass, const std::vector<CalibrantTime>& readings) {
+    if (readings.size() < 2) return readings.empty() ? CalibrantTime{mass, 0, 0, 0} : readings[0];
     CalibrantTime result{mass, 0, 0, readings.size()};
-    if (readings.empty()) return result;
     const bool stated =
         std::ranges::all_of(readings, [](const CalibrantTime& reading) { return reading.error_ns > 0; });
     double weights = 0, chi_square = 0;
@@ -40,7 +40,6 @@ CalibrantTime combined(double mass, const std::vector<CalibrantTime>& readings) 
     for (const CalibrantTime& reading : readings)
         chi_square += weight_of(reading) * (reading.time_ns - result.time_ns) * (reading.time_ns - result.time_ns);
     const std::size_t freedom = readings.size() - 1;
-    if (freedom == 0) return readings[0];
     const double variance = chi_square / static_cast<double>(freedom);
     const bool scatter_counts = !stated || variance > chance_limit(freedom);
     result.error_ns = std::sqrt((scatter_counts ? variance : 1) / weights);

@@ -99,25 +99,15 @@ std::vector<bool> alarms_of(ChartRule rule, std::span<const double> values, cons
         up = std::max(0.0, up + z[i] - cusum_slack);
         down = std::max(0.0, down - z[i] - cusum_slack);
         const double range = i > 0 ? std::abs(values[i] - values[i - 1]) : 0;
-        const auto is_broken = [&] {
-            switch (rule) {
-                case ChartRule::three_sigma:
-                    return std::abs(z[i]) > 3;
-                case ChartRule::ewma:
-                    return std::abs(averages[i]) > ewma_limit;
-                case ChartRule::xmr:
-                    return std::abs(values[i] - guide.centre) > xmr_limit * guide.mean_moving_range ||
-                           range > range_limit * guide.mean_moving_range;
-                case ChartRule::western_electric:
-                    return std::ranges::any_of(western_electric_zones, [&](const Zone& zone) {
-                        return shows(zone, std::span<const double>(z).first(i + 1));
-                    });
-                case ChartRule::cusum:
-                    break;
-            }
-            return std::max(up, down) > cusum_limit;
-        };
-        alarms.push_back(is_broken());
+        const double moved = std::abs(values[i] - guide.centre);
+        // In the order of the rules.
+        const bool is_broken[] = {
+            std::abs(z[i]) > 3, std::abs(averages[i]) > ewma_limit,
+            moved > xmr_limit * guide.mean_moving_range || range > range_limit * guide.mean_moving_range,
+            std::ranges::any_of(western_electric_zones,
+                                [&](const Zone& zone) { return shows(zone, std::span(z).first(i + 1)); }),
+            std::max(up, down) > cusum_limit};
+        alarms.push_back(is_broken[static_cast<std::size_t>(rule)]);
     }
     return alarms;
 }
@@ -156,10 +146,8 @@ ControlChart common_chart(const std::vector<ControlChart>& calibrants, const std
 }
 
 std::vector<ControlChart> charts_of(TuneHistory& history, const TuneRecord& like, const TrendOptions& options) {
-    std::vector<std::string> metrics = options.metrics;
-    if (metrics.empty()) metrics.assign(std::begin(tune_metrics), std::end(tune_metrics));
     std::vector<ControlChart> charts;
-    for (const std::string& metric : metrics) {
+    for (const std::string& metric : options.metrics) {
         std::vector<ControlChart> calibrants;
         std::vector<double> variances;  // the mean of those stated
         for (const MetricReading& reading : history.readings(metric, like)) {

@@ -60,13 +60,6 @@ std::vector<Point> samples_between(const PeakTrace& trace, const Range& shown_ns
     return points;
 }
 
-void draw_samples(Panel& panel, const std::vector<Point>& points) {
-    if (points.size() > most_dots)
-        panel.line(points, "blue");
-    else
-        panel.markers(points, Marker::dot, "blue");
-}
-
 /// The whole window, small, with what the panel below shows of it.
 std::string window_strip(const PeakTrace& trace, const Range& window_ns, const Range& shown_ns) {
     const std::vector<Point> all = samples_between(trace, window_ns.widened(margin_part));
@@ -92,7 +85,7 @@ void add_peak_panels(const RecordedCalibrant& calibrant, const PeakTrace& trace,
         main.upright(measured.ns.pkCentroid - measured.error_ppm() / measured.ppm_per_ns, "dotted green");
     for (const double edge : {trace.window_start_ns, trace.window_end_ns}) main.upright(edge, "dashed soft");
     main.line(curve, "red");
-    draw_samples(main, samples);
+    samples.size() > most_dots ? main.line(samples, "blue") : main.markers(samples, Marker::dot, "blue");
     main.legend("samples", "blue", Marker::dot);
     main.legend(trace.fit_is_told ? "fit of the peak finder" : "Gaussian of centroid, height and width", "red");
     main.legend("expected", "dotted green");
