@@ -58,7 +58,7 @@ double part_done(const AdjustProbe& probe, const SecantRequest& request) {
 /// entry.
 struct Search : SecantOutcome {
     double scaled_target = 0, speed_up_factor = 1;
-    Json shown_probes = Json::array();
+    Json shown_probes = {};
 };
 
 /// How the specified search ended: within tolerance, or between a value that shows more and the one found; and with a
@@ -97,14 +97,12 @@ Search bisect(Session& session, const SetpointDescription& setpoint, const Adjus
     Search search{{end_of(outcome, options.search.raise_to_reduce), outcome.value, outcome.abundance, 0, {}},
                   outcome.scaled_target,
                   outcome.speed_up_factor};
-    for (const AdjustProbe& probe : outcome.probes) {
-        search.shown_probes.push_back(Json{{"number", probe.number},
-                                           {"value", probe.value},
-                                           {"abundance", probe.abundance},
-                                           {"low", probe.low},
-                                           {"high", probe.high}});
-        search.probes.push_back({probe.value, 0, probe.abundance * outcome.speed_up_factor, 0});
+    Table shown({"|number", "|value", "|abundance", "|low", "|high"});
+    for (const auto& [number, value, abundance, low, high] : outcome.probes) {
+        shown.add(number, value, abundance, low, high);
+        search.probes.push_back({value, 0, abundance * outcome.speed_up_factor, 0});
     }
+    search.shown_probes = shown.json();
     return search;
 }
 
@@ -118,12 +116,10 @@ Search follow(Session& session, const SetpointDescription&, const AdjustOptions&
                                               probe.value, probe.abundance, probe.standard_error, probe.transients));
     };
     Search search{adjust_by_secant(session.platform(), request, show), request.target};
-    for (const SecantProbe& probe : search.probes)
-        search.shown_probes.push_back(Json{{"number", search.shown_probes.size() + 1},
-                                           {"value", probe.value},
-                                           {"abundance", probe.abundance},
-                                           {"standard_error", probe.standard_error},
-                                           {"transients", probe.transients}});
+    Table shown({"|number", "|value", "|abundance", "|standard_error", "|transients"});
+    for (const auto& [value, transients, abundance, standard_error] : search.probes)
+        shown.add(shown.size() + 1, value, abundance, standard_error, transients);
+    search.shown_probes = shown.json();
     return search;
 }
 

@@ -163,8 +163,8 @@ std::string fault_text(const CLI::App& program, const CLI::ParseError& fault) {
 std::string usage_line(const std::string& command, const std::string& fault) {
     const std::string whole = command.empty() ? "korvane" : "korvane " + command;
     std::string line = fault;
-    for (char& character : line)
-        if (character == '\n' || character == '\r') character = ' ';
+    std::ranges::replace_if(
+        line, [](char character) { return character == '\n' || character == '\r'; }, ' ');
     return fmt::format("{}: {} (see {} --help)", whole, line, whole);
 }
 
@@ -253,20 +253,16 @@ End work_done(Session& session, const std::string& command) {
 /// Gives the instrument back, and says so.
 void give_back(Session& session, End& end) {
     std::string done, failures;
-    Json rows = Json::array();
-    for (const PutBack& moved : session.give_back()) {
-        if (moved.found == moved.before && moved.failure.empty()) continue;
-        const bool failed = !moved.failure.empty();
-        std::string& list = failed ? failures : done;
-        list += fmt::format("{}{} to {}{}", list.empty() ? "" : ", ", moved.name, moved.before,
-                            failed ? " (" + joined_lines(moved.failure) + ")" : "");
-        rows.push_back(Json{{"name", moved.name},
-                            {"before", moved.before},
-                            {"now", moved.now},
-                            {"failure", failed ? Json(moved.failure) : Json()}});
+    Table rows({"|name", "|before", "|now", "|failure"});
+    for (const auto& [name, before, now, failure, found] : session.give_back()) {
+        if (found == before && failure.empty()) continue;
+        std::string& list = failure.empty() ? done : failures;
+        list += fmt::format("{}{} to {}{}", list.empty() ? "" : ", ", name, before,
+                            failure.empty() ? "" : " (" + joined_lines(failure) + ")");
+        rows.add(name, before, now, failure.empty() ? Json() : Json(failure));
     }
-    if (rows.empty()) return;
-    end.more["put_back"] = std::move(rows);
+    if (rows.size() == 0) return;
+    end.more["put_back"] = rows.json();
     if (!failures.empty() && end.code == 0) end.code = static_cast<int>(ExitCode::instrument);
     if (!done.empty()) done = "put back " + done;
     if (!failures.empty()) done += (done.empty() ? "" : "; ") + ("could not put back " + failures);

@@ -166,37 +166,36 @@ ExitCode set_list(Session& session, const MassListChange& options) {
     return show_lists(session, choice);
 }
 
-// The faults of a list, a sentence each: what the routines that use it do not work with.
-std::vector<std::string> mass_list_faults(const ListedMassList& list) {
+// What the routines that use the lists do not work with, a sentence each.
+std::vector<std::string> faults_of(const std::vector<ListedMassList>& lists) {
     constexpr std::size_t least_calibrants = 4;
-    const std::string name = fmt::format("{}, {}", list.source, list.polarity);
     std::vector<std::string> faults;
-    double previous = 0;
-    for (const auto& mass : list.masses) {
-        const auto number = parse_number(plain_number(mass.text));
-        if (!number || *number <= 0) {
-            faults.push_back(fmt::format("{}: \"{}\" is not a mass", name, mass.text));
-            continue;
+    if (lists.empty()) faults.emplace_back("the file holds no lists");
+    for (const auto& [source, polarity, masses] : lists) {
+        const auto add = [&](const std::string& fault) {
+            faults.push_back(fmt::format("{}, {}: {}", source, polarity, fault));
+        };
+        double previous = 0;
+        for (const auto& mass : masses) {
+            const double number = parse_number(plain_number(mass.text)).value_or(0);
+            if (number <= 0)
+                add(fmt::format("\"{}\" is not a mass", mass.text));
+            else if (number <= std::exchange(previous, number))
+                add(mass.text + " does not ascend");
         }
-        if (*number <= previous) faults.push_back(fmt::format("{}: {} does not ascend", name, mass.text));
-        previous = *number;
+        if (masses.size() < least_calibrants)
+            add(fmt::format("{} masses, fewer than {}", masses.size(), least_calibrants));
     }
-    if (list.masses.size() < least_calibrants)
-        faults.push_back(fmt::format("{}: {} masses, fewer than {}", name, list.masses.size(), least_calibrants));
     return faults;
 }
 
 ExitCode check_lists(Session& session, const NoOptions&) {
     const auto lists = list_mass_lists(session.platform());
-    std::vector<std::string> faults;
-    for (const ListedMassList& list : lists)
-        for (std::string& fault : mass_list_faults(list)) faults.push_back(std::move(fault));
-    if (lists.empty()) faults.emplace_back("the file holds no lists");
+    const std::vector<std::string> faults = faults_of(lists);
     const std::string file = default_mass_list_file(session.platform());
-    std::string text;
-    for (const std::string& fault : faults) text += fault + "\n";
-    if (faults.empty()) text = fmt::format("{} lists, no faults\n", lists.size());
-    session.show(Json{{"file", file}, {"lists", lists.size()}, {"faults", faults}}, text);
+    session.show(Json{{"file", file}, {"lists", lists.size()}, {"faults", faults}},
+                 faults.empty() ? fmt::format("{} lists, no faults\n", lists.size())
+                                : fmt::format("{}\n", fmt::join(faults, "\n")));
     return session.checked(faults.empty() ? "" : fmt::format("{} faults in {}", faults.size(), file));
 }
 

@@ -128,21 +128,15 @@ ExitCode call(Session& session, std::vector<std::string> words) {
 }
 
 ExitCode list_members(Session& session, const NoOptions&) {
-    Json rows = Json::array();
-    std::string text, class_name;
-    for (const auto& member : automation::member_summaries()) {
-        rows.push_back({{"class", member.class_name},
-                        {"member", member.name},
-                        {"dispid", member.dispid},
-                        {"signature", member.signature},
-                        {"help", member.help}});
-        if (member.class_name != class_name) {
-            class_name = member.class_name;
-            text += fmt::format("{}{}\n", text.empty() ? "" : "\n", class_name);
-        }
-        text += fmt::format("  {:>3}  {}\n", member.dispid, member.signature);
+    Table rows({"|class", "|member", "|dispid", "|signature", "|help"});
+    std::string text, last;
+    for (const auto& [class_name, name, dispid, signature, help] : automation::member_summaries()) {
+        rows.add(class_name, name, dispid, signature, help);
+        if (class_name != last) text += fmt::format("{}{}\n", text.empty() ? "" : "\n", class_name);
+        last = class_name;
+        text += fmt::format("  {:>3}  {}\n", dispid, signature);
     }
-    return session.show(Json{{"members", std::move(rows)}}, text);
+    return session.show(Json{{"members", rows.json()}}, text);
 }
 
 void add_text_command(CLI::App& group, Session& session, const char* name, const char* help, std::string (*text)()) {
@@ -158,16 +152,16 @@ struct ConformOptions {
 
 ExitCode show_results(Session& session, const std::vector<ConformanceResult>& results) {
     std::int64_t passed = 0, failed = 0;
-    Json rows = Json::array();
+    Table rows({"|operation", "|check", "|passed", "|detail"});
     std::string text;
     for (const auto& [operation, check, is_passed, detail] : results) {
         (is_passed ? passed : failed) += 1;
-        rows.push_back({{"operation", operation}, {"check", check}, {"passed", is_passed}, {"detail", detail}});
+        rows.add(operation, check, is_passed, detail);
         text += fmt::format("{}  {}: {}{}{}\n", is_passed ? "pass" : "FAIL", operation, check, is_passed ? "" : ": ",
                             detail);
     }
     text += fmt::format("{} passed, {} failed\n", passed, failed);
-    session.show(Json{{"checks_passed", passed}, {"checks_failed", failed}, {"checks", std::move(rows)}}, text);
+    session.show(Json{{"checks_passed", passed}, {"checks_failed", failed}, {"checks", rows.json()}}, text);
     return failed ? ExitCode::check_failed : ExitCode::done;
 }
 

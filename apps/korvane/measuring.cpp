@@ -15,7 +15,7 @@ namespace {
 
 struct MeasureOptions {
     std::vector<double> masses;
-    std::optional<double> window_percent;
+    double window_percent = -1;  // the configured one
     KeepOptions keeping;
     std::optional<std::string> recording;
     bool check = false;
@@ -75,7 +75,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
     const std::vector<double> masses = chosen_masses(session, options.masses);
     TuneRecord found;
     const std::string log =
-        measure_record(found, watching, globals, VariantArray<double>(masses), options.window_percent.value_or(-1.0));
+        measure_record(found, watching, globals, VariantArray<double>(masses), options.window_percent);
     const AcquiredSpectrum measured = std::exchange(last, {});
     if (!options.masses.empty()) require_masses_on_axis(measured.mass_data, found.calibrants);
     const std::string faults = faults_of(found.calibrants);
@@ -104,8 +104,7 @@ ExitCode measure(Session& session, const MeasureOptions& options) {
 }
 
 struct PeakOptions {
-    std::optional<double> mass;
-    std::optional<double> window_amu;
+    double mass = 0, window_amu = 0.2;
     std::string attribute;
 };
 
@@ -120,16 +119,16 @@ constexpr std::array attributes{
     Attribute{"height", PeakCalcType::Height, "counts"},   Attribute{"area", PeakCalcType::Area, "counts x samples"},
 };
 
-ExitCode show_attribute(Session& session, SpectrumParser& parser, const PeakOptions& options, double window_amu) {
+ExitCode show_attribute(Session& session, SpectrumParser& parser, const PeakOptions& options) {
     const Attribute& attribute = *std::ranges::find(attributes, options.attribute, &Attribute::name);
-    const double value = parser.GetPeakAttribute(attribute.type, *options.mass, window_amu);
+    const double value = parser.GetPeakAttribute(attribute.type, options.mass, options.window_amu);
     return session.show(
-        Json{{"mass", *options.mass}, {"attribute", attribute.name}, {"value", value}, {"unit", attribute.unit}},
+        Json{{"mass", options.mass}, {"attribute", attribute.name}, {"value", value}, {"unit", attribute.unit}},
         fmt::format("{:.6f}\n", value));
 }
 
-ExitCode show_record(Session& session, SpectrumParser& parser, double mass, double window_amu) {
-    const PeakListObject peaks = parser.GetPeakListOfOnlyThisOneMass(mass, window_amu);
+ExitCode show_record(Session& session, SpectrumParser& parser, const PeakOptions& options) {
+    const PeakListObject peaks = parser.GetPeakListOfOnlyThisOneMass(options.mass, options.window_amu);
     peaks->order(height_position, 0);
     const PeakInfo ns = peaks->GetPeakAttributeInfo(0, false), amu = peaks->GetPeakAttributeInfo(0, true);
     Table table({"<value", "ns||.4f", "amu||.5f"});
@@ -137,17 +136,15 @@ ExitCode show_record(Session& session, SpectrumParser& parser, double mass, doub
         const auto position = static_cast<std::int32_t>(i);
         table.add(peak_info_names[i], ns.value(position), amu.value(position));
     }
-    return session.show(Json{{"mass", mass}, {"peaks", peaks->count()}, {"ns", ns}, {"amu", amu}}, table);
+    return session.show(Json{{"mass", options.mass}, {"peaks", peaks->count()}, {"ns", ns}, {"amu", amu}}, table);
 }
 
 ExitCode measure_peak(Session& session, const PeakOptions& options) {
     session.begin_run();
-    require_mass_in_range(session, *options.mass);
+    require_mass_in_range(session, options.mass);
     SpectrumParser parser(session.platform());
-    const double window_amu = options.window_amu.value_or(0.2);
-    if (window_amu >= *options.mass) throw UsageError("--window: the window reaches below mass 0");
-    return options.attribute.empty() ? show_record(session, parser, *options.mass, window_amu)
-                                     : show_attribute(session, parser, options, window_amu);
+    if (options.window_amu >= options.mass) throw UsageError("--window: the window reaches below mass 0");
+    return options.attribute.empty() ? show_record(session, parser, options) : show_attribute(session, parser, options);
 }
 
 ExitCode verify(Session& session, const NoOptions&) {

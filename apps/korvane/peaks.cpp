@@ -22,13 +22,11 @@ namespace {
 
 struct PeaksOptions {
     std::string file;
-    std::optional<double> from, to, min_height;
+    double from = 0, to = std::numeric_limits<double>::infinity(), min_height = -to;
     std::int64_t spectrum = 0;
 
     bool takes(const PeakInfo& amu) const {
-        return amu.pkCentroid >= from.value_or(0) &&
-               amu.pkCentroid <= to.value_or(std::numeric_limits<double>::infinity()) &&
-               amu.pkHeight >= min_height.value_or(-std::numeric_limits<double>::infinity());
+        return amu.pkCentroid >= from && amu.pkCentroid <= to && amu.pkHeight >= min_height;
     }
 };
 
@@ -133,7 +131,7 @@ ExitCode list_spectrum(Session& session, const PeaksOptions& options) {
 }
 
 ExitCode list_peaks(Session& session, const PeaksOptions& options) {
-    if (options.from && options.to && *options.from > *options.to) throw UsageError("--from lies above --to");
+    if (options.from > options.to) throw UsageError("--from lies above --to");
     return options.file.empty() ? list_spectrum(session, options) : list_file(session, options);
 }
 

@@ -45,36 +45,6 @@ WordList names_of(const Rows& rows, Name name) {
     return names;
 }
 
-WordList found_names(Session& session, const std::string& kind, const WordList& given, const std::string& tree) {
-    const auto is_one_of = [&](const WordList& names) { return std::ranges::count(names, kind) > 0; };
-    if (kind == "SETPOINT") {
-        SetpointTable& table = session.instrument().setpoints();
-        return names_of(table.indexes(), [&](std::int32_t index) { return table.internal_name(index); });
-    }
-    if (is_one_of({"MASS", "--mass", "--mz"}))
-        return names_of(chosen_masses(session, {}), [](double mass) { return fmt::format("{}", mass); });
-    if (kind == "GROUP") return names_of(list_tune_parameters(session.platform(), tree), &ListedParameter::group);
-    if (kind == "KEY") {
-        std::vector<ListedParameter> keys = list_tune_parameters(session.platform(), tree);
-        std::erase_if(keys, [&](const ListedParameter& key) { return given.empty() || key.group != given.back(); });
-        return names_of(keys, &ListedParameter::name);
-    }
-    if (kind == "NAME") return names_of(list_tune_preferences(session.platform()), &ListedPreference::name);
-    if (kind == "MEMBER")
-        return names_of(automation::member_summaries(),
-                        [](const auto& member) { return member.class_name + "." + member.name; });
-    if (is_one_of({"RECORD", "--record"})) {
-        WordList ids = names_of(open_history(session, false).list(20),
-                                [](const TuneRecord& record) { return std::to_string(record.id); });
-        ids.insert(ids.end(), {"last", "yesterday", "last-week"});
-        return ids;
-    }
-    if (kind == "--source") return names_of(list_mass_lists(session.platform()), &ListedMassList::source);
-    if (kind == "--polarity") return {"Positive", "Negative"};
-    if (is_one_of({"FILE", "DIR", "LAYER", "TEXT", "--base", "--replay", "--scene", "--instrument"})) return {"*files"};
-    return {};
-}
-
 // ---- completion ----
 
 /// Where the words stand: in which command, with which of its arguments given, and behind which option.
@@ -124,12 +94,36 @@ WordList words_at(Session& session, const Place& place, const std::string& begun
 
 }  // namespace
 
-WordList names_for(Session& session, const std::string& kind, const WordList& given, const std::string& tree) {
-    try {
-        return found_names(session, kind, given, tree);
-    } catch (const Error&) {
-        return {};  // who needs them will say why
+WordList names_for(Session& session, const std::string& kind, const WordList& given, const std::string& tree) try {
+    const auto is_one_of = [&](const WordList& names) { return std::ranges::count(names, kind) > 0; };
+    if (kind == "SETPOINT") {
+        SetpointTable& table = session.instrument().setpoints();
+        return names_of(table.indexes(), [&](std::int32_t index) { return table.internal_name(index); });
     }
+    if (is_one_of({"MASS", "--mass", "--mz"}))
+        return names_of(chosen_masses(session, {}), [](double mass) { return fmt::format("{}", mass); });
+    if (kind == "GROUP") return names_of(list_tune_parameters(session.platform(), tree), &ListedParameter::group);
+    if (kind == "KEY") {
+        std::vector<ListedParameter> keys = list_tune_parameters(session.platform(), tree);
+        std::erase_if(keys, [&](const ListedParameter& key) { return given.empty() || key.group != given.back(); });
+        return names_of(keys, &ListedParameter::name);
+    }
+    if (kind == "NAME") return names_of(list_tune_preferences(session.platform()), &ListedPreference::name);
+    if (kind == "MEMBER")
+        return names_of(automation::member_summaries(),
+                        [](const auto& member) { return member.class_name + "." + member.name; });
+    if (is_one_of({"RECORD", "--record"})) {
+        WordList ids = names_of(open_history(session, false).list(20),
+                                [](const TuneRecord& record) { return std::to_string(record.id); });
+        ids.insert(ids.end(), {"last", "yesterday", "last-week"});
+        return ids;
+    }
+    if (kind == "--source") return names_of(list_mass_lists(session.platform()), &ListedMassList::source);
+    if (kind == "--polarity") return {"Positive", "Negative"};
+    if (is_one_of({"FILE", "DIR", "LAYER", "TEXT", "--base", "--replay", "--scene", "--instrument"})) return {"*files"};
+    return {};
+} catch (const Error&) {
+    return {};  // who needs them will say why
 }
 
 std::string did_you_mean(std::string_view word, const WordList& known) {
