@@ -42,7 +42,7 @@ void convert(std::span<const double> samples, std::int32_t* counts) {
 void SearchCopy::take(const VariantArray<double>& samples) {
     const std::int32_t lower_bound = samples.lower_bound();
     if (source_.storage() == samples.storage() && source_.lower_bound() == lower_bound) return;
-    source_.clear();
+    source_ = {};
     (void)samples.at(0);
     searched_ = samples.elements().subspan(static_cast<std::size_t>(-std::int64_t{lower_bound}));
     counts_.resize(searched_.size());

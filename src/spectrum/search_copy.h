@@ -18,7 +18,7 @@ public:
     void take(const VariantArray<double>& samples);
 
     /// Lets go of the spectrum, not of the memory of its copy.
-    void release() { source_.clear(); }
+    void release() { source_ = {}; }
 
     std::span<const std::int32_t> counts() const { return counts_; }
     /// The largest sample of the spectrum that was taken and not let go; looked for at every call.
