@@ -9,7 +9,7 @@
 #include "bench/interleaved.h"
 #include "korvane/tune_globals.h"
 #include "korvane/tune_params_xml.h"
-#include "platform/safe_save.h"
+#include "platform/files.h"
 #include "platform/text.h"
 #include "support/test_platform.h"
 

@@ -15,7 +15,6 @@
 #include "korvane/listing.h"
 #include "korvane/platform.h"
 #include "platform/files.h"
-#include "platform/safe_save.h"
 #include "platform/text.h"
 
 namespace korvane {

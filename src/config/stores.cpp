@@ -10,7 +10,7 @@
 #include "korvane/abort_helper.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
-#include "platform/safe_save.h"
+#include "platform/files.h"
 #include "platform/xml_document.h"
 
 namespace korvane {

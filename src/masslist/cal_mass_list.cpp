@@ -9,7 +9,7 @@
 #include <ranges>
 
 #include "frame/routine.h"
-#include "platform/safe_save.h"
+#include "platform/files.h"
 #include "platform/text.h"
 #include "platform/xml_document.h"
 #include "platform/xml_source.h"

@@ -1,8 +1,10 @@
-// Paths as UTF-8 texts, the process's environment, where some of them come from, and what the files of both systems
-// share.
+// Paths as UTF-8 texts, the process's environment, where some of them come from, what the files of both systems share,
+// saves that survive a crash, and the lock under which a file is loaded, edited and saved.
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -42,5 +44,13 @@ public:
     void clear_read_only(const std::string& path) override;
     std::vector<std::string> list(const std::string& folder) override;
 };
+
+/// `safe_save` (korvane/system.h) of what `write` writes, part by part; what it raises is raised, and the old file
+/// stays.
+void safe_save(Files& files, const std::string& path, const std::function<void(OutputFile&)>& write);
+
+/// The lock of a file's editors, to be held from load to save; readers take none. It is a file beside `path` and ends
+/// with its process. Null where it is not to be had within a second, or cannot be made: the edit goes on without it.
+std::unique_ptr<FileLock> wait_for_edit_lock(Files& files, Clock& clock, const std::string& path);
 
 }  // namespace korvane

@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "korvane/error.h"
-#include "platform/safe_save.h"
+#include "platform/files.h"
 #include "platform/text.h"
 
 namespace korvane {

@@ -17,7 +17,6 @@
 #include <map>
 
 #include "platform/cases.h"
-#include "platform/safe_save.h"
 #include "support/memory_disk.h"
 #include "support/test_platform.h"
 #include "support/virtual_clock.h"

@@ -7,7 +7,7 @@
 
 #include "korvane/forwarding.h"
 #include "korvane/tune_prefs_xml.h"
-#include "platform/safe_save.h"
+#include "platform/files.h"
 #include "platform/windows_text.h"
 #include "support/raised.h"
 #include "support/test_platform.h"

@@ -19,7 +19,7 @@
 #include "instrument/replay/mzml_terms.h"
 #include "instrument/replay/playback.h"
 #include "platform/automation_arithmetic.h"
-#include "platform/safe_save.h"
+#include "platform/files.h"
 #include "platform/text.h"
 
 namespace korvane {

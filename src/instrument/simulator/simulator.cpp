@@ -10,7 +10,7 @@
 #include "korvane/embedded_parts.h"
 #include "korvane/error.h"
 #include "korvane/instrument_contract.h"
-#include "platform/safe_save.h"
+#include "platform/files.h"
 
 namespace korvane {
 
