@@ -1,5 +1,6 @@
-// Mass lists and ranges, the slicer, and answers that depend on arguments.
+// Mass lists and ranges, the slicer, answers that depend on arguments; the calibration and statistics.
 #include <cmath>
+#include <limits>
 #include <sstream>
 
 #include "globals/tune_globals_test.h"
@@ -136,6 +137,146 @@ TEST_F(State, SlicerMovesToTheNextCleanPositionOfItsResolution) {
         setpoint(170, position);
         EXPECT_EQ(error(), own + std::to_string(position) + "] is not one of [6]");
     }
+}
+
+class Calibration : public TuneGlobalsTest {
+protected:
+    Calibration() {
+        setpoint(119, 0);
+        for (std::int32_t polarity : {0, 1}) calibrate(polarity, {});
+        test.preference("DefaultCalib_UseOverrideValues", "No");
+        test.limit("Calibration", "DefaultCalibACoef_4410", "0.44");
+        test.raw_parameters(
+            "<TOF><ManualTuneParameters><Calibration><DefaultCalibACoef_Override>0.11</DefaultCalibACoef_Override>"
+            "<DefaultCalibBCoef_Override>1100</DefaultCalibBCoef_Override></Calibration></ManualTuneParameters></TOF>");
+        test.instrument().dictionary = {{"CoefA", 0.33},
+                                        {"CoefB", std::string("3300")},
+                                        {"CalReserved1", 1.5},
+                                        {"CalTraditionalWeighting", 7},
+                                        {"CalPolynomialWeighting", -8}};
+    }
+    void calibrate(std::int32_t polarity, VariantArray<std::int32_t> flags) {
+        test.instrument().calibrations[polarity] =
+            make_square_law_calibration(CalibrationCoefficients{1e-4, 900, 1, 2, 3, 4, 5, 6}, std::move(flags));
+    }
+};
+
+using Flags = std::vector<std::int32_t>;
+
+std::vector<double> values(const CalibrationCoefficients& c) {
+    return {c.A, c.B, c.C, c.D, c.E, c.F, c.G, c.H};
+}
+
+TEST_F(Calibration, TermsAreScaledByTheirNumbersInTheOrderOfUse) {
+    const CalibrationCoefficients us{0.5, 1.5, 2, 3, 4, 5, 6, 7};
+    const std::pair<VariantArray<std::int32_t>, CalibrationCoefficients> rows[] = {
+        {{}, {0.0005, 1500, 2, 3, 4, 5, 6, 7}},
+        {{Flags{0, 0, 2, -1}}, {0.0005, 1500, 2, 3, 4, 5, 6, 7}},
+        {{Flags{1, 1, 1, 1, 1, 1, 1, 1}}, {0.0005, 1500, 2, 3e-3, 4e-6, 5e-9, 6e-12, 7e-15}},
+        {{Flags{1, 0, 1}, 3}, {0.0005, 1500, 2e-9, 3e-15, 4, 5, 6, 7}},
+    };
+    auto made = globals();
+    for (const auto& [flags, scaled] : rows) {
+        calibrate(0, flags);
+        test.trace().lines.clear();
+        const auto ns = made.convert_coefficients_usec_to_nsec(us);
+        EXPECT_THAT(values(ns), testing::Pointwise(testing::DoubleEq(), values(scaled)));
+        const Lines traced = test.trace().lines;
+        EXPECT_THAT(values(made.convert_coefficients_nsec_to_usec(ns)),
+                    testing::Pointwise(testing::DoubleEq(), values(us)));
+        if (&flags != &rows[3].first) continue;
+        const std::string outer = "convert_coefficients_usec_to_nsec: ", inner = "convert_coefficients_nsec_to_usec: ";
+        EXPECT_EQ(
+            traced,
+            (Lines{"> convert_coefficients_usec_to_nsec", outer + "pMassCoef.A (before conversion to nsec) = 0.5",
+                   outer + "pMassCoef.B (before conversion to nsec) = 1.5", "> convert_coefficients_nsec_to_usec",
+                   inner + "ValueUseFlags[lbound,ubound] = 3,5", inner + "Term 3 used", inner + "writing C coeff",
+                   inner + "Term 5 used", inner + "writing D coeff", "< convert_coefficients_nsec_to_usec",
+                   outer + "pMassCoef.A (after conversion to nsec) = 0.0005",
+                   outer + "pMassCoef.B (after conversion to nsec) = 1500", "< convert_coefficients_usec_to_nsec"}));
+    }
+    calibrate(0, Flags{0, 1});
+    const double huge = std::numeric_limits<double>::max();
+    for (const auto& [given, to_ns, name] : {std::tuple{CalibrationCoefficients{huge}, false, 'A'},
+                                             {CalibrationCoefficients{1, huge}, true, 'B'},
+                                             {CalibrationCoefficients{1, 1, huge}, false, 'C'}})
+        EXPECT_EQ(raised([&, given = given, to_ns = to_ns] { made.convert_coefficients_nsec_to_usec(given, to_ns); }),
+                  std::string("6|Korvane|Overflow: calibration coefficient ") + name);
+    EXPECT_EQ(made.convert_coefficients_nsec_to_usec({1, 1, 1, huge}).D, huge) << "an unused term was scaled";
+}
+
+TEST_F(Calibration, DefaultsComeFromOverrideModelOrDictionaryIntoTheLentObjectOfThePolarityOfNow) {
+    auto made = globals();
+    for (const auto& [override_text, model, polarity, a, b] : {std::tuple{"Yes", "K4410A", 0.0, 0.11, 1100.0},
+                                                               {"Yes", "K4430", 0.0, 0.11, 1100.0},
+                                                               {"yes", "K4430", 1.0, 0.33, 3300.0},
+                                                               {"No", "K4410X9", -1.0, 0.44, 3300.0},
+                                                               {"No", "K441", 0.0, 0.33, 3300.0},
+                                                               {"", "xK4410", 0.0, 0.33, 3300.0}}) {
+        test.preference("DefaultCalib_UseOverrideValues", override_text);
+        test.instrument().model = model;
+        setpoint(119, polarity);
+        EXPECT_EQ(made.getDefaultCalibCoefA_nsec(), a) << override_text << model;
+        const auto lent = made.GetCurrentCalibrationObjFromDD();
+        EXPECT_EQ(lent, test.instrument().calibrations[polarity == 0 ? 0 : 1]);
+        EXPECT_EQ(made.getDefaultMTObj_nsec(), lent);
+        EXPECT_EQ(lent->coefficients(), (CalibrationCoefficients{a, b}));
+        EXPECT_EQ(lent->settings(), (CalibrationSettings{2, 7, -8}));
+    }
+}
+
+TEST_F(Calibration, NewCalibrationIsConvertedWholeAndStoredForThePolarityOfNow) {
+    auto made = globals();
+    for (const auto& [polarity, word] : {std::pair{0, "positive"}, std::pair{1, "negative"}}) {
+        setpoint(119, polarity);
+        calibrate(polarity, Flags{0, 1});
+        test.instrument().journal.clear();
+        made.SetNewCalibrationWithTheseAAndt0Values_usec(0.2, 1.25);
+        EXPECT_EQ(test.instrument().journal, Lines{"store calibration " + std::to_string(polarity)});
+        EXPECT_EQ(test.instrument().calibrations[polarity]->coefficients(),
+                  (CalibrationCoefficients{0.0002, 1250, 0.001, 2, 3, 4, 5, 6}));
+        EXPECT_TRUE(test.trace().contains(std::string("WriteThisCalibrationObjToDD: Saving new coefficients to ") +
+                                          word + " mode calibrant"));
+    }
+    EXPECT_THAT(raised([&] { made.WriteThisCalibrationObjToDD(nullptr); }), StartsWith("91|"));
+    test.instrument().calibrations.clear();
+    EXPECT_THAT(raised([&] { made.GetCurrentCalibrationObjFromDD(); }), StartsWith("91|"));
+}
+
+TEST_F(Calibration, StatisticsAreThoseOfEverySeries) {
+    auto made = globals();
+    const auto law = make_square_law_calibration(CalibrationCoefficients{1e-4, 0});
+    const VariantArray<double> expected(std::vector<double>{100, 400}, 1);
+    const double ppm[2][3] = {{-1, 0, 1}, {1e4, 1e4 + 20, 1e4 + 10}};
+    VariantMatrix<double> times(2, 3), transposed(3, 2), raw, one(1, 1);
+    for (std::size_t mass = 0; mass < 2; ++mass)
+        for (std::size_t spectrum = 0; spectrum < 3; ++spectrum) {
+            times.at(mass, spectrum) =
+                law->time_from_mass(expected.elements()[mass] * (1 + ppm[mass][spectrum] * 1e-6));
+            transposed.at(spectrum, mass) = ppm[mass][spectrum];
+        }
+    VariantArray<double> means, deviations;
+    const auto assess = [&](const VariantArray<double>& masses) {
+        return raised([&] {
+            made.CalculateStdevOfMassAssignmentErrorForTheseMasses(masses, times, law, raw, means, deviations);
+        });
+    };
+    for (const bool of_masses : {false, true}) {
+        means = deviations = {};
+        of_masses ? (void)assess(expected) : made.CalculateMeanAndStdevForThisData(transposed, means, deviations);
+        for (int mass = 0; mass < 2; ++mass) {
+            EXPECT_NEAR(means.at(mass), mass ? 1e4 + 10 : 0, 1e-6);
+            EXPECT_NEAR(deviations.at(mass), mass ? 10 : 1, 1e-6);
+        }
+    }
+    EXPECT_NEAR(raw.at(1, 2), 1e4 + 10, 1e-6);
+    one.at(0, 0) = 5;
+    EXPECT_THAT(raised([&] { made.CalculateMeanAndStdevForThisData(one, means, deviations); }), StartsWith("11|"));
+    EXPECT_EQ(means.at(0), 5) << "what stood before the division by zero is lost";
+    EXPECT_EQ(deviations.at(0), 0);
+    EXPECT_THAT(assess(std::vector<double>{100}), StartsWith("9|"));
+    EXPECT_THAT(assess(std::vector<double>{100, 0}), StartsWith("11|"));
+    EXPECT_THAT(assess({}), StartsWith("9|"));
 }
 
 }  // namespace
