@@ -13,12 +13,6 @@ namespace korvane {
 
 namespace {
 
-#ifdef _WIN32
-constexpr const char* folder_separators = "/\\:";
-#else
-constexpr const char* folder_separators = "/";
-#endif
-
 using EntryPoint = const InstrumentLibrary* (*)();
 
 [[noreturn]] void refuse(const std::string& path, const std::string& reason) {
@@ -27,6 +21,8 @@ using EntryPoint = const InstrumentLibrary* (*)();
 
 // A library stays loaded until the process ends: its objects may outlive the layer that made them.
 #ifdef _WIN32
+
+constexpr const char* folder_separators = "/\\:";
 
 EntryPoint entry_point(const std::string& path) {
     std::wstring located = utf16_from_utf8(path);
@@ -37,6 +33,8 @@ EntryPoint entry_point(const std::string& path) {
 }
 
 #else
+
+constexpr const char* folder_separators = "/";
 
 EntryPoint entry_point(const std::string& path) {
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);

@@ -15,15 +15,10 @@ namespace korvane::simulation {
 
 namespace {
 
-struct SamplingRate {
-    double interval_ns;
-    std::int32_t transients_setpoint;
-};
-
-/// By the code, from 1 on.
-constexpr std::array<SamplingRate, 3> sampling_rates{{{1, contract::setpoint.transients_1_ghz},
-                                                      {0.5, contract::setpoint.transients_2_ghz},
-                                                      {0.25, contract::setpoint.transients_4_ghz}}};
+/// By the code of the sampling rate, from 1 on: 1, 2 and 4 GHz.
+constexpr std::array transients_setpoints{contract::setpoint.transients_1_ghz.key,
+                                          contract::setpoint.transients_2_ghz.key,
+                                          contract::setpoint.transients_4_ghz.key};
 
 // Beyond these everything saturates or is flat anyway.
 constexpr double most_ions = 1e9;
@@ -109,10 +104,10 @@ AcquisitionConditions acquisition_conditions(const Scene& scene, std::int32_t po
     const auto rate = static_cast<std::size_t>(setpoints.actual(contract::setpoint.sampling_rate)) - 1;
     AcquisitionConditions conditions;
     conditions.polarity = polarity;
-    conditions.sampling_interval_ns = sampling_rates.at(rate).interval_ns;
+    conditions.sampling_interval_ns = 1.0 / (1 << rate);
     conditions.sample_count =
         static_cast<std::size_t>(scene.instrument.spectrum_duration_ns / conditions.sampling_interval_ns);
-    conditions.transients = static_cast<std::int32_t>(setpoints.actual(sampling_rates[rate].transients_setpoint));
+    conditions.transients = static_cast<std::int32_t>(setpoints.actual(transients_setpoints.at(rate)));
     conditions.scan_seconds = conditions.transients / scene.instrument.transients_per_second;
 
     const auto gain_mode = static_cast<std::size_t>(setpoints.actual(contract::setpoint.preamp_gain_mode));
