@@ -24,7 +24,7 @@ std::string report_page(TuneHistory& history, const TuneRecord& record) {
 
 /// Where it is written when nobody says: beside the tune logs.
 std::string report_name(Session& session, const TuneRecord& record) {
-    const std::time_t seconds = seconds_of(record.time);
+    const auto seconds = static_cast<std::time_t>(seconds_of(record.time));
     return utf8_of(path_of(session.base_folder()) / "Logfiles" /
                    fmt::format("TuneReport_{:%Y%m%d_%H%M%S}.html", fmt::gmtime(seconds)));
 }
