@@ -22,7 +22,6 @@
 #include "korvane/listing.h"
 #include "korvane/mass_time.h"
 #include "korvane/peak_finder.h"
-#include "korvane/peak_traces.h"
 #include "korvane/platform.h"
 #include "korvane/recording.h"
 #include "korvane/records.h"

@@ -114,11 +114,9 @@ TEST(SearchCopy, IsTheOneOfTheSpectrumTakenLastInEveryRoundingMode) {
         EXPECT_EQ(mode_after, modes[trial % 4]) << "the host's rounding mode was not put back";
         ASSERT_EQ(error.substr(0, 2), !has_zero ? "9|" : overflows ? "6|" : "no") << "trial " << trial;
         if (error != "no error") continue;
-        std::vector<std::int32_t> expected(searched.size()), portable(searched.size());
+        std::vector<std::int32_t> expected(searched.size());
         std::ranges::transform(searched, expected.begin(), [](double value) { return to_int32(value); });
-        conversion::convert_portably(searched, portable.data());
         ASSERT_TRUE(std::ranges::equal(copy.counts(), expected)) << "trial " << trial;
-        ASSERT_EQ(portable, expected);
         ASSERT_EQ(copy.maximum(), std::ranges::max(searched));
     }
     EXPECT_EQ(raised([&] { copy.take(VariantArray<double>()); }), "13|Korvane|Type mismatch");
