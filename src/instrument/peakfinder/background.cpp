@@ -27,18 +27,16 @@ struct ClippedMoments {
 void add_clipped(std::span<const std::int32_t> counts, std::int32_t centre, std::int32_t reach,
                  ClippedMoments& moments) {
     constexpr std::size_t lanes = 4;
-    using UnsignedLanes = std::uint32_t __attribute__((vector_size(16)));
     // Distances from -reach to reach, moved to the low end of the signed numbers, so that one comparison tells them.
     // Wrapping is harmless: what wraps is either clipped or a value no detector gives.
     constexpr std::uint32_t low_end = 0x80000000u;
     const std::uint32_t shift = low_end + static_cast<std::uint32_t>(reach) - static_cast<std::uint32_t>(centre);
     const auto highest = static_cast<std::int32_t>(low_end + 2 * static_cast<std::uint32_t>(reach));
     IntegerLanes beyond{};
-    FloatLanes sum{};
-    FloatLanes square_sum{};
+    FloatLanes sum{}, square_sum{};
     std::size_t index = 0;
     for (; index + lanes <= counts.size(); index += lanes) {
-        UnsignedLanes samples;
+        std::uint32_t __attribute__((vector_size(16))) samples;
         std::memcpy(&samples, &counts[index], sizeof samples);
         const IntegerLanes far = (IntegerLanes)(samples + shift) > highest;
         const auto distance = (IntegerLanes)(samples - static_cast<std::uint32_t>(centre));
@@ -260,11 +258,10 @@ void Background::subtract(Index first, std::span<double> above) const {
             to = std::min(to, static_cast<Index>(std::ceil(corner)));
         }
         const double start = at(static_cast<double>(from), right).baseline;
-        const std::int32_t* const counts = &counts_[from];
-        double* const results = &above[from - first];
         // A short counter becomes a real number two at a time.
         const auto length = static_cast<std::int32_t>(to - from);
-        for (std::int32_t i = 0; i < length; ++i) results[i] = counts[i] - (start + slope * i);
+        const std::int32_t* const counts = &counts_[from];
+        for (std::int32_t i = 0; i < length; ++i) above[from - first + i] = counts[i] - (start + slope * i);
         from = to;
     }
 }

@@ -1,4 +1,3 @@
-#include <Eigen/Core>
 #include <array>
 #include <bit>
 #include <cstring>
@@ -178,14 +177,6 @@ private:
         return late;
     }
 
-    /// What there is of the samples from `near` to `far` from an apex.
-    static std::span<const double> beside(std::span<const double> values, const Apex& apex, Index direction, Index near,
-                                          Index far) {
-        const Index from = apex.place + (direction < 0 ? -far : near), to = apex.place + (direction < 0 ? -near : far);
-        const Index first = std::clamp<Index>(from, 0, std::ssize(values));
-        return values.subspan(first, std::max<Index>(0, std::min(to + 1, std::ssize(values)) - first));
-    }
-
     /// What the apex stands on where the baseline is not that of its block.
     double pedestal(const Apex& apex) const {
         const auto near = ceil_of(pedestal_from_sigmas * region_.sigma);
@@ -194,7 +185,10 @@ private:
         double least = smoothed_[apex.place];
         for (const Index direction : {-1, 1}) {
             double lowest = smoothed_[apex.place];
-            for (const double value : beside(smoothed_, apex, direction, near, far)) lowest = std::min(lowest, value);
+            for (Index distance = near; distance <= far; ++distance) {
+                const Index place = apex.place + direction * distance;
+                if (place >= 0 && place < std::ssize(smoothed_)) lowest = std::min(lowest, smoothed_[place]);
+            }
             sum += lowest;
             least = std::min(least, lowest);
         }
@@ -217,9 +211,11 @@ private:
             const Index direction = i % 2 == 0 ? -1 : 1;
             const auto from = ceil_of(nearest * region_.sigma);
             const auto to = std::max(from, static_cast<Index>(farthest * region_.sigma));
-            const auto values = beside(above_, apex, direction, from, to);
-            levels[i] = Eigen::Map<const Eigen::VectorXd>(values.data(), std::ssize(values)).sum() /
-                        static_cast<double>(to - from + 1);
+            for (Index distance = from; distance <= to; ++distance) {
+                const Index place = apex.place + direction * distance;
+                if (place >= 0 && place < std::ssize(above_)) levels[i] += above_[place];
+            }
+            levels[i] /= static_cast<double>(to - from + 1);
         }
         std::ranges::nth_element(levels, levels.begin() + 1);
         return std::max(0.0, levels[1]);
@@ -253,27 +249,22 @@ private:
 }  // namespace
 
 std::vector<Index> chunks_above_noise(const SearchContext& context) {
-    constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
     std::vector<Index> chunks;
     for (const auto& block : context.background.blocks()) {
-        const Index first = block.first, end = block.end;
+        const Index end = block.end;
         const double height = std::floor(block.level.baseline + chunk_deviations * block.level.noise);
         const auto threshold = static_cast<std::int32_t>(std::min(height, 2147483647.0));
-        Index chunk = first;
+        Index chunk = block.first;
         for (Index next; chunk + chunk_samples <= end; chunk = next) {
             // Most of a spectrum is noise: several chunks at once.
-            next = chunk + scanned_chunks * chunk_samples;
-            if (next > end)
-                next = chunk + chunk_samples;
-            else if (!any_above<scanned_chunks * chunk_samples>(&context.counts[chunk], threshold))
-                continue;
+            const bool several = chunk + scanned_samples <= end;
+            next = chunk + (several ? scanned_samples : chunk_samples);
+            if (several && !any_above<scanned_samples>(&context.counts[chunk], threshold)) continue;
             for (Index i = chunk; i < next; i += chunk_samples)
                 if (any_above<chunk_samples>(&context.counts[i], threshold)) chunks.push_back(i);
         }
-        std::array<std::int32_t, chunk_samples> rest;
-        rest.fill(lowest);
-        std::copy(context.counts.begin() + chunk, context.counts.begin() + end, rest.begin());
-        if (any_above<chunk_samples>(rest.data(), threshold)) chunks.push_back(chunk);
+        const auto rest = context.counts.subspan(chunk, end - chunk);
+        if (std::ranges::any_of(rest, [&](auto value) { return value > threshold; })) chunks.push_back(chunk);
     }
     return chunks;
 }

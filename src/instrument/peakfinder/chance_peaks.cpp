@@ -30,9 +30,8 @@ public:
             add_late_peak_samples(shape, context.late_part(shape.sigma), first, model_);
             for (Index i = first; i < end; ++i) left[i - range.first] -= model_[i - first];
         }
-        if (std::isfinite(context.model.saturation_counts))
-            for (Index i = range.first; i < range.end; ++i)
-                if (context.is_saturated(i)) left[i - range.first] = 0;
+        for (Index i = range.first; std::isfinite(context.model.saturation_counts) && i < range.end; ++i)
+            if (context.is_saturated(i)) left[i - range.first] = 0;
         // Two at a time, since every addition waits for the last.
         std::size_t i = 0;
         for (; i + 2 < sums_.size(); i += 2) {

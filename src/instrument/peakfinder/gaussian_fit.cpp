@@ -71,25 +71,7 @@ private:
         std::array<Row, 3> inverse;
     };
 
-    /// Adds what one sample or two say; returns the influence on the sums.
-    template <bool with_variance, class Number>
-    Number add(Number value, Number above, Number others, Number u, SumsOf<Number>& sums) const {
-        const Number ions = gain_ * (value + others);
-        // The same weight for a sample that holds a neighbour's ions as well.
-        const Number slope = value / (floor_variance_ + ions);
-        const Number residual = above - others - value;
-        add_powers(slope * residual, u, sums.residual);
-        add_powers(slope * value, u, sums.information);
-        if constexpr (with_variance) {
-            // The sample itself tells its variance better than the model, which knows nothing of late ions.
-            const Number positive = above > Number{} ? above : Number{};
-            add_powers(slope * slope * (noise_variance_ + ion_variance_ * positive), u, sums.variance);
-            sums.chi_square += residual * residual / (noise_variance_ + ions + shape_variance_);
-        }
-        return slope;
-    }
-
-    /// Two samples at a time, as far from the middle to either side; one by one what lies farther to one side.
+    /// Two samples at a time, as far from the middle to either side.
     template <bool with_variance>
     Sums accumulate() {
         const double reach = fit_reach_sigmas * shape_.sigma;
@@ -98,58 +80,51 @@ private:
         const Index end = std::min(last, floor_of(shape_.centre + reach)) + 1;
         Sums sums;
         if (first_ >= end) return sums;
-        floor_variance_ = noise_variance_ + end_softening * gain_ * shape_.height;
-        ion_variance_ = has_pulses_ ? 0 : model_.ion_variance();
+        const double floor_variance = noise_variance_ + end_softening * gain_ * shape_.height;
+        const double ion_variance = has_pulses_ ? 0 : model_.ion_variance();
         const double shape_error = (fit_shape_error + fit_tail_error * model_.tail_fraction) * shape_.height;
-        shape_variance_ = shape_error * shape_error;
+        const double shape_variance = shape_error * shape_error;
         const bool keeps_influence = with_variance && has_pulses_;
         if (keeps_influence) influence_.assign(end - first_, 0.0);
         const GaussianSteps steps(shape_, {first_, end});
-        const Index middle = steps.middle;
-        const double* const above = &samples_.above[middle - samples_.first];
-        const double* const others = samples_.others.empty() ? nullptr : &samples_.others[middle - samples_.first];
-        const auto add_one = [&](Index i, double value, double u) {
-            if (above[i] == saturated) {
-                sums.clipped = true;
-                return;
-            }
-            const double slope = add<with_variance>(value, above[i], others ? others[i] : 0.0, u, sums);
-            if (keeps_influence) influence_[middle + i - first_] = slope;
+        // What there is of a sample's counts, its neighbours' and its model.
+        const auto counts_of = [&](Index i, double model) -> std::array<double, 3> {
+            const double above = i < first_ || i >= end ? saturated : samples_.above[i - samples_.first];
+            if (above == saturated) return {};
             sums.samples += 1;
+            return {above, samples_.other(i - samples_.first), model};
         };
-        add_one(0, steps.top, steps.distance);
-        const Index right = end - middle, left = middle - first_ + 1;
-        const Index paired = samples_.has_saturated || keeps_influence ? 1 : std::min(left, right);
-        const double u_step = 1 / shape_.sigma;
-        Pair value{steps.top, steps.top};
-        Pair step = steps.step;
-        Pair u{steps.distance, steps.distance};
+        Pair value{steps.top, steps.top}, step = steps.step, u{steps.distance, steps.distance};
+        const Pair u_step{1 / shape_.sigma, -1 / shape_.sigma};
+        const Index reached = std::max(end - steps.middle, steps.middle - first_ + 1);
         SumsOf<Pair> pairs;
-        for (Index i = 1; i < paired; ++i) {
+        for (Index i = 0; i < reached; ++i) {
+            const auto right = counts_of(steps.middle + i, value[0]);
+            const auto left = i > 0 ? counts_of(steps.middle - i, value[1]) : std::array<double, 3>{};
+            const Pair above{right[0], left[0]}, others{right[1], left[1]}, model{right[2], left[2]};
+            const Pair ions = gain_ * (model + others), residual = above - others - model;
+            // The same weight for a sample that holds a neighbour's ions as well.
+            const Pair slope = model / (floor_variance + ions);
+            add_powers(slope * residual, u, pairs.residual);
+            add_powers(slope * model, u, pairs.information);
+            if constexpr (with_variance) {
+                // The sample itself tells its variance better than the model, which knows nothing of late ions.
+                const Pair positive = above > Pair{} ? above : Pair{};
+                add_powers(slope * slope * (noise_variance_ + ion_variance * positive), u, pairs.variance);
+                pairs.chi_square += residual * residual / (noise_variance_ + ions + shape_variance);
+            }
+            if (keeps_influence && steps.middle - i >= first_) influence_[steps.middle - i - first_] = slope[1];
+            if (keeps_influence && steps.middle + i < end) influence_[steps.middle + i - first_] = slope[0];
             value *= step;
             step *= steps.square_step;
-            u += Pair{u_step, -u_step};
-            const Pair other = others ? Pair{others[i], others[-i]} : Pair{};
-            add<with_variance>(value, Pair{above[i], above[-i]}, other, u, pairs);
+            u += u_step;
         }
-        const auto add_rest = [&](Index direction, Index number, double value, double step, double u) {
-            for (Index i = paired; i < number; ++i) {
-                value *= step;
-                step *= steps.square_step;
-                u += static_cast<double>(direction) * u_step;
-                add_one(direction * i, value, u);
-            }
-        };
-        add_rest(1, right, value[0], step[0], u[0]);
-        add_rest(-1, left, value[1], step[1], u[1]);
-        const auto add_pairs = [](auto& total, const auto& parts) {
-            for (std::size_t i = 0; i < total.size(); ++i) total[i] += parts[i][0] + parts[i][1];
-        };
-        add_pairs(sums.residual, pairs.residual);
-        add_pairs(sums.information, pairs.information);
-        add_pairs(sums.variance, pairs.variance);
-        sums.chi_square += pairs.chi_square[0] + pairs.chi_square[1];
-        sums.samples += static_cast<double>(2 * (paired - 1));
+        const auto both = [](const Pair& pair) { return pair[0] + pair[1]; };
+        std::ranges::transform(pairs.residual, sums.residual.begin(), both);
+        std::ranges::transform(pairs.information, sums.information.begin(), both);
+        std::ranges::transform(pairs.variance, sums.variance.begin(), both);
+        sums.chi_square = both(pairs.chi_square);
+        sums.clipped = sums.samples < static_cast<double>(end - first_);
         return sums;
     }
 
@@ -186,11 +161,11 @@ private:
             take(*step);
             const double widening = shape_.sigma / expected_sigma_;
             if (widening > largest_widening || widening * largest_widening < 1) return false;
-            const auto is_settled = [&](int i) {
-                const double limit = std::min(settled_step, settled_step_errors * std::sqrt(step->inverse[i][i]));
-                return std::abs(step->change[i]) <= limit;
-            };
-            if (is_settled(0) && is_settled(1) && is_settled(2)) return true;
+            bool settled = true;
+            for (const int i : {0, 1, 2})
+                settled &= std::abs(step->change[i]) <=
+                           std::min(settled_step, settled_step_errors * std::sqrt(step->inverse[i][i]));
+            if (settled) return true;
         }
         return false;
     }
@@ -243,8 +218,7 @@ private:
         const double variance = model_.ion_variance() * shape_.counts();
         std::vector<Row> shares;
         auto add = [&](double distance, double part) {
-            Row& share = shares.emplace_back(share_of_pulse(shape_.centre + distance));
-            for (double& value : share) value *= std::sqrt(variance * part);
+            shares.push_back(share_of_pulse(shape_.centre + distance, std::sqrt(variance * part)));
         };
         for (const auto& node : normal_nodes) add(node.place * arrival, (1 - model_.tail_fraction) * node.weight);
         if (model_.tail_fraction > 0)
@@ -252,14 +226,15 @@ private:
         return shares;
     }
 
-    /// What a pulse of unit counts at `place` adds to the three sums.
-    Row share_of_pulse(double place) {
+    /// What a pulse of so many counts at `place` adds to the three sums.
+    Row share_of_pulse(double place, double counts) {
         const double reach = pulse_reach_sigmas * pulse_sigma_;
         const Index last = first_ + std::ssize(influence_) - 1;
         const Index from = std::max(first_, ceil_of(place - reach));
         const Index end = std::min(last, floor_of(place + reach)) + 1;
         pulse_.resize(std::max<Index>(0, end - from));
-        gaussian_samples({1 / (pulse_sigma_ * std::sqrt(2 * std::numbers::pi)), place, pulse_sigma_}, from, pulse_);
+        gaussian_samples({counts / (pulse_sigma_ * std::sqrt(2 * std::numbers::pi)), place, pulse_sigma_}, from,
+                         pulse_);
         Row share{};
         for (Index i = from; i < end; ++i)
             add_powers(influence_[i - first_] * pulse_[i - from],
@@ -278,8 +253,6 @@ private:
     const double pulse_sigma_ = model_.ion_pulse_sigma_ns / context_.axis.interval_ns;
     const bool has_pulses_ = pulse_sigma_ >= shortest_pulse_samples;
     double gain_ = model_.ion_variance();  // variance of one sample, per count, that the ions make
-    // Of the samples' variance, what does not go by the counts, and what the samples' own counts make; of the model.
-    double floor_variance_ = 0, ion_variance_ = 0, shape_variance_ = 0;
     Index first_ = 0;
     std::vector<double> pulse_;      // one that is looked at
     std::vector<double> influence_;  // of the samples from `first_` on on the sums

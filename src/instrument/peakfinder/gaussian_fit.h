@@ -17,7 +17,6 @@ struct PeakSamples {
     std::vector<double> above;
     /// Part of `above` that neighbouring peaks make; empty or as long as `above`.
     std::vector<double> others;
-    bool has_saturated = false;
     BackgroundLevel level;  ///< under the peak
 
     double other(Index i) const { return others.empty() ? 0 : others[i]; }

@@ -41,7 +41,7 @@ inline constexpr int most_clip_steps = 10;
 
 // --- Candidates
 /// Every peak worth reporting has a sample above the deviations, one chunk in 270 of pure noise has one.
-inline constexpr std::ptrdiff_t chunk_samples = 16, scanned_chunks = 4;
+inline constexpr std::ptrdiff_t chunk_samples = 16, scanned_samples = 64;
 inline constexpr double chunk_deviations = 3.5;
 inline constexpr double least_signal_to_noise = 5;  ///< One in three million of pure noise.
 /// Between two apexes of one peak ions make dips: a valley is deeper than so many deviations of ions and noise; far

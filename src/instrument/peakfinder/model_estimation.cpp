@@ -270,20 +270,15 @@ std::vector<PeakShape> strongest_with_neighbours(const SearchContext& context, s
 
 /// The detector's limit.
 double saturation_counts(const SearchContext& context, std::span<const Index> chunks) {
-    const auto samples_of = [&](Index chunk) {
-        return context.counts.subspan(chunk, std::min<Index>(chunk_samples, std::ssize(context.counts) - chunk));
-    };
     std::int32_t largest = std::numeric_limits<std::int32_t>::min();
-    for (const auto chunk : chunks)
-        for (const std::int32_t value : samples_of(chunk)) largest = std::max(largest, value);
-    Index longest_run = 0;
-    Index run = 0;
+    Index longest_run = 0, run = 0;
     for (const auto chunk : chunks) {
-        const auto samples = samples_of(chunk);
-        const auto first = std::ranges::find(samples, largest);
-        if (first != samples.begin()) run = 0;
-        for (const std::int32_t value : std::span(first, samples.end())) {
-            run = value == largest ? run + 1 : 0;
+        const Index end = std::min<Index>(chunk + chunk_samples, std::ssize(context.counts));
+        for (Index i = chunk; i < end; ++i) {
+            const std::int32_t value = context.counts[i];
+            run = value < largest ? 0 : value > largest ? 1 : run + 1;
+            if (value > largest) longest_run = 0;
+            largest = std::max(largest, value);
             longest_run = std::max(longest_run, run);
         }
     }

@@ -8,10 +8,11 @@ namespace {
 
 /// Where two Gaussians are equally high between their centres.
 double crossing(const PeakShape& left, const PeakShape& right) {
+    const double log_of_heights = std::log(left.height / right.height);
     auto log_ratio = [&](double place) {
         const double from_left = (place - left.centre) / left.sigma;
         const double from_right = (place - right.centre) / right.sigma;
-        return std::log(left.height / right.height) + 0.5 * (from_right * from_right - from_left * from_left);
+        return log_of_heights + 0.5 * (from_right * from_right - from_left * from_left);
     };
     double low = left.centre;
     double high = right.centre;
@@ -90,13 +91,9 @@ private:
         samples_.first = range.first;
         samples_.above.resize(range.size());
         context_.background.subtract(range.first, samples_.above);
-        samples_.has_saturated = false;
         if (std::isfinite(context_.model.saturation_counts))
             for (Index i = range.first; i < range.end; ++i)
-                if (context_.is_saturated(i)) {
-                    samples_.above[i - range.first] = saturated;
-                    samples_.has_saturated = true;
-                }
+                if (context_.is_saturated(i)) samples_.above[i - range.first] = saturated;
         if (peaks_.size() == 1) return;
         samples_.others.assign(range.size(), 0.0);
         for (const int direction : {-1, 1}) {

@@ -51,8 +51,7 @@ Correlation correlation(std::span<const double> counts, Index centre, double sig
     const Index size = std::ssize(counts);
     const Index reach = std::min(ceil_of(reach_sigmas * sigma), std::max(centre, size - 1 - centre));
     Correlation total{counts[centre] - pedestal, 0, 1};
-    double weight = 1;
-    double step = std::exp(-0.5 / (sigma * sigma));
+    double weight = 1, step = std::exp(-0.5 / (sigma * sigma));
     const double square_step = step * step;
     for (Index distance = 1; distance <= reach; ++distance) {
         weight *= step;

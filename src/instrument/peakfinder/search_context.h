@@ -18,8 +18,7 @@ inline Index floor_of(double value) {
     return static_cast<double>(whole) > value ? whole - 1 : whole;
 }
 inline Index ceil_of(double value) {
-    const auto whole = static_cast<Index>(value);
-    return static_cast<double>(whole) < value ? whole + 1 : whole;
+    return -floor_of(-value);
 }
 
 /// Flight time of the samples of a spectrum.
