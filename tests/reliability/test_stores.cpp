@@ -112,7 +112,7 @@ void expect_old_or_saved(const StoreOperation& operation, const std::string& sav
     EXPECT_EQ(attempt.disk.open_files, 0) << "a file stays open";
     const std::string now = attempt.content();
     EXPECT_TRUE(now == saved || (error && now == operation.content)) << "damaged, or neither saved nor reported";
-    for (const std::string& name : attempt.disk.list(attempt.folder))
+    for (const std::string& name : attempt.disk.list("/base"))
         EXPECT_TRUE(fault.stays || name.find(".tmp") == std::string::npos) << "a temporary file stays: " << name;
 }
 
