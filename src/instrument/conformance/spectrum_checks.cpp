@@ -44,13 +44,6 @@ std::string unless_each_setpoint_found(SetpointTable& table, const std::vector<M
     return {};
 }
 
-std::string unless_fits(const AcquiredSpectrum& spectrum, const MassTimeCalibration& calibration, double interval_ns) {
-    const std::int32_t last = spectrum.mass_data.upper_bound();
-    const double first_ns = calibration.time_from_mass(spectrum.mass_data.at(0));
-    const double mean_ns = (calibration.time_from_mass(spectrum.mass_data.at(last)) - first_ns) / last;
-    return first_of(unless_near(spectrum.start_time_ns, first_ns, 1e-3), unless_near(interval_ns, mean_ns, 1e-2));
-}
-
 constexpr double interval_ns = 1;
 constexpr double start_ns = 10000;
 constexpr double end_ns = 14000;
@@ -76,14 +69,10 @@ std::vector<std::int32_t> two_peaks() {
     return counts;
 }
 
-struct Search {
-    const char* where;
-    double from_ns, to_ns;
-    std::int32_t peaks;
-};
-constexpr Search searches[] = {{"the gap", large_peak.centre_ns + 200, large_peak.centre_ns + 800, 0},
-                               {"a window", small_peak.centre_ns - 100, small_peak.centre_ns + 100, 1},
-                               {"the whole spectrum", start_ns, end_ns, 2}};
+constexpr std::tuple<const char*, double, double, std::int32_t> searches[] = {
+    {"the gap", large_peak.centre_ns + 200, large_peak.centre_ns + 800, 0},
+    {"a window", small_peak.centre_ns - 100, small_peak.centre_ns + 100, 1},
+    {"the whole spectrum", start_ns, end_ns, 2}};
 
 void check_list(ConformanceChecks& checks, PeakList& peaks, const CalibrationObject& calibration) {
     const std::string get = "PeakList.GetPeakAttributeInfo";
@@ -118,13 +107,12 @@ void check_list(ConformanceChecks& checks, PeakList& peaks, const CalibrationObj
 }  // namespace
 
 void check_spectra(ConformanceChecks& checks, InstrumentGlobals& globals) {
-    InstrumentControl* connected = nullptr;
+    InstrumentControl* control = nullptr;
     checks.check("InstrumentGlobals.control", "instrument control is connected", [&] {
-        connected = globals.control();
-        return unless(connected, "it is not; spectra are not checked");
+        control = globals.control();
+        return unless(control, "it is not; spectra are not checked");
     });
-    if (!connected) return;
-    InstrumentControl& control = *connected;
+    if (!control) return;
     const char* const next = "InstrumentControl.GetNextSpectrum";
     VariantArray<std::string> description;
     META_INDEX positions;
@@ -139,14 +127,14 @@ void check_spectra(ConformanceChecks& checks, InstrumentGlobals& globals) {
         return spectrum.mass_data.is_empty() && spectrum.y_data.is_empty() && spectrum.meta_data.is_empty();
     };
     checks.check("InstrumentControl.GetMetaDescription", "names the experiment and, with \"(S)\", the polarity", [&] {
-        description = control.GetMetaDescription();
+        description = control->GetMetaDescription();
         positions = metadata_positions(globals, description);
         return first_of(unless(positions.lExpIndex >= 0, "no entry of the experiment"),
                         unless(positions.lPolarityIndex >= 0, "no entry of the polarity"));
     });
     checks.check(next, "as many masses as abundances, from index 0", [&] {
         globals.refresh();
-        control.GetNextSpectrum(spectrum);
+        control->GetNextSpectrum(spectrum);
         if (is_empty()) return std::string();
         const auto& [masses, samples] = std::tie(spectrum.mass_data, spectrum.y_data);
         return unless(masses.size() > 1 && masses.size() == samples.size() && masses.lower_bound() == 0 &&
@@ -170,7 +158,11 @@ void check_spectra(ConformanceChecks& checks, InstrumentGlobals& globals) {
         if (is_empty()) return std::string();
         const CalibrationObject calibration = globals.calibrations().calibration(current_polarity());
         if (!calibration) return std::string("there is none");
-        return unless_fits(spectrum, *calibration, globals.sampling_interval_seconds() * 1e9);
+        const std::int32_t last = spectrum.mass_data.upper_bound();
+        const double first_ns = calibration->time_from_mass(spectrum.mass_data.at(0));
+        const double mean_ns = (calibration->time_from_mass(spectrum.mass_data.at(last)) - first_ns) / last;
+        return first_of(unless_near(spectrum.start_time_ns, first_ns, 1e-3),
+                        unless_near(globals.sampling_interval_seconds() * 1e9, mean_ns, 1e-2));
     });
     checks.check(next, "one metadata value for every description, the polarity's that of its setpoint", [&] {
         if (is_empty()) return std::string();
@@ -184,17 +176,17 @@ void check_spectra(ConformanceChecks& checks, InstrumentGlobals& globals) {
                       text_of("polarity ", polarity));
     });
     checks.check("InstrumentControl.next_spectrum_metadata", "an item for every setpoint of the contract",
-                 [&] { return unless_each_setpoint_found(globals.setpoints(), control.next_spectrum_metadata()); });
+                 [&] { return unless_each_setpoint_found(globals.setpoints(), control->next_spectrum_metadata()); });
     checks.check("InstrumentControl.read_register", "pre-run state within ten spectra", [&] {
-        double state = control.read_register(contract::instrument_register.run_state);
+        double state = control->read_register(contract::instrument_register.run_state);
         for (int i = 0; state != contract::run_state.pre_run && i < most_spectra; ++i) {
-            control.GetNextSpectrum(spectrum);
-            state = control.read_register(contract::instrument_register.run_state);
+            control->GetNextSpectrum(spectrum);
+            state = control->read_register(contract::instrument_register.run_state);
         }
         return unless(state == contract::run_state.pre_run, text_of("state ", state));
     });
     checks.refuses("InstrumentControl.read_register", error_number::invalid_call, unknown_text,
-                   [&] { control.read_register(unknown_text); });
+                   [&] { control->read_register(unknown_text); });
 }
 
 void check_peak_finder(ConformanceChecks& checks, InstrumentLayer& layer, const CalibrationObject& calibration) {
@@ -202,19 +194,19 @@ void check_peak_finder(ConformanceChecks& checks, InstrumentLayer& layer, const 
     std::unique_ptr<PeakFinder> finder;
     PeakListObject peaks;
     bool found = false;
-    for (const Search& search : searches)
-        found = checks.check("PeakFinder.run", text_of(search.peaks) + " peaks in " + search.where, [&] {
+    for (const auto& [where, from_ns, to_ns, expected] : searches)
+        found = checks.check("PeakFinder.run", text_of(expected, " peaks in ", where), [&] {
             finder = layer.create_peak_finder();
             if (!finder) return std::string("create_peak_finder made nothing");
             finder->set_sampling_interval_ns(interval_ns);
             finder->set_minimum_samples(contract::peak_finder.minimum_samples);
             finder->set_baseline_removal(contract::peak_finder.baseline_removal);
-            finder->set_search_start_ns(search.from_ns);
-            finder->set_search_end_ns(search.to_ns);
+            finder->set_search_start_ns(from_ns);
+            finder->set_search_end_ns(to_ns);
             finder->set_samples(counts);
             peaks = finder->run(start_ns);
             const std::int32_t count = peaks ? peaks->count() : 0;
-            return unless(count == search.peaks, text_of(count));
+            return unless(count == expected, text_of(count));
         });
     if (!found) return;
     checks.check("PeakFinder.baseline", "within 10 %",

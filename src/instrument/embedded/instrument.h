@@ -3,13 +3,9 @@
 #pragma once
 
 #include <array>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "instrument/embedded/setpoints.h"
 #include "korvane/instrument.h"

@@ -68,8 +68,7 @@ double in_type(const SetpointDefinition& definition, double value) {
 }  // namespace
 
 InstrumentValue SetpointDefinition::typed(double value) const {
-    if (type == real) return value;
-    return static_cast<std::int32_t>(value);
+    return type == real ? InstrumentValue(value) : static_cast<std::int32_t>(value);
 }
 
 std::span<const SetpointDefinition> setpoint_definitions() {

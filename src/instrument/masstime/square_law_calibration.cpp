@@ -67,8 +67,7 @@ private:
 
     MassAndSlope mass_and_slope(double time_ns) const {
         const double root = coefficients_.A * (time_ns - coefficients_.B);
-        double value = 0;
-        double slope = 0;
+        double value = 0, slope = 0;
         for (auto term = polynomial_.rbegin(); term != polynomial_.rend(); ++term) {
             slope = slope * time_ns + value;
             value = value * time_ns + *term;

@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstddef>
 #include <limits>
-#include <string>
 
 #include "instrument/replay/binary_array.h"
 #include "platform/automation_arithmetic.h"
@@ -259,16 +257,6 @@ Powers best_addition(const Points& points, const Powers& powers) {
     return best;
 }
 
-[[noreturn]] void fail_unmet(std::span<const double> mz, const SamplePositions& positions,
-                             const RecordingPlace& place) {
-    const double deviation = positions.worst_deviation_steps;
-    place.fail(
-        "m/z array: no flight-time law meets the axis, so that flight times would mean nothing: under the best one, "
-        "sample ",
-        positions.worst_sample, " at m/z [", mz[positions.worst_sample], "] lies ",
-        (std::isfinite(deviation) ? number_text(deviation) + " steps off" : "at no time after its neighbour"));
-}
-
 double rounding_of_32_bit(double value) {
     const auto rounded = static_cast<float>(value);
     return 0.5 * (std::nextafter(rounded, std::numeric_limits<float>::max()) - rounded);
@@ -342,8 +330,11 @@ AxisFit fit_axis(std::span<const double> mz, const KnownTimes& known, const Reco
     for (AxisFit& fit : tried) fit.positions = locate_samples(mz, *fit.calibration, scale, largest_misfit_steps);
     const AxisFit& nearest =
         *std::ranges::min_element(tried, {}, [](const AxisFit& fit) { return fit.positions.worst_deviation_steps; });
-    if (!nearest.positions.met(largest_misfit_steps)) fail_unmet(mz, nearest.positions, place);
-    return nearest;
+    if (nearest.positions.met(largest_misfit_steps)) return nearest;
+    const auto& [positions, deviation, worst] = nearest.positions;
+    place.fail("m/z array: no flight-time law meets the axis, so that flight times would mean nothing: ",
+               "under the best one, sample ", worst, " at m/z [", mz[worst], "] lies ",
+               (std::isfinite(deviation) ? number_text(deviation) + " steps off" : "at no time after its neighbour"));
 }
 
 }  // namespace korvane::replay

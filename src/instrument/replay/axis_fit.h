@@ -2,11 +2,8 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <optional>
 #include <span>
-#include <vector>
 
 #include "instrument/replay/recording.h"
 

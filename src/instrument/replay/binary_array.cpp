@@ -88,12 +88,6 @@ std::vector<double> numbers_of(const Bytes& bytes) {
     return {numbers.begin(), numbers.end()};
 }
 
-std::vector<double> plain_numbers(const Bytes& bytes, const BinaryEncoding& encoding) {
-    if (encoding.is_integer)
-        return encoding.is_64_bit ? numbers_of<std::int64_t>(bytes) : numbers_of<std::int32_t>(bytes);
-    return encoding.is_64_bit ? numbers_of<double>(bytes) : numbers_of<float>(bytes);
-}
-
 /// Reads the numeric compressions: a scale as a big-endian double, but for integers, and then little-endian words of
 /// two bytes or integers in half bytes, the upper half first: the number of leading half bytes, 0 (to 8) or 15 (8
 /// less), then the others from the lowest on.
@@ -180,7 +174,9 @@ std::vector<double> decode_numbers(std::string_view base64, const BinaryEncoding
     if (encoding.is_zlib) bytes = inflated(bytes, size, place, array);
     if (is_plain && bytes.size() != size)
         place.fail(array, ": the data have ", bytes.size(), " bytes, not the ", size, " of its length");
-    if (is_plain) return plain_numbers(bytes, encoding);
+    if (is_plain && encoding.is_integer)
+        return encoding.is_64_bit ? numbers_of<std::int64_t>(bytes) : numbers_of<std::int32_t>(bytes);
+    if (is_plain) return encoding.is_64_bit ? numbers_of<double>(bytes) : numbers_of<float>(bytes);
     std::vector<double> numbers = NumpressReader(bytes, place, array).read(encoding.numpress);
     if (numbers.size() != count)
         place.fail(array, ": the data have ", numbers.size(), " numbers, not the ", count, " of its length");

@@ -3,9 +3,7 @@
 
 #include <cstddef>
 #include <span>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "instrument/replay/recording.h"
 

@@ -1,11 +1,7 @@
 #include "instrument/replay/recording.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstring>
-#include <iterator>
 #include <sstream>
-#include <string_view>
 
 #include "instrument/replay/binary_array.h"
 #include "instrument/replay/mzml_terms.h"
@@ -84,8 +80,7 @@ private:
     PolaritySetpoint polarity() const {
         const bool positive = parameters_.has(term::positive_scan), negative = parameters_.has(term::negative_scan);
         if (positive && negative) place_.fail("both polarities (MS:1000130, MS:1000129) are stated");
-        if (positive) return PolaritySetpoint::Positive;
-        if (negative) return PolaritySetpoint::Negative;
+        if (positive || negative) return positive ? PolaritySetpoint::Positive : PolaritySetpoint::Negative;
         const PolaritySetpoint taken = source_.options.polarity;
         note(std::string("polarity not stated: taken as ") +
              (taken == PolaritySetpoint::Positive ? "positive" : "negative"));
@@ -245,7 +240,7 @@ void read_instrument(const pugi::xml_node& mzml, Source& source) {
     }
     const Parameters ionisation(components.child("source"), source.groups, source.place);
     const auto known = std::ranges::find_if(source_terms, [&](const auto& each) { return ionisation.has(each.term); });
-    if (known != source_terms.end()) source.recording.source_code = known->source_code;
+    if (known != std::end(source_terms)) source.recording.source_code = known->source_code;
 }
 
 void read_setpoints(const pugi::xml_node& run, Source& source) {

@@ -2,18 +2,12 @@
 // element: its own, and those of the groups that it refers to.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <iterator>
-#include <optional>
 #include <pugixml.hpp>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "instrument/replay/recording.h"
 #include "korvane/embedded_parts.h"
@@ -82,20 +76,14 @@ inline constexpr const char* detector_width = "peak finder: detector width (ns)"
 inline constexpr const char* setpoint_prefix = "setpoint ";
 }  // namespace user_parameter
 
-/// The peak finder's options beside the width, from 0 on.
-struct PeakFinderParameter {
-    const char* name;
-    double most;
-    std::optional<double> PeakFinderOptions::*value;
-};
-inline constexpr auto peak_finder_parameters = std::to_array<PeakFinderParameter>({
-    {"peak finder: counts per ion", 1e12, &PeakFinderOptions::counts_per_ion},
-    {"peak finder: ion height spread", 1e12, &PeakFinderOptions::ion_height_spread},
-    {"peak finder: ion pulse width (ns)", 1e12, &PeakFinderOptions::ion_pulse_fwhm_ns},
-    {"peak finder: tail fraction", 1, &PeakFinderOptions::tail_fraction},
-    {"peak finder: tail pulse part", 1, &PeakFinderOptions::tail_pulse_part},
-    {"peak finder: saturation (counts)", 1e12, &PeakFinderOptions::saturation_counts},
-});
+/// The peak finder's options beside the width: name, the most (the least is 0) and where the value is.
+inline constexpr std::tuple<const char*, double, std::optional<double> PeakFinderOptions::*> peak_finder_parameters[] =
+    {{"peak finder: counts per ion", 1e12, &PeakFinderOptions::counts_per_ion},
+     {"peak finder: ion height spread", 1e12, &PeakFinderOptions::ion_height_spread},
+     {"peak finder: ion pulse width (ns)", 1e12, &PeakFinderOptions::ion_pulse_fwhm_ns},
+     {"peak finder: tail fraction", 1, &PeakFinderOptions::tail_fraction},
+     {"peak finder: tail pulse part", 1, &PeakFinderOptions::tail_pulse_part},
+     {"peak finder: saturation (counts)", 1e12, &PeakFinderOptions::saturation_counts}};
 
 /// An ionisation by its term, by the source type code (setpoint 117) and by the word that the names of such sources
 /// contain; "nanoESI" comes before "ESI".
@@ -104,13 +92,12 @@ struct SourceTerm {
     const char* source_type;
     Term term;
 };
-inline constexpr std::array<SourceTerm, 5> source_terms{{
+inline constexpr SourceTerm source_terms[] = {
     {2, "nanoESI", {"MS:1000398", "nanoelectrospray"}},
     {0, "ESI", {"MS:1000073", "electrospray ionization"}},
     {3, "MALDI", {"MS:1000075", "matrix-assisted laser desorption ionization"}},
     {7, "APCI", {"MS:1000070", "atmospheric pressure chemical ionization"}},
-    {8, "APPI", {"MS:1000382", "atmospheric pressure photoionization"}},
-}};
+    {8, "APPI", {"MS:1000382", "atmospheric pressure photoionization"}}};
 
 /// A finite number that makes up the whole of `text`; fails naming `what`.
 template <class Number = double>

@@ -1,14 +1,6 @@
 // A recording made ready to be played: full axes, flight times and calibrations.
 #pragma once
 
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "instrument/replay/axis_fit.h"
 #include "instrument/replay/recording.h"
 #include "korvane/instrument.h"
@@ -47,16 +39,12 @@ public:
         if (total_samples_ > largest_recording_samples)
             place.fail("with the samples that were left out the spectra have more than ", largest_recording_samples,
                        " samples");
-        PlayedSpectrum played;
-        played.polarity = spectrum.polarity;
-        played.acquired.retention_time = spectrum.scan_start_minutes;
-        played.acquired.start_time_ns = time_at(axis_.positions.steps.front());
-        played.acquired.mass_data = mass_data_;
-        played.acquired.y_data = spread(spectrum.intensity);
-        played.sampling_interval_ns = axis_.scale.interval_ns;
-        played.calibration = axis_.calibration;
-        played.peak_finder = spectrum.peak_finder;
-        return played;
+        AcquiredSpectrum acquired;
+        acquired.retention_time = spectrum.scan_start_minutes;
+        acquired.start_time_ns = time_at(axis_.positions.steps.front());
+        acquired.mass_data = mass_data_;
+        acquired.y_data = spread(spectrum.intensity);
+        return {spectrum.polarity, acquired, axis_.scale.interval_ns, axis_.calibration, spectrum.peak_finder};
     }
 
 private:

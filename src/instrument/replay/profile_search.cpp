@@ -1,9 +1,6 @@
 // The peaks of recorded spectra, whatever law their axes follow.
-#include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <limits>
-#include <optional>
 
 #include "instrument/peakfinder/measured_peak_list.h"
 #include "instrument/replay/axis_fit.h"

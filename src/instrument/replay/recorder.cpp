@@ -7,10 +7,7 @@
 #include <map>
 #include <memory>
 #include <numeric>
-#include <pugixml.hpp>
-#include <span>
 #include <sstream>
-#include <string_view>
 #include <vector>
 
 #include "instrument/embedded/setpoints.h"
@@ -62,8 +59,6 @@ constexpr const char* head_text = R"(<?xml version="1.0" encoding="utf-8"?>
 {setpoints} <spectrumList count="{count}" defaultDataProcessingRef="recording">
 )";
 
-constexpr const char* end_text = " </spectrumList></run></mzML>\n";
-
 constexpr const char* spectrum_form = R"(<spectrum index="{index}" id="scan={number}" defaultArrayLength="{length}">
 {summary}<scanList count="1">
 {combination}<scan>
@@ -77,14 +72,11 @@ std::string parameter(const char* kind, std::initializer_list<std::pair<const ch
                       const Term* unit) {
     pugi::xml_document document;
     pugi::xml_node element = document.append_child(kind);
-    const auto set = [&](const char* name, const std::string& value) {
-        element.append_attribute(name) = value.c_str();
-    };
-    for (const auto& [name, value] : attributes) set(name, value);
+    for (const auto& [name, value] : attributes) element.append_attribute(name) = value.c_str();
     if (unit) {
-        set("unitCvRef", unit->ontology());
-        set("unitAccession", unit->accession);
-        set("unitName", unit->name);
+        element.append_attribute("unitCvRef") = unit->ontology();
+        element.append_attribute("unitAccession") = unit->accession;
+        element.append_attribute("unitName") = unit->name;
     }
     std::ostringstream out;
     element.print(out, "", pugi::format_raw, pugi::encoding_utf8);
@@ -110,7 +102,7 @@ const Term& source_term(const std::string& source_type) {
     const auto known = std::ranges::find_if(source_terms, [&](const SourceTerm& source) {
         return source_type.find(source.source_type) != std::string::npos;
     });
-    return known == source_terms.end() ? term::ionization_type : known->term;
+    return known == std::end(source_terms) ? term::ionization_type : known->term;
 }
 
 std::string summary_text(const RecordedSpectrum& spectrum) {
@@ -187,7 +179,7 @@ public:
             axis.play(spectrum);
             file.write(spectrum_text(spectrum, i));
         }
-        file.write(end_text);
+        file.write(" </spectrumList></run></mzML>\n");
     }
 
 private:

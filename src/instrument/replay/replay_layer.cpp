@@ -1,9 +1,6 @@
 #include "instrument/replay/replay_layer.h"
 
-#include <algorithm>
 #include <array>
-#include <cmath>
-#include <utility>
 
 #include "instrument/embedded/instrument.h"
 #include "instrument/peakfinder/embedded_peak_finder.h"
@@ -18,10 +15,6 @@ namespace replay {
 namespace {
 
 constexpr double usual_transients = 10000;
-
-std::int32_t sampling_rate_code(double interval_ns) {
-    return interval_ns > 0.7 ? 1 : interval_ns > 0.35 ? 2 : 3;
-}
 
 /// A recording behind the embedded front: setpoints and calibrations are remembered, the spectra stay as they are.
 class ReplayInstrument final : public embedded::Instrument {
@@ -64,11 +57,12 @@ private:
 
     void preset_setpoints() {
         const PlayedSpectrum& first = playback_.spectra.front();
+        const double interval_ns = first.sampling_interval_ns;
         double largest_mass = 0;
         for (const PlayedSpectrum& spectrum : playback_.spectra)
             largest_mass = std::max(largest_mass, spectrum.acquired.mass_data.elements().back());
         const std::int32_t range = largest_mass <= 1700 ? 0 : largest_mass <= 3200 ? 1 : 2;
-        setpoints_.preset(contract::setpoint.sampling_rate, sampling_rate_code(first.sampling_interval_ns));
+        setpoints_.preset(contract::setpoint.sampling_rate, interval_ns > 0.7 ? 1 : interval_ns > 0.35 ? 2 : 3);
         setpoints_.preset(contract::setpoint.source_type, playback_.source_code);
         setpoints_.preset(contract::setpoint.mass_range, range);
         setpoints_.preset(contract::setpoint.highest_extended_mass,

@@ -1,9 +1,7 @@
 #include "instrument/simulator/expected_signal.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstddef>
 #include <numbers>
 
 #include "instrument/simulator/random_stream.h"

@@ -2,9 +2,7 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <utility>
-#include <vector>
 
 #include "instrument/embedded/setpoints.h"
 #include "instrument/simulator/ion_population.h"

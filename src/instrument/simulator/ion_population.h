@@ -1,13 +1,6 @@
 // The ions of a scene as peaks: every isotope of every ion and the background, by polarity.
 #pragma once
 
-#include <array>
-#include <cstdint>
-#include <map>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "instrument/simulator/scene.h"
 #include "korvane/mass_time.h"
 

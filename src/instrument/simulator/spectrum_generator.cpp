@@ -1,7 +1,6 @@
 #include "instrument/simulator/spectrum_generator.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numbers>
 #include <utility>

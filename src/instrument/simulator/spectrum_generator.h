@@ -1,10 +1,6 @@
 // Generates the counts of one spectrum: draws its ions, adds up their signal and digitises it.
 #pragma once
 
-#include <array>
-#include <cstdint>
-#include <vector>
-
 #include "instrument/simulator/expected_signal.h"
 #include "instrument/simulator/ion_population.h"
 #include "instrument/simulator/random_stream.h"
