@@ -2,8 +2,6 @@
 
 #include <charconv>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "assembly/base_data.h"
 #include "fuzz/targets.h"

@@ -1,5 +1,4 @@
 #include <cstdlib>
-#include <string>
 
 #include "fuzz/targets.h"
 #include "korvane/cal_mass_list.h"

@@ -2,8 +2,8 @@
 // inside; anything else (a crash, a hang, a sanitizer report, a broken promise) is a find.
 #pragma once
 
-#include <array>
 #include <string_view>
+#include <utility>
 
 #include "korvane/error.h"
 
@@ -33,13 +33,8 @@ void recording(std::string_view input);
 /// A member ("CLASS.MEMBER", or the number of its place in the tables) and its arguments, a line each.
 void automation_call(std::string_view input);
 
-struct Target {
-    std::string_view name;
-    void (*run)(std::string_view);
-};
-
-inline constexpr std::array targets{Target{"parameters", parameters}, Target{"preferences", preferences},
-                                    Target{"masslist", masslist},     Target{"state", state},
-                                    Target{"recording", recording},   Target{"automation_call", automation_call}};
+inline constexpr std::pair<std::string_view, void (*)(std::string_view)> targets[] = {
+    {"parameters", parameters}, {"preferences", preferences}, {"masslist", masslist},
+    {"state", state},           {"recording", recording},     {"automation_call", automation_call}};
 
 }  // namespace korvane::fuzz

@@ -25,14 +25,6 @@ private:
     std::shared_ptr<MemoryDisk::Inode> inode_;
 };
 
-namespace {
-
-[[noreturn]] void missing(const std::string& path) {
-    throw FileError(FileErrorKind::not_found, 2, path + ": not found");
-}
-
-}  // namespace
-
 void MemoryDisk::put(const std::string& path, const std::string& bytes, bool read_only) {
     entries_[path] = std::make_shared<Inode>(Inode{bytes, bytes, read_only});
     folder_history_ = {entries_};
@@ -40,8 +32,7 @@ void MemoryDisk::put(const std::string& path, const std::string& bytes, bool rea
 
 std::optional<std::string> MemoryDisk::content(const std::string& path) const {
     const auto known = entries_.find(path);
-    if (known == entries_.end()) return std::nullopt;
-    return known->second->seen;
+    return known == entries_.end() ? std::nullopt : std::optional(known->second->seen);
 }
 
 void MemoryDisk::operation(const std::string& name) {
@@ -53,7 +44,7 @@ void MemoryDisk::operation(const std::string& name) {
 
 MemoryDisk::Inode& MemoryDisk::inode(const std::string& path) const {
     const auto known = entries_.find(path);
-    if (known == entries_.end()) missing(path);
+    if (known == entries_.end()) throw FileError(FileErrorKind::not_found, 2, path + ": not found");
     return *known->second;
 }
 
@@ -113,10 +104,6 @@ std::unique_ptr<OutputFile> MemoryDisk::create_new(const std::string& path, cons
     const auto made = entries_[path] = std::make_shared<Inode>();
     entries_changed();
     return std::make_unique<MemoryOutput>(*this, made);
-}
-
-void MemoryDisk::remove_abandoned(const std::string& path) {
-    remove(path);
 }
 
 std::unique_ptr<FileLock> MemoryDisk::try_lock(const std::string&) {

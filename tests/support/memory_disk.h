@@ -2,12 +2,8 @@
 // dropped or torn. It notes its operations, and fails the one it is told to.
 #pragma once
 
-#include <functional>
 #include <map>
-#include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "platform/files.h"
 
@@ -44,7 +40,7 @@ public:
     void clear_read_only(const std::string& path) override;
     std::unique_ptr<OutputFile> open_append(const std::string& path) override;
     std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override;
-    void remove_abandoned(const std::string& path) override;
+    void remove_abandoned(const std::string& path) override { remove(path); }
     std::unique_ptr<FileLock> try_lock(const std::string& path) override;
     void replace(const std::string& from, const std::string& to) override;
     void flush_folder(const std::string& folder) override;

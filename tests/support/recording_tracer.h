@@ -2,9 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "korvane/error.h"
 #include "korvane/system.h"

@@ -1,7 +1,5 @@
 #include "support/scripted_instrument.h"
 
-#include <algorithm>
-
 #include "instrument/peakfinder/measured_peak_list.h"
 #include "platform/text.h"
 

@@ -3,10 +3,7 @@
 
 #include <functional>
 #include <map>
-#include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "korvane/instrument.h"
 

@@ -1,6 +1,5 @@
 #include "support/spectrum_world.h"
 
-#include <algorithm>
 #include <cmath>
 
 #include "korvane/embedded_parts.h"
@@ -15,8 +14,7 @@ constexpr double calibration_a = 1e-3;
 
 void add_setpoints(ScriptedState& state) {
     const auto add = [&](int index, const char* name, double value) {
-        state.setpoints[index].name = name;
-        state.setpoints[index].value = value;
+        state.setpoints[index] = {.value = value, .name = name};
     };
     add(18, "SamplingRate", 1);
     add(69, "Scint", 0);
@@ -27,11 +25,8 @@ void add_setpoints(ScriptedState& state) {
     add(128, "MassRange", 1);
     add(149, "GainMode", 0);
     add(162, "Averaging", 0);
-    add(SpectrumWorld::adjustable_setpoint, "Lens", 70);
-    auto& lens = state.setpoints[SpectrumWorld::adjustable_setpoint];
-    lens.lower = 0;
-    lens.upper = 100;
-    lens.resolution = 1;
+    state.setpoints[SpectrumWorld::adjustable_setpoint] = {
+        .value = 70, .lower = 0, .upper = 100, .resolution = 1, .name = "Lens"};
 }
 
 void add_configuration(TestPlatform& test) {
@@ -42,13 +37,6 @@ void add_configuration(TestPlatform& test) {
     test.limit("Calibration", "AIC_SearchSpeedUpFactor", "10");
     test.limit("Calibration", "BinarySearchAbTolerance", "20000");
     test.limit("Calibration", "MaxAbBeforeSaturationOccursOnHiGainChannel", "100000");
-}
-
-std::string mass_list_file(const std::vector<double>& masses) {
-    std::string text =
-        "<QTOF_MassListConfiguration><Configuration IonSource=\"ESI\" IonPolarity=\"Positive\"><MassList>\n";
-    for (const double mass : masses) append_text(text, "<mass Used=\"1\">", mass, "</mass>\n");
-    return text + "</MassList></Configuration></QTOF_MassListConfiguration>\n";
 }
 
 }  // namespace
@@ -62,7 +50,11 @@ std::string joined(const std::vector<std::string>& lines) {
 SpectrumWorld::SpectrumWorld() {
     add_setpoints(instrument());
     add_configuration(test);
-    write_text(test.base() / "MassLists" / "default_calibration_mass_list.xml", mass_list_file(masses));
+    std::string mass_list = R"(<QTOF_MassListConfiguration><Configuration IonSource="ESI" IonPolarity="Positive">)";
+    mass_list += "<MassList>\n";
+    for (const double mass : masses) append_text(mass_list, "<mass Used=\"1\">", mass, "</mass>\n");
+    write_text(test.base() / "MassLists" / "default_calibration_mass_list.xml",
+               mass_list + "</MassList></Configuration></QTOF_MassListConfiguration>\n");
     std::vector<double> axis_masses;
     for (int i = 0; i < sample_count; ++i) {
         const double root = calibration_a * (start_ns + i * interval_ns);
@@ -117,15 +109,8 @@ void SpectrumWorld::set_peak(double mass, double height) {
     const double time = time_ns(mass);
     std::erase_if(peaks.peaks, [&](const PeakInfo& peak) { return peak.pkCentroid == time; });
     if (height == 0) return;
-    PeakInfo peak;
-    peak.pkApexX = peak.pkCentroid = time;
-    peak.pkStart = time - 20;
-    peak.pkEnd = time + 20;
-    peak.pkWidth = 15;
-    peak.pkArea = 2 * height;
-    peak.pkHeight = height;
-    peak.pkResolution = time / (2 * peak.pkWidth);
-    peaks.peaks.push_back(peak);
+    constexpr double width = 15;
+    peaks.peaks.push_back({time, time - 20, 2 * height, time, width, height, time / (2 * width), time + 20});
 }
 
 void SpectrumWorld::fill(AcquiredSpectrum& spectrum) {

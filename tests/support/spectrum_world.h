@@ -1,9 +1,6 @@
 // A scripted instrument with a mass axis and calibrant peaks, as the spectrum routines see it.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "korvane/spectrum_parser.h"
 #include "platform/text.h"
 #include "support/raised.h"

@@ -9,12 +9,8 @@ namespace korvane {
 
 namespace {
 
-struct Samples {
-    std::ptrdiff_t first, last;
-};
-
-/// Those of a spectrum from `before` to `after` samples about a place.
-Samples samples_about(double place, double before, double after, std::size_t size) {
+/// First and last sample of a spectrum from `before` to `after` samples about a place.
+std::pair<std::ptrdiff_t, std::ptrdiff_t> samples_about(double place, double before, double after, std::size_t size) {
     return {std::max<std::ptrdiff_t>(0, static_cast<std::ptrdiff_t>(std::ceil(place - before))),
             std::min(static_cast<std::ptrdiff_t>(std::floor(place + after)), static_cast<std::ptrdiff_t>(size) - 1)};
 }

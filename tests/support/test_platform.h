@@ -3,9 +3,6 @@
 #pragma once
 
 #include <filesystem>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "korvane/platform.h"
 #include "support/memory_disk.h"

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <limits>
 #include <random>
-#include <string>
 
 #include "korvane/embedded_parts.h"
 #include "support/raised.h"
@@ -14,20 +13,16 @@ namespace {
 
 using Flags = VariantArray<std::int32_t>;
 
-Flags flags_of(std::vector<std::int32_t> elements, std::int32_t lower_bound = 0) {
-    return Flags(std::move(elements), lower_bound);
-}
-
 TEST(SquareLawCalibration, EveryTermCountsAndTheInverseFindsTheTimeAgain) {
     std::mt19937_64 random(7);
     std::uniform_real_distribution<double> unit(-1, 1);
     const std::pair<Flags, std::vector<int>> used_powers[] = {
         {Flags{}, {}},
-        {flags_of({0, 0, 0, 0}), {}},
-        {flags_of({1, 0, 1}, 3), {3, 5}},
-        {flags_of({2, 1, -1, 1}, 1), {2, 4}},  // only 1 means used
-        {flags_of({1, 1, 1, 1, 1, 1}), {0, 1, 2, 3, 4, 5}},
-        {flags_of({1, 1, 1, 1, 1, 1, 1, 1}, 1), {1, 2, 3, 4, 5, 6}}};  // more terms than coefficients
+        {Flags(std::vector{0, 0, 0, 0}), {}},
+        {Flags(std::vector{1, 0, 1}, 3), {3, 5}},
+        {Flags(std::vector{2, 1, -1, 1}, 1), {2, 4}},  // only 1 means used
+        {Flags(std::vector{1, 1, 1, 1, 1, 1}), {0, 1, 2, 3, 4, 5}},
+        {Flags(std::vector{1, 1, 1, 1, 1, 1, 1, 1}, 1), {1, 2, 3, 4, 5, 6}}};  // more terms than coefficients
     for (const auto& [flags, powers] : used_powers)
         for (int repeat = 0; repeat < 20; ++repeat) {
             // A law of a real axis: terms that change the mass by parts per million, some of them falling.
@@ -61,27 +56,22 @@ TEST(SquareLawCalibration, AMassWithoutAFlightTimeIsAnErrorThatNamesItAndSoIsATe
     const CalibrationObject plain = make_square_law_calibration({4.5e-4, 20});
     const CalibrationObject no_slope = make_square_law_calibration({0, 20});
     // A falling cubic term: the axis turns before it reaches the mass.
-    const CalibrationObject turning = make_square_law_calibration({4.5e-4, 20, -4e-13}, flags_of({0, 0, 0, 1}));
-    const CalibrationObject constant = make_square_law_calibration({0, 0, 5}, flags_of({1}));
-    struct Impossible {
-        CalibrationObject calibration;
-        double mass;
-        std::string text;
-    };
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    for (const auto& [calibration, mass, text] :
-         {Impossible{plain, -1.5, "[-1.5]"}, Impossible{plain, nan, "#QNAN"},
-          Impossible{plain, std::numeric_limits<double>::infinity(), "#INF"}, Impossible{no_slope, 922, "[922]"},
-          Impossible{turning, 5e6, "[5000000]"}, Impossible{constant, 922.25, "[922.25]"},
-          Impossible{turning, nan, "#QNAN"}}) {
+    const CalibrationObject turning = make_square_law_calibration({4.5e-4, 20, -4e-13}, Flags(std::vector{0, 0, 0, 1}));
+    const CalibrationObject constant = make_square_law_calibration({0, 0, 5}, Flags(std::vector{1}));
+    const double nan = std::numeric_limits<double>::quiet_NaN(), infinite = std::numeric_limits<double>::infinity();
+    const std::tuple<CalibrationObject, double, const char*> impossible[] = {
+        {plain, -1.5, "[-1.5]"},  {plain, nan, "#QNAN"},       {plain, infinite, "#INF"},
+        {no_slope, 922, "[922]"}, {turning, 5e6, "[5000000]"}, {constant, 922.25, "[922.25]"},
+        {turning, nan, "#QNAN"}};
+    for (const auto& [calibration, mass, text] : impossible) {
         const std::string error = raised([&] { calibration->time_from_mass(mass); });
         EXPECT_EQ(error.substr(0, 2), "5|");
         EXPECT_NE(error.find(text), std::string::npos) << error;
     }
     EXPECT_NEAR(turning->mass_from_time(turning->time_from_mass(3000)), 3000, 1e-8);
-    EXPECT_THROW(make_square_law_calibration({4.5e-4, 20}, flags_of({1, 0}, -1)), Error);
-    EXPECT_NO_THROW(make_square_law_calibration({4.5e-4, 20}, flags_of({0, 1}, -1)));
-    const auto clone = make_square_law_calibration({4.5e-4, 20, 1e-3}, flags_of({0, 1}), {1, 2, 3})->clone();
+    EXPECT_THROW(make_square_law_calibration({4.5e-4, 20}, Flags(std::vector{1, 0}, -1)), Error);
+    EXPECT_NO_THROW(make_square_law_calibration({4.5e-4, 20}, Flags(std::vector{0, 1}, -1)));
+    const auto clone = make_square_law_calibration({4.5e-4, 20, 1e-3}, Flags(std::vector{0, 1}), {1, 2, 3})->clone();
     EXPECT_EQ(clone->settings(), (CalibrationSettings{1, 2, 3}));
     EXPECT_EQ(clone->use_flags().at(1), 1);
 }

@@ -4,7 +4,6 @@
 #include <zlib.h>
 
 #include <bit>
-#include <cmath>
 
 #include "instrument/replay/playback.h"
 #include "recording_text.h"
@@ -15,7 +14,6 @@ namespace korvane {
 namespace {
 
 using replay::read_recording;
-using replay::RecordedSpectrum;
 using replay::Recording;
 using testing::HasSubstr;
 
@@ -24,7 +22,6 @@ struct MzmlReader : testing::Test {
         disk.put(file, text);
         return read_recording(disk, file, options);
     }
-    Recording read(const SpectrumText& spectrum) { return read(recording_text({spectrum})); }
 
     /// The text of the one error that every bad recording ends in.
     std::string fault(const std::string& text) {

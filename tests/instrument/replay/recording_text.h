@@ -1,10 +1,7 @@
 // Recordings as another program may write them, whole or damaged.
 #pragma once
 
-#include <cmath>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include "instrument/replay/binary_array.h"
 #include "instrument/replay/recording.h"

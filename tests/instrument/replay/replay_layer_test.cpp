@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
-
 #include "platform/automation_arithmetic.h"
 #include "recording_text.h"
 #include "support/memory_disk.h"

@@ -1,10 +1,6 @@
 // A simulator on a disk in memory and a clock that does not wait.
 #pragma once
 
-#include <cmath>
-#include <memory>
-#include <string>
-
 #include "instrument/simulator/simulator.h"
 #include "platform/automation_arithmetic.h"
 #include "support/memory_disk.h"

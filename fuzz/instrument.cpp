@@ -1,9 +1,15 @@
-#include "instrument/replay/recording.h"
+// The files of the embedded instrument: scenes and states, and recordings.
 #include "fuzz/targets.h"
 #include "instrument/replay/playback.h"
+#include "instrument/simulator/scene.h"
 #include "support/memory_disk.h"
 
 namespace korvane::fuzz {
+
+void state(std::string_view input) {
+    passes([&] { simulation::parse_state(input, "state"); });
+    passes([&] { simulation::parse_scene(input, "scene"); });
+}
 
 void recording(std::string_view input) {
     MemoryDisk disk;
