@@ -3,7 +3,6 @@
 
 #include "commands.h"
 #include "korvane/calibration_fit.h"
-#include "korvane/control_chart.h"
 #include "run.h"
 
 namespace korvane::program {

@@ -1,6 +1,5 @@
 #include "command_line.h"
 
-#include <CLI/CLI.hpp>
 #include <array>
 
 #include "commands.h"
@@ -160,14 +159,6 @@ std::string fault_text(const CLI::App& program, const CLI::ParseError& fault) {
            did_you_mean(word, words_that_may_follow(named_command(program), word.starts_with("-")));
 }
 
-std::string usage_line(const std::string& command, const std::string& fault) {
-    const std::string whole = command.empty() ? "korvane" : "korvane " + command;
-    std::string line = fault;
-    std::ranges::replace_if(
-        line, [](char character) { return character == '\n' || character == '\r'; }, ' ');
-    return fmt::format("{}: {} (see {} --help)", whole, line, whole);
-}
-
 /// How a command ended: the line for standard error where it failed, and what a JSON object says of it.
 struct End {
     int code = 0;
@@ -182,7 +173,12 @@ End failed(ExitCode code, std::string line, const char* kind, Json number, const
 }
 
 End misused(const std::string& command, const std::string& fault) {
-    return failed(ExitCode::usage, usage_line(command, fault), "usage", nullptr, command, fault);
+    const std::string whole = command.empty() ? "korvane" : "korvane " + command;
+    std::string line = fault;
+    std::ranges::replace_if(
+        line, [](char character) { return character == '\n' || character == '\r'; }, ' ');
+    return failed(ExitCode::usage, fmt::format("{}: {} (see {} --help)", whole, line, whole), "usage", nullptr, command,
+                  fault);
 }
 
 /// Whether the words ask for it, wherever it stands, but for what "call" hands on.
@@ -286,7 +282,15 @@ void add_command(CLI::App& program, Session& session, const CommandRow& row, con
     command->preparse_callback([&row, command, &session](std::size_t) { row.declare(*command, session); });
 }
 
-int parse_and_run(int argc, const char* const* argv, Streams streams, Session& session) {
+}  // namespace
+
+int run_command_line(int argc, const char* const* argv, Streams streams, Platform system) {
+    Session session(streams, std::move(system));
+    std::vector<const char*> words(argv, argv + argc);
+    if (argc > 1 && std::string_view(words[1]) == "help") {  // "help setpoint set" is "setpoint set --help"
+        words.erase(words.begin() + 1);
+        words.push_back("--help");
+    }
     CLI::App program(about, "korvane");
     program.allow_windows_style_options(false);  // an argument that begins with a slash is a path or a query
     program.fallthrough();
@@ -301,7 +305,7 @@ int parse_and_run(int argc, const char* const* argv, Streams streams, Session& s
     add_command(program, session, completion, "");
     program.footer(examples + exit_code_help() + "\n");
 
-    const auto parsed = parse(program, argc, argv, session);
+    const auto parsed = parse(program, argc, words.data(), session);
     const End end = parsed ? *parsed : run(session, command_name(program));
     session.print_result(end.more);
     streams.out.flush();
@@ -311,18 +315,6 @@ int parse_and_run(int argc, const char* const* argv, Streams streams, Session& s
     if (streams.out || end.code != 0) return end.code;
     session.talk(failure_line(Error(57, "standard output", "the data could not be written"), "korvane"));
     return static_cast<int>(ExitCode::configuration);
-}
-
-}  // namespace
-
-int run_command_line(int argc, const char* const* argv, Streams streams, Platform system) {
-    Session session(streams, std::move(system));
-    std::vector<const char*> words(argv, argv + argc);
-    if (argc > 1 && std::string_view(words[1]) == "help") {  // "help setpoint set" is "setpoint set --help"
-        words.erase(words.begin() + 1);
-        words.push_back("--help");
-    }
-    return parse_and_run(argc, words.data(), streams, session);
 }
 
 }  // namespace korvane::program

@@ -2,14 +2,8 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <functional>
 #include <limits>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
 #include <utility>
-#include <vector>
 
 #include "session.h"
 

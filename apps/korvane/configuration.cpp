@@ -1,7 +1,6 @@
 // The files of a base folder: making one, parameters, preferences, mass lists, the abort flag, old logs.
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <chrono>
 #include <regex>
 

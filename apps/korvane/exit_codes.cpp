@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <csignal>
-#include <string_view>
 
 #ifdef _WIN32
 #include <windows.h>
@@ -12,9 +11,6 @@
 namespace korvane::program {
 
 namespace {
-
-// Runtime faults carry the library's name as their source.
-constexpr std::string_view library = "Korvane";
 
 // What the description does not say.
 std::string_view remark_on(const Error& error) {
@@ -82,7 +78,8 @@ std::string exit_code_help() {
 }
 
 std::string failure_line(const Error& error, const std::string& command, const std::string& base_folder) {
-    const bool has_routine = !error.source().empty() && error.source() != library;
+    // Runtime faults carry the library's name as their source.
+    const bool has_routine = !error.source().empty() && error.source() != "Korvane";
     std::string description = joined_lines(error.description());
     const auto add = [&](std::string_view remark) {
         if (remark.empty()) return;

@@ -160,7 +160,8 @@ std::string json_of(const std::vector<TuneRecord>& records) {
 ExitCode export_history(Session& session, const ExportFiles& files) {
     TuneHistory history = open_history(session, false);
     std::vector<TuneRecord> records;
-    for (const TuneRecord& head : history.list(all_records)) records.push_back(history.load(head.id));
+    for (const TuneRecord& head : history.list(std::numeric_limits<std::int32_t>::max()))
+        records.push_back(history.load(head.id));
     const TuneRecord last = record_named(history, "last");
     if (files.csv) save_text(session, *files.csv, csv_of(records));
     if (files.json) save_text(session, *files.json, json_of(records));

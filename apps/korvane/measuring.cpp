@@ -116,8 +116,7 @@ struct Attribute {
 constexpr std::array attributes{
     Attribute{"time", PeakCalcType::TimeCentroid, "ns"},   Attribute{"mass", PeakCalcType::MassCentroid, "amu"},
     Attribute{"resolution", PeakCalcType::Resolution, ""}, Attribute{"width", PeakCalcType::Width, "amu"},
-    Attribute{"height", PeakCalcType::Height, "counts"},   Attribute{"area", PeakCalcType::Area, "counts x samples"},
-};
+    Attribute{"height", PeakCalcType::Height, "counts"},   Attribute{"area", PeakCalcType::Area, "counts x samples"}};
 
 ExitCode show_attribute(Session& session, SpectrumParser& parser, const PeakOptions& options) {
     const Attribute& attribute = *std::ranges::find(attributes, options.attribute, &Attribute::name);

@@ -2,12 +2,10 @@
 #include <array>
 #include <cstdio>
 #include <iostream>
-#include <limits>
 
 #include "commands.h"
 #include "korvane/embedded_parts.h"
 #include "korvane/forwarding.h"
-#include "korvane/spectrum_parser.h"
 #include "korvane/tune_globals.h"
 #include "run.h"
 
@@ -53,7 +51,9 @@ class Listing {
 public:
     explicit Listing(const PeaksOptions& options) : options_(options) {}
 
-    void add(std::size_t number, Json spectrum, const PeakList& list) {
+    /// Null for what is not known of the spectrum.
+    void add(std::size_t number, Json id, Json ms_level, const std::string& polarity, Json scan_start_minutes,
+             const PeakList& list) {
         const std::size_t first = table_.size();
         for (std::int32_t i = 0; i < list.count(); ++i) {
             const PeakInfo amu = list.GetPeakAttributeInfo(i, true);
@@ -66,8 +66,12 @@ public:
                        error(&PeakUncertainty::width), error(&PeakUncertainty::area), error(&PeakUncertainty::ions),
                        quality_text(quality), quality);
         }
-        spectrum["peaks"] = table_.json(first);
-        spectra_.push_back(std::move(spectrum));
+        spectra_.push_back(Json{{"number", number},
+                                {"id", std::move(id)},
+                                {"ms_level", std::move(ms_level)},
+                                {"polarity", polarity},
+                                {"scan_start_minutes", std::move(scan_start_minutes)},
+                                {"peaks", table_.json(first)}});
     }
 
     /// `source` tells where the spectra come from.
@@ -98,14 +102,9 @@ ExitCode list_file(Session& session, const PeaksOptions& options) {
                         session.show_progress(fmt::format("spectrum {} of {}", number, count));
                         spectra = count;
                         if (options.spectrum != 0 && number != static_cast<std::size_t>(options.spectrum)) return;
-                        listing.add(
-                            number,
-                            Json{{"number", number},
-                                 {"id", found.id},
-                                 {"ms_level", found.ms_level},
-                                 {"polarity", found.polarity == PolaritySetpoint::Positive ? "Positive" : "Negative"},
-                                 {"scan_start_minutes", found.scan_start_minutes}},
-                            *found.peaks);
+                        listing.add(number, found.id, found.ms_level,
+                                    found.polarity == PolaritySetpoint::Positive ? "Positive" : "Negative",
+                                    found.scan_start_minutes, *found.peaks);
                     });
     if (options.spectrum > static_cast<std::int64_t>(spectra))
         throw UsageError(fmt::format("--spectrum: there are {}", spectra));
@@ -120,13 +119,7 @@ ExitCode list_spectrum(Session& session, const PeaksOptions& options) {
     const auto peaks = parser.GetPeakList(0, latest_ns);
     peaks->convert(*calibration, convert_to_amu_mode);
     Listing listing(options);
-    listing.add(1,
-                Json{{"number", 1},
-                     {"id", nullptr},
-                     {"ms_level", nullptr},
-                     {"polarity", session.globals().GetPolarityStr()},
-                     {"scan_start_minutes", nullptr}},
-                *peaks);
+    listing.add(1, nullptr, nullptr, session.globals().GetPolarityStr(), nullptr, *peaks);
     return listing.show(session, {{"file", nullptr}});
 }
 

@@ -38,11 +38,6 @@ namespace korvane::program {
 
 namespace {
 
-std::string history_name(Session& session) {
-    if (session.options.history) return *session.options.history;
-    return utf8_of(path_of(session.base_folder()) / "TuneHistory.sqlite");
-}
-
 /// "2026-11-22T08:51:49Z" so many days earlier: "2026-11-15".
 std::string days_before(const std::string& time, int days) {
     using namespace std::chrono;
@@ -89,7 +84,8 @@ Json quality_text(const std::optional<PeakQuality>& quality) {
 }
 
 TuneHistory open_history(Session& session, bool make) {
-    const std::string name = history_name(session);
+    const auto& chosen = session.options.history;
+    const std::string name = chosen ? *chosen : utf8_of(path_of(session.base_folder()) / "TuneHistory.sqlite");
     const bool is_file = name.find("://") == std::string::npos;
     std::error_code ignored;
     if (!make && is_file && !std::filesystem::exists(path_of(name), ignored))

@@ -1,11 +1,6 @@
 // What runs share: the masses they look for, what they print of peaks, and the record that they leave in the history.
 #pragma once
 
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "korvane/control_chart.h"
 #include "korvane/report.h"
 #include "korvane/spectrum_parser.h"
@@ -47,8 +42,6 @@ struct KeepOptions {
 /// The history that the command line or KORVANE_HISTORY names, else that of the base folder. Errors as `TuneHistory`;
 /// where `make` is false there must be one.
 TuneHistory open_history(Session& session, bool make);
-
-inline constexpr std::size_t all_records = 1'000'000'000;
 
 /// The record that a word names: an id, "last", "yesterday", "last-week", or a date or time in UTC, which stand for the
 /// last record until then. A usage error where there is none.

@@ -31,11 +31,6 @@ std::size_t word_distance(std::string_view from, std::string_view to) {
     return row.back();
 }
 
-/// Those that are shown.
-std::vector<const CLI::App*> commands_of(const CLI::App& command) {
-    return command.get_subcommands([](const CLI::App* child) { return !child->get_group().empty(); });
-}
-
 // ---- names ----
 
 template <class Rows, class Name>
@@ -158,8 +153,8 @@ void suggesting(Session& session, const std::vector<std::pair<const char*, std::
 
 WordList words_that_may_follow(const CLI::App& command, bool options) {
     WordList names;
-    if (!options)
-        for (const CLI::App* child : commands_of(command)) names.push_back(child->get_name());
+    const auto is_shown = [&](const CLI::App* child) { return !options && !child->get_group().empty(); };
+    for (const CLI::App* child : command.get_subcommands(is_shown)) names.push_back(child->get_name());
     for (const CLI::App* owner = &command; options && owner; owner = owner->get_parent())
         for (const CLI::Option* option : owner->get_options())
             for (const std::string& name : option->get_lnames()) names.push_back("--" + name);

@@ -3,10 +3,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <functional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "korvane/instrument.h"
 #include "session.h"

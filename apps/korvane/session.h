@@ -8,12 +8,8 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <ostream>
 #include <stdexcept>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "exit_codes.h"
 #include "korvane/embedded.h"

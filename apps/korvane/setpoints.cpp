@@ -5,7 +5,6 @@
 #include <cctype>
 #include <cmath>
 #include <fstream>
-#include <functional>
 #include <memory>
 
 #include "korvane/instrument_contract.h"

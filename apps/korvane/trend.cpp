@@ -3,7 +3,6 @@
 #include <cmath>
 
 #include "commands.h"
-#include "korvane/control_chart.h"
 #include "run.h"
 
 namespace korvane::program {

@@ -2,7 +2,6 @@
 #include <fmt/chrono.h>
 
 #include <algorithm>
-#include <cmath>
 
 #include "korvane/tune_run.h"
 #include "run.h"
@@ -12,28 +11,20 @@ namespace korvane::program {
 
 namespace {
 
-/// The page of a record of the history, with the charts that all calibrants share, and those out of control.
-std::string report_page(TuneHistory& history, const TuneRecord& record) {
+/// Writes the page of a record of the history, with the charts that all calibrants share, and those out of control, to
+/// the file, or beside the tune logs when nobody says where; returns the file's name.
+std::string written_report(Session& session, TuneHistory& history, const TuneRecord& record,
+                           const std::optional<std::string>& wanted) {
     const std::vector<ControlChart> charts = charts_of(history, record);
     const std::vector<bool> alarms = judged(charts, record.id);
     std::vector<TrendChart> trends;
     for (std::size_t i = 0; i < charts.size(); ++i)
         if (charts[i].values.size() > 1 && (!charts[i].mz || alarms[i])) trends.push_back(trend_chart(charts[i]));
-    return report_html(record, trends);
-}
-
-/// Where it is written when nobody says: beside the tune logs.
-std::string report_name(Session& session, const TuneRecord& record) {
     const auto seconds = static_cast<std::time_t>(seconds_of(record.time));
-    return utf8_of(path_of(session.base_folder()) / "Logfiles" /
-                   fmt::format("TuneReport_{:%Y%m%d_%H%M%S}.html", fmt::gmtime(seconds)));
-}
-
-/// Writes the page to the file, or where it is written when nobody says; returns the file's name.
-std::string written_report(Session& session, TuneHistory& history, const TuneRecord& record,
-                           const std::optional<std::string>& wanted) {
-    const std::string file = wanted.value_or(report_name(session, record));
-    save_text(session, file, report_page(history, record));
+    const std::string file =
+        wanted.value_or(utf8_of(path_of(session.base_folder()) / "Logfiles" /
+                                fmt::format("TuneReport_{:%Y%m%d_%H%M%S}.html", fmt::gmtime(seconds))));
+    save_text(session, file, report_html(record, trends));
     return file;
 }
 

@@ -2,9 +2,7 @@
 #pragma once
 
 #include <memory>
-#include <span>
 #include <string>
-#include <string_view>
 
 #include "automation/member.h"
 #include "korvane/automation.h"

@@ -1,5 +1,4 @@
 // The objects of an instrument layer.
-#include <algorithm>
 #include <array>
 
 #include "automation/class_description.h"
@@ -10,7 +9,6 @@ namespace korvane::automation {
 
 namespace {
 
-using Text = const std::string&;
 using Index = std::int32_t;
 
 class SampleKeeper final : public ForwardingPeakFinder {

@@ -1,7 +1,6 @@
 // The classes, and calls of their members.
 #include <algorithm>
 #include <array>
-#include <memory>
 
 #include "automation/class_description.h"
 #include "automation/native_object.h"
@@ -10,7 +9,6 @@
 #include "automation/tune_globals_members.h"
 #include "frame/routine.h"
 #include "korvane/forwarding.h"
-#include "platform/text.h"
 
 namespace korvane::automation {
 

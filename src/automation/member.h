@@ -1,17 +1,11 @@
 // One member of a class: what a line of a member table makes.
 #pragma once
 
-#include <algorithm>
-#include <array>
-#include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <span>
-#include <string_view>
 #include <tuple>
 #include <utility>
 
-#include "automation/declared_type.h"
 #include "automation/native_types.h"
 
 namespace korvane::automation {

@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <memory>
-#include <string_view>
 #include <type_traits>
 
 #include "automation/declared_type.h"

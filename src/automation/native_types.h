@@ -5,14 +5,9 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
-#include <string>
-#include <type_traits>
-#include <vector>
 
-#include "automation/declared_type.h"
 #include "automation/native_object.h"
 #include "automation/records.h"
-#include "korvane/instrument.h"
 
 namespace korvane::automation {
 

@@ -1,9 +1,7 @@
 // The records that cross the automation interface: names, identifiers and fields.
 #pragma once
 
-#include <cstddef>
 #include <span>
-#include <string_view>
 #include <vector>
 
 #include "automation/declared_type.h"

@@ -8,7 +8,6 @@
 #include "automation/json_values.h"
 #include "automation/records.h"
 #include "automation/type_library.h"
-#include "korvane/automation.h"
 #include "korvane/autotune_status.h"
 #include "korvane/enumerations.h"
 #include "korvane/instrument_contract.h"
@@ -204,19 +203,17 @@ Json classes_json(std::span<const ClassDescription> descriptions) {
 
 std::span<const EnumerationDescription> enumeration_descriptions() {
     // Enumerators share one scope with everything else in a type library: short names get their enumeration's before.
-    static const std::array descriptions{
-        describe<enumPeakInfoUnits>(),
-        describe<SetpointModificationReturnCodes>(),
-        describe<MassRangeComboBoxSelection>(),
-        describe<AUTOTUNE_STATUS, -1000, 1200>(),
-        describe<enumQuadType>(),
-        describe<statusID>(),
-        describe<AutotunePolarity>(),
-        describe<AUTOABORT>(),
-        describe<SamplingRateId>(),
-        describe<PeakCalcType>("PeakCalcType_"),
-        describe<PolaritySetpoint>("PolaritySetpoint_"),
-    };
+    static const std::array descriptions{describe<enumPeakInfoUnits>(),
+                                         describe<SetpointModificationReturnCodes>(),
+                                         describe<MassRangeComboBoxSelection>(),
+                                         describe<AUTOTUNE_STATUS, -1000, 1200>(),
+                                         describe<enumQuadType>(),
+                                         describe<statusID>(),
+                                         describe<AutotunePolarity>(),
+                                         describe<AUTOABORT>(),
+                                         describe<SamplingRateId>(),
+                                         describe<PeakCalcType>("PeakCalcType_"),
+                                         describe<PolaritySetpoint>("PolaritySetpoint_")};
     return descriptions;
 }
 

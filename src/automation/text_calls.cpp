@@ -1,14 +1,12 @@
 // Values as JSON, and late-bound calls from texts.
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <iterator>
 
 #include "automation/class_description.h"
 #include "automation/json_values.h"
 #include "automation/native_object.h"
 #include "automation/records.h"
-#include "korvane/automation.h"
 
 namespace korvane::automation {
 
@@ -42,12 +40,6 @@ Json json_of_dimension(const Array& array, std::size_t dimension, std::size_t& p
     const std::size_t count = array.rank() == 0 ? 0 : array.bounds()[dimension].count;
     for (std::size_t index = 0; index < count; ++index) json.push_back(json_of_dimension(array, dimension + 1, place));
     return json;
-}
-
-Value value_of_number(const Json& json) {
-    const double number = json.get<double>();
-    if (json.is_number_integer() && number >= INT32_MIN && number <= INT32_MAX) return json.get<std::int32_t>();
-    return number;
 }
 
 bool is_matrix(const Json& json) {
@@ -158,7 +150,9 @@ Value value_of_json(const Json& json) {
     if (json.is_string()) return json.get<std::string>();
     if (json.is_array()) return value_of_array(json);
     if (json.is_object()) return value_of_object(json);
-    return value_of_number(json);
+    const double number = json.get<double>();
+    if (json.is_number_integer() && number >= INT32_MIN && number <= INT32_MAX) return json.get<std::int32_t>();
+    return number;
 }
 
 Object TextCalls::object_of(const std::string& class_name) {

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <limits>
 
 #include "automation/records.h"
 #include "korvane/automation.h"
@@ -39,14 +38,6 @@ std::optional<double> number_of(const Value& value) {
 
 constexpr double first_day = -657434;  // 1 January 100
 constexpr double day_after_last = 2958466;
-
-/// "True" and "False" in any case, blanks around allowed; nothing for any other text.
-std::optional<bool> truth_of_text(std::string_view text) {
-    text = trimmed(text, " ");
-    if (equal_but_for_case(text, "True")) return true;
-    if (equal_but_for_case(text, "False")) return false;
-    return std::nullopt;
-}
 
 /// A number's text with the current locale's decimal separator in the place of the point.
 std::string localised(std::string number) {
@@ -144,8 +135,11 @@ std::int16_t Value::as_int16() const {
 
 bool Value::as_boolean() const {
     if (const auto* truth = get_if<bool>()) return *truth;
-    if (const auto* text = get_if<std::string>())
-        if (const auto truth = truth_of_text(*text)) return *truth;
+    if (const auto* text = get_if<std::string>()) {
+        const std::string_view word = trimmed(*text, " ");
+        if (equal_but_for_case(word, "True")) return true;
+        if (equal_but_for_case(word, "False")) return false;
+    }
     return as_double() != 0;
 }
 
@@ -206,8 +200,7 @@ std::span<const RecordDescription> record_descriptions() {
                                                            "Settings of a mass-time calibration."),
         describe_record<META_INDEX, std::int32_t, &META_INDEX::lExpIndex, &META_INDEX::lPolarityIndex>(
             "8eba473b-8fb5-4956-b0ae-47d241d3f0d1",
-            "Positions of the experiment and the polarity in a spectrum's metadata."),
-    };
+            "Positions of the experiment and the polarity in a spectrum's metadata.")};
     static_assert(descriptions.size() == std::variant_size_v<Record> + 1);
     return descriptions;
 }

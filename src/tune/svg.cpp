@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <string_view>
 #include <utility>
 
 #include "platform/xml_source.h"
