@@ -42,9 +42,7 @@ TEST(Processes, AnAbortFromElsewhereEndsARunningMeasurement) {
 
 TEST(Processes, ArgumentsAndOutputAreUtf8OnEverySystem) {
     const ProgramTest program;
-    const std::string name =
-        "Stra\xC3\x9F"
-        "e \xCE\xB2 \xE6\xB8\xAC";
+    const std::string name = "Straße β 測";
     const std::string folder = utf8_of(program.folder.path() / path_of(name));
     EXPECT_EQ(Running(program, "init", {"init", folder}).exit_code(), 0);
     EXPECT_TRUE(std::filesystem::exists(path_of(folder) / "TuneParams.xml"));

@@ -2,19 +2,14 @@
 #include <gtest/gtest.h>
 
 #include "argument_values.h"
-#include "automation/json_values.h"
 #include "support/raised.h"
 
 namespace korvane::automation {
 namespace {
 
-struct Line {
-    const char* call;
-    std::string gives;  ///< the result and what changed by reference, or "number|source|description"
-};
-
 class Calls : public testing::Test {
 protected:
+    /// The result and what changed by reference, or "number|source|description".
     std::string outcome(const std::string& line) {
         std::string text;
         const std::string error = raised([&] {
@@ -24,10 +19,9 @@ protected:
         });
         return text.empty() ? error : text;
     }
-    void expect(const std::vector<Line>& script) {
-        for (const Line& line : script) EXPECT_EQ(outcome(line.call), line.gives) << line.call;
+    void expect(const std::vector<std::pair<std::string, std::string>>& script) {
+        for (const auto& [call, gives] : script) EXPECT_EQ(outcome(call), gives) << call;
     }
-    double number(const std::string& line) { return Json::parse(outcome(line)).get<double>(); }
 
     EmbeddedWorld world;
     TextCalls calls{world.platform()};
@@ -55,12 +49,9 @@ TEST_F(Calls, FindMembersConvertArgumentsAndNameWhatIsWrong) {
          "450|Korvane|Wrong number of arguments or invalid property assignment: GetTunePreference"},
         {"clsTunePrefsXML.GetTunePreference a ParamName=b",
          "450|Korvane|Wrong number of arguments or invalid property assignment: ParamName of GetTunePreference is "
-         "given "
-         "twice"},
+         "given twice"},
         {"clsTunePrefsXML.GetTunePreference a perhaps",
          "13|Korvane|Type mismatch: [perhaps] (bReOpenXMLFile[perhaps] of GetTunePreference)"},
-        {"clsTunePrefsXML.GetTunePreference null",
-         "94|Korvane|Invalid use of Null (ParamName[Null] of GetTunePreference)"},
         {"clsTunePrefsXML.GetTunePreference NoSuchPreference",
          "-904|AutotuneParameterXMLConfigFileReader|Item[NoSuchPreference] not found in Tune XML config file"},
         {"TuneGlobals.NoSuchMember",
@@ -82,7 +73,7 @@ TEST_F(Calls, TextsForTextParametersStayAsWritten) {
     for (const char* text : {"1.50", "007", "true", "[0]", "a=b", "", "\\", "it's #1", "\"quoted\"", "C:\\folder"}) {
         std::string quoted = text;
         if (const auto quote = quoted.find('\''); quote != std::string::npos) quoted.replace(quote, 1, R"('\'')");
-        expect({{("clsTunePrefsXML.WriteTunePreference LogSetpointTraffic '" + quoted + "'").c_str(), "null"}});
+        expect({{"clsTunePrefsXML.WriteTunePreference LogSetpointTraffic '" + quoted + "'", "null"}});
         const std::string written = text == std::string("\"quoted\"") ? "quoted" : text;
         EXPECT_EQ(outcome("clsTunePrefsXML.GetTunePreference LogSetpointTraffic"), Json(written).dump());
     }
@@ -116,8 +107,6 @@ TEST_F(Calls, ResultsReferencesRecordsAndObjectsCrossAsWhatTheyAre) {
         {R"(TuneGlobals.WriteThisCalibrationObjToDD '{"call": "TuneGlobals.getDefaultMTObj_nsec"}')", "null"},
         {"TuneGlobals.WriteThisCalibrationObjToDD 3",
          "424|Korvane|Object required: a Long is no object (pMTCalcObj[3] of WriteThisCalibrationObjToDD)"},
-        {"SpectrumParser.GetPeakInfoForCalibrantMasses null",
-         "94|Korvane|Invalid use of Null (varCalibrantMasses[Null] of GetPeakInfoForCalibrantMasses)"},
     });
     const Json peaks = Json::parse(outcome("SpectrumParser.GetPeakInfoForCalibrantMasses"));
     ASSERT_EQ(peaks.at(0).size(), 2u);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <fstream>
 #include <set>
 
@@ -147,8 +146,7 @@ const std::pair<const char*, void (*)(Spectrum&)> spectrum_faults[] = {
     {"polarity 7", [](auto& s) { set(s[metadata], polarity_place, 7); }},
     {"polarity text", [](auto& s) { set(s[metadata], polarity_place, "0"); }},
     {"metadata NaN", [](auto& s) { set(s[metadata], 5, none); }},
-    {"metadata none", [](auto& s) { set(s[metadata], 5, Empty{}); }},
-};
+    {"metadata none", [](auto& s) { set(s[metadata], 5, Empty{}); }}};
 
 /// What the object gives, or what the present misbehaviour makes of it. There is one spectrum, taken once.
 Value bent(const std::string& call, Arguments& arguments, const std::function<Value()>& sound) try {

@@ -31,24 +31,19 @@ std::vector<CalibrantTime> times_of(const MassTimeCalibration& truth, std::mt199
 // The law comes back within the errors that the fit states, whatever their stated size; a calibrant that is another
 // peak is left out and named; the law before is told from the new one.
 TEST(CalibrationFit, StatesItsErrorsAndLeavesOutWhatIsNoCalibrant) {
-    struct Case {
-        const char* name;
-        double stated_over_true;
-        std::size_t wrong_peaks;
-        double least, most;
-    };
-    for (const Case& one :
-         {Case{"errors as stated", 1, 0, 0.9, 1.1}, Case{"errors stated half as large as they are", 0.5, 0, 0.9, 1.6},
-          Case{"an isotope peak and a stranger", 1, 2, 0.9, 1.15}}) {
-        SCOPED_TRACE(one.name);
+    for (const auto& [name, stated_over_true, wrong_peaks, most] :
+         {std::tuple{"errors as stated", 1.0, 0U, 1.1},
+          {"errors stated half as large as they are", 0.5, 0U, 1.6},
+          {"an isotope peak and a stranger", 1.0, 2U, 1.15}}) {
+        SCOPED_TRACE(name);
         const auto truth = law(4.5e-4, 30), before = law(4.5e-4 * (1 + 25e-6), 30);
         double squares = 0;
         int left_out = 0, better = 0;
         constexpr int fits = 100;
         for (int seed = 0; seed < fits; ++seed) {
             std::mt19937 random(static_cast<unsigned>(seed));
-            auto times = times_of(*truth, random, 0.01, 0.01 * one.stated_over_true);
-            for (std::size_t wrong = 0; wrong < one.wrong_peaks; ++wrong)
+            auto times = times_of(*truth, random, 0.01, 0.01 * stated_over_true);
+            for (std::size_t wrong = 0; wrong < wrong_peaks; ++wrong)
                 times[3 * wrong + 1].time_ns =
                     truth->time_from_mass(times[3 * wrong + 1].mass * (1 + (wrong ? -40e-6 : 1.77e-3)));
             const CalibrationFit fit = fit_calibration(times, *before);
@@ -61,10 +56,10 @@ TEST(CalibrationFit, StatesItsErrorsAndLeavesOutWhatIsNoCalibrant) {
             }
         }
         EXPECT_EQ(better, fits);
-        EXPECT_NEAR(left_out / static_cast<double>(fits), static_cast<double>(one.wrong_peaks), 0.3);
+        EXPECT_NEAR(left_out / static_cast<double>(fits), wrong_peaks, 0.3);
         const double root_mean_square = std::sqrt(squares / (fits * static_cast<double>(default_masses.size())));
-        EXPECT_GT(root_mean_square, one.least);
-        EXPECT_LT(root_mean_square, one.most);
+        EXPECT_GT(root_mean_square, 0.9);
+        EXPECT_LT(root_mean_square, most);
     }
 }
 
@@ -106,7 +101,6 @@ TEST(CalibrationFit, RefusesWhatNoLawGoesThrough) {
     };
     const std::string number = "-1|fit_calibration|",
                       too_few = number + "a fit needs 3 calibrants with peaks; there are ";
-    EXPECT_EQ(refusal({}), too_few + "0");
     EXPECT_EQ(refusal({{118, 24000, 0.01, 2}, {322, 40000, 0.01, 2}, {622, 0, 0, 0}}), too_few + "2");
     EXPECT_EQ(refusal({{118, 24000, 0.01, 2}, {322, 24000, 0.01, 2}, {622, 24000, 0.01, 2}}),
               number + "all calibrants have the same flight time");

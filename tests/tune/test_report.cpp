@@ -48,7 +48,6 @@ TEST(Report, OfTheKeptSceneIsThatOfTheReview) {
     const std::string page = report_html(tune_of_the_kept_scene(), kept_trends());
     const auto golden = std::filesystem::path(KORVANE_SOURCE_DIR) / "tests/tune/report.html";
     if (std::getenv("KORVANE_KEEP_REPORT")) write_text(golden, page);
-    EXPECT_LE(page.size(), 60000U);
     EXPECT_TRUE(page == read_text(golden)) << "if the change is meant: KORVANE_KEEP_REPORT=1 test_tune, and look at it";
 }
 
@@ -87,7 +86,6 @@ TEST(Report, OfFiftyCalibrantsIsSmallAndSoonWritten) {
                            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count());
     }
     EXPECT_LT(size, 1'000'000U);
-    RecordProperty("milliseconds", std::to_string(best_ms));
     const char* const most = std::getenv("KORVANE_REPORT_MS");
     EXPECT_LE(best_ms, most ? std::atof(most) : INFINITY);
 }

@@ -41,12 +41,10 @@ struct NoisyWorld : SpectrumWorld {
 };
 
 TEST(SecantSearch, IsAsFarOffAsItSaysAndTakesNoMoreTransientsThanTheNoiseAsksFor) {
-    const Response responses[] = {
-        [](double value) { return 120000 / (1 + std::exp((55 - value) / 6)); },
-        [](double value) { return 200000 * std::exp((value - 100) / 25); },
-        [](double value) { return 2500 * value; },
-        [](double value) { return 70000 * (1 - std::exp(-value / 30)); },
-    };
+    const Response responses[] = {[](double value) { return 120000 / (1 + std::exp((55 - value) / 6)); },
+                                  [](double value) { return 200000 * std::exp((value - 100) / 25); },
+                                  [](double value) { return 2500 * value; },
+                                  [](double value) { return 70000 * (1 - std::exp(-value / 30)); }};
     int searches = 0, misses = 0;
     double squares = 0;
     for (const auto& [noise, most_used] : {std::pair{0.02, 0.8}, {0.04, 1.5}, {0.06, 2.5}}) {
@@ -72,26 +70,21 @@ TEST(SecantSearch, IsAsFarOffAsItSaysAndTakesNoMoreTransientsThanTheNoiseAsksFor
 }
 
 TEST(SecantSearch, WithoutATargetInReachSaysWhyAndPutsBackWhatItFound) {
-    struct Case {
-        Response response;
-        bool raising_adds;
-        End end;
-    };
-    for (const Case& one :
-         {Case{[](double) { return 0.0; }, true, End::no_signal},
-          Case{[](double value) { return 300 * value; }, true, End::out_of_reach},
-          Case{[](double value) { return 900 * (value + 100); }, true, End::out_of_reach},
-          Case{[](double value) { return 45000 * std::exp((90 - value) / 20); }, true, End::wrong_direction},
-          Case{[](double value) { return 300 * value; }, false, End::wrong_direction}}) {
-        NoisyWorld world(one.response, 0.02, 1);
+    for (const auto& [response, raising_adds, end] : std::initializer_list<std::tuple<Response, bool, End>>{
+             {[](double) { return 0.0; }, true, End::no_signal},
+             {[](double value) { return 300 * value; }, true, End::out_of_reach},
+             {[](double value) { return 900 * (value + 100); }, true, End::out_of_reach},
+             {[](double value) { return 45000 * std::exp((90 - value) / 20); }, true, End::wrong_direction},
+             {[](double value) { return 300 * value; }, false, End::wrong_direction}}) {
+        NoisyWorld world(response, 0.02, 1);
         const SecantOutcome outcome = adjust_by_secant(
             world.platform(),
-            {.setpoint = lens, .mz = mz, .target = target, .lower_value_reduces_abundance = one.raising_adds});
-        EXPECT_STREQ(name_of(outcome.end), name_of(one.end));
+            {.setpoint = lens, .mz = mz, .target = target, .lower_value_reduces_abundance = raising_adds});
+        EXPECT_STREQ(name_of(outcome.end), name_of(end));
         EXPECT_EQ(outcome.value, entry);
         EXPECT_EQ(world.instrument().setpoint(lens).value, entry);
         EXPECT_EQ(world.instrument().setpoint(transients).value, 10000);
-        EXPECT_LE(outcome.probes.size(), 12U) << name_of(one.end);
+        EXPECT_LE(outcome.probes.size(), 12U) << name_of(end);
     }
 }
 

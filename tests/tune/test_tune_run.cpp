@@ -37,7 +37,6 @@ TEST_F(TuneRunTest, RecipesThatMeanNothingHereAreRefusedByPlace) {
     const std::string before = state();
     for (const auto& [json, told] : std::vector<std::pair<std::string, std::string>>{
              {"[]", "it is no JSON object"},
-             {R"({"adjusts": []})", "adjusts: unknown key"},
              {R"({"schema": 2})", "schema: this program knows 1"},
              {R"({"fit_spectra": 0})", "fit_spectra: not 1"},
              {R"({"fit_spectra": 2.5})", "fit_spectra: must be a whole number"},
@@ -46,8 +45,6 @@ TEST_F(TuneRunTest, RecipesThatMeanNothingHereAreRefusedByPlace) {
              {R"({"adjust": [7]})", "adjust[0]: must be an object"},
              {R"({"adjust": [{"mz": 566.8885, "target": 1000}]})", "adjust[0].setpoint: there is no setpoint"},
              {R"({"adjust": [{"setpoint": "FragmentTune", "target": 1000}]})", "adjust[0].mz: 0 is not above 0"},
-             {R"({"adjust": [{"setpoint": "FragmentTune", "mz": 1e9, "target": 1}]})",
-              "adjust[0].mz: 1000000000 is out"},
              {R"({"adjust": [{)" + search + R"(, "max": 401}]})", "adjust[0].max: 401 lies outside the limits"},
              {R"({"adjust": [{)" + search + R"(, "min": 300, "max": 200}]})", "adjust[0].min: not below"},
              {R"({"adjust": [{)" + search + R"(, "tolerance_percent": 0}]})", "adjust[0].tolerance_percent: 0 is not"},
