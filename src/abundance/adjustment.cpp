@@ -2,7 +2,6 @@
 // target.
 #include <cmath>
 
-#include "frame/routine.h"
 #include "spectrum/parser_state.h"
 
 namespace korvane {
@@ -74,14 +73,8 @@ bool is_search_log_chosen(ParserState& state) {
 /// log.
 class Search {
 public:
-    Search(SpectrumParser& parser, ParserState& state, TraceObj& record, const SearchRequest& request,
-           std::string_view name = search_name, std::string_view early_stop_range = "20k Ab of target")
-        : parser_(parser),
-          state_(state),
-          request_(request),
-          record_(record),
-          name_(name),
-          early_stop_range_(early_stop_range) {}
+    Search(SpectrumParser& parser, ParserState& state, TraceObj& record, const SearchRequest& request)
+        : parser_(parser), state_(state), request_(request), record_(record) {}
     virtual ~Search() = default;
 
     double run() {
@@ -135,6 +128,8 @@ protected:
         return request_.IdxOfSetpointToAdjust != state_.tune.GetSourceSpecificVCapSetpointIndex();
     }
     virtual void report_better() {}
+    virtual std::string_view name() const { return search_name; }
+    virtual std::string_view early_stop_range() const { return "20k Ab of target"; }
 
     template <class... Pieces>
     void line(const Pieces&... pieces) {
@@ -175,7 +170,7 @@ private:
         state_.adjustment.speed_up_factor = SpeedUpFactor;
 
         state_.search_log_is_on = is_search_log_chosen(state_);
-        line(name_, "(IdxOfSetpointToAdjust[", index, "], mz[", request_.mz, "], AbTarget[", request_.AbTarget,
+        line(name(), "(IdxOfSetpointToAdjust[", index, "], mz[", request_.mz, "], AbTarget[", request_.AbTarget,
              "], dmz[", request_.dmz, "], bLowerThisSPToReduceAbundance[", request_.bLowerThisSPToReduceAbundance,
              "], StartingMinSPValue[", request_.StartingMinSPValue, "], StartingMaxSPValue[",
              request_.StartingMaxSPValue, "], SPResolution[", request_.SPResolution, "]");
@@ -197,7 +192,8 @@ private:
         measure();
         collect([&] { stop = is_within_tolerance(); });
         if (stop || !pending_) return stop;
-        line("error[", pending_->number(), "] in ", name_, "(): ", pending_->description(), "; rethrowing internally.");
+        line("error[", pending_->number(), "] in ", name(), "(): ", pending_->description(),
+             "; rethrowing internally.");
         throw *pending_;
     }
 
@@ -206,7 +202,7 @@ private:
         const double tolerance = state_.limit("Calibration", "BinarySearchAbTolerance");
         const double scaled_tolerance = tolerance * state_.tune.GetNumTransScalingFactor() / SpeedUpFactor;
         if (!(std::abs(request_.AbTarget - MiddleAb) < scaled_tolerance)) return false;
-        line("We have found a value [v,ab]=[", Setpoint_Middle, ", ", MiddleAb, "] within ", early_stop_range_,
+        line("We have found a value [v,ab]=[", Setpoint_Middle, ", ", MiddleAb, "] within ", early_stop_range(),
              "; exiting");
         return true;
     }
@@ -242,7 +238,6 @@ private:
     }
 
     TraceObj& record_;
-    const std::string_view name_, early_stop_range_;
     double LowVoltage = 0, HighVoltage = 0, Resolution = 0, BestValue = 0, SpeedUpFactor = 1;
     std::int32_t MaxAb = 0, OriginalNumTrans = 0;
     std::optional<Error> pending_;
@@ -251,8 +246,7 @@ private:
 /// Straight to the instrument firmware, without a wait; measurements far off the target are repeated.
 class FastSearch final : public Search {
 public:
-    FastSearch(SpectrumParser& parser, ParserState& state, TraceObj& record, const SearchRequest& request)
-        : Search(parser, state, record, request, fast_search_name, "close range of Ab target") {}
+    using Search::Search;
 
 private:
     void set_transients(double transients) override {
@@ -282,6 +276,8 @@ private:
         });
     }
     bool may_stop_early() override { return true; }
+    std::string_view name() const override { return fast_search_name; }
+    std::string_view early_stop_range() const override { return "close range of Ab target"; }
     void report_better() override {
         line("Better Ab found: New MaxSPValue, MaxAb = [", Setpoint_Middle, ", ", MiddleAb, "]");
     }
@@ -305,10 +301,6 @@ private:
     }
     double deviation() const { return checked_quotient(std::abs(request_.AbTarget - MiddleAb), request_.AbTarget); }
 };
-
-bool is_fast_chosen(ParserState& state) {
-    return state.fast_choice ? *state.fast_choice : state.prefs.GetTunePreference("AIC_RunFastVersion") == "Yes";
-}
 
 }  // namespace
 
@@ -360,7 +352,9 @@ double SpectrumParser::BinaryAdjustAbundanceDownUsingThisSetpoint(std::int32_t I
         search_line(state, record, "Error[", error.number(), "] in ", name.name, "(): ", error.description());
     };
     return routine(state.trace, {search_name}, report_error, [&](TraceObj& record) {
-        if (!is_fast_chosen(state)) return Search(*this, state, record, request).run();
+        const bool is_fast =
+            state.fast_choice ? *state.fast_choice : state.prefs.GetTunePreference("AIC_RunFastVersion") == "Yes";
+        if (!is_fast) return Search(*this, state, record, request).run();
         return routine(state.trace, {fast_search_name}, report_error,
                        [&](TraceObj& fast_record) { return FastSearch(*this, state, fast_record, request).run(); });
     });

@@ -24,7 +24,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* logs_folder = "Logfiles";
-const std::string staging_name = ".korvane-new-";
 
 [[noreturn]] void fail(const char* routine, const fs::path& folder, const std::string& fault) {
     throw Error(error_number::file_or_element, routine, "base folder " + utf8_from_path(folder) + ": " + fault);
@@ -83,7 +82,7 @@ void write_base_data(const fs::path& folder) {
 void fill(const fs::path& folder, bool is_there) {
     const fs::path place = is_there ? folder : folder.parent_path();
     fs::create_directories(place);
-    const fs::path staging = place / (staging_name + std::to_string(std::random_device()()));
+    const fs::path staging = place / (".korvane-new-" + std::to_string(std::random_device()()));
     fs::create_directory(staging);
     std::vector<fs::path> ours{staging};
     try {
@@ -119,8 +118,6 @@ void require_folder(const fs::path& folder) {
     if (!fs::is_directory(status)) fail(routine, folder, "it is not a folder");
 }
 
-constexpr const char* state_file_name = "instrument.json";
-constexpr const char* scene_file_name = "scene.json";
 constexpr std::int32_t cannot_create = 429;
 
 /// A layer that is made at its first use, and asked for again as long as it cannot be had.
@@ -147,10 +144,9 @@ private:
 
 std::optional<std::string> scene_file(const EmbeddedOptions& options, const fs::path& folder) {
     if (options.scene) return utf8_from_path(*options.scene);
-    const fs::path own = folder / scene_file_name;
+    const fs::path own = folder / "scene.json";
     std::error_code ignored;
-    if (fs::exists(own, ignored)) return utf8_from_path(own);
-    return std::nullopt;
+    return fs::exists(own, ignored) ? std::optional(utf8_from_path(own)) : std::nullopt;
 }
 
 /// The chosen folder, or for an empty path the default one; the per-user folder is made when it does not exist yet.
@@ -205,7 +201,7 @@ Platform make_embedded_platform(const EmbeddedOptions& options, Platform system)
         return make_simulator({.base_folder = utf8_from_path(folder),
                                .seed = options.seed,
                                .scene_path = scene_file(options, folder),
-                               .state_path = utf8_from_path(folder / state_file_name)},
+                               .state_path = utf8_from_path(folder / "instrument.json")},
                               files, clock);
     });
     return system;

@@ -24,8 +24,7 @@ constexpr std::string_view config_reader_source = "AutotuneParameterXMLConfigFil
 
 /// Reaction of the stores' routines: "name: error[number, description] doing[item]".
 struct StoreLine {
-    std::string_view doing;
-    std::string_view item;
+    std::string_view doing, item;
     void operator()(TraceObj& record, RoutineName name, const Error& error) const {
         record.error_line(name.name, ": error[", error.number(), ", ", error.description(), "] ", doing, "[", item,
                           "]");

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "frame/routine.h"
-#include "korvane/error.h"
 #include "korvane/forwarding.h"
 #include "platform/text.h"
 

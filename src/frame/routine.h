@@ -119,9 +119,7 @@ struct NamedLine {
 
 /// Reaction: an error line of another shape: before, number, between, description, after.
 struct ErrorLine {
-    std::string_view before;
-    std::string_view between;
-    std::string_view after = {};
+    std::string_view before, between, after = {};
     void operator()(TraceObj& record, RoutineName, const Error& error) const {
         record.error_line(before, error.number(), between, error.description(), after);
     }

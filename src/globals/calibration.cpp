@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "globals/tune_globals_state.h"
-#include "platform/text.h"
 
 namespace korvane {
 

@@ -13,8 +13,7 @@ namespace korvane {
 
 /// Time and scan segment that every setpoint access names.
 struct Segments {
-    std::int32_t time = 0;
-    std::int32_t scan = 0;
+    std::int32_t time = 0, scan = 0;
 };
 
 class CurrentSetpoints {

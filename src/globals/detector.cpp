@@ -13,16 +13,8 @@ double gain_parameter(TuneGlobalsState& state, const std::string& key) {
     return state.limit("gainParams", key);
 }
 
-bool has_digitiser(const TuneGlobalsState& state) {
-    return state.has_option(contract::option.digitiser);
-}
-
-bool is_dual_source(const TuneGlobalsState& state) {
-    return state.has_option(contract::option.dual_source);
-}
-
 double preamp_ramp_end(TuneGlobalsState& state, const std::string& key, bool low_gain) {
-    if (!has_digitiser(state)) return gain_parameter(state, key);
+    if (!state.has_option(contract::option.digitiser)) return gain_parameter(state, key);
     const char* const tube = state.hardware().has_160cm_flight_tube() ? "_160cm" : "_4GHz";
     return gain_parameter(state, key + tube + (low_gain ? "_LowGain" : "_HighGain"));
 }
@@ -32,7 +24,8 @@ double sheath_gas(TuneGlobalsState& state, const std::string& key, std::int32_t 
         const std::int32_t source = state.setpoints.code(contract::setpoint.source_type);
         return source == contract::source_type.sgf || source == contract::source_type.dual_sgf;
     };
-    if (!is_dual_source(state) || !has_sheath_gas()) return state.setpoints.value(fallback_setpoint);
+    if (!state.has_option(contract::option.dual_source) || !has_sheath_gas())
+        return state.setpoints.value(fallback_setpoint);
     return state.limit("Limits", state.is_model_4410() ? key + "_4410" : key);
 }
 
@@ -49,7 +42,7 @@ double TuneGlobals::GetPreAmpOffsetRampStop(bool bLowGainPreAmp) {
 // Start and stop take the channel from the caller, the step from the setpoint.
 double TuneGlobals::GetPreAmpOffsetRampStep() {
     return routine(impl_->trace, [&] {
-        if (!has_digitiser(*impl_)) return gain_parameter(*impl_, "amp_step");
+        if (!impl_->has_option(contract::option.digitiser)) return gain_parameter(*impl_, "amp_step");
         const bool low_gain =
             impl_->setpoints.value(contract::setpoint.preamp_gain_mode) == contract::preamp_gain_mode.low;
         const bool long_tube = impl_->hardware().has_160cm_flight_tube();
@@ -62,7 +55,7 @@ double TuneGlobals::GetPreAmpOffsetRampStep() {
 double TuneGlobals::GetPulseHeightTarget() {
     return routine(impl_->trace, [&] {
         if (impl_->hardware().has_160cm_flight_tube()) return gain_parameter(*impl_, "CntPerIon_160cm");
-        if (has_digitiser(*impl_)) return gain_parameter(*impl_, "CntPerIon_Sigma4");
+        if (impl_->has_option(contract::option.digitiser)) return gain_parameter(*impl_, "CntPerIon_Sigma4");
         const bool post_accelerated =
             GetPolarity3LetterAbbreviation() == "pos" && impl_->hardware().has_positive_post_acceleration();
         return gain_parameter(*impl_, post_accelerated ? "CntPerIon_Sigma1QTOFPos" : "CntPerIon_Sigma1");
@@ -71,7 +64,7 @@ double TuneGlobals::GetPulseHeightTarget() {
 
 double TuneGlobals::GetBaselineCutoff() {
     return routine(impl_->trace, [&] {
-        const bool sigma_4 = impl_->hardware().has_160cm_flight_tube() || has_digitiser(*impl_);
+        const bool sigma_4 = impl_->hardware().has_160cm_flight_tube() || impl_->has_option(contract::option.digitiser);
         return gain_parameter(*impl_, sigma_4 ? "PHDTransmission_Sigma4" : "PHDTransmission_Sigma1");
     });
 }
@@ -148,7 +141,7 @@ double TuneGlobals::GetDefaultFragmentorValue() {
 
 double TuneGlobals::GetDefaultGasTempValue() {
     return routine(impl_->trace, [&] {
-        if (!is_dual_source(*impl_)) return GetAutotuneSetpointInitValue("GasTemp");
+        if (!impl_->has_option(contract::option.dual_source)) return GetAutotuneSetpointInitValue("GasTemp");
         const bool sgf = impl_->setpoints.code(contract::setpoint.source_type) == contract::source_type.dual_sgf;
         return impl_->limit(
             "Limits", sgf ? "DualSGF_DefaultDryingGasTemp_4410_DualSGF" : "DualSGF_DefaultDryingGasTemp_4410_DualESI");
@@ -157,8 +150,9 @@ double TuneGlobals::GetDefaultGasTempValue() {
 
 double TuneGlobals::GetDefaultDryingGasValue() {
     return routine(impl_->trace, [&] {
-        return is_dual_source(*impl_) ? impl_->limit("Limits", "DualSGF_DefaultDryingGasPressure")
-                                      : GetAutotuneSetpointInitValue("DryingGas");
+        return impl_->has_option(contract::option.dual_source)
+                   ? impl_->limit("Limits", "DualSGF_DefaultDryingGasPressure")
+                   : GetAutotuneSetpointInitValue("DryingGas");
     });
 }
 

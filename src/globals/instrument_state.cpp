@@ -6,7 +6,6 @@
 #include "globals/tune_globals_state.h"
 #include "korvane/cal_mass_list.h"
 #include "platform/files.h"
-#include "platform/text.h"
 
 namespace korvane {
 
@@ -125,8 +124,7 @@ std::string TuneGlobals::GetCurrentInstrumentStateAsString() {
 
 double TuneGlobals::GetMaxMassForCurrentMassRange() {
     return routine(impl_->trace, [&] {
-        const auto rate = [&] { return impl_->setpoints.code(setpoint.sampling_rate); };
-        return current_mass_range(*impl_, rate).highest_mass;
+        return current_mass_range(*impl_, [&] { return impl_->setpoints.code(setpoint.sampling_rate); }).highest_mass;
     });
 }
 

@@ -1,13 +1,10 @@
 // Reading and changing setpoints, and the waits that go with it. Each wait polls: pending events, abort flag, sleep.
 #include <cmath>
-#include <optional>
 #include <string_view>
 
-#include "frame/routine.h"
 #include "globals/tune_globals_state.h"
 #include "platform/automation_arithmetic.h"
 #include "platform/stopwatch.h"
-#include "platform/text.h"
 
 namespace korvane {
 

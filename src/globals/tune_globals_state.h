@@ -43,11 +43,9 @@ struct TuneGlobalsState {
     std::string unreported_item;  // of the last wait for a setpoint
     const Trace trace{platform.tracers, &error_message};
 
-    double abundance_reduction_vcap = 0;
-    double abundance_reduction_fragmentor = 0;
+    double abundance_reduction_vcap = 0, abundance_reduction_fragmentor = 0;
     std::optional<bool> log_setpoint_traffic;
-    LogFile tune_log{platform};
-    LogFile setpoint_log{platform};
+    LogFile tune_log{platform}, setpoint_log{platform};
 };
 
 struct TuneGlobals::Impl final : TuneGlobalsState {

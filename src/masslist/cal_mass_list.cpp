@@ -20,8 +20,7 @@ namespace {
 
 /// An ion source and a polarity, as the file writes them.
 struct MassListName {
-    std::string source;
-    std::string polarity;
+    std::string source, polarity;
 
     std::string key() const { return source + "|" + polarity; }
     std::string xpath() const {
@@ -117,13 +116,6 @@ private:
     XmlDocument document_;
 };
 
-/// The lines; none for an empty text.
-std::vector<std::string> split_lines(std::string_view text) {
-    std::vector<std::string> lines;
-    for (const auto line : std::views::split(text, '\n')) lines.emplace_back(line.begin(), line.end());
-    return lines;
-}
-
 std::string joined_lines(const std::vector<std::string>& lines) {
     return fmt::format("{}", fmt::join(lines, "\n"));
 }
@@ -217,7 +209,8 @@ void CalMassList::UpdateMassList(const std::string& sourceType, const std::strin
                                  const std::string& massList) {
     MassListEntry& entry = impl_->entry(sourceType, polarity);
     if (joined_lines(entry.lines) == massList) return;
-    entry.lines = split_lines(massList);
+    entry.lines.clear();  // no line for an empty text
+    for (const auto line : std::views::split(massList, '\n')) entry.lines.emplace_back(line.begin(), line.end());
     entry.dirty = true;
     impl_->any_dirty = true;
 }

@@ -94,26 +94,13 @@ private:
     std::string path_;
 };
 
-bool stat_if_there(const std::string& path, struct stat& found) {
-    if (retried([&] { return ::stat(path.c_str(), &found); }) == 0) return true;
-    if (errno != ENOENT && errno != ENOTDIR) fail("look at", path, errno);
-    return false;
-}
-
-/// Names of the extended attributes, each with its null; none where the file system has no such thing.
-std::string attribute_names(const std::string& path) {
-    // The system takes memory for the list before it looks: it is asked first whether there is any.
-    if (::listxattr(path.c_str(), nullptr, 0) <= 0) return {};
-    std::string names(longest_attribute, '\0');
-    const ssize_t length = ::listxattr(path.c_str(), names.data(), names.size());
-    return names.substr(0, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-}
-
 /// As far as the system lets this user give them.
 void copy_attributes(const std::string& from, int to) {
-    const std::string names = attribute_names(from);
-    if (names.empty()) return;
-    std::string value(longest_attribute, '\0');
+    // The system takes memory for the list before it looks: it is asked first whether there is any.
+    if (::listxattr(from.c_str(), nullptr, 0) <= 0) return;
+    std::string names(longest_attribute, '\0'), value = names;  // each name with its null
+    const ssize_t length = ::listxattr(from.c_str(), names.data(), names.size());
+    names.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
     for (std::size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
         const char* const name = names.data() + at;
         const ssize_t size = ::getxattr(from.c_str(), name, value.data(), value.size());
@@ -182,7 +169,8 @@ public:
 
     std::unique_ptr<OutputFile> create_new(const std::string& path, const std::string& like) override {
         struct stat like_status;
-        const bool has_like = stat_if_there(like, like_status);
+        const bool has_like = retried([&] { return ::stat(like.c_str(), &like_status); }) == 0;
+        if (!has_like && errno != ENOENT && errno != ENOTDIR) fail("look at", like, errno);
         // Nobody else may read the new file before it has all the rights of the old one.
         Descriptor made(opened(path, O_WRONLY | O_CREAT | O_EXCL, has_like ? 0600 : 0666));
         if (made.number() < 0 && errno == EACCES)
@@ -205,11 +193,9 @@ public:
 
     std::unique_ptr<FileLock> try_lock(const std::string& path) override {
         Descriptor file(open_or_fail("lock", path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK));
-        if (!locked(file)) {
-            if (errno == EWOULDBLOCK) return nullptr;
-            fail("lock", path, errno);
-        }
-        if (!is_still(path, file)) return nullptr;
+        const bool is_ours = locked(file);
+        if (!is_ours && errno != EWOULDBLOCK) fail("lock", path, errno);
+        if (!is_ours || !is_still(path, file)) return nullptr;
         return std::make_unique<PosixLock>(file.release(), path);
     }
 

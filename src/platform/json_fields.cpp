@@ -7,12 +7,6 @@
 
 namespace korvane::json {
 
-namespace {
-
-constexpr std::size_t deepest_json = 16;
-
-}  // namespace
-
 void Source::refuse(const std::string& item, const std::string& reason) const {
     throw Error(error_number::file_or_element, routine,
                 before + (item.empty() ? "document" : item) + after + ": " + reason);
@@ -82,6 +76,7 @@ void JsonItem::require_keys(const std::vector<std::string_view>& known) const {
 
 Json parse_json(std::string_view text, std::size_t most_bytes, const Source& source) {
     if (text.size() > most_bytes) source.refuse("", "longer than " + std::to_string(most_bytes) + " bytes");
+    constexpr std::size_t deepest_json = 16;
     // The parser itself would let pass deep nesting and keys given twice.
     std::vector<std::set<std::string>> open;
     const Json::parser_callback_t check = [&](int, Json::parse_event_t event, Json& value) {

@@ -12,12 +12,9 @@ public:
 
     double seconds() {
         const double now = clock_.seconds_since_midnight();
-        const double step = now - last_;
-        const bool passed_midnight = step < -seconds_a_day / 2;
-        if (passed_midnight)
-            elapsed_ += step + seconds_a_day;
-        else if (step > 0)
-            elapsed_ += step;
+        double step = now - last_;
+        if (step < -seconds_a_day / 2) step += seconds_a_day;  // midnight has passed
+        if (step > 0) elapsed_ += step;
         last_ = now;
         return elapsed_;
     }

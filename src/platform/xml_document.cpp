@@ -24,13 +24,6 @@ constexpr std::size_t longest_plain_path = 1024;  // within the number of steps 
                 ErrorKind::configuration);
 }
 
-/// The parser goes several levels down the stack for every bracket; its own limit counts the levels of the result only.
-void check_size(const std::string& query) {
-    if (query.size() > longest_query) fail_query(query, text_of("longer than ", longest_query, " bytes"));
-    if (std::ranges::count(query, '(') + std::ranges::count(query, '[') > most_brackets)
-        fail_query(query, text_of("more than ", most_brackets, " brackets"));
-}
-
 /// Whether the query is a path of names alone, which leads to the same element without the XPath engine, ten times as
 /// fast.
 bool is_plain_path(std::string_view query) {
@@ -48,7 +41,10 @@ bool is_plain_path(std::string_view query) {
 /// What the query gives, as `run` asks for it.
 template <class Run>
 auto queried(const std::string& query, Run run) {
-    check_size(query);
+    if (query.size() > longest_query) fail_query(query, text_of("longer than ", longest_query, " bytes"));
+    // The parser goes several levels down the stack for every bracket; its own limit counts the levels of the result.
+    if (std::ranges::count(query, '(') + std::ranges::count(query, '[') > most_brackets)
+        fail_query(query, text_of("more than ", most_brackets, " brackets"));
     try {
         return run(pugi::xpath_query(query.c_str()));
     } catch (const pugi::xpath_exception& fault) {
@@ -58,8 +54,7 @@ auto queried(const std::string& query, Run run) {
 
 /// Positions in the source.
 struct Range {
-    std::size_t begin = 0;
-    std::size_t end = 0;
+    std::size_t begin = 0, end = 0;
 };
 
 /// The tree knows where a text, or else the name or content behind the "<", begins.

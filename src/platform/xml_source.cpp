@@ -41,13 +41,6 @@ constexpr std::pair<std::string_view, XmlCharset> charset_names[] = {
     {"latin-1", latin1},     {"windows-1252", windows_1252},
     {"cp1252", windows_1252}};
 
-/// By the byte order mark or the form of the first characters; else UTF-8, and not certain.
-XmlEncoding encoding_of_first_bytes(std::string_view bytes) {
-    for (const auto& [beginning, encoding] : beginnings)
-        if (bytes.starts_with(beginning)) return encoding;
-    return {};
-}
-
 /// The charset that a declaration names; nothing for one that is not supported.
 std::optional<XmlCharset> charset_by_name(std::string_view name) {
     for (const auto& [known, charset] : charset_names)
@@ -263,7 +256,9 @@ bool is_xml_character(char32_t character) {
 XmlParseError read_xml(std::string_view bytes, XmlSource& source) {
     if (bytes.size() > largest_document)
         return {document_too_large, text_of("The document is larger than ", largest_document, " bytes")};
-    source.encoding = encoding_of_first_bytes(bytes);
+    source.encoding = {};  // UTF-8, and not certain, where the first bytes do not tell
+    for (const auto& [beginning, encoding] : beginnings)
+        if (bytes.starts_with(beginning)) source.encoding = encoding;
     XmlParseError error = judged(bytes, source);
     // By now it is certain where the declaration has a name for UTF-8 that is not Expat's.
     if (error.code == not_well_formed + XML_ERROR_UNKNOWN_ENCODING && source.encoding.certain)

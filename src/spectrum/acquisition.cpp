@@ -3,9 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "korvane/spectrum_parser.h"
 #include "platform/stopwatch.h"
-#include "platform/text.h"
 #include "spectrum/parser_state.h"
 
 namespace korvane {
@@ -67,14 +65,6 @@ void GetMetaDataIndexesForExperimentIdxAndPolarity(ParserState& state, const Var
     });
 }
 
-std::int32_t checked_polarity(ParserState& state, const VariantArray<InstrumentValue>& vMetaData) {
-    const std::int32_t polarity = to_int16(vMetaData.at(state.metadata_entries.lPolarityIndex));
-    if (polarity == 0 || polarity == 1) return polarity;
-    const std::string fault = text_of("Polarity MetaData Entry is NOT valid (1 or 0); it was returned as ", polarity);
-    state.log("AUTOTUNE LOG: WARNING: ", fault);
-    throw Error(error_number::routine_detected, "ReturnedSpectrumIsOfSoughtPolarity", fault);
-}
-
 bool ReturnedSpectrumIsOfSoughtPolarity(ParserState& state, const VariantArray<InstrumentValue>& vMetaData) {
     const auto log_error = [&](TraceObj&, RoutineName, const Error&) {
         state.log(
@@ -82,7 +72,12 @@ bool ReturnedSpectrumIsOfSoughtPolarity(ParserState& state, const VariantArray<I
             "out of the MetaData Array");
     };
     return routine(state.trace, log_error, [&] {
-        const std::int32_t polarity = checked_polarity(state, vMetaData);
+        const std::int32_t polarity = to_int16(vMetaData.at(state.metadata_entries.lPolarityIndex));
+        if (polarity != 0 && polarity != 1) {
+            const auto fault = text_of("Polarity MetaData Entry is NOT valid (1 or 0); it was returned as ", polarity);
+            state.log("AUTOTUNE LOG: WARNING: ", fault);
+            throw Error(error_number::routine_detected, "ReturnedSpectrumIsOfSoughtPolarity", fault);
+        }
         const bool sought = polarity == state.current().code(contract::setpoint.polarity);
         if (sought)
             state.log("AUTOTUNE LOG: STATUS: Spectrum of proper polarity and experiment index was returned");

@@ -16,10 +16,8 @@ constexpr std::size_t record_ns = 0, record_amu = 1, records_per_mass = 2;
 /// as the routines that measure promise.
 class Scintillator {
 public:
-    enum class Access {
-        table,   ///< writes the setpoint table; restores always
-        awaited  ///< writes through the tune globals and waits for the value; restores where it differs
-    };
+    /// By the setpoint table, restored always; or through the tune globals, awaited, and restored where it differs.
+    enum class Access { table, awaited };
 
     Scintillator(ParserState& state, Access access, TraceObj& record)
         : state_(state), access_(access), kept_(state.current().value(contract::setpoint.scintillator)) {

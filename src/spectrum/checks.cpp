@@ -1,7 +1,6 @@
 // Whether the spectrum that the instrument shows is one to tune on.
 #include <cmath>
 
-#include "frame/routine.h"
 #include "spectrum/parser_state.h"
 
 namespace korvane {

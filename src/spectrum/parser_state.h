@@ -2,16 +2,13 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 #include <optional>
 #include <vector>
 
-#include "frame/lazy_instrument.h"
 #include "frame/routine.h"
 #include "globals/current_setpoints.h"
 #include "globals/log_file.h"
 #include "korvane/abort_helper.h"
-#include "korvane/instrument_contract.h"
 #include "korvane/spectrum_parser.h"
 #include "korvane/tune_globals.h"
 #include "korvane/tune_params_xml.h"

@@ -4,7 +4,6 @@
 #include <numeric>
 
 #include "korvane/forwarding.h"
-#include "platform/text.h"
 #include "spectrum/parser_state.h"
 
 namespace korvane {
@@ -15,8 +14,7 @@ constexpr double ns_per_second = 1e9;
 constexpr std::string_view abundance_line = "AUTOTUNE LOG: PeakFind: STATUS: Abundance of most abundant peak: ";
 
 struct SearchWindow {
-    double start_ns = 0;
-    double end_ns = 0;
+    double start_ns = 0, end_ns = 0;
 };
 
 double sampling_interval_ns(const ParserState& state) {
