@@ -3,7 +3,6 @@
 
 #include <functional>
 
-#include "support/raised.h"
 #include "support/spectrum_world.h"
 
 namespace korvane {

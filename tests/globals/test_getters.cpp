@@ -1,19 +1,11 @@
 // Getters by their worlds, called by name: the answer, the routine's own lines, its name in the trace. The parameter
 // file has next to no keys: the error of a routine names the key that it asks for, which then is the answer.
-#include <sstream>
-
 #include "globals/tune_globals_test.h"
 #include "korvane/automation.h"
+#include "platform/cases.h"
 
 namespace korvane {
 namespace {
-
-Lines words(const std::string& text, char separator = ' ') {
-    Lines all;
-    std::istringstream in(text);
-    for (std::string word; std::getline(in, word, separator);) all.push_back(word);
-    return all;
-}
 
 class Getters : public TuneGlobalsTest {
 protected:
@@ -36,7 +28,7 @@ protected:
         instrument.source_word = has("word") ? "Dual ESI" : "ESI";
         instrument.abundance_reduction = has("reduced") ? -1 : 0;
         for (const std::string& word :
-             words("18=0 117=0 119=0 128=0 149=0 150=0 127=1000 160=20000 161=7 167=167 169=169 " + world))
+             cases_in("18=0 117=0 119=0 128=0 149=0 150=0 127=1000 160=20000 161=7 167=167 169=169 " + world, ' '))
             if (const auto at = word.find('='); at != std::string::npos)
                 setpoint(std::stoi(word), std::stod(word.substr(at + 1)));
     }
@@ -47,7 +39,7 @@ protected:
         std::vector<automation::Value> arguments;
         if (member != call)
             for (const std::string& argument :
-                 words(call.substr(member.size() + 1, call.size() - member.size() - 2), ','))
+                 cases_in(call.substr(member.size() + 1, call.size() - member.size() - 2), ','))
                 arguments.emplace_back(argument);
         test.trace().lines.clear();
         std::string got;
@@ -66,7 +58,7 @@ protected:
     void expect(const std::string& world, const std::string& answers) {
         SCOPED_TRACE(world);
         be(world);
-        for (const std::string& expected : words(answers, '&')) {
+        for (const std::string& expected : cases_in(answers, '&')) {
             const std::string member = expected.substr(0, expected.find('='));
             EXPECT_EQ(member + "=" + answer(member), expected);
         }
@@ -149,21 +141,13 @@ TEST_F(Getters, GainKeysFollowDigitiserTubeChannelPolarityAndPostAcceleration) {
 
 TEST_F(Getters, CapillaryVoltageGoesByTheCodeOfTheSourceAndVaporizerByItsName) {
     // By the source's code from -1 on: its name, what the trace calls it, its capillary voltage.
-    const std::tuple<std::string, std::string, std::string> rows[] = {{"", "", "104"},
-                                                                      {"ESI", "ESI", "104"},
-                                                                      {"HPLC-Tile", "HPLC-Tile", "116"},
-                                                                      {"nanoESI", "nanoESI", "106"},
-                                                                      {"MALDI", "", "104"},
-                                                                      {"Multimode", "MultiMode", "105"},
-                                                                      {"ESI", "ESI", "104"},
-                                                                      {"nanoESI", "nanoESI", "106"},
-                                                                      {"APCI", "APCI", "121"},
-                                                                      {"APPI", "APPI", "107"},
-                                                                      {"ESI", "SGF", "165"},
-                                                                      {"GC-APCI", "APCI", "121"},
-                                                                      {"ESI", "SGF", "165"},
-                                                                      {"", "", "104"}};
-    for (int code = -1; const auto& [name, selecting, capillary] : rows) {
+    // Name, word of the trace and capillary setpoint of the codes from -1 on.
+    const std::string rows =
+        ",,104|ESI,ESI,104|HPLC-Tile,HPLC-Tile,116|nanoESI,nanoESI,106|MALDI,,104|Multimode,MultiMode,105|ESI,ESI,104|"
+        "nanoESI,nanoESI,106|APCI,APCI,121|APPI,APPI,107|ESI,SGF,165|GC-APCI,APCI,121|ESI,SGF,165|,,104";
+    for (int code = -1; const std::string& row : cases_in(rows, '|')) {
+        const Lines source = cases_in(row, ',');
+        const std::string &name = source.at(0), &selecting = source.at(1);
         const bool has_own = name == "APCI" || name == "APPI" || name == "Multimode";
         const std::string vaporizer =
             has_own ? "Selecting " + name
@@ -171,8 +155,9 @@ TEST_F(Getters, CapillaryVoltageGoesByTheCodeOfTheSourceAndVaporizerByItsName) {
         const std::string unknown = "Unrecognized Source Type selected [" + std::to_string(code) + "]; defaulting VCap";
         be("117=" + std::to_string(code++));
         EXPECT_EQ(answer("GetSourceTypeStr"), name);
-        EXPECT_EQ(answer("GetSourceSpecificVCapSetpointIndex"),
-                  capillary + "|" + (selecting.empty() ? unknown + " actual to ESI VCap" : "Selecting " + selecting));
+        EXPECT_EQ(
+            answer("GetSourceSpecificVCapSetpointIndex"),
+            source.at(2) + "|" + (selecting.empty() ? unknown + " actual to ESI VCap" : "Selecting " + selecting));
         EXPECT_EQ(answer("GetSourceSpecificVaporizerSetpointIndex"),
                   (name.starts_with("AP") ? "123|" : "124|") + vaporizer);
     }

@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "korvane/embedded_parts.h"
 #include "korvane/tune_globals.h"
 #include "support/raised.h"

@@ -9,9 +9,9 @@
 namespace korvane {
 
 /// The parts of a text between bars.
-inline std::vector<std::string> cases_in(std::string_view table) {
+inline std::vector<std::string> cases_in(std::string_view table, char separator = '|') {
     std::vector<std::string> cases;
-    for (const auto part : std::views::split(table, '|')) cases.emplace_back(part.begin(), part.end());
+    for (const auto part : std::views::split(table, separator)) cases.emplace_back(part.begin(), part.end());
     return cases;
 }
 

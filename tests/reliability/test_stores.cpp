@@ -3,7 +3,6 @@
 
 #include <functional>
 
-#include "korvane/abort_helper.h"
 #include "korvane/cal_mass_list.h"
 #include "korvane/tune_params_xml.h"
 #include "korvane/tune_prefs_xml.h"
@@ -24,7 +23,7 @@ struct StoreOperation {
 };
 
 std::vector<StoreOperation> store_operations() {
-    const std::string preferences = "<TunePreferences><AbortFlag>0</AbortFlag><Name>old</Name></TunePreferences>";
+    const std::string preferences = "<TunePreferences><Name>old</Name></TunePreferences>";
     const std::string parameters =
         "<?xml version=\"1.0\"?>\r\n<QTOFTuneParams>\r\n\t<!-- Limits & gains -->\r\n <TOF><AutotuneParameters>"
         "<Calibration><A>1.5</A><B/></Calibration></AutotuneParameters></TOF>\r\n</QTOFTuneParams>";
@@ -39,8 +38,6 @@ std::vector<StoreOperation> store_operations() {
              [](const Platform& platform, auto&) {
                  clsTunePrefsXML(platform).WriteTunePreference("Name", "new & longer");
              }},
-            {"trigger abort", "TunePreferences.xml", preferences,
-             [](const Platform& platform, auto&) { AbortHelper(platform).TriggerAbort(); }},
             {"save mass list", "masses.xml", masses,
              [](const Platform& platform, const std::string& path) {
                  CalMassList list(platform);

@@ -54,35 +54,25 @@ auto search(bool fast, double target) {
 
 const std::vector<Operation>& operations() {
     const std::vector<int> search_moves{scintillator, transients, lens}, fast_moves{scintillator, transients};
+    const auto by_name = [](auto&, auto& globals) { globals.SetMSSetpointValueByInternalName("Lens", lens_after); };
+    const auto by_difference = [](auto&, auto& globals) {
+        globals.SetMSSetpointValueByIdx(lens, setpoint_value_not_given, lens_after - lens_before, 3);
+    };
+    const auto until_seen = [](auto&, auto& globals) { globals.SetMSSetpointValueByIdx(lens, lens_after, 0, 0, true); };
+    const auto seek = [](auto&, auto& globals) { globals.SeekNextAvailableCleanSlicerPosForTune(); };
+    const auto verify = [](auto& parser, auto&) { parser.VerifyInstrumentIsShowingValidCalibrantSpectrum(); };
+    const auto dual_gain = [](auto& parser, auto&) {
+        parser.AbundancesAreBelowDualGainThreshold(std::vector<double>{100, 400, 900, 1600, 2500});
+    };
     static const std::vector<Operation> all{
-        {"set by name",
-         [](auto&, auto& globals) { globals.SetMSSetpointValueByInternalName("Lens", lens_after); },
-         {lens},
-         lens_after},
-        {"set by difference and wait",
-         [](auto&, auto& globals) {
-             globals.SetMSSetpointValueByIdx(lens, setpoint_value_not_given, lens_after - lens_before, 3);
-         },
-         {lens},
-         lens_after},
-        {"set and wait until seen",
-         [](auto&, auto& globals) { globals.SetMSSetpointValueByIdx(lens, lens_after, 0, 0, true); },
-         {lens},
-         lens_after},
-        {"seek a clean slicer position",
-         [](auto&, auto& globals) { globals.SeekNextAvailableCleanSlicerPosForTune(); },
-         {slicer},
-         2},
+        {"set by name", by_name, {lens}, lens_after},
+        {"set by difference and wait", by_difference, {lens}, lens_after},
+        {"set and wait until seen", until_seen, {lens}, lens_after},
+        {"seek a clean slicer position", seek, {slicer}, 2},
         {"measure", [](auto& parser, auto&) { parser.GetPeakInfoForCalibrantMasses(); }, {scintillator}},
         {"lists", [](auto& parser, auto&) { parser.GetPeakListsForCalibrantMasses(); }, {scintillator}},
-        {"verify",
-         [](auto& parser, auto&) { parser.VerifyInstrumentIsShowingValidCalibrantSpectrum(); },
-         {scintillator}},
-        {"dual gain",
-         [](auto& parser, auto&) {
-             parser.AbundancesAreBelowDualGainThreshold(std::vector<double>{100, 400, 900, 1600, 2500});
-         },
-         {scintillator}},
+        {"verify", verify, {scintillator}},
+        {"dual gain", dual_gain, {scintillator}},
         {"one peak", [](auto& parser, auto&) { parser.GetPeakAttribute(PeakCalcType::Height, 900); }, {}},
         {"search to the resolution", search(false, never_reached), search_moves},
         {"search within tolerance", search(false, reached), search_moves},

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/raised.h"
 #include "support/spectrum_world.h"
 
 namespace korvane {
@@ -119,12 +118,9 @@ TEST(PolarityWait, TimesOutAfterMoreThanFortyFiveSecondsWithTheOddLineAndRaisesA
         "and ExperimentIndex out of the MetaData Array";
     const std::string odd = start + "Timed out waiting for spectrum with polarity[1] and experimentIndex[fourth]";
     const std::string different = start + "Received spectrum with Different polarity = 1 For Experiment = 0";
+    const std::string timed_out = "-8|GetPeakInfoForCalibrantMasses|Timed out waiting for a spectrum of the";
     const Row rows[] = {
-        {15,
-         {"gas", 1, 1, "fourth"},
-         "-8|GetPeakInfoForCalibrantMasses|Timed out waiting for a spectrum of the",
-         odd,
-         4},
+        {15, {"gas", 1, 1, "fourth"}, timed_out, odd, 4},
         {50, {"gas", 2, 1, "fourth"}, "9|", different},  // the line reads past the metadata
         {0, {"gas", 1}, "9|Korvane|Subscript out of range: index 2", handler},
         {0, {"gas", 1, -1}, "-1|" + fault + " Entry is NOT valid (1 or 0); it was returned as -1", handler},

@@ -4,7 +4,6 @@
 
 #include <cmath>
 
-#include "support/raised.h"
 #include "support/spectrum_world.h"
 
 namespace korvane {

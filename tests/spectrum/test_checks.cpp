@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/raised.h"
 #include "support/spectrum_world.h"
 
 namespace korvane {

@@ -6,7 +6,6 @@
 #include <stdexcept>
 
 #include "korvane/forwarding.h"
-#include "support/raised.h"
 #include "support/spectrum_world.h"
 
 namespace korvane {
@@ -39,6 +38,12 @@ void bend(SpectrumWorld& world, const std::function<void(AcquiredSpectrum&, std:
 }
 
 TEST(LayerFaults, WhatALayerHandsOutIsChecked) {
+    const auto shortened = [](bool masses) {
+        return [=](SpectrumWorld& world) {
+            auto& lent = world.instrument().calibrations[0];
+            lent = std::make_shared<ShortArrays>(lent, masses);
+        };
+    };
     const std::pair<std::function<void(SpectrumWorld&)>, const char*> rows[] = {
         {[](auto& world) { world.instrument().make_finder = [] { return nullptr; }; }, "91|create_peak_finder()"},
         {[](auto& world) { world.instrument().calibrations[0] = nullptr; }, "91|calibration"},
@@ -51,16 +56,8 @@ TEST(LayerFaults, WhatALayerHandsOutIsChecked) {
         {[](auto& world) { bend(world, [](auto& spectrum, auto&) { spectrum.start_time_ns = nan; }); },
          "-1|GetNextSpectrum(): start time"},
         {[](auto& world) { world.instrument().sampling_interval_seconds = 0; }, "-1|sampling_interval_seconds(): [0]"},
-        {[](auto& world) {
-             auto& lent = world.instrument().calibrations[0];
-             lent = std::make_shared<ShortArrays>(lent, true);
-         },
-         "-1|times_from_masses(): [0] elements where [1] belong"},
-        {[](auto& world) {
-             auto& lent = world.instrument().calibrations[0];
-             lent = std::make_shared<ShortArrays>(lent, false);
-         },
-         "-1|masses_from_times(): [1] elements where [2] belong"},
+        {shortened(true), "-1|times_from_masses(): [0] elements where [1] belong"},
+        {shortened(false), "-1|masses_from_times(): [1] elements where [2] belong"},
     };
     for (const auto& [change, expected] : rows) {
         ParserWorld world;

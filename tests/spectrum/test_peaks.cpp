@@ -2,9 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
-
-#include "support/raised.h"
 #include "support/spectrum_world.h"
 
 namespace korvane {
@@ -14,17 +11,6 @@ using testing::StartsWith;
 using Lines = std::vector<std::string>;
 
 constexpr const char* no_peaks = "-1|GetPeakAttribute()|No peaks returned by peakfinder";
-
-struct Peaks : ParserWorld {
-    /// The peak of 900 shows in the n-th spectrum and later ones only.
-    void peak_from_spectrum(int first) {
-        set_peak(900, 0);
-        instrument().acquire = [this, first](AcquiredSpectrum& spectrum, int number) {
-            fill(spectrum);
-            if (number == first) set_peak(900, 4321);
-        };
-    }
-};
 
 constexpr std::string_view one_mass_transcript = R"(
 > GetPeakAttribute
@@ -47,7 +33,7 @@ constexpr std::string_view one_mass_transcript = R"(
 )";
 
 TEST(PeakAttributes, EachCalculationReturnsItsOwnValueOfThePeakInTheWindow) {
-    Peaks test;
+    ParserWorld test;
     const auto value = [&](int type) { return test.parser.GetPeakAttribute(static_cast<PeakCalcType>(type), 900); };
     EXPECT_EQ(value(1), 30000);
     EXPECT_EQ(test.transcript(), one_mass_transcript);
@@ -62,7 +48,7 @@ TEST(PeakAttributes, EachCalculationReturnsItsOwnValueOfThePeakInTheWindow) {
 }
 
 TEST(PeakAttributes, MostAbundantPeakComesInTheUnitsAskedFor) {
-    Peaks test;
+    ParserWorld test;
     test.set_peak(901, 8000);
     EXPECT_NEAR(test.parser.GetPeakAttributes(900, 5).pkCentroid, 901, 1e-9);
     EXPECT_NEAR(test.parser.GetPeakAttributes(900, 5, enumPeakInfoUnits::ns).pkCentroid, SpectrumWorld::time_ns(901),
@@ -72,15 +58,19 @@ TEST(PeakAttributes, MostAbundantPeakComesInTheUnitsAskedFor) {
 
 TEST(PeakAttributes, EmptyWindowIsSearchedOnceMoreAndThenAnErrorAnEmptyRecordOrAZero) {
     for (const int first : {2, 3}) {
-        Peaks test;
-        test.peak_from_spectrum(first);
+        ParserWorld test;
+        test.set_peak(900, 0);
+        test.instrument().acquire = [&](AcquiredSpectrum& spectrum, int number) {
+            test.fill(spectrum);
+            if (number == first) test.set_peak(900, 4321);
+        };
         double height = 0;
         EXPECT_EQ(raised([&] { height = test.parser.GetPeakAttributes(900).pkHeight; }),
                   first == 2 ? "no error" : no_peaks);
         EXPECT_EQ(height, first == 2 ? 4321 : 0);
         EXPECT_EQ(test.instrument().spectra, 2);
     }
-    Peaks test;
+    ParserWorld test;
     test.set_peak(900, 0);
     EXPECT_EQ(raised([&] { test.parser.GetPeakListOfOnlyThisOneMass(900); }), no_peaks);
     EXPECT_EQ(test.parser.GetPeakAttributes(900, 0.2, enumPeakInfoUnits::amu, false), PeakInfo{});
@@ -103,7 +93,7 @@ std::string heights_of(const PeakList& list) {
 }
 
 TEST(PeakList, MaxPeaksKeepsTheMostAbundantOnesInTheirOldOrder) {
-    Peaks test;
+    ParserWorld test;
     test.peaks.peaks.clear();
     for (const auto& [mass, height] : {std::pair{100.0, 5}, {400.0, 9}, {900.0, 1}, {1600.0, 8}, {2500.0, 5}})
         test.set_peak(mass, height);

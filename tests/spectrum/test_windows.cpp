@@ -3,14 +3,12 @@
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <cfenv>
-#include <limits>
 
 #include <cmath>
 #include <random>
 
 #include "platform/automation_arithmetic.h"
 #include "spectrum/search_copy.h"
-#include "support/raised.h"
 #include "support/spectrum_world.h"
 
 namespace korvane {
