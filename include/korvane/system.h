@@ -166,10 +166,10 @@ KORVANE_API std::shared_ptr<TracerFactory> make_file_tracer_factory();
 
 /// Writes a temporary file beside `path` (links followed), flushes it, puts it in the place of the old one, flushes the
 /// folder: at any point the file is the complete old or the complete new one. Leftovers of killed processes are removed
-/// before. Raises `FileError`, also for what is there and no regular file; the old file is
-/// then intact and no temporary file stays. One exception: when only the flush of the folder fails, the new content is
-/// in place, complete and visible to all, and the error says that a power failure may bring the old one back. A hard
-/// link to the old file keeps the old content.
+/// before. Raises `FileError`, also for what is there and no regular file; the old file is then intact and no temporary
+/// file stays. One exception: when only the flush of the folder fails, the new content is in place, complete and
+/// visible to all, and the error says that a power failure may bring the old one back. A hard link to the old file
+/// keeps the old content.
 KORVANE_API void safe_save(Files& files, const std::string& path, std::string_view bytes);
 
 }  // namespace korvane

@@ -224,6 +224,7 @@ private:
         record.first_flight_time_ns = spectrum.start_time_ns;
         record.sampling_interval_ns = interval_ns();
         const auto calibration = globals_->calibrations().calibration(static_cast<std::int32_t>(record.polarity));
+        if (!calibration) place_.fail("the instrument lends no calibration");
         const auto flags = calibration->use_flags();
         record.calibration = {calibration->coefficients(), {flags.elements().begin(), flags.elements().end()}};
         // Flags are written from power 0 on.
