@@ -29,7 +29,11 @@ Cflags: -I${includedir}
 ]])
 install(FILES ${PROJECT_BINARY_DIR}/korvane.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# The manual, a page a command, is made of what the program tells of itself.
+# The manual, a page a command, is made of what the program tells of itself. It is no part of a sanitizer's build, whose
+# program is slow to tell.
+if(KORVANE_SANITIZE)
+  return()
+endif()
 find_program(KORVANE_HELP2MAN help2man)
 if(NOT KORVANE_HELP2MAN)
   message(STATUS "There will be no manual pages; scripts/bootstrap.sh installs help2man")
