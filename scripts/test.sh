@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs the tests; installs what is missing. Arguments: format (the sources are as .clang-format has them),
-# native (in release and under the sanitizers), windows (cross-built, under Wine); all when there are none.
+# native (the release build), sanitizers (the same tests under them), windows (cross-built, under Wine), or all, as every
+# change is checked before it lands. Without arguments format and native.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,27 +11,30 @@ format() {
     git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 }
 
+tests_of() {  # tests_of PRESET
+    echo "== $1"
+    cmake --preset "$1" -DKORVANE_TESTS=ON >/dev/null
+    cmake --build --preset "$1"
+    ctest --preset "$1" --no-tests=error -j2
+}
+
 native() {
     scripts/bootstrap.sh native python abi
-    local preset
-    for preset in release asan; do
-        echo "== $preset"
-        cmake --preset "$preset" -DKORVANE_TESTS=ON >/dev/null
-        cmake --build --preset "$preset"
-        ctest --preset "$preset" --no-tests=error -j2
-    done
+    tests_of release
+}
+
+sanitizers() {
+    scripts/bootstrap.sh native
+    tests_of asan
 }
 
 windows() {
     scripts/bootstrap.sh native windows
     . scripts/wine.sh
-    echo "== windows64"
     # What the programs for Windows do is compared with what the native one does.
     cmake --preset release >/dev/null
     cmake --build --preset release --target korvane_program
-    cmake --preset windows64 -DKORVANE_TESTS=ON >/dev/null
-    cmake --build --preset windows64
-    ctest --preset windows64 --no-tests=error -j2
+    tests_of windows64
     # The decimal separator is the user's setting there: once more with a comma.
     local setting=('HKCU\Control Panel\International' /v sDecimal /f) passed=yes
     wine reg add "${setting[@]}" /d , >/dev/null 2>&1 </dev/null
@@ -45,10 +49,11 @@ windows() {
           -DOBJDUMP=i686-w64-mingw32-objdump -P tests/windows/imports.cmake
 }
 
-[ $# -gt 0 ] || set -- format native windows
-for half in "$@"; do
-    case $half in
-        format | native | windows) "$half" ;;
-        *) echo "usage: $0 [format] [native] [windows]" >&2; exit 2 ;;
+[ $# -gt 0 ] || set -- format native
+[ "$*" != all ] || set -- format native sanitizers windows
+for part in "$@"; do
+    case $part in
+        format | native | sanitizers | windows) "$part" ;;
+        *) echo "usage: $0 [all | [format] [native] [sanitizers] [windows]]" >&2; exit 2 ;;
     esac
 done
