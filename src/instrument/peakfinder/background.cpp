@@ -154,7 +154,7 @@ Background::Background(std::span<const std::int32_t> counts, Index first, Index 
         blocks_.insert(blocks_.end(), fine.begin(), fine.end());
     }
     if (blocks_.size() > blocks.size()) find_steps();
-    blocks_per_sample_ = 1 / static_cast<double>(blocks_.front().end - blocks_.front().first);
+    draw_lines();
 }
 
 Background::Blocks Background::parts(Index first, Index end, Index number, double most_noise) const {
@@ -215,49 +215,46 @@ void Background::find_steps() {
     }
 }
 
-Background::Blocks::const_iterator Background::right_of(double sample) const {
-    // Mostly all blocks are equally long.
-    const double place = std::max(0.0, (sample - blocks_.front().centre()) * blocks_per_sample_ + 1);
-    const auto guess = static_cast<Index>(std::min(place, static_cast<double>(blocks_.size())));
-    const auto right = blocks_.begin() + guess;
-    const bool is_after = right == blocks_.end() || right->centre() > sample;
-    if (is_after && (guess == 0 || std::prev(right)->centre() <= sample)) return right;
-    return std::ranges::upper_bound(blocks_, sample, {}, &BackgroundBlock::centre);
+void Background::draw_lines() {
+    lines_per_sample_ = 1 / static_cast<double>(blocks_.front().end - blocks_.front().first);
+    lines_.push_back({std::numeric_limits<double>::lowest(), blocks_.front().level});
+    for (std::size_t i = 0; i < blocks_.size(); ++i) {
+        const BackgroundBlock& block = blocks_[i];
+        Line& line = lines_.emplace_back(block.centre(), block.level);
+        if (i + 1 == blocks_.size()) break;
+        const BackgroundBlock& next = blocks_[i + 1];
+        if (block.steps_after) {
+            lines_.push_back({static_cast<double>(block.end), next.level});
+        } else {
+            const double length = next.centre() - block.centre();
+            line.slope = {(next.level.baseline - block.level.baseline) / length,
+                          (next.level.noise - block.level.noise) / length};
+        }
+    }
+}
+
+Index Background::line_at(double sample) const {
+    const Index last = std::ssize(lines_) - 1;
+    const double place = std::max(0.0, (sample - lines_[1].from) * lines_per_sample_ + 1);
+    const auto guess = static_cast<Index>(std::min(place, static_cast<double>(last)));
+    if (lines_[guess].from <= sample && (guess == last || sample < lines_[guess + 1].from)) return guess;
+    return std::ranges::upper_bound(lines_, sample, {}, &Line::from) - lines_.begin() - 1;
 }
 
 BackgroundLevel Background::at(double sample) const {
-    return at(sample, right_of(sample));
-}
-
-BackgroundLevel Background::at(double sample, Blocks::const_iterator right) const {
-    if (right == blocks_.begin()) return right->level;
-    const auto left = std::prev(right);
-    if (right == blocks_.end() || (left->steps_after && sample < static_cast<double>(left->end))) return left->level;
-    if (left->steps_after) return right->level;
-    const double part = (sample - left->centre()) / (right->centre() - left->centre());
-    return {left->level.baseline + part * (right->level.baseline - left->level.baseline),
-            left->level.noise + part * (right->level.noise - left->level.noise)};
+    const auto& [from, level, slope] = lines_[line_at(sample)];
+    return {level.baseline + slope.baseline * (sample - from), level.noise + slope.noise * (sample - from)};
 }
 
 void Background::subtract(Index first, std::span<double> above) const {
     const Index end = first + std::ssize(above);
-    for (Index from = first; from < end;) {
-        // Up to the next centre or step the baseline is a straight line.
+    Index number = line_at(static_cast<double>(first));
+    for (Index from = first; from < end; ++number) {
+        const Line& line = lines_[number];
         Index to = end;
-        double slope = 0;
-        const auto right = right_of(static_cast<double>(from));
-        if (right != blocks_.end()) {
-            double corner = right->centre();
-            if (right != blocks_.begin()) {
-                const auto left = std::prev(right);
-                if (!left->steps_after)
-                    slope = (right->level.baseline - left->level.baseline) / (corner - left->centre());
-                else if (from < left->end)
-                    corner = static_cast<double>(left->end);
-            }
-            to = std::min(to, static_cast<Index>(std::ceil(corner)));
-        }
-        const double start = at(static_cast<double>(from), right).baseline;
+        if (number + 1 < std::ssize(lines_)) to = std::min(to, static_cast<Index>(std::ceil(lines_[number + 1].from)));
+        const double slope = line.slope.baseline;
+        const double start = line.level.baseline + slope * (static_cast<double>(from) - line.from);
         // A short counter becomes a real number two at a time.
         const auto length = static_cast<std::int32_t>(to - from);
         const std::int32_t* const counts = &counts_[from];

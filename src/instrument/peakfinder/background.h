@@ -54,15 +54,22 @@ private:
     void find_steps();
     /// Where the samples between the centres of two blocks jump from the level of the one to that of the other, or -1.
     Index step_between(const BackgroundBlock& left, const BackgroundBlock& right) const;
-    /// The first whose centre lies after the sample.
-    Blocks::const_iterator right_of(double sample) const;
-    /// Left of that block's centre.
-    BackgroundLevel at(double sample, Blocks::const_iterator right) const;
+    /// From a centre or a step on to the next the level is a straight line.
+    struct Line {
+        double from = 0;
+        BackgroundLevel level;
+        BackgroundLevel slope = {};  ///< per sample
+    };
+
+    void draw_lines();
+    /// Number of the line under a sample.
+    Index line_at(double sample) const;
 
     std::span<const std::int32_t> counts_;
     double least_noise_ = method::least_noise_counts;
     Blocks blocks_;
-    double blocks_per_sample_ = 1;  ///< by the first, which mostly all are as long as
+    std::vector<Line> lines_;
+    double lines_per_sample_ = 1;  ///< by the first block, which mostly all are as long as
 };
 
 }  // namespace korvane

@@ -13,22 +13,23 @@ namespace {
 class Residual {
 public:
     /// Peaks of less counts than `least_area` are taken for unexplained.
-    Residual(const SearchContext& context, std::span<const FittedPeak> peaks, const SampleRange& range,
-             double least_area = -std::numeric_limits<double>::infinity())
-        : range_(range) {
+    void load(const SearchContext& context, std::span<const FittedPeak> peaks, const SampleRange& range,
+              double least_area = -std::numeric_limits<double>::infinity()) {
+        range_ = range;
         sums_.resize(range.size() + 1);
+        sums_[0] = 0;
         const std::span<double> left(sums_.begin() + 1, sums_.end());
         context.background.subtract(range.first, left);
         for (const FittedPeak& peak : peaks) {
             if (peak.area < least_area) continue;
-            const PeakShape& shape = peak.fit.shape;
+            PeakShape shape = peak.fit.shape;
             const auto reached = context.samples_between(shape.centre - loaded_sigmas * shape.sigma,
                                                          shape.centre + late_reach_sigmas * shape.sigma);
             const Index first = std::max(range.first, reached.first), end = std::min(range.end, reached.end);
             if (first >= end) continue;
-            model_.assign(end - first, 0.0);
-            add_late_peak_samples(shape, context.late_part(shape.sigma), first, model_);
-            for (Index i = first; i < end; ++i) left[i - range.first] -= model_[i - first];
+            shape.height = -shape.height;
+            add_late_peak_samples(shape, context.late_part(shape.sigma), first,
+                                  left.subspan(first - range.first, end - first));
         }
         for (Index i = range.first; std::isfinite(context.model.saturation_counts) && i < range.end; ++i)
             if (context.is_saturated(i)) left[i - range.first] = 0;
@@ -56,18 +57,15 @@ public:
 private:
     SampleRange range_;
     std::vector<double> sums_;  // over the samples before each
-    std::vector<double> model_;
 };
 
-/// The peaks that reach into a range; `peaks` in ascending order.
-std::span<const FittedPeak> reaching(std::span<const FittedPeak> peaks, double from, double to) {
-    const auto begin = std::ranges::partition_point(peaks, [&](const FittedPeak& peak) {
-        return peak.fit.shape.centre + late_reach_sigmas * peak.fit.shape.sigma < from;
-    });
-    const auto end = std::ranges::partition_point(peaks, [&](const FittedPeak& peak) {
-        return peak.fit.shape.centre - loaded_sigmas * peak.fit.shape.sigma < to;
-    });
-    return {begin, std::max(begin, end)};
+/// Those of the peaks in ascending order that reach into a range about one of them.
+std::span<const FittedPeak> reaching(std::span<const FittedPeak> peaks, std::size_t index, double from, double to) {
+    const auto place = [](const PeakShape& shape, double sigmas) { return shape.centre + sigmas * shape.sigma; };
+    std::size_t first = index, end = index + 1;
+    while (first > 0 && place(peaks[first - 1].fit.shape, late_reach_sigmas) >= from) --first;
+    while (end < peaks.size() && place(peaks[end].fit.shape, -loaded_sigmas) < to) ++end;
+    return peaks.subspan(first, end - first);
 }
 
 /// What the strong peaks have about them in common: long tails, wings. Counts that no peak explains, for a distance of
@@ -120,12 +118,13 @@ private:
     void measure(std::size_t number) {
         std::array<std::array<std::vector<double>, wing_bands>, 2> densities;
         std::array<Bands, 2> variances{};
+        Residual residual;
         for (const FittedPeak* peak : strong_) {
             const PeakShape& shape = peak->fit.shape;
             const double reach = band_begin(number) * shape.sigma;
             const double from = shape.centre - reach, to = shape.centre + reach;
-            const Residual residual(context_, reaching(peaks_, from, to), context_.samples_between(from, to),
-                                    unexplained_part * peak->area);
+            residual.load(context_, reaching(peaks_, static_cast<std::size_t>(peak - peaks_.data()), from, to),
+                          context_.samples_between(from, to), unexplained_part * peak->area);
             const double noise_variance = context_.noise_variance(shape.centre);
             for (std::size_t band = 0; band < number; ++band)
                 for (const int side : {0, 1}) {
@@ -264,6 +263,7 @@ void mark_chance_peaks(const SearchContext& context, std::span<FittedPeak> peaks
     const auto reach = [](const FittedPeak& peak) {
         return (middle_sigmas + static_cast<double>(far_sides) * far_side_sigmas) * peak.fit.shape.sigma + 1;
     };
+    Residual residual;
     for (std::size_t first = 0; first < peaks.size();) {
         if (!is_weak(peaks[first])) {
             ++first;
@@ -277,7 +277,7 @@ void mark_chance_peaks(const SearchContext& context, std::span<FittedPeak> peaks
             if (centre - reach(peaks[end]) > to) break;
             if (is_weak(peaks[end])) to = std::max(to, centre + reach(peaks[end]));
         }
-        const Residual residual(context, reaching(peaks, from, to), context.samples_between(from, to));
+        residual.load(context, reaching(peaks, first, from, to), context.samples_between(from, to));
         for (; first < end; ++first)
             if (is_weak(peaks[first])) peaks[first].stands_out = stands_out(context, residual, peaks[first].fit.shape);
     }

@@ -87,21 +87,23 @@ private:
         const bool keeps_influence = with_variance && has_pulses_;
         if (keeps_influence) influence_.assign(end - first_, 0.0);
         const GaussianSteps steps(shape_, {first_, end});
-        // What there is of a sample's counts, its neighbours' and its model.
-        const auto counts_of = [&](Index i, double model) -> std::array<double, 3> {
-            const double above = i < first_ || i >= end ? saturated : samples_.above[i - samples_.first];
-            if (above == saturated) return {};
-            sums.samples += 1;
-            return {above, samples_.other(i - samples_.first), model};
-        };
         Pair value{steps.top, steps.top}, step = steps.step, u{steps.distance, steps.distance};
         const Pair u_step{1 / shape_.sigma, -1 / shape_.sigma};
         const Index reached = std::max(end - steps.middle, steps.middle - first_ + 1);
         SumsOf<Pair> pairs;
         for (Index i = 0; i < reached; ++i) {
-            const auto right = counts_of(steps.middle + i, value[0]);
-            const auto left = i > 0 ? counts_of(steps.middle - i, value[1]) : std::array<double, 3>{};
-            const Pair above{right[0], left[0]}, others{right[1], left[1]}, model{right[2], left[2]};
+            // What there is of two samples' counts, their neighbours' and their model.
+            Pair above{}, others{}, model{};
+            for (const int lane : {0, 1}) {
+                const Index place = lane == 0 ? steps.middle + i : steps.middle - i;
+                if (place < first_ || place >= end || i < lane) continue;
+                const double counts = samples_.above[place - samples_.first];
+                if (counts == saturated) continue;
+                above[lane] = counts;
+                others[lane] = samples_.other(place - samples_.first);
+                model[lane] = value[lane];
+                sums.samples += 1;
+            }
             const Pair ions = gain_ * (model + others), residual = above - others - model;
             // The same weight for a sample that holds a neighbour's ions as well.
             const Pair slope = model / (floor_variance + ions);

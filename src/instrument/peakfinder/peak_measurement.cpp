@@ -224,30 +224,35 @@ private:
         gaussian_samples(shape, from, values_);
         const double limit = context_.model.saturation_counts - level.baseline;
         const double step = 1 / shape.sigma;
-        const double start_u = (peak.start - shape.centre) * step;
-        const double end_u = (peak.end - shape.centre) * step;
-        double u = (static_cast<double>(from) - shape.centre) * step;
-        double area = 0, ions = 0, shared_samples = 0, late_excess = 0;
-        for (Index i = from; i <= to; ++i, u += step) {
-            double above = samples_.above[i - samples_.first];
-            peak.samples += (u >= start_u) & (u <= end_u) & (above > level.noise);
-            const double model = values_[i - from];
-            const double total = model + samples_.other(i - samples_.first);
-            const double share = total > model ? model / total : 1;
-            if (above == saturated) above = std::max(limit, total);
+        const double start_u = (peak.start - shape.centre) * step, end_u = (peak.end - shape.centre) * step;
+        // Two samples at a time; beyond the last one lies nothing, far from the peak.
+        Pair u = (Pair{0, 1} + (static_cast<double>(from) - shape.centre)) * step;
+        Pair area{}, ions{}, shared_samples{}, late_excess{};
+        const Pair none{}, one{1, 1};
+        const auto two = [&](const auto& of, Index i) { return Pair{of[i], u[1] > -gone_sigmas ? of[i + 1] : 0}; };
+        for (Index i = from; i <= to; i += 2, u += 2 * step) {
+            if (i == to) u[1] = -gone_sigmas;
+            Pair above = two(samples_.above, i - samples_.first);
+            const Pair model = two(values_, i - from);
+            const auto counted = (u >= start_u) & (u <= end_u) & (above > level.noise);
+            peak.samples -= static_cast<std::int32_t>(counted[0] + counted[1]);
+            const Pair total = samples_.others.empty() ? model : model + two(samples_.others, i - samples_.first);
+            const Pair share = total > model ? model / total : one;
+            above = above == saturated ? (total > limit ? total : none + limit) : above;
             above *= share;
-            const double excess = above - share * total;
-            late_excess += u > side_from_sigmas ? excess : u < -side_from_sigmas ? -excess : 0;
-            const double in_area = u < -area_left_sigmas ? 0 : 1;
+            const Pair excess = above - share * total;
+            late_excess += u > side_from_sigmas ? excess : u < -side_from_sigmas ? -excess : none;
+            const Pair in_area = u < -area_left_sigmas ? none : one;
             area += in_area * above;
-            ions += in_area * share * std::max(above, 0.0);
+            ions += in_area * share * (above > none ? above : none);
             shared_samples += in_area * share;
         }
-        peak.area = area;
-        peak.late_excess = late_excess;
+        peak.area = area[0] + area[1];
+        peak.late_excess = late_excess[0] + late_excess[1];
         const double noise_variance = level.noise * level.noise;
-        peak.area_error = std::sqrt(context_.model.ion_variance() * ions +
-                                    noise_variance * shared_samples * (1 + shared_samples / baseline_samples));
+        const double samples = shared_samples[0] + shared_samples[1];
+        peak.area_error = std::sqrt(context_.model.ion_variance() * (ions[0] + ions[1]) +
+                                    noise_variance * samples * (1 + samples / baseline_samples));
     }
 
     const SearchContext& context_;

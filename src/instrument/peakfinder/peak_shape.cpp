@@ -76,23 +76,25 @@ void add_late_peak_samples(const PeakShape& fitted, double tail_fraction, Index 
     const double height = fitted.height * fitted.sigma / sigma * (1 + fitted_area_of_tail * tail_fraction);
     const double rate = 1 / tail_sigmas;
     const double delayed = height * tail_fraction * rate * std::sqrt(0.5 * std::numbers::pi);
-    std::vector<double> in_time(values.size());
-    gaussian_samples({1, centre, sigma}, first, in_time);
-    const double step = std::exp(-rate / sigma);
-    const double inverse = 1 / sigma;
-    double decay = 0;
-    for (Index i = 0; i < std::ssize(values); ++i) {
-        const double u = (static_cast<double>(first + i) - centre) * inverse;
-        if (u > rate) decay = decay > 0 ? decay * step : 2 * std::exp(0.5 * rate * rate - rate * u);
-        if (std::abs(u) > gone_sigmas) {
-            values[i] += delayed * decay;
-            continue;
+    const double decay_step = std::exp(-rate / sigma), inverse = 1 / sigma;
+    const Index size = std::ssize(values);
+    if (size == 0) return;
+    const GaussianSteps steps({1, centre, sigma}, {first, first + size});
+    const Index middle = steps.middle - first;
+    const auto add = [&](Index begin, Index end, Index direction, double in_time, double step) {
+        double decay = 0;
+        for (Index i = begin; i != end; i += direction, in_time *= step, step *= steps.square_step) {
+            const double u = (static_cast<double>(first + i) - centre) * inverse;
+            if (u > rate) decay = decay > 0 ? decay * decay_step : 2 * std::exp(0.5 * rate * rate - rate * u);
+            const bool is_gone = std::abs(u) > gone_sigmas;
+            // exp(r^2 / 2 - r u) erfc(x) with x = (r - u) / sqrt 2 and erfc(|x|) = p exp(-x^2): exp(-u^2 / 2) p.
+            const double near = is_gone ? 0 : in_time * scaled_erfc(std::abs(rate - u) * (1 / std::numbers::sqrt2));
+            const double late = u > rate ? decay - near : near;
+            values[i] += (is_gone ? 0 : (1 - tail_fraction) * height * in_time) + delayed * late;
         }
-        // exp(r^2 / 2 - r u) erfc(x) with x = (r - u) / sqrt 2 and erfc(|x|) = p exp(-x^2): exp(-u^2 / 2) p.
-        const double near = in_time[i] * scaled_erfc(std::abs(rate - u) * (1 / std::numbers::sqrt2));
-        const double late = u > rate ? decay - near : near;
-        values[i] += (1 - tail_fraction) * height * in_time[i] + delayed * late;
-    }
+    };
+    add(middle, size, 1, steps.top, steps.step[0]);
+    add(middle - 1, -1, -1, steps.top * steps.step[1], steps.step[1] * steps.square_step);
 }
 
 }  // namespace korvane
