@@ -250,15 +250,14 @@ void Background::subtract(Index first, std::span<double> above) const {
     const Index end = first + std::ssize(above);
     Index number = line_at(static_cast<double>(first));
     for (Index from = first; from < end; ++number) {
-        const Line& line = lines_[number];
+        const auto& [line_from, level, slope] = lines_[number];
         Index to = end;
         if (number + 1 < std::ssize(lines_)) to = std::min(to, static_cast<Index>(std::ceil(lines_[number + 1].from)));
-        const double slope = line.slope.baseline;
-        const double start = line.level.baseline + slope * (static_cast<double>(from) - line.from);
+        const double start = level.baseline + slope.baseline * (static_cast<double>(from) - line_from);
         // A short counter becomes a real number two at a time.
         const auto length = static_cast<std::int32_t>(to - from);
         const std::int32_t* const counts = &counts_[from];
-        for (std::int32_t i = 0; i < length; ++i) above[from - first + i] = counts[i] - (start + slope * i);
+        for (std::int32_t i = 0; i < length; ++i) above[from - first + i] = counts[i] - (start + slope.baseline * i);
         from = to;
     }
 }

@@ -56,6 +56,11 @@ std::vector<FittedPeak> find_peaks_of_range(SearchContext& context, const PeakFi
     if (chunks.empty()) return {};
     context.model = coarse_model(context, options, chunks);
     auto candidates = find_candidates(context, chunks);
+    if (candidates.empty() && !options.width) {
+        // The top sample of a few ions may have been taken for a peak of its own.
+        context.model.width = {2 * context.model.width.slope, 2 * context.model.width.floor_ns};
+        candidates = find_candidates(context, chunks);
+    }
     const PeakModel coarse = context.model;
     context.model = refined_model(context, options, candidates);
     const auto& blocks = context.background.blocks();

@@ -241,13 +241,12 @@ std::int32_t highest(std::span<const std::int32_t> samples) {
 /// The highest samples of the stretches above the noise, for the highest stretches of every section.
 std::vector<PeakShape> strongest_apexes(const SearchContext& context, std::span<const Index> chunks) {
     const auto& counts = context.counts;
-    const Index size = std::ssize(counts);
     std::vector<PeakShape> apexes;
     for (std::size_t i = 0; i < chunks.size();) {
         const Index first = chunks[i];
-        Index end = std::min(first + chunk_samples, size);
+        Index end = std::min(first + chunk_samples, std::ssize(counts));
         for (++i; i < chunks.size() && chunks[i] <= end && end - first < longest_stretch_samples; ++i)
-            end = std::min(chunks[i] + chunk_samples, size);
+            end = std::min(chunks[i] + chunk_samples, std::ssize(counts));
         const auto top = std::find(counts.begin() + first, counts.end(), highest(counts.subspan(first, end - first)));
         // The middle of the flat top that saturation makes.
         const auto top_end = std::find_if(top, counts.end(), [&](std::int32_t value) { return value != *top; });
