@@ -65,7 +65,7 @@ struct Truth {
             height += measure_calibrants(parser, globals, VariantArray<double>({mz})).front().ns.pkHeight;
         height /= spectra * 20000.0;
     }
-    double operator()(double value) const { return height * curve.relative(value, at, mz); }
+    double operator()(double value) const { return height * curve.raw(value, mz) / curve.raw(at, mz); }
 
     simulation::ResponseCurve curve;
     double at = 0, height = 0;
