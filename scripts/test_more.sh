@@ -26,7 +26,7 @@ run_locale() {
     cmake --preset release -DKORVANE_TESTS=ON >/dev/null
     local -A filters=(
         [spectrum]='-NewSpectrum.SecondSpectrum*:CalibrantPeaks.W*:VerifySpectrum.Rehearsed*:DualGain.MostAbundant*'
-        [abundance]='-*SearchModel*' [instrument_simulator]='*' [instrument_masstime]='*'
+        [abundance]='-*SearchTranscript*' [instrument_simulator]='*' [instrument_masstime]='*'
         [reliability]='Writers*' [apps]='Everywhere.ABaseFolder*')
     local programs=("${!filters[@]}")
     cmake --build --preset release --target "${programs[@]/#/test_}"

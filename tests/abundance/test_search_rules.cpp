@@ -1,4 +1,5 @@
-// What the straight model leaves out: readiness, the scintillator, the choice of the log, errors outside the probes.
+// What the transcripts of whole searches leave out: readiness, the scintillator, the choice of the log, errors outside
+// the probes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
