@@ -13,7 +13,6 @@ namespace {
 
 using testing::Contains;
 using testing::StartsWith;
-using Lines = std::vector<std::string>;
 
 TEST(SearchRules, ErrorsOutsideTheProbesAreRaisedAndLoggedWhereTheLogIsChosen) {
     const std::string name = "BinaryAdjustAbundanceDownUsingThisSetpoint";

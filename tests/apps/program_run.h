@@ -36,17 +36,12 @@ inline Outcome run_program(const std::string& line, std::vector<std::string> wor
     return {code, out.str(), err.str()};
 }
 
-struct ProgramTest {
-    ProgramTest() { create_base_folder(base); }
-
+struct ProgramTest : EmbeddedBase {
     /// With --base; the option goes in front, where it is read in any case.
     Outcome run(const std::string& line, Platform system = make_platform(nullptr), bool terminal = false) const {
         return run_program(line, {"korvane", "--base", base.string()}, terminal, std::move(system));
     }
     void scene(const std::string& json) const { write_text(base / "scene.json", json); }
-
-    TemporaryFolder folder;
-    std::filesystem::path base = folder.path() / "base";
 };
 
 }  // namespace korvane::program

@@ -5,7 +5,6 @@
 #include <clocale>
 #include <cstdlib>
 #include <locale>
-#include <set>
 #include <thread>
 
 #include "korvane/listing.h"
@@ -35,10 +34,8 @@ std::string session(const ProgramTest& program, int seed, double start_second = 
         EXPECT_EQ(run.code, 0) << command << ": " << run.err;
         text += run.out;
     }
-    std::set<std::filesystem::path> logs;
-    for (const auto& log : std::filesystem::directory_iterator(program.base / "Logfiles")) logs.insert(log);
-    for (const auto& log : logs)
-        for (const std::string& line : read_lines(log))
+    for (const std::string& log : names_in(program.base / "Logfiles"))
+        for (const std::string& line : read_lines(program.base / "Logfiles" / log))
             if (!line.starts_with("===TUNE ")) text += line + "\n";
     return text;
 }

@@ -49,11 +49,8 @@ bool matches(const std::string& text, const std::string& expected) {
 }
 
 /// A reader's shell: the program is on the path, KORVANE_BASE a fresh base folder in the working folder.
-struct Shell {
-    Shell() {
-        create_base_folder(folder.path() / "base");
-        fs::create_directory_symlink(fs::path(KORVANE_SOURCE_DIR) / "scripts", folder.path() / "scripts");
-    }
+struct Shell : EmbeddedBase {
+    Shell() { fs::create_directory_symlink(fs::path(KORVANE_SOURCE_DIR) / "scripts", folder.path() / "scripts"); }
     /// What the lines print on both streams.
     std::string run(const std::string& lines) const {
         const std::string here = folder.path().string(), program = fs::path(KORVANE_PROGRAM).parent_path().string();
@@ -65,8 +62,6 @@ struct Shell {
             -1);
         return read_text(folder.path() / "printed");
     }
-
-    TemporaryFolder folder;
 };
 
 class Documents : public testing::TestWithParam<std::string> {};

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <set>
 
 #include "korvane/korvane.h"
 #include "support/environment.h"
@@ -14,21 +13,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::set<std::string> names_in(const fs::path& folder) {
-    std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder)) names.insert(entry.path().filename().string());
-    return names;
-}
-
-const std::set<std::string> base_names{"Logfiles",       "MassLists",           "TuneLimits.json",
-                                       "TuneParams.xml", "TunePreferences.xml", "TuneRecipe.json"};
+const Lines base_names{"Logfiles",       "MassLists",           "TuneLimits.json",
+                       "TuneParams.xml", "TunePreferences.xml", "TuneRecipe.json"};
 
 TEST(BaseFolder, IsCompleteAndLeavesNothingBeside) {
     const TemporaryFolder temporary;
     const fs::path folder = temporary.path() / "not yet" / "there", empty = temporary.path() / "empty";
     create_base_folder(folder);
     EXPECT_EQ(names_in(folder), base_names);
-    EXPECT_EQ(names_in(folder.parent_path()), std::set<std::string>{"there"});
+    EXPECT_EQ(names_in(folder.parent_path()), Lines{"there"});
     for (const char* name :
          {"TuneParams.xml", "TunePreferences.xml", "TuneLimits.json", "MassLists/default_calibration_mass_list.xml"})
         EXPECT_EQ(read_text(folder / name), read_text(fs::path(KORVANE_SOURCE_DIR) / "data/base" / name)) << name;
@@ -58,9 +51,9 @@ TEST(BaseFolder, WhatIsNoneIsNamedAndKept) {
         EXPECT_EQ(
             raised([&] { clsTunePrefsXML(make_embedded_platform({.base_folder = path})).GetTunePreference("a"); }),
             "-904|make_embedded_platform|base folder " + path.string() + ": " + fault);
-    EXPECT_EQ(names_in(folder), std::set<std::string>{"notes.txt"});
+    EXPECT_EQ(names_in(folder), Lines{"notes.txt"});
     EXPECT_EQ(read_text(file), "keep");
-    EXPECT_EQ(names_in(temporary.path()), (std::set<std::string>{"file", "mine"}));
+    EXPECT_EQ(names_in(temporary.path()), (Lines{"file", "mine"}));
 }
 
 TEST(BaseFolder, TheUsersOwnIsMadeOnFirstUseAndANamedOneIsNot) {
@@ -90,9 +83,8 @@ TEST(BaseFolder, TheUsersOwnIsMadeOnFirstUseAndANamedOneIsNot) {
 TEST(BaseData, EverySourceHasAutotuneValuesAndTheClustersOfSodiumTrifluoroacetateInBothPolarities) {
     constexpr double sodium = 22.9897692820, electron = 0.000548579909;
     constexpr double acetate = 2 * 12.0 + 3 * 18.99840316273 + 2 * 15.99491461956, unit = acetate + sodium;
-    const TemporaryFolder temporary;
-    create_base_folder(temporary.path() / "base");
-    const Platform platform = make_embedded_platform({.base_folder = temporary.path() / "base"});
+    const EmbeddedBase world;
+    const Platform platform = world.platform();
     clsTuneParamsXML params(platform);
     CalMassList mass_lists(platform);
     TuneGlobals globals(platform);

@@ -15,8 +15,6 @@
 namespace korvane {
 namespace {
 
-using Lines = std::vector<std::string>;
-
 struct Traced {
     std::shared_ptr<RecordingTracerFactory> tracers = std::make_shared<RecordingTracerFactory>();
     std::string error_line;

@@ -8,13 +8,7 @@ namespace {
 
 class Logs : public TuneGlobalsTest {
 protected:
-    Lines files() const {
-        Lines names;
-        for (const auto& entry : std::filesystem::directory_iterator(test.base() / "Logfiles"))
-            names.push_back(entry.path().filename().string());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
+    Lines files() const { return names_in(test.base() / "Logfiles"); }
     Lines lines(const std::string& name) const { return read_lines(test.base() / "Logfiles" / name); }
 };
 

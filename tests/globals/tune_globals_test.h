@@ -11,8 +11,6 @@
 
 namespace korvane {
 
-using Lines = std::vector<std::string>;
-
 class TuneGlobalsTest : public ::testing::Test {
 protected:
     TuneGlobals globals() {

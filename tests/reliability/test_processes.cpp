@@ -24,17 +24,9 @@ constexpr int kills = 60, longest_us = 5000;
 constexpr int kills = 300, longest_us = 5000;
 #endif
 
-struct Base {
-    Base() { create_base_folder(base); }
-    Platform platform() const { return make_embedded_platform({.base_folder = base}); }
-    TemporaryFolder folder;
-    std::string base = folder.file("base");
-};
-
 TEST(KilledProcess, LeavesTheOldOrTheNewFileAndNoLitterAfterTheNextSave) {
-    const Base world;
-    const std::string& base = world.base;
-    const auto file = std::filesystem::path(base) / "TunePreferences.xml";
+    const EmbeddedBase world;
+    const auto file = world.base / "TunePreferences.xml";
     const std::string end = "</TunePreferences>", whole = read_text(file);
     const auto with_mode = [&](const std::string& mode) {
         std::string bytes = whole;
@@ -46,7 +38,7 @@ TEST(KilledProcess, LeavesTheOldOrTheNewFileAndNoLitterAfterTheNextSave) {
     std::error_code ignored;
     for (int round = 0; round < kills; ++round) {
         write_text(file, first);
-        ChildProcess child({KORVANE_TEST_CHILD, base}, world.folder.file("child"));
+        ChildProcess child({KORVANE_TEST_CHILD, world.base.string()}, world.folder.file("child"));
         // From its first save on, or there would be little to end. Looked at, not opened, which would stop the save.
         while (child.is_running() && std::filesystem::file_size(file, ignored) == first.size())
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -59,20 +51,20 @@ TEST(KilledProcess, LeavesTheOldOrTheNewFileAndNoLitterAfterTheNextSave) {
     }
     clsTunePrefsXML(world.platform()).WriteTunePreference("Mode", "even");
     EXPECT_EQ(read_text(file), even);
-    for (const auto& entry : std::filesystem::directory_iterator(base))
-        EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path() << " stays behind";
+    for (const std::string& name : names_in(world.base)) EXPECT_NE(name.front(), '.') << name << " stays behind";
 }
 
 // Two programs write preferences of their own while this one requests aborts and takes them back.
 TEST(Writers, OfDifferentElementsAndOfTheAbortFlagLoseNothing) {
     const char* const given = std::getenv("KORVANE_WRITES");
     const int count = given ? std::atoi(given) : 60;
-    const Base world;
-    AbortHelper helper(patient_platform(world.base));
+    const EmbeddedBase world;
+    AbortHelper helper(patient_platform(world.base.string()));
     std::list<ChildProcess> editors;
     for (const std::string name : {"AIC_RunFastVersion", "LogSetpointTraffic"})
-        editors.emplace_back(std::vector<std::string>{KORVANE_TEST_CHILD, world.base, name, std::to_string(count)},
-                             world.folder.file(name));
+        editors.emplace_back(
+            std::vector<std::string>{KORVANE_TEST_CHILD, world.base.string(), name, std::to_string(count)},
+            world.folder.file(name));
     int lost = 0, requests = 0;
     for (; requests < count || std::ranges::any_of(editors, &ChildProcess::is_running); ++requests) {
         helper.TriggerAbort();

@@ -10,7 +10,6 @@ namespace {
 using testing::Contains;
 using testing::EndsWith;
 using testing::StartsWith;
-using Lines = std::vector<std::string>;
 using Metadata = std::vector<InstrumentValue>;
 
 constexpr const char* new_spectrum = "GetNewSpectrumAndVerifyDataIsPopulated";

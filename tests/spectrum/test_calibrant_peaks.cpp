@@ -13,7 +13,6 @@ using testing::Contains;
 using testing::Each;
 using testing::HasSubstr;
 using testing::StartsWith;
-using Lines = std::vector<std::string>;
 using Masses = std::vector<double>;
 
 struct Calibrants : ParserWorld {

@@ -8,7 +8,6 @@ namespace korvane {
 namespace {
 
 using testing::StartsWith;
-using Lines = std::vector<std::string>;
 
 constexpr const char* verify_name = "VerifyInstrumentIsShowingValidCalibrantSpectrum";
 constexpr const char* dual_gain_name = "AbundancesAreBelowDualGainThreshold";

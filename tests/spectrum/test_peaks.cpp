@@ -8,7 +8,6 @@ namespace korvane {
 namespace {
 
 using testing::StartsWith;
-using Lines = std::vector<std::string>;
 
 constexpr const char* no_peaks = "-1|GetPeakAttribute()|No peaks returned by peakfinder";
 

@@ -8,10 +8,12 @@
 
 namespace korvane {
 
+using Lines = std::vector<std::string>;
+
 struct TraceRecord {
     bool on = true;
     std::string module_name;
-    std::vector<std::string> lines;
+    Lines lines;
     std::vector<std::int32_t> levels;  // of the entries, in order
     std::string failing;               // the call that fails, if any: "create", "entry", "print" or "exit"
 

@@ -60,6 +60,14 @@ std::vector<std::string> read_lines(const std::filesystem::path& path) {
     return lines;
 }
 
+Lines names_in(const std::filesystem::path& folder) {
+    Lines names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::ranges::sort(names);
+    return names;
+}
+
 TestPlatform::TestPlatform() : files(make_system_files()) {
     std::filesystem::create_directories(base() / "Logfiles");
     std::filesystem::create_directories(base() / "MassLists");

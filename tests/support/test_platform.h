@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "korvane/platform.h"
+#include "korvane/embedded.h"
 #include "support/memory_disk.h"
 #include "support/recording_tracer.h"
 #include "support/scripted_instrument.h"
@@ -31,7 +31,18 @@ private:
 std::string read_text(const std::filesystem::path& path);
 void write_text(const std::filesystem::path& path, const std::string& text);
 /// The lines of a text file, without their ends.
-std::vector<std::string> read_lines(const std::filesystem::path& path);
+Lines read_lines(const std::filesystem::path& path);
+/// The names in a folder, in order.
+Lines names_in(const std::filesystem::path& folder);
+
+/// The embedded instrument on a base folder of its own, as `init` makes it.
+struct EmbeddedBase {
+    EmbeddedBase() { create_base_folder(base); }
+    Platform platform() const { return make_embedded_platform({.base_folder = base}); }
+
+    TemporaryFolder folder;
+    std::filesystem::path base = folder.path() / "base";
+};
 
 /// All of a platform but its files.
 struct ScriptedParts {

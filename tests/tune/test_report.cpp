@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "korvane/embedded.h"
 #include "korvane/tune_history.h"
 #include "korvane/tune_run.h"
 #include "support/test_platform.h"
@@ -19,15 +18,15 @@ namespace {
 
 /// A tune of the default scene, with a calibration put off before it, and a search.
 TuneRecord tune_of_the_kept_scene() {
-    const TemporaryFolder folder;
-    create_base_folder(folder.path() / "base");
-    const Platform platform = make_embedded_platform({.base_folder = folder.path() / "base"});
+    const EmbeddedBase world;
+    const Platform platform = world.platform();
     TuneGlobals(platform).SetNewCalibrationWithTheseAAndt0Values_usec(0.450009, 0.02);
-    write_text(folder.path() / "recipe.json", R"({"fit_spectra": 3, "masses": [158.964, 566.8885, 1110.7877, 2470.5358],
+    write_text(world.folder.path() / "recipe.json",
+               R"({"fit_spectra": 3, "masses": [158.964, 566.8885, 1110.7877, 2470.5358],
         "adjust": [{"setpoint": "FragmentTune", "mz": 566.8885, "target": 110000, "around_percent": 40}]})");
     TuneRecord record = begin_record(platform, "tune");
     constexpr std::array steps{TuneStep::ready, TuneStep::verify, TuneStep::adjust, TuneStep::fit, TuneStep::measure};
-    EXPECT_EQ(run_tune(platform, read_tune_recipe(platform, folder.file("recipe.json")), steps, record), "");
+    EXPECT_EQ(run_tune(platform, read_tune_recipe(platform, world.folder.file("recipe.json")), steps, record), "");
     end_record(record, platform);
     record.id = 7;
     record.time = "2026-11-22T08:51:49Z";
@@ -106,9 +105,8 @@ TEST(Svg, LinesKeepTheirApex) {
 
 // The samples kept for a picture are those that the peak was measured in, and the fit kept beside them is theirs.
 TEST(PeakTrace, SamplesAndFitBelongToTheMeasuredPeak) {
-    const TemporaryFolder folder;
-    create_base_folder(folder.path() / "base");
-    const Platform platform = make_embedded_platform({.base_folder = folder.path() / "base"});
+    const EmbeddedBase world;
+    const Platform platform = world.platform();
     TuneGlobals globals(platform);
     TuneRecord record;
     measure_record(record, platform, globals, VariantArray<double>({158.9640, 600.0, 1926.6365}));

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "korvane/embedded.h"
 #include "korvane/restoring.h"
 #include "korvane/tune_history.h"
 #include "support/raised.h"
@@ -12,11 +11,7 @@
 namespace korvane {
 namespace {
 
-struct TuneRunTest : testing::Test {
-    TuneRunTest() {
-        create_base_folder(folder.path() / "base");
-        platform = make_embedded_platform({.base_folder = folder.path() / "base"});
-    }
+struct TuneRunTest : testing::Test, EmbeddedBase {
     TuneRecipe recipe(const std::string& json) const {
         write_text(folder.path() / "recipe.json", json);
         return read_tune_recipe(platform, folder.file("recipe.json"));
@@ -28,8 +23,7 @@ struct TuneRunTest : testing::Test {
         return tune_record_json(record);
     }
 
-    TemporaryFolder folder;
-    Platform platform;
+    const Platform platform = EmbeddedBase::platform();
 };
 
 TEST_F(TuneRunTest, RecipesThatMeanNothingHereAreRefusedByPlace) {

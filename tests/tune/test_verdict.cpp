@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "korvane/embedded.h"
 #include "korvane/verdict.h"
 #include "support/raised.h"
 #include "support/test_platform.h"
@@ -48,12 +47,11 @@ TEST(Verdict, EverySceneIsWhatItsDescriptionSays) {
              {"ladder_4ghz_pulse", ladder, of_the_ladder},
          }) {
         SCOPED_TRACE(one.scene);
-        const TemporaryFolder folder;
-        create_base_folder(folder.path() / "base");
+        const EmbeddedBase world;
         Platform system = make_platform(nullptr);
         system.clock = std::make_shared<VirtualClock>();
         const Platform platform = make_embedded_platform(
-            {.base_folder = folder.path() / "base",
+            {.base_folder = world.base,
              .scene = std::filesystem::path(KORVANE_SOURCE_DIR) / "data/scenes" / (one.scene + std::string(".json"))},
             system);
         SpectrumParser parser(platform);
@@ -77,10 +75,9 @@ TEST(Verdict, EverySceneIsWhatItsDescriptionSays) {
 }
 
 TEST(Verdict, LimitsThatCannotBeReadAreNamedWithFileAndKey) {
-    const TemporaryFolder folder;
-    create_base_folder(folder.path() / "base");
-    const auto file = folder.path() / "base" / "TuneLimits.json";
-    const Platform platform = make_embedded_platform({.base_folder = folder.path() / "base"});
+    const EmbeddedBase world;
+    const auto file = world.base / "TuneLimits.json";
+    const Platform platform = world.platform();
     for (const auto& [text, fault] :
          {std::pair{"{\"height\": 5,}", "it is no JSON object"},
           {"{\"height\": \"5\"}", "height: must be a number"},

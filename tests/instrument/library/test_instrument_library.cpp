@@ -3,7 +3,6 @@
 
 #include "instrument/library/instrument_library.h"
 #include "korvane/conformance.h"
-#include "korvane/embedded.h"
 #include "korvane/instrument_contract.h"
 #include "korvane/instrument_library.h"
 #include "korvane/spectrum_parser.h"
@@ -19,12 +18,8 @@ std::string library(const std::string& name) {
     return std::string(KORVANE_TEST_LAYERS) + "/" + name + KORVANE_TEST_LAYER_SUFFIX;
 }
 
-class InstrumentLibraryTest : public testing::Test {
-protected:
-    InstrumentLibraryTest() { create_base_folder(folder.path() / "base"); }
-
-    TemporaryFolder folder;
-    EnvironmentVariable base{"KORVANE_TEST_LAYER_BASE", folder.file("base")};
+struct InstrumentLibraryTest : testing::Test, EmbeddedBase {
+    const EnvironmentVariable named{"KORVANE_TEST_LAYER_BASE", base.string()};
 };
 
 TEST_F(InstrumentLibraryTest, TheDocumentsExampleConformsMeasuresAndAdjusts) {
