@@ -57,8 +57,7 @@ std::vector<FittedPeak> find_peaks_of_range(SearchContext& context, const PeakFi
     context.model = coarse_model(context, options, chunks);
     auto candidates = find_candidates(context, chunks);
     if (candidates.empty() && !options.width) {
-        // The top sample of a few ions may have been taken for a peak of its own.
-        context.model.width = {2 * context.model.width.slope, 2 * context.model.width.floor_ns};
+        context.model.width = {wider * context.model.width.slope, wider * context.model.width.floor_ns};
         candidates = find_candidates(context, chunks);
     }
     const PeakModel coarse = context.model;

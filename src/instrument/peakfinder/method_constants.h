@@ -213,9 +213,9 @@ inline constexpr double beyond_box_part = 0.4, beyond_box_widths = 3;
 inline constexpr double half_height_ions = 30, half_height_deviations = 10, one_peak_box_part = 0.7;
 /// Second moments are taken within these reaches in turn, and may change a sigma by a factor of two.
 inline constexpr double moment_reaches_sigmas[] = {1.5, 3.0}, most_moment_change = 2;
-/// A coarse width is good to a tenth at best; no peak is narrower than half a sample. What stands out less than the
-/// last is noise, unless there is nothing else.
-inline constexpr double coarse_width_variance = 0.01, least_coarse_sigma = 0.5, coarse_signal_to_noise = 8;
+/// A coarse width is good to a tenth at best; no peak is narrower than half a sample. What stands out less is noise,
+/// unless there is nothing else. Few ions may make a law too narrow to find anything with; a wider one is tried.
+inline constexpr double coarse_width_variance = 0.01, least_coarse_sigma = 0.5, coarse_signal_to_noise = 8, wider = 2;
 /// Two unknowns want more than two points, over times that differ. From that many deviations on a point weighs less, as
 /// the inverse of its distance, which is kept above zero.
 inline constexpr std::size_t least_law_points = 5;
