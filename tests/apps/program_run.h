@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>

@@ -232,12 +232,6 @@ double likely_pulse_sigma_ns(const WidthLaw& width, double interval_ns) {
     return std::min(usual_pulse_samples * interval_ns / fwhm_per_sigma, most_pulse_part * width.floor_ns);
 }
 
-std::int32_t highest(std::span<const std::int32_t> samples) {
-    std::int32_t highest = samples.front();
-    for (const auto sample : samples) highest = std::max(highest, sample);
-    return highest;
-}
-
 /// The highest samples of the stretches above the noise, for the highest stretches of every section.
 std::vector<PeakShape> strongest_apexes(const SearchContext& context, std::span<const Index> chunks) {
     const auto& counts = context.counts;
@@ -247,7 +241,8 @@ std::vector<PeakShape> strongest_apexes(const SearchContext& context, std::span<
         Index end = std::min(first + chunk_samples, std::ssize(counts));
         for (++i; i < chunks.size() && chunks[i] <= end && end - first < longest_stretch_samples; ++i)
             end = std::min(chunks[i] + chunk_samples, std::ssize(counts));
-        const auto top = std::find(counts.begin() + first, counts.end(), highest(counts.subspan(first, end - first)));
+        const auto top =
+            std::find(counts.begin() + first, counts.end(), std::ranges::max(counts.subspan(first, end - first)));
         // The middle of the flat top that saturation makes.
         const auto top_end = std::find_if(top, counts.end(), [&](std::int32_t value) { return value != *top; });
         const auto centre = static_cast<double>(top + (top_end - top) / 2 - counts.begin());

@@ -3,7 +3,6 @@
 // would hide. A better method is recorded anew: what a test prints can be put in its table.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <string>
 #include <vector>
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 
 #include "instrument/peakfinder/measured_peak_list.h"
 #include "korvane/embedded_parts.h"
